@@ -1,0 +1,59 @@
+# SPDX-License-Identifier: MIT
+# Language level, warnings and hardening of our own code, and the two kinds of program we link.
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS ON)
+
+include(CheckPIESupported)
+check_pie_supported(LANGUAGES C CXX)
+
+# Everything that runs on a router.
+add_library(router_flags INTERFACE)
+target_compile_options(router_flags INTERFACE
+  -Wall -Wextra -Wshadow -Wconversion -Wformat=2 -Wundef -Wnon-virtual-dtor -Werror
+  -fno-exceptions -fno-rtti -fno-threadsafe-statics
+  -fstack-protector-strong -ffunction-sections -fdata-sections -fvisibility=hidden)
+target_link_options(router_flags INTERFACE
+  -Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack -Wl,--gc-sections -Wl,--as-needed)
+target_compile_definitions(router_flags INTERFACE _GNU_SOURCE)
+
+include(CheckCXXCompilerFlag)
+foreach(flag -fstack-clash-protection -fcf-protection)
+  string(MAKE_C_IDENTIFIER "HAVE${flag}" have)
+  check_cxx_compiler_flag(${flag} ${have})
+  if(${have})
+    target_compile_options(router_flags INTERFACE ${flag})
+  endif()
+endforeach()
+
+if(WAN_DETECT_SANITIZE)
+  add_compile_options(-fsanitize=${WAN_DETECT_SANITIZE} -fno-omit-frame-pointer -g)
+  add_link_options(-fsanitize=${WAN_DETECT_SANITIZE})
+  if(WAN_DETECT_SANITIZE MATCHES "undefined")
+    add_compile_options(-fno-sanitize-recover=undefined -fno-sanitize=vptr)
+  endif()
+else()
+  # Fortification needs optimisation and would hide what the sanitizers look for.
+  target_compile_options(router_flags INTERFACE $<$<NOT:$<CONFIG:>>:-U_FORTIFY_SOURCE> $<$<NOT:$<CONFIG:>>:-D_FORTIFY_SOURCE=2>)
+endif()
+
+# A program for the router: linked as C, so that it asks for no C++ runtime library. A sanitizer brings that runtime along
+# by itself.
+function(wan_detect_router_program target)
+  target_link_libraries(${target} PRIVATE router_flags)
+  set_target_properties(${target} PROPERTIES LINKER_LANGUAGE C POSITION_INDEPENDENT_CODE ON)
+endfunction()
+set(CMAKE_CXX_IMPLICIT_LINK_LIBRARIES "")
+
+# A library of our own code: wan_detect_library(name [libraries...]) takes every source of the current folder.
+function(wan_detect_library target)
+  file(GLOB sources CONFIGURE_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/*.cpp")
+  if(NOT sources)
+    add_library(${target} INTERFACE)
+    target_include_directories(${target} INTERFACE "${CMAKE_SOURCE_DIR}")
+    return()
+  endif()
+  add_library(${target} STATIC ${sources})
+  target_include_directories(${target} PUBLIC "${CMAKE_SOURCE_DIR}")
+  target_link_libraries(${target} PUBLIC ${ARGN} PRIVATE router_flags)
+endfunction()
