@@ -1,0 +1,36 @@
+// SPDX-License-Identifier: MIT
+// The one model of the router: its ports, protocols, reserved and banned ports and the current WAN port.
+#pragma once
+
+#include "model/records.h"
+
+struct t_arp_entry;
+
+constexpr size_t LAN_AGG_TABLES = 2; // the second is never filled
+
+struct t_port_model {
+    t_flag proto_detect_running; // a probe stage is in progress
+    t_flag wan_detect_running;   // a cycle is in progress, from its first pass to its end
+    t_flag enable;
+    t_flag router_mode;
+    uint8_t device_count;
+    uint8_t protocol_count;
+    t_device *dev_hashmap_head;            // owns every port of the network configuration
+    t_device *priority_order[MAX_DEVICES]; // borrowed, highest first, null after the last
+    t_device *fake_wan;                    // borrowed from the main table, or null
+    t_device *wan_port_pool;               // owns
+    t_device *lan_agg[LAN_AGG_TABLES];     // owns
+    t_device *gaming;                      // owns
+    t_device_list_head banned_list;        // under the banned lock
+    t_protocol *proto_hashmap_head;        // owns
+    t_shared<t_device *> wan_dev;          // current WAN port, borrowed; null when unknown
+    t_protocol *wan_proto;                 // its connection type, borrowed; null when unknown
+    t_arp_entry *arp_table_hashmap_head;   // owns, only during one refresh of the LAN hosts
+};
+
+// Zero-filled at start-up, before anything else.
+extern t_port_model port_model;
+
+// Frees every protocol with its list and every table of devices. The LAN ARP table is released by its own room. Silent
+// about tables that are empty.
+void release_port_model(t_port_model *model);

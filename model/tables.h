@@ -1,0 +1,27 @@
+// SPDX-License-Identifier: MIT
+// Hash tables of devices and protocols: keyed by name, walked in the order of adding.
+#pragma once
+
+#include "model/records.h"
+
+// A zero-filled record with port_num and priority -1; null (and an Error line) when memory is short.
+t_device *create_new_device(const char *name);
+
+// A zero-filled record; null (and an Error line) when memory is short.
+t_protocol *create_new_protocol(const char *name);
+
+// Hands a record to a table. A null argument, an empty name or a name that is there already is refused with an Error
+// line, and the record stays the caller's: then false.
+bool add_device(t_device **dev_hashmap_head, t_device *device);
+bool add_protocol(t_protocol **proto_hashmap_head, t_protocol *protocol);
+
+// The record of exactly this name, or null.
+t_device *find_device(t_device *dev_hashmap_head, const char *name);
+t_protocol *find_protocol(t_protocol *proto_hashmap_head, const char *name);
+
+// Frees every record and leaves the head null. Lists that point at them must have been emptied.
+void release_all_device(t_device **dev_hashmap_head);
+
+// Tables on standard output, at level Debug only. The device dump reads under the device lock.
+void dump_all_device(t_device *dev_hashmap_head);
+void dump_all_protocols(t_protocol *proto_hashmap_head);

@@ -1,0 +1,11 @@
+// SPDX-License-Identifier: MIT
+// The object "wan_detect" with its five methods, and the ban event. Handlers run on the loop thread.
+#pragma once
+
+#include "platform/bus.h"
+
+// Object and event as wan_detect_ubus_init wants them.
+const t_bus_offer *wan_detect_bus_offer();
+
+// Frees the reply buffer; shutdown only.
+void wan_detect_bus_offer_release();

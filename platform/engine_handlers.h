@@ -1,0 +1,31 @@
+// SPDX-License-Identifier: MIT
+// The way up: what the bus and the link scan ask of the engine. core/ fills the table in at start-up; tests fill in
+// their own.
+#pragma once
+
+#include <cstdint>
+
+struct t_device;
+struct t_protocol;
+
+constexpr int32_t PROTO_DETECT_TIMEOUT_DEFAULT_MS = 2000;
+constexpr int32_t PROTO_DETECT_TIMEOUT_MIN_MS = 1000;
+constexpr int32_t PROTO_DETECT_TIMEOUT_MAX_MS = 4000;
+
+// One protocol detection as asked for over the bus. Null members mean "every linked port" and "DHCP and PPPoE both".
+struct t_proto_detect_request {
+    int32_t timeout_ms;
+    t_device *dev;        // borrowed from the device table
+    t_protocol *protocol; // borrowed from the protocol table
+};
+
+struct t_engine_handlers {
+    // Opens a cycle over all linked pool ports after a delay in milliseconds.
+    void (*start_wan_detect_all)(int delay_ms);
+    // 0 when the request was taken over, ERR_BUSY when a detection is running (then nothing changes).
+    int (*start_proto_detect)(const t_proto_detect_request *request);
+    // Stores a port's new link state and lets the engine act on it. Any thread; always 0.
+    int (*process_link_change)(t_device *dev, bool up);
+};
+
+extern t_engine_handlers engine_handlers;

@@ -1,0 +1,49 @@
+// SPDX-License-Identifier: MIT
+// Single values of the router's configuration in /etc/config. Each call opens and frees a context of its own, so any
+// thread may call; results are 0 or -1, and every failure has been logged.
+#pragma once
+
+#include <cstddef>
+
+struct uci_context;
+struct uci_package;
+
+constexpr const char *UCI_CONFIG_DIR = "/etc/config";
+constexpr size_t UCI_PATH_SIZE = 65;  // longest path that can be read, with its terminator
+constexpr size_t UCI_VALUE_SIZE = 65; // every value buffer; longer values are cut
+
+// Reads the string option at `p_uci_str` ("package.section.option") into `p_value`, a buffer of UCI_VALUE_SIZE bytes.
+// The buffer is left alone on failure. A path of UCI_PATH_SIZE characters or more is refused.
+int _uci_get_value(const char *p_uci_str, char *p_value);
+
+// Sets and commits one option. `p_uci_str` is cut at its first dot by the call, so it must be writable.
+int _uci_set_value_commit(char *p_uci_str, const char *p_value);
+
+// The slot-taking members keep their context in `*slot` for a later _uci_commit, and create it when the slot is empty.
+int _uci_set_value(uci_context **slot, const char *package, const char *section, const char *option, const char *value);
+int _uci_commit(uci_context *context);
+int _uci_delete(uci_context **slot, const char *package, const char *section, const char *option);
+int _uci_delete_commit(const char *package, const char *section, const char *option);
+int _uci_add_list(uci_context **slot, const char *package, const char *section, const char *option, const char *value);
+int _uci_add_list_commit(const char *package, const char *section, const char *option, const char *value);
+int _uci_del_add_list(uci_context **slot, const char *package, const char *section, const char *option,
+                      const char *value);
+int _uci_del_add_list_commit(const char *package, const char *section, const char *option, const char *value);
+
+// Reads a value of the runtime state kept in /var/state into `value` (`size` bytes, cut and terminated).
+int _uci_get_state_value(const char *package, const char *section, const char *option, char *value, size_t size);
+
+// Copies at most `size` - 1 characters and terminates; returns the length that was wanted.
+size_t bounded_copy(char *destination, const char *source, size_t size);
+
+// A package opened for a walk over its sections; closed at the end of the scope. `package` is null when it could not be
+// loaded, and then the library's reason has gone to standard error.
+struct t_uci_package {
+    uci_context *context;
+    uci_package *package;
+
+    explicit t_uci_package(const char *name);
+    ~t_uci_package();
+    t_uci_package(const t_uci_package &) = delete;
+    t_uci_package &operator=(const t_uci_package &) = delete;
+};

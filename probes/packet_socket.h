@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: MIT
+// The only place that touches packet sockets, so that tests can replace the wire. Loop thread only.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <sys/types.h>
+
+struct uloop_fd;
+struct sockaddr_ll;
+
+// A raw packet socket for one EtherType (ETH_P_ALL, ETH_P_ARP), close-on-exec. -1 with errno set.
+int packet_socket_open(uint16_t ether_type);
+
+// A link-layer address: family AF_PACKET, `ether_type`, interface index and destination.
+sockaddr_ll packet_address(uint16_t ether_type, int ifindex, const uint8_t *mac);
+
+// 0, or -1 with errno set.
+int packet_socket_bind(int fd, const sockaddr_ll &address);
+int packet_socket_bind_to_device(int fd, const char *name);
+int packet_socket_set_option(int fd, int option, const void *value, size_t size); // SOL_SOCKET
+int packet_socket_set_nonblocking(int fd);
+
+// Bytes sent or received, or -1 with errno set.
+ssize_t packet_socket_send(int fd, const void *frame, size_t size, const sockaddr_ll &address);
+ssize_t packet_socket_receive(int fd, void *buffer, size_t size, sockaddr_ll *from);
+
+// Waits until the descriptor is readable, at most `timeout_ms`. 1 readable, 0 time over, -1 error.
+int packet_socket_wait_readable(int fd, int timeout_ms);
+
+// Attaches a descriptor to the loop for reading (error callback included), or takes it out (harmless when it is not
+// in).
+void packet_socket_watch(uloop_fd *watcher);
+void packet_socket_unwatch(uloop_fd *watcher);
+
+// Takes the descriptor out of the loop, closes it if it is open (above 0) and sets it to -1.
+void packet_socket_close(uloop_fd *watcher);

@@ -1,0 +1,152 @@
+// SPDX-License-Identifier: MIT
+#include "support/sandbox.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <sched.h>
+#include <sstream>
+#include <sys/mman.h>
+#include <sys/mount.h>
+#include <unistd.h>
+
+#include "platform/log.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+void require(bool done, const std::string &what)
+{
+    if (done)
+        return;
+    fprintf(stderr, "sandbox: %s: %s (the unit tests need root)\n", what.c_str(), strerror(errno));
+    _exit(1);
+}
+
+void mount_tmpfs(const std::string &path)
+{
+    require(mount("tmpfs", path.c_str(), "tmpfs", 0, "mode=755") == 0, "tmpfs on " + path);
+}
+
+// Lays a writable layer over a folder of the host; what is written there goes to the scratch tmpfs.
+void mount_overlay(const std::string &path, const std::string &scratch)
+{
+    std::string name = path;
+    for (char &c : name)
+        c = c == '/' ? '_' : c;
+    std::string upper = scratch + "/" + name + "/upper", work = scratch + "/" + name + "/work";
+    fs::create_directories(upper);
+    fs::create_directories(work);
+    std::string options = "lowerdir=" + path + ",upperdir=" + upper + ",workdir=" + work;
+    require(mount("overlay", path.c_str(), "overlay", 0, options.c_str()) == 0, "overlay on " + path);
+}
+
+} // namespace
+
+void enter_sandbox()
+{
+    require(unshare(CLONE_NEWNS | CLONE_NEWNET) == 0, "unshare");
+    require(mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0, "private mounts");
+    const std::string scratch = "/mnt";
+    mount_tmpfs(scratch);
+    for (const char *path : {"/etc", "/usr/sbin", "/tmp"})
+        mount_overlay(path, scratch);
+    mount_tmpfs("/run");
+    require(mount("sysfs", "/sys", "sysfs", 0, nullptr) == 0, "sysfs");
+    fs::remove_all("/etc/config");
+    fs::create_directories("/etc/config");
+    fs::create_directories("/etc/wan_detect");
+    for (const char *left_over : {"/tmp/wan_detect_result", "/tmp/protocol_detect_result", "/tmp/wan_detect.log"})
+        fs::remove(left_over);
+}
+
+void write_file(const std::string &path, const std::string &text)
+{
+    fs::create_directories(fs::path(path).parent_path());
+    std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
+}
+
+void write_program(const std::string &path, const std::string &text)
+{
+    write_file(path, text);
+    fs::permissions(path, fs::perms::owner_all | fs::perms::group_exec | fs::perms::others_exec, fs::perm_options::add);
+}
+
+void write_config(const std::string &package, const std::string &text)
+{
+    write_file("/etc/config/" + package, text);
+}
+
+void remove_config(const std::string &package)
+{
+    fs::remove("/etc/config/" + package);
+}
+
+std::string read_file(const std::string &path)
+{
+    std::ifstream file(path, std::ios::binary);
+    std::stringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+bool file_exists(const std::string &path)
+{
+    return fs::exists(path);
+}
+
+t_log_capture::t_log_capture(int level)
+    : file_(memfd_create("log", MFD_CLOEXEC)), saved_stdout_(-1), saved_level_(log_get_level())
+{
+    require(file_ >= 0, "memfd");
+    fflush(stdout);
+    saved_stdout_ = dup(STDOUT_FILENO);
+    dup2(file_, STDOUT_FILENO);
+    log_set_level(level);
+}
+
+t_log_capture::~t_log_capture()
+{
+    fflush(stdout);
+    dup2(saved_stdout_, STDOUT_FILENO);
+    close(saved_stdout_);
+    close(file_);
+    log_set_level(saved_level_);
+}
+
+std::string t_log_capture::text()
+{
+    fflush(stdout);
+    std::string text;
+    char chunk[4096];
+    ssize_t got;
+    while ((got = pread(file_, chunk, sizeof chunk, static_cast<off_t>(text.size()))) > 0)
+        text.append(chunk, static_cast<size_t>(got));
+    return text;
+}
+
+std::vector<t_log_line> t_log_capture::lines()
+{
+    static const std::regex form(R"(^\[wan_detect\]\[(\w+)\]\[(-?\d+)\]\[(\w+):\d+\]: (.*)$)");
+    std::vector<t_log_line> found;
+    std::stringstream all(text());
+    for (std::string line; std::getline(all, line);) {
+        std::smatch match;
+        if (std::regex_match(line, match, form))
+            found.push_back({match[1], match[3], match[4]});
+    }
+    return found;
+}
+
+int t_log_capture::count(const std::string &level, const std::string &function, const std::string &body)
+{
+    int found = 0;
+    for (const t_log_line &line : lines())
+        found += (level.empty() || line.level == level) && (function.empty() || line.function == function) &&
+                 line.body == body;
+    return found;
+}
