@@ -51,11 +51,10 @@ void enter_sandbox()
 {
     require(unshare(CLONE_NEWNS | CLONE_NEWNET) == 0, "unshare");
     require(mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0, "private mounts");
-    const std::string scratch = "/mnt";
-    mount_tmpfs(scratch);
+    mount_tmpfs("/run");
+    const std::string scratch = "/run/scratch";
     for (const char *path : {"/etc", "/usr/sbin", "/tmp"})
         mount_overlay(path, scratch);
-    mount_tmpfs("/run");
     require(mount("sysfs", "/sys", "sysfs", 0, nullptr) == 0, "sysfs");
     fs::remove_all("/etc/config");
     fs::create_directories("/etc/config");
