@@ -66,7 +66,7 @@ static inline unsigned int blobmsg_type(const struct blob_attr *attr)
 /* Bytes between the word of the attribute and its value: none in a plain attribute. */
 static inline size_t blobmsg_value_offset_(const struct blob_attr *attr)
 {
-    if (!blob_is_extended(attr))
+    if (!blob_is_extended(attr) || blob_len(attr) < sizeof(struct blobmsg_hdr))
         return 0;
     return blobmsg_hdrlen(blobmsg_namelen((const struct blobmsg_hdr *)blob_data(attr)));
 }
