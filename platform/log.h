@@ -41,6 +41,9 @@ inline void log_set_level(int level)
 // Writes to standard output when the current level is at or above `level`; adds nothing to the text.
 void log_print(int level, const char *format, ...) __attribute__((format(printf, 2, 3)));
 
+// Writes to standard output whatever the level, and flushes. For the few lines that bypass it.
+void log_print_always(const char *format, ...) __attribute__((format(printf, 1, 2)));
+
 // System uptime in whole seconds; -1 when the kernel does not tell.
 long log_uptime();
 

@@ -1,0 +1,119 @@
+// SPDX-License-Identifier: MIT
+// The log printer, and where descriptors 0 to 2 lead while the log is open.
+#include "platform/log.h"
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/sysinfo.h>
+#include <unistd.h>
+
+t_shared<int> log_level = {LOG_LEVEL_Error};
+
+namespace {
+
+constexpr const char *LOG_FILE = "/tmp/wan_detect.log";
+constexpr const char *CONSOLE = "/dev/console";
+constexpr int STANDARD_DESCRIPTORS = 3;
+
+t_shared<uint8_t> stream_prepared;
+int console_fd = -1;
+int saved_fds[STANDARD_DESCRIPTORS] = {-1, -1, -1};
+
+// A file or pipe as standard output would be buffered in blocks, and a reader of the log would see lines late and cut.
+void prepare_stream()
+{
+    if (stream_prepared)
+        return;
+    stream_prepared = 1;
+    setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
+}
+
+// A daemon started with closed standard descriptors would get one of them for the log and then close it itself.
+int above_standard_descriptors(int fd)
+{
+    if (fd < 0 || fd >= STANDARD_DESCRIPTORS)
+        return fd;
+    int moved = fcntl(fd, F_DUPFD_CLOEXEC, STANDARD_DESCRIPTORS);
+    close(fd);
+    return moved;
+}
+
+} // namespace
+
+void log_print(int level, const char *format, ...)
+{
+    if (log_level < level)
+        return;
+    prepare_stream();
+    va_list arguments;
+    va_start(arguments, format);
+    vprintf(format, arguments);
+    va_end(arguments);
+}
+
+void log_print_always(const char *format, ...)
+{
+    prepare_stream();
+    va_list arguments;
+    va_start(arguments, format);
+    vprintf(format, arguments);
+    va_end(arguments);
+    fflush(stdout);
+}
+
+long log_uptime()
+{
+    struct sysinfo info = {};
+    if (sysinfo(&info) == 0)
+        return info.uptime;
+    fprintf(stderr, "Failed to get sysinfo, errno:%u, reason:%s\n", static_cast<unsigned>(errno), strerror(errno));
+    return -1;
+}
+
+void log_open()
+{
+    if (console_fd != -1)
+        return;
+    prepare_stream();
+    // The file is never created here: whoever wants the log there creates it first.
+    const char *path = access(LOG_FILE, F_OK) == 0 ? LOG_FILE : CONSOLE;
+    console_fd = above_standard_descriptors(open(path, O_WRONLY | O_NOCTTY | O_CLOEXEC));
+    if (console_fd == -1)
+        return;
+    fflush(stdout);
+    for (int fd = 0; fd < STANDARD_DESCRIPTORS; fd++) {
+        saved_fds[fd] = fcntl(fd, F_DUPFD_CLOEXEC, STANDARD_DESCRIPTORS);
+        // dup2 closes the old one itself; closed by hand, its number could go to another thread's socket meanwhile.
+        dup2(console_fd, fd);
+    }
+}
+
+void log_close()
+{
+    log_set_level(LOG_LEVEL_NONE);
+    fflush(stdout);
+    for (int fd = 0; fd < STANDARD_DESCRIPTORS; fd++) {
+        if (saved_fds[fd] == -1)
+            continue;
+        dup2(saved_fds[fd], fd);
+        close(saved_fds[fd]);
+        saved_fds[fd] = -1;
+    }
+    if (console_fd == -1)
+        return;
+    close(console_fd);
+    console_fd = -1;
+}
+
+void log_done()
+{
+    log_close();
+    if (console_fd == -1)
+        return;
+    LOG(Debug, "close console_fd!\n");
+    close(console_fd);
+    console_fd = -1;
+}
