@@ -13,7 +13,11 @@ struct sockaddr_ll;
 int packet_socket_open(uint16_t ether_type);
 
 // A link-layer address: family AF_PACKET, `ether_type`, interface index and destination.
+// Without a destination (`mac` null) its length is 0.
 sockaddr_ll packet_address(uint16_t ether_type, int ifindex, const uint8_t *mac);
+
+// The same to everyone: all eight bytes of the address field are set, the two spare ones included.
+sockaddr_ll packet_broadcast_address(uint16_t ether_type, int ifindex);
 
 // 0, or -1 with errno set.
 int packet_socket_bind(int fd, const sockaddr_ll &address);
@@ -23,6 +27,7 @@ int packet_socket_set_nonblocking(int fd);
 
 // Bytes sent or received, or -1 with errno set.
 ssize_t packet_socket_send(int fd, const void *frame, size_t size, const sockaddr_ll &address);
+// Receiving never blocks; `from` may be null.
 ssize_t packet_socket_receive(int fd, void *buffer, size_t size, sockaddr_ll *from);
 
 // Waits until the descriptor is readable, at most `timeout_ms`. 1 readable, 0 time over, -1 error.
@@ -32,6 +37,11 @@ int packet_socket_wait_readable(int fd, int timeout_ms);
 // in).
 void packet_socket_watch(uloop_fd *watcher);
 void packet_socket_unwatch(uloop_fd *watcher);
+
+// For a watched socket that the loop reports in error without anything to read (its interface went down or vanished).
+// Clears the error, so that an interface that returns is heard again; a descriptor whose error cannot be cleared is
+// taken out of the loop, which would report it without end.
+void packet_socket_settle_error(uloop_fd *watcher);
 
 // Takes the descriptor out of the loop, closes it if it is open (above 0) and sets it to -1.
 void packet_socket_close(uloop_fd *watcher);

@@ -1,0 +1,159 @@
+// SPDX-License-Identifier: MIT
+// Raw packet sockets: opening, addressing, sending, receiving, and their place in the event loop.
+#include "probes/packet_socket.h"
+
+#include <arpa/inet.h>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <linux/if_packet.h>
+#include <net/if.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "model/records.h"
+#include "platform/clock.h"
+
+extern "C" {
+#include <libubox/uloop.h>
+}
+
+namespace {
+
+constexpr int LOWEST_DESCRIPTOR = 1;
+constexpr int64_t MICROSECONDS_PER_MILLISECOND = 1000;
+
+// What SO_BINDTODEVICE is handed: a name field as wide as the name fields of our records.
+constexpr size_t INTERFACE_REQUEST_SIZE = NAME_SIZE;
+
+// Probes treat 0 as "closed", so a socket that got it moves up.
+int move_above_zero(int fd)
+{
+    if (fd != 0)
+        return fd;
+    const int moved = fcntl(fd, F_DUPFD_CLOEXEC, LOWEST_DESCRIPTOR);
+    const int reason = errno;
+    close(fd);
+    errno = reason;
+    return moved;
+}
+
+} // namespace
+
+int packet_socket_open(uint16_t ether_type)
+{
+    return move_above_zero(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, htons(ether_type)));
+}
+
+sockaddr_ll packet_address(uint16_t ether_type, int ifindex, const uint8_t *mac)
+{
+    sockaddr_ll address = {};
+    address.sll_family = AF_PACKET;
+    address.sll_protocol = htons(ether_type);
+    address.sll_ifindex = ifindex;
+    if (mac) {
+        address.sll_halen = MAC_SIZE;
+        memcpy(address.sll_addr, mac, MAC_SIZE);
+    }
+    return address;
+}
+
+sockaddr_ll packet_broadcast_address(uint16_t ether_type, int ifindex)
+{
+    sockaddr_ll address = packet_address(ether_type, ifindex, nullptr);
+    address.sll_halen = MAC_SIZE;
+    memset(address.sll_addr, 0xff, sizeof address.sll_addr);
+    return address;
+}
+
+int packet_socket_bind(int fd, const sockaddr_ll &address)
+{
+    return bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address);
+}
+
+int packet_socket_bind_to_device(int fd, const char *name)
+{
+    // The kernel would cut a longer name, and that could be another interface's.
+    if (strlen(name) >= IFNAMSIZ) {
+        errno = ENODEV;
+        return -1;
+    }
+    char request[INTERFACE_REQUEST_SIZE] = {};
+    memcpy(request, name, strlen(name));
+    return setsockopt(fd, SOL_SOCKET, SO_BINDTODEVICE, request, sizeof request);
+}
+
+int packet_socket_set_option(int fd, int option, const void *value, size_t size)
+{
+    return setsockopt(fd, SOL_SOCKET, option, value, static_cast<socklen_t>(size));
+}
+
+int packet_socket_set_nonblocking(int fd)
+{
+    const int flags = fcntl(fd, F_GETFL);
+    if (flags < 0)
+        return -1;
+    return fcntl(fd, F_SETFL, flags | O_NONBLOCK) < 0 ? -1 : 0;
+}
+
+ssize_t packet_socket_send(int fd, const void *frame, size_t size, const sockaddr_ll &address)
+{
+    return sendto(fd, frame, size, 0, reinterpret_cast<const sockaddr *>(&address), sizeof address);
+}
+
+ssize_t packet_socket_receive(int fd, void *buffer, size_t size, sockaddr_ll *from)
+{
+    sockaddr_ll source = {};
+    socklen_t source_size = sizeof source;
+    // Never blocks: the frame that woke the loop may be gone by now.
+    const ssize_t got = recvfrom(fd, buffer, size, MSG_DONTWAIT, reinterpret_cast<sockaddr *>(&source), &source_size);
+    if (got >= 0 && from)
+        *from = source;
+    return got;
+}
+
+int packet_socket_wait_readable(int fd, int timeout_ms)
+{
+    const t_time_stamp start = get_time_stamp();
+    int left_ms = timeout_ms;
+    for (;;) {
+        pollfd wanted = {.fd = fd, .events = POLLIN, .revents = 0};
+        const int ready = fd < 0 ? -1 : poll(&wanted, 1, left_ms);
+        if (ready > 0)
+            return wanted.revents & POLLNVAL ? -1 : 1;
+        if (ready == 0)
+            return 0;
+        if (fd < 0 || errno != EINTR)
+            return -1;
+        const int64_t passed_ms = time_stamp_diff_us(get_time_stamp(), start) / MICROSECONDS_PER_MILLISECOND;
+        left_ms = passed_ms < timeout_ms ? static_cast<int>(timeout_ms - passed_ms) : 0;
+    }
+}
+
+void packet_socket_watch(uloop_fd *watcher)
+{
+    uloop_fd_add(watcher, ULOOP_READ | ULOOP_BLOCKING | ULOOP_ERROR_CB);
+}
+
+void packet_socket_unwatch(uloop_fd *watcher)
+{
+    uloop_fd_delete(watcher);
+}
+
+void packet_socket_settle_error(uloop_fd *watcher)
+{
+    int pending = 0;
+    socklen_t size = sizeof pending;
+    const bool read = getsockopt(watcher->fd, SOL_SOCKET, SO_ERROR, &pending, &size) == 0;
+    if (!read || pending == 0)
+        packet_socket_unwatch(watcher);
+}
+
+void packet_socket_close(uloop_fd *watcher)
+{
+    packet_socket_unwatch(watcher);
+    if (watcher->fd > 0)
+        close(watcher->fd);
+    watcher->fd = -1;
+}
