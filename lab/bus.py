@@ -1,0 +1,72 @@
+# SPDX-License-Identifier: MIT
+"""The message bus of the router: ubusd, the network manager's object, and calls through the command line client."""
+import json
+import os
+import signal
+import subprocess
+import time
+from pathlib import Path
+
+from lab.health import STATE_FILE
+from lab.mounts import STATE
+
+SOCKET = "/var/run/ubus.sock"
+READY_REAL_S = 5.0
+POLL_REAL_S = 0.01
+
+
+class Bus:
+    def __init__(self):
+        self.broker = None
+
+    def start(self):
+        self.start_broker()
+        with open(STATE / "network_interface.log", "ab") as output:
+            subprocess.Popen(["lab_network_interface", SOCKET, str(STATE_FILE)], stdin=subprocess.DEVNULL,
+                             stdout=output, stderr=output)
+        if not self.wait_for_object("network.interface", READY_REAL_S):
+            raise RuntimeError("the object network.interface did not appear on the bus")
+
+    def start_broker(self):
+        with open(STATE / "ubusd.log", "ab") as output:
+            self.broker = subprocess.Popen(["ubusd", "-s", SOCKET], stdin=subprocess.DEVNULL, stdout=output,
+                                           stderr=output)
+        end = time.monotonic() + READY_REAL_S
+        while not Path(SOCKET).exists():
+            if self.broker.poll() is not None or time.monotonic() > end:
+                raise RuntimeError("ubusd did not come up")
+            time.sleep(POLL_REAL_S)
+
+    def kill_broker(self):
+        os.kill(self.broker.pid, signal.SIGKILL)
+        self.broker.wait()
+
+    def objects(self):
+        done = subprocess.run(["ubus", "-s", SOCKET, "list"], capture_output=True, text=True, check=False)
+        return done.stdout.split() if done.returncode == 0 else []
+
+    def wait_for_object(self, name, real_seconds):
+        """Real seconds until the object was there, None when it did not come in time."""
+        start = time.monotonic()
+        while time.monotonic() < start + real_seconds:
+            if name in self.objects():
+                return time.monotonic() - start
+            time.sleep(POLL_REAL_S)
+        return None
+
+    def call(self, name, method, **message):
+        """The reply as a dictionary; {"status": text} when the call failed."""
+        done = subprocess.run(["ubus", "-s", SOCKET, "-S", "call", name, method, json.dumps(message)],
+                              capture_output=True, text=True, check=False)
+        if done.returncode != 0:
+            return {"status": done.stderr.strip() or f"exit status {done.returncode}"}
+        return json.loads(done.stdout) if done.stdout.strip() else {}
+
+    def send(self, event, **message):
+        subprocess.run(["ubus", "-s", SOCKET, "send", event, json.dumps(message)], check=True)
+
+
+def uci(*arguments):
+    """Output of the configuration tool, None when it failed."""
+    done = subprocess.run(["uci", "-q", *arguments], capture_output=True, text=True, check=False)
+    return done.stdout.rstrip("\n") if done.returncode == 0 else None

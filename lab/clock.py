@@ -1,0 +1,47 @@
+# SPDX-License-Identifier: MIT
+"""Time as the daemon feels it: the lab's clock runs `speed` times faster than the real one."""
+import os
+import time
+from glob import glob
+
+
+class Clock:
+    def __init__(self, speed):
+        self.speed = speed
+        self.start = time.monotonic()
+
+    def restart(self):
+        self.start = time.monotonic()
+
+    def now(self):
+        """Seconds of the daemon since the last restart."""
+        return (time.monotonic() - self.start) * self.speed
+
+    def sleep(self, seconds):
+        time.sleep(seconds / self.speed)
+
+    def real(self, seconds):
+        return seconds / self.speed
+
+    def wait_until(self, condition, seconds, poll_real_s=0.01):
+        """Polls the condition for so many of the daemon's seconds; returns its first true value, or its last one."""
+        end = time.monotonic() + self.real(seconds)
+        while True:
+            value = condition()
+            if value or time.monotonic() >= end:
+                return value
+            time.sleep(poll_real_s)
+
+    def environment(self, program=None):
+        """Environment for a program that shall live in this time; its children inherit it."""
+        environment = dict(os.environ)
+        if self.speed != 1:
+            environment.update(LD_PRELOAD=":".join(preloaded(program)), FAKETIME=f"+0 x{self.speed:g}")
+        return environment
+
+
+def preloaded(program):
+    libraries = glob("/usr/lib/*/faketime/libfaketime.so.1")
+    if not libraries:
+        raise FileNotFoundError("libfaketime.so.1: install the package faketime, or use --speed 1")
+    return libraries[:1]

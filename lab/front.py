@@ -1,0 +1,122 @@
+# SPDX-License-Identifier: MIT
+"""Front end on the host: reads the options, makes the namespaces, hands the scenario over and returns its exit status."""
+import argparse
+import json
+import os
+import signal
+import subprocess
+import sys
+from pathlib import Path
+
+from lab.scenarios import load_scenarios
+
+ROOT = Path(__file__).resolve().parent.parent
+# Everything started inside ends with the first process of the new pid namespace, and that one with the front end.
+NAMESPACES = ["setpriv", "--pdeathsig", "KILL",
+              "unshare", "--mount", "--net", "--pid", "--fork", "--kill-child", "--mount-proc"]
+EXIT_TIME_LIMIT = 124
+EXIT_INTERRUPTED = 130
+
+
+def parse_options(arguments):
+    parser = argparse.ArgumentParser(prog="./run.sh", description="A virtual router that looks for its WAN port.")
+    parser.add_argument("scenario", nargs="?", default="dhcp", help="what to play (default: dhcp), see --list")
+    parser.add_argument("--list", action="store_true", help="name the scenarios, one line each")
+    parser.add_argument("--speed", type=float, default=10.0, help="how many times faster than real (default: 10)")
+    parser.add_argument("--keep", action="store_true", help="leave the router up afterwards, until Ctrl-C")
+    parser.add_argument("--log", action="store_true", help="show the daemon's log lines too")
+    parser.add_argument("--build", type=Path, help="build folder, or the folder of the programs themselves")
+    parser.add_argument("--report", type=Path, help="write all that was seen to this file, as JSON")
+    parser.add_argument("--time-limit", type=float, help="end with status 124 after so many real seconds")
+    return parser.parse_args(arguments)
+
+
+def list_scenarios(scenarios):
+    width = max(len(name) for name in scenarios)
+    for name, scenario in scenarios.items():
+        print(f"  {name:<{width}}  {scenario.summary}")
+    return 0
+
+
+def find_programs(build):
+    folder = (build or ROOT / "build" / "release").resolve()
+    for candidate in (folder / "bin", folder):
+        if (candidate / "ubusd").exists():
+            return candidate
+    sys.exit(f"run.sh: no programs in {folder}: build first, or name the folder with --build")
+
+
+def settings_for(options):
+    return {
+        "scenario": options.scenario,
+        "speed": options.speed,
+        "log": options.log,
+        "keep": options.keep,
+        "programs": str(find_programs(options.build)),
+        "color": sys.stdout.isatty() and "NO_COLOR" not in os.environ,
+        "want_report": options.report is not None,
+    }
+
+
+def first_process_inside(outer_pid):
+    """The host's own number of the first process in the new pid namespace, or None while there is none yet."""
+    try:
+        children = Path(f"/proc/{outer_pid}/task/{outer_pid}/children").read_text().split()
+    except OSError:
+        return None
+    return int(children[0]) if children else None
+
+
+def read_report(descriptor):
+    with os.fdopen(descriptor, "rb") as stream:
+        return stream.read()
+
+
+def wait_for_end(process, reader, options):
+    """Reads what the inside reports until it closes its end, then collects its exit status."""
+    pid = None
+    while pid is None and process.poll() is None:
+        pid = first_process_inside(process.pid)
+    if pid is not None:
+        process.stdin.write(f"{pid}\n".encode())
+        process.stdin.flush()
+    report = read_report(reader)
+    if options.report:
+        options.report.write_bytes(report)
+    return process.wait()
+
+
+def play(options):
+    reader, writer = os.pipe()
+    environment = dict(os.environ, PYTHONPATH=str(ROOT), PYTHONDONTWRITEBYTECODE="1")
+    command = NAMESPACES + ["/usr/bin/python3", "-m", "lab.inside", str(writer), json.dumps(settings_for(options))]
+    process = subprocess.Popen(command, env=environment, pass_fds=[writer], stdin=subprocess.PIPE, cwd="/")
+    os.close(writer)
+
+    def end_now(number, _frame):
+        process.kill()
+        sys.exit(EXIT_TIME_LIMIT if number == signal.SIGALRM else 128 + number)
+
+    signal.signal(signal.SIGTERM, end_now)
+    signal.signal(signal.SIGALRM, end_now)
+    if options.time_limit:
+        signal.setitimer(signal.ITIMER_REAL, options.time_limit)
+    try:
+        return wait_for_end(process, reader, options)
+    except KeyboardInterrupt:
+        process.kill()
+        return EXIT_INTERRUPTED
+
+
+def main(arguments):
+    options = parse_options(arguments)
+    scenarios = load_scenarios()
+    if options.list:
+        return list_scenarios(scenarios)
+    if options.scenario not in scenarios:
+        print(f"run.sh: no scenario '{options.scenario}'; there are: {', '.join(scenarios)}", file=sys.stderr)
+        return 2
+    if os.geteuid() != 0:
+        print("run.sh: namespaces and raw sockets need root", file=sys.stderr)
+        return 2
+    return play(options)

@@ -1,0 +1,153 @@
+# SPDX-License-Identifier: MIT
+"""The virtual router itself: its ports with what is behind them, bridge, bus, network manager and daemon."""
+import os
+import subprocess
+import threading
+from dataclasses import dataclass
+from pathlib import Path
+
+from lab import config, mounts, network
+from lab.bus import Bus, uci
+from lab.clock import Clock
+from lab.combo import ComboPort
+from lab.daemon import Daemon
+from lab.health import Health
+from lab.sniffer import Sniffer
+from lab.timeline import Timeline
+
+WAN_RESULT = Path("/tmp/wan_detect_result")
+PROTOCOL_RESULT = Path("/tmp/protocol_detect_result")
+COPPER = "phy"
+
+
+@dataclass
+class Port:
+    number: int
+    name: str
+    label: str
+    combo: bool = False
+    behind: object = None
+    line: network.Line = None
+    chip: ComboPort = None
+
+    def linked(self):
+        return network.carrier(self.name)
+
+    def shown_behind(self):
+        if self.combo:
+            return f"combo, {self.chip.joined}" if self.chip else "combo"
+        if self.behind is None:
+            return ""
+        return self.behind.title if self.line and self.line.plugged else "(unplugged)"
+
+
+class Router:
+    def __init__(self, scenario, speed, screen):
+        self.scenario = scenario
+        self.screen = screen
+        self.clock = Clock(speed)
+        self.timeline = Timeline()
+        self.bus = Bus()
+        self.sniffer = Sniffer(self.clock)
+        self.health = None
+        self.daemon = Daemon(self.clock, self.take_log_line)
+        self.console = []
+        self.ports = [Port(number, f"eth{number - 1}", "WAN" if number == 1 else f"LAN{number - 1}",
+                           combo=f"eth{number - 1}" in scenario.combo)
+                      for number in range(1, scenario.port_count + 1)]
+        self.config = config.Config(self.ports, self.port(scenario.wan))
+
+    def port(self, name):
+        return next(port for port in self.ports if port.name == name)
+
+    # --- building -----------------------------------------------------------------------------------------------------
+
+    def build(self):
+        """Everything but the daemon: ports, servers, bridge members, bus, network manager."""
+        threading.Thread(target=self.read_console, args=(mounts.console(),), daemon=True).start()
+        network.make_bridge()
+        for port in self.ports:
+            self.make_port(port)
+        self.scenario.configure(self.config)
+        self.config.write()
+        subprocess.run(["/sbin/wanlan_port_reload"], check=True)
+        for name, behind in self.scenario.cables.items():
+            self.attach(name, behind)
+        self.sniffer.start()
+        self.health = Health(self.clock)
+        self.health.start()
+        self.bus.start()
+
+    def make_port(self, port):
+        if port.combo:
+            port.chip = ComboPort(port, COPPER)
+            port.chip.start()
+            port.line = port.chip.lines[COPPER]
+        else:
+            port.line = network.make_line(f"far-{port.name}", port.name)
+
+    def line(self, name):
+        """The cable at "eth3", or one medium of a combo port: "eth4/sfp"."""
+        name, _, medium = name.partition("/")
+        port = self.port(name)
+        return port, port.chip.lines[medium] if medium else port.line
+
+    def attach(self, name, behind, plugged=True):
+        port, line = self.line(name)
+        port.behind = behind
+        behind.attach(line, port.number, self.clock)
+        self.sniffer.listen(line, name)
+        if plugged:
+            line.plug()
+
+    def read_console(self, descriptor):
+        rest = b""
+        while chunk := os.read(descriptor, 4096):
+            *complete, rest = (rest + chunk).split(b"\n")
+            self.console += [line.decode("utf-8", "replace").rstrip("\r") for line in complete]
+
+    # --- what happens -------------------------------------------------------------------------------------------------
+
+    def take_log_line(self, line):
+        self.screen.log_line(line)
+        event = self.timeline.take(line)
+        if event:
+            self.screen.event(event.at, event.text, event.kind)
+
+    def say(self, text):
+        self.screen.event(self.clock.now(), text, "lab")
+
+    def plug(self, name):
+        self.line(name)[1].plug()
+        self.say(f"the cable of {name} is plugged in")
+
+    def unplug(self, name):
+        self.line(name)[1].unplug()
+        self.say(f"the cable of {name} is pulled out")
+
+    def show_panel(self):
+        self.screen.panel(self.ports, config.wan_port_name())
+
+    # --- what can be seen ---------------------------------------------------------------------------------------------
+
+    def wan_port(self):
+        """Interface name of the WAN port, as the configuration tool tells it."""
+        return uci("get", f"switch.{uci('get', 'switch.wan.switch_port')}.ifname")
+
+    def fake_wan(self):
+        return uci("get", "network.auto_wan_detect.fake_wan_port")
+
+    def probes(self, port=None, kinds=("discover", "padi")):
+        return [probe for probe in self.sniffer.probes if probe.kind in kinds and port in (None, probe.port)]
+
+    def cycle_over(self, seconds, after=0):
+        """Index of the next end of a cycle in the log, waiting for it; None when none comes."""
+        return self.daemon.wait_for("uloop_wan_detect_end", "Wan Detection over!", seconds, after)
+
+
+def content(path):
+    """Text of a result file, None when there is none."""
+    try:
+        return Path(path).read_text()
+    except FileNotFoundError:
+        return None

@@ -1,0 +1,81 @@
+# SPDX-License-Identifier: MIT
+"""The virtual router alone, to see that the lab itself tells the truth."""
+import json
+import subprocess
+import time
+
+from lab.health import client_answered, line_answers
+from lab.network import carrier
+from lab.scenarios.base import Scenario
+from lab.upstream import DhcpServer, PppoeServer, Silent
+
+ANSWER_REAL_S = 3.0
+QUICK_REAL_S = 0.3
+SLEEP_S = 3
+
+
+def output_of(*command, **options):
+    return subprocess.run(command, capture_output=True, text=True, check=False, **options).stdout
+
+
+class Empty(Scenario):
+    name = "empty"
+    rank = 90
+    summary = "the virtual router without the daemon: ports, servers, swap command, time"
+    story = "No daemon runs here. The lab looks at itself: cables, servers, the router's commands and the fast time."
+    cables = {"eth0": DhcpServer(), "eth2": DhcpServer(), "eth3": PppoeServer(), "eth4": Silent()}
+    winner = "eth3"
+
+    def play(self, stage):
+        stage.router.show_panel()
+
+    def judge(self, stage):
+        self.judge_cables(stage)
+        self.judge_time(stage)
+        self.judge_dhcp(stage)
+        self.judge_swap(stage)
+
+    def judge_cables(self, stage):
+        router = stage.router
+        stage.check("a plugged port has a link", carrier("eth2"))
+        stage.check("an unplugged port has none", not carrier("eth1"))
+        router.unplug("eth2")
+        stage.check("a pulled cable takes the link", not carrier("eth2"))
+        router.plug("eth2")
+        stage.check("a plugged cable gives it back", carrier("eth2"))
+        told = output_of("/etc/wan_detect/get_all_port_state.sh")
+        stage.check("the port state command tells the same", json.loads(told) == {
+            port.name: port.name != "eth1" for port in router.ports}, told)
+
+    def judge_time(self, stage):
+        clock = stage.router.clock
+        start = time.monotonic()
+        subprocess.run(["sh", "-c", f"sleep {SLEEP_S}"], env=clock.environment(), check=True)
+        factor = SLEEP_S / (time.monotonic() - start)
+        stage.check("a shell's sleep runs at the lab's speed", 0.5 * clock.speed < factor < 1.1 * clock.speed, factor)
+
+    def judge_dhcp(self, stage):
+        stage.check("a DHCP client on the WAN port gets an answer", line_answers("eth0", ANSWER_REAL_S))
+        stage.check("a DHCP client on a silent port gets none",
+                    not client_answered(["udhcpc", "-f", "-n", "-q", "-t", "1", "-T", "1", "-i", "eth4"], QUICK_REAL_S))
+        stage.check("the network manager sees the WAN port connected", self.state_becomes(stage, "connected"))
+        stage.check("the bus tells it", stage.router.bus.call("network.interface", "status", interface="internet") ==
+                    {"up": True, "state": "connected"})
+        stage.check("the lab's own clients are not taken for the daemon", not stage.router.probes())
+
+    def judge_swap(self, stage):
+        status = subprocess.run(["network_lanwan_swap", "set", "port4"], check=False).returncode
+        stage.check("the swap command succeeds", status == 0, f"exit status {status}")
+        self.judge_bridge(stage, outside=["eth3"])
+        stage.check("nobody offers DHCP at the new WAN port", self.state_becomes(stage, "connecting"))
+        stage.check("a PPPoE client there gets an answer",
+                    client_answered(["pppoe-discovery", "-t", "1", "-a", "1", "-I", "eth3"], ANSWER_REAL_S))
+        missing = subprocess.run(["network_lanwan_swap", "set", "port9"], stderr=subprocess.DEVNULL, check=False)
+        stage.check("the swap command refuses an unknown port", missing.returncode != 0)
+        stage.note("wan_port", stage.router.wan_port())
+
+    def state_becomes(self, stage, state):
+        return stage.router.clock.wait_until(lambda: stage.router.health.state == state, 60)
+
+    def verdict(self, stage):
+        return "cables, servers, commands and time behave" if stage.passed() else "the lab itself is not to be trusted"

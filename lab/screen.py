@@ -1,0 +1,63 @@
+# SPDX-License-Identifier: MIT
+"""What a newcomer sees: the front panel, the timeline as it happens, the closing lines."""
+import sys
+import textwrap
+import threading
+
+COLORS = {"begin": "1;36", "end": "36", "answer": "32", "verdict": "1;32", "swap": "1;33", "link": "35", "lab": "34",
+          "log": "2", "title": "1", "ok": "32", "failed": "1;31", "up": "32", "down": "2", "wan": "1;33"}
+CELL = 15
+TEXT_WIDTH = 96
+
+
+class Screen:
+    def __init__(self, color, show_log):
+        self.color = color
+        self.show_log = show_log
+        self.lock = threading.Lock()
+
+    def paint(self, text, kind):
+        return f"\033[{COLORS[kind]}m{text}\033[0m" if self.color and kind in COLORS else text
+
+    def write(self, text=""):
+        with self.lock:
+            sys.stdout.write(text + "\n")
+            sys.stdout.flush()
+
+    def title(self, scenario, speed):
+        pace = "in real time" if speed == 1 else f"{speed:g} times faster than real"
+        self.write(self.paint(f"{scenario.name}: {scenario.summary}", "title"))
+        for paragraph in textwrap.dedent(scenario.story).strip().split("\n\n"):
+            self.write(textwrap.fill(" ".join(paragraph.split()), TEXT_WIDTH, initial_indent="  ",
+                                     subsequent_indent="  "))
+        self.write(f"  Time runs {pace}; the seconds below are the daemon's own.\n")
+
+    def event(self, at, text, kind):
+        self.write(f"{at:7.1f} s  {self.paint(text, kind)}")
+
+    def log_line(self, line):
+        if self.show_log:
+            where = f"{line.level:<8} {line.function}: " if line.function else ""
+            self.write(self.paint(f"{line.at:7.1f} s  | {where}{line.body}", "log"))
+
+    def panel(self, ports, wan):
+        """Draws the front panel: one socket per port with its label, role, link, and what the cable leads to."""
+        rows = [[(port.name, "title") for port in ports],
+                [(port.label, None) for port in ports],
+                [("WAN", "wan") if port.name == wan else ("LAN", None) for port in ports],
+                [("* link", "up") if port.linked() else (". no link", "down") for port in ports],
+                [(port.shown_behind(), None) for port in ports]]
+        edge = "+".join("-" * CELL for _ in ports)
+        self.write(f"  +{edge}+")
+        for row in rows:
+            cells = (self.paint(text.center(CELL), kind) for text, kind in row)
+            self.write("  |" + "|".join(cells) + "|")
+        self.write(f"  +{edge}+")
+
+    def check(self, what, passed, detail):
+        mark = self.paint("ok    ", "ok") if passed else self.paint("FAILED", "failed")
+        self.write(f"  {mark} {what}" + (f"  ({detail})" if detail and not passed else ""))
+
+    def closing(self, passed, verdict):
+        word = self.paint("PASSED", "verdict") if passed else self.paint("FAILED", "failed")
+        self.write(f"\n{word}: {verdict}")
