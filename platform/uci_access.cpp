@@ -1,0 +1,131 @@
+// SPDX-License-Identifier: MIT
+// Single configuration values, each in a library context of its own.
+#include "platform/uci_access.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include <uci.h>
+
+#include "platform/log.h"
+#include "platform/uci_context.h"
+
+namespace {
+
+// The library reports success for a section that is not there; only the pointer tells.
+bool lookup_reached_a_section_or_package(const uci_ptr &pointer)
+{
+    return (pointer.flags & uci_ptr::UCI_LOOKUP_COMPLETE) || pointer.s;
+}
+
+const char *text_or_none(const char *text)
+{
+    return text ? text : "";
+}
+
+} // namespace
+
+uci_context *open_uci_context()
+{
+    uci_context *context = uci_alloc_context();
+    if (!context)
+        return nullptr;
+    if (uci_set_confdir(context, UCI_CONFIG_DIR) == UCI_OK)
+        return context;
+    uci_free_context(context);
+    return nullptr;
+}
+
+size_t bounded_copy(char *destination, const char *source, size_t size)
+{
+    size_t wanted = strlen(source);
+    if (size == 0)
+        return wanted;
+    size_t copied = std::min(wanted, size - 1);
+    memcpy(destination, source, copied);
+    destination[copied] = '\0';
+    return wanted;
+}
+
+int _uci_get_value(const char *p_uci_str, char *p_value)
+{
+    if (!p_uci_str || !p_value) {
+        LOG(Error, "p_uci_str or p_value is null\n");
+        return UCI_ACCESS_FAILED;
+    }
+    char path[UCI_PATH_SIZE];
+    size_t length = bounded_copy(path, p_uci_str, sizeof path);
+    t_uci_context_guard guard(open_uci_context());
+    if (!guard.context) {
+        LOG(Error, "fail to init uci context:%s\n", path);
+        return UCI_ACCESS_FAILED;
+    }
+    uci_ptr pointer = {};
+    if (length >= sizeof path || uci_lookup_ptr(guard.context, &pointer, path, true) != UCI_OK ||
+        !lookup_reached_a_section_or_package(pointer)) {
+        LOG(Info, "fail to get ptr %s \n", p_uci_str);
+        return UCI_ACCESS_FAILED;
+    }
+    if (pointer.last->type != UCI_TYPE_OPTION) {
+        LOG(Info, "element type is not option:%d\n", pointer.last->type);
+        return UCI_ACCESS_FAILED;
+    }
+    if (pointer.o->type != UCI_TYPE_STRING) {
+        LOG(Info, "option type is not string:%d\n", pointer.o->type);
+        return UCI_ACCESS_FAILED;
+    }
+    bounded_copy(p_value, pointer.o->v.string, UCI_VALUE_SIZE);
+    return 0;
+}
+
+int _uci_set_value_commit(char *p_uci_str, const char *p_value)
+{
+    if (!p_uci_str || !p_value) {
+        LOG(Error, "p_uci_str or p_value is null\n");
+        return UCI_ACCESS_FAILED;
+    }
+    LOG(Info, "p_uci_str:%s, p_value:%s\n", p_uci_str, p_value);
+    char path[UCI_PATH_SIZE];
+    size_t length = bounded_copy(path, p_uci_str, sizeof path);
+    t_uci_context_guard guard(open_uci_context());
+    if (!guard.context) {
+        LOG(Error, "fail to init uci context:%s\n", path);
+        return UCI_ACCESS_FAILED;
+    }
+    uci_ptr pointer = {};
+    if (length >= sizeof path || uci_lookup_ptr(guard.context, &pointer, p_uci_str, true) != UCI_OK) {
+        LOG(Error, "fail to get ptr again %s \n", length >= sizeof path ? p_uci_str : path);
+        return UCI_ACCESS_FAILED;
+    }
+    pointer.value = p_value;
+    LOG(Debug, "p_uci.uci_type:%d\n", pointer.target);
+    LOG(Debug, "p_uci.package:%s\n", text_or_none(pointer.package));
+    LOG(Debug, "p_uci.section:%s\n", text_or_none(pointer.section));
+    LOG(Debug, "p_uci.option:%s\n", text_or_none(pointer.option));
+    LOG(Debug, "p_uci.value:%s\n", pointer.value);
+    int result = uci_set(guard.context, &pointer);
+    if (result != UCI_OK) {
+        LOG(Error, "fail to set ptr %s (ret:%d)\n", path, result);
+        return UCI_ACCESS_FAILED;
+    }
+    if (uci_commit(guard.context, &pointer.p, false) != UCI_OK) {
+        LOG(Error, "fail to commit %s\n", path);
+        return UCI_ACCESS_FAILED;
+    }
+    LOG(Info, "Success to set %s = %s \n", path, p_value);
+    return 0;
+}
+
+t_uci_package::t_uci_package(const char *name) : context(open_uci_context()), package(nullptr)
+{
+    if (context && uci_load(context, name, &package) != UCI_OK) {
+        uci_perror(context, name);
+        package = nullptr;
+    }
+}
+
+t_uci_package::~t_uci_package()
+{
+    if (context)
+        uci_free_context(context);
+}

@@ -1,0 +1,22 @@
+// SPDX-License-Identifier: MIT
+// A library context on the router's configuration, for the sources of uci_access.h only.
+#pragma once
+
+#include <uci.h>
+
+constexpr int UCI_ACCESS_FAILED = -1;
+
+// Null when memory is short. The caller frees it.
+uci_context *open_uci_context();
+
+struct t_uci_context_guard {
+    uci_context *context;
+    explicit t_uci_context_guard(uci_context *made) : context(made) {}
+    ~t_uci_context_guard()
+    {
+        if (context)
+            uci_free_context(context);
+    }
+    t_uci_context_guard(const t_uci_context_guard &) = delete;
+    t_uci_context_guard &operator=(const t_uci_context_guard &) = delete;
+};
