@@ -1,0 +1,117 @@
+// SPDX-License-Identifier: MIT
+// Asking the router's scripts for link states, and reading the JSON that they print.
+#include "platform/adapters/link_status.h"
+
+#include <cstdio>
+#include <cstring>
+
+#include <json-c/json.h>
+
+#include "model/records.h"
+#include "platform/command.h"
+#include "platform/engine_handlers.h"
+#include "platform/log.h"
+
+namespace {
+
+constexpr const char *COMBO_STATE_FORMAT = "/etc/wan_detect/get_combo_state.sh port%d";
+constexpr size_t COMMAND_SIZE = 64;
+
+// Owns a parsed object; null owns nothing.
+struct t_json_guard {
+    json_object *object;
+    explicit t_json_guard(json_object *parsed) : object(parsed) {}
+    ~t_json_guard() { json_object_put(object); }
+    t_json_guard(const t_json_guard &) = delete;
+    t_json_guard &operator=(const t_json_guard &) = delete;
+};
+
+// The object that `text` holds, or null; the caller releases it. A list, a number or a bare word has no members, so it
+// is no better than garbage.
+json_object *parse_json_object(const char *text)
+{
+    json_tokener_error error = json_tokener_success;
+    json_object *parsed = json_tokener_parse_verbose(text, &error);
+    if (error == json_tokener_success && json_object_is_type(parsed, json_type_object))
+        return parsed;
+    json_object_put(parsed);
+    return nullptr;
+}
+
+// Stores a boolean member. True when that changed the flag.
+bool store_flag(t_flag &flag, json_object *member)
+{
+    bool wanted = json_object_get_boolean(member) != 0;
+    bool changed = (flag != 0) != wanted;
+    flag = wanted;
+    return changed;
+}
+
+} // namespace
+
+int update_eth_link_status_using_script(t_device *dev_hashmap_head)
+{
+    char output[PORT_STATE_SIZE + 1] = {};
+    if (capture_command(output, PORT_STATE_COMMAND, sizeof output) != 0)
+        return 0;
+    t_json_guard states(parse_json_object(output));
+    if (!states.object) {
+        LOG(Error, "Execute command:%s error!\n", PORT_STATE_COMMAND);
+        return 0;
+    }
+    LOG(Debug, "Success update eth link status using script, result:%s\n", output);
+    int changed = 0;
+    for (t_device *dev = dev_hashmap_head; dev; dev = static_cast<t_device *>(dev->hh.next)) {
+        json_object *state = json_object_object_get(states.object, dev->name);
+        if (!state) {
+            LOG(Error, "Invalid device state for:%s! Response:%s\n", dev->name, output);
+            continue;
+        }
+        bool up = json_object_get_boolean(state) != 0;
+        if ((dev->link_active != 0) == up)
+            continue;
+        LOG(Info, "Single shot scanning found %s link change to %s, pull trigger!\n", dev->name, up ? "up" : "down");
+        changed = 1;
+        if (engine_handlers.process_link_change)
+            engine_handlers.process_link_change(dev, up);
+    }
+    return changed;
+}
+
+int update_eth_link_status(t_device *dev_hashmap_head)
+{
+    LOG_ENTER();
+    update_eth_link_status_using_script(dev_hashmap_head);
+    return 0;
+}
+
+int update_combo_device_status(t_device *dev)
+{
+    char command[COMMAND_SIZE];
+    snprintf(command, sizeof command, COMBO_STATE_FORMAT, dev->port_num);
+    char output[COMBO_STATE_SIZE + 1] = {};
+    if (capture_command(output, command, sizeof output) != 0)
+        return 0;
+    t_json_guard states(parse_json_object(output));
+    if (!states.object) {
+        LOG(Error, "Execute command:%s error!\n", command);
+        return 0;
+    }
+    bool changed = false;
+    json_object *phy = json_object_object_get(states.object, "phy");
+    if (phy)
+        changed = store_flag(dev->phy_link, phy);
+    else
+        LOG(Error, "Invalid phy state! Response:%s\n", output);
+    json_object *sfp = json_object_object_get(states.object, "sfp");
+    if (sfp)
+        changed = store_flag(dev->sfp_link, sfp) || changed;
+    else
+        LOG(Error, "Invalid sfp state! Response:%s\n", output);
+    json_object *serdes = json_object_object_get(states.object, "serdes");
+    if (serdes)
+        dev->sub_port = strcmp(json_object_get_string(serdes), "sfp") == 0 ? SUB_PORT_SFP : SUB_PORT_PHY;
+    else
+        LOG(Error, "Invalid serdes state! Response:%s\n", output);
+    return changed ? 1 : 0;
+}

@@ -1,0 +1,114 @@
+// SPDX-License-Identifier: MIT
+// The network manager's view of the upstream, the online test, and the router's mode.
+#include "platform/adapters/network_status.h"
+
+#include <csignal>
+#include <sys/wait.h>
+
+extern "C" {
+#include <libubox/blobmsg.h>
+}
+
+#include "model/records.h"
+#include "platform/bus.h"
+#include "platform/command.h"
+#include "platform/log.h"
+#include "platform/uci_access.h"
+
+namespace {
+
+constexpr const char *ONLINE_TEST_COMMAND = "online-test";
+constexpr int ONLINE_TEST_ONLINE = 0;
+constexpr int ONLINE_TEST_OFFLINE = 1;
+
+// Status of the call; the answer goes to `state`, which is NETWORK_UNKNOWN without one.
+int ask_network_manager(const char *interface, int *state)
+{
+    *state = NETWORK_UNKNOWN;
+    blob_buf message = {};
+    blob_buf_init(&message, 0);
+    blobmsg_add_string(&message, "interface", interface);
+    int status = ubus_call_method("network.interface", "status", &message, ubus_call_network_interface_cb, state);
+    blob_buf_free(&message);
+    return status;
+}
+
+bool ended_with(int status, int code)
+{
+    return status != -1 && WIFEXITED(status) && WEXITSTATUS(status) == code;
+}
+
+} // namespace
+
+int get_network_status(int ipv6, int check)
+{
+    int state;
+    const char *interface = ipv6 ? "wanv6" : "internet";
+    int failed = ask_network_manager(interface, &state);
+    if (failed)
+        LOG(Info, "Failed to run ubus call network.interface status '{\"interface\":\"%s\"}'\n", interface);
+    bool unreadable = failed || state == NETWORK_UNKNOWN;
+    if (unreadable && ipv6)
+        return NETWORK_DISCONNECTED;
+    if (unreadable) {
+        failed = ask_network_manager("wan", &state);
+        if (failed)
+            LOG(Error, "Failed to run ubus call network.interface status '{\"interface\":\"wan\"}'\n");
+        if (failed || state == NETWORK_UNKNOWN) {
+            state = NETWORK_DISCONNECTED;
+            if (!check)
+                return state;
+        }
+    }
+    if (check && state == NETWORK_CONNECTED && !check_online())
+        state = NETWORK_POOR_CONNECTED;
+    switch (state) {
+    case NETWORK_UNKNOWN:
+        LOG(Debug, "Get network status return: unknown status\n");
+        break;
+    case NETWORK_DISCONNECTED:
+        LOG(Debug, "Get network status return: disconnected\n");
+        break;
+    case NETWORK_CONNECTED:
+        LOG(Debug, "Get network status return: connected\n");
+        break;
+    case NETWORK_CONNECTING:
+        LOG(Debug, "Get network status return: connecting\n");
+        break;
+    case NETWORK_POOR_CONNECTED:
+        LOG(Debug, "Get network status return: poor connected\n");
+        break;
+    default:
+        LOG(Debug, "Get network status return: unknown status! Impossibe!\n");
+        break;
+    }
+    return state;
+}
+
+int check_online()
+{
+    int status = run_command(ONLINE_TEST_COMMAND);
+    if (ended_with(status, ONLINE_TEST_ONLINE))
+        return 1;
+    if (ended_with(status, ONLINE_TEST_OFFLINE))
+        return 0;
+    LOG(Error, "online-test failed, try again!!\n");
+    // Where children are collected by somebody else, their exit status is lost.
+    struct sigaction by_default = {};
+    by_default.sa_handler = SIG_DFL;
+    struct sigaction previous = {};
+    sigaction(SIGCHLD, &by_default, &previous);
+    status = run_command(ONLINE_TEST_COMMAND);
+    sigaction(SIGCHLD, &previous, nullptr);
+    return ended_with(status, ONLINE_TEST_ONLINE) ? 1 : 0;
+}
+
+int get_is_router_mode()
+{
+    char mode[UCI_VALUE_SIZE] = {};
+    if (_uci_get_value("sysmode.sysmode.mode", mode) != 0) {
+        LOG(Error, "Unable to get sysmode.sysmode.mode, treat it as router!\n");
+        return 1;
+    }
+    return has_prefix(mode, "router") ? 1 : 0;
+}

@@ -1,0 +1,116 @@
+// SPDX-License-Identifier: MIT
+// The router's swap command, run while both background threads are kept out.
+#include "platform/adapters/wan_switch.h"
+
+#include <cstdio>
+#include <cstring>
+
+#include "model/current_wan.h"
+#include "model/gate.h"
+#include "model/records.h"
+#include "platform/adapters/link_status.h"
+#include "platform/clock.h"
+#include "platform/command.h"
+#include "platform/engine_handlers.h"
+#include "platform/log.h"
+
+namespace {
+
+constexpr size_t COMMAND_SIZE = 64;
+constexpr int MILLISECONDS_PER_SECOND = 1000;
+constexpr uint32_t SETTLE_MS = 1;
+
+const char *side_name(uint8_t sub_port)
+{
+    return sub_port == SUB_PORT_PHY ? "phy" : "sfp";
+}
+
+const char *other_side_name(uint8_t sub_port)
+{
+    return sub_port == SUB_PORT_PHY ? "sfp" : "phy";
+}
+
+const char *up_or_down(uint8_t link)
+{
+    return link ? "up" : "down";
+}
+
+// Both block locks are held.
+void block_both_threads()
+{
+    engine_gate->link_trigger_blocked = 1;
+    engine_gate->combo_switch_blocked = 1;
+}
+
+} // namespace
+
+void toggle_combo_state(t_device *dev)
+{
+    if (!dev || dev->name[0] == '\0') {
+        LOG(Error, "Invalid dev!\n");
+        return;
+    }
+    if (!dev->is_combo) {
+        LOG(Error, "device %s not a combo device!\n", dev->name);
+        return;
+    }
+    {
+        t_mutex_guard link_guard(engine_gate->locks.link_block_lock);
+        t_mutex_guard combo_guard(engine_gate->locks.combo_block_lock);
+        uint8_t side = dev->sub_port;
+        const char *old_side = side_name(side);
+        const char *new_side = other_side_name(side);
+        char command[COMMAND_SIZE];
+        snprintf(command, sizeof command, "network_lanwan_swap set port%d %s", dev->port_num, new_side);
+        LOG(Debug, "wan_detect:Switching wan dev to %s, sub_port:%s execute:%s!\n", dev->name, new_side, command);
+        run_command(command);
+        LOG(Notice, "Toggle combo %s state, phy %s, sfp %s, serdes was using %s, success switch it to %s!\n", dev->name,
+            up_or_down(dev->phy_link), up_or_down(dev->sfp_link), old_side, new_side);
+        block_both_threads();
+        LOG(Debug, "toggle_combo_state:success switch combo! Block update eth link & combo switch for %ds!\n",
+            static_cast<int>(SWITCH_BLOCK_SECONDS));
+        sleep_ms(SETTLE_MS);
+    }
+    update_combo_device_status(dev);
+}
+
+void switch_wan_to_dev(t_device *dev, int force)
+{
+    if (!dev || dev->name[0] == '\0') {
+        LOG(Error, "Invalid dev!\n");
+        return;
+    }
+    if (!force) {
+        char current[NAME_SIZE] = {};
+        if (get_wan_device_name(current, sizeof current) != 0) {
+            LOG(Error, "get_wan_device_name failed!\n");
+            return;
+        }
+        if (strncmp(current, dev->name, NAME_SIZE) == 0) {
+            LOG(Debug, "Same wan device, no need to switch!\n");
+            return;
+        }
+    }
+    char command[COMMAND_SIZE];
+    if (dev->is_combo) {
+        update_combo_device_status(dev);
+        // Unlike a toggle, a switch keeps the side in use.
+        snprintf(command, sizeof command, "network_lanwan_swap set port%d %s", dev->port_num, side_name(dev->sub_port));
+    } else {
+        snprintf(command, sizeof command, "network_lanwan_swap set port%d", dev->port_num);
+    }
+    LOG(Debug, "wan_detect:Switching wan dev to %s execute:%s!\n", dev->name, command);
+    {
+        t_mutex_guard link_guard(engine_gate->locks.link_block_lock);
+        t_mutex_guard combo_guard(engine_gate->locks.combo_block_lock);
+        run_command(command);
+        block_both_threads();
+        LOG(Debug,
+            "wan_detect:success switch! Block update eth link & combo switch for %ds!! Start re-detect all in %ds!\n",
+            static_cast<int>(SWITCH_BLOCK_SECONDS), static_cast<int>(REDETECT_AFTER_SWITCH_SECONDS));
+        if (engine_handlers.start_wan_detect_all)
+            engine_handlers.start_wan_detect_all(REDETECT_AFTER_SWITCH_SECONDS * MILLISECONDS_PER_SECOND);
+        sleep_ms(SETTLE_MS);
+    }
+    LOG(Notice, "wan_detect:success switching wan dev to %s, port:%d!\n", dev->name, dev->port_num);
+}

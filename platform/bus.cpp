@@ -1,0 +1,156 @@
+// SPDX-License-Identifier: MIT
+// The one connection to the bus. When the bus daemon goes away the event loop goes on, and the connection comes back
+// with everything that was offered on it.
+#include "platform/bus.h"
+
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <libubus.h>
+
+#include "platform/log.h"
+
+namespace {
+
+constexpr int BUS_RECONNECT_FIRST_MS = 100;
+
+struct t_bus {
+    ubus_context *context;    // owns; null before the set-up and after the shutdown
+    bool connected;           // the context can be used
+    const t_bus_offer *offer; // borrowed for the life of the connection
+    uloop_timeout retry_timer;
+    uloop_fd knock; // a connection that only asks whether the bus daemon answers
+};
+
+t_bus bus = {.context = nullptr, .connected = false, .offer = nullptr, .retry_timer = {}, .knock = {}};
+
+// A shutdown like any other: the signal handler releases what was built so far.
+int give_up()
+{
+    if (raise(SIGTERM) != 0)
+        exit(EXIT_FAILURE);
+    return -1;
+}
+
+void drop_knock()
+{
+    if (!bus.knock.cb)
+        return;
+    uloop_fd_delete(&bus.knock);
+    close(bus.knock.fd);
+    bus.knock = {};
+}
+
+// True when this process, and nobody else, now answers under the object's name and hears the event again: the library
+// publishes objects anew but tells nobody when that failed, and it does not register events anew.
+bool offer_is_back()
+{
+    uint32_t id = 0;
+    if (ubus_lookup_id(bus.context, bus.offer->object->name, &id) != 0 || id != bus.offer->object->id)
+        return false;
+    return ubus_register_event_handler(bus.context, bus.offer->event_handler, bus.offer->event_pattern) == 0;
+}
+
+void restore_connection()
+{
+    if (ubus_reconnect(bus.context, BUS_SOCKET_PATH) != 0)
+        return;
+    if (!offer_is_back()) {
+        // The bus daemon must forget this attempt before the next one, or the name would still be in use.
+        shutdown(bus.context->sock.fd, SHUT_RDWR);
+        return;
+    }
+    uloop_timeout_cancel(&bus.retry_timer);
+    bus.connected = true;
+    ubus_add_uloop(bus.context);
+    LOG(Notice, "ubus connection restored\n");
+}
+
+void knock_answered(uloop_fd *knock, unsigned int)
+{
+    char greeting;
+    bool alive = recv(knock->fd, &greeting, sizeof greeting, MSG_PEEK | MSG_DONTWAIT) > 0;
+    drop_knock();
+    if (alive)
+        restore_connection();
+}
+
+// The library waits for the greeting without a limit, and a bus daemon that hangs would take this one with it. So the
+// loop waits for the greeting on a connection of its own, and the library is asked only when there was one.
+void knock_at_bus()
+{
+    drop_knock();
+    int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    if (fd < 0)
+        return;
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    strncpy(address.sun_path, BUS_SOCKET_PATH, sizeof address.sun_path - 1);
+    bus.knock.fd = fd;
+    bus.knock.cb = knock_answered;
+    if (connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0 ||
+        uloop_fd_add(&bus.knock, ULOOP_READ) != 0)
+        drop_knock();
+}
+
+void retry(uloop_timeout *timer)
+{
+    uloop_timeout_set(timer, BUS_RECONNECT_INTERVAL_MS);
+    knock_at_bus();
+}
+
+// May be called in the middle of a call to another service, so it only asks for what comes next.
+void connection_lost(ubus_context *context)
+{
+    LOG(Notice, "ubus connection lost\n");
+    bus.connected = false;
+    uloop_fd_delete(&context->sock);
+    uloop_timeout_set(&bus.retry_timer, BUS_RECONNECT_FIRST_MS);
+}
+
+} // namespace
+
+int wan_detect_ubus_init(const t_bus_offer *offer)
+{
+    bus.offer = offer;
+    bus.retry_timer.cb = retry;
+    bus.context = ubus_connect(BUS_SOCKET_PATH);
+    if (!bus.context) {
+        LOG(Critical, "ubus connect fail!\n");
+        return give_up();
+    }
+    bus.connected = true;
+    bus.context->connection_lost = connection_lost;
+    ubus_add_uloop(bus.context);
+    int status = ubus_add_object(bus.context, offer->object);
+    if (status != 0) {
+        LOG(Critical, "ubus_add_object: %s\n", ubus_strerror(status));
+        return give_up();
+    }
+    if (ubus_register_event_handler(bus.context, offer->event_handler, offer->event_pattern) != 0) {
+        LOG(Critical, "Failed to add event to ubusd");
+        return give_up();
+    }
+    return 0;
+}
+
+void wan_detect_ubus_done()
+{
+    uloop_timeout_cancel(&bus.retry_timer);
+    drop_knock();
+    if (!bus.context)
+        return;
+    LOG(Debug, "wan_detect_ubus closed\n");
+    ubus_free(bus.context);
+    bus.context = nullptr;
+    bus.connected = false;
+}
+
+ubus_context *wan_detect_ubus_context()
+{
+    return bus.connected ? bus.context : nullptr;
+}
