@@ -1,0 +1,124 @@
+// SPDX-License-Identifier: MIT
+// Waiting changes: one line each, in a file per package of the save directory.
+#include "delta.h"
+
+#include "delta_line.h"
+#include "packages.h"
+#include "tree.h"
+
+#include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
+
+namespace uci_impl {
+
+namespace {
+
+constexpr mode_t mode_bits = 07777;
+
+int apply_delta(uci_context *ctx, uci_package *package, const char *text, size_t size, int *applied)
+{
+    line_reader reader(text, size);
+    delta_line line;
+    for (;;) {
+        int rc = next_delta_line(&reader, package->e.name, &line);
+        if (rc == UCI_ERR_NOTFOUND)
+            return UCI_OK;
+        if (rc != UCI_OK)
+            return rc;
+        if (!line.valid)
+            continue;
+        rc = keep_saved_delta(ctx, package, line);
+        if (rc == UCI_OK)
+            rc = apply_delta_line(ctx, package, &line);
+        if (rc == UCI_ERR_MEM)
+            return rc;
+        ++*applied;
+    }
+}
+
+int apply_delta_of(uci_context *ctx, uci_package *package, const char *directory, int *applied)
+{
+    heap<char> path(join_path(directory, package->e.name));
+    if (path == nullptr)
+        return UCI_ERR_MEM;
+    scoped_fd fd;
+    // A delta directory nobody can read holds no changes for us.
+    return open_shared(path.get(), &fd) == UCI_OK ? apply_delta_file(ctx, package, fd.get(), applied) : UCI_OK;
+}
+
+mode_t mode_of_config(const uci_package *package)
+{
+    struct stat config = {};
+    return stat(package->path, &config) == 0 ? config.st_mode & mode_bits : UCI_FILEMODE;
+}
+
+} // namespace
+
+char *saved_delta_path(uci_context *ctx, const char *package)
+{
+    return join_path(ctx->savedir, package);
+}
+
+int apply_delta_file(uci_context *ctx, uci_package *package, int fd, int *applied)
+{
+    file_text text;
+    int rc = read_all(fd, &text);
+    return rc == UCI_OK ? apply_delta(ctx, package, text.data.get(), text.size, applied) : rc;
+}
+
+int apply_other_deltas(uci_context *ctx, uci_package *package, int *applied)
+{
+    uci_element *e = nullptr;
+    uci_foreach_element(&ctx->delta_path, e)
+    {
+        int rc = strcmp(e->name, ctx->savedir) != 0 ? apply_delta_of(ctx, package, e->name, applied) : UCI_OK;
+        if (rc != UCI_OK)
+            return rc;
+    }
+    return UCI_OK;
+}
+
+int apply_all_deltas(uci_context *ctx, uci_package *package)
+{
+    int applied = 0;
+    int rc = apply_other_deltas(ctx, package, &applied);
+    return rc == UCI_OK ? apply_delta_of(ctx, package, ctx->savedir, &applied) : rc;
+}
+
+int save_delta(uci_context *ctx, uci_package *package)
+{
+    if (uci_list_empty(&package->delta))
+        return UCI_OK;
+    text_builder text;
+    uci_element *e = nullptr;
+    if (text.stream() != nullptr) {
+        uci_foreach_element(&package->delta, e) write_delta_line(text.stream(), package->e.name, uci_to_delta(e));
+    }
+    heap<char> path(saved_delta_path(ctx, package->e.name));
+    int rc = text.finish();
+    if (rc != UCI_OK || path == nullptr)
+        return UCI_ERR_MEM;
+
+    rc = make_directory(ctx->savedir, ctx->confdir);
+    if (rc != UCI_OK)
+        return rc;
+    scoped_fd fd;
+    if (open_exclusive(path.get(), O_CREAT, mode_of_config(package), &fd) != UCI_OK)
+        return UCI_ERR_IO;
+    rc = append_all(fd.get(), text.data(), text.size());
+    if (rc != UCI_OK)
+        return rc;
+
+    while (!uci_list_empty(&package->delta)) {
+        uci_delta *delta = uci_to_delta(list_to_element(package->delta.next));
+        list_remove(&delta->e.list);
+        if ((ctx->flags & UCI_FLAG_SAVED_DELTA) != 0)
+            list_append(&package->saved_delta, &delta->e.list);
+        else
+            delta_free(delta);
+    }
+    return UCI_OK;
+}
+
+} // namespace uci_impl

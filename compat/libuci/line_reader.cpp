@@ -1,0 +1,195 @@
+// SPDX-License-Identifier: MIT
+// Cuts a text into lines and words: quotes, escapes, comments, separators. Shared by configuration and delta files.
+#include "line_reader.h"
+
+#include "names.h"
+
+#include <uci.h>
+
+#include <cstdlib>
+#include <cstring>
+
+namespace uci_impl {
+
+line_reader::~line_reader()
+{
+    free(line_);
+}
+
+int line_reader::append_line()
+{
+    if (taken_ >= size_)
+        return UCI_ERR_NOTFOUND;
+    const char *begin = text_ + taken_;
+    const void *newline = memchr(begin, '\n', size_ - taken_);
+    size_t whole =
+        newline != nullptr ? static_cast<size_t>(static_cast<const char *>(newline) - begin) + 1 : size_ - taken_;
+    // A NUL byte hides the rest of its line, the line end included.
+    size_t visible = strnlen(begin, whole);
+
+    size_t needed = length_ + visible + 1;
+    if (needed > capacity_) {
+        auto *grown = static_cast<char *>(realloc(line_, needed * 2));
+        if (grown == nullptr)
+            return UCI_ERR_MEM;
+        line_ = grown;
+        capacity_ = needed * 2;
+    }
+    memcpy(line_ + length_, begin, visible);
+    length_ += visible;
+    line_[length_] = '\0';
+    taken_ += whole;
+    if (newline != nullptr && visible == whole)
+        lines_++;
+    return UCI_OK;
+}
+
+int line_reader::next_line()
+{
+    length_ = 0;
+    pos_ = 0;
+    end_ = end_of_word::none;
+    return append_line();
+}
+
+void line_reader::skip_blanks()
+{
+    while (pos_ < length_ && is_blank(line_[pos_]))
+        pos_++;
+}
+
+void line_reader::give_up_line()
+{
+    pos_ = length_;
+    end_ = end_of_word::line;
+}
+
+bool line_reader::next_command()
+{
+    if (end_ == end_of_word::line)
+        return false;
+    end_ = end_of_word::none;
+    skip_blanks();
+    return pos_ < length_ && line_[pos_] != '\n' && line_[pos_] != '#';
+}
+
+const char *line_reader::take_keyword()
+{
+    size_t end = pos_;
+    while (end < length_ && !is_blank(line_[end]) && line_[end] != '\n')
+        end++;
+    if (end == pos_ || end == length_ || (line_[end] != ' ' && line_[end] != '\t'))
+        return nullptr;
+    const char *keyword = line_ + pos_;
+    line_[end] = '\0';
+    pos_ = end + 1;
+    return keyword;
+}
+
+bool line_reader::take(char c)
+{
+    if (c == '\0' || current() != c)
+        return false;
+    pos_++;
+    return true;
+}
+
+int line_reader::read_word(size_t *word)
+{
+    *word = length_;
+    if (end_ != end_of_word::none)
+        return UCI_OK;
+    skip_blanks();
+    // The word is written over its own source, which is never shorter.
+    size_t start = pos_;
+    size_t out = start;
+    int rc = read_pieces(&out);
+    if (rc != UCI_OK)
+        return rc;
+    line_[out] = '\0';
+    *word = start;
+    return UCI_OK;
+}
+
+int line_reader::read_pieces(size_t *out)
+{
+    bool unquoted = false; // the last piece of the word
+    while (pos_ < length_) {
+        char c = line_[pos_++];
+        if (is_blank(c))
+            return UCI_OK;
+        int rc = UCI_OK;
+        switch (c) {
+        case '\n':
+            end_ = end_of_word::line;
+            return UCI_OK;
+        case '#':
+            give_up_line();
+            return UCI_OK;
+        case ';':
+            end_ = end_of_word::command;
+            // Glued to an unquoted word it hides whatever follows.
+            if (unquoted)
+                give_up_line();
+            return UCI_OK;
+        case '\'':
+        case '"':
+            unquoted = false;
+            rc = read_quoted(c, out);
+            break;
+        case '\\':
+            unquoted = true;
+            rc = read_escaped(out);
+            break;
+        default:
+            unquoted = true;
+            line_[(*out)++] = c;
+            break;
+        }
+        if (rc != UCI_OK)
+            return rc;
+    }
+    end_ = end_of_word::line;
+    return UCI_OK;
+}
+
+// Takes what follows a backslash: the character itself, or a line end, which joins the next line.
+int line_reader::read_escaped(size_t *out)
+{
+    if (pos_ == length_)
+        return UCI_OK;
+    char c = line_[pos_++];
+    if (c != '\n') {
+        line_[(*out)++] = c;
+        return UCI_OK;
+    }
+    int rc = append_line();
+    return rc == UCI_ERR_NOTFOUND ? UCI_OK : rc;
+}
+
+int line_reader::read_quoted(char quote, size_t *out)
+{
+    for (;;) {
+        while (pos_ == length_) {
+            int rc = append_line();
+            if (rc == UCI_ERR_NOTFOUND) {
+                reason_ = quote == '\'' ? "EOF with unterminated '" : "EOF with unterminated \"";
+                return UCI_ERR_PARSE;
+            }
+            if (rc != UCI_OK)
+                return rc;
+        }
+        char c = line_[pos_++];
+        if (c == quote)
+            return UCI_OK;
+        if (c == '\\' && quote == '"') {
+            int rc = read_escaped(out);
+            if (rc != UCI_OK)
+                return rc;
+            continue;
+        }
+        line_[(*out)++] = c;
+    }
+}
+
+} // namespace uci_impl
