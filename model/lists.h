@@ -27,3 +27,6 @@ void free_device_list(t_device_list *head);
 
 // Unlinks and frees one node of a list; the next node's address is returned so that a walk keeps its place.
 t_device_list *unlink_list_node(t_device_list *node);
+
+// Links a new node for the device behind `place`; null when memory is short.
+t_device_list *insert_list_node(t_device_list *place, t_device *device);

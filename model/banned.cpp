@@ -1,0 +1,209 @@
+// SPDX-License-Identifier: MIT
+// The banned list and its ageing. Lines are logged, and nodes of bans that ran out freed, after the lock is released:
+// nobody should spin while a console is written.
+#include "model/banned.h"
+
+#include <cstdlib>
+
+#include "model/gate.h"
+#include "model/lists.h"
+#include "model/tables.h"
+#include "platform/clock.h"
+#include "platform/log.h"
+#include "platform/result_codes.h"
+
+namespace {
+
+constexpr t_time_stamp NEVER = {0, INT32_MAX};
+
+enum class t_ban_change { created, made_infinite, extended, kept, no_memory };
+
+t_time_stamp end_of_ban(const t_device_list &node)
+{
+    return {node.aging_time.sec, node.aging_time.usec};
+}
+
+void set_end_of_ban(t_device_list *node, t_time_stamp end)
+{
+    node->aging_time.sec = end.sec;
+    node->aging_time.usec = end.usec;
+}
+
+bool is_infinite(const t_device_list &node)
+{
+    return node.aging_time.sec == NEVER.sec && node.aging_time.usec == NEVER.usec;
+}
+
+// A ban that would outlast the 32-bit clock ends with it.
+t_time_stamp end_after(t_time_stamp now, int32_t seconds)
+{
+    if (seconds == BAN_FOREVER)
+        return NEVER;
+    return {seconds > INT32_MAX - now.sec ? INT32_MAX : now.sec + seconds, now.usec};
+}
+
+// A 32-bit product by design: long bans compare by what is left of it.
+int32_t wrapped_microseconds(int32_t seconds)
+{
+    return static_cast<int32_t>(static_cast<uint32_t>(seconds) * static_cast<uint32_t>(MICROSECONDS_PER_SECOND));
+}
+
+t_device_list *find_ban(t_device_list_head *banned_list, const t_device *device)
+{
+    t_device_list *node = banned_list->head.next;
+    while (node && node->dev != device)
+        node = node->next;
+    return node;
+}
+
+// Under the banned lock.
+t_ban_change renew_ban(t_device_list *node, int32_t seconds, t_time_stamp now)
+{
+    if (seconds == BAN_FOREVER) {
+        set_end_of_ban(node, NEVER);
+        return t_ban_change::made_infinite;
+    }
+    if (time_stamp_diff_us(end_of_ban(*node), now) >= wrapped_microseconds(seconds))
+        return t_ban_change::kept;
+    set_end_of_ban(node, end_after(now, seconds));
+    return t_ban_change::extended;
+}
+
+t_ban_change ban(t_device_list_head *banned_list, t_device *device, int32_t seconds)
+{
+    t_spin_guard banning(engine_gate->locks.banned_lock);
+    const t_time_stamp now = get_time_stamp();
+    if (t_device_list *node = find_ban(banned_list, device))
+        return renew_ban(node, seconds, now);
+    t_device_list *node = insert_list_node(&banned_list->head, device);
+    if (!node)
+        return t_ban_change::no_memory;
+    set_end_of_ban(node, end_after(now, seconds));
+    banned_list->count++;
+    return t_ban_change::created;
+}
+
+bool lift_ban(t_device_list_head *banned_list, const t_device *device, bool infinite_only)
+{
+    t_spin_guard banning(engine_gate->locks.banned_lock);
+    t_device_list *node = find_ban(banned_list, device);
+    if (!node || (infinite_only && !is_infinite(*node)))
+        return false;
+    unlink_list_node(node);
+    banned_list->count--;
+    return true;
+}
+
+void move_node(t_device_list *node, t_device_list *place)
+{
+    node->prev->next = node->next;
+    if (node->next)
+        node->next->prev = node->prev;
+    node->prev = place;
+    node->next = nullptr;
+    place->next = node;
+}
+
+// Moves the bans that ran out to `expired`, in list order.
+void take_expired_bans(t_device_list_head *banned_list, t_device_list *expired)
+{
+    t_spin_guard banning(engine_gate->locks.banned_lock);
+    const t_time_stamp now = get_time_stamp();
+    for (t_device_list *node = banned_list->head.next, *next; node; node = next) {
+        next = node->next;
+        if (is_infinite(*node) || time_stamp_diff_us(end_of_ban(*node), now) >= 1)
+            continue;
+        move_node(node, expired);
+        expired = node;
+        banned_list->count--;
+    }
+}
+
+} // namespace
+
+void update_banned_device_list(t_device_list_head *banned_list)
+{
+    if (!banned_list)
+        return;
+    t_device_list expired = {};
+    take_expired_bans(banned_list, &expired);
+    for (const t_device_list *node = expired.next; node; node = node->next)
+        LOG(Info, "banned dev:%s out of time, remove it from banned list, now allow it to be wan!\n",
+            device_name(node->dev));
+    free_device_list(&expired);
+}
+
+int add_unique_banned_device_to_list(t_device *dev_hashmap_head, t_device_list_head *banned_list, const char *name,
+                                     int32_t seconds)
+{
+    if (!dev_hashmap_head || !banned_list || !name || seconds < BAN_FOREVER)
+        return ERR_INVALID_INPUT;
+    if (seconds == 0)
+        return remove_banned_device_from_list(dev_hashmap_head, banned_list, name, nullptr);
+    t_device *device = find_device(dev_hashmap_head, name);
+    if (!device) {
+        LOG(Error, "Device %s doesn't existed!\n", name);
+        return ERR_NOTHING_DONE;
+    }
+    switch (ban(banned_list, device, seconds)) {
+    case t_ban_change::made_infinite:
+        LOG(Info, "dev:%s already in list, Update its aging_time to infinite until next time the device link up!\n",
+            device->name);
+        return ERR_ALREADY_PRESENT;
+    case t_ban_change::extended:
+        LOG(Info, "dev:%s already in list, Update its aging_time!\n", device->name);
+        return ERR_ALREADY_PRESENT;
+    case t_ban_change::kept:
+        LOG(Info, "dev:%s already in list, Remain aging_time unchanged!\n", device->name);
+        return ERR_ALREADY_PRESENT;
+    case t_ban_change::no_memory:
+        LOG(Error, "malloc new t_device_list for dev:%s failed!\n", device->name);
+        return ERR_NO_MEMORY;
+    case t_ban_change::created:
+        break;
+    }
+    LOG(Info, "dev:%s is banned to act as wan now for %ds!\n", device->name, seconds);
+    return OK;
+}
+
+int remove_banned_device_from_list(t_device *dev_hashmap_head, t_device_list_head *banned_list, const char *name,
+                                   t_device *device)
+{
+    if (!dev_hashmap_head || !banned_list || (!name && !device))
+        return ERR_INVALID_INPUT;
+    if (!device)
+        device = find_device(dev_hashmap_head, name);
+    if (!device) {
+        LOG(Error, "Device %s doesn't existed!\n", name);
+        return ERR_NOTHING_DONE;
+    }
+    if (!lift_ban(banned_list, device, false))
+        return ERR_NOTHING_DONE;
+    LOG(Debug, "Success remove dev:%s from banned list!\n", device->name);
+    return OK;
+}
+
+int remove_infinte_banned_device_from_list(t_device *dev_hashmap_head, t_device_list_head *banned_list,
+                                           const char *name, t_device *device)
+{
+    if (!dev_hashmap_head || !banned_list || (!name && !device))
+        return ERR_INVALID_INPUT;
+    if (!device)
+        device = find_device(dev_hashmap_head, name);
+    if (!device) {
+        LOG(Error, "Device %s doesn't existed!\n", name);
+        return ERR_NOTHING_DONE;
+    }
+    if (!lift_ban(banned_list, device, true))
+        return ERR_NOTHING_DONE;
+    LOG(Debug, "Success remove infinte banned dev:%s from banned list!\n", device->name);
+    return OK;
+}
+
+bool is_banned_device(t_device_list_head *banned_list, const t_device *device)
+{
+    if (!banned_list)
+        return false;
+    t_spin_guard banning(engine_gate->locks.banned_lock);
+    return check_device_in_list(&banned_list->head, device) != 0;
+}

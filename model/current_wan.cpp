@@ -1,0 +1,114 @@
+// SPDX-License-Identifier: MIT
+// The current WAN port and its connection type, read anew from the configuration.
+#include "model/current_wan.h"
+
+#include <cstdio>
+#include <cstring>
+
+#include "model/config_text.h"
+#include "model/tables.h"
+#include "platform/log.h"
+#include "platform/result_codes.h"
+
+namespace {
+
+int get_ipv4_conntype(char (&type)[NAME_SIZE])
+{
+    LOG_ENTER();
+    char value[UCI_VALUE_SIZE] = "";
+    if (_uci_get_value("network.wan.wan_type", value) != OK || !value[0]) {
+        const int result = _uci_get_value("network.wan.proto", value);
+        if (result != OK)
+            return result;
+    } else if (strcmp(value, "pppoeshare") == 0) {
+        bounded_copy(value, "pppoe", sizeof value);
+    }
+    char carrier[UCI_VALUE_SIZE] = "";
+    if (strcmp(value, "v6plus") == 0 && _uci_get_value("network.wan.carrier", carrier) == OK &&
+        strcmp(carrier, "4") == 0)
+        bounded_copy(value, "ocn", sizeof value);
+    copy_name(type, value);
+    return OK;
+}
+
+void get_ipv4_secondary_conntype(const char *type, t_protocol *protocol)
+{
+    LOG_ENTER();
+    char key[CONFIG_TEXT_SIZE];
+    snprintf(key, sizeof key, "protocol.%s.snd_conn", type);
+    char value[UCI_VALUE_SIZE];
+    if (_uci_get_value(key, value) == OK)
+        copy_name(protocol->snd_conn, value);
+    else
+        copy_name(protocol->snd_conn, has_prefix(type, "pppoe") ? "none" : "dynamic");
+}
+
+bool has_secondary_connection(const char *type)
+{
+    return has_prefix(type, "l2tp") || has_prefix(type, "pptp") || has_prefix(type, "pppoe");
+}
+
+} // namespace
+
+int get_wan_device_name(char *buffer, size_t size)
+{
+    if (!buffer || size == 0)
+        return ERR_INVALID_INPUT;
+    memset(buffer, 0, size);
+    char section[UCI_VALUE_SIZE] = "";
+    const int result = _uci_get_value("switch.wan.switch_port", section);
+    if (result != OK) {
+        LOG(Error, "switch.wan.switch_port=%s\n", section);
+        return result;
+    }
+    char key[SWITCH_KEY_SIZE];
+    char ifname[UCI_VALUE_SIZE];
+    if (read_switch_ifname("", section, key, ifname) != OK || !is_ethernet_name(ifname)) {
+        LOG(Error, "%s=%s, or not begin with \"eth\"\n", key, ifname);
+        return ERR_CONFIG_VALUE;
+    }
+    bounded_copy(buffer, ifname, size);
+    LOG(Debug, "Successful get wan device:%s\n", buffer);
+    return OK;
+}
+
+int update_wan_device(t_port_model *model)
+{
+    LOG_ENTER();
+    char name[NAME_SIZE];
+    if (get_wan_device_name(name, sizeof name) != OK) {
+        LOG(Error, "get_wan_device_name failed!\n");
+        return ERR_CONFIG_VALUE;
+    }
+    t_device *device = find_device(model->dev_hashmap_head, name);
+    if (!device) {
+        LOG(Error, "Can't find the device:%s in hash list!\n", name);
+        return ERR_NOTHING_DONE;
+    }
+    model->wan_dev = device;
+    return OK;
+}
+
+void update_wan_ipv4_protocol(t_port_model *model)
+{
+    LOG_ENTER();
+    char type[NAME_SIZE];
+    if (get_ipv4_conntype(type) != OK) {
+        LOG(Error, "get_ipv4_conntype failed!\n");
+        return;
+    }
+    t_protocol *protocol = find_protocol(model->proto_hashmap_head, type);
+    if (!protocol) {
+        LOG(Error, "Can't find the protocol:%s in /etc/config!\n", type);
+        return;
+    }
+    if (has_prefix(type, "static")) {
+        update_static_protocol_ip_config(type, nullptr, &protocol->static_config);
+    } else if (has_secondary_connection(type)) {
+        get_ipv4_secondary_conntype(type, protocol);
+        if (has_prefix(protocol->snd_conn, "static"))
+            update_static_protocol_ip_config(type, protocol->snd_conn, &protocol->static_config);
+    }
+    model->wan_proto = protocol;
+    LOG(Debug, "get wan device: %s using conntype: %s\n", device_name(model->wan_dev), type);
+}

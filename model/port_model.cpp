@@ -1,0 +1,55 @@
+// SPDX-License-Identifier: MIT
+// The one model record and its release.
+#include "model/port_model.h"
+
+#include <cstdlib>
+
+#include "model/lists.h"
+#include "model/tables.h"
+
+t_port_model port_model;
+
+namespace {
+
+void empty_list(t_device_list_head *list)
+{
+    free_device_list(&list->head);
+    list->count = 0;
+}
+
+void release_all_protocols(t_protocol **proto_hashmap_head)
+{
+    while (t_protocol *protocol = *proto_hashmap_head) {
+        empty_list(&protocol->devices);
+        HASH_DEL(*proto_hashmap_head, protocol);
+        free(protocol);
+    }
+}
+
+void release_table(t_device **table)
+{
+    if (*table)
+        release_all_device(table);
+}
+
+} // namespace
+
+void release_port_model(t_port_model *model)
+{
+    // Whatever borrows a record goes first. No lock: the other threads have ended and the locks are gone.
+    model->wan_dev = nullptr;
+    model->wan_proto = nullptr;
+    model->fake_wan = nullptr;
+    for (t_device *&entry : model->priority_order)
+        entry = nullptr;
+    empty_list(&model->banned_list);
+
+    release_all_protocols(&model->proto_hashmap_head);
+    release_table(&model->dev_hashmap_head);
+    release_table(&model->wan_port_pool);
+    for (t_device *&table : model->lan_agg)
+        release_table(&table);
+    release_table(&model->gaming);
+    model->device_count = 0;
+    model->protocol_count = 0;
+}
