@@ -1,0 +1,183 @@
+// SPDX-License-Identifier: MIT
+#include "core/background.h"
+
+#include <cerrno>
+#include <csignal>
+#include <initializer_list>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include "core/engine.h"
+#include "core/link_change.h"
+#include "model/port_model.h"
+#include "platform/clock.h"
+#include "platform/shared.h"
+
+constexpr int NO_REQUEST = -1;
+constexpr int NOT_STOPPING = -1;
+constexpr int64_t MICROSECONDS_PER_MILLISECOND = 1000;
+
+static t_shared<int> stop_reason = {NOT_STOPPING}; // signal number, or 0 for an end without one
+static t_shared<int> requested_delay_ms = {NO_REQUEST};
+static t_shared<int> threads_at_work = {0};
+static pthread_t loop_thread;
+static int stop_fd = -1; // readable for good once the end is asked for
+static int idle_fd = -1; // readable when the last background thread left
+static uloop_fd stop_watcher;
+static uloop_fd wake_watcher;
+
+static void wake(int fd)
+{
+    const uint64_t one = 1;
+    ssize_t written = write(fd, &one, sizeof one);
+    static_cast<void>(written); // a counter that is full wakes as well
+}
+
+static void end_loop(uloop_fd *, unsigned int)
+{
+    uloop_end();
+}
+
+// A cycle may have ended between the request and now; a WAN port that went down then opens the next one.
+static void serve_request(uloop_fd *watcher, unsigned int)
+{
+    uint64_t wakes;
+    ssize_t got = read(watcher->fd, &wakes, sizeof wakes);
+    static_cast<void>(got); // nothing there means that somebody else was served already
+    int delay_ms = __atomic_exchange_n(&requested_delay_ms.value, NO_REQUEST, __ATOMIC_ACQ_REL);
+    if (delay_ms == NO_REQUEST)
+        return;
+    if (!engine.detecting && !port_model.wan_detect_running) {
+        engine.detecting = 1;
+        delay_ms = WAN_DOWN_DELAY_MS;
+    }
+    uloop_timeout_set(&engine.start_wan_detect, delay_ms);
+}
+
+bool init_background()
+{
+    loop_thread = pthread_self();
+    stop_fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    idle_fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    wake_watcher.fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    return stop_fd >= 0 && idle_fd >= 0 && wake_watcher.fd >= 0;
+}
+
+void attach_background_to_loop()
+{
+    stop_watcher.fd = stop_fd;
+    stop_watcher.cb = end_loop;
+    wake_watcher.cb = serve_request;
+    uloop_fd_add(&stop_watcher, ULOOP_READ);
+    uloop_fd_add(&wake_watcher, ULOOP_READ);
+}
+
+void detach_background_from_loop()
+{
+    uloop_fd_delete(&stop_watcher);
+    uloop_fd_delete(&wake_watcher);
+}
+
+void request_stop(int signal_number)
+{
+    int saved_errno = errno;
+    int expected = NOT_STOPPING;
+    __atomic_compare_exchange_n(&stop_reason.value, &expected, signal_number, false, __ATOMIC_ACQ_REL,
+                                __ATOMIC_ACQUIRE);
+    wake(stop_fd);
+    errno = saved_errno;
+}
+
+int stop_signal()
+{
+    int reason = stop_reason;
+    return reason == NOT_STOPPING ? 0 : reason;
+}
+
+// Waits for a descriptor, whatever signals arrive meanwhile; true when it became readable.
+static bool wait_readable(int fd, uint32_t milliseconds)
+{
+    const t_time_stamp start = get_time_stamp();
+    int64_t left_ms = milliseconds;
+    for (;;) {
+        pollfd wanted = {fd, POLLIN, 0};
+        int ready = poll(&wanted, 1, static_cast<int>(left_ms));
+        if (ready > 0)
+            return true;
+        int64_t passed_ms = time_stamp_diff_us(get_time_stamp(), start) / MICROSECONDS_PER_MILLISECOND;
+        left_ms = static_cast<int64_t>(milliseconds) - passed_ms;
+        if (left_ms <= 0)
+            return false;
+    }
+}
+
+bool sleep_unless_stopped(uint32_t milliseconds)
+{
+    return wait_readable(stop_fd, milliseconds);
+}
+
+int start_background_thread(pthread_t *thread, t_thread_body body, void *argument)
+{
+    sigset_t ends, saved;
+    sigemptyset(&ends);
+    sigaddset(&ends, SIGTERM);
+    sigaddset(&ends, SIGINT);
+    sigaddset(&ends, SIGALRM);
+    __atomic_add_fetch(&threads_at_work.value, 1, __ATOMIC_ACQ_REL);
+    pthread_sigmask(SIG_BLOCK, &ends, &saved);
+    int result = pthread_create(thread, nullptr, body, argument);
+    pthread_sigmask(SIG_SETMASK, &saved, nullptr);
+    if (result != 0)
+        leave_background();
+    return result;
+}
+
+void leave_background()
+{
+    if (__atomic_sub_fetch(&threads_at_work.value, 1, __ATOMIC_ACQ_REL) == 0)
+        wake(idle_fd);
+}
+
+void park_background()
+{
+    leave_background();
+    for (;;)
+        pause();
+}
+
+bool stop_background_threads()
+{
+    request_stop(0);
+    const t_time_stamp start = get_time_stamp();
+    while (threads_at_work > 0) {
+        int64_t passed_ms = time_stamp_diff_us(get_time_stamp(), start) / MICROSECONDS_PER_MILLISECOND;
+        if (passed_ms >= BACKGROUND_STOP_LIMIT_MS)
+            return false;
+        uint64_t wakes;
+        if (wait_readable(idle_fd, static_cast<uint32_t>(BACKGROUND_STOP_LIMIT_MS - passed_ms)) &&
+            read(idle_fd, &wakes, sizeof wakes) < 0 && errno != EAGAIN)
+            return false;
+    }
+    return true;
+}
+
+void release_background()
+{
+    for (int *fd : {&stop_fd, &idle_fd, &wake_watcher.fd}) {
+        if (*fd >= 0)
+            close(*fd);
+        *fd = -1;
+    }
+}
+
+void request_start_wan_detect(int delay_ms)
+{
+    if (pthread_equal(pthread_self(), loop_thread)) {
+        requested_delay_ms = NO_REQUEST;
+        uloop_timeout_set(&engine.start_wan_detect, delay_ms);
+        return;
+    }
+    requested_delay_ms = delay_ms;
+    wake(wake_watcher.fd);
+}

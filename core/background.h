@@ -1,0 +1,53 @@
+// SPDX-License-Identifier: MIT
+// The background threads' side of life: how they start, sleep, reach the loop and are stopped.
+//
+// A background thread never touches the loop's timers. It leaves its wish in one slot, the last one winning, and wakes
+// the loop through a descriptor. Stopping is asked for through a second descriptor that every sleep watches, so that
+// each thread reaches a point where it touches nothing shared before the shared things go away.
+#pragma once
+
+#include <cstdint>
+#include <pthread.h>
+
+constexpr int BACKGROUND_STOP_LIMIT_MS = 3000; // a thread that sits in a command is not waited for any longer
+
+using t_thread_body = void *(*)(void *);
+
+// Opens the descriptors. Main thread, before anything that can stop. False when the kernel refuses.
+bool init_background();
+
+// Lets the loop watch the descriptors; after uloop_init.
+void attach_background_to_loop();
+
+// Takes them out of the loop again; before uloop_done.
+void detach_background_from_loop();
+
+// Asks for the end of the process. Safe in a signal handler; any thread. The first signal number wins.
+void request_stop(int signal_number);
+
+// The signal that asked for the end; 0 while nobody did.
+int stop_signal();
+
+// Sleeps, at once over when the end is asked for; then true. Any thread.
+bool sleep_unless_stopped(uint32_t milliseconds);
+
+// Starts a thread in which the signals that end the process are blocked. Shutdown waits for it until it leaves. The
+// error number of pthread_create, 0 for success.
+int start_background_thread(pthread_t *thread, t_thread_body body, void *argument);
+
+// Last call of a detached thread's body: it touches nothing shared any more.
+void leave_background();
+
+// Last call of a worker that is cancelled and joined: says that it touches nothing shared any more and waits to be
+// cancelled.
+[[noreturn]] void park_background();
+
+// Waits until no background thread is at work. False when one still is after BACKGROUND_STOP_LIMIT_MS. Main thread.
+bool stop_background_threads();
+
+// Closes the descriptors, when every thread is gone.
+void release_background();
+
+// Arms uloop_start_wan_detect after `delay_ms`: directly on the loop thread, by the slot on any other. The last one
+// wins.
+void request_start_wan_detect(int delay_ms);

@@ -1,0 +1,163 @@
+// SPDX-License-Identifier: MIT
+#include "core/candidates.h"
+
+#include <cstring>
+
+#include "core/engine.h"
+#include "model/banned.h"
+#include "model/fake_wan.h"
+#include "model/lists.h"
+#include "model/port_model.h"
+#include "model/reserved_ports.h"
+#include "model/tables.h"
+#include "platform/log.h"
+#include "platform/result_codes.h"
+
+constexpr const char *NAME_SEPARATOR = "\u3001";
+
+// A port may be WAN by configuration and has a link. The device lock is held.
+static bool may_be_wan(const t_device *dev)
+{
+    return !is_reserved_port(&port_model, dev->name) && port_model.wan_port_pool &&
+           find_device(port_model.wan_port_pool, dev->name) && !is_banned_device(&port_model.banned_list, dev) &&
+           dev->link_active;
+}
+
+void generate_possible_wan_dev_list()
+{
+    LOG_ENTER();
+    t_read_guard guard(engine_gate->locks.device_lock);
+    for (t_device *dev = port_model.dev_hashmap_head; dev; dev = static_cast<t_device *>(dev->hh.next)) {
+        if (!may_be_wan(dev))
+            continue;
+        if (add_candidate(dev) == OK)
+            LOG(Debug, "Add device %s to possible wan list!\n", dev->name);
+        else
+            LOG(Info, "Failed to add device %s to possible wan list!\n", dev->name);
+    }
+}
+
+void clear_candidates()
+{
+    free_device_list(&engine.possible_wan_dev_list.head);
+    engine.possible_wan_dev_list.count = 0;
+}
+
+int add_candidate(t_device *dev)
+{
+    int added = add_unique_device_inorder_to_list(&engine.possible_wan_dev_list.head, dev);
+    if (added == OK)
+        engine.possible_wan_dev_list.count++;
+    return added;
+}
+
+int drop_candidate(const t_device *dev)
+{
+    int removed = remove_unique_device_from_list(&engine.possible_wan_dev_list.head, dev);
+    if (removed == OK)
+        engine.possible_wan_dev_list.count--;
+    return removed;
+}
+
+void adopt_parked_devices()
+{
+    t_spin_guard guard(engine_gate->locks.cache_lock);
+    if (engine.possible_wan_dev_list_cache.count != 0)
+        merge_two_list(&engine.possible_wan_dev_list, &engine.possible_wan_dev_list_cache);
+}
+
+// Unlinks a candidate and returns the next one, so that the walk keeps its place.
+static t_device_list *unlink_candidate(t_device_list *node)
+{
+    engine.possible_wan_dev_list.count--;
+    return unlink_list_node(node);
+}
+
+int drop_void_candidates()
+{
+    int dropped = 0;
+    for (t_device_list *node = engine.possible_wan_dev_list.head.next; node;) {
+        if (node->dev) {
+            node = node->next;
+            continue;
+        }
+        node = unlink_candidate(node);
+        dropped++;
+    }
+    return dropped;
+}
+
+int join_candidate_names(char (&names)[JOINED_NAMES_SIZE])
+{
+    int found = 0;
+    size_t used = 0;
+    names[0] = '\0';
+    for (const t_device_list *node = engine.possible_wan_dev_list.head.next; node; node = node->next) {
+        found++;
+        size_t wanted = strlen(node->dev->name) + strlen(NAME_SEPARATOR);
+        if (used + wanted >= sizeof names)
+            continue;
+        snprintf(names + used, sizeof names - used, "%s%s", node->dev->name, NAME_SEPARATOR);
+        used += wanted;
+    }
+    return found;
+}
+
+void t_leaving_fake_wan::note(const t_device *leaver)
+{
+    if (port_model.fake_wan && strcmp(port_model.fake_wan->name, leaver->name) == 0)
+        dev_ = leaver;
+}
+
+bool t_leaving_fake_wan::remove(bool need_link) const
+{
+    return dev_ && remove_fake_wan_if_match(dev_, need_link);
+}
+
+void remove_impossble_wan_dev_from_list()
+{
+    t_leaving_fake_wan fake_wan;
+    {
+        t_read_guard guard(engine_gate->locks.device_lock);
+        for (t_device_list *node = engine.possible_wan_dev_list.head.next; node;) {
+            if (may_be_wan(node->dev)) {
+                node = node->next;
+                continue;
+            }
+            LOG(Debug, "Remove %s out of pssible wan list due to link down or not allow to use as wan!\n",
+                node->dev->name);
+            fake_wan.note(node->dev);
+            node = unlink_candidate(node);
+        }
+    }
+    fake_wan.remove(true);
+}
+
+void remove_brlan_dev_from_list()
+{
+    t_leaving_fake_wan fake_wan;
+    {
+        t_read_guard guard(engine_gate->locks.device_lock);
+        for (t_device_list *node = engine.possible_wan_dev_list.head.next; node;) {
+            if (node->dev->link_active && !node->dev->is_brlan_dev) {
+                node = node->next;
+                continue;
+            }
+            LOG(Debug, "Remove %s out of pssible wan list due to link down or has br-lan device(s)!\n",
+                node->dev->name);
+            fake_wan.note(node->dev);
+            node = unlink_candidate(node);
+        }
+    }
+    if (fake_wan.remove(true))
+        LOG(Error, "Impossibe! fake_wan has a br-lan device?\n");
+}
+
+void clear_dev_list_volatile_attribute(t_device_list_head *list)
+{
+    LOG_ENTER();
+    for (t_device_list *node = list->head.next; node; node = node->next) {
+        node->dev->is_brlan_dev = 0;
+        node->dev->result = {};
+    }
+}

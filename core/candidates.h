@@ -1,0 +1,47 @@
+// SPDX-License-Identifier: MIT
+// The candidate list of a cycle: who gets in, who is filtered out. Loop thread only.
+#pragma once
+
+#include <cstddef>
+
+#include "model/records.h"
+
+constexpr size_t JOINED_NAMES_SIZE = 512;
+
+// Fills the empty list with every linked port of the pool that is neither reserved nor banned.
+void generate_possible_wan_dev_list();
+
+// Empties the list.
+void clear_candidates();
+
+// Adds or drops one port and keeps the count; results as those of the list operations.
+int add_candidate(t_device *dev);
+int drop_candidate(const t_device *dev);
+
+// Moves the ports that were parked during the cycle into the list.
+void adopt_parked_devices();
+
+// Unlinks nodes without a device and returns how many there were.
+int drop_void_candidates();
+
+// Writes every candidate's name, each followed by an ideographic comma, and returns how many candidates there are.
+// Names that do not fit whole are left out of the text.
+int join_candidate_names(char (&names)[JOINED_NAMES_SIZE]);
+
+// Drop the ports that may not be WAN, or have no link; drop those with LAN hosts behind them.
+void remove_impossble_wan_dev_from_list();
+void remove_brlan_dev_from_list();
+
+// Forgets the cycle's findings on every device of a list.
+void clear_dev_list_volatile_attribute(t_device_list_head *list);
+
+// Candidates leave the list while the device lock is held, but removing the fake WAN port runs a command. So a walk
+// notes the fake WAN port among the leavers, and it is removed when the lock is free again.
+class t_leaving_fake_wan {
+public:
+    void note(const t_device *leaver);
+    bool remove(bool need_link) const; // true when it was removed
+
+private:
+    const t_device *dev_ = nullptr;
+};

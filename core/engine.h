@@ -1,0 +1,78 @@
+// SPDX-License-Identifier: MIT
+// The engine record: what all steps of a detection cycle share, and the small moves that every step makes. Loop thread
+// only, but for the flags marked as shared.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "model/gate.h"
+#include "model/records.h"
+#include "platform/engine_handlers.h"
+#include "probes/dns_probe.h"
+
+extern "C" {
+#include <libubox/uloop.h>
+}
+
+constexpr int CYCLE_RETRY_MS = 500; // another cycle or a request is running
+constexpr int CYCLE_POLL_MS = 1000; // no candidate left, or none answered
+constexpr int HEARTBEAT_INTERVAL_MS = 100;
+
+// Who holds the one protocol-probe stage.
+enum class t_stage_owner : uint8_t { nobody, cycle, request };
+
+struct t_wan_detect_engine {
+    t_flag detecting;                               // a cycle is open; ports that come up are parked. Shared.
+    t_flag restart_requested;                       // the running cycle gives up at its next pass
+    t_device *result_dev;                           // verdict, borrowed; null for none
+    t_device_list_head possible_wan_dev_list;       // candidates, by priority
+    t_device_list_head possible_wan_dev_list_cache; // parked ports, under the cache lock
+    t_dns_ctx dns_ctx;
+    // Ten timers: eight here, two at the end of the probe stage's members. Each is bound once, at start-up.
+    uloop_timeout init_wan_detect_all;
+    uloop_timeout start_wan_detect;
+    uloop_timeout using_proto_detect;
+    uloop_timeout using_arp;
+    uloop_timeout using_dns;
+    uloop_timeout try_each;
+    uloop_timeout end;
+    uloop_timeout heartbeat;
+    t_engine_gate gate; // the two pause flags and the five locks
+    uint32_t proto_detect_elapsed_ms;
+    uint32_t proto_detect_timeout_ms;
+    t_device *proto_detect_dev;      // borrowed; null for every linked port
+    t_protocol *proto_detect_target; // borrowed; null for DHCP and PPPoE both
+    uloop_timeout proto_detect_start;
+    uloop_timeout proto_detect_end;
+
+    // Keeps a cycle and a one-shot request out of each other's way.
+    t_stage_owner stage_owner;
+    bool verdict_pending; // the cycle's stage is over, its answers are not judged yet
+};
+static_assert(offsetof(t_wan_detect_engine, detecting) == 0 && offsetof(t_wan_detect_engine, restart_requested) == 1);
+static_assert(offsetof(t_wan_detect_engine, result_dev) < offsetof(t_wan_detect_engine, possible_wan_dev_list));
+static_assert(offsetof(t_wan_detect_engine, possible_wan_dev_list_cache) < offsetof(t_wan_detect_engine, dns_ctx));
+static_assert(offsetof(t_wan_detect_engine, dns_ctx) < offsetof(t_wan_detect_engine, init_wan_detect_all));
+static_assert(offsetof(t_wan_detect_engine, gate) > offsetof(t_wan_detect_engine, heartbeat));
+static_assert(offsetof(t_wan_detect_engine, proto_detect_elapsed_ms) > offsetof(t_wan_detect_engine, gate));
+
+extern t_wan_detect_engine engine;
+
+// Binds the ten timers to their callbacks.
+void bind_engine_timers();
+
+// Opens a cycle over all linked pool ports after `delay_ms`. The last request wins.
+void start_wan_detect_all(int delay_ms);
+
+// Ends the cycle with a verdict, or without one (null).
+void end_cycle_with(t_device *result);
+
+// Stops whatever stage of the cycle is running, with its timers and sockets; a one-shot request is left alone.
+void cancel_cycle_stage();
+
+// True when the current connection type begins with `keyword`; false without one.
+bool connection_is(const char *keyword);
+
+// True for L2TP or PPTP over the given kind of secondary connection ("dynamic", "static").
+bool tunnel_over(const char *secondary);

@@ -1,0 +1,119 @@
+// SPDX-License-Identifier: MIT
+#include "core/link_change.h"
+
+#include "core/background.h"
+#include "core/engine.h"
+#include "model/lists.h"
+#include "model/port_model.h"
+#include "platform/clock.h"
+#include "platform/log.h"
+#include "platform/result_codes.h"
+
+constexpr uint32_t AFTER_THREAD_START_MS = 5;
+
+static const char *link_word(bool up)
+{
+    return up ? "up" : "down";
+}
+
+// The port's link has settled: it joins the candidates at the next pass, if there still is a cycle.
+static void delay_trigger_thread(t_device *dev)
+{
+    if (sleep_unless_stopped(PORT_SETTLE_MS))
+        return;
+    if (!dev->link_active) {
+        LOG(Info, "device %s turned down during %dms delay, skipping add it to possible_wan_dev_list_cache\n",
+            dev->name, static_cast<int>(PORT_SETTLE_MS));
+        return;
+    }
+    if (!engine.detecting) {
+        LOG(Info, "skipping add device %s to possible_wan_dev_list_cache due to detect is over!\n", dev->name);
+        return;
+    }
+    t_spin_guard guard(engine_gate->locks.cache_lock);
+    t_device_list_head &cache = engine.possible_wan_dev_list_cache;
+    if (add_unique_device_inorder_to_list(&cache.head, dev) != OK) {
+        LOG(Info, "Failed to add device %s to backup possible wan list! might add reapeatly\n", dev->name);
+        return;
+    }
+    cache.count++;
+    LOG(Info, "Add device %s to backup possible wan list(%d devices contained)!\n", dev->name, cache.count);
+}
+
+static void *run_delay_trigger(void *dev)
+{
+    delay_trigger_thread(static_cast<t_device *>(dev));
+    leave_background();
+    return nullptr;
+}
+
+static void wan_port_went_down()
+{
+    if (!engine.detecting && !port_model.wan_detect_running)
+        engine.detecting = 1;
+}
+
+// Long because every line that tells what a link change leads to stands here.
+int wan_detect_process_link_change(t_device *dev, bool up)
+{
+    if (!port_model.router_mode) {
+        LOG(Debug, "wan_detect in ap/repeater mode, ignore the deivce status change!\n");
+        return OK;
+    }
+    if (static_cast<bool>(dev->link_active) == up) {
+        LOG(Debug, "Device %s status not change!\n", dev->name);
+        return OK;
+    }
+    LOG(Info, "Device %s link status change to %s!\n", dev->name, link_word(up));
+    {
+        t_write_guard guard(engine_gate->locks.device_lock);
+        dev->link_active = up;
+    }
+    if (!port_model.enable) {
+        LOG(Debug, "wan_detect not enable, ignore the deivce status change!\n");
+        return OK;
+    }
+
+    bool running = port_model.wan_detect_running;
+    bool open = engine.detecting || running;
+    if (dev == port_model.wan_dev) {
+        if (!open && up) {
+            LOG(Debug, "Ignore: Device %s link status change to %s!\n", dev->name, link_word(up));
+            return OK;
+        }
+        if (!open) {
+            wan_port_went_down();
+            request_start_wan_detect(WAN_DOWN_DELAY_MS);
+            LOG(Info, "Wan down!! Begin detecting in %dms\n", WAN_DOWN_DELAY_MS);
+            return OK;
+        }
+        if (!running) {
+            request_start_wan_detect(WAN_DOWN_DELAY_MS);
+            LOG(Info, "Reset start detecting time to %dms\n", WAN_DOWN_DELAY_MS);
+            return OK;
+        }
+        if (!up) {
+            request_start_wan_detect(WAN_DOWN_RETRY_MS);
+            LOG(Info, "Wan down during detecting!! Begin detecting in %dms\n", WAN_DOWN_RETRY_MS);
+            return OK;
+        }
+    } else if (!up || !open) {
+        LOG(Debug, "Ignore: Device %s link status change to %s!\n", dev->name, link_word(up));
+        return OK;
+    }
+    if (running)
+        LOG(Debug, "Noticed dev:%s turned up during detecting! Add it to possible_wan_dev_list_cache after %dms!\n",
+            dev->name, static_cast<int>(PORT_SETTLE_MS));
+    else
+        LOG(Debug, "Noticed lan dev:%s turned up during delay! Add it to possible_wan_dev_list_cache after %dms!\n",
+            dev->name, static_cast<int>(PORT_SETTLE_MS));
+    pthread_t thread;
+    int result = start_background_thread(&thread, run_delay_trigger, dev);
+    if (result != 0) {
+        LOG(Error, "pthread_create pid_delay_trigger_thread failed...ret=%d, continue whatever!\n", result);
+    } else if ((result = pthread_detach(thread)) != 0) {
+        LOG(Error, "pthread_detach pid_delay_trigger_thread failed...ret=%d, continue whatever!\n", result);
+    }
+    sleep_ms(AFTER_THREAD_START_MS);
+    return OK;
+}

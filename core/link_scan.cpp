@@ -1,0 +1,90 @@
+// SPDX-License-Identifier: MIT
+#include "core/link_scan.h"
+
+#include <json-c/json.h>
+
+#include "core/background.h"
+#include "core/engine.h"
+#include "core/link_change.h"
+#include "model/banned.h"
+#include "model/port_model.h"
+#include "platform/adapters/link_status.h"
+#include "platform/adapters/wan_switch.h"
+#include "platform/command.h"
+#include "platform/log.h"
+#include "platform/result_codes.h"
+
+constexpr uint32_t MILLISECONDS_PER_SECOND = 1000;
+
+// The current WAN port first: its loss opens the cycle that ports of the same scan may join. Returns how many there
+// are.
+static size_t scan_order(t_device *now_wan, t_device *(&order)[MAX_DEVICES])
+{
+    size_t count = 0;
+    if (now_wan)
+        order[count++] = now_wan;
+    for (t_device *dev = port_model.dev_hashmap_head; dev && count < MAX_DEVICES;
+         dev = static_cast<t_device *>(dev->hh.next))
+        if (dev != now_wan)
+            order[count++] = dev;
+    return count;
+}
+
+uint32_t update_eth_link_status_trigger()
+{
+    char response[PORT_STATE_SIZE + 1] = "";
+    json_object *states = nullptr;
+    if (!port_model.enable || !port_model.router_mode) {
+        LOG(Debug, "Skip update eth link status due to wan detect switch off!\n");
+    } else {
+        LOG_ENTER();
+        if (capture_command(response, PORT_STATE_COMMAND, sizeof response) == OK) {
+            states = parse_port_states(response);
+            if (!states)
+                LOG(Error, "Execute command:%s error!\n", PORT_STATE_COMMAND);
+        }
+    }
+    if (states) {
+        LOG(Debug, "Success Cyclic scanning eth link status using script, result:%s\n", response);
+        t_device *now_wan = port_model.wan_dev;
+        if (!now_wan)
+            LOG(Error, "Invalid device state for:%s! Response:%s\n", device_name(now_wan), response);
+        t_device *order[MAX_DEVICES];
+        size_t count = scan_order(now_wan, order);
+        for (size_t i = 0; i < count; i++) {
+            t_device *dev = order[i];
+            json_object *state = nullptr;
+            if (!json_object_object_get_ex(states, dev->name, &state)) {
+                LOG(Error, "Invalid device state for:%s! Response:%s\n", dev->name, response);
+                continue;
+            }
+            bool up = json_object_get_boolean(state);
+            if (up == static_cast<bool>(dev->link_active))
+                continue;
+            LOG(Info, "Cyclic scanning found %s link change to %s, pull trigger!\n", dev->name, up ? "up" : "down");
+            wan_detect_process_link_change(dev, up);
+            // For the current WAN port the call names nobody, so its ban stays.
+            if (up)
+                remove_banned_device_from_list(port_model.dev_hashmap_head, &port_model.banned_list, nullptr,
+                                               dev == now_wan ? nullptr : dev);
+        }
+        json_object_put(states);
+    }
+
+    t_mutex_guard guard(engine_gate->locks.link_block_lock);
+    uint32_t pause_seconds = SCAN_INTERVAL_SECONDS;
+    if (engine_gate->link_trigger_blocked) {
+        LOG(Debug, "Block update eth link for %ds due to success switch wan!\n",
+            static_cast<int>(SWITCH_BLOCK_SECONDS));
+        pause_seconds = SWITCH_BLOCK_SECONDS;
+    }
+    engine_gate->link_trigger_blocked = 0;
+    return pause_seconds;
+}
+
+void *link_scan_thread(void *)
+{
+    while (!sleep_unless_stopped(update_eth_link_status_trigger() * MILLISECONDS_PER_SECOND))
+        ;
+    park_background();
+}

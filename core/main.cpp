@@ -1,0 +1,158 @@
+// SPDX-License-Identifier: MIT
+// The daemon from its command line to its end: options, fork, model, the wait for a link, the first cycle, the threads,
+// the loop.
+#include <csignal>
+#include <cstdlib>
+#include <ctime>
+#include <unistd.h>
+
+#include "core/background.h"
+#include "core/combo_switch.h"
+#include "core/engine.h"
+#include "core/link_change.h"
+#include "core/link_scan.h"
+#include "core/options.h"
+#include "core/proto_stage.h"
+#include "core/shutdown.h"
+#include "model/current_wan.h"
+#include "model/fake_wan.h"
+#include "model/port_config.h"
+#include "model/protocol_config.h"
+#include "platform/adapters/bus_object.h"
+#include "platform/adapters/link_status.h"
+#include "platform/adapters/network_status.h"
+#include "platform/command.h"
+#include "platform/log.h"
+#include "platform/result_codes.h"
+
+constexpr int LINK_WAIT_TRIES = 30;
+constexpr uint32_t LINK_WAIT_INTERVAL_MS = 2000;
+constexpr uint32_t SETTLE_MS = 15000; // before the first cycle, link or no link
+
+// The loop thread and all it stands on, before the first message can go out.
+static void prepare_process(const t_options &options)
+{
+    port_model = {};
+    log_set_level(options.log_level);
+    if (options.has_level)
+        log_open();
+    if (!init_background())
+        exit(EXIT_FAILURE);
+    install_signal_handlers();
+    srand(static_cast<unsigned>(time(nullptr)));
+    uloop_handle_sigchld = false; // else the loop would reap the children of other threads' commands
+    uloop_init();
+    attach_background_to_loop();
+    init_engine_gate(&engine.gate);
+    engine_gate = &engine.gate;
+    engine_handlers = {start_wan_detect_all, start_proto_detect, wan_detect_process_link_change};
+}
+
+// Where start-up ends when somebody, maybe the daemon itself, sent a signal.
+static void stop_if_asked()
+{
+    if (int signal_number = stop_signal())
+        signal_kill(signal_number);
+}
+
+static void give_up()
+{
+    if (raise(SIGTERM) != 0)
+        exit(EXIT_FAILURE);
+    stop_if_asked();
+}
+
+static void pause_start_up(uint32_t milliseconds)
+{
+    if (sleep_unless_stopped(milliseconds))
+        stop_if_asked();
+}
+
+static bool wan_port_has_link()
+{
+    update_eth_link_status(port_model.dev_hashmap_head);
+    stop_if_asked();
+    const t_device *now_wan = port_model.wan_dev;
+    return now_wan && now_wan->link_active;
+}
+
+// A working upstream needs no cycle, and no stand-in either.
+static void open_first_cycle()
+{
+    update_wan_ipv4_protocol(&port_model);
+    if (get_network_status(0, connection_is("static")) == NETWORK_CONNECTED)
+        wan_detect_remove_fake_wan();
+    else
+        uloop_timeout_set(&engine.init_wan_detect_all, 0);
+}
+
+static int start_worker(t_worker *worker, t_thread_body body)
+{
+    int result = start_background_thread(&worker->thread, body, nullptr);
+    worker->started = result == 0;
+    return result;
+}
+
+// Long because it is the order of start-up, with every line that tells of it.
+int main(int argc, char **argv)
+{
+    t_options options;
+    if (parse_options(argc, argv, &options) == OPTIONS_STOP)
+        return EXIT_FAILURE;
+    pid_t child = fork();
+    if (child < 0) {
+        run_command("echo '[wan_detect][Error] error fork!!!' > /dev/console");
+        return EXIT_FAILURE;
+    }
+    if (child > 0)
+        return EXIT_SUCCESS;
+
+    prepare_process(options);
+    if (wan_detect_ubus_init(wan_detect_bus_offer()) != OK) {
+        LOG(Critical, "ubus\n");
+        give_up();
+    }
+    stop_if_asked();
+    bind_engine_timers();
+    LOG(Debug, "init over\n");
+
+    if (init_all_protocols(&port_model.proto_hashmap_head) < 0) {
+        LOG(Critical, "init_all_protocols failed!\n");
+        give_up();
+    }
+    if (init_all_eth_device(&port_model) < 1) {
+        LOG(Critical, "init_all_eth_device failed!\n");
+        give_up();
+    }
+    if (init_fake_wan_device(&port_model) != OK)
+        LOG(Info, "init_fake_wan_device failed!\n");
+    port_model.enable = static_cast<uint8_t>(get_wan_detect_enable());
+    port_model.router_mode = static_cast<uint8_t>(get_is_router_mode());
+    update_wan_device(&port_model);
+
+    int tries = 0;
+    for (; tries < LINK_WAIT_TRIES && !wan_port_has_link(); tries++) {
+        LOG(Debug, "No device has plugged in, Waiting & check after 2s!\n");
+        pause_start_up(LINK_WAIT_INTERVAL_MS);
+    }
+    if (tries == LINK_WAIT_TRIES)
+        LOG(Info, "No device plugged in in 60s, Waiting for another 15s before starting main!\n");
+    pause_start_up(SETTLE_MS);
+    if (port_model.enable && port_model.router_mode)
+        open_first_cycle();
+
+    if (int result = start_worker(&combo_worker, wan_combo_switch_thread)) {
+        LOG(Critical, "pthread_create wan_combo_auto_switch failed...%d\n", result);
+        give_up();
+    }
+    if (int result = start_worker(&link_worker, link_scan_thread)) {
+        LOG(Critical, "pthread_create update_eth_link_status_trigger failed...%d\n", result);
+        give_up();
+    }
+    LOG(Debug, "Wan detect start uloop!!!!!!\n");
+    uloop_timeout_set(&engine.heartbeat, 0);
+    uloop_run();
+    stop_if_asked();
+    done();
+    return EXIT_SUCCESS;
+}

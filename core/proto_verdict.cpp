@@ -1,0 +1,112 @@
+// SPDX-License-Identifier: MIT
+// A cycle judges the answers of its probe stage.
+#include "core/candidates.h"
+#include "core/engine.h"
+#include "core/proto_stage.h"
+#include "model/lists.h"
+#include "model/port_model.h"
+#include "model/tables.h"
+#include "platform/log.h"
+
+#include "core/cycle_start.h"
+
+static const t_protocol *wanted_protocol()
+{
+    return tunnel_over("dynamic") ? find_protocol(port_model.proto_hashmap_head, "dhcp") : port_model.wan_proto;
+}
+
+static bool has_protocol(const t_device *dev, const t_protocol *wanted)
+{
+    return wanted && dev->proto == wanted;
+}
+
+int remove_specific_proto_dev_from_list()
+{
+    const t_protocol *wanted = wanted_protocol();
+    const char *type = protocol_name(port_model.wan_proto);
+    t_device_list_head &list = engine.possible_wan_dev_list;
+    t_leaving_fake_wan fake_wan;
+    int found = 0;
+    {
+        t_read_guard guard(engine_gate->locks.device_lock);
+        for (t_device_list *node = list.head.next; node;) {
+            t_device *dev = node->dev;
+            bool stays = false;
+            if (!dev->link_active) {
+                LOG(Debug, "Remove %s out of possible wan list due to %s down!\n", dev->name, dev->name);
+            } else if (has_protocol(dev, wanted)) {
+                LOG(Debug, "Detect device:%s using protocol %s!\n", dev->name, type);
+                found++;
+                stays = true;
+            } else if (node->retry_count < MAX_SILENT_RETRIES) {
+                node->retry_count++;
+                LOG(Debug,
+                    "Continue keep it in possible wan list due to no %s was detected in %s, retry! retry times:%d/%d\n",
+                    type, dev->name, static_cast<int>(node->retry_count), static_cast<int>(MAX_SILENT_RETRIES));
+                stays = true;
+            } else {
+                LOG(Debug, "Remove %s out of possible wan list due to no %s was detected after %d times try!\n",
+                    dev->name, type, static_cast<int>(MAX_SILENT_RETRIES + 1));
+            }
+            if (stays) {
+                node = node->next;
+                continue;
+            }
+            fake_wan.note(dev);
+            list.count--;
+            node = unlink_list_node(node);
+        }
+        for (t_device_list *node = found > 0 ? list.head.next : nullptr; node;) {
+            if (node->dev->link_active && has_protocol(node->dev, wanted)) {
+                node = node->next;
+                continue;
+            }
+            LOG(Debug, "Remove %s out of possible wan list due to other device detected success!\n", node->dev->name);
+            fake_wan.note(node->dev);
+            list.count--;
+            node = unlink_list_node(node);
+        }
+    }
+    fake_wan.remove(false);
+    return found;
+}
+
+void uloop_wan_detect_using_proto_detect(uloop_timeout *timer)
+{
+    LOG_ENTER();
+    const char *type = protocol_name(port_model.wan_proto);
+    if (!connection_is("dhcp") && !connection_is("pppoe") && !tunnel_over("dynamic")) {
+        LOG(Error, "wan protocol detect only support dhcp/pppoe/xxtp+dhcp!\n");
+        return end_cycle_with(nullptr);
+    }
+    if (port_model.proto_detect_running) {
+        if (connection_is("pppoe"))
+            LOG(Debug, "Protocol%s detect is still in progress, Waiting...\n", type);
+        else
+            LOG(Debug, "Protocol %s detect is still in progress, Waiting...\n", type);
+        uloop_timeout_set(timer, PROTO_JUDGE_INTERVAL_MS);
+        return;
+    }
+    engine.verdict_pending = false;
+    int found = remove_specific_proto_dev_from_list();
+    if (found == 0) {
+        LOG(Info, "No device using protocol %s! waiting for another device or retry!\n", type);
+        uloop_timeout_set(&engine.start_wan_detect, CYCLE_POLL_MS);
+        return;
+    }
+    if (connection_is("dhcp") && found > 1) {
+        LOG(Info, "Found %d devices provide %s protocol! Next try dns detect!\n", found, type);
+        uloop_timeout_set(&engine.using_dns, 0);
+        return;
+    }
+    const t_device_list *first = engine.possible_wan_dev_list.head.next;
+    t_device *winner = first ? first->dev : nullptr;
+    if (!winner)
+        LOG(Error, "That's impossible! device is lost? treat it as null!\n");
+    else if (connection_is("dhcp"))
+        LOG(Info, "Only one device:%s using protocol %s! treat it as wan!\n", winner->name, type);
+    else
+        LOG(Info, "Overall %d device using protocol %s! Use first priority device:%s as wan!\n", found, type,
+            winner->name);
+    end_cycle_with(winner);
+}

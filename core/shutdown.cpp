@@ -1,0 +1,107 @@
+// SPDX-License-Identifier: MIT
+#include "core/shutdown.h"
+
+#include <csignal>
+#include <cstdlib>
+#include <unistd.h>
+
+#include "core/background.h"
+#include "core/candidates.h"
+#include "core/engine.h"
+#include "model/lists.h"
+#include "model/port_model.h"
+#include "platform/adapters/bus_object.h"
+#include "platform/log.h"
+#include "probes/arp_table.h"
+#include "probes/dhcp_probe.h"
+#include "probes/pppoe_probe.h"
+
+t_worker combo_worker;
+t_worker link_worker;
+
+static void end_hanging_process(int)
+{
+    _exit(EXIT_SUCCESS);
+}
+
+static void mark_stop(int signal_number)
+{
+    request_stop(signal_number);
+    alarm(SHUTDOWN_LIMIT_SECONDS);
+}
+
+void install_signal_handlers()
+{
+    struct sigaction on_alarm = {};
+    on_alarm.sa_handler = end_hanging_process;
+    sigaction(SIGALRM, &on_alarm, nullptr);
+
+    struct sigaction on_end = {};
+    on_end.sa_handler = mark_stop;
+    on_end.sa_flags = SA_RESTART;
+    sigaction(SIGTERM, &on_end, nullptr);
+    sigaction(SIGINT, &on_end, nullptr);
+    sigaction(SIGKILL, &on_end, nullptr); // asked for like the others; the kernel refuses
+}
+
+static void release_lists()
+{
+    clear_candidates();
+    free_device_list(&engine.possible_wan_dev_list_cache.head);
+    engine.possible_wan_dev_list_cache.count = 0;
+    free_device_list(&port_model.banned_list.head);
+    port_model.banned_list.count = 0;
+}
+
+static void release_model()
+{
+    release_lists();
+    release_port_model(&port_model);
+    if (port_model.arp_table_hashmap_head)
+        release_arp_table(&port_model.arp_table_hashmap_head);
+}
+
+static void close_probes()
+{
+    if (dhcp_detect_handle.contexts)
+        release_dhcp_detect_handle();
+    if (pppoe_detect_handle.contexts)
+        release_pppoe_detect_handle();
+}
+
+void done()
+{
+    close_probes();
+    // A thread that still sits in a command keeps what it may touch; it ends with the process.
+    bool quiet = stop_background_threads();
+    if (quiet) {
+        destroy_engine_gate(&engine.gate);
+        release_model();
+    }
+    wan_detect_ubus_done();
+    wan_detect_bus_offer_release();
+    detach_background_from_loop();
+    uloop_done();
+    log_done();
+    if (quiet && combo_worker.started) {
+        if (pthread_cancel(combo_worker.thread) != 0)
+            LOG(Error, "cancel thread wan_combo_auto_switch wrong!\n");
+        if (pthread_join(combo_worker.thread, nullptr) != 0)
+            LOG(Error, "waiting thread wan_combo_auto_switch wrong!\n");
+    }
+    if (quiet && link_worker.started) {
+        if (pthread_cancel(link_worker.thread) != 0)
+            LOG(Error, "cancel thread update_eth_link_status_trigger wrong!\n");
+        if (pthread_join(link_worker.thread, nullptr) != 0)
+            LOG(Error, "waiting thread update_eth_link_status_trigger wrong!\n");
+    }
+    if (quiet)
+        release_background();
+}
+
+void signal_kill(int signal_number)
+{
+    done();
+    LOG(Error, "[wandetect(pid:%d)] receive signal:%d, exit\n", getpid(), signal_number);
+    exit(EXIT_SUCCESS);
+}

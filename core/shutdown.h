@@ -1,0 +1,24 @@
+// SPDX-License-Identifier: MIT
+// How the process is told to end, and the one way in which it does. Main thread, but for the signal handler itself.
+#pragma once
+
+#include <pthread.h>
+
+constexpr unsigned SHUTDOWN_LIMIT_SECONDS = 4; // a main thread that hangs in a command is ended after that
+
+// The two workers, for cancelling and joining.
+struct t_worker {
+    pthread_t thread;
+    bool started;
+};
+extern t_worker combo_worker;
+extern t_worker link_worker;
+
+// SIGTERM and SIGINT mark the wish to end; signal_kill follows on the main thread.
+void install_signal_handlers();
+
+// Releases everything, in reverse of start-up.
+void done();
+
+// What a signal that ends the process leads to: done, the message, exit status 0.
+[[noreturn]] void signal_kill(int signal_number);

@@ -1,0 +1,102 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
+# All tests: unit tests in a release build and under the sanitizers, the virtual router's scenarios, and checks of the program
+# that ships. Needs Debian and root; installs what is missing.
+#
+#   ./test.sh            everything
+#   ./test.sh unit       unit tests only
+#   ./test.sh lab        scenarios only
+set -uo pipefail
+cd "$(dirname "$0")"
+root=$PWD
+jobs=$(nproc)
+what=${1:-all}
+failures=()
+logs=$root/build/logs
+
+say() { printf '\n== %s\n' "$*"; }
+
+# step NAME COMMAND...: runs it quietly; its output is shown only when it fails.
+step() {
+    local name=$1 started=$SECONDS
+    shift
+    if "$@" >"$logs/${name// /-}.log" 2>&1; then
+        printf '   %-44s ok   %4d s\n' "$name" $((SECONDS - started))
+    else
+        printf '   %-44s FAILED\n' "$name"
+        tail -n 60 "$logs/${name// /-}.log" | sed 's/^/   | /'
+        failures+=("$name")
+        return 1
+    fi
+}
+
+packages="g++ cmake ninja-build pkg-config libjson-c-dev uthash-dev libgtest-dev libbenchmark-dev iproute2 dnsmasq-base
+    pppoe udhcpc faketime python3 python3-pytest python3-scapy clang-format-14 procps util-linux valgrind"
+
+install_missing() {
+    local missing=() package
+    for package in $packages; do
+        dpkg-query -W -f '${Status}' "$package" 2>/dev/null | grep -q 'install ok installed' || missing+=("$package")
+    done
+    [ ${#missing[@]} -eq 0 ] && return 0
+    apt-get update && DEBIAN_FRONTEND=noninteractive apt-get install -y --no-install-recommends "${missing[@]}"
+}
+
+build() { # build PRESET
+    cmake --preset "$1" && cmake --build --preset "$1" -j "$jobs"
+}
+
+unit() { # unit PRESET
+    ctest --preset "$1" -j "$jobs" --timeout 300
+}
+
+formatting() {
+    git ls-files '*.cpp' '*.h' | xargs clang-format-14 --dry-run --Werror
+}
+
+# The program that ships asks for the C library and the router's libraries only, and is hardened.
+program_checks() {
+    local program=build/release/bin/wan_detect needed
+    needed=$(readelf -d "$program" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p')
+    echo "$needed"
+    ! grep -Eq 'stdc\+\+|gcc_s' <<<"$needed" || return 1
+    readelf -d "$program" | grep -q 'BIND_NOW' || return 1
+    readelf -h "$program" | grep -q 'DYN' || return 1
+    readelf -lW "$program" | grep -q 'GNU_RELRO' || return 1
+    readelf -sW "$program" | grep -q '__stack_chk_fail' || return 1
+}
+
+[ "$(id -u)" -eq 0 ] || { echo "test.sh: needs root (network namespaces, raw sockets)" >&2; exit 1; }
+mkdir -p "$logs"
+
+say "Packages"
+step "install packages" install_missing || exit 1
+
+if [ "$what" != lab ]; then
+    say "Release build"
+    step "build release" build release && {
+        step "program checks" program_checks
+        step "unit tests" unit release
+        sed -n 's/^\([0-9]*% tests passed.*\)/   \1/p' "$logs/unit-tests.log"
+    }
+    step "formatting" formatting
+    say "Sanitizers"
+    step "build asan" build asan && step "unit tests asan" unit asan
+    step "build tsan" build tsan && step "unit tests tsan" unit tsan
+fi
+
+if [ "$what" != unit ]; then
+    say "Virtual router"
+    [ -x build/release/bin/wan_detect ] || step "build release" build release
+    step "lab scenarios" /usr/bin/python3 -m pytest -q -p no:cacheprovider tests/lab --build build/release &&
+        tail -n 1 "$logs/lab-scenarios.log" | sed 's/^/   /'
+fi
+
+total_passed=$(cat "$logs"/unit-tests*.log 2>/dev/null | grep -c ' Passed ')
+lab_passed=$(sed -n 's/^.*\b\([0-9][0-9]*\) passed.*/\1/p' "$logs/lab-scenarios.log" 2>/dev/null | tail -n 1)
+say "Result"
+if [ ${#failures[@]} -gt 0 ]; then
+    printf 'failed: %s\n' "$(IFS=,; echo "${failures[*]}")"
+fi
+printf '%d passed, %d failed\n' $((total_passed + ${lab_passed:-0})) ${#failures[@]}
+[ ${#failures[@]} -eq 0 ]
