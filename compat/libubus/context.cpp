@@ -1,0 +1,279 @@
+// SPDX-License-Identifier: MIT
+// The life of a bus connection: connecting, serving the socket, losing the connection, connecting again.
+#include "library.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace ubus_library {
+namespace {
+
+// Calls that came in during a synchronous call run this long after it.
+constexpr int PENDING_DELAY_MS = 1;
+
+// A call or event that arrived while a synchronous call was waiting. Owns the bytes.
+struct pending_frame {
+    list_head list;
+    received_frame frame;
+};
+
+ubus_context *context_of(uloop_fd *sock)
+{
+    return container_of(sock, ubus_context, sock);
+}
+
+void put_off(ubus_context *ctx, const received_frame &frame)
+{
+    auto *pending = static_cast<pending_frame *>(calloc(1, sizeof(pending_frame)));
+    blob_attr *copy = pending ? blob_memdup(frame.data) : nullptr;
+    if (!copy) {
+        free(pending);
+        return;
+    }
+    pending->frame = {.head = frame.head, .data = copy, .capacity = 0};
+    list_add_tail(&pending->list, &ctx->pending);
+}
+
+void free_pending(pending_frame *pending)
+{
+    free(pending->frame.data);
+    free(pending);
+}
+
+pending_frame *take_pending(ubus_context *ctx)
+{
+    pending_frame *pending = list_first_entry(&ctx->pending, pending_frame, list);
+    list_del(&pending->list);
+    return pending;
+}
+
+void run_pending(uloop_timeout *timer)
+{
+    ubus_context *ctx = container_of(timer, ubus_context, pending_timer);
+    callback_guard guard(ctx);
+    while (!guard.context_is_gone() && !list_empty(&ctx->pending)) {
+        pending_frame *pending = take_pending(ctx);
+        handle_call(ctx, pending->frame);
+        free_pending(pending);
+    }
+}
+
+// Calls keep their order, so one that arrives behind a waiting one waits, too.
+void dispatch(ubus_context *ctx, const received_frame &frame)
+{
+    switch (frame.head.type) {
+    case UBUS_MSG_STATUS:
+    case UBUS_MSG_DATA:
+        handle_answer(ctx, frame);
+        return;
+    case UBUS_MSG_INVOKE:
+        if (ctx->stack_depth > 0 || !list_empty(&ctx->pending)) {
+            put_off(ctx, frame);
+        } else {
+            handle_call(ctx, frame);
+        }
+        return;
+    default:
+        return;
+    }
+}
+
+void handle_socket(uloop_fd *sock, unsigned int)
+{
+    ubus_context *ctx = context_of(sock);
+    callback_guard guard(ctx);
+    handle_arrivals(ctx, nullptr);
+    if (guard.context_is_gone() || !ctx->sock.eof) {
+        return;
+    }
+    fail_requests(ctx);
+    if (!guard.context_is_gone() && ctx->connection_lost) {
+        ctx->connection_lost(ctx);
+    }
+}
+
+// The loop takes a socket out after a hang-up, so the process outlives the bus unless the user asked for error
+// callbacks.
+void end_loop_if_registered(ubus_context *ctx)
+{
+    if (ctx->sock.registered) {
+        uloop_end();
+    }
+}
+
+bool receive_greeting(int fd, ubus_msghdr &head)
+{
+    struct {
+        ubus_msghdr head;
+        blob_attr blob;
+    } greeting = {};
+    static_assert(sizeof(greeting) == ubus_frame::SMALLEST_FRAME_BYTES);
+    if (read(fd, &greeting, sizeof(greeting)) != sizeof(greeting)) {
+        return false;
+    }
+    head = greeting.head;
+    return head.version == ubus_frame::VERSION && head.type == UBUS_MSG_HELLO;
+}
+
+bool open_connection(ubus_context *ctx, const char *path)
+{
+    int fd = open_socket(path ? path : ubus_frame::DEFAULT_SOCKET);
+    if (fd < 0) {
+        return false;
+    }
+    ubus_msghdr greeting = {};
+    if (!receive_greeting(fd, greeting) || fcntl(fd, F_SETFL, O_NONBLOCK) < 0) {
+        close(fd);
+        return false;
+    }
+    ctx->sock.fd = fd;
+    ctx->sock.eof = false;
+    ctx->sock.error = false;
+    ctx->local_id = greeting.peer;
+    return true;
+}
+
+void close_connection(ubus_context *ctx)
+{
+    uloop_fd_delete(&ctx->sock);
+    if (ctx->sock.fd >= 0) {
+        close(ctx->sock.fd);
+    }
+    ctx->sock.fd = -1;
+    reset_receiver(ctx);
+    drop_pending_frames(ctx);
+}
+
+void initialise(ubus_context *ctx)
+{
+    memset(ctx, 0, sizeof(*ctx));
+    INIT_LIST_HEAD(&ctx->requests);
+    INIT_LIST_HEAD(&ctx->pending);
+    initialise_objects(ctx);
+    ctx->sock.fd = -1;
+    ctx->sock.cb = handle_socket;
+    ctx->pending_timer.cb = run_pending;
+    ctx->connection_lost = end_loop_if_registered;
+}
+
+// The type ids of the old connection mean nothing to the new one.
+void forget_type_ids(list_head *objects)
+{
+    list_head *link;
+    list_for_each(link, objects)
+    {
+        ubus_object *obj = container_of(container_of(link, avl_node, list), ubus_object, avl);
+        if (obj->type) {
+            obj->type->id = 0;
+        }
+    }
+}
+
+// 0, or the status of the first object the bus refused; that one stays listed and is tried again at the next reconnect.
+int publish_again(ubus_context *ctx)
+{
+    LIST_HEAD(objects);
+    list_splice_init(&ctx->objects.list_head, &objects);
+    initialise_objects(ctx);
+    forget_type_ids(&objects);
+    int result = UBUS_STATUS_OK;
+    while (!list_empty(&objects)) {
+        ubus_object *obj = container_of(container_of(objects.next, avl_node, list), ubus_object, avl);
+        list_del(&obj->avl.list);
+        obj->id = 0;
+        int status = publish(ctx, obj);
+        if (status != UBUS_STATUS_OK) {
+            list_object(ctx, obj);
+            result = result == UBUS_STATUS_OK ? status : result;
+        }
+    }
+    return result;
+}
+
+} // namespace
+
+void handle_arrivals(ubus_context *ctx, const bool *enough)
+{
+    callback_guard guard(ctx);
+    while (!guard.context_is_gone() && !(enough && *enough)) {
+        received_frame frame;
+        receive_result result = receive_frame(ctx, frame);
+        if (result == receive_result::connection_lost) {
+            ctx->sock.eof = true;
+        }
+        if (result != receive_result::frame) {
+            return;
+        }
+        dispatch(ctx, frame);
+        if (guard.context_is_gone()) {
+            free(frame.data);
+        } else {
+            recycle_frame(ctx, frame);
+        }
+    }
+}
+
+void drop_pending_frames(ubus_context *ctx)
+{
+    uloop_timeout_cancel(&ctx->pending_timer);
+    while (!list_empty(&ctx->pending)) {
+        free_pending(take_pending(ctx));
+    }
+}
+
+void run_pending_soon(ubus_context *ctx)
+{
+    if (ctx->stack_depth == 0 && !list_empty(&ctx->pending)) {
+        uloop_timeout_set(&ctx->pending_timer, PENDING_DELAY_MS);
+    }
+}
+
+} // namespace ubus_library
+
+using namespace ubus_library;
+
+int ubus_connect_ctx(ubus_context *ctx, const char *path)
+{
+    uloop_init();
+    initialise(ctx);
+    return open_connection(ctx, path) ? 0 : -1;
+}
+
+ubus_context *ubus_connect(const char *path)
+{
+    auto *ctx = static_cast<ubus_context *>(calloc(1, sizeof(ubus_context)));
+    if (ctx && ubus_connect_ctx(ctx, path) < 0) {
+        free(ctx);
+        return nullptr;
+    }
+    return ctx;
+}
+
+int ubus_reconnect(ubus_context *ctx, const char *path)
+{
+    close_connection(ctx);
+    callback_guard guard(ctx);
+    fail_requests(ctx);
+    if (guard.context_is_gone() || !open_connection(ctx, path)) {
+        return UBUS_STATUS_CONNECTION_FAILED;
+    }
+    return publish_again(ctx);
+}
+
+void ubus_shutdown(ubus_context *ctx)
+{
+    callback_guard::context_goes(ctx);
+    forget_requests(ctx);
+    close_connection(ctx);
+}
+
+void ubus_free(ubus_context *ctx)
+{
+    if (!ctx) {
+        return;
+    }
+    ubus_shutdown(ctx);
+    free(ctx);
+}

@@ -1,0 +1,32 @@
+// SPDX-License-Identifier: MIT
+// Builder of the attributes of a frame.
+#pragma once
+
+#include "frame.h"
+
+namespace ubus_frame {
+
+// Attributes to send, built in the one work buffer of the process: only one message exists at a time. Once
+// something did not fit, the message stays incomplete.
+class message {
+public:
+    message();
+
+    message &add(ubus_msg_attr id, uint32_t value);
+    message &add(ubus_msg_attr id, const char *text);
+    // The content of another message or attribute; NULL adds an empty one.
+    message &add_fields(ubus_msg_attr id, const blob_attr *fields);
+    message &add_fields(ubus_msg_attr id, const void *fields, size_t length);
+    // For nested attributes; what the caller adds to it is told by the result of finish().
+    blob_buf *open(ubus_msg_attr id);
+    message &finish(bool is_complete);
+
+    // NULL if the message is incomplete or too long for a frame.
+    const blob_attr *bytes() const;
+
+private:
+    bool is_complete_;
+    void *nest_ = nullptr;
+};
+
+} // namespace ubus_frame
