@@ -3,6 +3,7 @@
 #include "model/port_config.h"
 
 #include <cstring>
+#include <initializer_list>
 
 #include "model/config_text.h"
 #include "model/tables.h"
@@ -15,12 +16,12 @@ constexpr int NO_PORT = -1;
 constexpr int NO_ADDRESS = -1;
 
 struct t_switch_port {
-    int port;
-    int addr;
-    bool is_combo;
-    uint8_t sub_port;
-    char ifname[CONFIG_TEXT_SIZE];
-    char label[CONFIG_TEXT_SIZE];
+    int port = NO_PORT;
+    int addr = NO_ADDRESS;
+    bool is_combo = false;
+    uint8_t sub_port = SUB_PORT_PHY;
+    char ifname[CONFIG_TEXT_SIZE] = "";
+    char label[CONFIG_TEXT_SIZE] = "";
 };
 
 enum class t_port_option { fine, unknown_side, unreadable };
@@ -90,7 +91,7 @@ int get_eth_atrribute(t_device *dev_hashmap_head)
         uci_section *section = uci_to_section(element);
         if (strcmp(section->type, "switch_port") != 0)
             continue;
-        t_switch_port port = {.port = NO_PORT, .addr = NO_ADDRESS, .sub_port = SUB_PORT_PHY};
+        t_switch_port port;
         uci_element *option;
         uci_foreach_element(&section->options, option)
         {
