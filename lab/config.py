@@ -57,7 +57,7 @@ class Config:
 
 
 def port_section(port):
-    section = Section("switch_port", port=port.number, ifname=port.name, label=port.label, wan_port="phy")
+    section = Section("switch_port", port=port.number, ifname=port.name, label=port.label, wan_port=port.combo or "phy")
     if port.combo:
         section.update(type="combo", addr=port.number)
     return section

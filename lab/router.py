@@ -17,7 +17,6 @@ from lab.timeline import Timeline
 
 WAN_RESULT = Path("/tmp/wan_detect_result")
 PROTOCOL_RESULT = Path("/tmp/protocol_detect_result")
-COPPER = "phy"
 
 
 @dataclass
@@ -25,7 +24,7 @@ class Port:
     number: int
     name: str
     label: str
-    combo: bool = False
+    combo: str = None    # the medium that a combo port starts with, None for another port
     behind: object = None
     line: network.Line = None
     chip: ComboPort = None
@@ -53,7 +52,7 @@ class Router:
         self.daemon = Daemon(self.clock, self.take_log_line)
         self.console = []
         self.ports = [Port(number, f"eth{number - 1}", "WAN" if number == 1 else f"LAN{number - 1}",
-                           combo=f"eth{number - 1}" in scenario.combo)
+                           combo=scenario.combo.get(f"eth{number - 1}"))
                       for number in range(1, scenario.port_count + 1)]
         self.config = config.Config(self.ports, self.port(scenario.wan))
 
@@ -80,9 +79,9 @@ class Router:
 
     def make_port(self, port):
         if port.combo:
-            port.chip = ComboPort(port, COPPER)
+            port.chip = ComboPort(port, port.combo)
             port.chip.start()
-            port.line = port.chip.lines[COPPER]
+            port.line = port.chip.lines[port.combo]
         else:
             port.line = network.make_line(f"far-{port.name}", port.name)
 

@@ -12,6 +12,9 @@ READY_TRIES = 300
 READY_PAUSE_REAL_S = 0.01
 ROUTER_ADDRESS = "192.168.1.1"
 HOST_PERIOD_REAL_S = 0.2
+PLAIN_DNSMASQ = ["--keep-in-foreground", "--user=root", "--conf-file=/dev/null", "--pid-file=", "--log-facility=-",
+                 "--no-resolv", "--no-hosts"]
+ANY_NAME = "--address=/#/192.0.2.10"
 
 
 def wait_until_ready(line, process, socket_list, pattern):
@@ -52,11 +55,9 @@ class DhcpServer(Silent):
         wait_until_ready(line, process, "/proc/net/udp", ":0043 ")
 
     def command(self, subnet):
-        command = ["dnsmasq", "--keep-in-foreground", "--user=root", "--conf-file=/dev/null", "--pid-file=",
-                   "--log-facility=-", "--log-dhcp", "--leasefile-ro", "--dhcp-authoritative",
-                   f"--interface={FAR_END}", "--bind-dynamic", "--no-resolv", "--no-hosts",
-                   f"--dhcp-range={subnet}.100,{subnet}.200,1h"]
-        command += ["--address=/#/192.0.2.10"] if self.dns else ["--port=0", f"--dhcp-option=6,{subnet}.1"]
+        command = ["dnsmasq", *PLAIN_DNSMASQ, "--log-dhcp", "--leasefile-ro", "--dhcp-authoritative",
+                   f"--interface={FAR_END}", "--bind-dynamic", f"--dhcp-range={subnet}.100,{subnet}.200,1h"]
+        command += [ANY_NAME] if self.dns else ["--port=0", f"--dhcp-option=6,{subnet}.1"]
         return command if self.ping_first else command + ["--no-ping"]
 
 
@@ -67,6 +68,22 @@ class PppoeServer(Silent):
         process = line.start(["pppoe-server", "-F", "-I", FAR_END, "-C", f"lab-{port_number}"],
                              STATE / f"pppoe-server-{port_number}.log")
         wait_until_ready(line, process, "/proc/net/packet", " 8863 ")
+
+
+class Gateway(Silent):
+    """A gateway that offers nothing: it answers ARP, and names unless `dns` is off."""
+    title = "gateway"
+
+    def __init__(self, address, dns=True):
+        self.address = address
+        self.dns = dns
+
+    def attach(self, line, port_number, clock):
+        line.ip("address", "add", f"{self.address}/24", "dev", FAR_END)
+        if self.dns:
+            process = line.start(["dnsmasq", *PLAIN_DNSMASQ, f"--interface={FAR_END}", "--bind-dynamic", ANY_NAME],
+                                 STATE / f"dnsmasq-{port_number}.log")
+            wait_until_ready(line, process, "/proc/net/udp", ":0035 ")
 
 
 class LanHost(Silent):

@@ -16,7 +16,7 @@ class Scenario:
     story = ""            # a few sentences for the opening
     port_count = 5
     wan = "eth0"          # port that holds the WAN role at the start
-    combo = ()            # names of combo ports
+    combo = {}            # combo ports and the medium each starts with: {"eth4": "sfp"}
     cables = {}           # what is plugged in at the start: {"eth2": DhcpServer()}
     winner = None         # port that must hold the WAN role at the end
 

@@ -23,8 +23,10 @@ class Empty(Scenario):
     rank = 90
     summary = "the virtual router without the daemon: ports, servers, swap command, time"
     story = "No daemon runs here. The lab looks at itself: cables, servers, the router's commands and the fast time."
-    cables = {"eth0": DhcpServer(), "eth2": DhcpServer(), "eth3": PppoeServer(), "eth4": Silent()}
-    winner = "eth3"
+    combo = {"eth4": "phy"}
+    cables = {"eth0": DhcpServer(), "eth1": Silent(), "eth2": DhcpServer(), "eth3": PppoeServer(),
+              "eth4/sfp": DhcpServer()}
+    winner = "eth4"
 
     def play(self, stage):
         stage.router.show_panel()
@@ -34,18 +36,19 @@ class Empty(Scenario):
         self.judge_time(stage)
         self.judge_dhcp(stage)
         self.judge_swap(stage)
+        self.judge_combo(stage)
 
     def judge_cables(self, stage):
         router = stage.router
         stage.check("a plugged port has a link", carrier("eth2"))
-        stage.check("an unplugged port has none", not carrier("eth1"))
+        stage.check("an unplugged port has none", not carrier("eth4"))
         router.unplug("eth2")
         stage.check("a pulled cable takes the link", not carrier("eth2"))
         router.plug("eth2")
         stage.check("a plugged cable gives it back", carrier("eth2"))
         told = output_of("/etc/wan_detect/get_all_port_state.sh")
         stage.check("the port state command tells the same", json.loads(told) == {
-            port.name: port.name != "eth1" for port in router.ports}, told)
+            port.name: port.name != "eth4" for port in router.ports}, told)
 
     def judge_time(self, stage):
         clock = stage.router.clock
@@ -57,7 +60,7 @@ class Empty(Scenario):
     def judge_dhcp(self, stage):
         stage.check("a DHCP client on the WAN port gets an answer", line_answers("eth0", ANSWER_REAL_S))
         stage.check("a DHCP client on a silent port gets none",
-                    not client_answered(["udhcpc", "-f", "-n", "-q", "-t", "1", "-T", "1", "-i", "eth4"], QUICK_REAL_S))
+                    not client_answered(["udhcpc", "-f", "-n", "-q", "-t", "1", "-T", "1", "-i", "eth1"], QUICK_REAL_S))
         stage.check("the network manager sees the WAN port connected", self.state_becomes(stage, "connected"))
         stage.check("the bus tells it", stage.router.bus.call("network.interface", "status", interface="internet") ==
                     {"up": True, "state": "connected"})
@@ -72,6 +75,16 @@ class Empty(Scenario):
                     client_answered(["pppoe-discovery", "-t", "1", "-a", "1", "-I", "eth3"], ANSWER_REAL_S))
         missing = subprocess.run(["network_lanwan_swap", "set", "port9"], stderr=subprocess.DEVNULL, check=False)
         stage.check("the swap command refuses an unknown port", missing.returncode != 0)
+
+    def judge_combo(self, stage):
+        told = json.loads(output_of("/etc/wan_detect/get_combo_state.sh", "port5"))
+        stage.check("the combo state command tells the media", told == {"phy": False, "sfp": True, "serdes": "phy"}, told)
+        subprocess.run(["network_lanwan_swap", "set", "port5", "sfp"], check=True)
+        stage.check("the combo port changes its medium", stage.router.clock.wait_until(lambda: carrier("eth4"), 20))
+        told = json.loads(output_of("/etc/wan_detect/get_combo_state.sh", "port5"))
+        stage.check("and tells so", told == {"phy": False, "sfp": True, "serdes": "sfp"}, told)
+        stage.check("a DHCP client gets an answer through the cage", line_answers("eth4", ANSWER_REAL_S))
+        self.judge_bridge(stage, outside=["eth4"])
         stage.note("wan_port", stage.router.wan_port())
 
     def state_becomes(self, stage, state):
