@@ -131,6 +131,12 @@ int packet_socket_wait_readable(int fd, int timeout_ms)
     }
 }
 
+int packet_socket_poll(pollfd *sockets, size_t count, int timeout_ms)
+{
+    const int ready = poll(sockets, count, timeout_ms);
+    return ready < 0 && errno == EINTR ? 0 : ready;
+}
+
 void packet_socket_watch(uloop_fd *watcher)
 {
     uloop_fd_add(watcher, ULOOP_READ | ULOOP_BLOCKING | ULOOP_ERROR_CB);

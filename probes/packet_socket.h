@@ -6,8 +6,9 @@
 #include <cstdint>
 #include <sys/types.h>
 
-struct uloop_fd;
+struct pollfd;
 struct sockaddr_ll;
+struct uloop_fd;
 
 // A raw packet socket for one EtherType (ETH_P_ALL, ETH_P_ARP), close-on-exec. -1 with errno set.
 int packet_socket_open(uint16_t ether_type);
@@ -32,6 +33,10 @@ ssize_t packet_socket_receive(int fd, void *buffer, size_t size, sockaddr_ll *fr
 
 // Waits until the descriptor is readable, at most `timeout_ms`. 1 readable, 0 time over, -1 error.
 int packet_socket_wait_readable(int fd, int timeout_ms);
+
+// Waits for several at once, as poll does (a negative descriptor is passed over). The number of those that have an
+// event, 0 when the time is over or a signal came, -1 error.
+int packet_socket_poll(pollfd *sockets, size_t count, int timeout_ms);
 
 // Attaches a descriptor to the loop for reading (error callback included), or takes it out (harmless when it is not
 // in).

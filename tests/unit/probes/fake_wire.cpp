@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include <arpa/inet.h>
+#include <poll.h>
 
 #include "probes/interface_query.h"
 #include "probes/packet_socket.h"
@@ -98,14 +99,20 @@ void t_fake_wire::close_socket(int fd)
 
 void t_fake_wire::arrive(int fd, const t_bytes &frame)
 {
-    sockets_.at(fd).arrived.push_back(frame);
+    t_fake_socket &socket = sockets_.at(fd);
+    arrive(fd, frame, packet_address(socket.ether_type, socket.address.sll_ifindex, nullptr));
+}
+
+void t_fake_wire::arrive(int fd, const t_bytes &frame, const sockaddr_ll &from)
+{
+    sockets_.at(fd).arrived.push_back({frame, from});
 }
 
 void t_fake_wire::arrive(const std::string &port, const t_bytes &frame)
 {
-    for (auto &[fd, socket] : sockets_)
+    for (const auto &[fd, socket] : sockets_)
         if (socket.open && port_of(socket) == port)
-            socket.arrived.push_back(frame);
+            arrive(fd, frame);
 }
 
 int t_fake_wire::run_loop()
@@ -243,12 +250,12 @@ ssize_t packet_socket_receive(int fd, void *buffer, size_t size, sockaddr_ll *fr
         errno = EAGAIN;
         return -1;
     }
-    const t_bytes frame = socket->arrived.front();
+    const t_arrived_frame frame = socket->arrived.front();
     socket->arrived.pop_front();
-    const size_t taken = std::min(size, frame.size());
-    memcpy(buffer, frame.data(), taken);
+    const size_t taken = std::min(size, frame.bytes.size());
+    memcpy(buffer, frame.bytes.data(), taken);
     if (from)
-        *from = packet_address(socket->ether_type, socket->address.sll_ifindex, nullptr);
+        *from = frame.from;
     return static_cast<ssize_t>(taken);
 }
 
@@ -260,6 +267,22 @@ int packet_socket_wait_readable(int fd, int timeout_ms)
     if (fake_wire.on_wait)
         fake_wire.on_wait(fd, timeout_ms);
     return socket->arrived.empty() ? 0 : 1;
+}
+
+int packet_socket_poll(pollfd *sockets, size_t count, int timeout_ms)
+{
+    if (fake_wire.fails(t_wire_call::WAIT))
+        return -1;
+    if (fake_wire.on_wait)
+        fake_wire.on_wait(-1, timeout_ms);
+    int ready = 0;
+    for (size_t i = 0; i < count; i++) {
+        t_fake_socket *socket = sockets[i].fd < 0 ? nullptr : fake_wire.find(sockets[i].fd);
+        const bool readable = socket && !socket->arrived.empty();
+        sockets[i].revents = static_cast<short>(readable ? sockets[i].events & POLLIN : 0);
+        ready += sockets[i].revents != 0;
+    }
+    return ready;
 }
 
 void packet_socket_watch(uloop_fd *watcher)

@@ -50,16 +50,21 @@ struct t_fake_option {
     t_bytes value;
 };
 
+struct t_arrived_frame {
+    t_bytes bytes;
+    sockaddr_ll from;
+};
+
 struct t_fake_socket {
     uint16_t ether_type = 0;
     bool open = true;
     bool bound = false;
     bool nonblocking = false;
-    sockaddr_ll address = {};    // of the last bind
-    std::string device;          // of bind_to_device
-    uloop_fd *watcher = nullptr; // while it is in the loop
-    bool error_pending = false;  // what packet_socket_settle_error finds and clears
-    std::deque<t_bytes> arrived; // frames that wait to be received
+    sockaddr_ll address = {};            // of the last bind
+    std::string device;                  // of bind_to_device
+    uloop_fd *watcher = nullptr;         // while it is in the loop
+    bool error_pending = false;          // what packet_socket_settle_error finds and clears
+    std::deque<t_arrived_frame> arrived; // frames that wait to be received
     std::vector<t_fake_option> options;
 };
 
@@ -78,12 +83,14 @@ public:
 
     // Runs inside every successful send: the peer. It may call arrive().
     std::function<void(const t_sent_frame &)> on_send;
-    // Runs inside every wait for readability, before the queue is looked at.
+    // Runs inside every wait for readability, before the queue is looked at; a wait for several has the descriptor -1.
     std::function<void(int fd, int timeout_ms)> on_wait;
 
     // Queues a frame for one socket, or for all open sockets bound to a port.
     void arrive(int fd, const t_bytes &frame);
     void arrive(const std::string &port, const t_bytes &frame);
+    // The same with a source of its own: another interface, or the port's own sending.
+    void arrive(int fd, const t_bytes &frame, const sockaddr_ll &from);
 
     // Calls the callbacks of watched sockets that have frames until none is left, as the loop would; the number of
     // calls.
