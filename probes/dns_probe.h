@@ -30,5 +30,20 @@ struct t_dns_ctx {
     t_dns_entry entries[DNS_MAX_ENTRIES];
 };
 
+constexpr int DNS_ERR_BIND = -89;
+constexpr int DNS_ERR_SEND = -88;
+constexpr int DNS_NO_ANSWER = 96;
+
 // 1 when a port answered (then it is the winner), else 0.
 int dns_lookup_via_multi_eth(t_dns_ctx *ctx);
+
+// Asks through every entry and waits. 0 when a port answered, or DNS_NO_ANSWER; every socket is closed again.
+int gethostbyname_own_implement(t_dns_ctx *ctx);
+
+// Sends the query of one entry through its open socket. 0; DNS_ERR_BIND or DNS_ERR_SEND (the socket is then closed).
+int send_dns_query(uint32_t source_be, t_dns_entry *entry);
+
+// Both record an accepted answer on the entry and make its port the winner of the handle that the entry stands in.
+// The first reads what is pending, the other is the loop's callback and reads one frame.
+void recv_dns_query(uloop_fd *watcher);
+void uloop_recv_dns_query(uloop_fd *watcher, unsigned int events);

@@ -1,0 +1,157 @@
+// SPDX-License-Identifier: MIT
+// Sockets of the ARP batch.
+#include "probes/arp_probe_batch.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <linux/filter.h>
+#include <linux/if_packet.h>
+#include <net/ethernet.h>
+#include <sys/socket.h>
+
+#include "platform/log.h"
+#include "platform/result_codes.h"
+#include "probes/interface_query.h"
+#include "probes/packet_socket.h"
+
+t_arp_detect_handle arp_detect_handle;
+
+namespace {
+
+constexpr size_t RECEIVE_SIZE = 1024;
+
+// A busy port fills the socket's queue within the wait and the reply would be lost, so the kernel sorts out what is not
+// ARP. Whatever slipped in before the filter is sorted out on reading.
+void keep_only_arp(int fd)
+{
+    sock_filter program[] = {
+        BPF_STMT(BPF_LD | BPF_H | BPF_ABS, offsetof(t_ethernet_header, ether_type_be)),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, ETHERTYPE_ARP, 0, 1),
+        BPF_STMT(BPF_RET | BPF_K, RECEIVE_SIZE),
+        BPF_STMT(BPF_RET | BPF_K, 0),
+    };
+    const sock_fprog filter = {.len = sizeof program / sizeof *program, .filter = program};
+    packet_socket_set_option(fd, SO_ATTACH_FILTER, &filter, sizeof filter);
+}
+
+// A bridge takes its members' frames before any listener for ARP hears them, and binding by name does not restrict what
+// a packet socket receives: only all frames of this interface index are the port's own.
+bool listen_on_port(int fd, const char *name, int ifindex)
+{
+    keep_only_arp(fd);
+    return packet_socket_bind_to_device(fd, name) == 0 &&
+           packet_socket_bind(fd, packet_address(ETH_P_ALL, ifindex, nullptr)) == 0;
+}
+
+bool received_on_port(const t_arp_detect &ctx, const sockaddr_ll &from)
+{
+    return from.sll_pkttype != PACKET_OUTGOING && (!ctx.dev || from.sll_ifindex == ctx.ifindex);
+}
+
+} // namespace
+
+bool open_arp_batch(uint8_t count)
+{
+    arp_detect_handle.contexts = static_cast<t_arp_detect *>(calloc(count, sizeof(t_arp_detect)));
+    if (!arp_detect_handle.contexts)
+        return false;
+    arp_detect_handle.arp_num = count;
+    for (uint8_t i = 0; i < count; i++)
+        arp_detect_handle.contexts[i].watcher.fd = -1;
+    return true;
+}
+
+int init_arp_sockfd(t_arp_detect *ctx, t_device *dev, const uint8_t *target_mac, uint32_t target_ip_be)
+{
+    *ctx = {};
+    ctx->target_ip_be = target_ip_be;
+    memcpy(ctx->target_mac, target_mac, MAC_SIZE);
+    ctx->watcher.fd = packet_socket_open(ETH_P_ARP);
+    if (ctx->watcher.fd < 0) {
+        LOG(Error, "Create ARP socket for %s|%02X-%02X-%02X-%02X-%02X-%02X failed!\n", ARP_TARGET_ARGS(ctx));
+        return ARP_ERR_SOCKET;
+    }
+    if (!dev)
+        return OK;
+    const bool known = query_port(ctx->watcher.fd, dev->name, &ctx->ifindex, ctx->source_mac) == 0;
+    LOG(Debug, "Bind Arp socket into dev:%s, index:%d\n", dev->name, ctx->ifindex);
+    if (!known || !listen_on_port(ctx->watcher.fd, dev->name, ctx->ifindex)) {
+        packet_socket_close(&ctx->watcher);
+        LOG(Error, "init_arp_sockfd bind to dev:%s fail!\n", dev->name);
+        return ARP_ERR_BIND;
+    }
+    ctx->dev = dev;
+    return OK;
+}
+
+int setTimeOut(int fd, int milliseconds)
+{
+    packet_socket_set_nonblocking(fd);
+    if (packet_socket_wait_readable(fd, milliseconds) < 0) {
+        LOG(Error, "select error!\n");
+        return ARP_ERR_WAIT;
+    }
+    return OK;
+}
+
+int send_arp_unicast_packet_blocked(t_arp_detect *ctx)
+{
+    LOG_ENTER();
+    if (ctx->watcher.fd <= 0) {
+        LOG(Error, "Skip sending arp packet due to socket error!\n");
+        return ARP_ERR_NOT_OPEN;
+    }
+    t_arp_frame frame;
+    build_arp_request(&frame, ctx->source_mac, arp_detect_handle.sender_ip_be, ctx->target_mac, ctx->target_ip_be);
+    const int ifindex = ctx->dev ? ctx->ifindex : static_cast<int>(arp_detect_handle.ifindex);
+    if (setTimeOut(ctx->watcher.fd, ARP_WAIT_BEFORE_SEND_MS) != OK)
+        return ARP_ERR_SEND;
+    if (packet_socket_send(ctx->watcher.fd, &frame, sizeof frame, packet_address(0, ifindex, nullptr)) < 0) {
+        LOG(Error, "Error while sending arp socket to %s|%02X-%02X-%02X-%02X-%02X-%02X\n", ARP_TARGET_ARGS(ctx));
+        packet_socket_close(&ctx->watcher);
+        return ARP_ERR_SEND;
+    }
+    return OK;
+}
+
+t_arp_heard hear_arp_packet(const t_arp_detect &ctx, t_arp_packet *packet)
+{
+    uint8_t bytes[RECEIVE_SIZE];
+    sockaddr_ll from = {};
+    const ssize_t got = ctx.watcher.fd > 0 ? packet_socket_receive(ctx.watcher.fd, bytes, sizeof bytes, &from) : -1;
+    if (got <= 0)
+        return t_arp_heard::nothing;
+    if (!received_on_port(ctx, from))
+        return t_arp_heard::irrelevant;
+    switch (parse_arp_frame(bytes, static_cast<size_t>(got), packet)) {
+    case t_arp_frame_kind::foreign:
+        break;
+    case t_arp_frame_kind::cut:
+        return t_arp_heard::not_arp;
+    case t_arp_frame_kind::whole:
+        return t_arp_heard::packet;
+    }
+    return t_arp_heard::irrelevant;
+}
+
+void void_arp_target(t_arp_detect *ctx)
+{
+    memset(ctx->target_mac, 0, sizeof ctx->target_mac);
+    ctx->target_ip_be = 0;
+}
+
+void release_arp_detect_handle()
+{
+    LOG_ENTER();
+    if (!arp_detect_handle.contexts) {
+        LOG(Info, "Release null arp_detect_handle fail!\n");
+        return;
+    }
+    if (arp_detect_handle.arp_num == 0)
+        LOG(Error, "arp_detect_handle not null but arp_num=0, may cause unclosed socket fd \n");
+    for (uint8_t i = 0; i < arp_detect_handle.arp_num; i++)
+        packet_socket_close(&arp_detect_handle.contexts[i].watcher);
+    free(arp_detect_handle.contexts);
+    LOG(Debug, "release arp_detect_handle success!\n");
+    arp_detect_handle = {};
+}

@@ -1,0 +1,86 @@
+// SPDX-License-Identifier: MIT
+// The batch of ARP contexts that all ARP jobs share, one job at a time: sockets, sending and listening. Loop thread
+// only.
+#pragma once
+
+#include "probes/arp_probe_frame.h"
+#include "probes/ipv4_text.h"
+
+extern "C" {
+#include <libubox/uloop.h>
+}
+
+struct t_arp_entry;
+
+// One asked host, or one address asked behind one port.
+struct t_arp_detect {
+    uint8_t replied;
+    t_device *dev;                // borrowed; null when the socket is not bound to a port
+    int ifindex;                  // the port's, 0 without one
+    uint32_t target_ip_be;        // 0 when the context is void
+    uloop_fd watcher;             // its descriptor is the raw socket, -1 when closed; it is never put into the loop
+    uint8_t target_mac[MAC_SIZE]; // all zero means unknown
+    uint8_t source_mac[MAC_SIZE];
+};
+
+struct t_arp_detect_handle {
+    uint8_t arp_num;
+    unsigned int ifindex; // sends what is not bound to a port
+    uint32_t sender_ip_be;
+    uint32_t netmask_be;                  // re-check of the LAN ARP table only
+    t_arp_detect *contexts;               // owned; null when no batch is open
+    t_arp_entry **arp_table_hashmap_head; // borrowed; re-check of the LAN ARP table only
+    uint8_t sender_mac[MAC_SIZE];
+};
+
+extern t_arp_detect_handle arp_detect_handle;
+
+// Arguments for "%s|%02X-%02X-%02X-%02X-%02X-%02X".
+#define ARP_TARGET_ARGS(ctx) t_ipv4_text((ctx)->target_ip_be).text, MAC_ARGS((ctx)->target_mac)
+
+// The stages of a job have one overload each of the job's function, so that its name stands in their log lines; these
+// tell them apart.
+struct t_open_stage {};
+struct t_send_stage {};
+struct t_read_stage {};
+
+constexpr int ARP_ERR_SOCKET = -92;
+constexpr int ARP_ERR_NOT_OPEN = -91;
+constexpr int ARP_ERR_BIND = -90;
+constexpr int ARP_ERR_SEND = -88;
+constexpr int ARP_ERR_WAIT = -87;
+
+constexpr int ARP_WAIT_BEFORE_SEND_MS = 300;
+constexpr uint32_t ARP_WAIT_FOR_REPLIES_MS = 310;
+
+// More than a socket's queue holds: whoever floods a port must not keep the loop reading.
+constexpr int ARP_FRAMES_PER_READ = 4096;
+
+// `count` void contexts, none of them open; false when memory is short.
+bool open_arp_batch(uint8_t count);
+
+// Opens a context's socket. With a port the socket hears this port only, and the port's index and MAC are stored, the
+// latter as source MAC. 0, ARP_ERR_SOCKET or ARP_ERR_BIND.
+int init_arp_sockfd(t_arp_detect *ctx, t_device *dev, const uint8_t *target_mac, uint32_t target_ip_be);
+
+// Makes the descriptor non-blocking and waits until it is readable, at most `milliseconds`. 0 also when the time is
+// over; ARP_ERR_WAIT.
+int setTimeOut(int fd, int milliseconds);
+
+// Sends the request of a context after a wait. 0, ARP_ERR_NOT_OPEN or ARP_ERR_SEND.
+int send_arp_unicast_packet_blocked(t_arp_detect *ctx);
+
+enum class t_arp_heard {
+    nothing,    // no frame is pending
+    irrelevant, // not ARP, or not received on the context's port
+    not_arp,    // broken
+    packet,
+};
+
+// Takes one pending frame of a context's socket.
+t_arp_heard hear_arp_packet(const t_arp_detect &ctx, t_arp_packet *packet);
+
+// A context whose set-up or sending failed must not match anything.
+void void_arp_target(t_arp_detect *ctx);
+
+void release_arp_detect_handle();

@@ -1,0 +1,126 @@
+// SPDX-License-Identifier: MIT
+// Re-check of the LAN ARP table: stale entries of the kernel's cache drop out.
+#include <cstring>
+
+#include "platform/clock.h"
+#include "platform/log.h"
+#include "platform/result_codes.h"
+#include "probes/arp_probe.h"
+#include "probes/arp_probe_batch.h"
+#include "probes/arp_table.h"
+#include "probes/packet_socket.h"
+
+static void double_check_arp_packet_all_blocked(t_open_stage, t_arp_detect *ctx, const t_arp_entry &entry)
+{
+    if (init_arp_sockfd(ctx, nullptr, entry.mac, entry.address_be) != OK) {
+        LOG(Error, "Failed to init ARP socket for: %s|%02X-%02X-%02X-%02X-%02X-%02X\n", ARP_TARGET_ARGS(ctx));
+        void_arp_target(ctx);
+        return;
+    }
+    memcpy(ctx->source_mac, arp_detect_handle.sender_mac, MAC_SIZE);
+    LOG(Debug, "Arp packet sockfd init success in for: %s|%02X-%02X-%02X-%02X-%02X-%02X\n", ARP_TARGET_ARGS(ctx));
+}
+
+static void double_check_arp_packet_all_blocked(t_send_stage, t_arp_detect *ctx)
+{
+    LOG(Debug, "Ready to send Arp packet for: %s|%02X-%02X-%02X-%02X-%02X-%02X\n", ARP_TARGET_ARGS(ctx));
+    if (send_arp_unicast_packet_blocked(ctx) != OK) {
+        LOG(Error, "Failed to send ARP socket for: %s|%02X-%02X-%02X-%02X-%02X-%02X\n", ARP_TARGET_ARGS(ctx));
+        void_arp_target(ctx);
+        return;
+    }
+    LOG(Debug, "Send Arp packet success for: %s|%02X-%02X-%02X-%02X-%02X-%02X\n", ARP_TARGET_ARGS(ctx));
+}
+
+// Takes a packet as the host's reply, or leaves it.
+static bool double_check_arp_packet_all_blocked(t_read_stage, t_arp_detect *ctx, const t_arp_packet &packet)
+{
+    if (memcmp(packet.ethernet_source, ctx->target_mac, MAC_SIZE) != 0) {
+        LOG(Info, "Not match eth header:%02X-%02X-%02X-%02X-%02X-%02X|%02X-%02X-%02X-%02X-%02X-%02X\n",
+            MAC_ARGS(packet.ethernet_source), MAC_ARGS(ctx->target_mac));
+        return false;
+    }
+    if (memcmp(packet.sender_mac, ctx->target_mac, MAC_SIZE) != 0) {
+        LOG(Error, "Not match arp packet mac:%02X-%02X-%02X-%02X-%02X-%02X|%02X-%02X-%02X-%02X-%02X-%02X\n",
+            MAC_ARGS(packet.sender_mac), MAC_ARGS(ctx->target_mac));
+        return false;
+    }
+    if (packet.opcode != ARP_OPCODE_REPLY) {
+        LOG(Error, "Not a arp reply packet\n");
+        return false;
+    }
+    if (packet.sender_ip_be == ctx->target_ip_be) {
+        LOG(Debug, "arp reply success in %s|%02X-%02X-%02X-%02X-%02X-%02X\n", ARP_TARGET_ARGS(ctx));
+        return true;
+    }
+    LOG(Info, "arp reply receieve a different ip:%s\n", t_ipv4_text(packet.sender_ip_be).text);
+    LOG(Info, "arp reply receieve a different ip, orig:%s\n", t_ipv4_text(ctx->target_ip_be).text);
+    if ((packet.sender_ip_be ^ arp_detect_handle.sender_ip_be) & arp_detect_handle.netmask_be) {
+        LOG(Info, "arp reply new is not same subnet with br-lan! remove it from arp hash table!\n");
+        remove_arp_entry(arp_detect_handle.arp_table_hashmap_head, ctx->target_mac);
+    } else {
+        LOG(Debug, "arp reply new ip still remains same subnet with br-lan!\n");
+    }
+    return true;
+}
+
+static void double_check_arp_packet_all_blocked(t_read_stage stage, t_arp_detect *ctx)
+{
+    LOG(Debug, "Trying to recv Arp packet for: %s|%02X-%02X-%02X-%02X-%02X-%02X\n", ARP_TARGET_ARGS(ctx));
+    t_arp_heard heard = t_arp_heard::irrelevant;
+    for (int i = 0; i < ARP_FRAMES_PER_READ && heard != t_arp_heard::nothing && !ctx->replied; i++) {
+        t_arp_packet packet;
+        heard = hear_arp_packet(*ctx, &packet);
+        if (heard == t_arp_heard::not_arp)
+            LOG(Error, "Not a arp reply packet\n");
+        if (heard == t_arp_heard::packet)
+            ctx->replied = double_check_arp_packet_all_blocked(stage, ctx, packet);
+    }
+    if (ctx->replied) {
+        packet_socket_close(&ctx->watcher);
+        return;
+    }
+    LOG(Info, "No arp reply from %s|%02X-%02X-%02X-%02X-%02X-%02X! Remove it from arp hash table!\n",
+        ARP_TARGET_ARGS(ctx));
+    remove_arp_entry(arp_detect_handle.arp_table_hashmap_head, ctx->target_mac);
+}
+
+int double_check_arp_packet_all_blocked(t_arp_entry **arp_table_hashmap_head, uint32_t lan_ip_be,
+                                        uint32_t lan_netmask_be, const uint8_t *lan_mac, unsigned int lan_ifindex)
+{
+    LOG_ENTER();
+    if (!arp_table_hashmap_head || !*arp_table_hashmap_head || !lan_mac || !lan_netmask_be || !lan_ip_be) {
+        LOG(Error, "invalid parameters! Send failed!\n");
+        return ERR_INVALID_INPUT;
+    }
+    if (arp_detect_handle.contexts) {
+        LOG(Notice, "Last time handle not release, release it before resend!\n");
+        release_arp_detect_handle();
+    }
+    const auto count = static_cast<uint8_t>(arp_table_count(*arp_table_hashmap_head)); // wraps, and 0 is an empty table
+    if (count == 0) {
+        LOG(Error, "No arp entry in arp_table_hashmap_head!\n");
+        return ERR_INVALID_INPUT;
+    }
+    if (!open_arp_batch(count)) {
+        LOG(Error, "Failed to malloc %d t_arp_detect struct\n", count);
+        return ERR_NO_MEMORY;
+    }
+    arp_detect_handle.ifindex = lan_ifindex;
+    arp_detect_handle.sender_ip_be = lan_ip_be;
+    arp_detect_handle.netmask_be = lan_netmask_be;
+    arp_detect_handle.arp_table_hashmap_head = arp_table_hashmap_head;
+    memcpy(arp_detect_handle.sender_mac, lan_mac, MAC_SIZE);
+
+    t_arp_detect *const contexts = arp_detect_handle.contexts;
+    const t_arp_entry *entry = *arp_table_hashmap_head;
+    for (uint8_t i = 0; i < count; i++, entry = static_cast<t_arp_entry *>(entry->hh.next))
+        double_check_arp_packet_all_blocked(t_open_stage(), &contexts[i], *entry);
+    for (uint8_t i = 0; i < count; i++)
+        double_check_arp_packet_all_blocked(t_send_stage(), &contexts[i]);
+    sleep_ms(ARP_WAIT_FOR_REPLIES_MS);
+    for (uint8_t i = 0; i < count; i++)
+        double_check_arp_packet_all_blocked(t_read_stage(), &contexts[i]);
+    release_arp_detect_handle();
+    return OK;
+}

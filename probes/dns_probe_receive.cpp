@@ -1,0 +1,136 @@
+// SPDX-License-Identifier: MIT
+// The two ways of reading a port's answers: all that is pending while the probe waits, or one frame from the loop.
+#include "platform/log.h"
+#include "probes/dns_probe_frame.h"
+#include "probes/ipv4_text.h"
+#include "probes/packet_socket.h"
+
+namespace {
+
+constexpr size_t DNS_RECEIVE_SIZE = 256; // the last byte terminates
+
+// A flooded port must not keep the waiting loop from its deadline.
+constexpr int DNS_FRAMES_PER_READ = 1024;
+
+t_dns_entry *entry_of(uloop_fd *watcher)
+{
+    return container_of(watcher, t_dns_entry, watcher);
+}
+
+t_dns_ctx *handle_of(t_dns_entry *entry)
+{
+    return container_of(entry - entry->index, t_dns_ctx, entries);
+}
+
+// False when nothing is pending or reading failed.
+bool read_answer(const uloop_fd &watcher, t_dns_answer *answer, bool accept_empty)
+{
+    uint8_t bytes[DNS_RECEIVE_SIZE] = {};
+    const ssize_t got = packet_socket_receive(watcher.fd, bytes, sizeof bytes - 1, nullptr);
+    if (got < 0 || (got == 0 && !accept_empty))
+        return false;
+    *answer = parse_dns_answer(bytes, static_cast<size_t>(got));
+    return true;
+}
+
+} // namespace
+
+// Judges one frame; the messages are the waiting loop's own.
+static bool recv_dns_query(const t_dns_entry &entry, const t_dns_answer &answer)
+{
+    switch (find_dns_flaw(answer, entry, false)) {
+    case t_dns_flaw::protocol:
+        LOG(Debug, "DNS response check fail at IP protocol: %d/%d\n", answer.protocol, IPV4_PROTOCOL_UDP);
+        return false;
+    case t_dns_flaw::addresses:
+        LOG(Info, "DNS response check fail at IP addr dst_addr: %s\n", t_ipv4_text(answer.destination_be).text);
+        LOG(Info, "DNS response check fail at IP addr src_addr: %s\n", t_ipv4_text(answer.source_be).text);
+        return false;
+    case t_dns_flaw::port:
+        LOG(Info, "DNS response check fail at udp port: %d/%d\n", answer.source_port, DNS_SERVER_PORT);
+        return false;
+    case t_dns_flaw::id:
+        LOG(Info, "DNS response check fail at dns id: %d/%d\n", answer.id, entry.query_id);
+        return false;
+    case t_dns_flaw::identification:
+    case t_dns_flaw::no_answers:
+        return false;
+    case t_dns_flaw::none:
+        return true;
+    }
+    return false;
+}
+
+void recv_dns_query(uloop_fd *watcher)
+{
+    t_dns_entry *entry = entry_of(watcher);
+    if (entry->received) {
+        LOG(Debug, "Already receieved response!\n");
+        return;
+    }
+    t_dns_answer answer;
+    for (int i = 0; i < DNS_FRAMES_PER_READ && read_answer(*watcher, &answer, false); i++) {
+        LOG(Info, "dns response from ip=%s!\n", t_ipv4_text(entry->dev_ip_be).text);
+        if (!recv_dns_query(*entry, answer))
+            continue;
+        entry->received = 1;
+        handle_of(entry)->winner = entry->dev;
+        LOG(Info, "dns response checked! eth=%s, dev_ip:%s\n", device_name(entry->dev),
+            t_ipv4_text(entry->dev_ip_be).text);
+        LOG(Info, "dns response checked! eth=%s, dns_server:%s\n", device_name(entry->dev),
+            t_ipv4_text(entry->dns_server_be).text);
+        return;
+    }
+}
+
+// Judges one frame; unlike the waiting loop it looks at the identification and shows every protocol.
+static bool uloop_recv_dns_query(const t_dns_entry &entry, const t_dns_answer &answer)
+{
+    switch (find_dns_flaw(answer, entry, true)) {
+    case t_dns_flaw::protocol:
+        LOG(Info, "DNS response check fail at IP protocol: %d/%d\n", answer.protocol, IPV4_PROTOCOL_UDP);
+        return false;
+    case t_dns_flaw::identification:
+        LOG(Info, "DNS response check fail at IP id: %d/%d\n", answer.identification,
+            dns_ip_identification(entry.query_id));
+        return false;
+    case t_dns_flaw::addresses:
+        LOG(Info, "DNS response check fail at IP addr dst_addr: %s\n", t_ipv4_text(answer.destination_be).text);
+        LOG(Info, "DNS response check fail at IP addr src_addr: %s\n", t_ipv4_text(answer.source_be).text);
+        return false;
+    case t_dns_flaw::port:
+        LOG(Info, "DNS response check fail at udp port: %d/%d\n", answer.source_port, DNS_SERVER_PORT);
+        return false;
+    case t_dns_flaw::id:
+        LOG(Info, "DNS response check fail at dns id: %d/%d\n", answer.id, entry.query_id);
+        return false;
+    case t_dns_flaw::no_answers:
+        return false;
+    case t_dns_flaw::none:
+        return true;
+    }
+    return false;
+}
+
+void uloop_recv_dns_query(uloop_fd *watcher, unsigned int events)
+{
+    t_dns_entry *entry = entry_of(watcher);
+    if (entry->received) {
+        LOG(Debug, "Already receieved response!\n");
+        return;
+    }
+    LOG(Info, "dns response:events=%u, ip=%s!\n", events, t_ipv4_text(entry->dev_ip_be).text);
+    if (!(events & ULOOP_READ))
+        return;
+    t_dns_answer answer;
+    if (!read_answer(*watcher, &answer, true) || !uloop_recv_dns_query(*entry, answer)) {
+        LOG(Info, "dns through ip %s failed!\n", t_ipv4_text(entry->dev_ip_be).text);
+        entry->received = 0;
+        return;
+    }
+    entry->received = 1;
+    handle_of(entry)->winner = entry->dev;
+    LOG(Info, "dns response checked! eth=%s, dev_ip:%s\n", device_name(entry->dev), t_ipv4_text(entry->dev_ip_be).text);
+    LOG(Info, "dns response checked! eth=%s, dns_server:%s\n", device_name(entry->dev),
+        t_ipv4_text(entry->dns_server_be).text);
+}
