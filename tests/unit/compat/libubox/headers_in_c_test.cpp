@@ -1,0 +1,10 @@
+// SPDX-License-Identifier: MIT
+// C and C++ units share the records.
+#include <gtest/gtest.h>
+
+extern "C" int sum_of_fields_in_c(void);
+
+TEST(headers, work_in_a_c_program)
+{
+    EXPECT_EQ(sum_of_fields_in_c(), 7);
+}
