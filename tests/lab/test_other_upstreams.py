@@ -1,0 +1,69 @@
+# SPDX-License-Identifier: MIT
+"""PPPoE and static lines, several lines at once, slow servers."""
+import pytest
+
+SLOW_OFFER_S = 3
+
+
+def scenario(name):
+    return pytest.mark.scenario(name)
+
+
+@scenario("pppoe")
+def test_a_pppoe_line_wins_among_dhcp_servers(seen):
+    assert seen.failed_checks() == []
+    assert seen.status == 0
+
+
+@scenario("pppoe")
+def test_a_pppoe_cycle_asks_for_pppoe_only(seen):
+    assert seen.probes(kinds=("discover",)) == []
+    assert {probe["port"] for probe in seen.probes(kinds=("padi",))} == {"eth1", "eth2", "eth3", "eth0"}
+
+
+@scenario("two-pppoe")
+def test_of_two_pppoe_lines_the_one_with_the_higher_priority_wins(seen):
+    assert seen.failed_checks() == []
+    assert seen.one("uloop_wan_detect_using_proto_detect", "as wan")["body"] == (
+        "Overall 2 device using protocol pppoe! Use first priority device:eth4 as wan!")
+
+
+@scenario("two-dhcp")
+def test_of_two_dhcp_lines_the_one_that_resolves_names_wins(seen):
+    assert seen.failed_checks() == []
+    assert seen.find("uloop_wan_detect_using_proto_detect", "Found 2 devices provide dhcp protocol! Next try dns detect!")
+    assert seen.one("uloop_wan_detect_using_dns", "wan detect Success")["body"] == (
+        "DNS lookup shows dev:eth3 online, wan detect Success!")
+    assert {probe["port"] for probe in seen.probes(kinds=("dns",))} == {"eth1", "eth3"}
+
+
+@scenario("slow-dhcp")
+def test_a_slow_dhcp_server_is_found_in_a_later_stage(seen):
+    assert seen.failed_checks() == []
+    assert len(seen.find("uloop_start_wan_detect", "using protocol detect")) >= 2
+
+
+@scenario("slow-dhcp")
+def test_a_silent_port_stays_a_candidate_after_its_first_stage(seen):
+    kept = seen.find("remove_specific_proto_dev_from_list", "Continue keep it")
+    assert kept[0]["body"] == (
+        "Continue keep it in possible wan list due to no dhcp was detected in eth2, retry! retry times:1/2")
+
+
+@scenario("static")
+def test_the_port_behind_which_the_gateway_answers_wins(seen):
+    assert seen.failed_checks() == []
+    assert seen.one("uloop_wan_detect_using_arp", "treat it as wan")["body"] == (
+        "ARP shows Only one device:eth3 using protocol static(have gateway ip in arp detect:203.0.113.1)! treat it as wan!")
+
+
+@scenario("static")
+def test_a_static_line_is_not_asked_for_dhcp_or_pppoe(seen):
+    assert seen.probes() == []
+
+
+@scenario("two-gateways")
+def test_of_two_gateways_the_one_that_resolves_names_wins(seen):
+    assert seen.failed_checks() == []
+    assert seen.one("uloop_wan_detect_using_dns", "wan detect Success")["body"] == (
+        "DNS lookup shows dev:eth3 online, wan detect Success!")
