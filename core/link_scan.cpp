@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "core/link_scan.h"
 
-#include <json-c/json.h>
-
 #include "core/background.h"
 #include "core/engine.h"
 #include "core/link_change.h"
@@ -11,6 +9,7 @@
 #include "platform/adapters/link_status.h"
 #include "platform/adapters/wan_switch.h"
 #include "platform/command.h"
+#include "platform/json_object.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
 
@@ -33,18 +32,18 @@ static size_t scan_order(t_device *now_wan, t_device *(&order)[MAX_DEVICES])
 uint32_t update_eth_link_status_trigger()
 {
     char response[PORT_STATE_SIZE + 1] = "";
-    json_object *states = nullptr;
+    t_json_guard states(nullptr);
     if (!port_model.enable || !port_model.router_mode) {
         LOG(Debug, "Skip update eth link status due to wan detect switch off!\n");
     } else {
         LOG_ENTER();
         if (capture_command(response, PORT_STATE_COMMAND, sizeof response) == OK) {
-            states = parse_port_states(response);
-            if (!states)
+            states.object = parse_json_object(response);
+            if (!states.object)
                 LOG(Error, "Execute command:%s error!\n", PORT_STATE_COMMAND);
         }
     }
-    if (states) {
+    if (states.object) {
         LOG(Debug, "Success Cyclic scanning eth link status using script, result:%s\n", response);
         t_device *now_wan = port_model.wan_dev;
         if (!now_wan)
@@ -53,12 +52,12 @@ uint32_t update_eth_link_status_trigger()
         size_t count = scan_order(now_wan, order);
         for (size_t i = 0; i < count; i++) {
             t_device *dev = order[i];
-            json_object *state = nullptr;
-            if (!json_object_object_get_ex(states, dev->name, &state)) {
+            json_object *state = json_object_object_get(states.object, dev->name);
+            if (!state) {
                 LOG(Error, "Invalid device state for:%s! Response:%s\n", dev->name, response);
                 continue;
             }
-            bool up = json_object_get_boolean(state);
+            bool up = json_object_get_boolean(state) != 0;
             if (up == static_cast<bool>(dev->link_active))
                 continue;
             LOG(Info, "Cyclic scanning found %s link change to %s, pull trigger!\n", dev->name, up ? "up" : "down");
@@ -68,7 +67,6 @@ uint32_t update_eth_link_status_trigger()
                 remove_banned_device_from_list(port_model.dev_hashmap_head, &port_model.banned_list, nullptr,
                                                dev == now_wan ? nullptr : dev);
         }
-        json_object_put(states);
     }
 
     t_mutex_guard guard(engine_gate->locks.link_block_lock);
