@@ -1,0 +1,221 @@
+// SPDX-License-Identifier: MIT
+// Running programs and capturing what they print.
+#include <csignal>
+#include <cstring>
+#include <string>
+#include <thread>
+
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/time.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "platform/command.h"
+#include "support/sandbox.h"
+
+namespace {
+
+// 64 bit mask of a line such as "SigBlk:\t0000000000000000" in a program's status.
+bool has_signal(const std::string &status, const std::string &field, int signal)
+{
+    size_t at = status.find(field + ":");
+    if (at == std::string::npos)
+        ADD_FAILURE() << "no " << field << " in " << status;
+    unsigned long long mask = std::stoull(status.substr(at + field.size() + 1), nullptr, 16);
+    return mask & (1ULL << (signal - 1));
+}
+
+// Interrupts this process every few milliseconds, with a handler that does not restart system calls.
+class t_signal_rain {
+public:
+    t_signal_rain()
+    {
+        struct sigaction interrupt = {};
+        interrupt.sa_handler = [](int) {};
+        sigaction(SIGALRM, &interrupt, &before_);
+        itimerval often = {{0, 2000}, {0, 2000}};
+        setitimer(ITIMER_REAL, &often, nullptr);
+    }
+    ~t_signal_rain()
+    {
+        itimerval never = {};
+        setitimer(ITIMER_REAL, &never, nullptr);
+        sigaction(SIGALRM, &before_, nullptr);
+    }
+
+private:
+    struct sigaction before_ = {};
+};
+
+} // namespace
+
+TEST(capture_command, keeps_what_the_program_prints)
+{
+    char output[64];
+    EXPECT_EQ(capture_command(output, "printf 'one\\ntwo\\n'", sizeof output), 0);
+    EXPECT_STREQ(output, "one\ntwo\n");
+}
+
+TEST(capture_command, passes_its_text_through_the_shell)
+{
+    char output[64];
+    EXPECT_EQ(capture_command(output, "x=5; echo $((x + 2)) | tr 7 8", sizeof output), 0);
+    EXPECT_STREQ(output, "8\n");
+}
+
+TEST(capture_command, keeps_the_first_part_of_a_long_output_and_terminates_it)
+{
+    char output[17];
+    memset(output, 'x', sizeof output);
+    EXPECT_EQ(capture_command(output, "printf 0123456789abcdefghij", 16), 0);
+    EXPECT_STREQ(output, "0123456789abcde");
+    EXPECT_EQ(output[16], 'x');
+}
+
+TEST(capture_command, collects_an_output_that_comes_in_pieces)
+{
+    char output[64];
+    EXPECT_EQ(capture_command(output, "printf a; sleep 0.05; printf b; sleep 0.05; printf c", sizeof output), 0);
+    EXPECT_STREQ(output, "abc");
+}
+
+TEST(capture_command, of_a_silent_program_is_empty)
+{
+    char output[8] = "before";
+    EXPECT_EQ(capture_command(output, "true", sizeof output), 0);
+    EXPECT_STREQ(output, "");
+}
+
+TEST(capture_command, does_not_look_at_the_exit_status)
+{
+    char output[8];
+    EXPECT_EQ(capture_command(output, "echo ok; exit 3", sizeof output), 0);
+    EXPECT_STREQ(output, "ok\n");
+}
+
+TEST(capture_command, of_a_missing_program_is_an_empty_output)
+{
+    char output[8] = "before";
+    EXPECT_EQ(capture_command(output, "/no/such/program 2>/dev/null", sizeof output), 0);
+    EXPECT_STREQ(output, "");
+}
+
+TEST(capture_command, with_room_for_the_terminator_only_keeps_nothing)
+{
+    char output[2] = {'x', 'x'};
+    EXPECT_EQ(capture_command(output, "echo text", 1), 0);
+    EXPECT_EQ(output[0], '\0');
+    EXPECT_EQ(output[1], 'x');
+}
+
+TEST(capture_command, does_not_hang_on_a_program_that_never_stops_writing)
+{
+    char output[512];
+    EXPECT_EQ(capture_command(output, "exec yes", sizeof output), 0);
+    EXPECT_EQ(strlen(output), sizeof output - 1);
+}
+
+TEST(capture_command, is_not_cut_short_by_signals)
+{
+    char output[64];
+    t_signal_rain rain;
+    EXPECT_EQ(capture_command(output, "sleep 0.05; printf a; sleep 0.05; printf b", sizeof output), 0);
+    EXPECT_STREQ(output, "ab");
+}
+
+TEST(capture_command, leaves_no_descriptor_and_no_child_behind)
+{
+    char output[64];
+    int before = dup(0);
+    close(before);
+    for (int i = 0; i < 10; i++)
+        capture_command(output, "echo x", sizeof output);
+    int after = dup(0);
+    close(after);
+    EXPECT_EQ(after, before);
+    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
+}
+
+TEST(capture_command, that_cannot_be_started_says_so_whatever_the_log_level)
+{
+    t_log_capture log(0);
+    rlimit limit = {}, none = {};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    none.rlim_max = limit.rlim_max;
+    setrlimit(RLIMIT_NOFILE, &none);
+    char output[8] = "before";
+    int result = capture_command(output, "echo x", sizeof output);
+    setrlimit(RLIMIT_NOFILE, &limit);
+    EXPECT_EQ(result, -1);
+    EXPECT_EQ(log.text(), "popen faild. (24, Too many open files)\n");
+    EXPECT_STREQ(output, "before");
+}
+
+TEST(capture_command, starts_programs_that_can_be_stopped_from_threads_that_cannot)
+{
+    std::string status;
+    std::thread([&status] {
+        sigset_t all;
+        sigfillset(&all);
+        pthread_sigmask(SIG_SETMASK, &all, nullptr);
+        char output[256];
+        capture_command(output, "grep ^SigBlk /proc/self/status", sizeof output);
+        status = output;
+    }).join();
+    EXPECT_FALSE(has_signal(status, "SigBlk", SIGTERM)) << status;
+}
+
+TEST(capture_command, starts_programs_that_die_of_a_broken_pipe_as_usual)
+{
+    sighandler_t before = signal(SIGPIPE, SIG_IGN);
+    char output[256];
+    capture_command(output, "grep ^SigIgn /proc/self/status", sizeof output);
+    signal(SIGPIPE, before);
+    EXPECT_FALSE(has_signal(output, "SigIgn", SIGPIPE)) << output;
+}
+
+TEST(run_command, tells_the_exit_status)
+{
+    int status = run_command("exit 3");
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 3);
+    EXPECT_EQ(run_command("true"), 0);
+}
+
+TEST(run_command, tells_the_signal_that_ended_the_program)
+{
+    int status = run_command("kill -KILL $$");
+    ASSERT_TRUE(WIFSIGNALED(status));
+    EXPECT_EQ(WTERMSIG(status), SIGKILL);
+}
+
+TEST(run_command, of_a_missing_program_exits_with_127)
+{
+    int status = run_command("/no/such/program 2>/dev/null");
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 127);
+}
+
+TEST(run_command, waits_although_signals_arrive)
+{
+    t_signal_rain rain;
+    int status = run_command("sleep 0.1; exit 4");
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 4);
+}
+
+TEST(run_command, fails_when_somebody_else_collects_the_children)
+{
+    sighandler_t before = signal(SIGCHLD, SIG_IGN);
+    int status = run_command("exit 0");
+    signal(SIGCHLD, before);
+    EXPECT_EQ(status, -1);
+}
+
+TEST(run_command, shares_the_standard_output)
+{
+    t_log_capture log;
+    run_command("echo said by the program");
+    EXPECT_EQ(log.text(), "said by the program\n");
+}

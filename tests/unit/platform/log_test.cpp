@@ -1,0 +1,385 @@
+// SPDX-License-Identifier: MIT
+// The log printer: levels, the form of a line, and where the lines go.
+#include <filesystem>
+#include <regex>
+#include <thread>
+#include <vector>
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <sys/mount.h>
+#include <sys/syscall.h>
+#include <sys/sysinfo.h>
+#include <unistd.h>
+
+#include "platform/log.h"
+#include "support/sandbox.h"
+
+namespace {
+
+bool sysinfo_fails;
+
+}
+
+extern "C" int sysinfo(struct sysinfo *info) noexcept
+{
+    if (sysinfo_fails) {
+        errno = EFAULT;
+        return -1;
+    }
+    return static_cast<int>(syscall(SYS_sysinfo, info));
+}
+
+namespace {
+
+const std::string LOG_FILE = "/tmp/wan_detect.log";
+
+size_t open_descriptors()
+{
+    size_t count = 0;
+    for ([[maybe_unused]] const auto &entry : std::filesystem::directory_iterator("/proc/self/fd"))
+        count++;
+    return count;
+}
+
+// What lies behind a descriptor.
+std::pair<dev_t, ino_t> behind(int fd)
+{
+    struct stat status = {};
+    fstat(fd, &status);
+    return {status.st_dev, status.st_ino};
+}
+
+std::pair<dev_t, ino_t> behind(const std::string &path)
+{
+    struct stat status = {};
+    stat(path.c_str(), &status);
+    return {status.st_dev, status.st_ino};
+}
+
+// A /dev of the test's own, with a plain file as the console unless there shall be none.
+class t_own_dev {
+public:
+    explicit t_own_dev(bool with_console)
+    {
+        mounted_ = mount("tmpfs", "/dev", "tmpfs", 0, nullptr) == 0;
+        if (with_console)
+            write_file("/dev/console", "");
+    }
+    ~t_own_dev()
+    {
+        if (mounted_)
+            umount2("/dev", MNT_DETACH);
+    }
+    bool mounted() const { return mounted_; }
+
+private:
+    bool mounted_;
+};
+
+// One line of each level.
+void say_everything()
+{
+    LOG(Critical, "critical\n");
+    LOG(Error, "error\n");
+    LOG(Warning, "warning\n");
+    LOG(Notice, "notice\n");
+    LOG(Info, "info\n");
+    LOG(Debug, "debug\n");
+}
+
+constexpr int LINES_OF_A_THREAD = 200;
+constexpr const char *LONG_LINE = "a line that is long enough to be cut in the middle if it can be";
+
+void say_many_lines()
+{
+    for (int i = 0; i < LINES_OF_A_THREAD; i++)
+        LOG(Info, "%s\n", LONG_LINE);
+}
+
+std::vector<std::string> levels_said_at(int level)
+{
+    t_log_capture log(level);
+    say_everything();
+    std::vector<std::string> levels;
+    for (const t_log_line &line : log.lines())
+        levels.push_back(line.level);
+    return levels;
+}
+
+class log_destination : public testing::Test {
+protected:
+    ~log_destination() override
+    {
+        log_done();
+        std::filesystem::remove(LOG_FILE);
+    }
+    t_log_capture capture{LOG_LEVEL_Debug};
+};
+
+} // namespace
+
+TEST(log, starts_at_level_error)
+{
+    EXPECT_EQ(log_get_level(), LOG_LEVEL_Error);
+}
+
+TEST(log, at_level_critical_only_critical_lines_appear)
+{
+    EXPECT_EQ(levels_said_at(LOG_LEVEL_Critical), std::vector<std::string>({"Critical"}));
+}
+
+TEST(log, each_level_adds_its_own_lines)
+{
+    EXPECT_EQ(levels_said_at(LOG_LEVEL_Error), std::vector<std::string>({"Critical", "Error"}));
+    EXPECT_EQ(levels_said_at(LOG_LEVEL_Warning), std::vector<std::string>({"Critical", "Error", "Warning"}));
+    EXPECT_EQ(levels_said_at(LOG_LEVEL_Notice), std::vector<std::string>({"Critical", "Error", "Warning", "Notice"}));
+    EXPECT_EQ(levels_said_at(LOG_LEVEL_Info).size(), 5u);
+}
+
+TEST(log, level_debug_prints_every_line)
+{
+    EXPECT_EQ(levels_said_at(LOG_LEVEL_Debug),
+              std::vector<std::string>({"Critical", "Error", "Warning", "Notice", "Info", "Debug"}));
+}
+
+TEST(log, level_0_prints_none)
+{
+    t_log_capture log(LOG_LEVEL_NONE);
+    say_everything();
+    EXPECT_EQ(log.text(), "");
+}
+
+TEST(log, a_line_carries_its_level_the_uptime_the_function_and_the_source_line)
+{
+    t_log_capture log;
+    long before = log_uptime();
+    LOG(Warning, "%s has %d ports\n", "router", 5);
+    int line = __LINE__ - 1;
+    long after = log_uptime();
+    std::smatch match;
+    std::string text = log.text();
+    ASSERT_TRUE(std::regex_match(
+        text, match, std::regex(R"(\[wan_detect\]\[Warning\]\[(\d+)\]\[(\w+):(\d+)\]: router has 5 ports\n)")))
+        << text;
+    EXPECT_GE(std::stol(match[1]), before);
+    EXPECT_LE(std::stol(match[1]), after);
+    EXPECT_EQ(match[2], "TestBody");
+    EXPECT_EQ(std::stoi(match[3]), line);
+}
+
+TEST(log, entering_a_function_is_said_at_level_debug)
+{
+    t_log_capture log;
+    LOG_ENTER();
+    EXPECT_TRUE(log.has("Debug", "TestBody", "Entering function: TestBody!"));
+}
+
+TEST(log, a_line_above_the_level_does_not_evaluate_its_arguments)
+{
+    t_log_capture log(LOG_LEVEL_Error);
+    int evaluated = 0;
+    LOG(Debug, "%d\n", ++evaluated);
+    EXPECT_EQ(evaluated, 0);
+}
+
+TEST(log, a_line_is_written_out_at_once_even_into_a_file)
+{
+    int file = memfd_create("out", MFD_CLOEXEC);
+    fflush(stdout);
+    int saved = dup(STDOUT_FILENO);
+    dup2(file, STDOUT_FILENO);
+    LOG(Error, "now\n");
+    char written[256] = {};
+    ssize_t size = pread(file, written, sizeof written - 1, 0);
+    fflush(stdout);
+    dup2(saved, STDOUT_FILENO);
+    close(saved);
+    close(file);
+    EXPECT_GT(size, 0);
+    EXPECT_NE(std::string(written).find("]: now\n"), std::string::npos);
+}
+
+TEST(log, the_printer_adds_nothing_to_the_text)
+{
+    t_log_capture log;
+    log_print(LOG_LEVEL_Error, "%s|%d", "a", 1);
+    log_print(LOG_LEVEL_Error, "b");
+    EXPECT_EQ(log.text(), "a|1b");
+}
+
+TEST(log, a_failing_sysinfo_makes_the_uptime_minus_one_and_says_why_on_standard_error)
+{
+    t_log_capture log;
+    testing::internal::CaptureStderr();
+    sysinfo_fails = true;
+    long uptime = log_uptime();
+    LOG(Error, "x\n");
+    sysinfo_fails = false;
+    std::string said = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(uptime, -1);
+    EXPECT_NE(log.text().find("[wan_detect][Error][-1]["), std::string::npos);
+    std::string line = "Failed to get sysinfo, errno:14, reason:Bad address\n";
+    EXPECT_EQ(said, line + line);
+}
+
+TEST(log, lines_of_several_threads_stay_whole)
+{
+    constexpr int THREADS = 4;
+    t_log_capture log;
+    std::vector<std::thread> threads;
+    for (int i = 0; i < THREADS; i++)
+        threads.emplace_back(say_many_lines);
+    for (std::thread &thread : threads)
+        thread.join();
+    EXPECT_EQ(log.count("Info", "say_many_lines", LONG_LINE), THREADS * LINES_OF_A_THREAD);
+}
+
+TEST_F(log_destination, is_the_file_when_somebody_created_it)
+{
+    write_file(LOG_FILE, "");
+    log_open();
+    for (int fd = 0; fd < 3; fd++)
+        EXPECT_EQ(behind(fd), behind(LOG_FILE));
+    LOG(Error, "into the file\n");
+    log_close();
+    EXPECT_NE(read_file(LOG_FILE).find("]: into the file\n"), std::string::npos);
+    EXPECT_EQ(capture.text(), "");
+}
+
+TEST_F(log_destination, file_is_written_from_its_beginning_and_neither_cut_nor_appended_to)
+{
+    const std::string earlier(4096, 'x');
+    write_file(LOG_FILE, earlier);
+    log_open();
+    LOG(Error, "new\n");
+    log_close();
+    std::string text = read_file(LOG_FILE);
+    EXPECT_EQ(text.size(), earlier.size());
+    EXPECT_EQ(text.rfind("[wan_detect][Error]", 0), 0u);
+    EXPECT_EQ(text.back(), 'x');
+}
+
+TEST_F(log_destination, is_the_console_without_the_file_and_the_file_only_after_the_next_close)
+{
+    t_own_dev dev(true);
+    ASSERT_TRUE(dev.mounted());
+    log_open();
+    LOG(Error, "first\n");
+    write_file(LOG_FILE, "");
+    log_open();
+    LOG(Error, "second\n");
+    EXPECT_EQ(read_file(LOG_FILE), "");
+    log_close();
+    log_set_level(LOG_LEVEL_Debug);
+    log_open();
+    LOG(Error, "third\n");
+    log_close();
+    std::string console = read_file("/dev/console");
+    EXPECT_NE(console.find("first"), std::string::npos);
+    EXPECT_NE(console.find("second"), std::string::npos);
+    EXPECT_EQ(console.find("third"), std::string::npos);
+    EXPECT_NE(read_file(LOG_FILE).find("third"), std::string::npos);
+}
+
+TEST_F(log_destination, is_left_alone_by_a_second_open)
+{
+    write_file(LOG_FILE, "");
+    log_open();
+    size_t descriptors = open_descriptors();
+    std::filesystem::rename(LOG_FILE, LOG_FILE + ".old");
+    write_file(LOG_FILE, "");
+    log_open();
+    LOG(Error, "still the first one\n");
+    EXPECT_EQ(open_descriptors(), descriptors);
+    log_close();
+    EXPECT_EQ(read_file(LOG_FILE), "");
+    EXPECT_NE(read_file(LOG_FILE + ".old").find("still the first one"), std::string::npos);
+}
+
+TEST_F(log_destination, stays_as_it_is_when_neither_file_nor_console_can_be_opened)
+{
+    t_own_dev dev(false);
+    ASSERT_TRUE(dev.mounted());
+    size_t descriptors = open_descriptors();
+    log_open();
+    LOG(Error, "where it went before\n");
+    EXPECT_EQ(open_descriptors(), descriptors);
+    EXPECT_FALSE(file_exists(LOG_FILE));
+    EXPECT_TRUE(capture.has_body("where it went before"));
+}
+
+TEST_F(log_destination, closing_gives_the_descriptors_back_and_silences_the_log)
+{
+    std::pair<dev_t, ino_t> before[3] = {behind(0), behind(1), behind(2)};
+    size_t descriptors = open_descriptors();
+    write_file(LOG_FILE, "");
+    log_open();
+    log_close();
+    EXPECT_EQ(log_get_level(), LOG_LEVEL_NONE);
+    EXPECT_EQ(open_descriptors(), descriptors);
+    for (int fd = 0; fd < 3; fd++)
+        EXPECT_EQ(behind(fd), before[fd]);
+    LOG(Critical, "not said\n");
+    EXPECT_EQ(capture.text(), "");
+    EXPECT_EQ(read_file(LOG_FILE), "");
+}
+
+TEST_F(log_destination, closing_what_is_not_open_only_silences_the_log)
+{
+    std::pair<dev_t, ino_t> before = behind(STDOUT_FILENO);
+    log_close();
+    EXPECT_EQ(log_get_level(), LOG_LEVEL_NONE);
+    EXPECT_EQ(behind(STDOUT_FILENO), before);
+}
+
+TEST_F(log_destination, the_shutdown_closes_and_may_come_twice)
+{
+    size_t descriptors = open_descriptors();
+    write_file(LOG_FILE, "");
+    log_open();
+    log_done();
+    log_done();
+    EXPECT_EQ(open_descriptors(), descriptors);
+    EXPECT_EQ(read_file(LOG_FILE), "");
+}
+
+TEST_F(log_destination, is_not_taken_down_with_a_standard_descriptor_that_was_closed_at_start)
+{
+    write_file(LOG_FILE, "");
+    int saved = dup(STDIN_FILENO);
+    close(STDIN_FILENO);
+    log_open();
+    for (int fd = 0; fd < 3; fd++)
+        EXPECT_EQ(behind(fd), behind(LOG_FILE));
+    LOG(Error, "arrives\n");
+    log_close();
+    dup2(saved, STDIN_FILENO);
+    close(saved);
+    EXPECT_NE(read_file(LOG_FILE).find("arrives"), std::string::npos);
+}
+
+TEST_F(log_destination, is_not_handed_on_to_programs_under_other_numbers)
+{
+    write_file(LOG_FILE, "");
+    log_open();
+    std::vector<int> leaking;
+    for (int fd = 3; fd < 64; fd++) {
+        int flags = fcntl(fd, F_GETFD);
+        if (flags != -1 && !(flags & FD_CLOEXEC) && behind(fd) == behind(LOG_FILE))
+            leaking.push_back(fd);
+    }
+    log_close();
+    EXPECT_TRUE(leaking.empty());
+}
+
+TEST_F(log_destination, text_before_the_open_goes_where_it_was_said)
+{
+    write_file(LOG_FILE, "");
+    printf("unfinished");
+    log_open();
+    log_close();
+    EXPECT_EQ(capture.text(), "unfinished");
+    EXPECT_EQ(read_file(LOG_FILE), "");
+}
