@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: MIT
-"""The network manager's eye: asks the server behind the current WAN port for real, about once a second of the daemon's."""
+"""The network manager's part: gives the WAN port a static address, and asks the server behind it for real, about once a
+second of the daemon's."""
 import os
 import subprocess
 import threading
@@ -7,39 +8,55 @@ import threading
 from lab import config
 from lab.arp import ask_for_address
 from lab.mounts import STATE
-from lab.network import carrier
+from lab.network import carrier, run
 
 STATE_FILE = STATE / "wan_state"
 PERIOD_S = 1.0
+ANSWER_S = 3
+# A busy machine needs this long for one exchange, however fast the time runs.
 SHORTEST_ANSWER_REAL_S = 0.3
-ANSWER_S = 3.0
-CLIENT = ["udhcpc", "-f", "-n", "-q", "-t", "1", "-T", "1", "-s", "/bin/true", "-V", "lab-client", "-i"]
-PPPOE_CLIENT = ["pppoe-discovery", "-t", "1", "-a", "1", "-I"]
+PREFIX_LENGTH = 24
+DHCP_CLIENT = ["udhcpc", "-f", "-n", "-q", "-t", "1", "-T", str(ANSWER_S), "-s", "/bin/true", "-V", "lab-client", "-i"]
+PPPOE_CLIENT = ["pppoe-discovery", "-t", str(ANSWER_S), "-a", "1", "-I"]
 
 
-def client_answered(command, seconds):
-    """True when the client ended well in time."""
+def client_answered(command, seconds, environment=None):
+    """True when the client ended well within so many real seconds."""
     try:
         done = subprocess.run(command, timeout=seconds, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
-                              stderr=subprocess.DEVNULL, check=False)
+                              stderr=subprocess.DEVNULL, env=environment, check=False)
     except subprocess.TimeoutExpired:
         return False
     return done.returncode == 0
 
 
-def line_answers(port, seconds):
-    """Whether the upstream that the configuration asks for answers through the port."""
-    network, protocol = config.read("network"), config.read("protocol")
-    connection = network["wan"].get("wan_type") or network["wan"]["proto"]
-    secondary = protocol.get(connection, {}).get("snd_conn", "dynamic")
-    if connection == "pppoe":
-        return client_answered([*PPPOE_CLIENT, port], seconds)
-    if connection == "static":
-        return ask_for_address(port, protocol["static"].get("gateway"), protocol["static"].get("ipaddr"), seconds)
-    if connection in ("l2tp", "pptp") and secondary == "static":
-        block = protocol[connection]
-        return ask_for_address(port, block.get("static_gateway"), block.get("static_ip"), seconds)
-    return client_answered([*CLIENT, port], seconds)
+def dhcp_answers(port, clock):
+    return client_answered([*DHCP_CLIENT, port], max(SHORTEST_ANSWER_REAL_S, clock.real(ANSWER_S)))
+
+
+def pppoe_answers(port, clock):
+    """The client collects offers for its whole time, so it must live in the lab's time."""
+    limit = SHORTEST_ANSWER_REAL_S + 2 * clock.real(ANSWER_S)
+    return client_answered([*PPPOE_CLIENT, port], limit, clock.environment())
+
+
+class Connection:
+    """The configured connection: its kind, and its address and gateway when they are static."""
+
+    def __init__(self):
+        wan, protocol = config.read("network")["wan"], config.read("protocol")
+        self.kind = wan.get("wan_type") or wan["proto"]
+        block = protocol.get(self.kind, {})
+        self.address = self.gateway = None
+        if self.kind == "static":
+            self.address, self.gateway = block.get("ipaddr"), block.get("gateway")
+        elif self.kind in ("l2tp", "pptp") and block.get("snd_conn") == "static":
+            self.address, self.gateway = block.get("static_ip"), block.get("static_gateway")
+
+    def answers(self, port, clock):
+        if self.gateway:
+            return ask_for_address(port, self.gateway, self.address, max(SHORTEST_ANSWER_REAL_S, clock.real(ANSWER_S)))
+        return pppoe_answers(port, clock) if self.kind == "pppoe" else dhcp_answers(port, clock)
 
 
 class Health(threading.Thread):
@@ -49,6 +66,7 @@ class Health(threading.Thread):
         super().__init__(daemon=True, name="health")
         self.clock = clock
         self.state = None
+        self.placed = None
         self.publish("disconnected")
 
     def run(self):
@@ -57,14 +75,25 @@ class Health(threading.Thread):
             self.clock.sleep(PERIOD_S)
 
     def look(self):
-        port = config.wan_port_name()
+        port, connection = config.wan_port_name(), Connection()
+        self.place_address(port, connection.address)
         if not port or not carrier(port):
             return "disconnected"
-        seconds = max(SHORTEST_ANSWER_REAL_S, self.clock.real(ANSWER_S))
-        answered = line_answers(port, seconds)
+        answered = connection.answers(port, self.clock)
         if port != config.wan_port_name() or not carrier(port):
             return "disconnected"
         return "connected" if answered else "connecting"
+
+    def place_address(self, port, address):
+        """Moves the static address to the WAN port; without it nobody would answer the upstream's ARP requests."""
+        wanted = (port, f"{address}/{PREFIX_LENGTH}") if port and address else None
+        if wanted == self.placed:
+            return
+        if self.placed:
+            run("ip", "address", "del", self.placed[1], "dev", self.placed[0])
+        if wanted:
+            run("ip", "address", "add", wanted[1], "dev", wanted[0])
+        self.placed = wanted
 
     def publish(self, state):
         if state == self.state:

@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: MIT
 """What a newcomer sees: the front panel, the timeline as it happens, the closing lines."""
+import os
 import sys
 import textwrap
 import threading
@@ -8,6 +9,7 @@ COLORS = {"begin": "1;36", "end": "36", "answer": "32", "verdict": "1;32", "swap
           "log": "2", "title": "1", "ok": "32", "failed": "1;31", "up": "32", "down": "2", "wan": "1;33"}
 CELL = 15
 TEXT_WIDTH = 96
+EXIT_BROKEN_PIPE = 141
 
 
 class Screen:
@@ -20,9 +22,12 @@ class Screen:
         return f"\033[{COLORS[kind]}m{text}\033[0m" if self.color and kind in COLORS else text
 
     def write(self, text=""):
-        with self.lock:
-            sys.stdout.write(text + "\n")
-            sys.stdout.flush()
+        try:
+            with self.lock:
+                sys.stdout.write(text + "\n")
+                sys.stdout.flush()
+        except BrokenPipeError:    # the reader has seen enough; everything started here ends with this process
+            os._exit(EXIT_BROKEN_PIPE)
 
     def title(self, scenario, speed):
         pace = "in real time" if speed == 1 else f"{speed:g} times faster than real"
