@@ -32,7 +32,9 @@ int remove_specific_proto_dev_from_list()
         for (t_device_list *node = list.head.next; node;) {
             t_device *dev = node->dev;
             bool stays = false;
-            if (!dev->link_active) {
+            if (!dev) {
+                stays = true; // the next pass audits the list
+            } else if (!dev->link_active) {
                 LOG(Debug, "Remove %s out of possible wan list due to %s down!\n", dev->name, dev->name);
             } else if (has_protocol(dev, wanted)) {
                 LOG(Debug, "Detect device:%s using protocol %s!\n", dev->name, type);
@@ -57,7 +59,7 @@ int remove_specific_proto_dev_from_list()
             node = unlink_list_node(node);
         }
         for (t_device_list *node = found > 0 ? list.head.next : nullptr; node;) {
-            if (node->dev->link_active && has_protocol(node->dev, wanted)) {
+            if (!node->dev || (node->dev->link_active && has_protocol(node->dev, wanted))) {
                 node = node->next;
                 continue;
             }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "support/sandbox.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -12,6 +13,8 @@
 #include <sys/mman.h>
 #include <sys/mount.h>
 #include <unistd.h>
+
+#include <gtest/gtest.h>
 
 #include "platform/log.h"
 
@@ -108,13 +111,16 @@ t_log_capture::t_log_capture(int level)
     log_set_level(level);
 }
 
+// A test that failed shows what the daemon said, and with it GoogleTest's own lines, which were caught as well.
 t_log_capture::~t_log_capture()
 {
+    const std::string caught = testing::Test::HasFailure() ? text() : "";
     fflush(stdout);
     dup2(saved_stdout_, STDOUT_FILENO);
     close(saved_stdout_);
     close(file_);
     log_set_level(saved_level_);
+    fputs(caught.c_str(), stdout);
 }
 
 std::string t_log_capture::text()

@@ -1,0 +1,45 @@
+// SPDX-License-Identifier: MIT
+// A daemon at rest: a router with five ports, eth0 the WAN port, every timer bound, nothing armed.
+#pragma once
+
+#include <initializer_list>
+#include <memory>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "core/engine.h"
+#include "core/fake_probes.h"
+#include "core/fake_router.h"
+#include "model/port_model.h"
+#include "support/sandbox.h"
+
+constexpr int NOT_ARMED = -1;
+
+class t_engine_test : public testing::Test {
+protected:
+    void SetUp() override;
+    void TearDown() override;
+
+    // Builds the model anew, as start-up does.
+    void load(const std::string &wan_type = "dhcp", const std::string &priority = "0 1 2 3 4",
+              const std::string &pool = "0 1 2 3 4");
+    // Another connection type, with more sections for the package "protocol".
+    void set_connection(const std::string &type, const std::string &protocol_options = "");
+
+    static t_device *dev(const std::string &name);
+    static t_protocol *protocol(const std::string &name);
+    static void plug(std::initializer_list<const char *> ports);
+    static void unplug(std::initializer_list<const char *> ports);
+
+    // Milliseconds until a timer fires, in tenths of a second; NOT_ARMED.
+    static int armed(uloop_timeout &timer);
+    // The timer's callback runs now; fails the test when it is not armed.
+    static void fire(uloop_timeout &timer);
+    // Fires the engine's earliest timer again and again, until the end of the cycle is next or nothing is armed.
+    static void run_until_end();
+
+    static std::string candidates();
+
+    std::unique_ptr<t_log_capture> log;
+};

@@ -1,0 +1,177 @@
+// SPDX-License-Identifier: MIT
+#include "core/fake_probes.h"
+
+#include <algorithm>
+
+#include "model/current_wan.h"
+#include "model/lists.h"
+#include "model/port_model.h"
+#include "platform/result_codes.h"
+#include "probes/arp_probe.h"
+#include "probes/dhcp_probe.h"
+#include "probes/dispatch.h"
+#include "probes/dns_probe.h"
+#include "probes/ipv4_text.h"
+#include "probes/lan_hosts.h"
+#include "probes/pppoe_probe.h"
+
+t_fake_probes fake_probes;
+t_dhcp_detect_handle dhcp_detect_handle;
+t_pppoe_detect_handle pppoe_detect_handle;
+
+int t_fake_probes::count(const std::string &call) const
+{
+    return static_cast<int>(std::count(calls.begin(), calls.end(), call));
+}
+
+namespace {
+
+std::vector<std::string> asked_dhcp;
+std::vector<std::string> asked_pppoe;
+t_dhcp_detect_ctx open_dhcp_batch;
+t_pppoe_detect_ctx open_pppoe_batch;
+
+std::vector<std::string> linked_ports()
+{
+    std::vector<std::string> ports;
+    for (t_device *dev = port_model.dev_hashmap_head; dev; dev = static_cast<t_device *>(dev->hh.next))
+        if (dev->link_active)
+            ports.push_back(dev->name);
+    return ports;
+}
+
+int ask_one(const char *kind, std::vector<std::string> &asked, t_device *dev)
+{
+    if (!dev)
+        return ERR_INVALID_INPUT;
+    fake_probes.calls.push_back(std::string(kind) + " " + dev->name);
+    if (!dev->link_active)
+        return DEVICE_WITHOUT_LINK;
+    asked = {dev->name};
+    return OK;
+}
+
+int collect(std::vector<std::string> &asked, const std::set<std::string> &answering, const char *protocol, bool final)
+{
+    bool waiting = false;
+    for (const std::string &port : asked)
+        waiting = waiting || !answering.contains(port);
+    if (waiting && !final)
+        return PROBE_WAITING;
+    for (const std::string &port : asked)
+        if (answering.contains(port))
+            set_dev_using_specific_proto(port_model.dev_hashmap_head, port_model.proto_hashmap_head, nullptr, nullptr,
+                                         port.c_str(), protocol);
+    asked.clear();
+    return waiting ? PROBE_SOME_SILENT : PROBE_ALL_ANSWERED;
+}
+
+} // namespace
+
+int dhcp_detect_for_all_link_device(t_port_model *)
+{
+    fake_probes.calls.push_back("dhcp all");
+    asked_dhcp = linked_ports();
+    dhcp_detect_handle.contexts = &open_dhcp_batch;
+    return OK;
+}
+
+int pppoe_detect_for_all_link_device(t_port_model *)
+{
+    fake_probes.calls.push_back("pppoe all");
+    asked_pppoe = linked_ports();
+    pppoe_detect_handle.contexts = &open_pppoe_batch;
+    return OK;
+}
+
+int dhcp_detect_for_specify_device(t_device *dev)
+{
+    return ask_one("dhcp", asked_dhcp, dev);
+}
+
+int pppoe_detect_for_specify_device(t_device *dev)
+{
+    return ask_one("pppoe", asked_pppoe, dev);
+}
+
+int process_dhcp_discovery_all(t_device *, t_protocol *, bool final)
+{
+    int result =
+        fake_probes.dhcp_result ? fake_probes.dhcp_result : collect(asked_dhcp, fake_probes.dhcp_ports, "dhcp", final);
+    if (result != PROBE_WAITING)
+        dhcp_detect_handle.contexts = nullptr;
+    return result;
+}
+
+int process_pppoe_discovery_all(t_device *, t_protocol *, bool final)
+{
+    int result = fake_probes.pppoe_result ? fake_probes.pppoe_result
+                                          : collect(asked_pppoe, fake_probes.pppoe_ports, "pppoe", final);
+    if (result != PROBE_WAITING)
+        pppoe_detect_handle.contexts = nullptr;
+    return result;
+}
+
+void release_dhcp_detect_handle()
+{
+    fake_probes.calls.push_back("release dhcp");
+    dhcp_detect_handle.contexts = nullptr;
+    asked_dhcp.clear();
+}
+
+void release_pppoe_detect_handle()
+{
+    fake_probes.calls.push_back("release pppoe");
+    pppoe_detect_handle.contexts = nullptr;
+    asked_pppoe.clear();
+}
+
+int update_brlan_dev(t_port_model *model)
+{
+    for (t_device *dev = model->dev_hashmap_head; dev; dev = static_cast<t_device *>(dev->hh.next))
+        dev->is_brlan_dev = fake_probes.lan_ports.contains(dev->name);
+    return OK;
+}
+
+int find_target_ip_and_device_with_arp(t_device_list_head *list, uint32_t target_be)
+{
+    fake_probes.calls.push_back(std::string("arp ") + t_ipv4_text(target_be).text);
+    if (!fake_probes.bridge_readable) {
+        free_device_list(&list->head);
+        list->count = 0;
+        return ARP_ERR_LAN_BRIDGE;
+    }
+    for (t_device_list *node = list->head.next; node;) {
+        if (fake_probes.gateway_ports.contains(node->dev->name)) {
+            node->dev->result.server_mac[MAC_SIZE - 1] = fake_probes.gateway_mac[node->dev->name];
+            node = node->next;
+            continue;
+        }
+        node = unlink_list_node(node);
+        list->count--;
+    }
+    return OK;
+}
+
+int send_special_arp(t_device *dev, uint32_t target_be)
+{
+    fake_probes.calls.push_back(std::string("special ") + dev->name + " " + t_ipv4_text(target_be).text);
+    return 1;
+}
+
+int dns_lookup_via_multi_eth(t_dns_ctx *ctx)
+{
+    fake_probes.calls.push_back("dns");
+    ctx->winner = nullptr;
+    for (int32_t i = 0; i < ctx->count; i++) {
+        const t_dns_entry &entry = ctx->entries[i];
+        char text[128];
+        snprintf(text, sizeof text, "%s %s %s %02x", entry.dev->name, t_ipv4_text(entry.dev_ip_be).text,
+                 t_ipv4_text(entry.dns_server_be).text, entry.server_mac[MAC_SIZE - 1]);
+        fake_probes.dns_entries.push_back(text);
+        const auto &ports = fake_probes.dns_ports;
+        if (!ctx->winner && std::find(ports.begin(), ports.end(), entry.dev->name) != ports.end())
+            ctx->winner = entry.dev;
+    }
+    return ctx->winner ? 1 : 0;
+}
