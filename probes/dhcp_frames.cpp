@@ -111,12 +111,12 @@ t_dhcp_learned learn_dhcp_option(const t_dhcp_option &option, t_detect_result *r
     // Several routers leave open which one leads upstream.
     if (option.code == OPTION_ROUTER && option.value.size() == address_size) {
         memcpy(&result->gateway.ipv4_be, option.value.data(), address_size);
-        return t_dhcp_learned::GATEWAY;
+        return t_dhcp_learned::gateway;
     }
     const bool has_addresses = !option.value.empty() && option.value.size() % address_size == 0;
     if (option.code == OPTION_DNS_SERVER && has_addresses) {
         memcpy(&result->dns_server.ipv4_be, option.value.data(), address_size);
-        return t_dhcp_learned::DNS_SERVER;
+        return t_dhcp_learned::dns_server;
     }
-    return t_dhcp_learned::NOTHING;
+    return t_dhcp_learned::nothing;
 }

@@ -32,9 +32,9 @@ struct t_dhcp_option {
 bool next_dhcp_option(std::span<const uint8_t> *options, t_dhcp_option *option);
 
 enum class t_dhcp_learned {
-    NOTHING,
-    GATEWAY,
-    DNS_SERVER,
+    nothing,
+    gateway,
+    dns_server,
 };
 
 // Keeps what the option tells in `result`: a single router, the first of the DNS servers.

@@ -100,13 +100,13 @@ void recv_dhcp_discovery_packet(uloop_fd *watcher, unsigned int events)
     t_dhcp_option option;
     while (next_dhcp_option(&offer.options, &option)) {
         switch (learn_dhcp_option(option, &ctx->result)) {
-        case t_dhcp_learned::GATEWAY:
+        case t_dhcp_learned::gateway:
             LOG(Debug, "dev:%s, GATEWAY=%s\n", name, t_ipv4_text(ctx->result.gateway.ipv4_be).text);
             break;
-        case t_dhcp_learned::DNS_SERVER:
+        case t_dhcp_learned::dns_server:
             LOG(Debug, "dev:%s, DNS_SERVER=%s\n", name, t_ipv4_text(ctx->result.dns_server.ipv4_be).text);
             break;
-        case t_dhcp_learned::NOTHING:
+        case t_dhcp_learned::nothing:
             break;
         }
     }

@@ -53,14 +53,14 @@ t_pado_flaw check_pado(std::span<const uint8_t> frame)
 {
     const t_pppoe_start start = read_pppoe_start(frame);
     if (memcmp(start.ethernet.source, BROADCAST_MAC, MAC_SIZE) == 0)
-        return t_pado_flaw::BROADCAST_SOURCE;
+        return t_pado_flaw::broadcast_source;
     if (start.ethernet.ether_type_be != htons(ETH_P_PPP_DISC))
-        return t_pado_flaw::OTHER_ETHER_TYPE;
+        return t_pado_flaw::other_ether_type;
     if (start.pppoe.code != CODE_PADO)
-        return t_pado_flaw::OTHER_CODE;
+        return t_pado_flaw::other_code;
     if (ntohs(start.pppoe.length_be) + PPPOE_PAYLOAD_START > frame.size())
-        return t_pado_flaw::LENGTH;
-    return t_pado_flaw::NONE;
+        return t_pado_flaw::length;
+    return t_pado_flaw::none;
 }
 
 t_pppoe_tag_view read_pppoe_tag(std::span<const uint8_t> frame, size_t payload, size_t position)

@@ -27,11 +27,11 @@ t_pppoe_start read_pppoe_start(std::span<const uint8_t> frame);
 
 // The first reason, in this order, for which a frame is no whole PADO.
 enum class t_pado_flaw {
-    NONE,
-    BROADCAST_SOURCE,
-    OTHER_ETHER_TYPE,
-    OTHER_CODE,
-    LENGTH, // the payload is longer than what arrived
+    none,
+    broadcast_source,
+    other_ether_type,
+    other_code,
+    length, // the payload is longer than what arrived
 };
 t_pado_flaw check_pado(std::span<const uint8_t> frame);
 

@@ -91,19 +91,19 @@ void recv_pppoe_discovery_packet(uloop_fd *watcher, unsigned int events)
     }
     const std::span<const uint8_t> frame(buffer, static_cast<size_t>(got));
     switch (check_pado(frame)) {
-    case t_pado_flaw::BROADCAST_SOURCE:
+    case t_pado_flaw::broadcast_source:
         LOG(Debug, "Ignoring PADO packet from broadcast MAC address\n");
         return;
-    case t_pado_flaw::OTHER_ETHER_TYPE:
+    case t_pado_flaw::other_ether_type:
         LOG(Debug, "Ignoring packet because it is not a pppoe disover packet!\n");
         return;
-    case t_pado_flaw::OTHER_CODE:
+    case t_pado_flaw::other_code:
         LOG(Debug, "Ignoring packet because it is not a PADO packet!\n");
         return;
-    case t_pado_flaw::LENGTH:
+    case t_pado_flaw::length:
         LOG(Debug, "Bogus PPPoE length field (%u) dev=%s\n", ntohs(read_pppoe_start(frame).pppoe.length_be), name);
         return;
-    case t_pado_flaw::NONE:
+    case t_pado_flaw::none:
         break;
     }
     if (packetIsForMe(frame.data(), frame.size(), ctx->host_uniq) != OK) {

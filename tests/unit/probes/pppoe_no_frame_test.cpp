@@ -1,0 +1,45 @@
+// SPDX-License-Identifier: MIT
+// A PADI that cannot be built: probes/pppoe_frames.cpp is replaced by one that builds nothing.
+#include "probes/pppoe_frames.h"
+
+#include "probes/pppoe_probe.h"
+#include "probes/probe_fixture.h"
+
+size_t build_padi(std::span<uint8_t>, const uint8_t (&)[MAC_SIZE], uint32_t)
+{
+    return 0;
+}
+
+t_pppoe_start read_pppoe_start(std::span<const uint8_t>)
+{
+    return {};
+}
+
+t_pado_flaw check_pado(std::span<const uint8_t>)
+{
+    return t_pado_flaw::length;
+}
+
+t_pppoe_tag_view read_pppoe_tag(std::span<const uint8_t>, size_t, size_t)
+{
+    return {};
+}
+
+namespace {
+
+class pppoe_no_frame : public t_probe_test {};
+
+TEST_F(pppoe_no_frame, is_not_sent_and_closes_the_socket)
+{
+    t_pppoe_detect_ctx ctx = {};
+    ASSERT_EQ(init_pppoe_sockfd(&ctx), 0);
+    ctx.dev = add_port("eth1", 1);
+    t_log_capture log;
+    EXPECT_EQ(send_pppoe_discovery_packet(&ctx), -90);
+    EXPECT_TRUE(
+        log.has("Error", "send_pppoe_discovery_packet", "Error while creating a pppoe discovery socket, device:eth1"));
+    EXPECT_EQ(ctx.watcher.fd, -1);
+    EXPECT_TRUE(fake_wire.sent().empty());
+}
+
+} // namespace

@@ -1,0 +1,80 @@
+// SPDX-License-Identifier: MIT
+#include "probes/probe_fixture.h"
+
+#include <cstring>
+
+#include "model/lists.h"
+#include "model/tables.h"
+
+std::deque<int> next_random;
+int spared_callocs = 0;
+int failing_callocs = 0;
+
+static int unchosen_random = 0;
+
+extern "C" int rand() noexcept
+{
+    if (next_random.empty())
+        return ++unchosen_random;
+    const int chosen = next_random.front();
+    next_random.pop_front();
+    return chosen;
+}
+
+extern "C" void *__real_calloc(size_t count, size_t size);
+extern "C" void *__wrap_calloc(size_t count, size_t size)
+{
+    if (failing_callocs == 0 || spared_callocs-- > 0)
+        return __real_calloc(count, size);
+    failing_callocs--;
+    return nullptr;
+}
+
+void t_probe_test::SetUp()
+{
+    next_random.clear();
+    spared_callocs = 0;
+    unchosen_random = 0;
+    fake_wire.reset();
+    t_fake_interface lan = {
+        .ifindex = 1, .mac = {}, .address_be = ipv4("192.168.1.1"), .netmask_be = ipv4("255.255.255.0")};
+    memcpy(lan.mac, LAN_MAC, MAC_SIZE);
+    fake_wire.add_interface("br-lan", lan);
+    init_engine_gate(&gate_);
+    engine_gate = &gate_;
+    dhcp_ = create_new_protocol("dhcp");
+    dhcp_->priority = 2;
+    add_protocol(&model_.proto_hashmap_head, dhcp_);
+    pppoe_ = create_new_protocol("pppoe");
+    pppoe_->priority = 1;
+    add_protocol(&model_.proto_hashmap_head, pppoe_);
+}
+
+void t_probe_test::TearDown()
+{
+    spared_callocs = 0;
+    failing_callocs = 0;
+    free_device_list(&list_.head);
+    release_port_model(&model_);
+    destroy_engine_gate(&gate_);
+    engine_gate = nullptr;
+    EXPECT_EQ(fake_wire.open_sockets(), 0) << "a probe left a socket open";
+}
+
+t_device *t_probe_test::add_port(const char *name, int8_t priority)
+{
+    ports_++;
+    t_device *dev = create_new_device(name);
+    dev->priority = priority;
+    dev->link_active = 1;
+    add_device(&model_.dev_hashmap_head, dev);
+    t_fake_interface interface = {.ifindex = 10 + ports_, .mac = {0x02, 0, 0, 0, 0x01, static_cast<uint8_t>(ports_)}};
+    fake_wire.add_interface(name, interface);
+    return dev;
+}
+
+void t_probe_test::list_port(t_device *dev)
+{
+    if (add_unique_device_inorder_to_list(&list_.head, dev) == 0)
+        list_.count++;
+}
