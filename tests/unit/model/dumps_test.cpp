@@ -1,0 +1,110 @@
+// SPDX-License-Identifier: MIT
+#include "model/tables.h"
+
+#include <cerrno>
+#include <ctime>
+#include <pthread.h>
+
+#include "model/current_wan.h"
+#include "model/model_test.h"
+
+namespace {
+
+using dumps = t_model_test;
+
+const std::string RULE(82, '-');
+const std::string DEVICE_HEADER = "----------------------------------Dumping device----------------------------------\n"
+                                  "\tName\tport_num\tsub_port\tactive\tlink_active\tproto\t\n";
+const std::string PROTOCOL_HEADER =
+    "----------------------------------Dumping protocols----------------------------------\n"
+    "\tName\t\tis_ipv4\t\tdevices\t\n";
+
+} // namespace
+
+TEST_F(dumps, nothing_is_dumped_at_level_6)
+{
+    add_port("eth0");
+    add_proto("dhcp");
+    t_log_capture log(6);
+    dump_all_device(port_model.dev_hashmap_head);
+    dump_all_protocols(port_model.proto_hashmap_head);
+    EXPECT_EQ(log.text(), "");
+}
+
+TEST_F(dumps, an_empty_device_table_still_shows_its_frame)
+{
+    t_log_capture log;
+    dump_all_device(nullptr);
+    EXPECT_EQ(log.text(), DEVICE_HEADER + RULE + "\n");
+}
+
+TEST_F(dumps, an_empty_protocol_table_still_shows_its_frame)
+{
+    t_log_capture log;
+    dump_all_protocols(nullptr);
+    EXPECT_EQ(log.text(), PROTOCOL_HEADER + RULE + "\n");
+}
+
+TEST_F(dumps, a_device_without_protocol_shows_null_and_a_combo_port_on_its_fibre_side_sfp)
+{
+    t_device *first = add_port("eth0");
+    first->sub_port = SUB_PORT_PHY;
+    first->port_num = 4;
+    first->active = 1;
+    t_device *second = add_port("eth1");
+    second->is_combo = 1;
+    second->sub_port = SUB_PORT_SFP;
+    second->link_active = 1;
+    second->proto = add_proto("pppoe");
+    t_log_capture log;
+    dump_all_device(port_model.dev_hashmap_head);
+    EXPECT_EQ(log.text(), DEVICE_HEADER +
+                              "\teth0\t4\t\tphy\t\ttrue\tfalse\t\tnull\t\n"
+                              "\teth1\t-1\t\tsfp\t\tfalse\ttrue\t\tpppoe\t\n" +
+                              RULE + "\n");
+}
+
+TEST_F(dumps, a_protocol_shows_its_family_and_its_devices_in_list_order)
+{
+    t_protocol *dhcp = add_proto("dhcp");
+    dhcp->is_ipv4 = 1;
+    add_proto("slaac");
+    for (t_device *device : {add_port("eth2", 2), add_port("eth1", 1)})
+        set_dev_using_specific_proto(port_model.dev_hashmap_head, port_model.proto_hashmap_head, device, dhcp, nullptr,
+                                     nullptr);
+    t_log_capture log;
+    dump_all_protocols(port_model.proto_hashmap_head);
+    EXPECT_EQ(log.text(), PROTOCOL_HEADER + "\tdhcp\t\ttrue\t\teth1\teth2\n" + "\tslaac\t\tfalse\t\n" + RULE + "\n");
+}
+
+TEST_F(dumps, the_device_dump_waits_for_a_writer)
+{
+    add_port("eth0");
+    t_log_capture log;
+    pthread_rwlock_wrlock(&gate.locks.device_lock);
+    pthread_t reader;
+    ASSERT_EQ(pthread_create(
+                  &reader, nullptr,
+                  [](void *) -> void * {
+                      dump_all_device(port_model.dev_hashmap_head);
+                      return nullptr;
+                  },
+                  nullptr),
+              0);
+    timespec soon = {};
+    clock_gettime(CLOCK_REALTIME, &soon);
+    soon.tv_sec += 1;
+    EXPECT_EQ(pthread_timedjoin_np(reader, nullptr, &soon), ETIMEDOUT);
+    EXPECT_EQ(log.text().find("eth0"), std::string::npos);
+    pthread_rwlock_unlock(&gate.locks.device_lock);
+    ASSERT_EQ(pthread_join(reader, nullptr), 0);
+    EXPECT_NE(log.text().find("eth0"), std::string::npos);
+}
+
+TEST_F(dumps, the_device_dump_gives_the_lock_back)
+{
+    t_log_capture log;
+    dump_all_device(nullptr);
+    ASSERT_EQ(pthread_rwlock_trywrlock(&gate.locks.device_lock), 0);
+    pthread_rwlock_unlock(&gate.locks.device_lock);
+}

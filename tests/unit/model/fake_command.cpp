@@ -1,0 +1,20 @@
+// SPDX-License-Identifier: MIT
+#include "model/fake_command.h"
+
+#include "platform/command.h"
+
+std::vector<std::string> commands_run;
+
+int capture_command(char *buffer, const char *command, size_t size)
+{
+    commands_run.push_back(command);
+    if (size > 0)
+        buffer[0] = '\0';
+    return 0;
+}
+
+int run_command(const char *command)
+{
+    commands_run.push_back(command);
+    return 0;
+}

@@ -1,0 +1,95 @@
+// SPDX-License-Identifier: MIT
+#include "model/model_test.h"
+
+#include "model/tables.h"
+
+namespace {
+
+template <typename T> std::vector<std::string> names_of_table(const T *table)
+{
+    std::vector<std::string> names;
+    for (const T *record = table; record; record = static_cast<const T *>(record->hh.next))
+        names.push_back(record->name);
+    return names;
+}
+
+} // namespace
+
+t_model_test::t_model_test()
+{
+    for (const char *package : {"network", "switch", "protocol"})
+        remove_config(package);
+    port_model = t_port_model{};
+    init_engine_gate(&gate);
+    engine_gate = &gate;
+}
+
+t_model_test::~t_model_test()
+{
+    release_port_model(&port_model);
+    engine_gate = nullptr;
+    destroy_engine_gate(&gate);
+}
+
+t_device *t_model_test::add_port(const std::string &name, int priority)
+{
+    t_device *device = create_new_device(name.c_str());
+    device->priority = static_cast<int8_t>(priority);
+    EXPECT_TRUE(add_device(&port_model.dev_hashmap_head, device));
+    return device;
+}
+
+t_protocol *t_model_test::add_proto(const std::string &name, int priority)
+{
+    t_protocol *protocol = create_new_protocol(name.c_str());
+    protocol->priority = static_cast<int8_t>(priority);
+    EXPECT_TRUE(add_protocol(&port_model.proto_hashmap_head, protocol));
+    return protocol;
+}
+
+std::vector<std::string> names_of(const t_device *table)
+{
+    return names_of_table(table);
+}
+
+std::vector<std::string> names_of(const t_protocol *table)
+{
+    return names_of_table(table);
+}
+
+std::vector<std::string> names_of(const t_device_list_head &list)
+{
+    std::vector<std::string> names;
+    const t_device_list *previous = &list.head;
+    for (const t_device_list *node = list.head.next; node; previous = node, node = node->next) {
+        EXPECT_EQ(node->prev, previous);
+        names.push_back(device_name(node->dev));
+    }
+    return names;
+}
+
+std::vector<std::string> lines_of(t_log_capture &log, const std::string &level)
+{
+    std::vector<std::string> found;
+    for (const t_log_line &line : log.lines()) {
+        if (line.level == level)
+            found.push_back(line.function + ": " + line.body);
+    }
+    return found;
+}
+
+std::string section(const std::string &type, const std::string &name, std::initializer_list<t_option> options)
+{
+    std::string text = "config " + type + (name.empty() ? "" : " '" + name + "'") + "\n";
+    for (const t_option &option : options)
+        text += "\toption " + option.name + " '" + option.value + "'\n";
+    return text;
+}
+
+std::string list_option(const std::string &name, std::initializer_list<std::string> items)
+{
+    std::string text;
+    for (const std::string &item : items)
+        text += "\tlist " + name + " '" + item + "'\n";
+    return text;
+}
