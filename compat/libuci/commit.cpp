@@ -99,6 +99,23 @@ void take_place_of(uci_package *old, uci_package *fresh)
     package_free(old);
 }
 
+// The text of a package knows no empty lists.
+void drop_empty_lists(uci_package *package)
+{
+    uci_element *s = nullptr;
+    uci_foreach_element(&package->sections, s)
+    {
+        uci_element *o = nullptr;
+        uci_element *next = nullptr;
+        uci_foreach_element_safe(&uci_to_section(s)->options, next, o)
+        {
+            uci_option *option = uci_to_option(o);
+            if (option->type == UCI_TYPE_LIST && uci_list_empty(&option->v.list))
+                option_free(option);
+        }
+    }
+}
+
 int commit_changes(uci_context *ctx, uci_package **package)
 {
     int rc = save_delta(ctx, *package);
@@ -119,6 +136,7 @@ int commit_changes(uci_context *ctx, uci_package **package)
         package_free(fresh);
         return rc;
     }
+    drop_empty_lists(fresh);
     delta_list_clear(&fresh->saved_delta);
     take_place_of(*package, fresh);
     *package = fresh;

@@ -53,6 +53,40 @@ mode_t mode_of_config(const uci_package *package)
     return stat(package->path, &config) == 0 ? config.st_mode & mode_bits : UCI_FILEMODE;
 }
 
+// Makes the end of the file a place for further lines: a damaged last one must not swallow them.
+int mend_end(int fd, const char *package)
+{
+    file_text text;
+    int rc = read_all(fd, &text);
+    if (rc != UCI_OK || text.size == 0)
+        return rc;
+    line_reader reader(text.data.get(), text.size);
+    delta_line line;
+    size_t start = 0;
+    while ((rc = next_delta_line(&reader, package, &line)) == UCI_OK && !line.is_cut)
+        start = reader.consumed();
+    if (rc == UCI_OK)
+        return ftruncate(fd, static_cast<off_t>(start)) == 0 ? UCI_OK : UCI_ERR_IO;
+    if (rc != UCI_ERR_NOTFOUND)
+        return rc;
+    return reader.is_whole() ? UCI_OK : append_all(fd, "\n", 1);
+}
+
+int append_to_file(uci_context *ctx, const uci_package *package, const text_builder &text)
+{
+    heap<char> path(saved_delta_path(ctx, package->e.name));
+    if (path == nullptr)
+        return UCI_ERR_MEM;
+    int rc = make_directory(ctx->savedir, ctx->confdir);
+    if (rc != UCI_OK)
+        return rc;
+    scoped_fd fd;
+    if (open_exclusive(path.get(), O_CREAT, mode_of_config(package), &fd) != UCI_OK)
+        return UCI_ERR_IO;
+    rc = mend_end(fd.get(), package->e.name);
+    return rc == UCI_OK ? append_all(fd.get(), text.data(), text.size()) : rc;
+}
+
 } // namespace
 
 char *saved_delta_path(uci_context *ctx, const char *package)
@@ -93,20 +127,14 @@ int save_delta(uci_context *ctx, uci_package *package)
     text_builder text;
     uci_element *e = nullptr;
     if (text.stream() != nullptr) {
-        uci_foreach_element(&package->delta, e) write_delta_line(text.stream(), package->e.name, uci_to_delta(e));
+        uci_foreach_element(&package->delta, e)
+        {
+            write_delta_line(text.stream(), package->e.name, uci_to_delta(e));
+        }
     }
-    heap<char> path(saved_delta_path(ctx, package->e.name));
     int rc = text.finish();
-    if (rc != UCI_OK || path == nullptr)
-        return UCI_ERR_MEM;
-
-    rc = make_directory(ctx->savedir, ctx->confdir);
-    if (rc != UCI_OK)
-        return rc;
-    scoped_fd fd;
-    if (open_exclusive(path.get(), O_CREAT, mode_of_config(package), &fd) != UCI_OK)
-        return UCI_ERR_IO;
-    rc = append_all(fd.get(), text.data(), text.size());
+    if (rc == UCI_OK)
+        rc = append_to_file(ctx, package, text);
     if (rc != UCI_OK)
         return rc;
 

@@ -107,6 +107,7 @@ int apply_reorder(uci_package *package, const uci_ptr &ptr)
 int next_delta_line(line_reader *reader, const char *package, delta_line *line)
 {
     line->valid = false;
+    line->is_cut = false;
     int rc = reader->next_line();
     if (rc != UCI_OK || !reader->next_command())
         return rc;
@@ -116,8 +117,12 @@ int next_delta_line(line_reader *reader, const char *package, delta_line *line)
     rc = reader->read_word(&names);
     if (rc == UCI_OK)
         rc = reader->read_word(&surplus);
+    // The beginning of "-package.section.option" would remove the whole section.
+    line->is_cut = rc == UCI_ERR_PARSE || (line->cmd == UCI_CMD_REMOVE && !reader->is_whole());
+    if (line->is_cut)
+        return UCI_OK;
     if (rc != UCI_OK)
-        return rc == UCI_ERR_MEM ? rc : static_cast<int>(UCI_OK);
+        return rc;
     line->valid = *reader->text_at(surplus) == '\0' && cut_names(reader->text_at(names), package, &line->ptr) &&
                   is_complete(*line);
     return UCI_OK;

@@ -10,6 +10,7 @@ namespace uci_impl {
 
 struct delta_line {
     bool valid = false;
+    bool is_cut = false; // its end is missing, so that anything appended would change what it says
     uci_command cmd = UCI_CMD_CHANGE;
     uci_ptr ptr = {}; // names only; they point into the reader's line and live until its next one
 };

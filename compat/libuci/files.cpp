@@ -16,6 +16,7 @@ namespace {
 constexpr size_t first_read_size = 4096;     // bytes
 constexpr size_t largest_file = INT_MAX / 2; // bytes; positions in error texts are ints
 constexpr mode_t mode_bits = 07777;
+constexpr int most_reopenings = 1000; // of a file that others keep replacing
 
 int code_of_errno()
 {
@@ -38,7 +39,7 @@ bool is_same_file(const struct stat &a, const struct stat &b)
 
 int open_locked(const char *path, int flags, mode_t mode, int lock, scoped_fd *fd)
 {
-    for (;;) {
+    for (int i = 0; i < most_reopenings; ++i) {
         // Not to be held up by a FIFO, which is refused below.
         fd->reset(open(path, flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, mode));
         if (!fd->valid())
@@ -56,6 +57,7 @@ int open_locked(const char *path, int flags, mode_t mode, int lock, scoped_fd *f
         if (stat(path, &current) == 0 && is_same_file(opened, current))
             return UCI_OK;
     }
+    return UCI_ERR_IO;
 }
 
 int write_all(int fd, const char *data, size_t size)

@@ -58,6 +58,20 @@ void line_reader::skip_blanks()
         pos_++;
 }
 
+// Between words a joined line end is no more than a blank.
+int line_reader::skip_to_word()
+{
+    skip_blanks();
+    while (pos_ + 1 < length_ && line_[pos_] == '\\' && line_[pos_ + 1] == '\n') {
+        pos_ += 2;
+        int rc = append_line();
+        if (rc != UCI_OK && rc != UCI_ERR_NOTFOUND)
+            return rc;
+        skip_blanks();
+    }
+    return UCI_OK;
+}
+
 void line_reader::give_up_line()
 {
     pos_ = length_;
@@ -99,11 +113,12 @@ int line_reader::read_word(size_t *word)
     *word = length_;
     if (end_ != end_of_word::none)
         return UCI_OK;
-    skip_blanks();
+    int rc = skip_to_word();
     // The word is written over its own source, which is never shorter.
     size_t start = pos_;
     size_t out = start;
-    int rc = read_pieces(&out);
+    if (rc == UCI_OK)
+        rc = read_pieces(&out);
     if (rc != UCI_OK)
         return rc;
     line_[out] = '\0';

@@ -40,6 +40,8 @@ public:
     size_t byte() const { return pos_; }
     // Offset into the whole text of what no line has reached yet.
     size_t consumed() const { return taken_; }
+    // The current line has its line end: nothing of it is missing.
+    bool is_whole() const { return taken_ > 0 && text_[taken_ - 1] == '\n'; }
 
 private:
     enum class end_of_word { none, command, line };
@@ -49,6 +51,7 @@ private:
     int read_escaped(size_t *out);
     int read_pieces(size_t *out);
     void skip_blanks();
+    int skip_to_word();
     void give_up_line();
 
     const char *text_;

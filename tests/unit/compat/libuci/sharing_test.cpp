@@ -1,0 +1,150 @@
+// SPDX-License-Identifier: MIT
+// Several processes on one configuration: no change is lost, no reader sees half of one.
+#include "place.h"
+
+#include <filesystem>
+#include <functional>
+#include <set>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+class sharing : public place {
+protected:
+    sharing() { write_conf("net", "config t 'a'\n\toption first 'yes'\n"); }
+
+    // A process that ends with the result of its body.
+    static pid_t start(const std::function<bool()> &body)
+    {
+        pid_t child = fork();
+        if (child == 0)
+            _exit(body() ? 0 : 1);
+        return child;
+    }
+
+    static void expect_success(pid_t child)
+    {
+        int status = 0;
+        ASSERT_EQ(waitpid(child, &status, 0), child);
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+    }
+
+    // Sets and commits options of its own, one commit each.
+    bool commit_many(const std::string &prefix, const std::string &save_directory, int count) const
+    {
+        context ctx = open();
+        uci_set_savedir(ctx.get(), save_directory.c_str());
+        for (int i = 0; i < count; ++i) {
+            tuple t(ctx.get(), "net.a." + prefix + std::to_string(i) + "=" + std::to_string(i));
+            if (t.rc != UCI_OK || uci_set(ctx.get(), &t.ptr) != UCI_OK ||
+                uci_commit(ctx.get(), &t.ptr.p, false) != UCI_OK)
+                return false;
+        }
+        return true;
+    }
+
+    int options_in_file() const
+    {
+        std::string text = read_text(conf("net"));
+        int count = 0;
+        for (size_t at = text.find("\toption "); at != std::string::npos; at = text.find("\toption ", at + 1))
+            count++;
+        return count;
+    }
+};
+
+constexpr int writers = 3;
+constexpr int commits = 40;
+
+TEST_F(sharing, commits_through_one_save_directory_are_all_kept)
+{
+    std::vector<pid_t> children;
+    for (int i = 0; i < writers; ++i)
+        children.push_back(
+            start([&] { return commit_many(std::string(1, static_cast<char>('p' + i)), save(), commits); }));
+    for (pid_t child : children)
+        expect_success(child);
+    EXPECT_EQ(options_in_file(), 1 + writers * commits);
+    EXPECT_EQ(read_text(save("net")), "");
+}
+
+// A writer that waited for a file which was replaced meanwhile looks at the new one.
+TEST_F(sharing, commits_through_separate_save_directories_are_all_kept)
+{
+    std::vector<pid_t> children;
+    for (int i = 0; i < writers; ++i)
+        children.push_back(start([&] {
+            return commit_many(std::string(1, static_cast<char>('p' + i)), save() + std::to_string(i), commits);
+        }));
+    for (pid_t child : children)
+        expect_success(child);
+    EXPECT_EQ(options_in_file(), 1 + writers * commits);
+}
+
+TEST_F(sharing, a_list_grows_by_each_item_exactly_once)
+{
+    auto append = [&](int writer) {
+        context ctx = open();
+        for (int i = 0; i < commits; ++i) {
+            tuple t(ctx.get(), "net.a.l=" + std::to_string(writer) + "-" + std::to_string(i));
+            if (uci_add_list(ctx.get(), &t.ptr) != UCI_OK || uci_commit(ctx.get(), &t.ptr.p, false) != UCI_OK)
+                return false;
+        }
+        return true;
+    };
+    // A change is either still waiting or already in the file, never both, whenever one looks.
+    auto watch = [&] {
+        size_t seen = 0;
+        while (seen < 2 * commits) {
+            context ctx = open();
+            tuple t(ctx.get(), "net.a.l");
+            size_t count = 0;
+            uci_element *e = nullptr;
+            if (t.rc != UCI_OK)
+                return false;
+            if (t.ptr.o != nullptr) {
+                uci_foreach_element(&t.ptr.o->v.list, e) count++;
+            }
+            if (count < seen || count > 2 * commits)
+                return false;
+            seen = count;
+        }
+        return true;
+    };
+    pid_t reader = start(watch);
+    pid_t one = start([&] { return append(1); });
+    pid_t two = start([&] { return append(2); });
+    expect_success(one);
+    expect_success(two);
+    expect_success(reader);
+    std::set<std::string> items;
+    context ctx = open();
+    tuple t(ctx.get(), "net.a.l");
+    uci_element *e = nullptr;
+    size_t count = 0;
+    uci_foreach_element(&t.ptr.o->v.list, e)
+    {
+        items.insert(e->name);
+        count++;
+    }
+    EXPECT_EQ(items.size(), 2u * commits);
+    EXPECT_EQ(count, 2u * commits);
+}
+
+TEST_F(sharing, programs_side_by_side_lose_nothing)
+{
+    auto run = [&](const std::string &prefix) {
+        std::string uci = "uci -c '" + conf() + "' -t '" + save() + "' ";
+        std::string script = "PATH='" WAN_DETECT_BIN_DIR "':\"$PATH\"; i=0; while [ $i -lt 25 ]; do " + uci +
+                             "set net.a." + prefix + "$i=1 && " + uci + "commit net || exit 1; i=$((i+1)); done";
+        return system(script.c_str()) == 0;
+    };
+    pid_t one = start([&] { return run("p"); });
+    pid_t two = start([&] { return run("q"); });
+    expect_success(one);
+    expect_success(two);
+    EXPECT_EQ(options_in_file(), 1 + 2 * 25);
+}
+
+} // namespace
