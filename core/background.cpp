@@ -169,6 +169,7 @@ void release_background()
             close(*fd);
         *fd = -1;
     }
+    stop_reason = NOT_STOPPING;
 }
 
 void request_start_wan_detect(int delay_ms)

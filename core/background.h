@@ -45,7 +45,7 @@ void leave_background();
 // Waits until no background thread is at work. False when one still is after BACKGROUND_STOP_LIMIT_MS. Main thread.
 bool stop_background_threads();
 
-// Closes the descriptors, when every thread is gone.
+// Closes the descriptors and forgets the wish to end, when every thread is gone.
 void release_background();
 
 // Arms uloop_start_wan_detect after `delay_ms`: directly on the loop thread, by the slot on any other. The last one

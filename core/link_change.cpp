@@ -17,9 +17,9 @@ static const char *link_word(bool up)
 }
 
 // The port's link has settled: it joins the candidates at the next pass, if there still is a cycle.
-static void delay_trigger_thread(t_device *dev)
+void delay_trigger_thread(t_device *dev, uint32_t settle_ms)
 {
-    if (sleep_unless_stopped(PORT_SETTLE_MS))
+    if (sleep_unless_stopped(settle_ms))
         return;
     if (!dev->link_active) {
         LOG(Info, "device %s turned down during %dms delay, skipping add it to possible_wan_dev_list_cache\n",
@@ -42,15 +42,9 @@ static void delay_trigger_thread(t_device *dev)
 
 static void *run_delay_trigger(void *dev)
 {
-    delay_trigger_thread(static_cast<t_device *>(dev));
+    delay_trigger_thread(static_cast<t_device *>(dev), PORT_SETTLE_MS);
     leave_background();
     return nullptr;
-}
-
-static void wan_port_went_down()
-{
-    if (!engine.detecting && !port_model.wan_detect_running)
-        engine.detecting = 1;
 }
 
 // Long because every line that tells what a link change leads to stands here.
@@ -82,7 +76,7 @@ int wan_detect_process_link_change(t_device *dev, bool up)
             return OK;
         }
         if (!open) {
-            wan_port_went_down();
+            engine.detecting = 1;
             request_start_wan_detect(WAN_DOWN_DELAY_MS);
             LOG(Info, "Wan down!! Begin detecting in %dms\n", WAN_DOWN_DELAY_MS);
             return OK;

@@ -13,3 +13,7 @@ constexpr uint32_t PORT_SETTLE_MS = 9000; // from a port's link to its place amo
 // Stores the new state of a port of the device table and starts, delays or feeds a cycle. Always 0. Outside router mode
 // nothing happens, not even the storing.
 int wan_detect_process_link_change(t_device *dev, bool up);
+
+// Body of the detached thread of a port that came up: waits for the link to settle, then parks the port unless the link
+// or the cycle is gone, or the process is about to end.
+void delay_trigger_thread(t_device *dev, uint32_t settle_ms);

@@ -141,6 +141,10 @@ int find_target_ip_and_device_with_arp(t_device_list_head *list, uint32_t target
         list->count = 0;
         return ARP_ERR_LAN_BRIDGE;
     }
+    if (fake_probes.lose_nodes) {
+        free_device_list(&list->head);
+        return OK;
+    }
     for (t_device_list *node = list->head.next; node;) {
         if (fake_probes.gateway_ports.contains(node->dev->name)) {
             node->dev->result.server_mac[MAC_SIZE - 1] = fake_probes.gateway_mac[node->dev->name];

@@ -19,7 +19,8 @@ struct t_fake_probes {
     std::vector<std::string> dns_ports;         // ports through which a name server answers
     std::map<std::string, uint8_t> gateway_mac; // last byte of the MAC that ARP learns on a port
     bool bridge_readable = true;
-    int dhcp_result = 0; // a negative one replaces the result of the DHCP batch
+    bool lose_nodes = false; // the ARP search loses its ports but not their count
+    int dhcp_result = 0;     // a negative one replaces the result of the DHCP batch
     int pppoe_result = 0;
 
     // What was done.

@@ -1,0 +1,283 @@
+// SPDX-License-Identifier: MIT
+#include "core/link_change.h"
+
+#include "core/background.h"
+#include "core/engine_fixture.h"
+#include "model/banned.h"
+#include "model/lists.h"
+#include "platform/clock.h"
+
+namespace {
+
+class link_change : public t_engine_test {
+protected:
+    void SetUp() override
+    {
+        ASSERT_TRUE(init_background());
+        t_engine_test::SetUp();
+    }
+    void TearDown() override
+    {
+        t_engine_test::TearDown();
+        release_background();
+    }
+};
+
+TEST_F(link_change, outside_router_mode_not_even_the_state_is_stored)
+{
+    port_model.router_mode = 0;
+    wan_detect_process_link_change(dev("eth1"), true);
+    EXPECT_FALSE(dev("eth1")->link_active);
+    EXPECT_TRUE(log->has("Debug", "wan_detect_process_link_change",
+                         "wan_detect in ap/repeater mode, ignore the deivce status change!"));
+}
+
+TEST_F(link_change, an_unchanged_state_is_ignored)
+{
+    wan_detect_process_link_change(dev("eth1"), false);
+    EXPECT_TRUE(log->has("Debug", "wan_detect_process_link_change", "Device eth1 status not change!"));
+}
+
+TEST_F(link_change, with_detection_off_the_state_is_stored_and_nothing_more)
+{
+    port_model.enable = 0;
+    dev("eth0")->link_active = 1;
+    wan_detect_process_link_change(dev("eth0"), false);
+    EXPECT_FALSE(dev("eth0")->link_active);
+    EXPECT_TRUE(log->has("Info", "wan_detect_process_link_change", "Device eth0 link status change to down!"));
+    EXPECT_TRUE(
+        log->has("Debug", "wan_detect_process_link_change", "wan_detect not enable, ignore the deivce status change!"));
+    EXPECT_EQ(armed(engine.start_wan_detect), NOT_ARMED);
+}
+
+TEST_F(link_change, the_wan_port_losing_its_link_opens_a_cycle_10_s_later)
+{
+    dev("eth0")->link_active = 1;
+    wan_detect_process_link_change(dev("eth0"), false);
+    EXPECT_TRUE(engine.detecting);
+    EXPECT_FALSE(port_model.wan_detect_running);
+    EXPECT_EQ(armed(engine.start_wan_detect), 10000);
+    EXPECT_TRUE(log->has("Info", "wan_detect_process_link_change", "Wan down!! Begin detecting in 10000ms"));
+    EXPECT_EQ(engine.possible_wan_dev_list.count, 0);
+}
+
+TEST_F(link_change, a_second_loss_within_the_10_s_restarts_the_wait)
+{
+    dev("eth0")->link_active = 1;
+    wan_detect_process_link_change(dev("eth0"), false);
+    uloop_timeout_set(&engine.start_wan_detect, 3000);
+    wan_detect_process_link_change(dev("eth0"), true);
+    EXPECT_EQ(armed(engine.start_wan_detect), 10000);
+    uloop_timeout_set(&engine.start_wan_detect, 3000);
+    wan_detect_process_link_change(dev("eth0"), false);
+    EXPECT_EQ(armed(engine.start_wan_detect), 10000);
+    EXPECT_EQ(log->count("Info", "wan_detect_process_link_change", "Reset start detecting time to 10000ms"), 2);
+}
+
+TEST_F(link_change, a_loss_during_a_running_cycle_filters_again_after_a_second)
+{
+    engine.detecting = 1;
+    port_model.wan_detect_running = 1;
+    dev("eth0")->link_active = 1;
+    wan_detect_process_link_change(dev("eth0"), false);
+    EXPECT_EQ(armed(engine.start_wan_detect), 1000);
+    EXPECT_TRUE(
+        log->has("Info", "wan_detect_process_link_change", "Wan down during detecting!! Begin detecting in 1000ms"));
+}
+
+TEST_F(link_change, the_wan_port_coming_up_while_no_cycle_is_open_is_ignored)
+{
+    wan_detect_process_link_change(dev("eth0"), true);
+    EXPECT_TRUE(dev("eth0")->link_active);
+    EXPECT_EQ(armed(engine.start_wan_detect), NOT_ARMED);
+    EXPECT_TRUE(log->has("Debug", "wan_detect_process_link_change", "Ignore: Device eth0 link status change to up!"));
+}
+
+TEST_F(link_change, another_port_is_ignored_while_no_cycle_is_open)
+{
+    wan_detect_process_link_change(dev("eth1"), true);
+    EXPECT_TRUE(dev("eth1")->link_active);
+    EXPECT_TRUE(log->has("Debug", "wan_detect_process_link_change", "Ignore: Device eth1 link status change to up!"));
+    EXPECT_FALSE(log->has_body("Noticed lan dev:eth1 turned up during delay! Add it to possible_wan_dev_list_cache "
+                               "after 9000ms!"));
+}
+
+TEST_F(link_change, another_port_going_down_is_ignored_during_a_cycle_too)
+{
+    engine.detecting = 1;
+    port_model.wan_detect_running = 1;
+    dev("eth1")->link_active = 1;
+    wan_detect_process_link_change(dev("eth1"), false);
+    EXPECT_TRUE(log->has("Debug", "wan_detect_process_link_change", "Ignore: Device eth1 link status change to down!"));
+    EXPECT_EQ(armed(engine.start_wan_detect), NOT_ARMED);
+}
+
+TEST_F(link_change, a_port_that_comes_up_before_the_cycle_runs_is_noticed)
+{
+    engine.detecting = 1;
+    wan_detect_process_link_change(dev("eth1"), true);
+    EXPECT_TRUE(log->has("Debug", "wan_detect_process_link_change",
+                         "Noticed lan dev:eth1 turned up during delay! Add it to possible_wan_dev_list_cache after "
+                         "9000ms!"));
+    EXPECT_TRUE(stop_background_threads());
+}
+
+TEST_F(link_change, a_port_that_comes_up_during_the_cycle_is_noticed_and_so_is_the_wan_port)
+{
+    engine.detecting = 1;
+    port_model.wan_detect_running = 1;
+    wan_detect_process_link_change(dev("eth1"), true);
+    wan_detect_process_link_change(dev("eth0"), true);
+    for (const char *port : {"eth0", "eth1"})
+        EXPECT_TRUE(log->has("Debug", "wan_detect_process_link_change",
+                             std::string("Noticed dev:") + port +
+                                 " turned up during detecting! Add it to possible_wan_dev_list_cache after 9000ms!"));
+    EXPECT_TRUE(stop_background_threads());
+}
+
+TEST_F(link_change, shutdown_ends_a_settling_delay_at_once_and_the_thread_touches_nothing)
+{
+    engine.detecting = 1;
+    wan_detect_process_link_change(dev("eth1"), true);
+    const t_time_stamp start = get_time_stamp();
+    EXPECT_TRUE(stop_background_threads());
+    EXPECT_LT(time_stamp_diff_us(get_time_stamp(), start), 2'000'000);
+    EXPECT_EQ(engine.possible_wan_dev_list_cache.count, 0);
+}
+
+TEST_F(link_change, a_settled_port_is_parked_and_joins_at_the_next_pass)
+{
+    engine.detecting = 1;
+    dev("eth1")->link_active = 1;
+    delay_trigger_thread(dev("eth1"), 0);
+    EXPECT_EQ(engine.possible_wan_dev_list_cache.count, 1);
+    EXPECT_TRUE(
+        log->has("Info", "delay_trigger_thread", "Add device eth1 to backup possible wan list(1 devices contained)!"));
+    uloop_timeout_set(&engine.start_wan_detect, 0);
+    fire(engine.start_wan_detect);
+    EXPECT_EQ(engine.possible_wan_dev_list_cache.count, 0);
+    EXPECT_TRUE(log->has_body("Start to detect in 1 device(s):eth1、") ||
+                log->has_body("Start to detect in 2 device(s):eth0、eth1、"));
+}
+
+TEST_F(link_change, a_port_parked_already_is_told)
+{
+    engine.detecting = 1;
+    dev("eth1")->link_active = 1;
+    delay_trigger_thread(dev("eth1"), 0);
+    delay_trigger_thread(dev("eth1"), 0);
+    EXPECT_EQ(engine.possible_wan_dev_list_cache.count, 1);
+    EXPECT_TRUE(log->has("Info", "delay_trigger_thread",
+                         "Failed to add device eth1 to backup possible wan list! might add reapeatly"));
+}
+
+TEST_F(link_change, a_port_that_went_down_again_is_not_parked)
+{
+    engine.detecting = 1;
+    delay_trigger_thread(dev("eth1"), 0);
+    EXPECT_EQ(engine.possible_wan_dev_list_cache.count, 0);
+    EXPECT_TRUE(
+        log->has("Info", "delay_trigger_thread",
+                 "device eth1 turned down during 9000ms delay, skipping add it to possible_wan_dev_list_cache"));
+}
+
+TEST_F(link_change, a_port_that_settles_after_the_cycle_is_not_parked)
+{
+    dev("eth1")->link_active = 1;
+    delay_trigger_thread(dev("eth1"), 0);
+    EXPECT_EQ(engine.possible_wan_dev_list_cache.count, 0);
+    EXPECT_TRUE(log->has("Info", "delay_trigger_thread",
+                         "skipping add device eth1 to possible_wan_dev_list_cache due to detect is over!"));
+}
+
+// A background thread's wish reaches the loop, which arms the timer itself.
+TEST_F(link_change, a_loss_seen_by_a_background_thread_arms_the_timer_on_the_loop)
+{
+    attach_background_to_loop();
+    dev("eth0")->link_active = 1;
+    pthread_t thread;
+    ASSERT_EQ(start_background_thread(
+                  &thread,
+                  [](void *port) -> void * {
+                      wan_detect_process_link_change(static_cast<t_device *>(port), false);
+                      leave_background();
+                      return nullptr;
+                  },
+                  dev("eth0")),
+              0);
+    pthread_join(thread, nullptr);
+    EXPECT_EQ(armed(engine.start_wan_detect), NOT_ARMED);
+    uloop_run_timeout(1000);
+    EXPECT_EQ(armed(engine.start_wan_detect), 10000);
+    detach_background_from_loop();
+}
+
+TEST_F(link_change, the_last_of_several_wishes_wins)
+{
+    attach_background_to_loop();
+    pthread_t thread;
+    start_background_thread(
+        &thread,
+        [](void *) -> void * {
+            request_start_wan_detect(1000);
+            request_start_wan_detect(10000);
+            leave_background();
+            return nullptr;
+        },
+        nullptr);
+    pthread_join(thread, nullptr);
+    engine.detecting = 1;
+    uloop_run_timeout(1000);
+    EXPECT_EQ(armed(engine.start_wan_detect), 10000);
+    detach_background_from_loop();
+}
+
+TEST_F(link_change, a_wish_that_arrives_after_the_cycle_ended_opens_the_next_one_with_the_full_wait)
+{
+    attach_background_to_loop();
+    pthread_t thread;
+    start_background_thread(
+        &thread,
+        [](void *) -> void * {
+            request_start_wan_detect(1000);
+            leave_background();
+            return nullptr;
+        },
+        nullptr);
+    pthread_join(thread, nullptr);
+    uloop_run_timeout(1000);
+    EXPECT_TRUE(engine.detecting);
+    EXPECT_EQ(armed(engine.start_wan_detect), 10000);
+    detach_background_from_loop();
+}
+
+TEST_F(link_change, signals_that_end_the_process_are_blocked_in_background_threads)
+{
+    pthread_t thread;
+    static sigset_t blocked;
+    start_background_thread(
+        &thread,
+        [](void *) -> void * {
+            pthread_sigmask(SIG_BLOCK, nullptr, &blocked);
+            leave_background();
+            return nullptr;
+        },
+        nullptr);
+    pthread_join(thread, nullptr);
+    EXPECT_TRUE(sigismember(&blocked, SIGTERM));
+    EXPECT_TRUE(sigismember(&blocked, SIGINT));
+    sigset_t own;
+    pthread_sigmask(SIG_BLOCK, nullptr, &own);
+    EXPECT_FALSE(sigismember(&own, SIGTERM));
+}
+
+TEST_F(link_change, the_first_signal_is_the_one_that_is_told)
+{
+    EXPECT_EQ(stop_signal(), 0);
+    request_stop(SIGTERM);
+    request_stop(SIGINT);
+    EXPECT_EQ(stop_signal(), SIGTERM);
+    EXPECT_TRUE(sleep_unless_stopped(60000));
+}
+
+} // namespace

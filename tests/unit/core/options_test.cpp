@@ -1,0 +1,109 @@
+// SPDX-License-Identifier: MIT
+#include "core/options.h"
+
+#include <getopt.h>
+
+#include <gtest/gtest.h>
+
+#include "core/fake_router.h"
+
+namespace {
+
+class options : public testing::Test {
+protected:
+    void SetUp() override { fake_router = {}; }
+
+    int parse(std::vector<std::string> words)
+    {
+        words.insert(words.begin(), "/usr/sbin/wan_detect");
+        std::vector<char *> argv;
+        for (std::string &word : words)
+            argv.push_back(word.data());
+        argv.push_back(nullptr);
+        optind = 0;
+        return parse_options(static_cast<int>(words.size()), argv.data(), &found);
+    }
+    t_options found = {};
+};
+
+constexpr const char *TRY = "echo 'Try: /usr/sbin/wan_detect --help for more information!' > /dev/console";
+constexpr const char *USAGE =
+    "echo 'Usage: /usr/sbin/wan_detect -d/--debug [0(emergy)~7(debug)] to specify the debug level!' > /dev/console";
+
+TEST_F(options, without_options_the_level_is_critical_and_start_up_goes_on)
+{
+    EXPECT_EQ(parse({}), 999);
+    EXPECT_EQ(found.log_level, 2);
+    EXPECT_FALSE(found.has_level);
+    EXPECT_TRUE(fake_router.commands.empty());
+}
+
+TEST_F(options, each_level_from_1_to_7_is_taken)
+{
+    for (int level = 1; level <= 7; level++) {
+        SetUp();
+        std::string text = std::to_string(level);
+        EXPECT_EQ(parse({"-d", text}), 100);
+        EXPECT_EQ(found.log_level, level);
+        EXPECT_TRUE(found.has_level);
+        EXPECT_EQ(fake_router.commands, (std::vector<std::string>{"echo 'Success set wan_detect debug level to " +
+                                                                  text + "!' > /dev/console"}));
+    }
+    EXPECT_EQ(parse({"--debug", "5"}), 100);
+    EXPECT_EQ(parse({"--debug=6"}), 100);
+    EXPECT_EQ(found.log_level, 6);
+}
+
+TEST_F(options, a_level_of_0_or_8_is_refused_and_start_up_goes_on)
+{
+    for (const char *level : {"0", "8", "-1", "x", "99999999999"}) {
+        SetUp();
+        EXPECT_EQ(parse({"-d", level}), 100);
+        EXPECT_EQ(found.log_level, 2);
+        EXPECT_FALSE(found.has_level);
+        EXPECT_EQ(fake_router.commands, (std::vector<std::string>{std::string("echo 'Invalid option -d ") + level +
+                                                                  ", Run as default critical debug level!' > "
+                                                                  "/dev/console"}));
+    }
+}
+
+TEST_F(options, help_prints_the_usage_and_stops)
+{
+    EXPECT_EQ(parse({"-h"}), 0);
+    EXPECT_EQ(fake_router.commands, (std::vector<std::string>{USAGE}));
+    EXPECT_EQ(parse({"--help"}), 0);
+}
+
+TEST_F(options, an_unknown_option_or_a_missing_level_points_to_help_and_stops)
+{
+    for (const char *word : {"-x", "--nonsense", "-d"}) {
+        SetUp();
+        EXPECT_EQ(parse({word}), 0);
+        EXPECT_EQ(fake_router.commands, (std::vector<std::string>{TRY}));
+    }
+}
+
+TEST_F(options, a_later_option_overrides_an_earlier_result)
+{
+    EXPECT_EQ(parse({"-d", "5", "-h"}), 0);
+    EXPECT_EQ(parse({"-h", "-d", "5"}), 100);
+    EXPECT_EQ(found.log_level, 5);
+}
+
+TEST_F(options, text_from_outside_cannot_leave_its_quotes)
+{
+    parse({"-d", "8'; touch /tmp/broken; echo '"});
+    EXPECT_EQ(fake_router.commands,
+              (std::vector<std::string>{"echo 'Invalid option -d 8'\\''; touch /tmp/broken; echo '\\'', Run as default "
+                                        "critical debug level!' > /dev/console"}));
+}
+
+TEST_F(options, text_of_any_length_gives_one_whole_command)
+{
+    parse({"-d", std::string(5000, '\'')});
+    ASSERT_EQ(fake_router.commands.size(), 1u);
+    const std::string &command = fake_router.commands.front();
+    EXPECT_EQ(command.substr(command.size() - 16), "' > /dev/console");
+}
+
+} // namespace
