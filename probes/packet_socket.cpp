@@ -81,7 +81,12 @@ int packet_socket_bind_to_device(int fd, const char *name)
     }
     char request[INTERFACE_REQUEST_SIZE] = {};
     memcpy(request, name, strlen(name));
-    return setsockopt(fd, SOL_SOCKET, SO_BINDTODEVICE, request, sizeof request);
+    if (setsockopt(fd, SOL_SOCKET, SO_BINDTODEVICE, request, sizeof request) != 0)
+        return -1;
+    // The option alone does not keep other ports' frames from a packet socket. Protocol 0 keeps the socket's own;
+    // index 0, of an interface that vanished just now, would mean every port.
+    const unsigned ifindex = if_nametoindex(name);
+    return ifindex == 0 ? -1 : packet_socket_bind(fd, packet_address(0, static_cast<int>(ifindex), nullptr));
 }
 
 int packet_socket_set_option(int fd, int option, const void *value, size_t size)

@@ -20,7 +20,7 @@ sockaddr_ll packet_address(uint16_t ether_type, int ifindex, const uint8_t *mac)
 // The same to everyone: all eight bytes of the address field are set, the two spare ones included.
 sockaddr_ll packet_broadcast_address(uint16_t ether_type, int ifindex);
 
-// 0, or -1 with errno set.
+// 0, or -1 with errno set. A socket bound to a device by name hears that one only.
 int packet_socket_bind(int fd, const sockaddr_ll &address);
 int packet_socket_bind_to_device(int fd, const char *name);
 int packet_socket_set_option(int fd, int option, const void *value, size_t size); // SOL_SOCKET

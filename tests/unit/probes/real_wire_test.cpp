@@ -1,0 +1,214 @@
+// SPDX-License-Identifier: MIT
+// The probes on real packet sockets and the real loop, with a peer at the far end of a cable.
+#include <cstring>
+
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+
+#include "model/gate.h"
+#include "model/lists.h"
+#include "model/tables.h"
+#include "platform/result_codes.h"
+#include "probes/dhcp_probe.h"
+#include "probes/dispatch.h"
+#include "probes/pppoe_probe.h"
+#include "probes/veth_net.h"
+#include "support/sandbox.h"
+
+namespace {
+
+constexpr int ANSWER_LIMIT_MS = 5000;
+constexpr int QUIET_TIME_MS = 300;
+constexpr size_t DISCOVER_XID = 46;
+constexpr size_t PADI_HOST_UNIQ = 28;
+
+uint32_t native_at(const t_bytes &frame, size_t offset)
+{
+    uint32_t value;
+    memcpy(&value, frame.data() + offset, sizeof value);
+    return value;
+}
+
+// How often the loop called the first DHCP context.
+int calls;
+void count_and_receive(uloop_fd *watcher, unsigned int events)
+{
+    calls++;
+    recv_dhcp_discovery_packet(watcher, events);
+}
+
+class real_wire : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        ASSERT_EQ(uloop_init(), 0);
+        must_run("ip address add 192.168.1.1/24 dev br-lan");
+        init_engine_gate(&gate_);
+        engine_gate = &gate_;
+        for (const char *name : {"dhcp", "pppoe"})
+            add_protocol(&model_.proto_hashmap_head, create_new_protocol(name));
+        for (const char *name : {"eth1", "eth2"}) {
+            t_device *dev = create_new_device(name);
+            dev->priority = static_cast<int8_t>(name[3] - '0');
+            dev->link_active = 1;
+            add_device(&model_.dev_hashmap_head, dev);
+        }
+        eth1_ = find_device(model_.dev_hashmap_head, "eth1");
+        eth2_ = find_device(model_.dev_hashmap_head, "eth2");
+        calls = 0;
+    }
+
+    void TearDown() override
+    {
+        if (dhcp_detect_handle.contexts)
+            release_dhcp_detect_handle();
+        if (pppoe_detect_handle.contexts)
+            release_pppoe_detect_handle();
+        release_port_model(&model_);
+        destroy_engine_gate(&gate_);
+        engine_gate = nullptr;
+        uloop_done();
+    }
+
+    int process_dhcp(bool final)
+    {
+        return process_dhcp_discovery_all(model_.dev_hashmap_head, model_.proto_hashmap_head, final);
+    }
+
+    static bool answered() { return dhcp_detect_handle.contexts[0].offer_received != 0; }
+
+    t_cable lan_{"br-lan"}, cable1_{"eth1"}, cable2_{"eth2"};
+    t_port_model model_ = {};
+    t_engine_gate gate_ = {};
+    t_device *eth1_ = nullptr;
+    t_device *eth2_ = nullptr;
+};
+
+t_bytes offer_for(const t_bytes &heard)
+{
+    return offer(native_at(heard, DISCOVER_XID), usual_options());
+}
+
+TEST_F(real_wire, a_dhcp_server_is_found_behind_its_port)
+{
+    t_peer server(cable1_), nobody(cable2_);
+    server.answer = offer_for;
+    ASSERT_EQ(dhcp_detect_for_all_link_device(&model_), 0);
+    ASSERT_TRUE(run_loop_until([&] { return answered() && !nobody.heard.empty(); }, ANSWER_LIMIT_MS));
+
+    ASSERT_EQ(server.heard.size(), 1u);
+    uint8_t mac[MAC_SIZE];
+    memcpy(mac, cable1_.mac().data(), MAC_SIZE);
+    EXPECT_EQ(server.heard[0], expected_discover(mac, dhcp_detect_handle.contexts[0].random_xid));
+    EXPECT_EQ(dhcp_detect_handle.contexts[1].offer_received, 0);
+    EXPECT_EQ(process_dhcp(false), PROBE_WAITING);
+    EXPECT_EQ(process_dhcp(true), PROBE_SOME_SILENT);
+    EXPECT_STREQ(protocol_name(eth1_->proto), "dhcp");
+    EXPECT_STREQ(protocol_name(eth2_->proto), "null");
+    EXPECT_EQ(eth1_->result.address.ipv4_be, htonl(0x0a141e28));
+    EXPECT_EQ(eth1_->result.gateway.ipv4_be, htonl(0x0a141e01));
+    EXPECT_EQ(eth1_->result.dns_server.ipv4_be, htonl(0x0a141e35));
+}
+
+TEST_F(real_wire, forged_offers_before_the_genuine_one_do_not_matter)
+{
+    t_peer server(cable1_);
+    server.answer = [&](const t_bytes &heard) {
+        const t_bytes genuine = offer_for(heard);
+        server.send(patched(genuine, DISCOVER_XID, native(native_at(heard, DISCOVER_XID) + 1)));
+        server.send(patched(genuine, OFFER_DESTINATION_PORT, {0, 67}));
+        server.send(t_bytes(genuine.begin(), genuine.begin() + 100));
+        server.send(patched(genuine, 6, lan_.mac()));
+        return genuine;
+    };
+    t_log_capture log;
+    ASSERT_EQ(dhcp_detect_for_specify_device(eth1_), 0);
+    ASSERT_TRUE(run_loop_until(answered, ANSWER_LIMIT_MS));
+    EXPECT_EQ(process_dhcp(false), PROBE_ALL_ANSWERED);
+    EXPECT_EQ(t_bytes(eth1_->result.server_mac, eth1_->result.server_mac + MAC_SIZE), mac_bytes(SERVER_MAC));
+    EXPECT_NE(log.text().find("meaning there is a cirecle in lan!!"), std::string::npos);
+}
+
+TEST_F(real_wire, a_pppoe_concentrator_is_found_behind_its_port)
+{
+    t_peer nobody(cable1_), concentrator(cable2_);
+    concentrator.answer = [](const t_bytes &heard) { return pado(usual_tags(native_at(heard, PADI_HOST_UNIQ))); };
+    ASSERT_EQ(pppoe_detect_for_all_link_device(&model_), 0);
+    ASSERT_TRUE(run_loop_until([&] { return pppoe_detect_handle.contexts[1].pado_received && !nobody.heard.empty(); },
+                               ANSWER_LIMIT_MS));
+
+    ASSERT_EQ(concentrator.heard.size(), 1u);
+    uint8_t mac[MAC_SIZE];
+    memcpy(mac, cable2_.mac().data(), MAC_SIZE);
+    EXPECT_EQ(concentrator.heard[0], expected_padi(mac, pppoe_detect_handle.contexts[1].host_uniq));
+    EXPECT_EQ(process_pppoe_discovery_all(model_.dev_hashmap_head, model_.proto_hashmap_head, true), PROBE_SOME_SILENT);
+    EXPECT_STREQ(protocol_name(eth1_->proto), "null");
+    EXPECT_STREQ(protocol_name(eth2_->proto), "pppoe");
+}
+
+TEST_F(real_wire, both_probes_run_beside_each_other_on_one_port)
+{
+    t_peer both(cable1_);
+    both.answer = [](const t_bytes &heard) {
+        return heard.size() == 410 ? offer_for(heard) : pado(usual_tags(native_at(heard, PADI_HOST_UNIQ)));
+    };
+    ASSERT_EQ(dhcp_detect_for_specify_device(eth1_), 0);
+    ASSERT_EQ(pppoe_detect_for_specify_device(eth1_), 0);
+    EXPECT_TRUE(
+        run_loop_until([] { return answered() && pppoe_detect_handle.contexts[0].pado_received; }, ANSWER_LIMIT_MS));
+}
+
+TEST_F(real_wire, a_port_that_goes_down_does_not_spin_the_loop_and_is_heard_again)
+{
+    t_peer server(cable1_);
+    uint32_t xid = 0;
+    server.answer = [&](const t_bytes &heard) {
+        xid = native_at(heard, DISCOVER_XID);
+        return t_bytes();
+    };
+    ASSERT_EQ(dhcp_detect_for_specify_device(eth1_), 0);
+    ASSERT_TRUE(run_loop_until([&] { return !server.heard.empty(); }, ANSWER_LIMIT_MS));
+    dhcp_detect_handle.contexts[0].watcher.cb = count_and_receive;
+
+    must_run("ip link set eth1 down");
+    EXPECT_FALSE(run_loop_until(answered, QUIET_TIME_MS));
+    EXPECT_GE(calls, 1) << "the kernel reported no error, so nothing was tested";
+    EXPECT_LE(calls, 3);
+    EXPECT_EQ(process_dhcp(false), PROBE_WAITING);
+
+    must_run("ip link set eth1 up");
+    server.send(offer(xid, usual_options()));
+    EXPECT_TRUE(run_loop_until(answered, ANSWER_LIMIT_MS));
+}
+
+TEST_F(real_wire, a_port_that_vanishes_does_not_spin_the_loop)
+{
+    ASSERT_EQ(dhcp_detect_for_specify_device(eth1_), 0);
+    dhcp_detect_handle.contexts[0].watcher.cb = count_and_receive;
+    must_run("ip link del eth1");
+    EXPECT_FALSE(run_loop_until(answered, QUIET_TIME_MS));
+    EXPECT_GE(calls, 1) << "the kernel reported no error, so nothing was tested";
+    EXPECT_LE(calls, 3);
+    EXPECT_EQ(process_dhcp(true), PROBE_SOME_SILENT);
+}
+
+TEST_F(real_wire, a_port_that_does_not_exist_is_not_probed)
+{
+    must_run("ip link del eth1");
+    t_log_capture log;
+    EXPECT_EQ(dhcp_detect_for_specify_device(eth1_), 0);
+    EXPECT_EQ(pppoe_detect_for_specify_device(eth1_), 0);
+    EXPECT_TRUE(log.has("Error", "send_dhcp_discovery_all", "Failed to send DHCP socket via dev:eth1"));
+    EXPECT_TRUE(log.has("Error", "send_pppoe_discovery_all", "Failed to send pppoe socket via dev:eth1"));
+    EXPECT_EQ(dhcp_detect_handle.contexts[0].watcher.fd, -1);
+    EXPECT_EQ(pppoe_detect_handle.contexts[0].watcher.fd, -1);
+}
+
+TEST_F(real_wire, without_an_address_on_the_bridge_no_discover_is_sent)
+{
+    must_run("ip address flush dev br-lan");
+    EXPECT_EQ(dhcp_detect_for_specify_device(eth1_), 0);
+    EXPECT_EQ(dhcp_detect_handle.contexts, nullptr);
+}
+
+} // namespace
