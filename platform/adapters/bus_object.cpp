@@ -236,6 +236,10 @@ constexpr t_bus_offer OFFER = {.object = &object, .event_handler = &ban_event_ha
 
 const t_bus_offer *wan_detect_bus_offer()
 {
+    // What an earlier connection left in the records would be taken for an object that is published already.
+    object = {};
+    object_type.id = 0;
+    ban_event_handler = {};
     object.name = OBJECT_NAME;
     object.type = &object_type;
     object.methods = METHODS;

@@ -1,0 +1,258 @@
+// SPDX-License-Identifier: MIT
+// Link states as the router's scripts print them, from well-formed to hopeless.
+#include <filesystem>
+
+#include "platform/adapter_fixture.h"
+#include "platform/adapters/link_status.h"
+
+namespace {
+
+class port_states : public t_adapter_test {
+protected:
+    port_states() : eth0(add_port("eth0", 0)), eth1(add_port("eth1", 1)), eth2(add_port("eth2", 2)) {}
+
+    // Lets the script print `text`, and scans.
+    int scan(const std::string &text)
+    {
+        write_file("/tmp/port_states", text);
+        write_program(PORT_STATE_COMMAND, "#!/bin/sh\ncat /tmp/port_states\n");
+        return update_eth_link_status_using_script(port_model.dev_hashmap_head);
+    }
+    bool is_execution_error()
+    {
+        return log.has("Error", "update_eth_link_status_using_script",
+                       std::string("Execute command:") + PORT_STATE_COMMAND + " error!");
+    }
+
+    t_device *eth0, *eth1, *eth2;
+    t_log_capture log;
+};
+
+class combo_state : public t_adapter_test {
+protected:
+    combo_state() : combo(add_combo_port("eth5", 5, SUB_PORT_PHY)) {}
+
+    int refresh(const std::string &text)
+    {
+        write_file("/tmp/combo_state", text);
+        write_program("/etc/wan_detect/get_combo_state.sh", "#!/bin/sh\necho \"$@\" >> /tmp/calls_of_combo\n"
+                                                            "cat /tmp/combo_state\n");
+        return update_combo_device_status(combo);
+    }
+    bool says(const std::string &body) { return log.has("Error", "update_combo_device_status", body); }
+
+    t_device *combo;
+    t_log_capture log;
+};
+
+} // namespace
+
+TEST_F(port_states, each_changed_port_is_reported_in_table_order)
+{
+    eth1->link_active = 1;
+    EXPECT_EQ(scan(R"({"eth1":false,"eth2":false,"eth0":true})"), 1);
+    EXPECT_EQ(engine.link_changes, (std::vector<t_link_change>{{eth0, true}, {eth1, false}}));
+    const char *function = "update_eth_link_status_using_script";
+    EXPECT_TRUE(log.has("Info", function, "Single shot scanning found eth0 link change to up, pull trigger!"));
+    EXPECT_TRUE(log.has("Info", function, "Single shot scanning found eth1 link change to down, pull trigger!"));
+    EXPECT_TRUE(
+        log.has("Debug", function,
+                R"(Success update eth link status using script, result:{"eth1":false,"eth2":false,"eth0":true})"));
+}
+
+TEST_F(port_states, without_a_change_nothing_is_reported)
+{
+    eth1->link_active = 1;
+    EXPECT_EQ(scan(R"({"eth0":false,"eth1":true,"eth2":false})"), 0);
+    EXPECT_TRUE(engine.link_changes.empty());
+}
+
+TEST_F(port_states, a_port_missing_from_the_output_is_logged_and_left_alone_and_the_others_are_processed)
+{
+    eth1->link_active = 1;
+    EXPECT_EQ(scan(R"({"eth0":true,"eth2":true})"), 1);
+    EXPECT_EQ(engine.link_changes, (std::vector<t_link_change>{{eth0, true}, {eth2, true}}));
+    EXPECT_EQ(eth1->link_active, 1);
+    EXPECT_TRUE(log.has("Error", "update_eth_link_status_using_script",
+                        R"(Invalid device state for:eth1! Response:{"eth0":true,"eth2":true})"));
+}
+
+TEST_F(port_states, a_null_state_counts_as_missing)
+{
+    EXPECT_EQ(scan(R"({"eth0":null,"eth1":true,"eth2":false})"), 1);
+    EXPECT_EQ(engine.link_changes, (std::vector<t_link_change>{{eth1, true}}));
+    EXPECT_TRUE(log.has("Error", "update_eth_link_status_using_script",
+                        R"(Invalid device state for:eth0! Response:{"eth0":null,"eth1":true,"eth2":false})"));
+}
+
+TEST_F(port_states, ports_that_the_model_does_not_know_are_ignored)
+{
+    EXPECT_EQ(scan(R"({"eth0":false,"eth1":false,"eth2":false,"eth9":true,"":true})"), 0);
+    EXPECT_TRUE(engine.link_changes.empty());
+}
+
+TEST_F(port_states, states_of_other_types_are_read_as_booleans)
+{
+    EXPECT_EQ(scan(R"({"eth0":1,"eth1":"up","eth2":0})"), 1);
+    EXPECT_EQ(engine.link_changes, (std::vector<t_link_change>{{eth0, true}, {eth1, true}}));
+}
+
+TEST_F(port_states, output_that_is_no_json_object_is_an_execution_error)
+{
+    const std::string deep(400, '[');
+    for (const std::string &text :
+         {std::string(), std::string("garbage"), std::string("{\"eth0\":tr"), std::string("{\"eth0\" true}"),
+          std::string("[true,false]"), std::string("true"), std::string("42"), std::string("\"eth0\""),
+          std::string("null"), deep, std::string("\xff\xfe\x00\x01", 4), std::string("\0{}", 3)}) {
+        t_log_capture own_log;
+        EXPECT_EQ(scan(text), 0) << text;
+        EXPECT_TRUE(own_log.has("Error", "update_eth_link_status_using_script",
+                                std::string("Execute command:") + PORT_STATE_COMMAND + " error!"))
+            << text;
+    }
+    EXPECT_TRUE(engine.link_changes.empty());
+}
+
+TEST_F(port_states, an_empty_object_leaves_every_port_alone)
+{
+    eth0->link_active = 1;
+    EXPECT_EQ(scan("{}"), 0);
+    EXPECT_EQ(log.count("Error", "", "Invalid device state for:eth0! Response:{}"), 1);
+    EXPECT_EQ(eth0->link_active, 1);
+}
+
+TEST_F(port_states, exactly_512_bytes_of_output_are_read)
+{
+    std::string text = R"({"eth0":true,"eth1":true,"eth2":true)";
+    text += std::string(PORT_STATE_SIZE - text.size() - 1, ' ') + "}";
+    ASSERT_EQ(text.size(), PORT_STATE_SIZE);
+    EXPECT_EQ(scan(text), 1);
+    EXPECT_EQ(engine.link_changes.size(), 3u);
+}
+
+TEST_F(port_states, output_of_600_bytes_is_cut_and_therefore_an_execution_error)
+{
+    std::string text = R"({"eth0":true,"padding":")" + std::string(600, 'x') + R"("})";
+    EXPECT_EQ(scan(text), 0);
+    EXPECT_TRUE(is_execution_error());
+    EXPECT_TRUE(engine.link_changes.empty());
+}
+
+TEST_F(port_states, what_follows_a_whole_object_is_ignored)
+{
+    EXPECT_EQ(scan(R"({"eth0":true,"eth1":false,"eth2":false})" + std::string(600, '\n')), 1);
+    EXPECT_EQ(engine.link_changes.size(), 1u);
+}
+
+TEST_F(port_states, a_missing_script_is_an_execution_error)
+{
+    EXPECT_EQ(update_eth_link_status_using_script(port_model.dev_hashmap_head), 0);
+    EXPECT_TRUE(is_execution_error());
+}
+
+TEST_F(port_states, a_failing_script_is_believed_when_its_output_is_whole)
+{
+    write_program(PORT_STATE_COMMAND, "#!/bin/sh\necho '{\"eth0\":true,\"eth1\":false,\"eth2\":false}'\nexit 1\n");
+    EXPECT_EQ(update_eth_link_status_using_script(port_model.dev_hashmap_head), 1);
+}
+
+TEST_F(port_states, without_an_engine_the_change_is_still_found)
+{
+    engine_handlers = {};
+    EXPECT_EQ(scan(R"({"eth0":true,"eth1":false,"eth2":false})"), 1);
+    EXPECT_EQ(eth0->link_active, 0);
+}
+
+TEST_F(port_states, an_empty_table_has_no_changes)
+{
+    EXPECT_EQ(scan("{}"), 0);
+    EXPECT_EQ(update_eth_link_status_using_script(nullptr), 0);
+}
+
+TEST_F(port_states, the_plain_update_traces_scans_and_returns_0)
+{
+    write_program(PORT_STATE_COMMAND, "#!/bin/sh\necho '{\"eth0\":true,\"eth1\":false,\"eth2\":false}'\n");
+    EXPECT_EQ(update_eth_link_status(port_model.dev_hashmap_head), 0);
+    EXPECT_EQ(engine.link_changes, (std::vector<t_link_change>{{eth0, true}}));
+    EXPECT_TRUE(log.has("Debug", "update_eth_link_status", "Entering function: update_eth_link_status!"));
+}
+
+TEST_F(combo_state, is_asked_for_by_port_number)
+{
+    EXPECT_EQ(refresh(R"({"phy":false,"sfp":false,"serdes":"phy"})"), 0);
+    EXPECT_EQ(calls_of("combo"), "port5\n");
+}
+
+TEST_F(combo_state, a_link_change_of_either_side_is_a_change)
+{
+    EXPECT_EQ(refresh(R"({"phy":true,"sfp":false,"serdes":"phy"})"), 1);
+    EXPECT_EQ(combo->phy_link, 1);
+    EXPECT_EQ(refresh(R"({"phy":true,"sfp":true,"serdes":"phy"})"), 1);
+    EXPECT_EQ(combo->sfp_link, 1);
+    EXPECT_EQ(refresh(R"({"phy":false,"sfp":true,"serdes":"phy"})"), 1);
+    EXPECT_EQ(combo->phy_link, 0);
+    EXPECT_EQ(refresh(R"({"phy":false,"sfp":true,"serdes":"phy"})"), 0);
+    EXPECT_EQ(refresh(R"({"phy":true,"sfp":false,"serdes":"phy"})"), 1);
+}
+
+TEST_F(combo_state, a_change_of_the_side_in_use_alone_is_stored_but_no_change)
+{
+    EXPECT_EQ(refresh(R"({"phy":false,"sfp":false,"serdes":"sfp"})"), 0);
+    EXPECT_EQ(combo->sub_port, SUB_PORT_SFP);
+    EXPECT_EQ(refresh(R"({"phy":false,"sfp":false,"serdes":"phy"})"), 0);
+    EXPECT_EQ(combo->sub_port, SUB_PORT_PHY);
+}
+
+TEST_F(combo_state, any_other_side_than_sfp_means_phy)
+{
+    for (const char *serdes : {"\"copper\"", "\"\"", "\"sfp+\"", "7", "true", "{}"}) {
+        combo->sub_port = SUB_PORT_SFP;
+        EXPECT_EQ(refresh(std::string(R"({"phy":false,"sfp":false,"serdes":)") + serdes + "}"), 0);
+        EXPECT_EQ(combo->sub_port, SUB_PORT_PHY) << serdes;
+    }
+}
+
+TEST_F(combo_state, each_missing_member_is_logged_and_left_alone)
+{
+    combo->sfp_link = 1;
+    combo->sub_port = SUB_PORT_SFP;
+    EXPECT_EQ(refresh(R"({"phy":true})"), 1);
+    EXPECT_TRUE(says(R"(Invalid sfp state! Response:{"phy":true})"));
+    EXPECT_TRUE(says(R"(Invalid serdes state! Response:{"phy":true})"));
+    EXPECT_EQ(combo->phy_link, 1);
+    EXPECT_EQ(combo->sfp_link, 1);
+    EXPECT_EQ(combo->sub_port, SUB_PORT_SFP);
+    EXPECT_EQ(refresh(R"({"serdes":"phy"})"), 0);
+    EXPECT_TRUE(says(R"(Invalid phy state! Response:{"serdes":"phy"})"));
+    EXPECT_EQ(combo->phy_link, 1);
+    EXPECT_EQ(combo->sub_port, SUB_PORT_PHY);
+}
+
+TEST_F(combo_state, output_that_is_no_json_object_is_an_execution_error)
+{
+    for (const char *text : {"", "garbage", "[1]", "{\"phy\":"}) {
+        t_log_capture own_log;
+        EXPECT_EQ(refresh(text), 0) << text;
+        EXPECT_TRUE(own_log.has("Error", "update_combo_device_status",
+                                "Execute command:/etc/wan_detect/get_combo_state.sh port5 error!"))
+            << text;
+    }
+    EXPECT_EQ(combo->sub_port, SUB_PORT_PHY);
+}
+
+TEST_F(combo_state, a_missing_script_is_an_execution_error)
+{
+    EXPECT_EQ(update_combo_device_status(combo), 0);
+    EXPECT_TRUE(says("Execute command:/etc/wan_detect/get_combo_state.sh port5 error!"));
+}
+
+TEST_F(combo_state, exactly_128_bytes_of_output_are_read)
+{
+    std::string text = R"({"phy":true,"sfp":true,"serdes":"sfp")";
+    text += std::string(COMBO_STATE_SIZE - text.size() - 1, ' ') + "}";
+    ASSERT_EQ(text.size(), COMBO_STATE_SIZE);
+    EXPECT_EQ(refresh(text), 1);
+    EXPECT_EQ(combo->sub_port, SUB_PORT_SFP);
+    EXPECT_EQ(refresh(" " + text), 0);
+    EXPECT_TRUE(says("Execute command:/etc/wan_detect/get_combo_state.sh port5 error!"));
+}
