@@ -36,7 +36,7 @@ uint32_t update_eth_link_status_trigger()
     if (!port_model.enable || !port_model.router_mode) {
         LOG(Debug, "Skip update eth link status due to wan detect switch off!\n");
     } else {
-        LOG_ENTER();
+        LOG(Debug, "Entering function: update_eth_link_status_trigger!\n");
         if (capture_command(response, PORT_STATE_COMMAND, sizeof response) == OK) {
             states.object = parse_json_object(response);
             if (!states.object)

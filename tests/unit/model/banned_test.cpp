@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "model/banned.h"
 
+#include <thread>
+
 #include "model/allocation.h"
 #include "model/fake_clock.h"
 #include "model/model_test.h"
@@ -274,4 +276,27 @@ TEST_F(bans, a_ban_without_memory_changes_nothing)
     EXPECT_EQ(list->count, 0);
     EXPECT_EQ(list->head.next, nullptr);
     EXPECT_TRUE(lock_is_free());
+}
+
+TEST_F(bans, threads_that_ban_lift_and_expire_at_once_leave_a_list_that_adds_up)
+{
+    t_log_capture quiet(0);
+    auto churn = [this](const char *name, int32_t seconds) {
+        for (int i = 0; i < 3000; i++) {
+            ban(name, seconds);
+            update_banned_device_list(list);
+            is_banned_device(list, device);
+            if (i % 3 == 0)
+                lift(name);
+            else if (i % 3 == 1)
+                lift_infinite(name);
+        }
+    };
+    std::thread first_thread(churn, "eth1", 30), second_thread(churn, "eth2", BAN_FOREVER),
+        third_thread(churn, "eth1", 60);
+    first_thread.join();
+    second_thread.join();
+    third_thread.join();
+    EXPECT_EQ(names_of(*list).size(), list->count);
+    EXPECT_LE(list->count, 2);
 }

@@ -80,6 +80,18 @@ TEST(blob_builder, fifteen_strings_of_a_mebibyte_fit_and_the_sixteenth_leaves_th
     EXPECT_EQ(blob_raw_len(buf.head), before + 12);
 }
 
+TEST(blob_builder, nothing_fits_behind_the_longest_length)
+{
+    constexpr size_t LONGEST = BLOB_ATTR_LEN_MASK & ~3u;
+    test_buf buf;
+    std::string payload(LONGEST - 8, 'x');
+    ASSERT_NE(blob_put(&buf, 1, payload.data(), static_cast<unsigned int>(payload.size())), nullptr);
+    EXPECT_EQ(blob_raw_len(buf.head), LONGEST);
+    EXPECT_EQ(blob_put(&buf, 2, nullptr, 0), nullptr);
+    EXPECT_EQ(blob_nest_start(&buf, 2), nullptr);
+    EXPECT_EQ(blob_raw_len(buf.head), LONGEST);
+}
+
 TEST(blob_builder, a_buffer_that_may_not_grow_refuses_what_does_not_fit)
 {
     char memory[64];

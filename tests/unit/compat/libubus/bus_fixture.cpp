@@ -90,6 +90,15 @@ int connect_to(const std::string &path)
     return fd;
 }
 
+// Whoever listens at the other end of a connection.
+pid_t peer_of(int fd)
+{
+    ucred credentials = {};
+    socklen_t length = sizeof(credentials);
+    getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &credentials, &length);
+    return credentials.pid;
+}
+
 } // namespace
 
 t_private_folder::t_private_folder()
@@ -140,7 +149,7 @@ void t_process::start(t_stderr kind, const std::function<int()> &body)
 t_process::~t_process()
 {
     if (!result_ && pid_ > 0) {
-        kill(pid_, SIGKILL);
+        ::kill(pid_, SIGKILL);
         wait();
     }
     ::close(output_fd_);
@@ -187,9 +196,8 @@ t_daemon::t_daemon(const std::string &socket)
     process_.emplace("ubusd", std::vector<std::string>{"-s", socket});
     auto deadline = t_clock::now() + PATIENCE;
     while (t_clock::now() < deadline) {
-        int fd = connect_to(socket);
-        if (fd >= 0) {
-            ::close(fd);
+        t_connection probe(socket);
+        if (probe.is_open() && peer_of(probe.fd()) == process_->pid()) {
             return;
         }
         usleep(1000);
@@ -208,6 +216,12 @@ int t_daemon::stop()
     int result = process_->wait();
     EXPECT_EQ(process_->errors(), "");
     return result;
+}
+
+void t_daemon::kill()
+{
+    process_->signal(SIGKILL);
+    EXPECT_EQ(process_->wait(), -SIGKILL);
 }
 
 // The peer's credentials are those of the moment of connecting.

@@ -71,6 +71,8 @@ public:
 
     // Ends it and returns its exit code; whatever it complained about becomes a failure of the test.
     int stop();
+    // Without a chance to clean up.
+    void kill();
     pid_t pid() const { return process_->pid(); }
 
 private:

@@ -28,6 +28,12 @@ std::string number(long long value)
     return std::to_string(value);
 }
 
+// The daemon names the caller, but it may be a bad one.
+std::string text_of(const char *text)
+{
+    return text ? text : "(none)";
+}
+
 void answer(ubus_context *ctx, ubus_request_data *req)
 {
     ubus_send_reply(ctx, req, reply.head);
@@ -45,8 +51,8 @@ int demo_echo(ubus_context *ctx, ubus_object *, ubus_request_data *req, const ch
     if (!fields[ECHO_MSG]) {
         return UBUS_STATUS_INVALID_ARGUMENT;
     }
-    say("svc echo ", to_json(msg), " peer=client seq=", number(req->seq), " user=", req->acl.user,
-        " group=", req->acl.group);
+    say("svc echo ", to_json(msg), " peer=client seq=", number(req->seq), " user=", text_of(req->acl.user),
+        " group=", text_of(req->acl.group));
     blob_buf_init(&reply, 0);
     blobmsg_add_string(&reply, "msg", blobmsg_get_string(fields[ECHO_MSG]));
     if (fields[ECHO_ID]) {
