@@ -1,0 +1,298 @@
+// SPDX-License-Identifier: MIT
+// Setting the connection up, losing it and getting it back.
+#include <chrono>
+#include <csignal>
+#include <filesystem>
+#include <memory>
+
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include "model/banned.h"
+#include "platform/adapter_fixture.h"
+#include "platform/adapters/bus_object.h"
+#include "platform/bus_fixture.h"
+
+namespace {
+
+volatile sig_atomic_t terminations;
+bool raise_fails;
+
+} // namespace
+
+extern "C" int raise(int signal) noexcept
+{
+    if (raise_fails)
+        return -1;
+    return static_cast<int>(syscall(SYS_tgkill, getpid(), gettid(), signal));
+}
+
+namespace {
+
+using clock_type = std::chrono::steady_clock;
+
+constexpr int BACK_WITHIN_MS = 2000;
+constexpr int HEARTBEAT_MS = 20;
+
+class bus_connection : public t_adapter_test {
+protected:
+    bus_connection()
+    {
+        terminations = 0;
+        struct sigaction count = {};
+        count.sa_handler = [](int) { terminations = terminations + 1; };
+        sigaction(SIGTERM, &count, &former_);
+        uloop_handle_sigchld = false;
+        uloop_init();
+        heartbeat_.cb = [](uloop_timeout *timer) {
+            heartbeats_++;
+            uloop_timeout_set(timer, HEARTBEAT_MS);
+        };
+        heartbeats_ = 0;
+        uloop_timeout_set(&heartbeat_, 0);
+    }
+    ~bus_connection() override
+    {
+        wan_detect_ubus_done();
+        wan_detect_bus_offer_release();
+        uloop_done();
+        sigaction(SIGTERM, &former_, nullptr);
+        std::filesystem::remove(BUS_SOCKET_PATH);
+    }
+
+    static int init() { return wan_detect_ubus_init(wan_detect_bus_offer()); }
+    static bool is_connected() { return wan_detect_ubus_context() != nullptr; }
+    bool lost_is_noticed()
+    {
+        return loop_until([] { return !is_connected(); });
+    }
+
+    // Object and event, seen from another program.
+    bool object_answers()
+    {
+        t_bus_client client(BUS_SOCKET_PATH);
+        return client.is_connected() && client.knows("wan_detect") && client.call("wan_detect", "{}").err_code == 0;
+    }
+    bool event_arrives(t_device *dev)
+    {
+        t_bus_client client(BUS_SOCKET_PATH);
+        client.send_event(R"({"name":")" + std::string(dev->name) + R"(","time":100})");
+        return loop_until([dev] { return is_banned_device(&port_model.banned_list, dev); }, 500);
+    }
+
+    static inline int heartbeats_;
+    uloop_timeout heartbeat_ = {};
+    t_log_capture log;
+
+private:
+    struct sigaction former_ = {};
+};
+
+// The daemon's connection with a bus under it.
+class lost_bus : public bus_connection {
+protected:
+    lost_bus() : eth0(add_port("eth0", 0)) { EXPECT_EQ(init(), 0); }
+    t_bus_daemon bus{BUS_SOCKET_PATH};
+    t_device *eth0;
+};
+
+size_t open_descriptors()
+{
+    size_t count = 0;
+    for ([[maybe_unused]] const auto &entry : std::filesystem::directory_iterator("/proc/self/fd"))
+        count++;
+    return count;
+}
+
+} // namespace
+
+TEST_F(bus_connection, offers_the_object_and_hears_the_event)
+{
+    t_device *eth0 = add_port("eth0", 0);
+    t_bus_daemon bus(BUS_SOCKET_PATH);
+    EXPECT_EQ(init(), 0);
+    EXPECT_TRUE(is_connected());
+    EXPECT_TRUE(object_answers());
+    EXPECT_TRUE(event_arrives(eth0));
+    EXPECT_EQ(terminations, 0);
+}
+
+TEST_F(bus_connection, without_a_bus_ends_the_daemon)
+{
+    EXPECT_EQ(init(), -1);
+    EXPECT_EQ(terminations, 1);
+    EXPECT_FALSE(is_connected());
+    EXPECT_TRUE(log.has("Critical", "wan_detect_ubus_init", "ubus connect fail!"));
+}
+
+TEST_F(bus_connection, with_its_name_in_use_ends_the_daemon)
+{
+    t_bus_daemon bus(BUS_SOCKET_PATH);
+    t_bus_client other(BUS_SOCKET_PATH);
+    ubus_object_type type = {"wan_detect", 0, nullptr, 0};
+    ubus_object squatter = {};
+    squatter.name = "wan_detect";
+    squatter.type = &type;
+    ASSERT_TRUE(other.publish(&squatter));
+    EXPECT_EQ(init(), -1);
+    EXPECT_EQ(terminations, 1);
+    EXPECT_TRUE(log.has("Critical", "wan_detect_ubus_init", "ubus_add_object: Invalid argument"));
+}
+
+TEST_F(bus_connection, with_its_event_refused_ends_the_daemon)
+{
+    t_bus_daemon bus(BUS_SOCKET_PATH);
+    t_bus_offer offer = *wan_detect_bus_offer();
+    offer.event_pattern = "";
+    EXPECT_EQ(wan_detect_ubus_init(&offer), -1);
+    EXPECT_EQ(terminations, 1);
+    std::string text = log.text();
+    EXPECT_NE(text.find("[wan_detect][Critical]["), std::string::npos);
+    const std::string last = "]: Failed to add event to ubusd";
+    ASSERT_GE(text.size(), last.size());
+    EXPECT_EQ(text.substr(text.size() - last.size()), last);
+}
+
+TEST_F(bus_connection, ends_the_process_with_status_1_when_the_signal_cannot_be_sent)
+{
+    EXPECT_EXIT(
+        {
+            raise_fails = true;
+            init();
+        },
+        testing::ExitedWithCode(EXIT_FAILURE), "");
+}
+
+TEST_F(bus_connection, closing_says_so_and_leaves_nothing_open)
+{
+    t_bus_daemon bus(BUS_SOCKET_PATH);
+    size_t before = open_descriptors();
+    EXPECT_EQ(init(), 0);
+    wan_detect_ubus_done();
+    EXPECT_FALSE(is_connected());
+    EXPECT_EQ(open_descriptors(), before);
+    EXPECT_TRUE(log.has("Debug", "wan_detect_ubus_done", "wan_detect_ubus closed"));
+    t_bus_client client(BUS_SOCKET_PATH);
+    EXPECT_FALSE(client.knows("wan_detect"));
+}
+
+TEST_F(bus_connection, closing_what_was_never_open_says_nothing)
+{
+    wan_detect_ubus_done();
+    EXPECT_EQ(log.text(), "");
+}
+
+TEST_F(lost_bus, does_not_end_the_loop)
+{
+    bus.kill();
+    ASSERT_TRUE(lost_is_noticed());
+    int before = heartbeats_;
+    EXPECT_TRUE(loop_until([before] { return heartbeats_ >= before + 20; }));
+    EXPECT_EQ(terminations, 0);
+    EXPECT_FALSE(uloop_cancelled);
+}
+
+TEST_F(lost_bus, comes_back_with_object_and_event_within_two_seconds)
+{
+    bus.kill();
+    ASSERT_TRUE(lost_is_noticed());
+    bus.start();
+    EXPECT_TRUE(loop_until(is_connected, BACK_WITHIN_MS));
+    EXPECT_TRUE(object_answers());
+    EXPECT_TRUE(event_arrives(eth0));
+}
+
+TEST_F(lost_bus, comes_back_when_the_restart_is_faster_than_the_loop)
+{
+    bus.kill();
+    bus.start();
+    ASSERT_TRUE(lost_is_noticed());
+    EXPECT_TRUE(loop_until(is_connected, BACK_WITHIN_MS));
+    EXPECT_TRUE(object_answers());
+    EXPECT_TRUE(event_arrives(eth0));
+}
+
+TEST_F(lost_bus, comes_back_after_a_long_absence)
+{
+    bus.kill();
+    EXPECT_FALSE(loop_until([] { return false; }, 2500));
+    bus.start();
+    EXPECT_TRUE(loop_until(is_connected, BACK_WITHIN_MS));
+    EXPECT_TRUE(object_answers());
+    EXPECT_TRUE(event_arrives(eth0));
+}
+
+TEST_F(lost_bus, comes_back_every_time_and_leaks_nothing)
+{
+    size_t before = open_descriptors();
+    for (int i = 0; i < 3; i++) {
+        bus.kill();
+        ASSERT_TRUE(lost_is_noticed());
+        bus.start();
+        ASSERT_TRUE(loop_until(is_connected, BACK_WITHIN_MS));
+        EXPECT_TRUE(object_answers());
+    }
+    EXPECT_TRUE(event_arrives(eth0));
+    EXPECT_EQ(open_descriptors(), before);
+}
+
+TEST_F(lost_bus, that_accepts_but_never_greets_does_not_stop_the_loop)
+{
+    bus.kill();
+    ASSERT_TRUE(lost_is_noticed());
+    bus.start();
+    bus.stop();
+    int before = heartbeats_;
+    EXPECT_FALSE(loop_until([] { return false; }, 1500));
+    EXPECT_GT(heartbeats_ - before, 1500 / HEARTBEAT_MS / 2);
+    EXPECT_FALSE(is_connected());
+    bus.kill();
+    bus.start();
+    EXPECT_TRUE(loop_until(is_connected, BACK_WITHIN_MS));
+    EXPECT_TRUE(object_answers());
+}
+
+TEST_F(lost_bus, is_asked_again_while_somebody_else_has_the_name)
+{
+    const std::string aside = "/var/run/aside.sock";
+    bus.kill();
+    ASSERT_TRUE(lost_is_noticed());
+    t_bus_daemon other_bus(aside);
+    {
+        t_bus_client other(aside);
+        ubus_object_type type = {"wan_detect", 0, nullptr, 0};
+        ubus_object squatter = {};
+        squatter.name = "wan_detect";
+        squatter.type = &type;
+        ASSERT_TRUE(other.publish(&squatter));
+        std::filesystem::rename(aside, BUS_SOCKET_PATH);
+        EXPECT_FALSE(loop_until(is_connected, 1500));
+    }
+    EXPECT_TRUE(loop_until(is_connected, BACK_WITHIN_MS));
+    EXPECT_TRUE(object_answers());
+    EXPECT_TRUE(event_arrives(eth0));
+}
+
+TEST_F(lost_bus, has_no_connection_for_callers)
+{
+    bus.kill();
+    ASSERT_TRUE(lost_is_noticed());
+    EXPECT_EQ(wan_detect_ubus_context(), nullptr);
+    EXPECT_NE(ubus_call_method("network.interface", "status", nullptr, nullptr, nullptr), 0);
+}
+
+TEST_F(lost_bus, can_be_closed_for_good)
+{
+    bus.kill();
+    ASSERT_TRUE(lost_is_noticed());
+    bus.start();
+    bus.stop();
+    EXPECT_FALSE(loop_until([] { return false; }, 300));
+    wan_detect_ubus_done();
+    bus.kill();
+    bus.start();
+    EXPECT_FALSE(loop_until(is_connected, 1300));
+}
