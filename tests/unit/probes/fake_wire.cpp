@@ -253,7 +253,8 @@ ssize_t packet_socket_receive(int fd, void *buffer, size_t size, sockaddr_ll *fr
     const t_arrived_frame frame = socket->arrived.front();
     socket->arrived.pop_front();
     const size_t taken = std::min(size, frame.bytes.size());
-    memcpy(buffer, frame.bytes.data(), taken);
+    if (taken > 0)
+        memcpy(buffer, frame.bytes.data(), taken);
     if (from)
         *from = frame.from;
     return static_cast<ssize_t>(taken);
