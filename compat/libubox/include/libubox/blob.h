@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT */
 /* Binary attributes: a big-endian word of flag, id and length, a payload, and zero padding to the next 4-byte border.
- */
+ * There is no state but the caller's: any thread may work on buffers of its own. */
 #ifndef LIBUBOX_BLOB_H
 #define LIBUBOX_BLOB_H
 

@@ -211,7 +211,7 @@ TEST(avl, elements_can_be_deleted_while_walking)
     checked_height(numbers.tree.root, nullptr);
 }
 
-TEST(list, entries_stand_where_they_were_put)
+TEST(ubox_list, entries_stand_where_they_were_put)
 {
     LIST_HEAD(head);
     linked entries[] = {{1, {}}, {2, {}}, {3, {}}};
@@ -228,7 +228,7 @@ TEST(list, entries_stand_where_they_were_put)
     EXPECT_EQ(joined(&head), "13");
 }
 
-TEST(list, entries_can_be_removed_while_walking)
+TEST(ubox_list, entries_can_be_removed_while_walking)
 {
     LIST_HEAD(head);
     linked entries[] = {{1, {}}, {2, {}}, {3, {}}};
@@ -240,7 +240,7 @@ TEST(list, entries_can_be_removed_while_walking)
     EXPECT_TRUE(list_empty(&head));
 }
 
-TEST(list, a_spliced_list_keeps_its_order)
+TEST(ubox_list, a_spliced_list_keeps_its_order)
 {
     LIST_HEAD(head);
     LIST_HEAD(more);

@@ -4,7 +4,7 @@
 
 extern "C" int sum_of_fields_in_c(void);
 
-TEST(headers, work_in_a_c_program)
+TEST(ubox_headers, work_in_a_c_program)
 {
     EXPECT_EQ(sum_of_fields_in_c(), 7);
 }

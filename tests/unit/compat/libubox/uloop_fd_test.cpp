@@ -7,7 +7,7 @@
 
 namespace {
 
-using descriptors = loop_test;
+using uloop_descriptors = loop_test;
 
 // What a callback saw, and what became of the watch when it ran.
 struct seen {
@@ -69,7 +69,7 @@ bool is_non_blocking(int fd)
 
 } // namespace
 
-TEST_F(descriptors, a_closed_peer_is_eof_and_error)
+TEST_F(uloop_descriptors, a_closed_peer_is_eof_and_error)
 {
     socket_pair pair;
     pair.close_end(1);
@@ -77,7 +77,7 @@ TEST_F(descriptors, a_closed_peer_is_eof_and_error)
     expect_repeated_calls(pair.fds[0], ULOOP_READ | ULOOP_ERROR_CB, {ULOOP_READ, true, true, true});
 }
 
-TEST_F(descriptors, a_pipe_whose_writer_closed_has_no_event_but_an_error)
+TEST_F(uloop_descriptors, a_pipe_whose_writer_closed_has_no_event_but_an_error)
 {
     pipe_pair ends;
     ends.close_end(1);
@@ -85,7 +85,7 @@ TEST_F(descriptors, a_pipe_whose_writer_closed_has_no_event_but_an_error)
     expect_repeated_calls(ends.reader(), ULOOP_READ | ULOOP_ERROR_CB, {0, false, true, true});
 }
 
-TEST_F(descriptors, unread_bytes_of_a_closed_writer_come_with_the_error)
+TEST_F(uloop_descriptors, unread_bytes_of_a_closed_writer_come_with_the_error)
 {
     pipe_pair ends;
     ends.fill("abc");
@@ -94,7 +94,7 @@ TEST_F(descriptors, unread_bytes_of_a_closed_writer_come_with_the_error)
     expect_repeated_calls(ends.reader(), ULOOP_READ | ULOOP_ERROR_CB, {ULOOP_READ, false, true, true});
 }
 
-TEST_F(descriptors, a_peer_that_only_stops_sending_is_eof_without_error)
+TEST_F(uloop_descriptors, a_peer_that_only_stops_sending_is_eof_without_error)
 {
     socket_pair pair;
     shutdown(pair.fds[1], SHUT_WR);
@@ -102,7 +102,7 @@ TEST_F(descriptors, a_peer_that_only_stops_sending_is_eof_without_error)
     expect_repeated_calls(pair.fds[0], ULOOP_READ | ULOOP_ERROR_CB, {ULOOP_READ, true, false, true});
 }
 
-TEST_F(descriptors, a_pipe_whose_reader_closed_is_writable_with_an_error)
+TEST_F(uloop_descriptors, a_pipe_whose_reader_closed_is_writable_with_an_error)
 {
     pipe_pair ends;
     ends.close_end(0);
@@ -110,7 +110,7 @@ TEST_F(descriptors, a_pipe_whose_reader_closed_is_writable_with_an_error)
     expect_repeated_calls(ends.writer(), ULOOP_WRITE | ULOOP_ERROR_CB, {ULOOP_WRITE, false, true, true});
 }
 
-TEST_F(descriptors, edge_triggered_data_is_told_once)
+TEST_F(uloop_descriptors, edge_triggered_data_is_told_once)
 {
     pipe_pair ends;
     ends.fill();
@@ -118,7 +118,7 @@ TEST_F(descriptors, edge_triggered_data_is_told_once)
     expect_repeated_calls(ends.reader(), ULOOP_READ, {ULOOP_READ, false, false, true});
 }
 
-TEST_F(descriptors, are_made_non_blocking_unless_told_otherwise)
+TEST_F(uloop_descriptors, are_made_non_blocking_unless_told_otherwise)
 {
     pipe_pair a, b;
     watch plain(a.reader());
@@ -134,7 +134,7 @@ TEST_F(descriptors, are_made_non_blocking_unless_told_otherwise)
     EXPECT_TRUE(is_non_blocking(a.reader()));
 }
 
-TEST_F(descriptors, adding_again_replaces_the_flags_and_clears_the_marks)
+TEST_F(uloop_descriptors, adding_again_replaces_the_flags_and_clears_the_marks)
 {
     socket_pair pair;
     watch w(pair.fds[0]);
@@ -147,7 +147,7 @@ TEST_F(descriptors, adding_again_replaces_the_flags_and_clears_the_marks)
     EXPECT_FALSE(w.error);
 }
 
-TEST_F(descriptors, failures_leave_the_watch_unregistered)
+TEST_F(uloop_descriptors, failures_leave_the_watch_unregistered)
 {
     watch bad(-1);
     EXPECT_EQ(uloop_fd_add(&bad, ULOOP_READ), -1);
@@ -170,7 +170,7 @@ TEST_F(descriptors, failures_leave_the_watch_unregistered)
     EXPECT_FALSE(second.registered);
 }
 
-TEST_F(descriptors, without_read_and_write_an_add_is_a_delete)
+TEST_F(uloop_descriptors, without_read_and_write_an_add_is_a_delete)
 {
     pipe_pair ends;
     watch w(ends.reader());
@@ -181,7 +181,7 @@ TEST_F(descriptors, without_read_and_write_an_add_is_a_delete)
     EXPECT_EQ(uloop_fd_delete(&w), 0);
 }
 
-TEST_F(descriptors, one_deleted_by_another_callback_of_its_batch_is_not_called)
+TEST_F(uloop_descriptors, one_deleted_by_another_callback_of_its_batch_is_not_called)
 {
     pipe_pair a, b;
     int calls = 0;
@@ -201,7 +201,7 @@ TEST_F(descriptors, one_deleted_by_another_callback_of_its_batch_is_not_called)
     EXPECT_EQ(calls, 1);
 }
 
-TEST_F(descriptors, one_in_error_deleted_by_another_callback_of_its_batch_is_not_called)
+TEST_F(uloop_descriptors, one_in_error_deleted_by_another_callback_of_its_batch_is_not_called)
 {
     pipe_pair a, b;
     int calls = 0;
@@ -220,7 +220,7 @@ TEST_F(descriptors, one_in_error_deleted_by_another_callback_of_its_batch_is_not
     EXPECT_EQ(calls, 1);
 }
 
-TEST_F(descriptors, may_delete_and_free_themselves_in_their_callback)
+TEST_F(uloop_descriptors, may_delete_and_free_themselves_in_their_callback)
 {
     pipe_pair ends;
     auto *w = new watch(ends.reader());
@@ -230,7 +230,7 @@ TEST_F(descriptors, may_delete_and_free_themselves_in_their_callback)
     run_for(2);
 }
 
-TEST_F(descriptors, closed_without_delete_fall_silent_but_stay_registered)
+TEST_F(uloop_descriptors, closed_without_delete_fall_silent_but_stay_registered)
 {
     pipe_pair ends;
     int calls = 0;
@@ -254,7 +254,7 @@ TEST_F(descriptors, closed_without_delete_fall_silent_but_stay_registered)
     EXPECT_FALSE(w.registered);
 }
 
-TEST_F(descriptors, without_callback_are_skipped)
+TEST_F(uloop_descriptors, without_callback_are_skipped)
 {
     pipe_pair ends;
     uloop_fd silent = {};
@@ -265,7 +265,7 @@ TEST_F(descriptors, without_callback_are_skipped)
     uloop_fd_delete(&silent);
 }
 
-TEST_F(descriptors, more_than_a_batch_are_all_served)
+TEST_F(uloop_descriptors, more_than_a_batch_are_all_served)
 {
     constexpr int COUNT = 25;
     std::vector<std::unique_ptr<pipe_pair>> pipes;
@@ -281,7 +281,7 @@ TEST_F(descriptors, more_than_a_batch_are_all_served)
     EXPECT_EQ(calls, COUNT);
 }
 
-TEST_F(descriptors, the_observer_is_told_of_adds_and_deletes)
+TEST_F(uloop_descriptors, the_observer_is_told_of_adds_and_deletes)
 {
     static std::vector<unsigned int> told;
     told.clear();

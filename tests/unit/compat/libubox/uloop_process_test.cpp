@@ -8,8 +8,8 @@
 
 namespace {
 
-using children = loop_test;
-using foreign_children = bare_loop_test;
+using uloop_children = loop_test;
+using uloop_foreign_children = bare_loop_test;
 
 constexpr int EXIT_CODE = 3;
 constexpr int NO_STATUS = -1;
@@ -52,7 +52,7 @@ void await_exit(pid_t pid)
 
 } // namespace
 
-TEST_F(children, a_watched_child_reports_its_raw_wait_status)
+TEST_F(uloop_children, a_watched_child_reports_its_raw_wait_status)
 {
     process_watch w;
     w.pid = start_child(3);
@@ -66,7 +66,7 @@ TEST_F(children, a_watched_child_reports_its_raw_wait_status)
     EXPECT_EQ(uloop_process_delete(&w), -1);
 }
 
-TEST_F(children, one_that_exited_before_the_add_still_reports)
+TEST_F(uloop_children, one_that_exited_before_the_add_still_reports)
 {
     process_watch w;
     w.pid = start_child();
@@ -76,7 +76,7 @@ TEST_F(children, one_that_exited_before_the_add_still_reports)
     EXPECT_NE(w.status, NO_STATUS);
 }
 
-TEST_F(children, one_the_loop_has_collected_never_reports)
+TEST_F(uloop_children, one_the_loop_has_collected_never_reports)
 {
     process_watch w;
     w.pid = start_child();
@@ -90,7 +90,7 @@ TEST_F(children, one_the_loop_has_collected_never_reports)
     EXPECT_TRUE(w.pending);
 }
 
-TEST_F(children, several_that_exit_together_all_report)
+TEST_F(uloop_children, several_that_exit_together_all_report)
 {
     static int reports;
     reports = 0;
@@ -110,7 +110,7 @@ TEST_F(children, several_that_exit_together_all_report)
     EXPECT_EQ(reports, COUNT);
 }
 
-TEST_F(children, a_deleted_watch_does_not_report)
+TEST_F(uloop_children, a_deleted_watch_does_not_report)
 {
     process_watch w;
     w.pid = start_child();
@@ -121,7 +121,7 @@ TEST_F(children, a_deleted_watch_does_not_report)
     EXPECT_EQ(w.status, NO_STATUS);
 }
 
-TEST_F(children, commands_run_within_one_callback_keep_their_status)
+TEST_F(uloop_children, commands_run_within_one_callback_keep_their_status)
 {
     int system_status = 0;
     int popen_status = 0;
@@ -137,7 +137,7 @@ TEST_F(children, commands_run_within_one_callback_keep_their_status)
     EXPECT_EQ(WEXITSTATUS(popen_status), EXIT_CODE);
 }
 
-TEST_F(children, a_command_that_ends_between_two_callbacks_loses_its_status)
+TEST_F(uloop_children, a_command_that_ends_between_two_callbacks_loses_its_status)
 {
     FILE *stream = nullptr;
     int status = 0;
@@ -159,7 +159,7 @@ TEST_F(children, a_command_that_ends_between_two_callbacks_loses_its_status)
     EXPECT_EQ(reason, ECHILD);
 }
 
-TEST_F(foreign_children, keep_their_status_if_handling_is_off_before_the_start)
+TEST_F(uloop_foreign_children, keep_their_status_if_handling_is_off_before_the_start)
 {
     uloop_handle_sigchld = false;
     ASSERT_EQ(uloop_init(), 0);
@@ -171,7 +171,7 @@ TEST_F(foreign_children, keep_their_status_if_handling_is_off_before_the_start)
     EXPECT_EQ(WEXITSTATUS(status), EXIT_CODE);
 }
 
-TEST_F(foreign_children, are_still_collected_if_handling_is_switched_off_later)
+TEST_F(uloop_foreign_children, are_still_collected_if_handling_is_switched_off_later)
 {
     ASSERT_EQ(uloop_init(), 0);
     uloop_handle_sigchld = false;
@@ -182,7 +182,7 @@ TEST_F(foreign_children, are_still_collected_if_handling_is_switched_off_later)
     uloop_handle_sigchld = true;
 }
 
-TEST_F(foreign_children, keep_their_status_under_a_handler_of_the_application)
+TEST_F(uloop_foreign_children, keep_their_status_under_a_handler_of_the_application)
 {
     signal(SIGCHLD, [](int) {});
     ASSERT_EQ(uloop_init(), 0);

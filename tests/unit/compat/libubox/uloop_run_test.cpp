@@ -7,8 +7,8 @@
 
 namespace {
 
-using run_loop = loop_test;
-using start_loop = bare_loop_test;
+using uloop_running = loop_test;
+using uloop_starting = bare_loop_test;
 
 std::set<int> open_fds()
 {
@@ -23,7 +23,7 @@ std::set<int> open_fds()
 
 } // namespace
 
-TEST_F(start_loop, a_second_init_opens_nothing)
+TEST_F(uloop_starting, a_second_init_opens_nothing)
 {
     std::set<int> before = open_fds();
     EXPECT_EQ(uloop_init(), 0);
@@ -35,7 +35,7 @@ TEST_F(start_loop, a_second_init_opens_nothing)
     EXPECT_EQ(open_fds(), before);
 }
 
-TEST_F(start_loop, own_descriptors_close_on_exec_and_the_pipe_does_not_block)
+TEST_F(uloop_starting, own_descriptors_close_on_exec_and_the_pipe_does_not_block)
 {
     std::set<int> before = open_fds();
     ASSERT_EQ(uloop_init(), 0);
@@ -49,7 +49,7 @@ TEST_F(start_loop, own_descriptors_close_on_exec_and_the_pipe_does_not_block)
     EXPECT_EQ(non_blocking, 2);
 }
 
-TEST_F(start_loop, without_init_timers_run_but_descriptors_are_refused)
+TEST_F(uloop_starting, without_init_timers_run_but_descriptors_are_refused)
 {
     pipe_pair ends;
     watch reader(ends.reader());
@@ -60,7 +60,7 @@ TEST_F(start_loop, without_init_timers_run_but_descriptors_are_refused)
     EXPECT_EQ(run_for(2), 0);
 }
 
-TEST_F(run_loop, an_end_before_the_run_is_forgotten)
+TEST_F(uloop_running, an_end_before_the_run_is_forgotten)
 {
     bool ran = false;
     timer t([&] { ran = true; });
@@ -71,14 +71,14 @@ TEST_F(run_loop, an_end_before_the_run_is_forgotten)
     EXPECT_TRUE(ran);
 }
 
-TEST_F(run_loop, the_flag_stays_set_after_the_run)
+TEST_F(uloop_running, the_flag_stays_set_after_the_run)
 {
     run_for(0);
     EXPECT_TRUE(uloop_cancelled);
     EXPECT_FALSE(uloop_cancelling());
 }
 
-TEST_F(run_loop, cancelling_is_true_only_inside_a_cancelled_run)
+TEST_F(uloop_running, cancelling_is_true_only_inside_a_cancelled_run)
 {
     bool before_end = true;
     bool after_end = false;
@@ -94,7 +94,7 @@ TEST_F(run_loop, cancelling_is_true_only_inside_a_cancelled_run)
     EXPECT_FALSE(uloop_cancelling());
 }
 
-TEST_F(run_loop, a_bounded_run_makes_one_turn)
+TEST_F(uloop_running, a_bounded_run_makes_one_turn)
 {
     auto start = clock_now();
     EXPECT_EQ(uloop_run_timeout(0), 0);
@@ -115,7 +115,7 @@ TEST_F(run_loop, a_bounded_run_makes_one_turn)
     EXPECT_EQ(calls, 1);
 }
 
-TEST_F(run_loop, a_bounded_run_serves_one_descriptor)
+TEST_F(uloop_running, a_bounded_run_serves_one_descriptor)
 {
     pipe_pair a, b;
     int calls = 0;
@@ -131,7 +131,7 @@ TEST_F(run_loop, a_bounded_run_serves_one_descriptor)
     EXPECT_EQ(calls, 2);
 }
 
-TEST_F(run_loop, expired_timers_still_run_after_the_end)
+TEST_F(uloop_running, expired_timers_still_run_after_the_end)
 {
     bool second_ran = false;
     timer first([] { uloop_end(); });
@@ -142,7 +142,7 @@ TEST_F(run_loop, expired_timers_still_run_after_the_end)
     EXPECT_TRUE(second_ran);
 }
 
-TEST_F(run_loop, ready_descriptors_left_by_the_end_are_served_by_the_next_run)
+TEST_F(uloop_running, ready_descriptors_left_by_the_end_are_served_by_the_next_run)
 {
     pipe_pair a, b;
     int calls = 0;
@@ -163,7 +163,7 @@ TEST_F(run_loop, ready_descriptors_left_by_the_end_are_served_by_the_next_run)
     EXPECT_EQ(calls, 2);
 }
 
-TEST_F(run_loop, a_timer_armed_in_a_callback_runs_before_the_next_descriptor)
+TEST_F(uloop_running, a_timer_armed_in_a_callback_runs_before_the_next_descriptor)
 {
     pipe_pair a, b;
     std::string order;
@@ -185,7 +185,7 @@ TEST_F(run_loop, a_timer_armed_in_a_callback_runs_before_the_next_descriptor)
     EXPECT_EQ(order, "ftf");
 }
 
-TEST_F(run_loop, ending_a_nested_run_ends_the_outer_one)
+TEST_F(uloop_running, ending_a_nested_run_ends_the_outer_one)
 {
     bool came_back = false;
     timer inner_end([] { uloop_end(); });
@@ -201,7 +201,7 @@ TEST_F(run_loop, ending_a_nested_run_ends_the_outer_one)
     EXPECT_TRUE(came_back);
 }
 
-TEST_F(run_loop, done_disarms_timers_and_process_watches_and_may_come_twice)
+TEST_F(uloop_running, done_disarms_timers_and_process_watches_and_may_come_twice)
 {
     timer t([] { FAIL(); });
     uloop_process child = {};
@@ -215,7 +215,7 @@ TEST_F(run_loop, done_disarms_timers_and_process_watches_and_may_come_twice)
     EXPECT_EQ(uloop_timeout_remaining64(&t), -1);
 }
 
-TEST_F(run_loop, a_watch_older_than_the_loop_must_be_deleted_before_it_is_added)
+TEST_F(uloop_running, a_watch_older_than_the_loop_must_be_deleted_before_it_is_added)
 {
     pipe_pair ends;
     watch reader(ends.reader());
@@ -231,7 +231,7 @@ TEST_F(run_loop, a_watch_older_than_the_loop_must_be_deleted_before_it_is_added)
     EXPECT_EQ(uloop_fd_add(&reader, ULOOP_READ), 0);
 }
 
-TEST_F(run_loop, events_known_before_done_are_forgotten)
+TEST_F(uloop_running, events_known_before_done_are_forgotten)
 {
     pipe_pair a, b;
     int calls = 0;

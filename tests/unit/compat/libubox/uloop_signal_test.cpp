@@ -7,8 +7,8 @@
 
 namespace {
 
-using signals = loop_test;
-using dispositions = bare_loop_test;
+using uloop_signals = loop_test;
+using uloop_dispositions = bare_loop_test;
 
 void own_handler(int) {}
 
@@ -29,7 +29,7 @@ struct signal_watch : uloop_signal {
 
 } // namespace
 
-TEST_F(dispositions, defaults_are_taken_over_and_given_back_except_sigpipe)
+TEST_F(uloop_dispositions, defaults_are_taken_over_and_given_back_except_sigpipe)
 {
     ASSERT_EQ(uloop_init(), 0);
     for (int signo : {SIGINT, SIGTERM, SIGCHLD}) {
@@ -46,7 +46,7 @@ TEST_F(dispositions, defaults_are_taken_over_and_given_back_except_sigpipe)
     EXPECT_EQ(disposition(SIGPIPE), SIG_IGN);
 }
 
-TEST_F(dispositions, what_is_not_at_its_default_is_left_alone)
+TEST_F(uloop_dispositions, what_is_not_at_its_default_is_left_alone)
 {
     signal(SIGINT, SIG_IGN);
     signal(SIGTERM, own_handler);
@@ -60,7 +60,7 @@ TEST_F(dispositions, what_is_not_at_its_default_is_left_alone)
     EXPECT_EQ(disposition(SIGPIPE), own_handler);
 }
 
-TEST_F(dispositions, handlers_the_application_set_later_survive_done)
+TEST_F(uloop_dispositions, handlers_the_application_set_later_survive_done)
 {
     ASSERT_EQ(uloop_init(), 0);
     signal(SIGTERM, own_handler);
@@ -69,14 +69,14 @@ TEST_F(dispositions, handlers_the_application_set_later_survive_done)
     EXPECT_EQ(disposition(SIGINT), SIG_DFL);
 }
 
-TEST_F(dispositions, sigchld_is_left_alone_if_switched_off_before_the_start)
+TEST_F(uloop_dispositions, sigchld_is_left_alone_if_switched_off_before_the_start)
 {
     uloop_handle_sigchld = false;
     ASSERT_EQ(uloop_init(), 0);
     EXPECT_EQ(disposition(SIGCHLD), SIG_DFL);
 }
 
-TEST_F(dispositions, sigchld_switched_off_later_keeps_its_handler_even_after_done)
+TEST_F(uloop_dispositions, sigchld_switched_off_later_keeps_its_handler_even_after_done)
 {
     ASSERT_EQ(uloop_init(), 0);
     auto handler = disposition(SIGCHLD);
@@ -85,7 +85,7 @@ TEST_F(dispositions, sigchld_switched_off_later_keeps_its_handler_even_after_don
     EXPECT_EQ(disposition(SIGCHLD), handler);
 }
 
-TEST_F(dispositions, a_further_init_takes_a_default_over_again)
+TEST_F(uloop_dispositions, a_further_init_takes_a_default_over_again)
 {
     ASSERT_EQ(uloop_init(), 0);
     signal(SIGCHLD, SIG_DFL);
@@ -93,7 +93,7 @@ TEST_F(dispositions, a_further_init_takes_a_default_over_again)
     EXPECT_NE(disposition(SIGCHLD), SIG_DFL);
 }
 
-TEST_F(signals, a_stop_signal_ends_the_run_with_its_number)
+TEST_F(uloop_signals, a_stop_signal_ends_the_run_with_its_number)
 {
     for (int signo : {SIGTERM, SIGINT}) {
         timer t([signo] { raise(signo); });
@@ -104,7 +104,7 @@ TEST_F(signals, a_stop_signal_ends_the_run_with_its_number)
     }
 }
 
-TEST_F(signals, a_stop_signal_before_the_run_is_forgotten)
+TEST_F(uloop_signals, a_stop_signal_before_the_run_is_forgotten)
 {
     raise(SIGTERM);
     bool ran = false;
@@ -114,7 +114,7 @@ TEST_F(signals, a_stop_signal_before_the_run_is_forgotten)
     EXPECT_TRUE(ran);
 }
 
-TEST_F(signals, a_stop_signal_wakes_the_loop_from_any_thread)
+TEST_F(uloop_signals, a_stop_signal_wakes_the_loop_from_any_thread)
 {
     auto start = clock_now();
     std::thread other([] {
@@ -126,7 +126,7 @@ TEST_F(signals, a_stop_signal_wakes_the_loop_from_any_thread)
     EXPECT_LT(ms_since(start), 10000);
 }
 
-TEST_F(signals, a_handler_keeps_errno_even_when_the_wake_pipe_is_full)
+TEST_F(uloop_signals, a_handler_keeps_errno_even_when_the_wake_pipe_is_full)
 {
     constexpr int PIPE_BYTES = 65536;
     for (int i = 0; i <= PIPE_BYTES; i++) {
@@ -139,7 +139,7 @@ TEST_F(signals, a_handler_keeps_errno_even_when_the_wake_pipe_is_full)
     EXPECT_EQ(run_for(5000), SIGTERM);
 }
 
-TEST_F(signals, an_application_handler_does_not_end_the_run)
+TEST_F(uloop_signals, an_application_handler_does_not_end_the_run)
 {
     signal(SIGTERM, own_handler);
     timer t([] { raise(SIGTERM); });
@@ -147,7 +147,7 @@ TEST_F(signals, an_application_handler_does_not_end_the_run)
     EXPECT_EQ(run_for(3), 0);
 }
 
-TEST_F(signals, a_watched_signal_is_only_a_callback)
+TEST_F(uloop_signals, a_watched_signal_is_only_a_callback)
 {
     int calls = 0;
     bool cancelled = true;
@@ -168,7 +168,7 @@ TEST_F(signals, a_watched_signal_is_only_a_callback)
     EXPECT_EQ(disposition(SIGTERM), built_in);
 }
 
-TEST_F(signals, a_watch_survives_done_and_a_new_start)
+TEST_F(uloop_signals, a_watch_survives_done_and_a_new_start)
 {
     int calls = 0;
     signal_watch w(SIGUSR1, [&] { calls++; });
@@ -181,7 +181,7 @@ TEST_F(signals, a_watch_survives_done_and_a_new_start)
     EXPECT_EQ(calls, 1);
 }
 
-TEST_F(signals, two_watches_of_one_signal_are_both_called_and_the_last_gives_it_back)
+TEST_F(uloop_signals, two_watches_of_one_signal_are_both_called_and_the_last_gives_it_back)
 {
     signal(SIGUSR1, own_handler);
     int calls = 0;
@@ -200,7 +200,7 @@ TEST_F(signals, two_watches_of_one_signal_are_both_called_and_the_last_gives_it_
     EXPECT_EQ(disposition(SIGUSR1), own_handler);
 }
 
-TEST_F(signals, a_watch_may_delete_another_one_of_its_signal)
+TEST_F(uloop_signals, a_watch_may_delete_another_one_of_its_signal)
 {
     int calls = 0;
     signal_watch first(SIGUSR1), second(SIGUSR1);
@@ -219,7 +219,7 @@ TEST_F(signals, a_watch_may_delete_another_one_of_its_signal)
     EXPECT_EQ(calls, 1);
 }
 
-TEST_F(signals, a_signal_that_cannot_be_caught_is_refused)
+TEST_F(uloop_signals, a_signal_that_cannot_be_caught_is_refused)
 {
     signal_watch kill_watch(SIGKILL), none(0), beyond(NSIG);
     EXPECT_EQ(uloop_signal_add(&kill_watch), -1);

@@ -8,12 +8,12 @@
 
 namespace {
 
-using timers = loop_test;
-using intervals = loop_test;
+using uloop_timers = loop_test;
+using uloop_intervals = loop_test;
 
 } // namespace
 
-TEST_F(timers, run_in_order_of_expiry)
+TEST_F(uloop_timers, run_in_order_of_expiry)
 {
     std::string order;
     timer late([&] { order += '3'; });
@@ -26,7 +26,7 @@ TEST_F(timers, run_in_order_of_expiry)
     EXPECT_EQ(order, "123");
 }
 
-TEST_F(timers, less_than_a_millisecond_apart_run_in_the_order_they_were_armed)
+TEST_F(uloop_timers, less_than_a_millisecond_apart_run_in_the_order_they_were_armed)
 {
     std::string order;
     timer first([&] { order += '1'; });
@@ -42,7 +42,7 @@ TEST_F(timers, less_than_a_millisecond_apart_run_in_the_order_they_were_armed)
     EXPECT_EQ(order, "012");
 }
 
-TEST_F(timers, fire_less_than_a_millisecond_early)
+TEST_F(uloop_timers, fire_less_than_a_millisecond_early)
 {
     for (int i = 0; i < 5; i++) {
         auto start = clock_now();
@@ -51,7 +51,7 @@ TEST_F(timers, fire_less_than_a_millisecond_early)
     }
 }
 
-TEST_F(timers, setting_an_armed_timer_moves_its_expiry)
+TEST_F(uloop_timers, setting_an_armed_timer_moves_its_expiry)
 {
     int calls = 0;
     timer t([&] { calls++; });
@@ -63,7 +63,7 @@ TEST_F(timers, setting_an_armed_timer_moves_its_expiry)
     EXPECT_EQ(calls, 0);
 }
 
-TEST_F(timers, cancel_tells_whether_the_timer_was_armed)
+TEST_F(uloop_timers, cancel_tells_whether_the_timer_was_armed)
 {
     timer t([] { FAIL(); });
     EXPECT_EQ(uloop_timeout_cancel(&t), -1);
@@ -76,7 +76,7 @@ TEST_F(timers, cancel_tells_whether_the_timer_was_armed)
 
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
-TEST_F(timers, remaining_is_truncated_towards_zero)
+TEST_F(uloop_timers, remaining_is_truncated_towards_zero)
 {
     timer t;
     EXPECT_EQ(uloop_timeout_remaining(&t), -1);
@@ -90,7 +90,7 @@ TEST_F(timers, remaining_is_truncated_towards_zero)
     EXPECT_GT(uloop_timeout_remaining64(&t), -10000);
 }
 
-TEST_F(timers, the_narrow_remaining_saturates)
+TEST_F(uloop_timers, the_narrow_remaining_saturates)
 {
     timer t;
     t.time.tv_sec = 100000000;
@@ -101,7 +101,7 @@ TEST_F(timers, the_narrow_remaining_saturates)
 }
 #pragma GCC diagnostic pop
 
-TEST_F(timers, the_longest_delay_works)
+TEST_F(uloop_timers, the_longest_delay_works)
 {
     timer t;
     EXPECT_EQ(uloop_timeout_set(&t, INT_MAX), 0);
@@ -109,7 +109,7 @@ TEST_F(timers, the_longest_delay_works)
     EXPECT_LE(uloop_timeout_remaining64(&t), INT_MAX);
 }
 
-TEST_F(timers, the_next_timeout_is_never_negative)
+TEST_F(uloop_timers, the_next_timeout_is_never_negative)
 {
     EXPECT_EQ(uloop_get_next_timeout(), -1);
     timer t;
@@ -119,7 +119,7 @@ TEST_F(timers, the_next_timeout_is_never_negative)
     EXPECT_GT(uloop_get_next_timeout(), 50000);
 }
 
-TEST_F(timers, a_negative_delay_fires_in_the_next_turn_ahead_of_the_others)
+TEST_F(uloop_timers, a_negative_delay_fires_in_the_next_turn_ahead_of_the_others)
 {
     std::string order;
     timer zero([&] { order += '0'; });
@@ -130,7 +130,7 @@ TEST_F(timers, a_negative_delay_fires_in_the_next_turn_ahead_of_the_others)
     EXPECT_EQ(order, "-0");
 }
 
-TEST_F(timers, are_disarmed_before_their_callback)
+TEST_F(uloop_timers, are_disarmed_before_their_callback)
 {
     bool was_pending = true;
     timer t;
@@ -140,7 +140,7 @@ TEST_F(timers, are_disarmed_before_their_callback)
     EXPECT_FALSE(was_pending);
 }
 
-TEST_F(timers, may_free_themselves_in_their_callback)
+TEST_F(uloop_timers, may_free_themselves_in_their_callback)
 {
     auto *t = new timer();
     t->run = [t] { delete t; };
@@ -148,7 +148,7 @@ TEST_F(timers, may_free_themselves_in_their_callback)
     run_for(1);
 }
 
-TEST_F(timers, without_callback_disappear)
+TEST_F(uloop_timers, without_callback_disappear)
 {
     uloop_timeout t = {};
     uloop_timeout_set(&t, 0);
@@ -156,7 +156,7 @@ TEST_F(timers, without_callback_disappear)
     EXPECT_FALSE(t.pending);
 }
 
-TEST_F(timers, cancelled_by_one_of_the_same_pass_do_not_run)
+TEST_F(uloop_timers, cancelled_by_one_of_the_same_pass_do_not_run)
 {
     timer second([] { FAIL(); });
     timer first([&] { EXPECT_EQ(uloop_timeout_cancel(&second), 0); });
@@ -165,7 +165,7 @@ TEST_F(timers, cancelled_by_one_of_the_same_pass_do_not_run)
     run_for(1);
 }
 
-TEST_F(timers, rearmed_without_delay_hold_up_descriptors_for_about_a_millisecond)
+TEST_F(uloop_timers, rearmed_without_delay_hold_up_descriptors_for_about_a_millisecond)
 {
     pipe_pair ends;
     int calls = 0;
@@ -184,7 +184,7 @@ TEST_F(timers, rearmed_without_delay_hold_up_descriptors_for_about_a_millisecond
     EXPECT_GE(ms_since(start), 0.9);
 }
 
-TEST_F(intervals, repeat_and_count_their_expirations)
+TEST_F(uloop_intervals, repeat_and_count_their_expirations)
 {
     static int calls;
     calls = 0;
@@ -201,7 +201,7 @@ TEST_F(intervals, repeat_and_count_their_expirations)
     EXPECT_EQ(uloop_interval_cancel(&every), -1);
 }
 
-TEST_F(intervals, missed_expirations_are_counted)
+TEST_F(uloop_intervals, missed_expirations_are_counted)
 {
     uloop_interval every = {};
     every.cb = [](uloop_interval *) { uloop_end(); };
