@@ -2,7 +2,7 @@
 // Processes, sockets and the daemon under test.
 #include "bus_fixture.h"
 
-#include <arpa/inet.h>
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
@@ -32,10 +32,20 @@ int milliseconds_until(t_clock::time_point deadline)
     return left < 0 ? 0 : static_cast<int>(left);
 }
 
+// As poll(), but signals do not count.
+int poll_until(pollfd *sockets, nfds_t count, t_clock::time_point deadline)
+{
+    int ready;
+    do {
+        ready = poll(sockets, count, milliseconds_until(deadline));
+    } while (ready < 0 && errno == EINTR);
+    return ready;
+}
+
 bool is_readable(int fd, t_clock::time_point deadline)
 {
     pollfd readable = {.fd = fd, .events = POLLIN, .revents = 0};
-    return poll(&readable, 1, milliseconds_until(deadline)) > 0;
+    return poll_until(&readable, 1, deadline) > 0;
 }
 
 // False at the end of the stream.
@@ -169,7 +179,7 @@ void t_process::read_until_end()
     while (has_output || has_errors) {
         pollfd ends[] = {{.fd = has_output ? output_fd_ : -1, .events = POLLIN, .revents = 0},
                          {.fd = has_errors ? errors_fd_ : -1, .events = POLLIN, .revents = 0}};
-        if (poll(ends, 2, milliseconds_until(deadline)) <= 0) {
+        if (poll_until(ends, 2, deadline) <= 0) {
             ADD_FAILURE() << "process " << pid_ << " does not end";
             kill(pid_, SIGKILL);
             deadline = t_clock::now() + PATIENCE;

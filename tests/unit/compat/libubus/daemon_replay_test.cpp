@@ -130,6 +130,7 @@ protected:
                 ASSERT_TRUE(player.connection.send(ids_.to_live(player.step()->frame))) << player.script.name;
             } else if (player.step()->kind == t_step::client_closes) {
                 player.connection.close();
+                ASSERT_NO_FATAL_FAILURE(expect_alive()); // and has noticed by now
             } else {
                 ASSERT_TRUE(player.connection.is_closed_by_peer()) << player.script.name;
                 player.connection.close();

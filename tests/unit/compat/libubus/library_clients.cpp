@@ -203,6 +203,9 @@ void report_completion(ubus_request *req, int status)
 
 } // namespace
 
+// The tests wait for their children themselves. It has to be said before the first connection.
+[[maybe_unused]] static const bool leaves_children_alone = !(uloop_handle_sigchld = false);
+
 t_library_client::t_library_client(const std::string &socket) : ctx_(ubus_connect(socket.c_str()))
 {
     current = this;
