@@ -123,7 +123,7 @@ t_arp_heard hear_arp_packet(const t_arp_detect &ctx, t_arp_packet *packet)
         return t_arp_heard::nothing;
     if (!received_on_port(ctx, from))
         return t_arp_heard::irrelevant;
-    switch (parse_arp_frame(bytes, static_cast<size_t>(got), packet)) {
+    switch (parse_arp_frame({bytes, static_cast<size_t>(got)}, packet)) {
     case t_arp_frame_kind::foreign:
         break;
     case t_arp_frame_kind::cut:

@@ -2,6 +2,7 @@
 // Builder and parser of ARP frames (RFC 826).
 #include "probes/arp_probe_frame.h"
 
+#include <algorithm>
 #include <arpa/inet.h>
 #include <cstring>
 #include <net/ethernet.h>
@@ -27,14 +28,14 @@ void build_arp_request(t_arp_frame *frame, const uint8_t *source_mac, uint32_t s
     frame->target_ip_be = target_ip_be;
 }
 
-t_arp_frame_kind parse_arp_frame(const uint8_t *bytes, size_t size, t_arp_packet *packet)
+t_arp_frame_kind parse_arp_frame(std::span<const uint8_t> bytes, t_arp_packet *packet)
 {
     constexpr size_t needed = offsetof(t_arp_frame, padding);
     t_arp_frame frame = {};
-    memcpy(&frame, bytes, size < needed ? size : needed);
-    if (size < sizeof frame.ethernet || frame.ethernet.ether_type_be != htons(ETHERTYPE_ARP))
+    std::copy_n(bytes.data(), std::min(bytes.size(), needed), reinterpret_cast<uint8_t *>(&frame));
+    if (bytes.size() < sizeof frame.ethernet || frame.ethernet.ether_type_be != htons(ETHERTYPE_ARP))
         return t_arp_frame_kind::foreign;
-    if (size < needed)
+    if (bytes.size() < needed)
         return t_arp_frame_kind::cut;
     memcpy(packet->ethernet_source, frame.ethernet.source, MAC_SIZE);
     memcpy(packet->sender_mac, frame.sender_mac, MAC_SIZE);

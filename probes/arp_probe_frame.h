@@ -2,6 +2,8 @@
 // ARP frames in memory: building the request and taking a received frame apart.
 #pragma once
 
+#include <span>
+
 #include "probes/wire_formats.h"
 
 // What a received ARP packet says.
@@ -25,4 +27,4 @@ void build_arp_request(t_arp_frame *frame, const uint8_t *source_mac, uint32_t s
                        uint32_t target_ip_be);
 
 // `packet` is filled in only from a whole frame.
-t_arp_frame_kind parse_arp_frame(const uint8_t *bytes, size_t size, t_arp_packet *packet);
+t_arp_frame_kind parse_arp_frame(std::span<const uint8_t> bytes, t_arp_packet *packet);

@@ -2,6 +2,7 @@
 // Builder of DNS queries and the checks on what comes back.
 #include "probes/dns_probe_frame.h"
 
+#include <algorithm>
 #include <arpa/inet.h>
 #include <cstring>
 #include <net/ethernet.h>
@@ -82,11 +83,11 @@ void build_dns_query(t_dns_query_frame *frame, const t_dns_entry &entry, uint32_
     frame->udp.checksum = udp_checksum(*frame);
 }
 
-t_dns_answer parse_dns_answer(const uint8_t *bytes, size_t size)
+t_dns_answer parse_dns_answer(std::span<const uint8_t> bytes)
 {
     t_dns_answer_frame frame = {};
-    memcpy(&frame, bytes, size < sizeof frame ? size : sizeof frame);
-    const uint16_t answers = size < sizeof frame ? 0 : ntohs(frame.dns.ancount_be);
+    std::copy_n(bytes.data(), std::min(bytes.size(), sizeof frame), reinterpret_cast<uint8_t *>(&frame));
+    const uint16_t answers = bytes.size() < sizeof frame ? 0 : ntohs(frame.dns.ancount_be);
     return {.protocol = frame.ipv4.protocol,
             .identification = ntohs(frame.ipv4.identification_be),
             .source_be = frame.ipv4.source_be,

@@ -2,6 +2,8 @@
 // DNS frames in memory: building the query and judging a received frame.
 #pragma once
 
+#include <span>
+
 #include "probes/dns_probe.h"
 #include "probes/wire_formats.h"
 
@@ -25,7 +27,7 @@ struct t_dns_answer {
     uint16_t id;
     uint16_t answers;
 };
-t_dns_answer parse_dns_answer(const uint8_t *bytes, size_t size);
+t_dns_answer parse_dns_answer(std::span<const uint8_t> bytes);
 
 // The first check that a frame fails, in the order of the checks.
 enum class t_dns_flaw {

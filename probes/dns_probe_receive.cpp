@@ -29,7 +29,7 @@ bool read_answer(const uloop_fd &watcher, t_dns_answer *answer, bool accept_empt
     const ssize_t got = packet_socket_receive(watcher.fd, bytes, sizeof bytes - 1, nullptr);
     if (got < 0 || (got == 0 && !accept_empty))
         return false;
-    *answer = parse_dns_answer(bytes, static_cast<size_t>(got));
+    *answer = parse_dns_answer({bytes, static_cast<size_t>(got)});
     return true;
 }
 

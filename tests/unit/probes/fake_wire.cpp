@@ -254,7 +254,7 @@ ssize_t packet_socket_receive(int fd, void *buffer, size_t size, sockaddr_ll *fr
     socket->arrived.pop_front();
     const size_t taken = std::min(size, frame.bytes.size());
     if (taken > 0)
-        memcpy(buffer, frame.bytes.data(), taken);
+        std::copy_n(frame.bytes.data(), taken, static_cast<uint8_t *>(buffer));
     if (from)
         *from = frame.from;
     return static_cast<ssize_t>(taken);

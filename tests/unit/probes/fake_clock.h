@@ -1,0 +1,19 @@
+// SPDX-License-Identifier: MIT
+// A clock that only moves when something sleeps: replaces platform/clock.cpp in a test program that names
+// fake_clock.cpp among its sources.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <vector>
+
+struct t_fake_clock {
+    int64_t now_us = 0;
+    std::vector<uint32_t> sleeps;                  // every sleep_ms
+    std::function<void(uint32_t ms)> during_sleep; // what happens meanwhile
+
+    void reset() { *this = t_fake_clock(); }
+    void advance_ms(int64_t ms) { now_us += ms * 1000; }
+};
+
+extern t_fake_clock fake_clock;

@@ -1,0 +1,152 @@
+// SPDX-License-Identifier: MIT
+// ARP and DNS probes on real interfaces: a bridge "br-lan" with the ports eth1 and eth2, whose far ends are host1 and
+// host2.
+#include <net/if.h>
+#include <sys/ioctl.h>
+
+#include "model/tables.h"
+#include "platform/guards.h"
+#include "probes/arp_probe.h"
+#include "probes/dns_probe.h"
+#include "probes/lan_hosts.h"
+#include "probes/lan_wire_peer.h"
+#include "probes/shell.h"
+#include "support/sandbox.h"
+
+namespace {
+
+using t_names = std::vector<std::string>;
+using t_frames = std::vector<t_wire_peer::t_frame>;
+
+const t_mac HOST = {0xaa, 0xbb, 0xcc, 0, 0, 0x32}; // a multicast-free MAC that no interface has
+const char *const HOST_ADDRESS = "192.168.1.50";
+
+class lan_real_wire : public testing::Test {
+protected:
+    t_port_model model = {};
+    t_device *eth1, *eth2;
+    t_log_capture log;
+
+    lan_real_wire()
+    {
+        run("ip link add br-lan type bridge forward_delay 0 mcast_snooping 0 && "
+            "ip addr add 192.168.1.1/24 dev br-lan && ip link set br-lan up");
+        for (const char *number : {"1", "2"}) {
+            const std::string port = std::string("eth") + number, host = std::string("host") + number;
+            run("ip link add " + port + " type veth peer name " + host + " && ip link set " + port +
+                " master br-lan && ip link set " + port + " up && ip link set " + host + " up");
+        }
+        eth1 = add("eth1", 1);
+        eth2 = add("eth2", 2);
+    }
+    ~lan_real_wire() override
+    {
+        release_all_device(&model.dev_hashmap_head);
+        run("ip link del br-lan && ip link del eth1 && ip link del eth2");
+    }
+
+    t_device *add(const char *name, int8_t priority)
+    {
+        t_device *dev = create_new_device(name);
+        dev->priority = priority;
+        EXPECT_TRUE(add_device(&model.dev_hashmap_head, dev));
+        return dev;
+    }
+};
+
+t_frames silence(const t_arp_frame &)
+{
+    return {};
+}
+
+t_frames answer(const t_arp_frame &request)
+{
+    return request.target_ip_be == ip(HOST_ADDRESS) ? t_frames{arp_reply(request, HOST)} : t_frames{};
+}
+
+TEST_F(lan_real_wire, the_answer_proves_the_bridge_port_it_came_in_on)
+{
+    t_wire_peer host1("host1", silence), host2("host2", answer);
+    t_port_list ports = {eth1, eth2};
+    EXPECT_EQ(find_target_ip_and_device_with_arp(&ports.list, ip(HOST_ADDRESS)), 0);
+    EXPECT_EQ(ports.names(), t_names{"eth2"});
+    EXPECT_EQ(mac_of(eth2->result.server_mac), HOST);
+    EXPECT_EQ(host1.requests(), 1);
+    EXPECT_EQ(host2.requests(), 1);
+}
+
+TEST_F(lan_real_wire, an_answer_that_the_bridge_floods_proves_only_the_port_it_came_in_on)
+{
+    t_wire_peer host1("host1", silence),
+        host2("host2", [](const t_arp_frame &request) { return t_frames{arp_reply(request, HOST, true)}; });
+    t_port_list ports = {eth1, eth2};
+    EXPECT_EQ(find_target_ip_and_device_with_arp(&ports.list, ip(HOST_ADDRESS)), 0);
+    EXPECT_EQ(ports.names(), t_names{"eth2"});
+}
+
+TEST_F(lan_real_wire, a_flood_before_the_answer_does_not_drown_it)
+{
+    // More than a socket's queue holds.
+    t_wire_peer host1("host1", [](const t_arp_frame &request) {
+        t_wire_peer::t_frame noise(1400, 0x55);
+        memset(noise.data(), 0xff, MAC_SIZE);
+        noise[12] = 0x08, noise[13] = 0x00;
+        t_frames frames(3000, noise);
+        frames.push_back(arp_reply(request, HOST));
+        return frames;
+    });
+    t_port_list ports = {eth1};
+    EXPECT_EQ(find_target_ip_and_device_with_arp(&ports.list, ip(HOST_ADDRESS)), 0);
+    EXPECT_EQ(ports.names(), t_names{"eth1"});
+    EXPECT_EQ(host1.requests(), 1);
+}
+
+TEST_F(lan_real_wire, one_port_can_be_asked_alone)
+{
+    t_wire_peer host1("host1", silence), host2("host2", answer);
+    EXPECT_EQ(send_special_arp(eth2, ip(HOST_ADDRESS)), 1);
+    EXPECT_EQ(mac_of(eth2->result.server_mac), HOST);
+    EXPECT_EQ(host1.requests(), 0);
+    EXPECT_EQ(send_special_arp(eth1, ip(HOST_ADDRESS)), 1);
+    EXPECT_EQ(mac_of(eth1->result.server_mac), t_mac(MAC_SIZE));
+    EXPECT_EQ(host1.requests(), 2);
+}
+
+TEST_F(lan_real_wire, a_live_host_flags_its_port_and_a_dead_one_does_not)
+{
+    const t_mac dead = {0xaa, 0xbb, 0xcc, 0, 0, 0x33};
+    t_wire_peer host1("host1", answer), host2("host2", silence);
+    // The bridge learns both, and the cache knows both.
+    host1.send(t_arp_answer{HOST, ip(HOST_ADDRESS)}.bytes());
+    host2.send(t_arp_answer{dead, ip("192.168.1.51")}.bytes());
+    run("ip neigh replace 192.168.1.50 lladdr aa:bb:cc:00:00:32 dev br-lan nud reachable && "
+        "ip neigh replace 192.168.1.51 lladdr aa:bb:cc:00:00:33 dev br-lan nud reachable");
+    EXPECT_EQ(update_brlan_dev(&model), 0);
+    EXPECT_EQ(eth1->is_brlan_dev, 1);
+    EXPECT_EQ(eth2->is_brlan_dev, 0);
+    EXPECT_EQ(host1.requests() + host2.requests(), 2); // each by unicast, behind its port only
+    EXPECT_FALSE(
+        log.has("Error", "double_checkarp_table", "failed to send&recv ARP sniffer packet, continue whatever!"));
+    EXPECT_EQ(model.arp_table_hashmap_head, nullptr);
+}
+
+TEST_F(lan_real_wire, a_port_that_is_down_or_gone_has_not_answered)
+{
+    t_wire_peer host2("host2", answer);
+    t_device ghost = make_port("eth9");
+    run("ip link set eth1 down");
+    t_port_list ports = {eth1, eth2, &ghost};
+    EXPECT_EQ(find_target_ip_and_device_with_arp(&ports.list, ip(HOST_ADDRESS)), 0);
+    EXPECT_EQ(ports.names(), t_names{"eth2"});
+}
+
+TEST_F(lan_real_wire, a_bridge_without_an_address_fails_every_question)
+{
+    run("ip addr flush dev br-lan");
+    t_port_list ports = {eth1, eth2};
+    EXPECT_EQ(find_target_ip_and_device_with_arp(&ports.list, ip(HOST_ADDRESS)), -87);
+    EXPECT_EQ(send_special_arp(eth1, ip(HOST_ADDRESS)), 0);
+    EXPECT_EQ(update_brlan_dev(&model), -87);
+}
+
+} // namespace

@@ -1,0 +1,38 @@
+// SPDX-License-Identifier: MIT
+// A host at the far end of a veth pair, made of one thread with a packet socket: it answers ARP requests.
+#pragma once
+
+#include <atomic>
+#include <functional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "probes/lan_scene.h"
+
+class t_wire_peer {
+public:
+    using t_frame = std::vector<uint8_t>;
+    // Called with every ARP request that reaches `interface`; what it returns is sent back, in order.
+    using t_answerer = std::function<std::vector<t_frame>(const t_arp_frame &request)>;
+
+    t_wire_peer(const std::string &interface, t_answerer answerer);
+    ~t_wire_peer();
+    t_wire_peer(const t_wire_peer &) = delete;
+    t_wire_peer &operator=(const t_wire_peer &) = delete;
+
+    void send(const t_frame &frame);
+    int requests() const { return requests_; }
+
+private:
+    void serve();
+
+    int fd_;
+    t_answerer answerer_;
+    std::atomic<int> requests_ = 0;
+    std::atomic<bool> stopping_ = false;
+    std::thread thread_;
+};
+
+// The reply of the host `mac` with the address `address_be` to a request; to everyone when `broadcast`.
+t_wire_peer::t_frame arp_reply(const t_arp_frame &request, const t_mac &mac, bool broadcast = false);
