@@ -8,13 +8,13 @@
 using t_bytes = std::vector<uint8_t>;
 
 struct t_dns_reply {
-    uint16_t identification;
-    uint8_t protocol;
-    uint32_t source_be;
-    uint32_t destination_be;
-    uint16_t source_port;
-    uint16_t id;
-    uint16_t answers;
+    uint16_t identification = 0;
+    uint8_t protocol = 17;
+    uint32_t source_be = 0;
+    uint32_t destination_be = 0;
+    uint16_t source_port = 53;
+    uint16_t id = 0;
+    uint16_t answers = 1;
 
     t_bytes bytes() const
     {
@@ -41,10 +41,7 @@ private:
 inline t_dns_reply answer_to(const t_dns_entry &entry)
 {
     return {.identification = static_cast<uint16_t>(entry.query_id >> 4),
-            .protocol = 17,
             .source_be = entry.dns_server_be,
             .destination_be = entry.dev_ip_be,
-            .source_port = 53,
-            .id = entry.query_id,
-            .answers = 1};
+            .id = entry.query_id};
 }

@@ -1,13 +1,12 @@
 // SPDX-License-Identifier: MIT
 // ARP and DNS probes on real interfaces: a bridge "br-lan" with the ports eth1 and eth2, whose far ends are host1 and
 // host2.
-#include <net/if.h>
-#include <sys/ioctl.h>
+#include <net/ethernet.h>
 
 #include "model/tables.h"
-#include "platform/guards.h"
+#include "platform/clock.h"
 #include "probes/arp_probe.h"
-#include "probes/dns_probe.h"
+#include "probes/dns_scene.h"
 #include "probes/lan_hosts.h"
 #include "probes/lan_wire_peer.h"
 #include "probes/shell.h"
@@ -66,7 +65,7 @@ t_frames answer(const t_arp_frame &request)
 
 TEST_F(lan_real_wire, the_answer_proves_the_bridge_port_it_came_in_on)
 {
-    t_wire_peer host1("host1", silence), host2("host2", answer);
+    t_arp_peer host1("host1", silence), host2("host2", answer);
     t_port_list ports = {eth1, eth2};
     EXPECT_EQ(find_target_ip_and_device_with_arp(&ports.list, ip(HOST_ADDRESS)), 0);
     EXPECT_EQ(ports.names(), t_names{"eth2"});
@@ -77,7 +76,7 @@ TEST_F(lan_real_wire, the_answer_proves_the_bridge_port_it_came_in_on)
 
 TEST_F(lan_real_wire, an_answer_that_the_bridge_floods_proves_only_the_port_it_came_in_on)
 {
-    t_wire_peer host1("host1", silence),
+    t_arp_peer host1("host1", silence),
         host2("host2", [](const t_arp_frame &request) { return t_frames{arp_reply(request, HOST, true)}; });
     t_port_list ports = {eth1, eth2};
     EXPECT_EQ(find_target_ip_and_device_with_arp(&ports.list, ip(HOST_ADDRESS)), 0);
@@ -87,7 +86,7 @@ TEST_F(lan_real_wire, an_answer_that_the_bridge_floods_proves_only_the_port_it_c
 TEST_F(lan_real_wire, a_flood_before_the_answer_does_not_drown_it)
 {
     // More than a socket's queue holds.
-    t_wire_peer host1("host1", [](const t_arp_frame &request) {
+    t_arp_peer host1("host1", [](const t_arp_frame &request) {
         t_wire_peer::t_frame noise(1400, 0x55);
         memset(noise.data(), 0xff, MAC_SIZE);
         noise[12] = 0x08, noise[13] = 0x00;
@@ -103,7 +102,7 @@ TEST_F(lan_real_wire, a_flood_before_the_answer_does_not_drown_it)
 
 TEST_F(lan_real_wire, one_port_can_be_asked_alone)
 {
-    t_wire_peer host1("host1", silence), host2("host2", answer);
+    t_arp_peer host1("host1", silence), host2("host2", answer);
     EXPECT_EQ(send_special_arp(eth2, ip(HOST_ADDRESS)), 1);
     EXPECT_EQ(mac_of(eth2->result.server_mac), HOST);
     EXPECT_EQ(host1.requests(), 0);
@@ -115,7 +114,7 @@ TEST_F(lan_real_wire, one_port_can_be_asked_alone)
 TEST_F(lan_real_wire, a_live_host_flags_its_port_and_a_dead_one_does_not)
 {
     const t_mac dead = {0xaa, 0xbb, 0xcc, 0, 0, 0x33};
-    t_wire_peer host1("host1", answer), host2("host2", silence);
+    t_arp_peer host1("host1", answer), host2("host2", silence);
     // The bridge learns both, and the cache knows both.
     host1.send(t_arp_answer{HOST, ip(HOST_ADDRESS)}.bytes());
     host2.send(t_arp_answer{dead, ip("192.168.1.51")}.bytes());
@@ -132,7 +131,7 @@ TEST_F(lan_real_wire, a_live_host_flags_its_port_and_a_dead_one_does_not)
 
 TEST_F(lan_real_wire, a_port_that_is_down_or_gone_has_not_answered)
 {
-    t_wire_peer host2("host2", answer);
+    t_arp_peer host2("host2", answer);
     t_device ghost = make_port("eth9");
     run("ip link set eth1 down");
     t_port_list ports = {eth1, eth2, &ghost};
@@ -147,6 +146,92 @@ TEST_F(lan_real_wire, a_bridge_without_an_address_fails_every_question)
     EXPECT_EQ(find_target_ip_and_device_with_arp(&ports.list, ip(HOST_ADDRESS)), -87);
     EXPECT_EQ(send_special_arp(eth1, ip(HOST_ADDRESS)), 0);
     EXPECT_EQ(update_brlan_dev(&model), -87);
+}
+
+// The DNS queries of an upstream host, answered by `answer_query` from the entry they belong to.
+class dns_real_wire : public lan_real_wire {
+protected:
+    t_dns_ctx ctx = {};
+
+    dns_real_wire()
+    {
+        ctx.count = 2;
+        for (int i = 0; i < 2; i++) {
+            ctx.entries[i].dev = i == 0 ? eth1 : eth2;
+            ctx.entries[i].dev_ip_be = ip(i == 0 ? "100.64.1.2" : "100.64.2.2");
+            ctx.entries[i].dns_server_be = ip("198.51.100.53");
+            memcpy(ctx.entries[i].server_mac, HOST.data(), MAC_SIZE);
+        }
+    }
+
+    // A server that answers every query as asked, after `noise` frames that are none.
+    static t_frames answer_query(const t_wire_peer::t_frame &query, size_t noise)
+    {
+        if (query.size() < 54 || query[23] != 17)
+            return {};
+        t_dns_reply reply;
+        reply.id = static_cast<uint16_t>(query[42] << 8 | query[43]);
+        memcpy(&reply.source_be, &query[30], sizeof reply.source_be);
+        memcpy(&reply.destination_be, &query[26], sizeof reply.destination_be);
+        t_frames frames(noise, t_wire_peer::t_frame(60, 0x08));
+        frames.push_back(reply.bytes());
+        memcpy(frames.back().data(), &query[6], MAC_SIZE);
+        frames.back()[12] = 0x08;
+        return frames;
+    }
+
+    int64_t look_up_ms(int *result)
+    {
+        const t_time_stamp start = get_time_stamp();
+        *result = dns_lookup_via_multi_eth(&ctx);
+        return time_stamp_diff_us(get_time_stamp(), start) / 1000;
+    }
+};
+
+TEST_F(dns_real_wire, the_answering_port_wins_at_once)
+{
+    t_wire_peer host2("host2", ETH_P_IP, [](const t_wire_peer::t_frame &query) { return answer_query(query, 0); });
+    int result;
+    EXPECT_LT(look_up_ms(&result), 1000);
+    EXPECT_EQ(result, 1);
+    EXPECT_EQ(ctx.winner, eth2);
+    for (const t_dns_entry &entry : ctx.entries)
+        EXPECT_LE(entry.watcher.fd, 0);
+}
+
+TEST_F(dns_real_wire, noise_before_the_answer_does_no_harm)
+{
+    t_wire_peer host1("host1", ETH_P_IP, [](const t_wire_peer::t_frame &query) { return answer_query(query, 50); });
+    int result;
+    EXPECT_LT(look_up_ms(&result), 1000);
+    EXPECT_EQ(ctx.winner, eth1);
+}
+
+TEST_F(dns_real_wire, silence_lasts_three_seconds_and_does_not_burn_the_processor)
+{
+    timespec busy_before, busy_after;
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &busy_before);
+    int result;
+    const int64_t ms = look_up_ms(&result);
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &busy_after);
+    EXPECT_EQ(result, 0);
+    EXPECT_EQ(ctx.winner, nullptr);
+    EXPECT_GE(ms, 3000);
+    EXPECT_LT(ms, 3500);
+    EXPECT_LT((busy_after.tv_sec - busy_before.tv_sec) * 1000 + (busy_after.tv_nsec - busy_before.tv_nsec) / 1'000'000,
+              500);
+}
+
+TEST_F(dns_real_wire, a_port_that_goes_away_meanwhile_does_not_stop_the_others)
+{
+    t_wire_peer host1("host1", ETH_P_IP, [](const t_wire_peer::t_frame &query) {
+        run("ip link set eth2 down");
+        return answer_query(query, 0);
+    });
+    int result;
+    look_up_ms(&result);
+    EXPECT_EQ(result, 1);
+    EXPECT_EQ(ctx.winner, eth1);
 }
 
 } // namespace

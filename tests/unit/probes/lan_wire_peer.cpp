@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "probes/lan_wire_peer.h"
 
+#include <algorithm>
+
 #include <linux/if_packet.h>
 #include <net/ethernet.h>
 #include <net/if.h>
@@ -8,12 +10,12 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-t_wire_peer::t_wire_peer(const std::string &interface, t_answerer answerer)
+t_wire_peer::t_wire_peer(const std::string &interface, uint16_t ether_type, t_answerer answerer)
     : fd_(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0)), answerer_(std::move(answerer))
 {
     sockaddr_ll address = {};
     address.sll_family = AF_PACKET;
-    address.sll_protocol = htons(ETH_P_ARP);
+    address.sll_protocol = htons(ether_type);
     address.sll_ifindex = static_cast<int>(if_nametoindex(interface.c_str()));
     EXPECT_NE(address.sll_ifindex, 0) << interface;
     EXPECT_EQ(bind(fd_, reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
@@ -39,13 +41,26 @@ void t_wire_peer::serve()
         pollfd wanted = {.fd = fd_, .events = POLLIN, .revents = 0};
         if (poll(&wanted, 1, STOP_CHECK_MS) <= 0)
             continue;
-        t_arp_frame request = {};
-        if (recv(fd_, &request, sizeof request, MSG_DONTWAIT) < 42 || request.opcode_be != htons(1))
+        t_frame heard(ETH_FRAME_LEN);
+        const ssize_t size = recv(fd_, heard.data(), heard.size(), MSG_DONTWAIT);
+        if (size < 0)
             continue;
-        requests_++;
-        for (const t_frame &frame : answerer_(request))
+        heard.resize(static_cast<size_t>(size));
+        for (const t_frame &frame : answerer_(heard))
             send(frame);
     }
+}
+
+t_arp_peer::t_arp_peer(const std::string &interface, t_answerer answerer)
+    : peer_(interface, ETH_P_ARP, [this, answerer](const t_wire_peer::t_frame &frame) {
+          t_arp_frame request = {};
+          memcpy(&request, frame.data(), std::min(frame.size(), sizeof request));
+          if (request.opcode_be != htons(1))
+              return std::vector<t_wire_peer::t_frame>();
+          requests_++;
+          return answerer(request);
+      })
+{
 }
 
 t_wire_peer::t_frame arp_reply(const t_arp_frame &request, const t_mac &mac, bool broadcast)
