@@ -10,8 +10,9 @@ namespace uci_impl {
 
 namespace {
 
-// The locked files of one commit. The package stays locked while its waiting changes are, so that a reader finds each
-// change exactly once.
+// The locked files of one commit, the package before its waiting changes; readers lock them in the same order. Who
+// finds the new package has to wait until its changes are gone from the waiting ones, so everyone sees each change
+// once.
 struct commit_files {
     commit_files() = default;
     commit_files(const commit_files &) = delete;
@@ -26,7 +27,6 @@ struct commit_files {
     const char *created = nullptr; // borrowed path; null if the file was there before
     scoped_fd config;
     scoped_fd delta; // not valid if nothing was ever saved
-    scoped_fd fresh; // the new file, once it has taken the place of the old one
 };
 
 int lock_config(const char *path, commit_files *files)
@@ -67,7 +67,7 @@ int write_out(uci_package *package, commit_files *files)
         write_package(text.stream(), package, false, false);
     int rc = text.finish();
     if (rc == UCI_OK)
-        rc = replace_file(package->path, package->e.name, files->config.get(), text, &files->fresh);
+        rc = replace_file(package->path, package->e.name, files->config.get(), text);
     if (rc != UCI_OK)
         return rc;
     return !files->delta.valid() || ftruncate(files->delta.get(), 0) == 0 ? UCI_OK : UCI_ERR_IO;

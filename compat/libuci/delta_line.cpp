@@ -117,12 +117,12 @@ int next_delta_line(line_reader *reader, const char *package, delta_line *line)
     rc = reader->read_word(&names);
     if (rc == UCI_OK)
         rc = reader->read_word(&surplus);
+    if (rc == UCI_ERR_MEM)
+        return rc;
     // The beginning of "-package.section.option" would remove the whole section.
     line->is_cut = rc == UCI_ERR_PARSE || (line->cmd == UCI_CMD_REMOVE && !reader->is_whole());
     if (line->is_cut)
         return UCI_OK;
-    if (rc != UCI_OK)
-        return rc;
     line->valid = *reader->text_at(surplus) == '\0' && cut_names(reader->text_at(names), package, &line->ptr) &&
                   is_complete(*line);
     return UCI_OK;

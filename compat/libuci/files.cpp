@@ -216,7 +216,7 @@ int text_builder::finish()
     return complete ? UCI_OK : UCI_ERR_MEM;
 }
 
-int replace_file(const char *path, const char *package, int locked, const text_builder &text, scoped_fd *fresh)
+int replace_file(const char *path, const char *package, int locked, const text_builder &text)
 {
     heap<char> target(realpath(path, nullptr));
     heap<char> directory(target != nullptr ? strdup(target.get()) : nullptr);
@@ -227,12 +227,12 @@ int replace_file(const char *path, const char *package, int locked, const text_b
     const char *place = *directory != '\0' ? directory.get() : "/";
 
     temporary_file temporary;
-    int rc = temporary.create(place, package, fresh);
+    scoped_fd fd;
+    int rc = temporary.create(place, package, &fd);
     if (rc != UCI_OK)
         return rc;
-    if (flock(fresh->get(), LOCK_EX) != 0 || write_all(fresh->get(), text.data(), text.size()) != UCI_OK ||
-        fchmod(fresh->get(), old.st_mode & mode_bits) != 0 || fsync(fresh->get()) != 0 ||
-        rename(temporary.path(), target.get()) != 0)
+    if (write_all(fd.get(), text.data(), text.size()) != UCI_OK || fchmod(fd.get(), old.st_mode & mode_bits) != 0 ||
+        fsync(fd.get()) != 0 || rename(temporary.path(), target.get()) != 0)
         return UCI_ERR_IO;
     temporary.keep();
     return sync_directory(place);

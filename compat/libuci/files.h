@@ -51,8 +51,8 @@ private:
 };
 
 // Replaces the file behind path (links are followed) by the text, under the mode of the locked file it had so far.
-// The new file stays locked through *fresh, so that no one reads it before the caller is done with the waiting changes.
-int replace_file(const char *path, const char *package, int locked, const text_builder &text, scoped_fd *fresh);
+// On the disk for good when it succeeds.
+int replace_file(const char *path, const char *package, int locked, const text_builder &text);
 
 // Removes the file at path if it still is the open one.
 void unlink_if_same(const char *path, int fd);

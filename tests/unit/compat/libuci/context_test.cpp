@@ -10,6 +10,8 @@
 
 namespace fs = std::filesystem;
 
+extern "C" int count_options_from_c(const char *confdir, const char *savedir, const char *name);
+
 namespace {
 
 class contexts : public place {
@@ -212,6 +214,13 @@ TEST_F(contexts, are_independent_of_each_other)
     EXPECT_EQ(edit(ctx_.get(), uci_set, "net.a.x=mine"), UCI_OK);
     EXPECT_EQ(value_of(other.get(), "net.a.x"), "1");
     EXPECT_EQ(value_of(ctx_.get(), "net.a.x"), "mine");
+}
+
+TEST_F(contexts, serve_a_program_in_c)
+{
+    write_conf("net", "config t 'a'\n\toption x '1'\nconfig t\n\tlist l 'p'\n\tlist l 'q'\n\toption y '2'\n");
+    EXPECT_EQ(count_options_from_c(conf().c_str(), save().c_str(), "net"), 4);
+    EXPECT_EQ(count_options_from_c(conf().c_str(), save().c_str(), "nosuch"), -UCI_ERR_NOTFOUND);
 }
 
 TEST_F(contexts, serve_one_thread_each)

@@ -5,6 +5,7 @@
 #include <dlfcn.h>
 #include <sys/types.h>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 
@@ -12,10 +13,14 @@ bool watching = false;
 fault fault_kind = fault::none;
 int fault_number = -1;
 std::vector<std::string> calls;
+std::string stop_name;
+std::function<void()> stop_action;
 
 // True: this call is to fail.
 bool meets_fault(const char *name)
 {
+    if (stop_action && stop_name == name)
+        std::exchange(stop_action, nullptr)();
     if (!watching)
         return false;
     bool hit = static_cast<int>(calls.size()) == fault_number;
@@ -44,6 +49,12 @@ void watch_calls(fault kind, int number)
     fault_kind = kind;
     fault_number = number;
     watching = true;
+}
+
+void stop_before(const std::string &name, const std::function<void()> &action)
+{
+    stop_name = name;
+    stop_action = action;
 }
 
 std::vector<std::string> watched_calls()

@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: MIT
 // Several processes on one configuration: no change is lost, no reader sees half of one.
+#include "faults.h"
 #include "place.h"
 
 #include <filesystem>
 #include <functional>
+#include <poll.h>
 #include <set>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -55,7 +57,102 @@ protected:
 };
 
 constexpr int writers = 3;
-constexpr int commits = 40;
+constexpr int commits = 100;
+
+// Lets one process wait for another.
+class gate {
+public:
+    gate() { EXPECT_EQ(pipe(ends_), 0); }
+    ~gate()
+    {
+        close(ends_[0]);
+        close(ends_[1]);
+    }
+    void open() { EXPECT_EQ(write(ends_[1], "", 1), 1); }
+    void wait()
+    {
+        char byte = 0;
+        EXPECT_EQ(read(ends_[0], &byte, 1), 1);
+    }
+    bool opens_within(int milliseconds)
+    {
+        pollfd event = {ends_[0], POLLIN, 0};
+        return poll(&event, 1, milliseconds) == 1;
+    }
+
+private:
+    int ends_[2];
+};
+
+constexpr int long_enough_to_go_wrong_ms = 100;
+
+// A commit that stands still just before one of its steps, while someone else has his turn.
+class halfway : public sharing {
+protected:
+    halfway() { write_save("net", "|net.a.l='item'\n"); }
+
+    // True if the other one had to wait for the commit to go on.
+    bool with_commit_stopped_before(const std::string &step, const std::function<bool()> &other)
+    {
+        gate stopped, go_on, done;
+        pid_t committer = start([&] {
+            stop_before(step, [&] {
+                stopped.open();
+                go_on.wait();
+            });
+            context ctx = open();
+            tuple t(ctx.get(), "net");
+            return uci_commit(ctx.get(), &t.ptr.p, false) == UCI_OK;
+        });
+        stopped.wait();
+        pid_t second = start([&] {
+            bool good = other();
+            done.open();
+            return good;
+        });
+        bool waited = !done.opens_within(long_enough_to_go_wrong_ms);
+        go_on.open();
+        expect_success(committer);
+        expect_success(second);
+        return waited;
+    }
+};
+
+TEST_F(halfway, a_reader_never_finds_a_change_twice)
+{
+    EXPECT_TRUE(with_commit_stopped_before("ftruncate", [&] {
+        context ctx = open();
+        return value_of(ctx.get(), "net.a.l") == "item|";
+    }));
+}
+
+TEST_F(halfway, a_reader_never_misses_a_change)
+{
+    EXPECT_TRUE(with_commit_stopped_before("rename", [&] {
+        context ctx = open();
+        return value_of(ctx.get(), "net.a.l") == "item|";
+    }));
+}
+
+TEST_F(halfway, a_second_commit_builds_on_the_file_the_first_one_wrote)
+{
+    // Loaded already, so that it is the commit that has to wait.
+    context ctx = open();
+    uci_set_savedir(ctx.get(), (root() + "/save2").c_str());
+    ASSERT_EQ(edit(ctx.get(), uci_set, "net.a.other=1"), UCI_OK);
+    EXPECT_TRUE(with_commit_stopped_before("rename", [&] {
+        tuple t(ctx.get(), "net");
+        return uci_commit(ctx.get(), &t.ptr.p, false) == UCI_OK;
+    }));
+    EXPECT_EQ(read_text(conf("net")), "\nconfig t 'a'\n\toption first 'yes'\n\tlist l 'item'\n\toption other '1'\n\n");
+}
+
+TEST_F(halfway, a_change_saved_meanwhile_is_kept)
+{
+    EXPECT_TRUE(with_commit_stopped_before("ftruncate", [&] { return uci("set net.a.late=1").status == 0; }));
+    EXPECT_EQ(read_text(save("net")), "net.a.late='1'\n");
+    EXPECT_EQ(value_of(open().get(), "net.a.l"), "item|");
+}
 
 TEST_F(sharing, commits_through_one_save_directory_are_all_kept)
 {
