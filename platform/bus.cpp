@@ -45,8 +45,8 @@ void drop_knock()
     bus.knock = {};
 }
 
-// True when this process, and nobody else, now answers under the object's name and hears the event again: the library
-// publishes objects anew but tells nobody when that failed, and it does not register events anew.
+// True when this process, and nobody else, answers under the object's name again and hears the event again. The library
+// publishes objects anew, but that each of them was accepted is better asked for; events it does not register anew.
 bool offer_is_back()
 {
     uint32_t id = 0;
@@ -57,9 +57,7 @@ bool offer_is_back()
 
 void restore_connection()
 {
-    if (ubus_reconnect(bus.context, BUS_SOCKET_PATH) != 0)
-        return;
-    if (!offer_is_back()) {
+    if (ubus_reconnect(bus.context, BUS_SOCKET_PATH) != 0 || !offer_is_back()) {
         // The bus daemon must forget this attempt before the next one, or the name would still be in use.
         shutdown(bus.context->sock.fd, SHUT_RDWR);
         return;

@@ -353,6 +353,7 @@ TEST_F(log_destination, is_not_taken_down_with_a_standard_descriptor_that_was_cl
     log_open();
     for (int fd = 0; fd < 3; fd++)
         EXPECT_EQ(behind(fd), behind(LOG_FILE));
+    EXPECT_EQ(fcntl(STDIN_FILENO, F_GETFD) & FD_CLOEXEC, 0) << "programs would be started without it";
     LOG(Error, "arrives\n");
     log_close();
     dup2(saved, STDIN_FILENO);
