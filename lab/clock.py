@@ -32,16 +32,16 @@ class Clock:
                 return value
             time.sleep(poll_real_s)
 
-    def environment(self, program=None):
+    def environment(self):
         """Environment for a program that shall live in this time; its children inherit it."""
-        environment = dict(os.environ)
+        changed = dict(os.environ)
         if self.speed != 1:
-            environment.update(LD_PRELOAD=":".join(preloaded(program)), FAKETIME=f"+0 x{self.speed:g}")
-        return environment
+            changed.update(LD_PRELOAD=clock_library(), FAKETIME=f"+0 x{self.speed:g}")
+        return changed
 
 
-def preloaded(program):
+def clock_library():
     libraries = glob("/usr/lib/*/faketime/libfaketime.so.1")
     if not libraries:
         raise FileNotFoundError("libfaketime.so.1: install the package faketime, or use --speed 1")
-    return libraries[:1]
+    return libraries[0]

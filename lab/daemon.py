@@ -9,10 +9,15 @@ import time
 from dataclasses import dataclass
 from pathlib import Path
 
+from lab import sanitizers
+from lab.mounts import STATE
+
+PROGRAM = "/usr/sbin/wan_detect"
 LOG = Path("/tmp/wan_detect.log")
 LINE = re.compile(r"\[wan_detect\]\[(\w+)\]\[(-?\d+)\]\[(\w+):(\d+)\]: (.*)")
 FOLLOW_PAUSE_REAL_S = 0.005
 CHUNK = 1 << 16
+LONGEST_FORK_REAL_S = 20
 
 
 @dataclass
@@ -76,9 +81,10 @@ class Daemon:
         """Starts the daemon, which goes to the background by itself; returns the exit status of its first process."""
         self.follower.start()
         self.clock.restart()
-        status = subprocess.run(["wan_detect", "-d", str(level)], env=self.clock.environment("/usr/sbin/wan_detect"),
-                                stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
-                                check=False).returncode
+        with open(STATE / "daemon.out", "ab") as output:
+            status = subprocess.run([PROGRAM, "-d", str(level)], check=False, stdin=subprocess.DEVNULL, stdout=output,
+                                    stderr=output, timeout=LONGEST_FORK_REAL_S,
+                                    env=sanitizers.environment(PROGRAM, self.clock.environment())).returncode
         self.pid = find_process("wan_detect")
         return status
 

@@ -14,6 +14,8 @@ ROOT = Path(__file__).resolve().parent.parent
 # Everything started inside ends with the first process of the new pid namespace, and that one with the front end.
 NAMESPACES = ["setpriv", "--pdeathsig", "KILL",
               "unshare", "--mount", "--net", "--pid", "--fork", "--kill-child", "--mount-proc"]
+LONGEST_SET_UP_S = 60
+LONGEST_SCENARIO_S = 600    # of the daemon's own
 EXIT_TIME_LIMIT = 124
 EXIT_INTERRUPTED = 130
 
@@ -27,7 +29,8 @@ def parse_options(arguments):
     parser.add_argument("--log", action="store_true", help="show the daemon's log lines too")
     parser.add_argument("--build", type=Path, help="build folder, or the folder of the programs themselves")
     parser.add_argument("--report", type=Path, help="write all that was seen to this file, as JSON")
-    parser.add_argument("--time-limit", type=float, help="end with status 124 after so many real seconds")
+    parser.add_argument("--time-limit", type=float, help="end with status 124 after so many real seconds (default: "
+                        "more than any scenario takes)")
     return parser.parse_args(arguments)
 
 
@@ -86,6 +89,11 @@ def wait_for_end(process, reader, options):
     return process.wait()
 
 
+def longest_time(speed):
+    """Real seconds after which a scenario is stuck."""
+    return LONGEST_SET_UP_S + LONGEST_SCENARIO_S / speed
+
+
 def play(options):
     reader, writer = os.pipe()
     environment = dict(os.environ, PYTHONPATH=str(ROOT), PYTHONDONTWRITEBYTECODE="1")
@@ -95,12 +103,14 @@ def play(options):
 
     def end_now(number, _frame):
         process.kill()
+        if number == signal.SIGALRM:
+            print("\nrun.sh: the scenario did not end in time", file=sys.stderr)
         sys.exit(EXIT_TIME_LIMIT if number == signal.SIGALRM else 128 + number)
 
     signal.signal(signal.SIGTERM, end_now)
     signal.signal(signal.SIGALRM, end_now)
-    if options.time_limit:
-        signal.setitimer(signal.ITIMER_REAL, options.time_limit)
+    if not options.keep:
+        signal.setitimer(signal.ITIMER_REAL, options.time_limit or longest_time(options.speed))
     try:
         return wait_for_end(process, reader, options)
     except KeyboardInterrupt:

@@ -6,17 +6,22 @@ import signal
 import traceback
 from dataclasses import asdict
 
+from lab import sanitizers
+from lab.daemon import PROGRAM
 from lab.router import Router
 from lab.scenarios import load_scenarios
 from lab.screen import Screen
 
 PASSED, FAILED = 0, 1
+# A call to another service or a command may be under way, and a sanitizer looks for leaks last.
+LONGEST_END_S = 60
 
 
 class Stage:
     """What a scenario's script works with: the router, and the checks and facts that it leaves behind."""
 
-    def __init__(self, router, screen):
+    def __init__(self, router, screen, keep):
+        self.keep = keep
         self.router = router
         self.screen = screen
         self.checks = []
@@ -43,9 +48,22 @@ def perform(scenario, stage):
         scenario.play(stage)
         stage.screen.write()
         scenario.judge(stage)
+        if not stage.keep:
+            end_daemon(stage)
     except Exception as error:    # pylint: disable=broad-except
         traceback.print_exc()
         stage.check("the lab itself works", False, error)
+
+
+def end_daemon(stage):
+    """Ends the daemon as a router does, and looks at what a sanitizer has to say."""
+    daemon = stage.router.daemon
+    if daemon.pid is None:
+        return
+    stage.check("the daemon ends when it is asked to", daemon.stop(LONGEST_END_S))
+    if sanitizers.built_in(PROGRAM):
+        found = stage.note("sanitizer_reports", sanitizers.reports("wan_detect"))
+        stage.check("the sanitizers have nothing to report", not found, "\n".join(found))
 
 
 def report_of(scenario, stage):
@@ -75,7 +93,7 @@ def play(settings, report_descriptor):
     """Returns the exit status: 0 only when every check of the scenario holds."""
     scenario = load_scenarios()[settings["scenario"]]
     screen = Screen(settings["color"], settings["log"])
-    stage = Stage(Router(scenario, settings["speed"], screen), screen)
+    stage = Stage(Router(scenario, settings["speed"], screen), screen, settings["keep"])
     screen.title(scenario, settings["speed"])
     perform(scenario, stage)
     screen.closing(stage.passed(), scenario.verdict(stage))
