@@ -6,6 +6,7 @@
 #include <cstdarg>
 
 #include <linux/sockios.h>
+#include <net/if.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 
@@ -20,10 +21,28 @@ namespace {
 
 // What the wrapped calls do instead of asking the kernel.
 struct {
-    int busy_answers;   // this many private ioctls fail with EAGAIN
-    int private_ioctls; // asked so far
-    int socket_error;   // 0: sockets can be made
+    int busy_answers;        // this many private ioctls fail with EAGAIN
+    int private_ioctls;      // asked so far
+    int socket_error;        // 0: sockets can be made
+    std::vector<int> chunks; // unless empty: how many records each private ioctl hands out, and then none
 } kernel;
+
+// As the bridge does: four words say the command, where to, how many at most, and from which record on.
+int hand_out_records(const ifreq *request)
+{
+    const auto *words = reinterpret_cast<const unsigned long *>(request->ifr_data);
+    const size_t call = static_cast<size_t>(kernel.private_ioctls - 1);
+    const int count = call < kernel.chunks.size() ? kernel.chunks[call] : 0;
+    EXPECT_STREQ(request->ifr_name, "br-lan");
+    EXPECT_EQ(words[0], 18u);
+    EXPECT_EQ(words[2], 64u);
+    auto *records = reinterpret_cast<t_bridge_record *>(words[1]);
+    for (int i = 0; i < count; i++) {
+        records[i] = {};
+        records[i].ageing_timer = static_cast<uint32_t>(words[3]) + static_cast<uint32_t>(i);
+    }
+    return count;
+}
 
 } // namespace
 
@@ -39,6 +58,8 @@ int __wrap_ioctl(int fd, unsigned long request, void *argument)
         errno = EAGAIN;
         return -1;
     }
+    if (request == SIOCDEVPRIVATE && !kernel.chunks.empty())
+        return hand_out_records(static_cast<ifreq *>(argument));
     return __real_ioctl(fd, request, argument);
 }
 
@@ -153,6 +174,15 @@ TEST_F(bridge_table, without_the_forwarding_file_the_bridge_is_asked_by_ioctl)
     ASSERT_GE(count, 100);
     EXPECT_EQ(hosts_found(count), 100);
     EXPECT_EQ(kernel.private_ioctls, 3); // 64, the rest, none
+}
+
+TEST_F(bridge_table, a_bridge_that_learns_while_it_is_read_does_not_overrun_the_array)
+{
+    kernel.chunks = {3, 64, 60, 64};
+    const t_hidden_sysfs sysfs;
+    ASSERT_EQ(get_bridge_table("br-lan", &records), 191);
+    for (uint32_t i = 0; i < 191; i++)
+        EXPECT_EQ(records[i].ageing_timer, i);
 }
 
 TEST_F(bridge_table, a_busy_bridge_is_asked_again)

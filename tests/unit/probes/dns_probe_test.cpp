@@ -11,6 +11,14 @@
 #include "probes/fake_wire.h"
 #include "support/sandbox.h"
 
+static int random_value;
+
+extern "C" int __wrap_rand();
+extern "C" int __wrap_rand()
+{
+    return random_value;
+}
+
 namespace {
 
 class dns_probe : public testing::Test {
@@ -23,6 +31,7 @@ protected:
     {
         fake_wire.reset();
         fake_clock.reset();
+        random_value = 4711;
         fake_wire.add_interface("eth1", {.ifindex = 11, .mac = {2, 0, 0, 0, 0, 11}});
         fake_wire.add_interface("eth2", {.ifindex = 12, .mac = {2, 0, 0, 0, 0, 12}});
         fake_wire.add_interface("eth3", {.ifindex = 13, .mac = {2, 0, 0, 0, 0, 13}});
@@ -151,7 +160,9 @@ TEST_F(dns_probe, without_any_answer_the_probe_ends_after_three_seconds)
 
 TEST_F(dns_probe, the_lookup_itself_returns_96_without_any_answer)
 {
+    ctx.winner = &eth3;
     EXPECT_EQ(gethostbyname_own_implement(&ctx), 96);
+    EXPECT_EQ(ctx.winner, nullptr);
     at_waits({{1, 0}});
     EXPECT_EQ(gethostbyname_own_implement(&ctx), 0);
 }
@@ -370,12 +381,17 @@ TEST_F(dns_probe, a_second_lookup_starts_afresh)
     EXPECT_EQ(ctx.entries[0].received, 0);
 }
 
-TEST_F(dns_probe, ids_stay_below_65535)
+TEST_F(dns_probe, an_id_is_a_random_value_modulo_65535)
 {
-    for (int i = 0; i < 50; i++) {
-        dns_lookup_via_multi_eth(&ctx);
-        EXPECT_LT(ctx.entries[0].query_id, 65535);
-    }
+    random_value = 65534;
+    dns_lookup_via_multi_eth(&ctx);
+    EXPECT_EQ(ctx.entries[0].query_id, 65534);
+    random_value = 65535;
+    dns_lookup_via_multi_eth(&ctx);
+    EXPECT_EQ(ctx.entries[0].query_id, 0);
+    random_value = RAND_MAX;
+    dns_lookup_via_multi_eth(&ctx);
+    EXPECT_EQ(ctx.entries[0].query_id, RAND_MAX % 65535);
 }
 
 // The form for the loop.
