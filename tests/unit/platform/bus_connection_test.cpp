@@ -7,7 +7,6 @@
 
 #include <fcntl.h>
 #include <sys/socket.h>
-#include <sys/syscall.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -27,7 +26,7 @@ extern "C" int raise(int signal) noexcept
 {
     if (raise_fails)
         return -1;
-    return static_cast<int>(syscall(SYS_tgkill, getpid(), gettid(), signal));
+    return pthread_kill(pthread_self(), signal);
 }
 
 namespace {
