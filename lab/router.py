@@ -3,7 +3,7 @@
 import os
 import subprocess
 import threading
-from dataclasses import dataclass
+from dataclasses import dataclass, field
 from pathlib import Path
 
 from lab import config, mounts, network
@@ -25,19 +25,28 @@ class Port:
     name: str
     label: str
     combo: str = None    # the medium that a combo port starts with, None for another port
-    behind: object = None
+    behind: dict = field(default_factory=dict)    # by medium, "" for a port that is no combo port
     line: network.Line = None
     chip: ComboPort = None
 
     def linked(self):
         return network.carrier(self.name)
 
+    def shown_label(self):
+        return f"{self.label} ({self.chip.joined})" if self.chip else self.label
+
+    def used_line(self):
+        """The cable that the port uses now, and what is behind it."""
+        medium = self.chip.joined if self.chip else ""
+        return self.chip.lines[medium] if self.chip else self.line, self.behind.get(medium)
+
+    def plugged(self):
+        line, _ = self.used_line()
+        return bool(line and line.plugged)
+
     def shown_behind(self):
-        if self.combo:
-            return f"combo, {self.chip.joined}" if self.chip else "combo"
-        if self.behind is None:
-            return ""
-        return self.behind.title if self.line and self.line.plugged else "(unplugged)"
+        _, behind = self.used_line()
+        return behind.title if behind and self.plugged() else ""
 
 
 class Router:
@@ -93,7 +102,7 @@ class Router:
 
     def attach(self, name, behind, plugged=True):
         port, line = self.line(name)
-        port.behind = behind
+        port.behind[name.partition("/")[2]] = behind
         behind.attach(line, port.number, self.clock)
         self.sniffer.listen(line, name)
         if plugged:

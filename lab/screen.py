@@ -7,7 +7,8 @@ import threading
 
 COLORS = {"begin": "1;36", "end": "36", "answer": "32", "verdict": "1;32", "swap": "1;33", "link": "35", "lab": "34",
           "log": "2", "title": "1", "ok": "32", "failed": "1;31", "up": "32", "down": "2", "wan": "1;33"}
-CELL = 15
+WIDE_CELL, NARROW_CELL = 15, 13
+WIDE_PORTS = 5
 TEXT_WIDTH = 96
 EXIT_BROKEN_PIPE = 141
 
@@ -17,6 +18,7 @@ class Screen:
         self.color = color
         self.show_log = show_log
         self.lock = threading.Lock()
+        self.last = None
 
     def paint(self, text, kind):
         return f"\033[{COLORS[kind]}m{text}\033[0m" if self.color and kind in COLORS else text
@@ -24,6 +26,9 @@ class Screen:
     def write(self, text=""):
         try:
             with self.lock:
+                if not text and not self.last:
+                    return
+                self.last = text
                 sys.stdout.write(text + "\n")
                 sys.stdout.flush()
         except BrokenPipeError:    # the reader has seen enough; everything started here ends with this process
@@ -35,7 +40,7 @@ class Screen:
         for paragraph in textwrap.dedent(scenario.story).strip().split("\n\n"):
             self.write(textwrap.fill(" ".join(paragraph.split()), TEXT_WIDTH, initial_indent="  ",
                                      subsequent_indent="  "))
-        self.write(f"  Time runs {pace}; the seconds below are the daemon's own.\n")
+        self.write(f"  Time runs {pace}; the seconds below are the daemon's own.")
 
     def event(self, at, text, kind):
         self.write(f"{at:7.1f} s  {self.paint(text, kind)}")
@@ -46,18 +51,22 @@ class Screen:
             self.write(self.paint(f"{line.at:7.1f} s  | {where}{line.body}", "log"))
 
     def panel(self, ports, wan):
-        """Draws the front panel: one socket per port with its label, role, link, and what the cable leads to."""
-        rows = [[(port.name, "title") for port in ports],
-                [(port.label, None) for port in ports],
-                [("WAN", "wan") if port.name == wan else ("LAN", None) for port in ports],
-                [("* link", "up") if port.linked() else (". no link", "down") for port in ports],
-                [(port.shown_behind(), None) for port in ports]]
-        edge = "+".join("-" * CELL for _ in ports)
-        self.write(f"  +{edge}+")
-        for row in rows:
-            cells = (self.paint(text.center(CELL), kind) for text, kind in row)
-            self.write("  |" + "|".join(cells) + "|")
-        self.write(f"  +{edge}+")
+        """Draws the front panel: one socket per port, and the cables with what they lead to."""
+        cell = WIDE_CELL if len(ports) <= WIDE_PORTS else NARROW_CELL
+        self.write()
+        self.write("  ┌" + "┬".join("─" * cell for _ in ports) + "┐")
+        self.row(cell, [(port.name, "title") for port in ports])
+        self.row(cell, [(port.shown_label(), "down") for port in ports])
+        self.row(cell, [("WAN", "wan") if port.name == wan else ("LAN", None) for port in ports])
+        self.row(cell, [("● link", "up") if port.linked() else ("○ no link", "down") for port in ports])
+        self.write("  └" + "┴".join(("┬" if port.plugged() else "─").center(cell, "─") for port in ports) + "┘")
+        self.row(cell, [("│" if port.plugged() else "", None) for port in ports], edge=" ")
+        self.row(cell, [(port.shown_behind(), None) for port in ports], edge=" ")
+        self.write()
+
+    def row(self, cell, texts, edge="│"):
+        painted = edge.join(self.paint(text.center(cell), kind) for text, kind in texts)
+        self.write(f"  {edge}{painted}{edge}".rstrip())
 
     def check(self, what, passed, detail):
         mark = self.paint("ok    ", "ok") if passed else self.paint("FAILED", "failed")
@@ -65,4 +74,5 @@ class Screen:
 
     def closing(self, passed, verdict):
         word = self.paint("PASSED", "verdict") if passed else self.paint("FAILED", "failed")
-        self.write(f"\n{word}: {verdict}")
+        self.write()
+        self.write(f"{word}: {verdict}")

@@ -49,42 +49,58 @@ RULES = [
     ("remove_brlan_dev_from_list", r"Remove (\S+) out ", "step", "{0} dropped: no link, or LAN hosts behind it"),
     ("switch_wan_to_dev", r"Switching wan dev to (\S+) execute:(.*)!", "swap", "swap: {1}"),
     ("switch_wan_to_dev", r"success switching wan dev to (\S+), port:(\d+)", "swap",
-     "the WAN role went to {0}; port scans pause 20 s, the next cycle starts in 21 s"),
-    ("switch_wan_to_dev", r"Same wan device", "step", "the WAN role stays"),
+     "the WAN role went to {0}; link scans pause for 20 s"),
+    ("switch_wan_to_dev", r"Same wan device", "step", "the WAN role stays where it is"),
     ("toggle_combo_state", r"Toggle combo (\S+) state, .* success switch it to (\S+)!", "swap",
      "combo port {0} changes to {1}"),
     ("wan_detect_remove_fake_wan", r"Set fake_wan_dev=null", "swap", "the fake WAN is dropped"),
-    ("wan_detect_process_link_change", r"Device (\S+) link status change to (\S+)!", "link", "{0} link {1}"),
-    ("wan_detect_process_link_change", r"(?:Wan down|Wan down during detecting)!! Begin detecting in (\d+)ms", "step",
-     "the WAN port lost its link: detection in {0} ms"),
-    ("wan_detect_process_link_change", r"turned up during .*Add it .* after (\d+)ms", "step",
-     "joins the candidates in {0} ms if it stays up"),
+    ("wan_detect_process_link_change", r"^Device (\S+) link status change to (\S+)!", "link", "{0} link {1}"),
+    ("wan_detect_process_link_change", r"Wan down.*!! Begin detecting in (\d+ms)", "step",
+     "the WAN port lost its link: a cycle is due {0}"),
+    ("wan_detect_process_link_change", r"turned up during .*Add it .* after (\d+ms)", "step",
+     "it joins the candidates {0} if it stays up"),
     ("delay_trigger_thread", r"Add device (\S+) to backup", "step", "{0} joins the candidates"),
     ("uloop_start_wan_detect", r"exiting this cycle of detecting", "step", "cycle given up: a new one was asked for"),
     ("uloop_start_wan_detect", r"exiting detecting due to switch off", "step", "cycle given up: detection is off"),
     ("uloop_start_wan_detect", r"detecting protocol (\S+?)\(.*not supported", "verdict", "{0} cannot be detected"),
-    ("uloop_start_wan_detect", r"Start to detect in (\d+) device\(s\) using (\S+)", "step", "asks {0} port(s), {1}"),
+    ("uloop_start_wan_detect", r"Start to detect in (\d+) device\(s\) using arp", "step",
+     "{0} candidate(s): asks each for the gateway by ARP"),
+    ("dhcp_detect_for_all_link_device", r"Overall (\d+) devices ready", "step", "DHCP discovery leaves {0} port(s)"),
+    ("pppoe_detect_for_all_link_device", r"Overall (\d+) devices ready", "step", "PPPoE discovery leaves {0} port(s)"),
+    ("dhcp_detect_for_specify_device", r"device:(\S+) ready", "step", "DHCP discovery leaves {0}"),
+    ("pppoe_detect_for_specify_device", r"device:(\S+) ready", "step", "PPPoE discovery leaves {0}"),
+    ("get_network_status", r"Get network status return: (.*)", "step", "the network manager says: WAN port {0}"),
     ("uloop_wan_detect_end", r"Detect wan result is null", "verdict", "verdict: none, the WAN port stays"),
     ("uloop_wan_detect_end", r"it's banned after detection", "step", "the winner was banned meanwhile: looks again"),
     ("uloop_wan_detect_end", r"Wan Detection over!", "end", "cycle closes"),
-    ("start_wan_detect_all", r"Will begin to detect all device after (\d+)ms", "step", "a full cycle in {0} ms"),
+    ("start_wan_detect_all", r"Will begin to detect all device after (\d+ms)!", "step", "a full cycle is due {0}"),
 ]
-METHODS = {"protocol": "by DHCP or PPPoE discovery", "arp": "by ARP for the gateway"}
+NEWS = ("link", "answer", "verdict", "swap", "end")
+MILLISECONDS = re.compile(r"(\d+)ms")
 COMPILED = [(function, re.compile(pattern), kind, text) for function, pattern, kind, text in RULES]
 CANDIDATES = re.compile(r"Start to detect in (\d+) device\(s\):(.*)")
 
 
+def worded(group):
+    """Delays as a reader says them, anything else as it is."""
+    match = MILLISECONDS.fullmatch(group)
+    if not match:
+        return group
+    return f"in {int(match.group(1)) / 1000:g} s" if int(match.group(1)) else "at once"
+
+
 class Timeline:
-    """Keeps what one line alone cannot tell: whether a cycle is open."""
+    """Keeps what one line alone cannot tell: whether a cycle is open, and what was said before in it."""
 
     def __init__(self):
         self.events = []
         self.open = False
+        self.said = set()
 
     def take(self, line):
         """The event that the line stands for, or None."""
         event = self.candidates(line) or self.by_rule(line)
-        if event is None or (self.events and self.events[-1].text == event.text):
+        if event is None or self.repeated(event):
             return None
         self.events.append(event)
         return event
@@ -93,18 +109,22 @@ class Timeline:
         match = CANDIDATES.match(line.body) if line.function == "uloop_start_wan_detect" else None
         if not match:
             return None
-        words = "looks again at" if self.open else "cycle opens: looks at"
-        kind = "step" if self.open else "begin"
+        words, kind = ("looks again at", "step") if self.open else ("cycle opens: looks at", "begin")
         self.open = True
         return Event(line.at, kind, f"{words} {ports_of(match.group(2))}")
 
     def by_rule(self, line):
         for function, pattern, kind, text in COMPILED:
-            if function != line.function:
-                continue
-            match = pattern.search(line.body)
+            match = pattern.search(line.body) if function == line.function else None
             if match:
                 self.open = self.open and kind != "end"
-                words = [METHODS.get(word, word) for word in match.groups()]
-                return Event(line.at, kind, text.format(*words))
+                return Event(line.at, kind, text.format(*map(worded, match.groups())))
         return None
+
+    def repeated(self, event):
+        """While a cycle waits for something new it looks again every second: telling that once will do."""
+        if event.kind in NEWS:
+            self.said.clear()
+        known = event.text in self.said
+        self.said.add(event.text)
+        return known

@@ -64,6 +64,7 @@ class Scenario:
 
     def verdict(self, stage):
         """The closing line."""
-        if not self.winner:
-            return self.summary
-        return f"the WAN role is with {stage.facts.get('wan_port')}, where the upstream is {self.winner}"
+        holder = stage.facts.get("wan_port")
+        if holder != self.winner:
+            return f"the WAN role is with {holder}, but the line is in {self.winner}"
+        return f"the line in {self.winner} was found and has the WAN role" if stage.passed() else "see above"

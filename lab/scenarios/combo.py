@@ -1,10 +1,12 @@
 # SPDX-License-Identifier: MIT
 """Combo ports: one port, two media."""
 from lab.combo import DRIVER
+from lab.network import carrier
 from lab.scenarios.base import FIRST_CYCLE_S, Scenario
 from lab.upstream import DhcpServer, Silent
 
 TOGGLE_S = 60
+LINK_S = 10
 START_WITHOUT_LINK_S = 120
 
 
@@ -33,6 +35,7 @@ class ComboFallback(Scenario):
         router.plug("eth4/phy")
         stage.note("to_phy", None if first is None else self.toggle(router, "phy", TOGGLE_S, first + 1))
         stage.note("serdes_second", serdes("port5"))
+        router.clock.wait_until(lambda: carrier("eth4"), LINK_S)
         router.show_panel()
 
     @staticmethod
