@@ -101,7 +101,6 @@ int process_dhcp_discovery_all(t_device *dev_hashmap_head, t_protocol *proto_has
         } else {
             LOG(Debug, "No dhcp Service detect in dev:%s yet!\n", device_name(dev));
         }
-        packet_socket_close(&ctx.watcher);
     }
     release_dhcp_detect_handle();
     return result;

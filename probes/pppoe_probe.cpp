@@ -87,7 +87,6 @@ int process_pppoe_discovery_all(t_device *dev_hashmap_head, t_protocol *proto_ha
         } else {
             LOG(Debug, "No pppoe Service detect in dev:%s yet!\n", device_name(ctx.dev));
         }
-        packet_socket_close(&ctx.watcher);
     }
     release_pppoe_detect_handle();
     return result;

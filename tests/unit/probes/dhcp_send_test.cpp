@@ -6,6 +6,7 @@
 
 #include "platform/result_codes.h"
 #include "probes/dhcp_probe.h"
+#include "probes/failing_memory.h"
 #include "probes/probe_fixture.h"
 
 namespace {
@@ -72,9 +73,10 @@ TEST_F(dhcp_send, without_memory_nothing_is_sent)
     list_port(add_port("eth1", 1));
     list_port(add_port("eth2", 2));
     t_log_capture log;
-    failing_callocs = 1;
-    EXPECT_EQ(send_dhcp_discovery_all(&list_), -98);
-    EXPECT_EQ(failing_callocs, 0);
+    {
+        const t_memory_shortage shortage;
+        EXPECT_EQ(send_dhcp_discovery_all(&list_), -98);
+    }
     EXPECT_TRUE(log.has("Error", "send_dhcp_discovery_all", "Failed to malloc 2 dhcp_detect struct"));
     EXPECT_EQ(dhcp_detect_handle.contexts, nullptr);
     EXPECT_EQ(process_dhcp_discovery_all(model_.dev_hashmap_head, model_.proto_hashmap_head, true), PROBE_NO_BATCH);

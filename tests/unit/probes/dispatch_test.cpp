@@ -7,6 +7,7 @@
 #include "model/tables.h"
 #include "platform/result_codes.h"
 #include "probes/dhcp_probe.h"
+#include "probes/failing_memory.h"
 #include "probes/pppoe_probe.h"
 #include "probes/probe_fixture.h"
 
@@ -157,10 +158,8 @@ TEST_P(dispatch, a_batch_that_cannot_be_opened_still_yields_zero)
     t_log_capture log;
     for (bool all : {true, false}) {
         // The list's node is there, the batch's contexts are not.
-        spared_callocs = 1;
-        failing_callocs = 1;
+        const t_memory_shortage shortage(1);
         EXPECT_EQ(all ? GetParam().for_all(&model_) : GetParam().for_one(eth1), 0);
-        EXPECT_EQ(failing_callocs, 0);
     }
     EXPECT_TRUE(log.has("Error", all_function(), "Error sending " + word() + " discovery packet"));
     EXPECT_TRUE(log.has("Error", one_function(), "Error sending " + word() + " discovery packet in dev:eth1"));
@@ -171,11 +170,12 @@ TEST_P(dispatch, without_memory_for_the_list_nothing_is_sent)
 {
     t_device *eth1 = add_port("eth1", 1);
     t_log_capture log;
-    failing_callocs = 1;
-    EXPECT_EQ(GetParam().for_all(&model_), 0);
+    {
+        const t_memory_shortage shortage;
+        EXPECT_EQ(GetParam().for_all(&model_), 0);
+        EXPECT_EQ(GetParam().for_one(eth1), 0);
+    }
     EXPECT_TRUE(log.has("Info", all_function(), "No actual device need detected, skip " + word() + " detect!"));
-    failing_callocs = 1;
-    EXPECT_EQ(GetParam().for_one(eth1), 0);
     EXPECT_TRUE(log.has("Error", one_function(), "Error sending " + word() + " discovery packet in dev:eth1"));
     EXPECT_TRUE(fake_wire.sockets().empty());
 }

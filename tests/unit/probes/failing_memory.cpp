@@ -4,10 +4,17 @@
 #include <cstddef>
 
 static bool memory_is_short;
+static int spared_calls;
 
-t_memory_shortage::t_memory_shortage()
+static bool call_fails()
+{
+    return memory_is_short && spared_calls-- <= 0;
+}
+
+t_memory_shortage::t_memory_shortage(int spared)
 {
     memory_is_short = true;
+    spared_calls = spared;
 }
 
 t_memory_shortage::~t_memory_shortage()
@@ -23,11 +30,11 @@ void *__wrap_realloc(void *memory, size_t size);
 
 void *__wrap_calloc(size_t count, size_t size)
 {
-    return memory_is_short ? nullptr : __real_calloc(count, size);
+    return call_fails() ? nullptr : __real_calloc(count, size);
 }
 
 void *__wrap_realloc(void *memory, size_t size)
 {
-    return memory_is_short ? nullptr : __real_realloc(memory, size);
+    return call_fails() ? nullptr : __real_realloc(memory, size);
 }
 }

@@ -6,6 +6,7 @@
 #include <sys/socket.h>
 
 #include "platform/result_codes.h"
+#include "probes/failing_memory.h"
 #include "probes/pppoe_probe.h"
 #include "probes/probe_fixture.h"
 
@@ -39,9 +40,10 @@ TEST_F(pppoe_send, without_memory_nothing_is_sent)
 {
     list_port(add_port("eth1", 1));
     t_log_capture log;
-    failing_callocs = 1;
-    EXPECT_EQ(send_pppoe_discovery_all(&list_), -98);
-    EXPECT_EQ(failing_callocs, 0);
+    {
+        const t_memory_shortage shortage;
+        EXPECT_EQ(send_pppoe_discovery_all(&list_), -98);
+    }
     EXPECT_TRUE(log.has("Error", "send_pppoe_discovery_all", "Failed to malloc 1 pppoe_detect struct"));
     EXPECT_TRUE(fake_wire.sockets().empty());
 }

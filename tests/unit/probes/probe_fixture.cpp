@@ -7,8 +7,6 @@
 #include "model/tables.h"
 
 std::deque<int> next_random;
-int spared_callocs = 0;
-int failing_callocs = 0;
 
 static int unchosen_random = 0;
 
@@ -21,19 +19,9 @@ extern "C" int rand() noexcept
     return chosen;
 }
 
-extern "C" void *__real_calloc(size_t count, size_t size);
-extern "C" void *__wrap_calloc(size_t count, size_t size)
-{
-    if (failing_callocs == 0 || spared_callocs-- > 0)
-        return __real_calloc(count, size);
-    failing_callocs--;
-    return nullptr;
-}
-
 void t_probe_test::SetUp()
 {
     next_random.clear();
-    spared_callocs = 0;
     unchosen_random = 0;
     fake_wire.reset();
     t_fake_interface lan = {
@@ -52,8 +40,6 @@ void t_probe_test::SetUp()
 
 void t_probe_test::TearDown()
 {
-    spared_callocs = 0;
-    failing_callocs = 0;
     free_device_list(&list_.head);
     release_port_model(&model_);
     destroy_engine_gate(&gate_);

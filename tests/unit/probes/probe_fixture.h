@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// A model with ports and protocols on a fake wire, random values of the test's choice, and memory that can run out.
+// A model with ports and protocols on a fake wire, and random values of the test's choice.
 #pragma once
 
 #include <deque>
@@ -19,10 +19,6 @@ constexpr uint8_t LAN_MAC[MAC_SIZE] = {0x02, 0x00, 0x00, 0x00, 0x00, 0x01};
 
 // What rand() returns next; 1, 2, 3, ... when it is empty.
 extern std::deque<int> next_random;
-
-// How many calls of calloc work before `failing_callocs` of them fail. Needs the linker's --wrap=calloc.
-extern int spared_callocs;
-extern int failing_callocs;
 
 class t_probe_test : public testing::Test {
 protected:
