@@ -60,7 +60,7 @@ class Router:
         self.health = None
         self.daemon = Daemon(self.clock, self.take_log_line)
         self.console = []
-        self.ports = [Port(number, f"eth{number - 1}", "WAN" if number == 1 else f"LAN{number - 1}",
+        self.ports = [Port(number, f"eth{number - 1}", f"P{number}",
                            combo=scenario.combo.get(f"eth{number - 1}"))
                       for number in range(1, scenario.port_count + 1)]
         self.config = config.Config(self.ports, self.port(scenario.wan))

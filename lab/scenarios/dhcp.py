@@ -60,8 +60,8 @@ class Reserved(Scenario):
 
     def configure(self, config):
         config.network["auto_wan_detect"].update(wan_port_pool="1 2 3 4 6 7")
-        # The labels count from 1, and the first position is never aggregated.
-        config.switch["lan_agg"].update(enable_agg="1", lanport="LAN2 LAN1", lacpports="2")
+        # The second of the labels, which belongs to eth1: the first position is never aggregated.
+        config.switch["lan_agg"].update(enable_agg="1", lanport="P1 P2", lacpports="2")
         config.switch["gaming"] = Section("gaming", switch_port="port3")
 
     def start(self, stage):
