@@ -252,7 +252,7 @@ int ubus_complete_request(ubus_context *ctx, ubus_request *req, int timeout)
     ubus_complete_request_async(ctx, req);
     callback_guard guard(ctx);
     ctx->stack_depth++;
-    int status = timeout < 0 ? UBUS_STATUS_TIMEOUT : wait_for_answer(ctx, req, timeout, guard);
+    int status = wait_for_answer(ctx, req, timeout, guard);
     if (guard.context_is_gone()) {
         return status;
     }

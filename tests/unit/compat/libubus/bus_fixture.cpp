@@ -201,6 +201,14 @@ int t_process::wait()
     return *result_;
 }
 
+const std::string &t_process::first_output()
+{
+    auto deadline = t_clock::now() + PATIENCE;
+    while (output_.empty() && is_readable(output_fd_, deadline) && read_more(output_fd_, output_)) {
+    }
+    return output_;
+}
+
 t_daemon::t_daemon(const std::string &socket)
 {
     process_.emplace("ubusd", std::vector<std::string>{"-s", socket});

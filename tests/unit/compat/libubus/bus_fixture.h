@@ -46,6 +46,8 @@ public:
     void signal(int number) const;
     // Exit code, or the negative number of the signal that ended it. Kills it after PATIENCE.
     int wait();
+    // Waits until something was written, and returns it; wait() returns all of it again.
+    const std::string &first_output();
     // Complete after wait().
     const std::string &output() const { return output_; }
     const std::string &errors() const { return errors_; }

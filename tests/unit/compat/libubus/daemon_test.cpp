@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: MIT
 // The daemon itself: its socket, its start and end, the bounds on frames, and clients that misbehave.
-#include "bus_fixture.h"
+#include "frames.h"
 
 #include <csignal>
 #include <cstring>
 #include <dirent.h>
-#include <random>
 #include <set>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -16,72 +15,6 @@ namespace {
 constexpr uid_t NOBODY = 65534;
 constexpr uid_t UNKNOWN_USER = 54321;
 constexpr uint32_t LARGEST_BLOB = 1048576;
-constexpr uint8_t TYPE_HELLO = 0, TYPE_STATUS = 1, TYPE_DATA = 2, TYPE_PING = 3, TYPE_LOOKUP = 4, TYPE_INVOKE = 5,
-                  TYPE_ADD_OBJECT = 6;
-constexpr uint32_t STATUS_WORD = 0x01000008, OBJID_WORD = 0x03000008;
-const t_bytes PING = from_hex("000300010000000000000004");
-const t_bytes PONG = from_hex("000200010000000000000004");
-const t_bytes PING_DONE = from_hex("00010001000000000000000c0100000800000000");
-
-t_bytes word(uint32_t value)
-{
-    t_bytes bytes(4, '\0');
-    set_word_at(bytes, 0, value);
-    return bytes;
-}
-
-t_bytes frame(uint8_t type, uint16_t seq, uint32_t peer, const t_bytes &attributes)
-{
-    return frame_header(type, seq, peer, static_cast<uint32_t>(attributes.size()) + 4) + attributes;
-}
-
-t_bytes attribute(uint8_t id, const t_bytes &value)
-{
-    t_bytes bytes = word(static_cast<uint32_t>(id) << 24 | static_cast<uint32_t>(value.size() + 4)) + value;
-    bytes.resize((bytes.size() + 3) / 4 * 4);
-    return bytes;
-}
-
-t_bytes text(uint8_t id, const std::string &value)
-{
-    return attribute(id, value + '\0');
-}
-
-// The status of the answer to come, which may follow DATA; -1 if there is none.
-int receive_status(t_connection &connection)
-{
-    for (;;) {
-        std::optional<t_bytes> answer = connection.receive();
-        if (!answer) {
-            return -1;
-        }
-        if (frame_type(*answer) == TYPE_STATUS) {
-            EXPECT_EQ(word_at(*answer, 12), STATUS_WORD);
-            return static_cast<int>(word_at(*answer, 16));
-        }
-    }
-}
-
-void expect_pong(t_connection &connection)
-{
-    EXPECT_EQ(to_hex(connection.receive().value_or("")), to_hex(PONG));
-    EXPECT_EQ(to_hex(connection.receive().value_or("")), to_hex(PING_DONE));
-}
-
-// Publishes an object with an empty signature and returns its id.
-uint32_t add_object(t_connection &connection, const std::string &path)
-{
-    connection.send(frame(TYPE_ADD_OBJECT, 1, 0, text(2, path) + attribute(6, "")));
-    std::optional<t_bytes> ids = connection.receive();
-    EXPECT_TRUE(ids && frame_type(*ids) == TYPE_DATA && word_at(*ids, 12) == OBJID_WORD);
-    EXPECT_EQ(receive_status(connection), 0);
-    return ids ? word_at(*ids, 16) : 0;
-}
-
-t_bytes call_of(uint32_t object, uint16_t seq, const t_bytes &data = "")
-{
-    return frame(TYPE_INVOKE, seq, object, attribute(3, word(object)) + text(4, "m") + attribute(7, data));
-}
 
 size_t open_descriptors(pid_t process)
 {
@@ -427,80 +360,6 @@ TEST_F(daemon, passed_descriptors_are_dropped)
         expect_pong(connection);
     }
     EXPECT_LE(open_descriptors(daemon_->pid()), before);
-}
-
-// Garbage
-
-class garbage : public t_bus_test {
-protected:
-    std::mt19937 random_{4711};
-
-    uint32_t below(uint32_t limit) { return random_() % limit; }
-
-    t_bytes bytes(size_t length)
-    {
-        t_bytes result(length, '\0');
-        for (char &byte : result) {
-            byte = static_cast<char>(random_());
-        }
-        return result;
-    }
-
-    // Attributes that are right more often than not.
-    t_bytes attributes()
-    {
-        t_bytes result;
-        for (uint32_t count = below(6); count > 0; count--) {
-            t_bytes value = below(2) ? bytes(below(24)) : word(below(3) ? id_ : random_());
-            t_bytes one = below(3) ? attribute(static_cast<uint8_t>(below(20)), value) : text(below(2) ? 2 : 4, name());
-            if (below(8) == 0) {
-                one[below(static_cast<uint32_t>(one.size()))] ^= static_cast<char>(1 << below(8));
-            }
-            result += one;
-        }
-        return result;
-    }
-
-    std::string name()
-    {
-        static const char *const NAMES[] = {"o", "*", "", "register", "send", "o*", "ubus.x"};
-        return NAMES[below(7)];
-    }
-
-    uint32_t id_ = 1;
-};
-
-TEST_F(garbage, random_bytes_do_not_harm_the_bus)
-{
-    for (int i = 0; i < 500; i++) {
-        t_connection connection(socket_);
-        ASSERT_TRUE(connection.is_open());
-        connection.send(bytes(1 + below(200)));
-    }
-    expect_alive();
-}
-
-TEST_F(garbage, random_frames_do_not_harm_the_bus_nor_a_bystander)
-{
-    t_connection bystander = connect();
-    uint32_t object = add_object(bystander, "bystander");
-    for (int round = 0; round < 60; round++) {
-        t_connection connection(socket_);
-        id_ = frame_peer(connection.receive().value());
-        id_ = below(2) ? add_object(connection, "o") : 1;
-        t_bytes frames;
-        for (int i = 0; i < 60; i++) {
-            frames += frame(static_cast<uint8_t>(below(14)), static_cast<uint16_t>(i), below(2) ? id_ : random_(),
-                            attributes());
-        }
-        connection.send(frames + frame_header(TYPE_PING, 0, 0, 100) + bytes(50));
-    }
-    expect_alive();
-    t_connection caller = connect();
-    caller.send(call_of(object, 3));
-    std::optional<t_bytes> call = bystander.receive();
-    ASSERT_TRUE(call);
-    EXPECT_EQ(frame_type(*call), TYPE_INVOKE);
 }
 
 } // namespace

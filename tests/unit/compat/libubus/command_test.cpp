@@ -1,0 +1,75 @@
+// SPDX-License-Identifier: MIT
+// The `ubus` program where the recordings say nothing: bounds of its waiting, and a bus that is not there.
+#include "bus_fixture.h"
+#include "library_clients.h"
+
+#include <atomic>
+#include <csignal>
+#include <thread>
+#include <unistd.h>
+
+namespace {
+
+class command : public t_bus_test {
+protected:
+    std::vector<std::string> on_bus(std::vector<std::string> arguments)
+    {
+        arguments.insert(arguments.begin(), {"-s", socket_});
+        return arguments;
+    }
+};
+
+TEST_F(command, listen_without_a_limit_goes_on_until_it_is_told_to_end)
+{
+    t_process listener("ubus", on_bus({"-t", "0", "listen", "tick"}));
+    std::atomic<bool> has_heard = false;
+    std::thread sender([&] {
+        while (!has_heard) {
+            t_process("ubus", on_bus({"send", "tick"})).wait();
+        }
+    });
+    EXPECT_EQ(listener.first_output().substr(0, 15), "{ \"tick\": {} }\n");
+    has_heard = true;
+    sender.join();
+    listener.signal(SIGTERM);
+    EXPECT_EQ(listener.wait(), 0);
+}
+
+TEST_F(command, wait_for_without_time_looks_once)
+{
+    t_process absent("ubus", on_bus({"-t", "0", "wait_for", "nope"}));
+    EXPECT_EQ(absent.wait(), 7);
+    t_library_client service(socket_);
+    publish_demo(service);
+    t_process present("ubus", on_bus({"-t", "0", "wait_for", "demo", "demo"}));
+    EXPECT_EQ(present.wait(), 0);
+}
+
+TEST_F(command, wait_for_ends_when_the_last_object_appears)
+{
+    t_library_client first(socket_);
+    publish_demo(first);
+    t_process waiting("ubus", on_bus({"-t", "10", "wait_for", "demo", "types"}));
+    usleep(20000); // either way it must end well; most of the time it waits by now
+    publish_types(first);
+    EXPECT_EQ(waiting.wait(), 0);
+}
+
+TEST_F(command, no_bus_is_told)
+{
+    t_process loud("ubus", {"-s", folder_.path("nobody"), "list"});
+    EXPECT_EQ(loud.wait(), 255);
+    EXPECT_EQ(loud.errors(), "Failed to connect to ubus\n");
+    t_process silent("ubus", {"-S", "-s", folder_.path("nobody"), "list"});
+    EXPECT_EQ(silent.wait(), 255);
+    EXPECT_EQ(silent.errors(), "");
+}
+
+TEST_F(command, an_unknown_option_shows_the_usage)
+{
+    t_process process("ubus", {"-x", "list"});
+    EXPECT_EQ(process.wait(), 1);
+    EXPECT_NE(process.errors().find("Usage: "), std::string::npos);
+}
+
+} // namespace
