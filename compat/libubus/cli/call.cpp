@@ -53,7 +53,7 @@ void explain(const arguments &args, int status)
 
 // A person at the terminal gets the plain status code; a script's log gets the whole command and the code's negative.
 // An object that is not there is no failed call.
-int call(session &bus, const arguments &args)
+int call(bus_link &bus, const arguments &args)
 {
     if (args.count < 2 || args.count > 3) {
         return WRONG_USAGE;
@@ -75,7 +75,7 @@ int call(session &bus, const arguments &args)
     return negated(status);
 }
 
-int send(session &bus, const arguments &args)
+int send(bus_link &bus, const arguments &args)
 {
     if (args.count < 1 || args.count > 2) {
         return WRONG_USAGE;

@@ -31,7 +31,7 @@ struct arguments {
     char **text;
 };
 
-struct session {
+struct bus_link {
     ubus_context *ctx;
     options wanted;
 };
@@ -44,10 +44,10 @@ inline int timeout_ms(int seconds)
 }
 
 // Each returns 0, a status code, its negative when the error has been told, or one of the codes above.
-int list(session &bus, const arguments &args);
-int call(session &bus, const arguments &args);
-int send(session &bus, const arguments &args);
-int listen(session &bus, const arguments &args);
-int wait_for(session &bus, const arguments &args);
+int list(bus_link &bus, const arguments &args);
+int call(bus_link &bus, const arguments &args);
+int send(bus_link &bus, const arguments &args);
+int listen(bus_link &bus, const arguments &args);
+int wait_for(bus_link &bus, const arguments &args);
 
 } // namespace ubus_cli

@@ -71,7 +71,7 @@ void print_object(ubus_context *, ubus_object_data *object, void *priv)
 
 } // namespace
 
-int list(session &bus, const arguments &args)
+int list(bus_link &bus, const arguments &args)
 {
     if (args.count > 1) {
         return WRONG_USAGE;

@@ -14,7 +14,7 @@ constexpr int EXIT_NO_COMMAND = 1;
 
 struct command {
     const char *name;
-    int (*run)(session &bus, const arguments &args);
+    int (*run)(bus_link &bus, const arguments &args);
 };
 
 constexpr command COMMANDS[] = {
@@ -73,7 +73,7 @@ bool read_options(int argc, char **argv, options &wanted)
     return true;
 }
 
-int run_command(session &bus, const char *name, const arguments &args, const char *program)
+int run_command(bus_link &bus, const char *name, const arguments &args, const char *program)
 {
     const command *wanted = find_command(name);
     int result = wanted ? wanted->run(bus, args) : WRONG_USAGE;
@@ -87,7 +87,7 @@ int run_command(session &bus, const char *name, const arguments &args, const cha
 
 int run(int argc, char **argv)
 {
-    session bus = {};
+    bus_link bus = {};
     if (!read_options(argc, argv, bus.wanted) || optind >= argc) {
         usage(argv[0]);
         return EXIT_NO_COMMAND;

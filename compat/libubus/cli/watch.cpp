@@ -89,7 +89,7 @@ void notice_added(ubus_context *, ubus_event_handler *handler, const char *, blo
 
 } // namespace
 
-int listen(session &bus, const arguments &args)
+int listen(bus_link &bus, const arguments &args)
 {
     ubus_event_handler handler = {};
     handler.cb = print_event;
@@ -107,7 +107,7 @@ int listen(session &bus, const arguments &args)
 }
 
 // Listens before it looks, so that no object slips in between.
-int wait_for(session &bus, const arguments &args)
+int wait_for(bus_link &bus, const arguments &args)
 {
     if (args.count < 1) {
         return WRONG_USAGE;
