@@ -12,6 +12,7 @@
 #include <poll.h>
 #include <pty.h>
 #include <stdexcept>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -144,6 +145,7 @@ void t_process::start(t_stderr kind, const std::function<int()> &body)
     fflush(nullptr);
     pid_ = fork();
     if (pid_ == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL); // should the test crash
         dup2(output[1], STDOUT_FILENO);
         dup2(errors[1], STDERR_FILENO);
         int result = body();
