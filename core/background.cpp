@@ -3,6 +3,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <ctime>
 #include <initializer_list>
 #include <poll.h>
 #include <sys/eventfd.h>
@@ -12,6 +13,7 @@
 #include "core/link_change.h"
 #include "model/port_model.h"
 #include "platform/clock.h"
+#include "platform/guards.h"
 #include "platform/shared.h"
 
 constexpr int NO_REQUEST = -1;
@@ -20,10 +22,11 @@ constexpr int64_t MICROSECONDS_PER_MILLISECOND = 1000;
 
 static t_shared<int> stop_reason = {NOT_STOPPING}; // signal number, or 0 for an end without one
 static t_shared<int> requested_delay_ms = {NO_REQUEST};
-static t_shared<int> threads_at_work = {0};
 static pthread_t loop_thread;
-static int stop_fd = -1; // readable for good once the end is asked for
-static int idle_fd = -1; // readable when the last background thread left
+static int stop_fd = -1;                                      // readable for good once the end is asked for
+static pthread_mutex_t work_lock = PTHREAD_MUTEX_INITIALIZER; // threads_at_work
+static pthread_cond_t work_left;                              // a background thread left
+static int threads_at_work;
 static uloop_fd stop_watcher;
 static uloop_fd wake_watcher;
 
@@ -59,9 +62,13 @@ bool init_background()
 {
     loop_thread = pthread_self();
     stop_fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    idle_fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     wake_watcher.fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    return stop_fd >= 0 && idle_fd >= 0 && wake_watcher.fd >= 0;
+    pthread_condattr_t attributes;
+    pthread_condattr_init(&attributes);
+    pthread_condattr_setclock(&attributes, CLOCK_MONOTONIC);
+    pthread_cond_init(&work_left, &attributes);
+    pthread_condattr_destroy(&attributes);
+    return stop_fd >= 0 && wake_watcher.fd >= 0;
 }
 
 void attach_background_to_loop()
@@ -117,6 +124,12 @@ bool sleep_unless_stopped(uint32_t milliseconds)
     return wait_readable(stop_fd, milliseconds);
 }
 
+static void enter_background()
+{
+    t_mutex_guard guard(work_lock);
+    threads_at_work++;
+}
+
 int start_background_thread(pthread_t *thread, t_thread_body body, void *argument)
 {
     sigset_t ends, saved;
@@ -124,7 +137,7 @@ int start_background_thread(pthread_t *thread, t_thread_body body, void *argumen
     sigaddset(&ends, SIGTERM);
     sigaddset(&ends, SIGINT);
     sigaddset(&ends, SIGALRM);
-    __atomic_add_fetch(&threads_at_work.value, 1, __ATOMIC_ACQ_REL);
+    enter_background();
     pthread_sigmask(SIG_BLOCK, &ends, &saved);
     int result = pthread_create(thread, nullptr, body, argument);
     pthread_sigmask(SIG_SETMASK, &saved, nullptr);
@@ -135,8 +148,9 @@ int start_background_thread(pthread_t *thread, t_thread_body body, void *argumen
 
 void leave_background()
 {
-    if (__atomic_sub_fetch(&threads_at_work.value, 1, __ATOMIC_ACQ_REL) == 0)
-        wake(idle_fd);
+    t_mutex_guard guard(work_lock);
+    threads_at_work--;
+    pthread_cond_signal(&work_left);
 }
 
 void park_background()
@@ -149,26 +163,24 @@ void park_background()
 bool stop_background_threads()
 {
     request_stop(0);
-    const t_time_stamp start = get_time_stamp();
-    while (threads_at_work > 0) {
-        int64_t passed_ms = time_stamp_diff_us(get_time_stamp(), start) / MICROSECONDS_PER_MILLISECOND;
-        if (passed_ms >= BACKGROUND_STOP_LIMIT_MS)
-            return false;
-        uint64_t wakes;
-        if (wait_readable(idle_fd, static_cast<uint32_t>(BACKGROUND_STOP_LIMIT_MS - passed_ms)) &&
-            read(idle_fd, &wakes, sizeof wakes) < 0 && errno != EAGAIN)
-            return false;
-    }
+    timespec limit;
+    clock_gettime(CLOCK_MONOTONIC, &limit);
+    limit.tv_sec += BACKGROUND_STOP_LIMIT_SECONDS;
+    t_mutex_guard guard(work_lock);
+    while (threads_at_work > 0)
+        if (pthread_cond_timedwait(&work_left, &work_lock, &limit) == ETIMEDOUT)
+            return threads_at_work == 0;
     return true;
 }
 
 void release_background()
 {
-    for (int *fd : {&stop_fd, &idle_fd, &wake_watcher.fd}) {
+    for (int *fd : {&stop_fd, &wake_watcher.fd}) {
         if (*fd >= 0)
             close(*fd);
         *fd = -1;
     }
+    pthread_cond_destroy(&work_left);
     stop_reason = NOT_STOPPING;
 }
 
