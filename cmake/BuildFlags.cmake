@@ -27,7 +27,8 @@ foreach(flag -fstack-clash-protection -fcf-protection)
 endforeach()
 
 if(WAN_DETECT_SANITIZE)
-  add_compile_options(-fsanitize=${WAN_DETECT_SANITIZE} -fno-omit-frame-pointer -g)
+  add_compile_options(-fsanitize=${WAN_DETECT_SANITIZE} -fno-omit-frame-pointer -g
+    -Wno-maybe-uninitialized) # GCC 12 sees ghosts in instrumented code
   add_link_options(-fsanitize=${WAN_DETECT_SANITIZE})
   if(WAN_DETECT_SANITIZE MATCHES "undefined")
     add_compile_options(-fno-sanitize-recover=undefined -fno-sanitize=vptr)

@@ -7,7 +7,6 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <regex>
 #include <sched.h>
 #include <sstream>
 #include <sys/mman.h>
@@ -134,15 +133,30 @@ std::string t_log_capture::text()
     return text;
 }
 
+// Takes "[text]" off the front of a line; false when the line does not begin with one.
+static bool take_bracket(std::string &line, std::string &text)
+{
+    size_t end = line.find(']');
+    if (line.empty() || line[0] != '[' || end == std::string::npos)
+        return false;
+    text = line.substr(1, end - 1);
+    line.erase(0, end + 1);
+    return true;
+}
+
 std::vector<t_log_line> t_log_capture::lines()
 {
-    static const std::regex form(R"(^\[wan_detect\]\[(\w+)\]\[(-?\d+)\]\[(\w+):\d+\]: (.*)$)");
     std::vector<t_log_line> found;
     std::stringstream all(text());
     for (std::string line; std::getline(all, line);) {
-        std::smatch match;
-        if (std::regex_match(line, match, form))
-            found.push_back({match[1], match[3], match[4]});
+        std::string component, uptime, place;
+        t_log_line parts;
+        if (!take_bracket(line, component) || component != "wan_detect" || !take_bracket(line, parts.level) ||
+            !take_bracket(line, uptime) || !take_bracket(line, place) || line.rfind(": ", 0) != 0)
+            continue;
+        parts.function = place.substr(0, place.find(':'));
+        parts.body = line.substr(2);
+        found.push_back(parts);
     }
     return found;
 }
