@@ -46,8 +46,12 @@ build() { # build PRESET
     cmake --preset "$1" && cmake --build --preset "$1" -j "$jobs"
 }
 
-unit() { # unit PRESET
-    ctest --preset "$1" -j "$jobs" --timeout 300
+unit() { # unit PRESET: what failed runs a second time, alone and talkative, but has failed all the same
+    ctest --preset "$1" -j "$jobs" --timeout 300 -Q -O "$logs/ctest-$1.log" && return 0
+    sed -n '/tests passed/,$p' "$logs/ctest-$1.log"
+    echo "---- what failed, once more"
+    ctest --preset "$1" --rerun-failed --output-on-failure | tail -n 100
+    return 1
 }
 
 formatting() {
@@ -67,6 +71,7 @@ program_checks() {
 }
 
 [ "$(id -u)" -eq 0 ] || { echo "test.sh: needs root (network namespaces, raw sockets)" >&2; exit 1; }
+rm -rf "$logs"
 mkdir -p "$logs"
 
 say "Packages"
@@ -77,7 +82,6 @@ if [ "$what" != lab ]; then
     step "build release" build release && {
         step "program checks" program_checks
         step "unit tests" unit release
-        sed -n 's/^\([0-9]*% tests passed.*\)/   \1/p' "$logs/unit-tests.log"
     }
     step "formatting" formatting
     say "Sanitizers"
@@ -92,7 +96,7 @@ if [ "$what" != unit ]; then
         tail -n 1 "$logs/lab-scenarios.log" | sed 's/^/   /'
 fi
 
-total_passed=$(cat "$logs"/unit-tests*.log 2>/dev/null | grep -c ' Passed ')
+total_passed=$(cat "$logs"/ctest-*.log 2>/dev/null | grep -c ' Passed ')
 lab_passed=$(sed -n 's/^.*\b\([0-9][0-9]*\) passed.*/\1/p' "$logs/lab-scenarios.log" 2>/dev/null | tail -n 1)
 say "Result"
 if [ ${#failures[@]} -gt 0 ]; then
