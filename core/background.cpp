@@ -2,7 +2,6 @@
 #include "core/background.h"
 
 #include <cerrno>
-#include <csignal>
 #include <ctime>
 #include <initializer_list>
 #include <poll.h>
@@ -27,6 +26,7 @@ static int stop_fd = -1;                                      // readable for go
 static pthread_mutex_t work_lock = PTHREAD_MUTEX_INITIALIZER; // threads_at_work
 static pthread_cond_t work_left;                              // a background thread left
 static int threads_at_work;
+static int wake_fd = -1; // readable when there is a wish for the loop
 static uloop_fd stop_watcher;
 static uloop_fd wake_watcher;
 
@@ -42,7 +42,7 @@ static void end_loop(uloop_fd *, unsigned int)
     uloop_end();
 }
 
-// A cycle may have ended between the request and now; a WAN port that went down then opens the next one.
+// A cycle may have ended between the request and now.
 static void serve_request(uloop_fd *watcher, unsigned int)
 {
     uint64_t wakes;
@@ -51,30 +51,30 @@ static void serve_request(uloop_fd *watcher, unsigned int)
     int delay_ms = __atomic_exchange_n(&requested_delay_ms.value, NO_REQUEST, __ATOMIC_ACQ_REL);
     if (delay_ms == NO_REQUEST)
         return;
-    if (!engine.detecting && !port_model.wan_detect_running) {
-        engine.detecting = 1;
-        delay_ms = WAN_DOWN_DELAY_MS;
-    }
-    uloop_timeout_set(&engine.start_wan_detect, delay_ms);
+    if (engine.detecting || port_model.wan_detect_running)
+        uloop_timeout_set(&engine.start_wan_detect, delay_ms);
+    else
+        reopen_after_wan_loss();
 }
 
 bool init_background()
 {
     loop_thread = pthread_self();
     stop_fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    wake_watcher.fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    wake_fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     pthread_condattr_t attributes;
     pthread_condattr_init(&attributes);
     pthread_condattr_setclock(&attributes, CLOCK_MONOTONIC);
     pthread_cond_init(&work_left, &attributes);
     pthread_condattr_destroy(&attributes);
-    return stop_fd >= 0 && wake_watcher.fd >= 0;
+    return stop_fd >= 0 && wake_fd >= 0;
 }
 
 void attach_background_to_loop()
 {
     stop_watcher.fd = stop_fd;
     stop_watcher.cb = end_loop;
+    wake_watcher.fd = wake_fd;
     wake_watcher.cb = serve_request;
     uloop_fd_add(&stop_watcher, ULOOP_READ);
     uloop_fd_add(&wake_watcher, ULOOP_READ);
@@ -86,14 +86,15 @@ void detach_background_from_loop()
     uloop_fd_delete(&wake_watcher);
 }
 
-void request_stop(int signal_number)
+bool request_stop(int signal_number)
 {
     int saved_errno = errno;
     int expected = NOT_STOPPING;
-    __atomic_compare_exchange_n(&stop_reason.value, &expected, signal_number, false, __ATOMIC_ACQ_REL,
-                                __ATOMIC_ACQUIRE);
+    bool first = __atomic_compare_exchange_n(&stop_reason.value, &expected, signal_number, false, __ATOMIC_ACQ_REL,
+                                             __ATOMIC_ACQUIRE);
     wake(stop_fd);
     errno = saved_errno;
+    return first;
 }
 
 int stop_signal()
@@ -130,13 +131,20 @@ static void enter_background()
     threads_at_work++;
 }
 
-int start_background_thread(pthread_t *thread, t_thread_body body, void *argument)
+sigset_t ending_signals()
 {
-    sigset_t ends, saved;
+    sigset_t ends;
     sigemptyset(&ends);
     sigaddset(&ends, SIGTERM);
     sigaddset(&ends, SIGINT);
     sigaddset(&ends, SIGALRM);
+    return ends;
+}
+
+int start_background_thread(pthread_t *thread, t_thread_body body, void *argument)
+{
+    const sigset_t ends = ending_signals();
+    sigset_t saved;
     enter_background();
     pthread_sigmask(SIG_BLOCK, &ends, &saved);
     int result = pthread_create(thread, nullptr, body, argument);
@@ -175,22 +183,28 @@ bool stop_background_threads()
 
 void release_background()
 {
-    for (int *fd : {&stop_fd, &wake_watcher.fd}) {
+    for (int *fd : {&stop_fd, &wake_fd}) {
         if (*fd >= 0)
             close(*fd);
         *fd = -1;
     }
     pthread_cond_destroy(&work_left);
     stop_reason = NOT_STOPPING;
+    requested_delay_ms = NO_REQUEST;
 }
 
 void request_start_wan_detect(int delay_ms)
 {
     if (pthread_equal(pthread_self(), loop_thread)) {
-        requested_delay_ms = NO_REQUEST;
+        forget_requested_start();
         uloop_timeout_set(&engine.start_wan_detect, delay_ms);
         return;
     }
     requested_delay_ms = delay_ms;
-    wake(wake_watcher.fd);
+    wake(wake_fd);
+}
+
+void forget_requested_start()
+{
+    requested_delay_ms = NO_REQUEST;
 }

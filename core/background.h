@@ -6,6 +6,7 @@
 // each thread reaches a point where it touches nothing shared before the shared things go away.
 #pragma once
 
+#include <csignal>
 #include <cstdint>
 #include <pthread.h>
 
@@ -22,14 +23,18 @@ void attach_background_to_loop();
 // Takes them out of the loop again; before uloop_done.
 void detach_background_from_loop();
 
-// Asks for the end of the process. Safe in a signal handler; any thread. The first signal number wins.
-void request_stop(int signal_number);
+// Asks for the end of the process, with a signal number or 0. The first one wins: true for it. Safe in a signal
+// handler; any thread.
+bool request_stop(int signal_number);
 
 // The signal that asked for the end; 0 while nobody did.
 int stop_signal();
 
 // Sleeps, at once over when the end is asked for; then true. Any thread.
 bool sleep_unless_stopped(uint32_t milliseconds);
+
+// The signals that end the process: those that ask for it, and the alarm for a shutdown that hangs.
+sigset_t ending_signals();
 
 // Starts a thread in which the signals that end the process are blocked. Shutdown waits for it until it leaves. The
 // error number of pthread_create, 0 for success.
@@ -46,9 +51,12 @@ void leave_background();
 // thread.
 bool stop_background_threads();
 
-// Closes the descriptors and forgets the wish to end, when every thread is gone.
+// Closes the descriptors and forgets every wish, when every thread is gone.
 void release_background();
 
 // Arms uloop_start_wan_detect after `delay_ms`: directly on the loop thread, by the slot on any other. The last one
 // wins.
 void request_start_wan_detect(int delay_ms);
+
+// A pass that begins looks at all links itself: a wish still in the slot has been answered. Loop thread.
+void forget_requested_start();

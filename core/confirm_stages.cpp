@@ -100,6 +100,8 @@ void uloop_wan_detect_using_dns(uloop_timeout *)
     engine.dns_ctx = {};
     int32_t count = 0;
     for (t_device_list *node = engine.possible_wan_dev_list.head.next; node; node = node->next) {
+        if (!node->dev)
+            continue; // the next pass audits the list
         if (is_static)
             use_static_config(node->dev);
         const t_dns_entry &entry = fill_dns_entry(engine.dns_ctx.entries[count++], node->dev);

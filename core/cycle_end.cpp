@@ -4,6 +4,7 @@
 #include "core/candidates.h"
 #include "core/cycle_start.h"
 #include "core/engine.h"
+#include "core/link_change.h"
 #include "model/banned.h"
 #include "model/current_wan.h"
 #include "model/fake_wan.h"
@@ -66,6 +67,7 @@ void clear_dev_volatile_attribute()
 void uloop_wan_detect_end(uloop_timeout *)
 {
     LOG_ENTER();
+    bool wan_was_lost = engine.start_wan_detect.pending; // nothing else asks for a pass once there is a verdict
     cancel_cycle_stage();
     update_banned_device_list(&port_model.banned_list);
     t_device *winner = engine.result_dev;
@@ -97,4 +99,6 @@ void uloop_wan_detect_end(uloop_timeout *)
     clear_dev_volatile_attribute();
     engine.dns_ctx = {};
     LOG(Info, "Wan Detection over!\n");
+    if (wan_was_lost)
+        reopen_after_wan_loss();
 }

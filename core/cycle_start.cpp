@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "core/cycle_start.h"
 
+#include "core/background.h"
 #include "core/candidates.h"
 #include "core/engine.h"
 #include "core/proto_stage.h"
@@ -63,6 +64,7 @@ void uloop_init_wan_detect_all(uloop_timeout *timer)
 static void open_pass()
 {
     cancel_cycle_stage();
+    forget_requested_start();
     if (!port_model.wan_detect_running) {
         port_model.wan_detect_running = 1;
         delete_file(WAN_RESULT_FILE);

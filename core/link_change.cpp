@@ -16,7 +16,20 @@ static const char *link_word(bool up)
     return up ? "up" : "down";
 }
 
-// The port's link has settled: it joins the candidates at the next pass, if there still is a cycle.
+// Adds the port to the parked ones and tells how many there are then. ERR_NOTHING_DONE when the cycle is over: its end
+// empties the list under the same lock, so nothing is left behind for the next cycle.
+static int park_device(t_device *dev, int *parked)
+{
+    t_spin_guard guard(engine_gate->locks.cache_lock);
+    if (!engine.detecting)
+        return ERR_NOTHING_DONE;
+    t_device_list_head &cache = engine.possible_wan_dev_list_cache;
+    int added = add_unique_device_inorder_to_list(&cache.head, dev);
+    if (added == OK)
+        *parked = ++cache.count;
+    return added;
+}
+
 void delay_trigger_thread(t_device *dev, uint32_t settle_ms)
 {
     if (sleep_unless_stopped(settle_ms))
@@ -26,18 +39,14 @@ void delay_trigger_thread(t_device *dev, uint32_t settle_ms)
             dev->name, static_cast<int>(PORT_SETTLE_MS));
         return;
     }
-    if (!engine.detecting) {
+    int parked = 0;
+    int result = park_device(dev, &parked);
+    if (result == OK)
+        LOG(Info, "Add device %s to backup possible wan list(%d devices contained)!\n", dev->name, parked);
+    else if (result == ERR_NOTHING_DONE)
         LOG(Info, "skipping add device %s to possible_wan_dev_list_cache due to detect is over!\n", dev->name);
-        return;
-    }
-    t_spin_guard guard(engine_gate->locks.cache_lock);
-    t_device_list_head &cache = engine.possible_wan_dev_list_cache;
-    if (add_unique_device_inorder_to_list(&cache.head, dev) != OK) {
+    else
         LOG(Info, "Failed to add device %s to backup possible wan list! might add reapeatly\n", dev->name);
-        return;
-    }
-    cache.count++;
-    LOG(Info, "Add device %s to backup possible wan list(%d devices contained)!\n", dev->name, cache.count);
 }
 
 static void *run_delay_trigger(void *dev)
@@ -47,6 +56,25 @@ static void *run_delay_trigger(void *dev)
     return nullptr;
 }
 
+// False when the state was stored already: of several threads that see a change, one acts upon it.
+static bool store_link(t_device *dev, bool up)
+{
+    t_write_guard guard(engine_gate->locks.device_lock);
+    if (static_cast<bool>(dev->link_active) == up)
+        return false;
+    dev->link_active = up;
+    return true;
+}
+
+void reopen_after_wan_loss()
+{
+    const t_device *now_wan = port_model.wan_dev;
+    if (!now_wan || now_wan->link_active)
+        return;
+    engine.detecting = 1;
+    uloop_timeout_set(&engine.start_wan_detect, WAN_DOWN_DELAY_MS);
+}
+
 // Long because every line that tells what a link change leads to stands here.
 int wan_detect_process_link_change(t_device *dev, bool up)
 {
@@ -54,15 +82,11 @@ int wan_detect_process_link_change(t_device *dev, bool up)
         LOG(Debug, "wan_detect in ap/repeater mode, ignore the deivce status change!\n");
         return OK;
     }
-    if (static_cast<bool>(dev->link_active) == up) {
+    if (!store_link(dev, up)) {
         LOG(Debug, "Device %s status not change!\n", dev->name);
         return OK;
     }
     LOG(Info, "Device %s link status change to %s!\n", dev->name, link_word(up));
-    {
-        t_write_guard guard(engine_gate->locks.device_lock);
-        dev->link_active = up;
-    }
     if (!port_model.enable) {
         LOG(Debug, "wan_detect not enable, ignore the deivce status change!\n");
         return OK;

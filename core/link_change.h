@@ -14,6 +14,10 @@ constexpr uint32_t PORT_SETTLE_MS = 9000; // from a port's link to its place amo
 // nothing happens, not even the storing.
 int wan_detect_process_link_change(t_device *dev, bool up);
 
+// The WAN port went down too late for the cycle that just ended: the next one opens as after any loss. Nothing happens
+// when the port that is the WAN port now has a link. Loop thread.
+void reopen_after_wan_loss();
+
 // Body of the detached thread of a port that came up: waits for the link to settle, then parks the port unless the link
 // or the cycle is gone, or the process is about to end.
 void delay_trigger_thread(t_device *dev, uint32_t settle_ms);

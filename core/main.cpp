@@ -29,25 +29,6 @@ constexpr int LINK_WAIT_TRIES = 30;
 constexpr uint32_t LINK_WAIT_INTERVAL_MS = 2000;
 constexpr uint32_t SETTLE_MS = 15000; // before the first cycle, link or no link
 
-// The loop thread and all it stands on, before the first message can go out.
-static void prepare_process(const t_options &options)
-{
-    port_model = {};
-    log_set_level(options.log_level);
-    if (options.has_level)
-        log_open();
-    if (!init_background())
-        exit(EXIT_FAILURE);
-    install_signal_handlers();
-    srand(static_cast<unsigned>(time(nullptr)));
-    uloop_handle_sigchld = false; // else the loop would reap the children of other threads' commands
-    uloop_init();
-    attach_background_to_loop();
-    init_engine_gate(&engine.gate);
-    engine_gate = &engine.gate;
-    engine_handlers = {start_wan_detect_all, start_proto_detect, wan_detect_process_link_change};
-}
-
 // Where start-up ends when somebody, maybe the daemon itself, sent a signal.
 static void stop_if_asked()
 {
@@ -60,6 +41,28 @@ static void give_up()
     if (raise(SIGTERM) != 0)
         exit(EXIT_FAILURE);
     stop_if_asked();
+}
+
+// The loop thread and all it stands on, before the first message can go out.
+static void prepare_process(const t_options &options)
+{
+    port_model = {};
+    log_set_level(options.log_level);
+    if (options.has_level)
+        log_open();
+    bool ready = init_background();
+    install_signal_handlers();
+    srand(static_cast<unsigned>(time(nullptr)));
+    uloop_handle_sigchld = false; // else the loop would reap the children of other threads' commands
+    ready = uloop_init() == 0 && ready;
+    attach_background_to_loop();
+    init_engine_gate(&engine.gate);
+    engine_gate = &engine.gate;
+    engine_handlers = {start_wan_detect_all, start_proto_detect, wan_detect_process_link_change};
+    if (!ready) {
+        LOG(Critical, "no descriptors for the event loop\n");
+        give_up();
+    }
 }
 
 static void pause_start_up(uint32_t milliseconds)
@@ -99,6 +102,7 @@ int main(int argc, char **argv)
     t_options options;
     if (parse_options(argc, argv, &options) == OPTIONS_STOP)
         return EXIT_FAILURE;
+    hold_ending_signals();
     pid_t child = fork();
     if (child < 0) {
         run_command("echo '[wan_detect][Error] error fork!!!' > /dev/console");
@@ -140,6 +144,7 @@ int main(int argc, char **argv)
     pause_start_up(SETTLE_MS);
     if (port_model.enable && port_model.router_mode)
         open_first_cycle();
+    stop_if_asked();
 
     if (int result = start_worker(&combo_worker, wan_combo_switch_thread)) {
         LOG(Critical, "pthread_create wan_combo_auto_switch failed...%d\n", result);

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "core/proto_stage.h"
 
+#include "core/cycle_start.h"
 #include "core/engine.h"
 #include "model/banned.h"
 #include "model/current_wan.h"
@@ -15,8 +16,6 @@
 #include "probes/dispatch.h"
 #include "probes/lan_hosts.h"
 #include "probes/pppoe_probe.h"
-
-#include "core/cycle_start.h"
 
 // What a look at the batches said.
 enum class t_collected : uint8_t { waiting, over };

@@ -8,8 +8,6 @@
 #include "model/tables.h"
 #include "platform/log.h"
 
-#include "core/cycle_start.h"
-
 static const t_protocol *wanted_protocol()
 {
     return tunnel_over("dynamic") ? find_protocol(port_model.proto_hashmap_head, "dhcp") : port_model.wan_proto;

@@ -3,6 +3,7 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <pthread.h>
 #include <unistd.h>
 
 #include "core/background.h"
@@ -24,10 +25,17 @@ static void end_hanging_process(int)
     _exit(EXIT_SUCCESS);
 }
 
+// Only the first signal sets the time limit, or signals that keep coming would put it off for ever.
 static void mark_stop(int signal_number)
 {
-    request_stop(signal_number);
-    alarm(SHUTDOWN_LIMIT_SECONDS);
+    if (request_stop(signal_number))
+        alarm(SHUTDOWN_LIMIT_SECONDS);
+}
+
+void hold_ending_signals()
+{
+    const sigset_t ends = ending_signals();
+    pthread_sigmask(SIG_BLOCK, &ends, nullptr);
 }
 
 void install_signal_handlers()
@@ -42,6 +50,9 @@ void install_signal_handlers()
     sigaction(SIGTERM, &on_end, nullptr);
     sigaction(SIGINT, &on_end, nullptr);
     sigaction(SIGKILL, &on_end, nullptr); // asked for like the others; the kernel refuses
+
+    const sigset_t ends = ending_signals();
+    pthread_sigmask(SIG_UNBLOCK, &ends, nullptr);
 }
 
 static void release_lists()

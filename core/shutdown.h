@@ -14,7 +14,12 @@ struct t_worker {
 extern t_worker combo_worker;
 extern t_worker link_worker;
 
-// SIGTERM and SIGINT mark the wish to end; signal_kill follows on the main thread.
+// Lets signals that end the process wait until there is a handler for them. Before the fork, so that the daemon knows
+// no moment at which it would die of one.
+void hold_ending_signals();
+
+// SIGTERM and SIGINT mark the wish to end; signal_kill follows on the main thread. Those that were held, or blocked by
+// whoever started the process, arrive now.
 void install_signal_handlers();
 
 // Releases everything, in reverse of start-up.

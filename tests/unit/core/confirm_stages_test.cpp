@@ -208,6 +208,17 @@ TEST_F(confirm_stages, without_candidates_the_cycle_goes_back)
                          "Shouldn't happen, no device need to query dns, wainting for other device connect!"));
 }
 
+TEST_F(confirm_stages, a_candidate_without_a_device_is_not_asked)
+{
+    offer("dhcp", "");
+    candidates_are({"eth1", "eth2"});
+    engine.possible_wan_dev_list.head.next->dev = nullptr;
+    fake_probes.dns_ports = {"eth2"};
+    run(engine.using_dns);
+    EXPECT_EQ(engine.dns_ctx.count, 1);
+    EXPECT_EQ(engine.result_dev, dev("eth2"));
+}
+
 TEST_F(confirm_stages, dns_cannot_judge_other_connection_types)
 {
     offer("pppoe", "");

@@ -136,6 +136,7 @@ TEST_F(cycle_end, returns_the_engine_to_rest)
 
 TEST_F(cycle_end, leaves_no_timer_that_opens_a_cycle_behind_its_back)
 {
+    plug({"eth0"});
     uloop_timeout_set(&engine.start_wan_detect, 1000);
     uloop_timeout_set(&engine.using_dns, 1000);
     end_with(nullptr);

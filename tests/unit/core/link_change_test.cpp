@@ -2,6 +2,7 @@
 #include "core/link_change.h"
 
 #include "core/background.h"
+#include "core/cycle_start.h"
 #include "core/engine_fixture.h"
 #include "model/banned.h"
 #include "model/lists.h"
@@ -21,7 +22,26 @@ protected:
         t_engine_test::TearDown();
         release_background();
     }
+    // Leaves a wish as a background thread does.
+    static void wish_from_a_thread()
+    {
+        pthread_t thread;
+        ASSERT_EQ(start_background_thread(
+                      &thread,
+                      [](void *) -> void * {
+                          request_start_wan_detect(1000);
+                          leave_background();
+                          return nullptr;
+                      },
+                      nullptr),
+                  0);
+        pthread_join(thread, nullptr);
+    }
 };
+
+// Long enough for a thread to reach a lock that somebody holds. A test that is too early passes without having seen
+// the race; it never fails for it.
+constexpr uint32_t REACH_LOCK_MS = 50;
 
 TEST_F(link_change, outside_router_mode_not_even_the_state_is_stored)
 {
@@ -235,20 +255,118 @@ TEST_F(link_change, the_last_of_several_wishes_wins)
 TEST_F(link_change, a_wish_that_arrives_after_the_cycle_ended_opens_the_next_one_with_the_full_wait)
 {
     attach_background_to_loop();
-    pthread_t thread;
-    start_background_thread(
-        &thread,
-        [](void *) -> void * {
-            request_start_wan_detect(1000);
-            leave_background();
-            return nullptr;
-        },
-        nullptr);
-    pthread_join(thread, nullptr);
+    wish_from_a_thread();
     uloop_run_timeout(1000);
     EXPECT_TRUE(engine.detecting);
     EXPECT_EQ(armed(engine.start_wan_detect), 10000);
     detach_background_from_loop();
+}
+
+TEST_F(link_change, a_wish_that_arrives_after_the_wan_role_went_to_a_linked_port_opens_nothing)
+{
+    attach_background_to_loop();
+    plug({"eth2"});
+    port_model.wan_dev = dev("eth2");
+    wish_from_a_thread();
+    uloop_run_timeout(1000);
+    EXPECT_FALSE(engine.detecting);
+    EXPECT_EQ(armed(engine.start_wan_detect), NOT_ARMED);
+    detach_background_from_loop();
+}
+
+TEST_F(link_change, a_pass_answers_the_wishes_that_were_left_before_it)
+{
+    attach_background_to_loop();
+    plug({"eth1"});
+    start_wan_detect_all(0);
+    fire(engine.init_wan_detect_all);
+    wish_from_a_thread();
+    fire(engine.start_wan_detect);
+    uloop_run_timeout(1000);
+    EXPECT_EQ(armed(engine.start_wan_detect), NOT_ARMED) << "the stage that the pass began is not cut";
+    detach_background_from_loop();
+}
+
+TEST_F(link_change, a_loss_of_the_wan_port_between_the_verdict_and_the_end_opens_the_next_cycle)
+{
+    engine.detecting = 1;
+    port_model.wan_detect_running = 1;
+    plug({"eth0"});
+    end_cycle_with(dev("eth0"));
+    wan_detect_process_link_change(dev("eth0"), false);
+    fire(engine.end);
+    EXPECT_FALSE(port_model.wan_detect_running);
+    EXPECT_TRUE(engine.detecting);
+    EXPECT_EQ(armed(engine.start_wan_detect), 10000);
+}
+
+TEST_F(link_change, a_change_that_two_threads_see_is_acted_upon_once)
+{
+    engine.detecting = 1;
+    pthread_t threads[2];
+    pthread_rwlock_rdlock(&engine.gate.locks.device_lock);
+    for (pthread_t &thread : threads)
+        ASSERT_EQ(start_background_thread(
+                      &thread,
+                      [](void *port) -> void * {
+                          wan_detect_process_link_change(static_cast<t_device *>(port), true);
+                          leave_background();
+                          return nullptr;
+                      },
+                      dev("eth1")),
+                  0);
+    sleep_ms(REACH_LOCK_MS);
+    pthread_rwlock_unlock(&engine.gate.locks.device_lock);
+    for (pthread_t thread : threads)
+        pthread_join(thread, nullptr);
+    EXPECT_TRUE(stop_background_threads());
+    EXPECT_EQ(log->count("Info", "wan_detect_process_link_change", "Device eth1 link status change to up!"), 1);
+    EXPECT_EQ(log->count("Debug", "wan_detect_process_link_change", "Device eth1 status not change!"), 1);
+}
+
+TEST_F(link_change, a_port_that_settles_while_the_cycle_ends_is_not_left_behind)
+{
+    engine.detecting = 1;
+    dev("eth1")->link_active = 1;
+    pthread_t thread;
+    pthread_spin_lock(&engine.gate.locks.cache_lock);
+    ASSERT_EQ(start_background_thread(
+                  &thread,
+                  [](void *port) -> void * {
+                      delay_trigger_thread(static_cast<t_device *>(port), 0);
+                      leave_background();
+                      return nullptr;
+                  },
+                  dev("eth1")),
+              0);
+    sleep_ms(REACH_LOCK_MS);
+    engine.detecting = 0;
+    pthread_spin_unlock(&engine.gate.locks.cache_lock);
+    pthread_join(thread, nullptr);
+    EXPECT_EQ(engine.possible_wan_dev_list_cache.count, 0);
+    EXPECT_TRUE(log->has("Info", "delay_trigger_thread",
+                         "skipping add device eth1 to possible_wan_dev_list_cache due to detect is over!"));
+}
+
+// For the thread sanitizer above all: nobody joins these threads, so what they touch last must be known.
+TEST_F(link_change, a_detached_thread_touches_nothing_once_it_is_counted_as_gone)
+{
+    constexpr int ROUNDS = 100;
+    for (int round = 0; round < ROUNDS; round++) {
+        pthread_t thread;
+        ASSERT_EQ(start_background_thread(
+                      &thread,
+                      [](void *) -> void * {
+                          leave_background();
+                          return nullptr;
+                      },
+                      nullptr),
+                  0);
+        pthread_detach(thread);
+        ASSERT_TRUE(stop_background_threads());
+        release_background();
+        ASSERT_TRUE(init_background());
+    }
 }
 
 TEST_F(link_change, signals_that_end_the_process_are_blocked_in_background_threads)
