@@ -13,7 +13,7 @@ attribute() {
 
 link() {
     attribute "$1"
-    [ "$value" = 1 ] && value=true || value=false
+    if [ "$value" = 1 ]; then value=true; else value=false; fi
 }
 
 case $1 in
@@ -21,8 +21,10 @@ port*) [ -d "$dir" ] || { echo "${0##*/}: $1 is no combo port" >&2; exit 1; } ;;
 *) echo "usage: ${0##*/} port<number>" >&2; exit 1 ;;
 esac
 
-link phy && phy=$value
-link sfp && sfp=$value
+link phy
+phy=$value
+link sfp
+sfp=$value
 attribute serdes
 [ "$value" = sfp ] || value=phy
 echo "{\"phy\":$phy,\"sfp\":$sfp,\"serdes\":\"$value\"}"

@@ -67,4 +67,4 @@ class Scenario:
         holder = stage.facts.get("wan_port")
         if holder != self.winner:
             return f"the WAN role is with {holder}, but the line is in {self.winner}"
-        return f"the line in {self.winner} was found and has the WAN role" if stage.passed() else "see above"
+        return f"the line in {self.winner} was found and has the WAN role" if stage.passed() else "a check failed"
