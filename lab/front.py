@@ -16,6 +16,7 @@ NAMESPACES = ["setpriv", "--pdeathsig", "KILL",
               "unshare", "--mount", "--net", "--pid", "--fork", "--kill-child", "--mount-proc"]
 LONGEST_SET_UP_S = 60
 LONGEST_SCENARIO_S = 600    # of the daemon's own
+INTERRUPT_GRACE_S = 1
 EXIT_TIME_LIMIT = 124
 EXIT_INTERRUPTED = 130
 
@@ -94,6 +95,15 @@ def longest_time(speed):
     return LONGEST_SET_UP_S + LONGEST_SCENARIO_S / speed
 
 
+def after_interrupt(process):
+    """Ctrl-C reaches the inside as well: a kept router then ends with its scenario's own status."""
+    try:
+        return process.wait(INTERRUPT_GRACE_S)
+    except subprocess.TimeoutExpired:
+        process.kill()
+        return EXIT_INTERRUPTED
+
+
 def play(options):
     reader, writer = os.pipe()
     environment = dict(os.environ, PYTHONPATH=str(ROOT), PYTHONDONTWRITEBYTECODE="1")
@@ -114,8 +124,7 @@ def play(options):
     try:
         return wait_for_end(process, reader, options)
     except KeyboardInterrupt:
-        process.kill()
-        return EXIT_INTERRUPTED
+        return after_interrupt(process)
 
 
 def main(arguments):

@@ -12,7 +12,7 @@ from lab.router import Router
 from lab.scenarios import load_scenarios
 from lab.screen import Screen
 
-PASSED, FAILED = 0, 1
+PASSED, FAILED, INTERRUPTED = 0, 1, 130
 # A call to another service or a command may be under way, and a sanitizer looks for leaks last.
 LONGEST_END_S = 60
 
@@ -95,7 +95,11 @@ def play(settings, report_descriptor):
     screen = Screen(settings["color"], settings["log"])
     stage = Stage(Router(scenario, settings["speed"], screen), screen, settings["keep"])
     screen.title(scenario, settings["speed"])
-    perform(scenario, stage)
+    try:
+        perform(scenario, stage)
+    except KeyboardInterrupt:
+        screen.write()
+        return INTERRUPTED
     screen.closing(stage.passed(), scenario.verdict(stage))
     with os.fdopen(report_descriptor, "w") as stream:
         if settings["want_report"]:

@@ -1,7 +1,8 @@
 # SPDX-License-Identifier: MIT
-"""Upstreams with a static address: nobody offers anything, the gateway is found by ARP."""
+"""Upstreams with a static address, where the gateway is found by ARP, and tunnels over a static or dynamic address."""
+from lab.config import Section
 from lab.scenarios.base import Scenario
-from lab.upstream import Gateway, Silent
+from lab.upstream import DhcpServer, Gateway, PppoeServer, Silent
 
 NETWORK = {"ipaddr": "203.0.113.2", "netmask": "255.255.255.0", "gateway": "203.0.113.1", "pri_dns": "203.0.113.1"}
 
@@ -32,3 +33,30 @@ class TwoGateways(Static):
     """
     cables = {"eth0": Silent(), "eth1": Gateway(NETWORK["gateway"], dns=False), "eth3": Gateway(NETWORK["gateway"])}
     winner = "eth3"
+
+
+class TunnelOverDynamic(Scenario):
+    name = "l2tp"
+    rank = 16
+    summary = "an L2TP connection over a dynamic address: the DHCP line wins, not the PPPoE one"
+    story = "The tunnel needs an address first, and gets it by DHCP: the DHCP line in eth3 is the one to find."
+    cables = {"eth0": Silent(), "eth2": PppoeServer(), "eth3": DhcpServer()}
+    winner = "eth3"
+
+    def configure(self, config):
+        config.set_wan_type("l2tp")
+        config.protocol["l2tp"] = Section("protocol", snd_conn="dynamic")
+
+
+class TunnelOverStatic(Scenario):
+    name = "pptp"
+    rank = 17
+    summary = "a PPTP connection over a static address: the port behind which the server answers ARP wins"
+    story = "The tunnel's own address is static, so nothing is offered; its server is behind eth2."
+    cables = {"eth0": Silent(), "eth1": DhcpServer(), "eth2": Gateway(NETWORK["gateway"])}
+    winner = "eth2"
+
+    def configure(self, config):
+        config.set_wan_type("pptp")
+        config.protocol["pptp"] = Section("protocol", snd_conn="static", static_ip=NETWORK["ipaddr"],
+                                          static_gateway=NETWORK["gateway"], static_pridns=NETWORK["pri_dns"])

@@ -2,8 +2,6 @@
 """PPPoE and static lines, several lines at once, slow servers."""
 import pytest
 
-SLOW_OFFER_S = 3
-
 
 def scenario(name):
     return pytest.mark.scenario(name)
@@ -67,3 +65,17 @@ def test_of_two_gateways_the_one_that_resolves_names_wins(seen):
     assert seen.failed_checks() == []
     assert seen.one("uloop_wan_detect_using_dns", "wan detect Success")["body"] == (
         "DNS lookup shows dev:eth3 online, wan detect Success!")
+
+
+@scenario("l2tp")
+def test_a_tunnel_over_a_dynamic_address_is_found_by_dhcp_alone(seen):
+    assert seen.failed_checks() == []
+    assert seen.probes(kinds=("padi",)) == []
+
+
+@scenario("pptp")
+def test_a_tunnel_over_a_static_address_is_found_by_its_server(seen):
+    assert seen.failed_checks() == []
+    assert seen.probes() == []
+    assert seen.one("uloop_wan_detect_using_arp", "wan detect Success")["body"] == (
+        "ARP shows server ip:203.0.113.1 in dev:eth2, wan detect Success!")

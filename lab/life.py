@@ -1,0 +1,127 @@
+# SPDX-License-Identifier: MIT
+"""One life of the daemon, from its command line to the exit status that its parent collects."""
+import ctypes
+import os
+import signal
+import subprocess
+import time
+from pathlib import Path
+
+from lab import sanitizers
+from lab.daemon import LINE, LOG, PROGRAM
+from lab.mounts import STATE
+
+FAULTS = "/usr/sbin/lab_faults.so"
+MARK = "LAB_LIFE"    # environment variable by which the daemon's own processes are told from the lab's
+PR_SET_CHILD_SUBREAPER = 36
+POLL_REAL_S = 0.01
+READY_REAL_S = 30.0
+FORK_REAL_S = 20.0
+
+
+def adopt_orphans():
+    """From now on the daemon, an orphan by its fork, is this process's child: its exit status comes here."""
+    if ctypes.CDLL(None, use_errno=True).prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0) != 0:
+        raise OSError(ctypes.get_errno(), "prctl")
+
+
+def wait_until(condition, real_seconds=READY_REAL_S):
+    end = time.monotonic() + real_seconds
+    while True:
+        value = condition()
+        if value or time.monotonic() >= end:
+            return value
+        time.sleep(POLL_REAL_S)
+
+
+def child_named(name):
+    """Number of this process's child of that name, dead and not collected ones included; None without one."""
+    for path in Path("/proc").glob("[0-9]*/stat"):
+        try:
+            head, _, rest = path.read_text().rpartition(")")
+        except OSError:
+            continue
+        if head.partition("(")[2] == name and int(rest.split()[1]) == os.getpid():
+            return int(path.parent.name)
+    return None
+
+
+class Life:
+    """Starts the daemon in real time, or in the time of a clock; `fault` is one of those of faults.cpp."""
+    count = 0
+
+    def __init__(self, *arguments, clock=None, fault=None, blocked=()):
+        Life.count += 1
+        self.mark = f"{MARK}={Life.count}"
+        self.output = STATE / f"life-{Life.count}.out"
+        LOG.write_bytes(b"")
+        environment = self.environment(clock, fault)
+
+        def block():
+            signal.pthread_sigmask(signal.SIG_BLOCK, blocked)
+
+        with open(self.output, "wb") as output:
+            self.first_status = subprocess.run([PROGRAM, *arguments], check=False, stdin=subprocess.DEVNULL,
+                                               stdout=output, stderr=output, timeout=FORK_REAL_S, env=environment,
+                                               preexec_fn=block).returncode
+        self.pid = child_named("wan_detect")
+
+    @staticmethod
+    def environment(clock, fault):
+        changed = dict(clock.environment() if clock else os.environ, **{MARK: str(Life.count)})
+        if fault:
+            preloaded = changed.get("LD_PRELOAD")
+            changed.update(LD_PRELOAD=f"{FAULTS}:{preloaded}" if preloaded else FAULTS, LAB_FAULT=fault)
+        return sanitizers.environment(PROGRAM, changed)
+
+    def lines(self):
+        """[level, function, body] of what was logged, to the log file or to standard output."""
+        text = LOG.read_text(errors="replace") + self.output.read_text(errors="replace")
+        return [[found.group(1), found.group(3), found.group(5)] for found in LINE.finditer(text)]
+
+    def said(self, text, real_seconds=READY_REAL_S):
+        return wait_until(lambda: any(text in body for _, _, body in self.lines()), real_seconds)
+
+    def processes(self):
+        """The living processes of this life: the daemon and the scripts that it started."""
+        found = []
+        for path in Path("/proc").glob("[0-9]*/environ"):
+            try:
+                if self.mark in path.read_text(errors="replace").split("\0"):
+                    found.append(int(path.parent.name))
+            except OSError:
+                continue    # gone meanwhile
+        return found
+
+    def signal(self, number=signal.SIGTERM):
+        os.kill(self.pid, number)
+
+    def end(self, real_seconds, every=None):
+        """Waits for the daemon's end, sending SIGTERM in between; what became of this life."""
+        start = last = time.monotonic()
+        status = None
+        while self.pid and status is None and time.monotonic() < start + real_seconds:
+            pid, raw = os.waitpid(self.pid, os.WNOHANG)
+            if pid:
+                status = os.waitstatus_to_exitcode(raw)
+            elif every and time.monotonic() >= last + every:
+                last = time.monotonic()
+                self.signal()
+            time.sleep(POLL_REAL_S)
+        seconds = round(time.monotonic() - start, 2)
+        left = self.left_behind()
+        return {"first_status": self.first_status, "status": status, "seconds": seconds, "left": left,
+                "forked": self.pid is not None, "lines": self.lines(),
+                "output": self.output.read_text(errors="replace")}
+
+    def left_behind(self):
+        """What still runs a moment after the end, by name; it is ended here."""
+        wait_until(lambda: not self.processes(), 1.0)
+        names = []
+        for pid in self.processes():
+            try:
+                names.append(Path(f"/proc/{pid}/comm").read_text().strip())
+                os.kill(pid, signal.SIGKILL)
+            except (OSError, ProcessLookupError):
+                continue
+        return names
