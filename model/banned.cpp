@@ -83,7 +83,7 @@ t_ban_change ban(t_device_list_head *banned_list, t_device *device, int32_t seco
     return t_ban_change::created;
 }
 
-bool lift_ban(t_device_list_head *banned_list, const t_device *device, bool infinite_only)
+bool unlink_ban(t_device_list_head *banned_list, const t_device *device, bool infinite_only)
 {
     t_spin_guard banning(engine_gate->locks.banned_lock);
     t_device_list *node = find_ban(banned_list, device);
@@ -92,6 +92,17 @@ bool lift_ban(t_device_list_head *banned_list, const t_device *device, bool infi
     unlink_list_node(node);
     banned_list->count--;
     return true;
+}
+
+// What both ways of lifting have in common: their result, and in `*device` the port, null when it is unknown.
+int lift_ban(t_device *dev_hashmap_head, t_device_list_head *banned_list, const char *name, t_device **device,
+             bool infinite_only)
+{
+    if (!dev_hashmap_head || !banned_list || (!name && !*device))
+        return ERR_INVALID_INPUT;
+    if (!*device)
+        *device = find_device(dev_hashmap_head, name);
+    return *device && unlink_ban(banned_list, *device, infinite_only) ? OK : ERR_NOTHING_DONE;
 }
 
 void move_node(t_device_list *node, t_device_list *place)
@@ -169,35 +180,23 @@ int add_unique_banned_device_to_list(t_device *dev_hashmap_head, t_device_list_h
 int remove_banned_device_from_list(t_device *dev_hashmap_head, t_device_list_head *banned_list, const char *name,
                                    t_device *device)
 {
-    if (!dev_hashmap_head || !banned_list || (!name && !device))
-        return ERR_INVALID_INPUT;
-    if (!device)
-        device = find_device(dev_hashmap_head, name);
-    if (!device) {
+    const int result = lift_ban(dev_hashmap_head, banned_list, name, &device, false);
+    if (result == OK)
+        LOG(Debug, "Success remove dev:%s from banned list!\n", device->name);
+    else if (result == ERR_NOTHING_DONE && !device)
         LOG(Error, "Device %s doesn't existed!\n", name);
-        return ERR_NOTHING_DONE;
-    }
-    if (!lift_ban(banned_list, device, false))
-        return ERR_NOTHING_DONE;
-    LOG(Debug, "Success remove dev:%s from banned list!\n", device->name);
-    return OK;
+    return result;
 }
 
 int remove_infinte_banned_device_from_list(t_device *dev_hashmap_head, t_device_list_head *banned_list,
                                            const char *name, t_device *device)
 {
-    if (!dev_hashmap_head || !banned_list || (!name && !device))
-        return ERR_INVALID_INPUT;
-    if (!device)
-        device = find_device(dev_hashmap_head, name);
-    if (!device) {
+    const int result = lift_ban(dev_hashmap_head, banned_list, name, &device, true);
+    if (result == OK)
+        LOG(Debug, "Success remove infinte banned dev:%s from banned list!\n", device->name);
+    else if (result == ERR_NOTHING_DONE && !device)
         LOG(Error, "Device %s doesn't existed!\n", name);
-        return ERR_NOTHING_DONE;
-    }
-    if (!lift_ban(banned_list, device, true))
-        return ERR_NOTHING_DONE;
-    LOG(Debug, "Success remove infinte banned dev:%s from banned list!\n", device->name);
-    return OK;
+    return result;
 }
 
 bool is_banned_device(t_device_list_head *banned_list, const t_device *device)

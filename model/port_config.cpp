@@ -21,41 +21,28 @@ struct t_port_numbers {
     char pool[CONFIG_TEXT_SIZE];
 };
 
-enum class t_read { missing, done, unreadable };
+enum class t_list_option { other, priority, pool, unreadable };
 
-t_read read_text(uci_section *section, const char *name, char (&field)[CONFIG_TEXT_SIZE])
+// Takes over an option that lists port numbers.
+t_list_option read_list_option(const uci_option *option, t_port_numbers *numbers)
 {
-    const uci_option *option = find_config_option(section, name);
-    if (!option)
-        return t_read::missing;
+    const bool is_priority = strcmp(option->e.name, "wan_port_priority") == 0;
+    if (!is_priority && strcmp(option->e.name, "wan_port_pool") != 0)
+        return t_list_option::other;
     const char *text = option_text(option);
     if (!text)
-        return t_read::unreadable;
-    bounded_copy(field, text, sizeof field);
-    return t_read::done;
+        return t_list_option::unreadable;
+    bounded_copy(is_priority ? numbers->priority : numbers->pool, text, CONFIG_TEXT_SIZE);
+    return is_priority ? t_list_option::priority : t_list_option::pool;
 }
 
-// A record of the main table, whose numbers start at 0, unlike those of the other tables. False when memory is short.
-bool create_main_device(t_device **dev_hashmap_head, const char *name)
+// A record of the main table, whose numbers start at 0, unlike those of the other tables. Null when memory is short.
+t_device *create_main_device(const char *name)
 {
     auto *device = static_cast<t_device *>(calloc(1, sizeof(t_device)));
-    if (!device)
-        return false;
-    copy_name(device->name, name);
-    if (!add_device(dev_hashmap_head, device))
-        free(device);
-    return true;
-}
-
-// A record of its own in the pool. False when memory is short.
-bool create_pool_device(t_device **wan_port_pool, const char *name)
-{
-    t_device *device = create_new_device(name);
-    if (!device)
-        return false;
-    if (!add_device(wan_port_pool, device))
-        free(device);
-    return true;
+    if (device)
+        copy_name(device->name, name);
+    return device;
 }
 
 bool read_port_ifname(const char *number, char (&ifname)[UCI_VALUE_SIZE])
@@ -82,18 +69,20 @@ int generate_eth_device(t_port_model *model)
     {
         uci_section *section = uci_to_section(element);
         if (strcmp(section->type, "device") == 0) {
-            char name[CONFIG_TEXT_SIZE];
-            const t_read read = read_text(section, "name", name);
-            if (read == t_read::unreadable) {
+            const uci_option *option = find_config_option(section, "name");
+            if (!option)
+                continue;
+            const char *name = option_text(option);
+            if (!name) {
                 LOG(Error, "Unable to get uci network , type=device\n");
                 return count;
             }
-            if (read == t_read::missing)
-                continue;
-            if (!create_main_device(&model->dev_hashmap_head, name)) {
+            t_device *device = create_main_device(name);
+            if (!device) {
                 LOG(Error, "Malloc new device failed!\n");
                 return count;
             }
+            keep_device(&model->dev_hashmap_head, device);
             count++;
             LOG(Debug, "Parse network devices(%d totoal) name: %s\n", count, name);
             if (count >= DEVICE_LIMIT) {
@@ -101,14 +90,17 @@ int generate_eth_device(t_port_model *model)
                 return count;
             }
         } else if (strcmp(element->name, "auto_wan_detect") == 0) {
-            const t_read priority = read_text(section, "wan_port_priority", numbers.priority);
-            const t_read pool = read_text(section, "wan_port_pool", numbers.pool);
-            if (priority == t_read::done)
-                LOG(Debug, "Parse devices priority order: %s\n", numbers.priority);
-            if (pool == t_read::done)
-                LOG(Debug, "Parse wan dev pool: %s\n", numbers.pool);
-            if (priority == t_read::unreadable || pool == t_read::unreadable)
-                LOG(Error, "Unable to get uci network.auto_wan_detect\n");
+            uci_element *option;
+            uci_foreach_element(&section->options, option)
+            {
+                const t_list_option read = read_list_option(uci_to_option(option), &numbers);
+                if (read == t_list_option::priority)
+                    LOG(Debug, "Parse devices priority order: %s\n", numbers.priority);
+                else if (read == t_list_option::pool)
+                    LOG(Debug, "Parse wan dev pool: %s\n", numbers.pool);
+                else if (read == t_list_option::unreadable)
+                    LOG(Error, "Unable to get uci network.auto_wan_detect\n");
+            }
         }
     }
 
@@ -144,10 +136,12 @@ int generate_eth_device(t_port_model *model)
             LOG(Error, "device:%s in network.auto_wan_detect.wan_port_pool:%s not found!\n", ifname, numbers.pool);
             continue;
         }
-        if (!create_pool_device(&model->wan_port_pool, ifname)) {
+        t_device *device = create_new_device(ifname);
+        if (!device) {
             LOG(Error, "Create new device failed!\n");
             return count;
         }
+        keep_device(&model->wan_port_pool, device);
         pool_count++;
         LOG(Debug, "allowed wan device:%s parse success!\n", ifname);
     }

@@ -26,12 +26,6 @@ void release_all_protocols(t_protocol **proto_hashmap_head)
     }
 }
 
-void release_table(t_device **table)
-{
-    if (*table)
-        release_all_device(table);
-}
-
 } // namespace
 
 void release_port_model(t_port_model *model)
@@ -45,11 +39,11 @@ void release_port_model(t_port_model *model)
     empty_list(&model->banned_list);
 
     release_all_protocols(&model->proto_hashmap_head);
-    release_table(&model->dev_hashmap_head);
-    release_table(&model->wan_port_pool);
+    release_any_device(&model->dev_hashmap_head);
+    release_any_device(&model->wan_port_pool);
     for (t_device *&table : model->lan_agg)
-        release_table(&table);
-    release_table(&model->gaming);
+        release_any_device(&table);
+    release_any_device(&model->gaming);
     model->device_count = 0;
     model->protocol_count = 0;
 }

@@ -3,7 +3,6 @@
 #include "model/protocol_config.h"
 
 #include <algorithm>
-#include <cstdlib>
 
 #include "model/config_text.h"
 #include "model/tables.h"
@@ -29,15 +28,14 @@ t_proto_names find_proto_names(uci_package *package, const char *family)
     return names;
 }
 
-// False when memory is short. A name that the table refuses is dropped.
+// False when memory is short.
 bool create_protocol(t_protocol **proto_hashmap_head, const char *name, bool is_ipv4)
 {
     t_protocol *protocol = create_new_protocol(name);
     if (!protocol)
         return false;
     protocol->is_ipv4 = is_ipv4;
-    if (!add_protocol(proto_hashmap_head, protocol))
-        free(protocol);
+    keep_protocol(proto_hashmap_head, protocol);
     return true;
 }
 

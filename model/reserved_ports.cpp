@@ -2,7 +2,6 @@
 // Ports that are LAN by configuration: members of a link aggregation, and the gaming port.
 #include "model/reserved_ports.h"
 
-#include <cstdlib>
 #include <cstring>
 #include <initializer_list>
 
@@ -92,18 +91,12 @@ const t_device *find_labelled_device(const t_device *dev_hashmap_head, const cha
     return device;
 }
 
-void release_table(t_device **table)
-{
-    if (*table)
-        release_all_device(table);
-}
-
 } // namespace
 
 int update_lan_agg_port(t_device *dev_hashmap_head, t_device **lan_agg)
 {
     LOG_ENTER();
-    release_table(lan_agg);
+    release_any_device(lan_agg);
     t_uci_package config_package("switch");
     if (!config_package.package) {
         LOG(Error, "Unable to load uci switch!\n");
@@ -141,8 +134,7 @@ int update_lan_agg_port(t_device *dev_hashmap_head, t_device **lan_agg)
             LOG(Error, "Create new device failed!\n");
             return OK;
         }
-        if (!add_device(lan_agg, device))
-            free(device);
+        keep_device(lan_agg, device);
         LOG(Debug, "lan_agg device:%s parse success!\n", labelled->name);
     }
     LOG(Info, "Parse lan_agg devices success\n");
@@ -152,7 +144,7 @@ int update_lan_agg_port(t_device *dev_hashmap_head, t_device **lan_agg)
 int update_lan_gaming_port(t_device **gaming)
 {
     LOG_ENTER();
-    release_table(gaming);
+    release_any_device(gaming);
     char value[UCI_VALUE_SIZE] = "";
     if (_uci_get_value("switch.gaming.switch_port", value) != OK) {
         LOG(Info, "Unable to get switch.gaming.switch_port!\n");
@@ -172,8 +164,7 @@ int update_lan_gaming_port(t_device **gaming)
         return OK;
     }
     LOG(Info, "Suceess get gaming device:%s\n", device->name);
-    if (!add_device(gaming, device))
-        free(device);
+    keep_device(gaming, device);
     return OK;
 }
 

@@ -101,6 +101,18 @@ bool add_protocol(t_protocol **proto_hashmap_head, t_protocol *protocol)
     return true;
 }
 
+void keep_device(t_device **dev_hashmap_head, t_device *device)
+{
+    if (!add_device(dev_hashmap_head, device))
+        free(device);
+}
+
+void keep_protocol(t_protocol **proto_hashmap_head, t_protocol *protocol)
+{
+    if (!add_protocol(proto_hashmap_head, protocol))
+        free(protocol);
+}
+
 t_device *find_device(t_device *dev_hashmap_head, const char *name)
 {
     if (!name || !name[0]) {
@@ -142,4 +154,10 @@ void release_all_device(t_device **dev_hashmap_head)
         HASH_DEL(*dev_hashmap_head, device);
         free(device);
     }
+}
+
+void release_any_device(t_device **dev_hashmap_head)
+{
+    if (*dev_hashmap_head)
+        release_all_device(dev_hashmap_head);
 }

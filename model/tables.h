@@ -15,12 +15,20 @@ t_protocol *create_new_protocol(const char *name);
 bool add_device(t_device **dev_hashmap_head, t_device *device);
 bool add_protocol(t_protocol **proto_hashmap_head, t_protocol *protocol);
 
+// The same, but a record that is refused is freed.
+void keep_device(t_device **dev_hashmap_head, t_device *device);
+void keep_protocol(t_protocol **proto_hashmap_head, t_protocol *protocol);
+
 // The record of exactly this name, or null.
 t_device *find_device(t_device *dev_hashmap_head, const char *name);
 t_protocol *find_protocol(t_protocol *proto_hashmap_head, const char *name);
 
-// Frees every record and leaves the head null. Lists that point at them must have been emptied.
+// Frees every record and leaves the head null; a table that is empty already is an error. Lists that point at the
+// records must have been emptied.
 void release_all_device(t_device **dev_hashmap_head);
+
+// The same for a table that may be empty.
+void release_any_device(t_device **dev_hashmap_head);
 
 // Tables on standard output, at level Debug only. The device dump reads under the device lock.
 void dump_all_device(t_device *dev_hashmap_head);

@@ -195,6 +195,30 @@ TEST_F(port_config, a_list_as_priority_order_is_reported_and_the_walk_goes_on)
     EXPECT_EQ(names_of(port_model.wan_port_pool), t_names{"eth2"});
 }
 
+TEST_F(port_config, the_two_lists_are_read_in_the_order_of_the_section)
+{
+    configure(2, "", "");
+    write_config("network", devices(2) + section("wan_detect", "auto_wan_detect",
+                                                 {{"wan_port_pool", "1"}, {"wan_port_priority", "0"}}));
+    t_log_capture log;
+    generate_eth_device(&port_model);
+    const t_names said = lines_of(log, "Debug");
+    ASSERT_GT(said.size(), 4u);
+    EXPECT_EQ(said[3], "generate_eth_device: Parse wan dev pool: 1");
+    EXPECT_EQ(said[4], "generate_eth_device: Parse devices priority order: 0");
+}
+
+TEST_F(port_config, each_list_that_cannot_be_read_is_reported)
+{
+    configure(1, "", "");
+    write_config("network", devices(1) + section("wan_detect", "auto_wan_detect", {}) +
+                                list_option("wan_port_priority", {"0", "1"}) +
+                                list_option("wan_port_pool", {"0", "1"}));
+    t_log_capture log;
+    EXPECT_EQ(generate_eth_device(&port_model), 1);
+    EXPECT_EQ(log.count("Error", "generate_eth_device", "Unable to get uci network.auto_wan_detect"), 2);
+}
+
 TEST_F(port_config, a_device_named_twice_is_added_once)
 {
     write_config("network", devices(1) + devices(2));
