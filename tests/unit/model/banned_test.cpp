@@ -4,9 +4,9 @@
 #include <thread>
 
 #include "model/allocation.h"
-#include "model/fake_clock.h"
 #include "model/model_test.h"
 #include "platform/result_codes.h"
+#include "support/fake_clock.h"
 
 namespace {
 
@@ -16,7 +16,7 @@ class bans : public t_model_test {
 protected:
     bans()
     {
-        set_fake_clock(NOW, 500);
+        fake_clock.set(NOW, 500);
         device = add_port("eth1", 1);
         add_port("eth2", 2);
     }
@@ -77,7 +77,7 @@ TEST_F(bans, a_shorter_ban_keeps_the_first_end_and_a_longer_one_moves_it)
     EXPECT_TRUE(
         log.has("Info", "add_unique_banned_device_to_list", "dev:eth1 already in list, Remain aging_time unchanged!"));
     EXPECT_EQ(first().aging_time.sec, NOW + 30);
-    advance_fake_clock(5);
+    fake_clock.advance_ms(5000);
     EXPECT_EQ(ban("eth1", 60), ERR_ALREADY_PRESENT);
     EXPECT_TRUE(
         log.has("Info", "add_unique_banned_device_to_list", "dev:eth1 already in list, Update its aging_time!"));
@@ -102,7 +102,7 @@ TEST_F(bans, an_infinite_ban_outlasts_every_update_and_ends_when_asked)
     EXPECT_EQ(first().aging_time.sec, 0);
     EXPECT_EQ(first().aging_time.usec, INT32_MAX);
     for (int32_t later : {1, 3000, 100'000'000}) {
-        set_fake_clock(later);
+        fake_clock.set(later);
         update_banned_device_list(list);
         EXPECT_EQ(list->count, 1);
     }
@@ -126,11 +126,11 @@ TEST_F(bans, a_finite_ban_becomes_infinite)
 
 TEST_F(bans, an_infinite_ban_yields_to_a_finite_one_once_the_clock_is_past_2147_seconds)
 {
-    set_fake_clock(1000);
+    fake_clock.set(1000);
     ban("eth1", BAN_FOREVER);
     ban("eth1", 30);
     EXPECT_EQ(first().aging_time.usec, INT32_MAX);
-    set_fake_clock(2200);
+    fake_clock.set(2200);
     ban("eth1", 30);
     EXPECT_EQ(first().aging_time.sec, 2230);
     EXPECT_EQ(first().aging_time.usec, 0);
@@ -156,10 +156,10 @@ TEST_F(bans, a_ban_of_minus_2_seconds_is_refused)
 TEST_F(bans, a_ban_of_1_second_is_gone_1_second_later_and_not_before)
 {
     ban("eth1", 1);
-    set_fake_clock(NOW + 1, 499);
+    fake_clock.set(NOW + 1, 499);
     update_banned_device_list(list);
     EXPECT_EQ(list->count, 1);
-    set_fake_clock(NOW + 1, 500);
+    fake_clock.set(NOW + 1, 500);
     t_log_capture log;
     update_banned_device_list(list);
     EXPECT_TRUE(log.has("Info", "update_banned_device_list",
@@ -178,7 +178,7 @@ TEST_F(bans, an_update_takes_out_only_what_ran_out)
     ban("eth3", BAN_FOREVER);
     ban("eth4", 6);
     ban("eth5", 500);
-    advance_fake_clock(10);
+    fake_clock.advance_ms(10000);
     t_log_capture log;
     update_banned_device_list(list);
     EXPECT_EQ(names_of(*list), (t_names{"eth5", "eth3", "eth2"}));
@@ -207,7 +207,7 @@ TEST_F(bans, the_longest_ban_ends_with_the_clock)
 {
     ban("eth1", INT32_MAX);
     EXPECT_EQ(first().aging_time.sec, INT32_MAX);
-    set_fake_clock(INT32_MAX - 1);
+    fake_clock.set(INT32_MAX - 1);
     update_banned_device_list(list);
     EXPECT_EQ(list->count, 1);
 }

@@ -6,9 +6,9 @@
 #include "probes/arp_probe_batch.h"
 #include "probes/arp_table.h"
 #include "probes/failing_memory.h"
-#include "probes/fake_clock.h"
 #include "probes/fake_wire.h"
 #include "probes/lan_scene.h"
+#include "support/fake_clock.h"
 #include "support/sandbox.h"
 
 namespace {

@@ -7,8 +7,8 @@
 
 #include "probes/dns_probe_frame.h"
 #include "probes/dns_scene.h"
-#include "probes/fake_clock.h"
 #include "probes/fake_wire.h"
+#include "support/fake_clock.h"
 #include "support/sandbox.h"
 
 static int random_value;

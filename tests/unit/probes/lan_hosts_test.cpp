@@ -6,9 +6,9 @@
 #include "model/tables.h"
 #include "probes/arp_table.h"
 #include "probes/bridge_records.h"
-#include "probes/fake_clock.h"
 #include "probes/fake_wire.h"
 #include "probes/shell.h"
+#include "support/fake_clock.h"
 #include "support/sandbox.h"
 
 namespace {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "probes/fake_clock.h"
+#include "support/fake_clock.h"
 
 #include "platform/clock.h"
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// A clock that only moves when something sleeps: replaces platform/clock.cpp in a test program that names
+// A clock that only moves when it is set or something sleeps: replaces platform/clock.cpp in a test program that names
 // fake_clock.cpp among its sources.
 #pragma once
 
@@ -13,6 +13,7 @@ struct t_fake_clock {
     std::function<void(uint32_t ms)> during_sleep; // what happens meanwhile
 
     void reset() { *this = t_fake_clock(); }
+    void set(int64_t sec, int64_t usec = 0) { now_us = sec * 1'000'000 + usec; }
     void advance_ms(int64_t ms) { now_us += ms * 1000; }
 };
 
