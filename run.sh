@@ -43,7 +43,8 @@ install_missing() {
 
 build_programs() {
     [ -e "$build/build.ninja" ] || echo "Building, once ..." >&2
-    cmake -S "$root" --preset release -B "$build" -DWAN_DETECT_TESTS=OFF >"$log" 2>&1 || fail "cannot configure the build"
+    cmake -S "$root" --preset release -B "$build" -DWAN_DETECT_TESTS=OFF >"$log" 2>&1 ||
+        fail "cannot configure the build"
     cmake --build "$build" >"$log" 2>&1 || fail "the build failed"
 }
 

@@ -125,6 +125,6 @@ def living(pid, name):
 
 
 def find_process(name):
-    """Number of the oldest living process of that name, or None: a child about to run a script bears it for a moment."""
+    """Number of the oldest living process of that name, or None: a child about to run a script bears it too."""
     numbers = (int(path.name) for path in Path("/proc").glob("[0-9]*"))
     return min((pid for pid in numbers if living(pid, name)), default=None)

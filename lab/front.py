@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""Front end on the host: reads the options, makes the namespaces, hands the scenario over and returns its exit status."""
+"""Front end on the host: reads the options, makes the namespaces, returns the exit status of the scenario inside."""
 import argparse
 import json
 import os

@@ -19,8 +19,8 @@ def environment(program, base):
     if not built_in(program):
         return base
     common = f"log_path={REPORT}:log_exe_name=1"
-    # The address sanitizer's runtime puts up with the clock's library before it, its leak check does not: leaks are looked
-    # for in real time only.
+    # The address sanitizer's runtime puts up with the clock's library before it, its leak check does not: leaks are
+    # looked for in real time only.
     leaks = 0 if "LD_PRELOAD" in base else 1
     return base | {"ASAN_OPTIONS": f"verify_asan_link_order=0:detect_leaks={leaks}:{common}",
                    "TSAN_OPTIONS": f"second_deadlock_stack=1:{common}",

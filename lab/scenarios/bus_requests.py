@@ -97,7 +97,8 @@ class Restart(Scenario):
         stage.note("result_after_first", content(WAN_RESULT))
         if given_up is None:
             return
-        stage.note("reopened", router.daemon.wait_for("uloop_start_wan_detect", "Start to detect in", REQUEST_S, given_up))
+        stage.note("reopened", router.daemon.wait_for("uloop_start_wan_detect", "Start to detect in", REQUEST_S,
+                                                      given_up))
         router.plug("eth2")
         found = stage.note("found", router.cycle_over(FIRST_CYCLE_S, given_up + 1))
         stage.note("second_end", None if found is None else router.cycle_over(SECOND_CYCLE_S, found + 1))

@@ -74,7 +74,8 @@ class Empty(Scenario):
 
     def judge_combo(self, stage):
         told = json.loads(output_of("/etc/wan_detect/get_combo_state.sh", "port5"))
-        stage.check("the combo state command tells the media", told == {"phy": False, "sfp": True, "serdes": "phy"}, told)
+        stage.check("the combo state command tells the media",
+                    told == {"phy": False, "sfp": True, "serdes": "phy"}, told)
         subprocess.run(["network_lanwan_swap", "set", "port5", "sfp"], check=True)
         stage.check("the combo port changes its medium", stage.router.clock.wait_until(lambda: carrier("eth4"), 20))
         told = json.loads(output_of("/etc/wan_detect/get_combo_state.sh", "port5"))

@@ -29,7 +29,8 @@ def test_of_two_pppoe_lines_the_one_with_the_higher_priority_wins(seen):
 @scenario("two-dhcp")
 def test_of_two_dhcp_lines_the_one_that_resolves_names_wins(seen):
     assert seen.failed_checks() == []
-    assert seen.find("uloop_wan_detect_using_proto_detect", "Found 2 devices provide dhcp protocol! Next try dns detect!")
+    assert seen.find("uloop_wan_detect_using_proto_detect",
+                     "Found 2 devices provide dhcp protocol! Next try dns detect!")
     assert seen.one("uloop_wan_detect_using_dns", "wan detect Success")["body"] == (
         "DNS lookup shows dev:eth3 online, wan detect Success!")
     assert {probe["port"] for probe in seen.probes(kinds=("dns",))} == {"eth1", "eth3"}
@@ -52,7 +53,8 @@ def test_a_silent_port_stays_a_candidate_after_its_first_stage(seen):
 def test_the_port_behind_which_the_gateway_answers_wins(seen):
     assert seen.failed_checks() == []
     assert seen.one("uloop_wan_detect_using_arp", "treat it as wan")["body"] == (
-        "ARP shows Only one device:eth3 using protocol static(have gateway ip in arp detect:203.0.113.1)! treat it as wan!")
+        "ARP shows Only one device:eth3 using protocol static(have gateway ip in arp detect:203.0.113.1)! "
+        "treat it as wan!")
 
 
 @scenario("static")

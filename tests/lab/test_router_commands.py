@@ -16,8 +16,8 @@ def with_ports(shell, script, *preparation):
     """Output of a router command in a fresh namespace after the preparing `ip` commands."""
     lines = ["mount -t sysfs sysfs /sys", *(f"ip {command}" for command in preparation),
              " ".join([*shell, str(ROUTER / script)])]
-    done = subprocess.run(["unshare", "--mount", "--net", "sh", "-ec", "\n".join(lines)], capture_output=True, text=True,
-                          check=True)
+    done = subprocess.run(["unshare", "--mount", "--net", "sh", "-ec", "\n".join(lines)], capture_output=True,
+                          text=True, check=True)
     return done.stdout
 
 
