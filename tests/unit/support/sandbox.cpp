@@ -47,6 +47,19 @@ void mount_overlay(const std::string &path, const std::string &scratch)
     require(mount("overlay", path.c_str(), "overlay", 0, options.c_str()) == 0, "overlay on " + path);
 }
 
+// What is said on the console goes to a file of our own, even where the host has no console to lay it over.
+void mount_console(const std::string &scratch)
+{
+    if (!fs::exists("/dev/console")) {
+        mount_overlay("/dev", scratch);
+        write_file("/dev/console", "");
+        return;
+    }
+    const std::string file = scratch + "/console";
+    write_file(file, "");
+    require(mount(file.c_str(), "/dev/console", nullptr, MS_BIND, nullptr) == 0, "a file over /dev/console");
+}
+
 } // namespace
 
 void enter_sandbox()
@@ -55,8 +68,9 @@ void enter_sandbox()
     require(mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0, "private mounts");
     mount_tmpfs("/run");
     const std::string scratch = "/run/scratch";
-    for (const char *path : {"/etc", "/usr/sbin", "/tmp"})
+    for (const char *path : {"/etc", "/usr/sbin", "/tmp", "/var"})
         mount_overlay(path, scratch);
+    mount_console(scratch);
     require(mount("sysfs", "/sys", "sysfs", 0, nullptr) == 0, "sysfs");
     fs::remove_all("/etc/config");
     fs::create_directories("/etc/config");

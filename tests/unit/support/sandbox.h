@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
-// A place of its own for every test program of the daemon: private /etc/config, /etc/wan_detect, /tmp, /run, /sbin and
-// a network namespace, so that the daemon's absolute paths are the real ones and the host stays untouched.
+// A place of its own for every test program of the daemon: private /etc/config, /etc/wan_detect, /tmp, /run, /sbin,
+// /var, a file as /dev/console, and a network namespace, so that the daemon's absolute paths are the real ones and the
+// host stays untouched.
 #pragma once
 
 #include <string>
@@ -26,7 +27,7 @@ struct t_log_line {
 };
 
 // Catches what the daemon writes to standard output while it lives, at the given log level (7 shows all); the former
-// level comes back at the end.
+// level comes back at the end. What was caught in a test that failed is shown then.
 class t_log_capture {
 public:
     explicit t_log_capture(int level = 7);
