@@ -48,6 +48,24 @@ bool received_on_port(const t_arp_detect &ctx, const sockaddr_ll &from)
     return from.sll_pkttype != PACKET_OUTGOING && (!ctx.dev || from.sll_ifindex == ctx.ifindex);
 }
 
+enum class t_arp_heard {
+    nothing,    // no frame is pending
+    irrelevant, // not ARP, or not received on the context's port
+    packet,
+};
+
+// Takes one pending frame of a context's socket.
+t_arp_heard hear_arp_packet(const t_arp_detect &ctx, t_arp_packet *packet)
+{
+    uint8_t bytes[RECEIVE_SIZE];
+    sockaddr_ll from = {};
+    const ssize_t got = ctx.watcher.fd > 0 ? packet_socket_receive(ctx.watcher.fd, bytes, sizeof bytes, &from) : -1;
+    if (got <= 0)
+        return t_arp_heard::nothing;
+    const bool arp = received_on_port(ctx, from) && parse_arp_frame({bytes, static_cast<size_t>(got)}, packet);
+    return arp ? t_arp_heard::packet : t_arp_heard::irrelevant;
+}
+
 } // namespace
 
 bool open_arp_batch(uint8_t count)
@@ -114,24 +132,16 @@ int send_arp_unicast_packet_blocked(t_arp_detect *ctx)
     return OK;
 }
 
-t_arp_heard hear_arp_packet(const t_arp_detect &ctx, t_arp_packet *packet)
+void read_arp_replies(t_arp_detect *ctx, t_arp_judge judge)
 {
-    uint8_t bytes[RECEIVE_SIZE];
-    sockaddr_ll from = {};
-    const ssize_t got = ctx.watcher.fd > 0 ? packet_socket_receive(ctx.watcher.fd, bytes, sizeof bytes, &from) : -1;
-    if (got <= 0)
-        return t_arp_heard::nothing;
-    if (!received_on_port(ctx, from))
-        return t_arp_heard::irrelevant;
-    switch (parse_arp_frame({bytes, static_cast<size_t>(got)}, packet)) {
-    case t_arp_frame_kind::foreign:
-        break;
-    case t_arp_frame_kind::cut:
-        return t_arp_heard::not_arp;
-    case t_arp_frame_kind::whole:
-        return t_arp_heard::packet;
+    t_arp_heard heard = t_arp_heard::irrelevant;
+    for (int i = 0; i < ARP_FRAMES_PER_READ && heard != t_arp_heard::nothing && !ctx->replied; i++) {
+        t_arp_packet packet;
+        heard = hear_arp_packet(*ctx, &packet);
+        ctx->replied = heard == t_arp_heard::packet && judge(t_read_stage(), ctx, packet);
     }
-    return t_arp_heard::irrelevant;
+    if (ctx->replied)
+        packet_socket_close(&ctx->watcher);
 }
 
 void void_arp_target(t_arp_detect *ctx)

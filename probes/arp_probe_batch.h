@@ -16,11 +16,11 @@ struct t_arp_entry;
 struct t_arp_detect {
     uint8_t replied;
     t_device *dev;                // borrowed; null when the socket is not bound to a port
-    int ifindex;                  // the port's, 0 without one
     uint32_t target_ip_be;        // 0 when the context is void
     uloop_fd watcher;             // its descriptor is the raw socket, -1 when closed; it is never put into the loop
     uint8_t target_mac[MAC_SIZE]; // all zero means unknown
     uint8_t source_mac[MAC_SIZE];
+    int ifindex; // the port's, 0 without one
 };
 
 struct t_arp_detect_handle {
@@ -70,15 +70,12 @@ int setTimeOut(int fd, int milliseconds);
 // Sends the request of a context after a wait. 0, ARP_ERR_NOT_OPEN or ARP_ERR_SEND.
 int send_arp_unicast_packet_blocked(t_arp_detect *ctx);
 
-enum class t_arp_heard {
-    nothing,    // no frame is pending
-    irrelevant, // not ARP, or not received on the context's port
-    not_arp,    // broken
-    packet,
-};
+// True when the packet is the reply that the context waits for.
+using t_arp_judge = bool (*)(t_read_stage, t_arp_detect *ctx, const t_arp_packet &packet);
 
-// Takes one pending frame of a context's socket.
-t_arp_heard hear_arp_packet(const t_arp_detect &ctx, t_arp_packet *packet);
+// Shows `judge` the ARP packets that a context's socket received on its port, until one is the awaited reply: the
+// context has replied then, and its socket is closed. Never waits.
+void read_arp_replies(t_arp_detect *ctx, t_arp_judge judge);
 
 // A context whose set-up or sending failed must not match anything.
 void void_arp_target(t_arp_detect *ctx);

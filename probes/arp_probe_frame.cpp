@@ -28,18 +28,16 @@ void build_arp_request(t_arp_frame *frame, const uint8_t *source_mac, uint32_t s
     frame->target_ip_be = target_ip_be;
 }
 
-t_arp_frame_kind parse_arp_frame(std::span<const uint8_t> bytes, t_arp_packet *packet)
+bool parse_arp_frame(std::span<const uint8_t> bytes, t_arp_packet *packet)
 {
     constexpr size_t needed = offsetof(t_arp_frame, padding);
     t_arp_frame frame = {};
     std::copy_n(bytes.data(), std::min(bytes.size(), needed), reinterpret_cast<uint8_t *>(&frame));
     if (bytes.size() < sizeof frame.ethernet || frame.ethernet.ether_type_be != htons(ETHERTYPE_ARP))
-        return t_arp_frame_kind::foreign;
-    if (bytes.size() < needed)
-        return t_arp_frame_kind::cut;
+        return false;
     memcpy(packet->ethernet_source, frame.ethernet.source, MAC_SIZE);
     memcpy(packet->sender_mac, frame.sender_mac, MAC_SIZE);
-    packet->opcode = ntohs(frame.opcode_be);
+    packet->opcode = bytes.size() < needed ? 0 : ntohs(frame.opcode_be);
     packet->sender_ip_be = frame.sender_ip_be;
-    return t_arp_frame_kind::whole;
+    return true;
 }

@@ -8,7 +8,6 @@
 #include "probes/arp_probe.h"
 #include "probes/arp_probe_batch.h"
 #include "probes/arp_table.h"
-#include "probes/packet_socket.h"
 
 static void double_check_arp_packet_all_blocked(t_open_stage, t_arp_detect *ctx, const t_arp_entry &entry)
 {
@@ -64,22 +63,12 @@ static bool double_check_arp_packet_all_blocked(t_read_stage, t_arp_detect *ctx,
     return true;
 }
 
-static void double_check_arp_packet_all_blocked(t_read_stage stage, t_arp_detect *ctx)
+static void double_check_arp_packet_all_blocked(t_read_stage, t_arp_detect *ctx)
 {
     LOG(Debug, "Trying to recv Arp packet for: %s|%02X-%02X-%02X-%02X-%02X-%02X\n", ARP_TARGET_ARGS(ctx));
-    t_arp_heard heard = t_arp_heard::irrelevant;
-    for (int i = 0; i < ARP_FRAMES_PER_READ && heard != t_arp_heard::nothing && !ctx->replied; i++) {
-        t_arp_packet packet;
-        heard = hear_arp_packet(*ctx, &packet);
-        if (heard == t_arp_heard::not_arp)
-            LOG(Error, "Not a arp reply packet\n");
-        if (heard == t_arp_heard::packet)
-            ctx->replied = double_check_arp_packet_all_blocked(stage, ctx, packet);
-    }
-    if (ctx->replied) {
-        packet_socket_close(&ctx->watcher);
+    read_arp_replies(ctx, double_check_arp_packet_all_blocked);
+    if (ctx->replied)
         return;
-    }
     LOG(Info, "No arp reply from %s|%02X-%02X-%02X-%02X-%02X-%02X! Remove it from arp hash table!\n",
         ARP_TARGET_ARGS(ctx));
     remove_arp_entry(arp_detect_handle.arp_table_hashmap_head, ctx->target_mac);

@@ -9,7 +9,6 @@
 #include "platform/result_codes.h"
 #include "probes/arp_probe.h"
 #include "probes/arp_probe_batch.h"
-#include "probes/packet_socket.h"
 
 constexpr int ARP_SEARCH_ATTEMPTS = 2;
 
@@ -62,21 +61,11 @@ static bool check_ip_using_arp_blocked(t_read_stage, t_arp_detect *ctx, const t_
     return true;
 }
 
-static void check_ip_using_arp_blocked(t_read_stage stage, t_arp_detect *ctx, int attempt)
+static void check_ip_using_arp_blocked(t_read_stage, t_arp_detect *ctx, int attempt)
 {
     LOG(Debug, "Trying to recv Arp packet for: %s|%02X-%02X-%02X-%02X-%02X-%02X via dev:%s, retry_times:%d/%d\n",
         ARP_TARGET_ARGS(ctx), device_name(ctx->dev), attempt, ARP_SEARCH_ATTEMPTS);
-    t_arp_heard heard = t_arp_heard::irrelevant;
-    for (int i = 0; i < ARP_FRAMES_PER_READ && heard != t_arp_heard::nothing && !ctx->replied; i++) {
-        t_arp_packet packet;
-        heard = hear_arp_packet(*ctx, &packet);
-        if (heard == t_arp_heard::not_arp)
-            LOG(Error, "Not a arp reply packet\n");
-        if (heard == t_arp_heard::packet)
-            ctx->replied = check_ip_using_arp_blocked(stage, ctx, packet);
-    }
-    if (ctx->replied)
-        packet_socket_close(&ctx->watcher);
+    read_arp_replies(ctx, check_ip_using_arp_blocked);
 }
 
 // One attempt over the whole batch; true when a port answered.

@@ -61,7 +61,7 @@ int br_get_fdb(int fd, const char *bridge_name, t_bridge_record **records)
 {
     LOG_ENTER();
     int count = 0, capacity = 0;
-    for (;;) {
+    while (count < BRIDGE_MAX_RECORDS) {
         if (count + BRIDGE_CHUNK_RECORDS - 1 >= capacity) {
             const int wanted = count + BRIDGE_CHUNK_RECORDS;
             void *grown = realloc(*records, static_cast<size_t>(wanted) * sizeof **records);
@@ -75,7 +75,7 @@ int br_get_fdb(int fd, const char *bridge_name, t_bridge_record **records)
         t_bridge_record chunk[BRIDGE_CHUNK_RECORDS];
         const int got = read_chunk(fd, bridge_name, count, chunk);
         if (got == 0)
-            return count;
+            break;
         if (got < 0) {
             LOG(Error, "read of forward table failed: %s\n", strerror(errno));
             return BRIDGE_ERR_READ;
@@ -83,6 +83,7 @@ int br_get_fdb(int fd, const char *bridge_name, t_bridge_record **records)
         memcpy(*records + count, chunk, static_cast<size_t>(got) * sizeof *chunk);
         count += got;
     }
+    return count;
 }
 
 int get_bridge_table(const char *bridge_name, t_bridge_record **records)

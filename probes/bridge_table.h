@@ -19,7 +19,8 @@ static_assert(offsetof(t_bridge_record, port) == 6 && offsetof(t_bridge_record, 
 static_assert(offsetof(t_bridge_record, port_high) == 12 && sizeof(t_bridge_record) == 16);
 
 constexpr int BRIDGE_CHUNK_RECORDS = 64;
-constexpr int BRIDGE_ERR_READ = -1; // no channel to the kernel, or the read failed; errno says why
+constexpr int BRIDGE_MAX_RECORDS = 65536; // nobody may keep us reading by inventing MACs
+constexpr int BRIDGE_ERR_READ = -1;       // no channel to the kernel, or the read failed; errno says why
 
 // The number of forwarding records; BRIDGE_ERR_READ or ERR_NO_MEMORY. `*records` comes in null and is the caller's to
 // free, whatever the result.

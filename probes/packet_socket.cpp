@@ -24,9 +24,6 @@ namespace {
 constexpr int LOWEST_DESCRIPTOR = 1;
 constexpr int64_t MICROSECONDS_PER_MILLISECOND = 1000;
 
-// What SO_BINDTODEVICE is handed: a name field as wide as the name fields of our records.
-constexpr size_t INTERFACE_REQUEST_SIZE = NAME_SIZE;
-
 // Probes treat 0 as "closed", so a socket that got it moves up.
 int move_above_zero(int fd)
 {
@@ -79,9 +76,9 @@ int packet_socket_bind_to_device(int fd, const char *name)
         errno = ENODEV;
         return -1;
     }
-    char request[INTERFACE_REQUEST_SIZE] = {};
-    memcpy(request, name, strlen(name));
-    if (setsockopt(fd, SOL_SOCKET, SO_BINDTODEVICE, request, sizeof request) != 0)
+    ifreq request = {};
+    memcpy(request.ifr_name, name, strlen(name));
+    if (setsockopt(fd, SOL_SOCKET, SO_BINDTODEVICE, &request, sizeof request) != 0)
         return -1;
     // The option alone does not keep other ports' frames from a packet socket. Protocol 0 keeps the socket's own;
     // index 0, of an interface that vanished just now, would mean every port.

@@ -301,6 +301,16 @@ TEST_F(arp_port_search, a_failed_sending_silences_that_port_only)
     EXPECT_TRUE(log.has("Error", JOB, "Failed to send ARP socket for: 10.0.0.1|00-00-00-00-00-00 via dev:eth1"));
 }
 
+TEST_F(arp_port_search, a_failed_sending_makes_the_target_mac_unknown)
+{
+    t_port_list ports = {&eth1};
+    fake_wire.fail(t_wire_call::SEND, ENETDOWN);
+    EXPECT_EQ(search(ports, UPSTREAM), 0);
+    EXPECT_TRUE(log.has("Error", JOB, "Failed to send ARP socket for: 10.0.0.1|AA-BB-CC-00-00-FE via dev:eth1"));
+    EXPECT_TRUE(log.has("Debug", JOB,
+                        "Ready to send Arp packet for: 10.0.0.1|00-00-00-00-00-00 via dev:eth1, retry_times:2/2"));
+}
+
 TEST_F(arp_port_search, a_list_longer_than_its_count_is_searched_as_far_as_the_count_says)
 {
     t_port_list ports = {&eth1, &eth2, &eth3};

@@ -185,6 +185,13 @@ TEST_F(bridge_table, a_bridge_that_learns_while_it_is_read_does_not_overrun_the_
         EXPECT_EQ(records[i].ageing_timer, i);
 }
 
+TEST_F(bridge_table, a_bridge_that_learns_faster_than_it_is_read_is_read_to_a_limit)
+{
+    kernel.chunks.assign(2 * BRIDGE_MAX_RECORDS / BRIDGE_CHUNK_RECORDS, BRIDGE_CHUNK_RECORDS);
+    const t_hidden_sysfs sysfs;
+    EXPECT_EQ(get_bridge_table("br-lan", &records), BRIDGE_MAX_RECORDS);
+}
+
 TEST_F(bridge_table, a_busy_bridge_is_asked_again)
 {
     make_bridge(5);

@@ -53,6 +53,7 @@ TEST_F(dhcp_process, without_a_batch_detection_is_over)
     EXPECT_TRUE(log.has("Info", "process_dhcp_discovery_all",
                         "dhcp detect array is null, no packet sent yet, treat as detect over!"));
     EXPECT_TRUE(log.has("Info", "release_dhcp_detect_handle", "Release null dhcp_detect_handle fail!"));
+    EXPECT_EQ(dhcp_detect_handle.finished, 1);
     EXPECT_EQ(process(true), 98);
 }
 

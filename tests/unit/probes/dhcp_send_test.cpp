@@ -219,7 +219,9 @@ TEST_F(dhcp_send, a_list_shorter_than_its_count_leaves_empty_contexts)
     t_log_capture log;
     EXPECT_EQ(send_dhcp_discovery_all(&list_), OK);
     EXPECT_EQ(log.count("Error", "send_dhcp_discovery_all", "Failed to load dhcp device!"), 2);
-    EXPECT_EQ(dhcp_detect_handle.device_num, 3);
+    ASSERT_EQ(dhcp_detect_handle.device_num, 3);
+    EXPECT_EQ(dhcp_detect_handle.contexts[2].dev, nullptr);
+    EXPECT_EQ(dhcp_detect_handle.contexts[2].watcher.fd, -1);
     EXPECT_EQ(fake_wire.sent().size(), 1u);
 }
 

@@ -2,7 +2,10 @@
 // Which ports a probe goes out on. The frames themselves are the probes' own tests' matter.
 #include "probes/dispatch.h"
 
+#include <atomic>
 #include <cerrno>
+#include <chrono>
+#include <thread>
 
 #include "model/tables.h"
 #include "platform/result_codes.h"
@@ -186,6 +189,26 @@ TEST_P(dispatch, a_port_that_cannot_send_still_yields_zero)
     fake_wire.fail(t_wire_call::SEND, ENETDOWN);
     EXPECT_EQ(GetParam().for_one(eth1), 0);
     EXPECT_TRUE(fake_wire.sent().empty());
+}
+
+TEST_P(dispatch, ports_whose_link_is_being_changed_are_waited_for)
+{
+    t_device *eth1 = add_port("eth1", 1);
+    for (bool all : {true, false}) {
+        std::atomic<bool> over = false;
+        pthread_rwlock_wrlock(&gate_.locks.device_lock);
+        std::thread detection([&] {
+            all ? GetParam().for_all(&model_) : GetParam().for_one(eth1);
+            over = true;
+        });
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        EXPECT_FALSE(over);
+        eth1->link_active = 0;
+        pthread_rwlock_unlock(&gate_.locks.device_lock);
+        detection.join();
+        EXPECT_TRUE(fake_wire.sent().empty());
+        eth1->link_active = 1;
+    }
 }
 
 TEST_P(dispatch, the_lock_is_free_while_frames_are_sent)

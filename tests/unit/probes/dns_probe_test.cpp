@@ -206,7 +206,7 @@ TEST_F(dns_probe, an_answer_without_records_is_not_accepted)
     at_waits({{1, 0, [](t_dns_reply &reply) { reply.answers = 0; }}});
     EXPECT_EQ(dns_lookup_via_multi_eth(&ctx), 0);
     EXPECT_EQ(log.count("", "recv_dns_query", "dns response from ip=100.64.1.2!"), 1);
-    EXPECT_FALSE(log.has_body("DNS response check fail at dns id: 0/0"));
+    EXPECT_EQ(log.text().find("DNS response check fail"), std::string::npos) << "it is dropped in silence";
 }
 
 TEST_F(dns_probe, an_answer_from_another_server_is_dropped)

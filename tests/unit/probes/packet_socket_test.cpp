@@ -227,6 +227,7 @@ TEST_F(packet_socket, watching_leaves_the_descriptor_in_blocking_mode)
 {
     packet_socket_watch(&watcher_);
     EXPECT_TRUE(watcher_.registered);
+    EXPECT_EQ(watcher_.flags, ULOOP_READ | ULOOP_ERROR_CB | ULOOP_BLOCKING);
     EXPECT_FALSE(fcntl(watcher_.fd, F_GETFL) & O_NONBLOCK);
     packet_socket_unwatch(&watcher_);
     EXPECT_FALSE(watcher_.registered);

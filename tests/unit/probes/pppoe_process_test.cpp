@@ -53,6 +53,8 @@ TEST_F(pppoe_process, without_a_batch_detection_is_over)
     EXPECT_TRUE(log.has("Debug", "process_pppoe_discovery_all", "Entering function: process_pppoe_discovery_all!"));
     EXPECT_TRUE(log.has("Info", "process_pppoe_discovery_all",
                         "pppoe detect array is null, no packet sent yet, treat as detect over!"));
+    EXPECT_TRUE(log.has("Info", "release_pppoe_detect_handle", "Release null pppoe_detect_handle fail!"));
+    EXPECT_EQ(pppoe_detect_handle.finished, 1);
 }
 
 TEST_F(pppoe_process, a_batch_of_no_ports_is_impossible_and_closed)

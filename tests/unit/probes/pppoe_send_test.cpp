@@ -36,6 +36,14 @@ TEST_F(pppoe_send, an_empty_list_is_refused)
     EXPECT_EQ(pppoe_detect_handle.contexts, nullptr);
 }
 
+TEST_F(pppoe_send, a_list_of_256_ports_counts_as_empty)
+{
+    for (int i = 0; i < 256; i++)
+        list_port(add_port(("port" + std::to_string(i)).c_str(), 1));
+    EXPECT_EQ(send_pppoe_discovery_all(&list_), ERR_INVALID_INPUT);
+    EXPECT_TRUE(fake_wire.sockets().empty());
+}
+
 TEST_F(pppoe_send, without_memory_nothing_is_sent)
 {
     list_port(add_port("eth1", 1));
@@ -62,8 +70,10 @@ TEST_F(pppoe_send, one_padi_leaves_every_port)
     list_port(eth1);
     list_port(add_port("eth2", 2));
     next_random = {3, 5, 7, 11};
+    pppoe_detect_handle.finished = 1;
     t_log_capture log;
     ASSERT_EQ(send_pppoe_discovery_all(&list_), OK);
+    EXPECT_EQ(pppoe_detect_handle.finished, 0);
     ASSERT_EQ(fake_wire.sent().size(), 2u);
     EXPECT_EQ(fake_wire.sent()[0].port, "eth1");
     EXPECT_EQ(fake_wire.sent()[0].bytes, expected_padi({0x02, 0, 0, 0, 0x01, 0x01}, 15));
@@ -170,6 +180,8 @@ TEST_F(pppoe_send, a_list_node_without_a_port_is_skipped)
     t_log_capture log;
     EXPECT_EQ(send_pppoe_discovery_all(&list_), OK);
     EXPECT_TRUE(log.has("Error", "send_pppoe_discovery_all", "Failed to load pppoe device!"));
+    EXPECT_EQ(pppoe_detect_handle.contexts[1].dev, nullptr);
+    EXPECT_EQ(pppoe_detect_handle.contexts[1].watcher.fd, -1);
     EXPECT_TRUE(log.has("Debug", "send_pppoe_discovery_all", "Ready to send pppoe Discovery packet via dev:null"));
 }
 
