@@ -46,11 +46,15 @@ void drop_knock()
 }
 
 // True when this process, and nobody else, answers under the object's name again and hears the event again. The library
-// publishes objects anew, but that each of them was accepted is better asked for; events it does not register anew.
+// publishes objects anew, unless it gave one up that was refused at an earlier attempt; that each of them was accepted
+// is better asked for; events it does not register anew.
 bool offer_is_back()
 {
+    ubus_object *object = bus.offer->object;
+    if (object->id == 0 && ubus_add_object(bus.context, object) != 0)
+        return false;
     uint32_t id = 0;
-    if (ubus_lookup_id(bus.context, bus.offer->object->name, &id) != 0 || id != bus.offer->object->id)
+    if (ubus_lookup_id(bus.context, object->name, &id) != 0 || id != object->id)
         return false;
     return ubus_register_event_handler(bus.context, bus.offer->event_handler, bus.offer->event_pattern) == 0;
 }

@@ -33,8 +33,8 @@ void wan_detect_ubus_done();
 // The connection, or null. For handlers that reply.
 ubus_context *wan_detect_ubus_context();
 
-// Calls `method` of `object` and waits at most BUS_CALL_TIMEOUT_MS. The bus library's status (0 is success),
-// ERR_INVALID_INPUT for a missing name, ERR_BUS_OBJECT when nobody offers the object. `context` reaches the reply
-// handler as request->priv.
+// Calls `method` of `object` and waits at most BUS_CALL_TIMEOUT_MS for the bus daemon, and as long for the answer. The
+// bus library's status (0 is success), ERR_INVALID_INPUT for a missing name, ERR_BUS_OBJECT when nobody offers the
+// object or the bus does not answer. `context` reaches the reply handler as request->priv.
 int ubus_call_method(const char *object, const char *method, blob_buf *message, t_bus_reply_handler reply,
                      void *context);

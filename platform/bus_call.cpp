@@ -7,6 +7,22 @@
 #include "platform/log.h"
 #include "platform/result_codes.h"
 
+namespace {
+
+// No method of the bus daemon's own objects has this name; being told so is answer enough.
+constexpr const char *PING_METHOD = "ping";
+
+// The library looks objects up without a limit, and a bus daemon that hangs would take the loop with it. So it first
+// has to answer a call that has a limit.
+bool bus_answers(ubus_context *bus)
+{
+    int status =
+        ubus_invoke(bus, UBUS_SYSTEM_OBJECT_EVENT, PING_METHOD, nullptr, nullptr, nullptr, BUS_CALL_TIMEOUT_MS);
+    return status != UBUS_STATUS_TIMEOUT && status != UBUS_STATUS_CONNECTION_FAILED;
+}
+
+} // namespace
+
 int ubus_call_method(const char *object, const char *method, blob_buf *message, t_bus_reply_handler reply,
                      void *context)
 {
@@ -21,7 +37,7 @@ int ubus_call_method(const char *object, const char *method, blob_buf *message, 
     ubus_context *bus = wan_detect_ubus_context();
     // The library calls it success when an object exists but may not be seen; the id then stays 0.
     uint32_t id = 0;
-    if (!bus || ubus_lookup_id(bus, object, &id) != 0 || id == 0) {
+    if (!bus || !bus_answers(bus) || ubus_lookup_id(bus, object, &id) != 0 || id == 0) {
         LOG(Error, "Can't find %s\n", object);
         return ERR_BUS_OBJECT;
     }

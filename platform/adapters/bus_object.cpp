@@ -56,9 +56,9 @@ int reply_code(ubus_context *context, ubus_request_data *request, int code)
     return 0;
 }
 
-int32_t int_argument(const blob_attr *argument)
+int32_t int_argument(blob_attr *argument)
 {
-    return static_cast<int32_t>(blobmsg_get_u32(const_cast<blob_attr *>(argument)));
+    return static_cast<int32_t>(blobmsg_get_u32(argument));
 }
 
 void start_detection_of_all(int delay_ms)

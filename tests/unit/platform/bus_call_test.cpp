@@ -137,6 +137,19 @@ TEST_F(bus_call, waits_one_second_at_most)
     EXPECT_LT(waited, std::chrono::milliseconds(BUS_CALL_TIMEOUT_MS + 500));
 }
 
+TEST_F(bus_call, does_not_wait_for_ever_for_a_bus_that_hangs)
+{
+    bus.stop();
+    auto start = clock_type::now();
+    EXPECT_EQ(ask("internet", &state), ERR_BUS_OBJECT);
+    EXPECT_LT(clock_type::now() - start, std::chrono::milliseconds(BUS_CALL_TIMEOUT_MS + 500));
+    EXPECT_TRUE(log.has("Error", "ubus_call_method", "Can't find network.interface"));
+    EXPECT_EQ(state, NETWORK_UNKNOWN);
+    bus.go_on();
+    EXPECT_EQ(ask("internet", &state), 0);
+    EXPECT_EQ(state, NETWORK_CONNECTED);
+}
+
 TEST_F(bus_call, of_an_object_that_nobody_offers_fails)
 {
     EXPECT_EQ(ubus_call_method("nobody", "status", nullptr, nullptr, nullptr), ERR_BUS_OBJECT);

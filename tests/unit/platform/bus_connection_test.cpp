@@ -62,7 +62,11 @@ protected:
         std::filesystem::remove(BUS_SOCKET_PATH);
     }
 
-    static int init() { return wan_detect_ubus_init(wan_detect_bus_offer()); }
+    static int init()
+    {
+        offered_ = wan_detect_bus_offer();
+        return wan_detect_ubus_init(offered_);
+    }
     static bool is_connected() { return wan_detect_ubus_context() != nullptr; }
     bool lost_is_noticed()
     {
@@ -83,6 +87,7 @@ protected:
     }
 
     static inline int heartbeats_;
+    static inline const t_bus_offer *offered_;
     uloop_timeout heartbeat_ = {};
     t_log_capture log;
 
@@ -270,6 +275,18 @@ TEST_F(lost_bus, is_asked_again_while_somebody_else_has_the_name)
         std::filesystem::rename(aside, BUS_SOCKET_PATH);
         EXPECT_FALSE(loop_until(is_connected, 1500));
     }
+    EXPECT_TRUE(loop_until(is_connected, BACK_WITHIN_MS));
+    EXPECT_TRUE(object_answers());
+    EXPECT_TRUE(event_arrives(eth0));
+}
+
+TEST_F(lost_bus, comes_back_with_an_object_that_the_library_gave_up)
+{
+    ubus_context *context = wan_detect_ubus_context();
+    bus.kill();
+    ASSERT_TRUE(lost_is_noticed());
+    ubus_remove_object(context, offered_->object);
+    bus.start();
     EXPECT_TRUE(loop_until(is_connected, BACK_WITHIN_MS));
     EXPECT_TRUE(object_answers());
     EXPECT_TRUE(event_arrives(eth0));

@@ -112,6 +112,11 @@ void t_bus_daemon::stop()
     ::kill(pid_, SIGSTOP);
 }
 
+void t_bus_daemon::go_on()
+{
+    ::kill(pid_, SIGCONT);
+}
+
 t_bus_client::t_bus_client(const std::string &path) : context_(ubus_connect(path.c_str()))
 {
     if (context_)

@@ -25,6 +25,7 @@ public:
     void start(); // returns when it accepts connections
     void kill();  // without a chance to tidy up
     void stop();  // freezes it: it accepts connections and never answers
+    void go_on(); // ends that
     pid_t pid() const { return pid_; }
 
 private:
