@@ -187,7 +187,11 @@ int _uci_add_list_commit(const char *package, const char *section, const char *o
     LOG(Debug, "save %s %s\n", section, option);
     if (change_option(guard.context, uci_add_list, package, section, option, value) != UCI_OK)
         return UCI_ACCESS_FAILED;
-    return commit_package(guard.context, package) == UCI_OK ? 0 : UCI_ACCESS_FAILED;
+    if (commit_package(guard.context, package) != UCI_OK) {
+        LOG(Error, "fail to commit %s\n", package);
+        return UCI_ACCESS_FAILED;
+    }
+    return 0;
 }
 
 int _uci_del_add_list(uci_context **slot, const char *package, const char *section, const char *option,
@@ -219,7 +223,11 @@ int _uci_del_add_list_commit(const char *package, const char *section, const cha
     LOG(Debug, "save %s %s\n", section, option);
     if (move_to_end_of_list(guard.context, package, section, option, value) != UCI_OK)
         return UCI_ACCESS_FAILED;
-    return commit_package(guard.context, package) == UCI_OK ? 0 : UCI_ACCESS_FAILED;
+    if (commit_package(guard.context, package) != UCI_OK) {
+        LOG(Error, "fail to commit %s\n", package);
+        return UCI_ACCESS_FAILED;
+    }
+    return 0;
 }
 
 int _uci_get_state_value(const char *package, const char *section, const char *option, char *value, size_t size)

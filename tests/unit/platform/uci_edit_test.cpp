@@ -154,6 +154,18 @@ TEST_F(uci_edit, a_list_item_is_not_added_to_a_missing_section)
     EXPECT_EQ(file(), before);
 }
 
+TEST_F(uci_edit, a_change_that_cannot_be_committed_says_so)
+{
+    std::string before = file();
+    write_file("/tmp/.uci", "a file where a folder should be");
+    EXPECT_EQ(_uci_delete_commit("wan_detect", "main", "level"), -1);
+    EXPECT_EQ(_uci_add_list_commit("wan_detect", "main", "port", "eth3"), -1);
+    EXPECT_EQ(_uci_del_add_list_commit("wan_detect", "main", "port", "eth0"), -1);
+    for (const char *function : {"_uci_delete_commit", "_uci_add_list_commit", "_uci_del_add_list_commit"})
+        EXPECT_TRUE(log.has("Error", function, "fail to commit wan_detect")) << function;
+    EXPECT_EQ(file(), before);
+}
+
 TEST_F(uci_edit, an_item_added_anew_stands_once_at_the_end)
 {
     EXPECT_EQ(_uci_del_add_list_commit("wan_detect", "main", "port", "eth0"), 0);
