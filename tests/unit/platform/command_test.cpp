@@ -172,6 +172,26 @@ TEST(capture_command, that_cannot_be_started_says_so_whatever_the_log_level)
     EXPECT_STREQ(output, "before");
 }
 
+TEST(capture_command, without_a_shell_says_so_and_leaves_nothing_behind)
+{
+    t_log_capture log(0);
+    int before = dup(0);
+    close(before);
+    ASSERT_EQ(mount("/dev/null", "/bin/sh", nullptr, MS_BIND, nullptr), 0);
+    char output[8] = "before";
+    int captured = capture_command(output, "echo x", sizeof output);
+    int run = run_command("exit 0");
+    umount2("/bin/sh", MNT_DETACH);
+    int after = dup(0);
+    close(after);
+    EXPECT_EQ(captured, -1);
+    EXPECT_EQ(run, -1);
+    EXPECT_EQ(log.text(), "popen faild. (13, Permission denied)\n");
+    EXPECT_STREQ(output, "before");
+    EXPECT_EQ(after, before);
+    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
+}
+
 TEST(capture_command, starts_programs_that_can_be_stopped_from_threads_that_cannot)
 {
     t_shell_of_masks shell;

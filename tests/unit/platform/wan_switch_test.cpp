@@ -2,6 +2,7 @@
 // Moving the WAN role and toggling combo ports: the command, the locks around it, and what follows.
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <thread>
 
 #include "platform/adapter_fixture.h"
@@ -171,6 +172,20 @@ TEST_F(wan_switch, holds_both_locks_while_the_command_runs_and_sets_the_flags_af
     EXPECT_TRUE(holds_both_locks_while_the_command_runs([this] { switch_wan_to_dev(eth3, 0); }));
     EXPECT_TRUE(both_blocked());
     EXPECT_TRUE(none_taken());
+}
+
+TEST_F(wan_switch, asks_for_the_new_detection_with_both_locks_held_and_both_flags_set)
+{
+    bool held = false, blocked = false;
+    static std::function<void()> look_around;
+    look_around = [&] {
+        held = both_taken();
+        blocked = both_blocked();
+    };
+    engine_handlers.start_wan_detect_all = [](int) { look_around(); };
+    switch_wan_to_dev(eth3, 0);
+    EXPECT_TRUE(held);
+    EXPECT_TRUE(blocked);
 }
 
 TEST_F(wan_switch, takes_the_link_lock_before_the_combo_lock)
