@@ -121,6 +121,13 @@ TEST_F(current_wan, without_a_wan_type_the_protocol_counts)
                                                "update_wan_ipv4_protocol: get wan device: null using conntype: dhcp"}));
 }
 
+TEST_F(current_wan, an_empty_wan_type_counts_as_missing)
+{
+    add_proto("dhcp");
+    wan({{"wan_type", ""}, {"proto", "dhcp"}});
+    EXPECT_EQ(type_after_update(), "dhcp");
+}
+
 TEST_F(current_wan, without_both_nothing_changes)
 {
     t_protocol *former = add_proto("dhcp");

@@ -56,11 +56,15 @@ TEST_F(dumps, a_device_without_protocol_shows_null_and_a_combo_port_on_its_fibre
     second->sub_port = SUB_PORT_SFP;
     second->link_active = 1;
     second->proto = add_proto("pppoe");
+    t_device *third = add_port("eth2");
+    third->is_combo = 1;
+    third->sub_port = SUB_PORT_PHY;
     t_log_capture log;
     dump_all_device(port_model.dev_hashmap_head);
     EXPECT_EQ(log.text(), DEVICE_HEADER +
                               "\teth0\t4\t\tphy\t\ttrue\tfalse\t\tnull\t\n"
-                              "\teth1\t-1\t\tsfp\t\tfalse\ttrue\t\tpppoe\t\n" +
+                              "\teth1\t-1\t\tsfp\t\tfalse\ttrue\t\tpppoe\t\n"
+                              "\teth2\t-1\t\tphy\t\tfalse\tfalse\t\tnull\t\n" +
                               RULE + "\n");
 }
 

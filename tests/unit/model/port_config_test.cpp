@@ -257,6 +257,8 @@ TEST_F(port_config, a_port_number_without_interface_is_skipped_and_uses_no_prior
     EXPECT_EQ(port("eth1")->priority, 2);
     EXPECT_EQ(log.count("Error", "generate_eth_device", "Unable to get switch.port9.ifname, skip it!!"), 2);
     EXPECT_EQ(log.count("Error", "generate_eth_device", "Unable to get switch.port8.ifname, skip it!!"), 1);
+    EXPECT_TRUE(log.has("Info", "generate_eth_device",
+                        "Parse network devices success, count:3, lan_dev count:0, wan_port_pool count:1"));
     EXPECT_EQ(names_of(port_model.wan_port_pool), t_names{"eth2"});
 }
 

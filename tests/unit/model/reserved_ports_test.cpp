@@ -199,9 +199,10 @@ TEST_F(reserved_ports, a_member_that_cannot_be_allocated_ends_the_walk)
 {
     t_log_capture log;
     t_failing_allocation failing(sizeof(t_device), 2);
-    EXPECT_EQ(update_with({{"lanport", "LAN1 LAN2 LAN3"}, {"lacpports", "2 3"}}), OK);
+    EXPECT_EQ(update_with({{"lanport", "LAN1 LAN2 LAN3"}, {"lacpports", "2 3 2"}}), OK);
     EXPECT_EQ(members(), t_names{"eth2"});
-    EXPECT_TRUE(log.has("Error", AGG, "Create new device failed!"));
+    EXPECT_EQ(log.count("Error", AGG, "Create new device failed!"), 1);
+    EXPECT_FALSE(log.has("Info", AGG, "Parse lan_agg devices success"));
 }
 
 TEST_F(reserved_ports, the_gaming_port_is_read)
