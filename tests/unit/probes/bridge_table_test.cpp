@@ -88,7 +88,8 @@ protected:
     // A bridge "br-lan" with the port "eth1" and `hosts` hosts 02:00:00:00:hi:lo behind it.
     void make_bridge(int hosts)
     {
-        run("ip link add br-lan type bridge forward_delay 0 && ip link add eth1 type veth peer name peer1 && "
+        must_run(
+            "ip link add br-lan type bridge forward_delay 0 && ip link add eth1 type veth peer name peer1 && "
             "ip link set eth1 master br-lan && ip link set br-lan up && ip link set eth1 up && ip link set peer1 up");
         std::string batch;
         char line[96];
@@ -97,10 +98,10 @@ protected:
             batch += line;
         }
         write_file("/tmp/hosts", batch);
-        run("bridge -batch /tmp/hosts");
+        must_run("bridge -batch /tmp/hosts");
     }
 
-    static void remove_bridge() { run("ip link del br-lan && ip link del eth1"); }
+    static void remove_bridge() { must_run("ip link del br-lan && ip link del eth1"); }
 
     // How many of the hosts of make_bridge are among the records, each on a port of the bridge.
     long hosts_found(int count) const

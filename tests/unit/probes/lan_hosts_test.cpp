@@ -26,7 +26,7 @@ protected:
     {
         fake_wire.reset();
         fake_clock.reset();
-        run("ip link add br-lan type bridge && ip link set br-lan up");
+        must_run("ip link add br-lan type bridge && ip link set br-lan up");
         fake_wire.add_interface("br-lan", {.ifindex = 7,
                                            .mac = {2, 0, 0, 0, 0, 1},
                                            .address_be = ip("192.168.1.1"),
@@ -41,7 +41,7 @@ protected:
     ~lan_hosts() override
     {
         release_all_device(&model.dev_hashmap_head);
-        run("ip link del br-lan");
+        must_run("ip link del br-lan");
         EXPECT_EQ(model.arp_table_hashmap_head, nullptr);
         EXPECT_EQ(fake_wire.open_sockets(), 0);
     }
@@ -59,7 +59,7 @@ protected:
     static void learn(const std::string &records) { write_file("/sys/class/net/br-lan/brforward", records); }
     static void remember(const char *address, const char *hardware)
     {
-        run(std::string("ip neigh replace ") + address + " lladdr " + hardware + " dev br-lan nud permanent");
+        must_run(std::string("ip neigh replace ") + address + " lladdr " + hardware + " dev br-lan nud permanent");
     }
 
     // Every asked host answers as it was asked, so nothing is stale.
@@ -103,7 +103,7 @@ TEST_F(lan_hosts, the_bridge_is_announced_with_its_index)
 
 TEST_F(lan_hosts, incomplete_entries_flag_nothing)
 {
-    run("ip neigh replace 192.168.1.50 lladdr aa:bb:cc:00:00:32 dev br-lan nud failed");
+    must_run("ip neigh replace 192.168.1.50 lladdr aa:bb:cc:00:00:32 dev br-lan nud failed");
     learn(forwarding_record(mac("aa:bb:cc:00:00:32"), 1));
     EXPECT_EQ(update_brlan_dev(&model), 0);
     EXPECT_EQ(eth1->is_brlan_dev, 0);

@@ -8,40 +8,36 @@
 #include "probes/arp_probe.h"
 #include "probes/dns_scene.h"
 #include "probes/lan_hosts.h"
-#include "probes/lan_wire_peer.h"
-#include "probes/shell.h"
+#include "probes/veth_net.h"
 #include "support/sandbox.h"
 
 namespace {
 
 using t_names = std::vector<std::string>;
-using t_frames = std::vector<t_wire_peer::t_frame>;
+using t_frames = std::vector<t_bytes>;
 
 const t_mac HOST = {0xaa, 0xbb, 0xcc, 0, 0, 0x32}; // a multicast-free MAC that no interface has
 const char *const HOST_ADDRESS = "192.168.1.50";
 
 class lan_real_wire : public testing::Test {
 protected:
+    t_cable cable1{"eth1", "host1"}, cable2{"eth2", "host2"};
     t_port_model model = {};
     t_device *eth1, *eth2;
     t_log_capture log;
 
     lan_real_wire()
     {
-        run("ip link add br-lan type bridge forward_delay 0 mcast_snooping 0 && "
-            "ip addr add 192.168.1.1/24 dev br-lan && ip link set br-lan up");
-        for (const char *number : {"1", "2"}) {
-            const std::string port = std::string("eth") + number, host = std::string("host") + number;
-            run("ip link add " + port + " type veth peer name " + host + " && ip link set " + port +
-                " master br-lan && ip link set " + port + " up && ip link set " + host + " up");
-        }
+        must_run("ip link add br-lan type bridge forward_delay 0 mcast_snooping 0 && "
+                 "ip addr add 192.168.1.1/24 dev br-lan && ip link set br-lan up && "
+                 "ip link set eth1 master br-lan && ip link set eth2 master br-lan");
         eth1 = add("eth1", 1);
         eth2 = add("eth2", 2);
     }
     ~lan_real_wire() override
     {
         release_all_device(&model.dev_hashmap_head);
-        run("ip link del br-lan && ip link del eth1 && ip link del eth2");
+        must_run("ip link del br-lan");
     }
 
     t_device *add(const char *name, int8_t priority)
@@ -53,6 +49,16 @@ protected:
     }
 };
 
+// The reply of `HOST` to a request; to everyone when `broadcast`.
+t_bytes arp_reply(const t_arp_frame &request, bool broadcast = false)
+{
+    t_bytes frame = t_arp_answer{HOST, request.target_ip_be}.bytes();
+    memcpy(frame.data(), broadcast ? BROADCAST_MAC : request.ethernet.source, MAC_SIZE);
+    memcpy(frame.data() + offsetof(t_arp_frame, target_mac), request.sender_mac, MAC_SIZE);
+    memcpy(frame.data() + offsetof(t_arp_frame, target_ip_be), &request.sender_ip_be, sizeof request.sender_ip_be);
+    return frame;
+}
+
 t_frames silence(const t_arp_frame &)
 {
     return {};
@@ -60,12 +66,12 @@ t_frames silence(const t_arp_frame &)
 
 t_frames answer(const t_arp_frame &request)
 {
-    return request.target_ip_be == ip(HOST_ADDRESS) ? t_frames{arp_reply(request, HOST)} : t_frames{};
+    return request.target_ip_be == ip(HOST_ADDRESS) ? t_frames{arp_reply(request)} : t_frames{};
 }
 
 TEST_F(lan_real_wire, the_answer_proves_the_bridge_port_it_came_in_on)
 {
-    t_arp_peer host1("host1", silence), host2("host2", answer);
+    t_arp_peer host1(cable1, silence), host2(cable2, answer);
     t_port_list ports = {eth1, eth2};
     EXPECT_EQ(find_target_ip_and_device_with_arp(&ports.list, ip(HOST_ADDRESS)), 0);
     EXPECT_EQ(ports.names(), t_names{"eth2"});
@@ -76,8 +82,8 @@ TEST_F(lan_real_wire, the_answer_proves_the_bridge_port_it_came_in_on)
 
 TEST_F(lan_real_wire, an_answer_that_the_bridge_floods_proves_only_the_port_it_came_in_on)
 {
-    t_arp_peer host1("host1", silence),
-        host2("host2", [](const t_arp_frame &request) { return t_frames{arp_reply(request, HOST, true)}; });
+    t_arp_peer host1(cable1, silence),
+        host2(cable2, [](const t_arp_frame &request) { return t_frames{arp_reply(request, true)}; });
     t_port_list ports = {eth1, eth2};
     EXPECT_EQ(find_target_ip_and_device_with_arp(&ports.list, ip(HOST_ADDRESS)), 0);
     EXPECT_EQ(ports.names(), t_names{"eth2"});
@@ -86,12 +92,12 @@ TEST_F(lan_real_wire, an_answer_that_the_bridge_floods_proves_only_the_port_it_c
 TEST_F(lan_real_wire, a_flood_before_the_answer_does_not_drown_it)
 {
     // More than a socket's queue holds.
-    t_arp_peer host1("host1", [](const t_arp_frame &request) {
-        t_wire_peer::t_frame noise(1400, 0x55);
+    t_arp_peer host1(cable1, [](const t_arp_frame &request) {
+        t_bytes noise(1400, 0x55);
         memset(noise.data(), 0xff, MAC_SIZE);
         noise[12] = 0x08, noise[13] = 0x00;
         t_frames frames(3000, noise);
-        frames.push_back(arp_reply(request, HOST));
+        frames.push_back(arp_reply(request));
         return frames;
     });
     t_port_list ports = {eth1};
@@ -102,7 +108,7 @@ TEST_F(lan_real_wire, a_flood_before_the_answer_does_not_drown_it)
 
 TEST_F(lan_real_wire, one_port_can_be_asked_alone)
 {
-    t_arp_peer host1("host1", silence), host2("host2", answer);
+    t_arp_peer host1(cable1, silence), host2(cable2, answer);
     EXPECT_EQ(send_special_arp(eth2, ip(HOST_ADDRESS)), 1);
     EXPECT_EQ(mac_of(eth2->result.server_mac), HOST);
     EXPECT_EQ(host1.requests(), 0);
@@ -114,12 +120,12 @@ TEST_F(lan_real_wire, one_port_can_be_asked_alone)
 TEST_F(lan_real_wire, a_live_host_flags_its_port_and_a_dead_one_does_not)
 {
     const t_mac dead = {0xaa, 0xbb, 0xcc, 0, 0, 0x33};
-    t_arp_peer host1("host1", answer), host2("host2", silence);
+    t_arp_peer host1(cable1, answer), host2(cable2, silence);
     // The bridge learns both, and the cache knows both.
     host1.send(t_arp_answer{HOST, ip(HOST_ADDRESS)}.bytes());
     host2.send(t_arp_answer{dead, ip("192.168.1.51")}.bytes());
-    run("ip neigh replace 192.168.1.50 lladdr aa:bb:cc:00:00:32 dev br-lan nud reachable && "
-        "ip neigh replace 192.168.1.51 lladdr aa:bb:cc:00:00:33 dev br-lan nud reachable");
+    must_run("ip neigh replace 192.168.1.50 lladdr aa:bb:cc:00:00:32 dev br-lan nud reachable && "
+             "ip neigh replace 192.168.1.51 lladdr aa:bb:cc:00:00:33 dev br-lan nud reachable");
     EXPECT_EQ(update_brlan_dev(&model), 0);
     EXPECT_EQ(eth1->is_brlan_dev, 1);
     EXPECT_EQ(eth2->is_brlan_dev, 0);
@@ -131,9 +137,9 @@ TEST_F(lan_real_wire, a_live_host_flags_its_port_and_a_dead_one_does_not)
 
 TEST_F(lan_real_wire, a_port_that_is_down_or_gone_has_not_answered)
 {
-    t_arp_peer host2("host2", answer);
+    t_arp_peer host2(cable2, answer);
     t_device ghost = make_port("eth9");
-    run("ip link set eth1 down");
+    must_run("ip link set eth1 down");
     t_port_list ports = {eth1, eth2, &ghost};
     EXPECT_EQ(find_target_ip_and_device_with_arp(&ports.list, ip(HOST_ADDRESS)), 0);
     EXPECT_EQ(ports.names(), t_names{"eth2"});
@@ -141,7 +147,7 @@ TEST_F(lan_real_wire, a_port_that_is_down_or_gone_has_not_answered)
 
 TEST_F(lan_real_wire, a_bridge_without_an_address_fails_every_question)
 {
-    run("ip addr flush dev br-lan");
+    must_run("ip addr flush dev br-lan");
     t_port_list ports = {eth1, eth2};
     EXPECT_EQ(find_target_ip_and_device_with_arp(&ports.list, ip(HOST_ADDRESS)), -87);
     EXPECT_EQ(send_special_arp(eth1, ip(HOST_ADDRESS)), 0);
@@ -165,7 +171,7 @@ protected:
     }
 
     // A server that answers every query as asked, after `noise` frames that are none.
-    static t_frames answer_query(const t_wire_peer::t_frame &query, size_t noise)
+    static t_frames answer_query(const t_bytes &query, size_t noise)
     {
         if (query.size() < 54 || query[23] != 17)
             return {};
@@ -173,7 +179,7 @@ protected:
         reply.id = static_cast<uint16_t>(query[42] << 8 | query[43]);
         memcpy(&reply.source_be, &query[30], sizeof reply.source_be);
         memcpy(&reply.destination_be, &query[26], sizeof reply.destination_be);
-        t_frames frames(noise, t_wire_peer::t_frame(60, 0x08));
+        t_frames frames(noise, t_bytes(60, 0x08));
         frames.push_back(reply.bytes());
         memcpy(frames.back().data(), &query[6], MAC_SIZE);
         frames.back()[12] = 0x08;
@@ -190,7 +196,7 @@ protected:
 
 TEST_F(dns_real_wire, the_answering_port_wins_at_once)
 {
-    t_wire_peer host2("host2", ETH_P_IP, [](const t_wire_peer::t_frame &query) { return answer_query(query, 0); });
+    t_thread_peer host2(cable2, ETH_P_IP, [](const t_bytes &query) { return answer_query(query, 0); });
     int result;
     EXPECT_LT(look_up_ms(&result), 1000);
     EXPECT_EQ(result, 1);
@@ -201,7 +207,7 @@ TEST_F(dns_real_wire, the_answering_port_wins_at_once)
 
 TEST_F(dns_real_wire, noise_before_the_answer_does_no_harm)
 {
-    t_wire_peer host1("host1", ETH_P_IP, [](const t_wire_peer::t_frame &query) { return answer_query(query, 50); });
+    t_thread_peer host1(cable1, ETH_P_IP, [](const t_bytes &query) { return answer_query(query, 50); });
     int result;
     EXPECT_LT(look_up_ms(&result), 1000);
     EXPECT_EQ(ctx.winner, eth1);
@@ -224,8 +230,8 @@ TEST_F(dns_real_wire, silence_lasts_three_seconds_and_does_not_burn_the_processo
 
 TEST_F(dns_real_wire, a_port_that_goes_away_meanwhile_does_not_stop_the_others)
 {
-    t_wire_peer host1("host1", ETH_P_IP, [](const t_wire_peer::t_frame &query) {
-        run("ip link set eth2 down");
+    t_thread_peer host1(cable1, ETH_P_IP, [](const t_bytes &query) {
+        must_run("ip link set eth2 down");
         return answer_query(query, 0);
     });
     int result;

@@ -138,7 +138,7 @@ TEST_F(packet_socket, receiving_never_blocks)
 TEST_F(packet_socket, bound_to_an_address_hears_that_port_only)
 {
     bind_to(cable_);
-    t_peer near(cable_), far(other_);
+    t_loop_peer near(cable_), far(other_);
     far.send(FRAME);
     EXPECT_EQ(packet_socket_wait_readable(watcher_.fd, 50), 0);
     near.send(FRAME);
@@ -153,7 +153,7 @@ TEST_F(packet_socket, bound_to_a_device_hears_that_port_only)
     ASSERT_EQ(packet_socket_bind_to_device(watcher_.fd, "eth2"), 0);
     while (!receive().empty())
         ;
-    t_peer near(cable_), far(other_);
+    t_loop_peer near(cable_), far(other_);
     near.send(FRAME);
     EXPECT_EQ(packet_socket_wait_readable(watcher_.fd, 50), 0);
     far.send(FRAME);
@@ -163,7 +163,7 @@ TEST_F(packet_socket, bound_to_a_device_hears_that_port_only)
 
 TEST_F(packet_socket, sends_to_the_port_of_the_address)
 {
-    t_peer far(cable_);
+    t_loop_peer far(cable_);
     EXPECT_EQ(packet_socket_send(watcher_.fd, FRAME.data(), FRAME.size(),
                                  packet_broadcast_address(ETH_P_ALL, cable_.ifindex())),
               static_cast<ssize_t>(FRAME.size()));

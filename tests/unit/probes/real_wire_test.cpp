@@ -91,7 +91,7 @@ t_bytes offer_for(const t_bytes &heard)
 
 TEST_F(real_wire, a_dhcp_server_is_found_behind_its_port)
 {
-    t_peer server(cable1_), nobody(cable2_);
+    t_loop_peer server(cable1_), nobody(cable2_);
     server.answer = offer_for;
     ASSERT_EQ(dhcp_detect_for_all_link_device(&model_), 0);
     ASSERT_TRUE(run_loop_until([&] { return answered() && !nobody.heard.empty(); }, ANSWER_LIMIT_MS));
@@ -112,7 +112,7 @@ TEST_F(real_wire, a_dhcp_server_is_found_behind_its_port)
 
 TEST_F(real_wire, forged_offers_before_the_genuine_one_do_not_matter)
 {
-    t_peer server(cable1_);
+    t_loop_peer server(cable1_);
     server.answer = [&](const t_bytes &heard) {
         const t_bytes genuine = offer_for(heard);
         server.send(patched(genuine, DISCOVER_XID, native(native_at(heard, DISCOVER_XID) + 1)));
@@ -131,7 +131,7 @@ TEST_F(real_wire, forged_offers_before_the_genuine_one_do_not_matter)
 
 TEST_F(real_wire, a_pppoe_concentrator_is_found_behind_its_port)
 {
-    t_peer nobody(cable1_), concentrator(cable2_);
+    t_loop_peer nobody(cable1_), concentrator(cable2_);
     concentrator.answer = [](const t_bytes &heard) { return pado(usual_tags(native_at(heard, PADI_HOST_UNIQ))); };
     ASSERT_EQ(pppoe_detect_for_all_link_device(&model_), 0);
     ASSERT_TRUE(run_loop_until([&] { return pppoe_detect_handle.contexts[1].pado_received && !nobody.heard.empty(); },
@@ -148,7 +148,7 @@ TEST_F(real_wire, a_pppoe_concentrator_is_found_behind_its_port)
 
 TEST_F(real_wire, both_probes_run_beside_each_other_on_one_port)
 {
-    t_peer both(cable1_);
+    t_loop_peer both(cable1_);
     both.answer = [](const t_bytes &heard) {
         return heard.size() == 410 ? offer_for(heard) : pado(usual_tags(native_at(heard, PADI_HOST_UNIQ)));
     };
@@ -160,7 +160,7 @@ TEST_F(real_wire, both_probes_run_beside_each_other_on_one_port)
 
 TEST_F(real_wire, a_port_that_goes_down_does_not_spin_the_loop_and_is_heard_again)
 {
-    t_peer server(cable1_);
+    t_loop_peer server(cable1_);
     uint32_t xid = 0;
     server.answer = [&](const t_bytes &heard) {
         xid = native_at(heard, DISCOVER_XID);

@@ -2,15 +2,20 @@
 // Commands that build a test's network inside the sandbox's own namespace.
 #pragma once
 
+#include <cstdio>
 #include <cstdlib>
 #include <string>
 
 #include <gtest/gtest.h>
 #include <sys/mount.h>
 
-inline void run(const std::string &command)
+// Ends the program when the command fails: a test must not go on in a network that is not there.
+inline void must_run(const std::string &command)
 {
-    ASSERT_EQ(system(command.c_str()), 0) << command;
+    if (system(command.c_str()) == 0)
+        return;
+    fprintf(stderr, "failed: %s\n", command.c_str());
+    abort();
 }
 
 // Hides the kernel's network folder behind an empty one of the test's own, which it may fill, while it lives.

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "probes/veth_net.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -9,6 +10,7 @@
 #include <linux/if_packet.h>
 #include <net/ethernet.h>
 #include <net/if.h>
+#include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -21,9 +23,35 @@ static void require(bool done, const std::string &what)
     abort();
 }
 
-void must_run(const std::string &command)
+// A packet socket at the far end of a cable.
+static int open_far_end(const t_cable &cable, uint16_t ether_type)
 {
-    require(system(command.c_str()) == 0, command);
+    const int fd = socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0);
+    require(fd >= 0, "peer socket");
+    sockaddr_ll address = {};
+    address.sll_family = AF_PACKET;
+    address.sll_protocol = htons(ether_type);
+    address.sll_ifindex = static_cast<int>(if_nametoindex(cable.far_name.c_str()));
+    require(address.sll_ifindex != 0, cable.far_name);
+    require(bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) == 0, "bind to " + cable.far_name);
+    return fd;
+}
+
+static void send_frame(int fd, const t_bytes &frame)
+{
+    require(send(fd, frame.data(), frame.size(), 0) == static_cast<ssize_t>(frame.size()), "send");
+}
+
+// The next frame that came over the cable; empty for what the peer sent itself and when there is none.
+static t_bytes receive_frame(int fd)
+{
+    t_bytes frame(ETH_FRAME_LEN);
+    sockaddr_ll from = {};
+    socklen_t size = sizeof from;
+    const ssize_t got =
+        recvfrom(fd, frame.data(), frame.size(), MSG_DONTWAIT, reinterpret_cast<sockaddr *>(&from), &size);
+    frame.resize(got < 0 || from.sll_pkttype == PACKET_OUTGOING ? 0 : static_cast<size_t>(got));
+    return frame;
 }
 
 t_cable::t_cable(const std::string &near_name, const std::string &far_end)
@@ -56,43 +84,33 @@ t_bytes t_cable::mac() const
     return t_bytes(request.ifr_hwaddr.sa_data, request.ifr_hwaddr.sa_data + MAC_SIZE);
 }
 
-t_peer::t_peer(const t_cable &cable) : watch_{}
+t_loop_peer::t_loop_peer(const t_cable &cable) : watch_{}
 {
-    const int fd = socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0);
-    require(fd >= 0, "peer socket");
-    sockaddr_ll address = {};
-    address.sll_family = AF_PACKET;
-    address.sll_protocol = htons(ETH_P_ALL);
-    address.sll_ifindex = static_cast<int>(if_nametoindex(cable.far_name.c_str()));
-    require(bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) == 0, "bind to " + cable.far_name);
     watch_.owner = this;
-    watch_.watcher.fd = fd;
+    watch_.watcher.fd = open_far_end(cable, ETH_P_ALL);
     watch_.watcher.cb = on_readable;
     require(uloop_fd_add(&watch_.watcher, ULOOP_READ) == 0, "watch " + cable.far_name);
 }
 
-t_peer::~t_peer()
+t_loop_peer::~t_loop_peer()
 {
     uloop_fd_delete(&watch_.watcher);
     close(watch_.watcher.fd);
 }
 
-void t_peer::send(const t_bytes &frame) const
+void t_loop_peer::send(const t_bytes &frame) const
 {
-    require(::send(watch_.watcher.fd, frame.data(), frame.size(), 0) == static_cast<ssize_t>(frame.size()), "send");
+    send_frame(watch_.watcher.fd, frame);
 }
 
-void t_peer::on_readable(uloop_fd *watcher, unsigned int)
+void t_loop_peer::on_readable(uloop_fd *watcher, unsigned int)
 {
-    t_peer *peer = container_of(watcher, t_watch, watcher)->owner;
-    uint8_t buffer[2048];
-    sockaddr_ll from = {};
-    socklen_t size = sizeof from;
-    const ssize_t got = recvfrom(watcher->fd, buffer, sizeof buffer, 0, reinterpret_cast<sockaddr *>(&from), &size);
-    if (got <= 0 || from.sll_pkttype == PACKET_OUTGOING)
+    t_loop_peer *peer = container_of(watcher, t_watch, watcher)->owner;
+    const t_bytes frame = receive_frame(watcher->fd);
+    if (frame.empty())
         return;
-    peer->heard.emplace_back(buffer, buffer + got);
-    const t_bytes reply = peer->answer ? peer->answer(peer->heard.back()) : t_bytes();
+    peer->heard.push_back(frame);
+    const t_bytes reply = peer->answer ? peer->answer(frame) : t_bytes();
     if (!reply.empty())
         peer->send(reply);
 }
@@ -109,4 +127,48 @@ bool run_loop_until(const std::function<bool()> &done, int limit_ms)
         uloop_run_timeout(limit_ms);
     uloop_timeout_cancel(&limit);
     return done();
+}
+
+t_thread_peer::t_thread_peer(const t_cable &cable, uint16_t ether_type, t_answerer answerer)
+    : fd_(open_far_end(cable, ether_type)), answerer_(std::move(answerer)), thread_([this] { serve(); })
+{
+}
+
+t_thread_peer::~t_thread_peer()
+{
+    stopping_ = true;
+    thread_.join();
+    close(fd_);
+}
+
+void t_thread_peer::send(const t_bytes &frame) const
+{
+    send_frame(fd_, frame);
+}
+
+void t_thread_peer::serve()
+{
+    constexpr int STOP_CHECK_MS = 20;
+    while (!stopping_) {
+        pollfd wanted = {.fd = fd_, .events = POLLIN, .revents = 0};
+        if (poll(&wanted, 1, STOP_CHECK_MS) <= 0)
+            continue;
+        const t_bytes heard = receive_frame(fd_);
+        if (heard.empty())
+            continue;
+        for (const t_bytes &frame : answerer_(heard))
+            send(frame);
+    }
+}
+
+t_arp_peer::t_arp_peer(const t_cable &cable, t_answerer answerer)
+    : peer_(cable, ETH_P_ARP, [this, answerer](const t_bytes &frame) {
+          t_arp_frame request = {};
+          memcpy(&request, frame.data(), std::min(frame.size(), sizeof request));
+          if (request.opcode_be != htons(1))
+              return std::vector<t_bytes>();
+          requests_++;
+          return answerer(request);
+      })
+{
 }
