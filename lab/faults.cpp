@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Preloaded into the daemon: lets the one system call that LAB_FAULT names fail, or a signal arrive at the worst moment.
-// "fork", "eventfd", "raise", "pthread_create:2" (the second thread), "term-at-fork" (in the child, at once).
+// Preloaded into the daemon: lets the one system call that LAB_FAULT names fail, or a signal arrive at the worst
+// moment. "fork", "eventfd", "raise", "pthread_create:2" (the second thread), "term-at-fork" (in the child, at once).
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -23,6 +23,7 @@ template <typename Function> static Function real(const char *name)
     return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
 }
 
+#pragma GCC visibility push(default)
 extern "C" {
 
 pid_t fork() noexcept
@@ -65,4 +66,6 @@ int pthread_create(pthread_t *thread, const pthread_attr_t *attributes, void *(*
     return real<int (*)(pthread_t *, const pthread_attr_t *, void *(*)(void *), void *)>("pthread_create")(
         thread, attributes, body, argument);
 }
-}
+
+} // extern "C"
+#pragma GCC visibility pop

@@ -107,11 +107,14 @@ class Life:
             elif every and time.monotonic() >= last + every:
                 last = time.monotonic()
                 self.signal()
-            time.sleep(POLL_REAL_S)
+            else:
+                time.sleep(POLL_REAL_S)
         seconds = round(time.monotonic() - start, 2)
-        left = self.left_behind()
-        return {"first_status": self.first_status, "status": status, "seconds": seconds, "left": left,
-                "forked": self.pid is not None, "lines": self.lines(),
+        if self.pid and status is None:    # it never came to its end
+            os.kill(self.pid, signal.SIGKILL)
+            os.waitpid(self.pid, 0)
+        return {"first_status": self.first_status, "status": status, "seconds": seconds,
+                "left": self.left_behind(), "forked": self.pid is not None, "lines": self.lines(),
                 "output": self.output.read_text(errors="replace")}
 
     def left_behind(self):
