@@ -31,6 +31,7 @@ protected:
         must_run("ip link add br-lan type bridge forward_delay 0 mcast_snooping 0 && "
                  "ip addr add 192.168.1.1/24 dev br-lan && ip link set br-lan up && "
                  "ip link set eth1 master br-lan && ip link set eth2 master br-lan");
+        wait_until_running("br-lan");
         eth1 = add("eth1", 1);
         eth2 = add("eth2", 2);
     }

@@ -177,6 +177,7 @@ TEST_F(real_wire, a_port_that_goes_down_does_not_spin_the_loop_and_is_heard_agai
     EXPECT_EQ(process_dhcp(false), PROBE_WAITING);
 
     must_run("ip link set eth1 up");
+    wait_until_running(cable1_.far_name);
     server.send(offer(xid, usual_options()));
     EXPECT_TRUE(run_loop_until(answered, ANSWER_LIMIT_MS));
 }

@@ -23,6 +23,23 @@ static void require(bool done, const std::string &what)
     abort();
 }
 
+void wait_until_running(const std::string &interface)
+{
+    constexpr int ATTEMPTS = 10'000;
+    constexpr useconds_t PAUSE_US = 1000;
+    const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    ifreq request = {};
+    strncpy(request.ifr_name, interface.c_str(), IFNAMSIZ - 1);
+    for (int attempt = 0; !(request.ifr_flags & IFF_RUNNING); attempt++) {
+        require(attempt < ATTEMPTS, interface + " never runs");
+        usleep(PAUSE_US);
+        require(ioctl(fd, SIOCGIFFLAGS, &request) == 0, "flags of " + interface);
+    }
+    // The queue is opened a moment after the flag, under the lock that setting the same flags takes as well.
+    require(ioctl(fd, SIOCSIFFLAGS, &request) == 0, "flags of " + interface);
+    close(fd);
+}
+
 // A packet socket at the far end of a cable.
 static int open_far_end(const t_cable &cable, uint16_t ether_type)
 {
@@ -61,6 +78,8 @@ t_cable::t_cable(const std::string &near_name, const std::string &far_end)
     // Without link-local addresses nobody but the test speaks.
     for (const std::string &end : {name, far_name})
         must_run("ip link set " + end + " addrgenmode none && ip link set " + end + " up");
+    wait_until_running(name);
+    wait_until_running(far_name);
 }
 
 t_cable::~t_cable()

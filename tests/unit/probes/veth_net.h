@@ -16,7 +16,10 @@ extern "C" {
 #include <libubox/uloop.h>
 }
 
-// The two ends of a cable, both up; the second is called "far-" and the name, unless told. Gone at the end.
+// Returns when the interface really sends. For a moment after its carrier came, the kernel drops what it is given.
+void wait_until_running(const std::string &interface);
+
+// The two ends of a cable, both up and running; the second is called "far-" and the name, unless told. Gone at the end.
 struct t_cable {
     const std::string name;
     const std::string far_name;
