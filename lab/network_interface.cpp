@@ -26,7 +26,7 @@ blob_buf reply;
 // Reads the state kept by the lab; no file means that there is no network yet.
 void read_state(char (&state)[STATE_SIZE])
 {
-    strcpy(state, "disconnected");
+    snprintf(state, sizeof state, "disconnected");
     const int fd = open(state_path, O_RDONLY | O_CLOEXEC);
     if (fd < 0)
         return;

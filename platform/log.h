@@ -21,7 +21,7 @@ enum t_log_level : int {
     do {                                                                                                          \
         if (log_get_level() >= LOG_LEVEL_##level)                                                                 \
             log_print(LOG_LEVEL_##level, "[wan_detect][" #level "][%ld][%s:%d]: " format, log_uptime(), __func__, \
-                      __LINE__ __VA_OPT__(, ) __VA_ARGS__);                                                       \
+                      __LINE__, ##__VA_ARGS__);                                                                   \
     } while (0)
 
 // First statement of the functions that announce themselves.

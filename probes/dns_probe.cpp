@@ -23,7 +23,7 @@ namespace {
 
 constexpr int DNS_QUERY_ID_LIMIT = 65535;
 constexpr int DNS_TIMEOUT_SECONDS = 3;
-constexpr int64_t DNS_TIMEOUT_US = DNS_TIMEOUT_SECONDS * MICROSECONDS_PER_SECOND;
+constexpr int64_t DNS_TIMEOUT_US = int64_t{DNS_TIMEOUT_SECONDS} * MICROSECONDS_PER_SECOND;
 constexpr int64_t MICROSECONDS_PER_MILLISECOND = 1000;
 
 std::span<t_dns_entry> entries_of(t_dns_ctx *ctx)

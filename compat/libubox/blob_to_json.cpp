@@ -64,9 +64,10 @@ private:
             return true;
         size_t capacity = std::max({wanted, capacity_ * 2, FIRST_CAPACITY_BYTES});
         auto *moved = static_cast<char *>(realloc(text_, capacity));
-        failed_ = !moved;
-        if (failed_)
+        if (!moved) {
+            failed_ = true;
             return false;
+        }
         text_ = moved;
         capacity_ = capacity;
         return true;

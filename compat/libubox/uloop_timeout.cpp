@@ -61,7 +61,7 @@ int uloop_timeout_set(struct uloop_timeout *timeout, int msecs)
         disarm(timeout);
     timeout->time = now();
     timeout->time.tv_sec += msecs / MS_PER_S;
-    timeout->time.tv_usec += msecs % MS_PER_S * US_PER_MS;
+    timeout->time.tv_usec += suseconds_t{msecs % MS_PER_S} * US_PER_MS;
     if (timeout->time.tv_usec >= US_PER_S) {
         timeout->time.tv_sec++;
         timeout->time.tv_usec -= US_PER_S;

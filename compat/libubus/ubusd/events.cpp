@@ -87,7 +87,7 @@ int add_pattern(object &listener, const char *text)
     if (!wanted) {
         return UBUS_STATUS_NO_MEMORY;
     }
-    memcpy(wanted->text, text, length);
+    memcpy(wanted->text, text, length); // NOLINT(bugprone-not-null-terminated-result): calloc terminated it
     wanted->length = length;
     wanted->is_prefix = is_prefix;
     wanted->listener = &listener;

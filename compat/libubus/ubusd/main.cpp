@@ -75,7 +75,7 @@ int open_listener(const char *path)
         errno = ENAMETOOLONG;
         return -1;
     }
-    strcpy(address.sun_path, path);
+    memcpy(address.sun_path, path, strlen(path) + 1);
     int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
     if (fd < 0) {
         return -1;

@@ -185,8 +185,9 @@ int uci_export(struct uci_context *ctx, FILE *stream, struct uci_package *packag
 int uci_list_configs(struct uci_context *ctx, char ***list);
 
 /*
- * Looking up "package[.section[.option]][=value]". str is cut in place and referenced by ptr. A missing section or option
- * is no error: test UCI_LOOKUP_COMPLETE. extended allows "@type[index]" as section. str NULL: the names are already in ptr.
+ * Looking up "package[.section[.option]][=value]". str is cut in place and referenced by ptr. A missing section or
+ * option is no error: test UCI_LOOKUP_COMPLETE. extended allows "@type[index]" as section. str NULL: the names are
+ * already in ptr.
  */
 int uci_lookup_ptr(struct uci_context *ctx, struct uci_ptr *ptr, char *str, bool extended);
 int uci_parse_ptr(struct uci_context *ctx, struct uci_ptr *ptr, char *str);
@@ -214,7 +215,7 @@ bool uci_validate_text(const char *str);
 
 #define uci_list_empty(list) ((list)->next == (list))
 
-#define uci_container(ptr, type, member) ((type *)(void *)((char *)(ptr) - offsetof(type, member)))
+#define uci_container(ptr, type, member) ((type *)(void *)((char *)(ptr)-offsetof(type, member)))
 #define list_to_element(ptr) uci_container(ptr, struct uci_element, list)
 #define uci_to_package(ptr) uci_container(ptr, struct uci_package, e)
 #define uci_to_section(ptr) uci_container(ptr, struct uci_section, e)
@@ -223,11 +224,11 @@ bool uci_validate_text(const char *str);
 #define uci_to_backend(ptr) ((struct uci_backend *)(void *)(ptr))
 #define uci_dataptr(ptr) (((char *)(ptr)) + sizeof(*(ptr)))
 
-#define uci_foreach_element(_list, _ptr)                                                                                \
+#define uci_foreach_element(_list, _ptr) \
     for (_ptr = list_to_element((_list)->next); &_ptr->list != (_list); _ptr = list_to_element(_ptr->list.next))
 
-#define uci_foreach_element_safe(_list, _tmp, _ptr)                                                                     \
-    for (_ptr = list_to_element((_list)->next), _tmp = list_to_element(_ptr->list.next); &_ptr->list != (_list);          \
+#define uci_foreach_element_safe(_list, _tmp, _ptr)                                                              \
+    for (_ptr = list_to_element((_list)->next), _tmp = list_to_element(_ptr->list.next); &_ptr->list != (_list); \
          _ptr = _tmp, _tmp = list_to_element(_ptr->list.next))
 
 #ifdef __cplusplus
