@@ -158,6 +158,17 @@ TEST(packet_is_for_me, not_with_a_tag_longer_than_the_payload)
     EXPECT_TRUE(log.has("Info", "packetIsForMe", "Invalid PPPoE tag length (65535)"));
 }
 
+TEST(packet_is_for_me, not_with_tags_in_the_padding_behind_the_payload)
+{
+    const t_bytes host_uniq = tag(0x0103, native(HOST_UNIQ));
+    EXPECT_EQ(judge(join({pado(tag(0x0102, {'a'})), host_uniq})), -99);
+    for (uint8_t missing = 1; missing <= 8; missing++) {
+        const t_bytes frame = pado(host_uniq);
+        const uint8_t payload = static_cast<uint8_t>(host_uniq.size() - missing);
+        EXPECT_NE(judge(join({patched(frame, PADO_LENGTH, {0, payload}), zeros(20)})), 0) << +missing;
+    }
+}
+
 TEST(packet_is_for_me, not_with_half_a_tag_at_the_end)
 {
     for (size_t left : {1, 2, 3}) {
