@@ -10,7 +10,7 @@
 #include <cstdint>
 #include <pthread.h>
 
-constexpr int BACKGROUND_STOP_LIMIT_SECONDS = 3; // a thread that sits in a command is not waited for any longer
+constexpr int BACKGROUND_STOP_LIMIT_MS = 3000; // a thread that sits in a command is not waited for any longer
 
 using t_thread_body = void *(*)(void *);
 
@@ -47,8 +47,7 @@ void leave_background();
 // cancelled.
 [[noreturn]] void park_background();
 
-// Waits until no background thread is at work. False when one still is after BACKGROUND_STOP_LIMIT_SECONDS. Main
-// thread.
+// Waits until no background thread is at work. False when one still is after BACKGROUND_STOP_LIMIT_MS. Main thread.
 bool stop_background_threads();
 
 // Closes the descriptors and forgets every wish, when every thread is gone.

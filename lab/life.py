@@ -17,6 +17,7 @@ PR_SET_CHILD_SUBREAPER = 36
 POLL_REAL_S = 0.01
 READY_REAL_S = 30.0
 FORK_REAL_S = 20.0
+LINGER_REAL_S = 1.0    # a script that was at work may finish
 
 
 def adopt_orphans():
@@ -44,6 +45,12 @@ def child_named(name):
         if head.partition("(")[2] == name and int(rest.split()[1]) == os.getpid():
             return int(path.parent.name)
     return None
+
+
+def holds_signals_back(program):
+    """Whether the program was built with the thread sanitizer, which lets no signal through to a thread that sits in a
+    system call."""
+    return "libtsan" in subprocess.run(["ldd", program], capture_output=True, text=True, check=False).stdout
 
 
 class Life:
@@ -93,6 +100,15 @@ class Life:
                 continue    # gone meanwhile
         return found
 
+    def names(self):
+        found = []
+        for pid in self.processes():
+            try:
+                found.append(Path(f"/proc/{pid}/comm").read_text().strip())
+            except OSError:
+                continue
+        return found
+
     def signal(self, number=signal.SIGTERM):
         os.kill(self.pid, number)
 
@@ -119,12 +135,11 @@ class Life:
 
     def left_behind(self):
         """What still runs a moment after the end, by name; it is ended here."""
-        wait_until(lambda: not self.processes(), 1.0)
-        names = []
+        wait_until(lambda: not self.processes(), LINGER_REAL_S)
+        names = self.names()
         for pid in self.processes():
             try:
-                names.append(Path(f"/proc/{pid}/comm").read_text().strip())
                 os.kill(pid, signal.SIGKILL)
-            except (OSError, ProcessLookupError):
+            except ProcessLookupError:
                 continue
         return names

@@ -18,7 +18,8 @@ def said(life):
 def test_help_prints_the_usage_and_exits_with_status_1_before_forking(seen):
     life = seen.facts["lives"]["help"]
     assert (life["first_status"], life["forked"]) == (1, False)
-    assert life["console"] == ["Usage: /usr/sbin/wan_detect -d/--debug [0(emergy)~7(debug)] to specify the debug level!"]
+    assert life["console"] == [
+        "Usage: /usr/sbin/wan_detect -d/--debug [0(emergy)~7(debug)] to specify the debug level!"]
 
 
 @scenario("start-up")
