@@ -12,6 +12,7 @@
 #include "platform/log.h"
 #include "platform/result_codes.h"
 #include "probes/interface_query.h"
+#include "probes/packet_address.h"
 #include "probes/packet_socket.h"
 
 t_arp_detect_handle arp_detect_handle;

@@ -13,6 +13,7 @@
 #include "probes/dhcp_probe.h"
 #include "probes/interface_query.h"
 #include "probes/ipv4_text.h"
+#include "probes/packet_address.h"
 #include "probes/packet_socket.h"
 #include "probes/probe_batch.h"
 

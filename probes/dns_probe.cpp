@@ -17,6 +17,7 @@
 #include "probes/dns_probe_frame.h"
 #include "probes/interface_query.h"
 #include "probes/ipv4_text.h"
+#include "probes/packet_address.h"
 #include "probes/packet_socket.h"
 
 namespace {

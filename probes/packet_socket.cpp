@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Raw packet sockets: opening, addressing, sending, receiving, and their place in the event loop.
+// Raw packet sockets: opening, binding, sending, receiving, and their place in the event loop.
 #include "probes/packet_socket.h"
 
 #include <arpa/inet.h>
@@ -12,8 +12,8 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include "model/records.h"
 #include "platform/clock.h"
+#include "probes/packet_address.h"
 
 extern "C" {
 #include <libubox/uloop.h>
@@ -41,27 +41,6 @@ int move_above_zero(int fd)
 int packet_socket_open(uint16_t ether_type)
 {
     return move_above_zero(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, htons(ether_type)));
-}
-
-sockaddr_ll packet_address(uint16_t ether_type, int ifindex, const uint8_t *mac)
-{
-    sockaddr_ll address = {};
-    address.sll_family = AF_PACKET;
-    address.sll_protocol = htons(ether_type);
-    address.sll_ifindex = ifindex;
-    if (mac) {
-        address.sll_halen = MAC_SIZE;
-        memcpy(address.sll_addr, mac, MAC_SIZE);
-    }
-    return address;
-}
-
-sockaddr_ll packet_broadcast_address(uint16_t ether_type, int ifindex)
-{
-    sockaddr_ll address = packet_address(ether_type, ifindex, nullptr);
-    address.sll_halen = MAC_SIZE;
-    memset(address.sll_addr, 0xff, sizeof address.sll_addr);
-    return address;
 }
 
 int packet_socket_bind(int fd, const sockaddr_ll &address)

@@ -13,13 +13,6 @@ struct uloop_fd;
 // A raw packet socket for one EtherType (ETH_P_ALL, ETH_P_ARP), close-on-exec. -1 with errno set.
 int packet_socket_open(uint16_t ether_type);
 
-// A link-layer address: family AF_PACKET, `ether_type`, interface index and destination.
-// Without a destination (`mac` null) its length is 0.
-sockaddr_ll packet_address(uint16_t ether_type, int ifindex, const uint8_t *mac);
-
-// The same to everyone: all eight bytes of the address field are set, the two spare ones included.
-sockaddr_ll packet_broadcast_address(uint16_t ether_type, int ifindex);
-
 // 0, or -1 with errno set. A socket bound to a device by name hears that one only.
 int packet_socket_bind(int fd, const sockaddr_ll &address);
 int packet_socket_bind_to_device(int fd, const char *name);

@@ -12,6 +12,7 @@
 #include "platform/log.h"
 #include "platform/result_codes.h"
 #include "probes/interface_query.h"
+#include "probes/packet_address.h"
 #include "probes/packet_socket.h"
 #include "probes/pppoe_frames.h"
 #include "probes/pppoe_probe.h"

@@ -9,6 +9,7 @@
 #include <poll.h>
 
 #include "probes/interface_query.h"
+#include "probes/packet_address.h"
 #include "probes/packet_socket.h"
 
 extern "C" {
@@ -161,26 +162,6 @@ int t_fake_wire::watched_sockets() const
 int packet_socket_open(uint16_t ether_type)
 {
     return fake_wire.fails(t_wire_call::OPEN) ? -1 : fake_wire.add_socket(ether_type);
-}
-
-sockaddr_ll packet_address(uint16_t ether_type, int ifindex, const uint8_t *mac)
-{
-    sockaddr_ll address = {};
-    address.sll_family = AF_PACKET;
-    address.sll_protocol = htons(ether_type);
-    address.sll_ifindex = ifindex;
-    address.sll_halen = mac ? MAC_SIZE : 0;
-    if (mac)
-        memcpy(address.sll_addr, mac, MAC_SIZE);
-    return address;
-}
-
-sockaddr_ll packet_broadcast_address(uint16_t ether_type, int ifindex)
-{
-    const uint8_t all_ones[8] = {0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff};
-    sockaddr_ll address = packet_address(ether_type, ifindex, all_ones);
-    memcpy(address.sll_addr, all_ones, sizeof all_ones);
-    return address;
 }
 
 int packet_socket_bind(int fd, const sockaddr_ll &address)

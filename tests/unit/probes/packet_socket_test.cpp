@@ -18,6 +18,7 @@
 
 #include "platform/clock.h"
 #include "probes/interface_query.h"
+#include "probes/packet_address.h"
 #include "probes/veth_net.h"
 
 namespace {
