@@ -37,7 +37,8 @@ constexpr int DNS_NO_ANSWER = 96;
 // 1 when a port answered (then it is the winner), else 0.
 int dns_lookup_via_multi_eth(t_dns_ctx *ctx);
 
-// Asks through every entry and waits; the entries are numbered already. 0 when a port answered, or DNS_NO_ANSWER; every socket is closed again.
+// Asks through every entry and waits; the entries are numbered already. 0 when a port answered, or DNS_NO_ANSWER; every
+// socket is closed again.
 int gethostbyname_own_implement(t_dns_ctx *ctx);
 
 // Sends the query of one entry through its open socket. 0; DNS_ERR_BIND or DNS_ERR_SEND (the socket is then closed).
