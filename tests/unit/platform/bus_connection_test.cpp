@@ -209,6 +209,40 @@ TEST_F(lost_bus, comes_back_with_object_and_event_within_two_seconds)
     EXPECT_TRUE(event_arrives(eth0));
 }
 
+TEST_F(lost_bus, is_looked_for_no_more_once_it_is_back)
+{
+    bus.kill();
+    ASSERT_TRUE(lost_is_noticed());
+    bus.start();
+    EXPECT_TRUE(loop_until(is_connected, BACK_WITHIN_MS));
+    uint32_t id = offered_->object->id;
+    EXPECT_FALSE(loop_until([] { return false; }, BUS_RECONNECT_INTERVAL_MS + 300));
+    EXPECT_EQ(offered_->object->id, id);
+    EXPECT_EQ(log.count("Notice", "restore_connection", "ubus connection restored"), 1);
+}
+
+TEST_F(lost_bus, sees_nothing_of_a_daemon_that_is_back_by_half)
+{
+    wan_detect_ubus_done();
+    t_bus_offer offer = *wan_detect_bus_offer();
+    ASSERT_EQ(wan_detect_ubus_init(&offer), 0);
+    const char *pattern = offer.event_pattern;
+    bus.kill();
+    ASSERT_TRUE(lost_is_noticed());
+    uint32_t id = offer.object->id;
+    offer.event_pattern = ""; // refused
+    bus.start();
+    t_bus_client client(BUS_SOCKET_PATH);
+    EXPECT_TRUE(loop_until([&offer, id] { return offer.object->id != 0 && offer.object->id != id; }));
+    EXPECT_TRUE(loop_until([&client] { return !client.knows("wan_detect"); }, BUS_RECONNECT_INTERVAL_MS / 2));
+    EXPECT_FALSE(is_connected());
+    offer.event_pattern = pattern;
+    EXPECT_TRUE(loop_until(is_connected, BACK_WITHIN_MS));
+    EXPECT_TRUE(object_answers());
+    EXPECT_TRUE(event_arrives(eth0));
+    wan_detect_ubus_done();
+}
+
 TEST_F(lost_bus, comes_back_when_the_restart_is_faster_than_the_loop)
 {
     bus.kill();
@@ -302,13 +336,14 @@ TEST_F(lost_bus, has_no_connection_for_callers)
 
 TEST_F(lost_bus, can_be_closed_for_good)
 {
+    size_t connected = open_descriptors();
     bus.kill();
     ASSERT_TRUE(lost_is_noticed());
     bus.start();
     bus.stop();
     EXPECT_FALSE(loop_until([] { return false; }, 300));
     wan_detect_ubus_done();
-    bus.kill();
-    bus.start();
+    EXPECT_EQ(open_descriptors(), connected - 1);
+    bus.go_on();
     EXPECT_FALSE(loop_until(is_connected, 1300));
 }

@@ -195,6 +195,14 @@ TEST_F(combo_state, a_link_change_of_either_side_is_a_change)
     EXPECT_EQ(refresh(R"({"phy":true,"sfp":false,"serdes":"phy"})"), 1);
 }
 
+TEST_F(combo_state, both_links_may_change_at_once)
+{
+    combo->sfp_link = 1;
+    EXPECT_EQ(refresh(R"({"phy":true,"sfp":false,"serdes":"phy"})"), 1);
+    EXPECT_EQ(combo->phy_link, 1);
+    EXPECT_EQ(combo->sfp_link, 0);
+}
+
 TEST_F(combo_state, a_change_of_the_side_in_use_alone_is_stored_but_no_change)
 {
     EXPECT_EQ(refresh(R"({"phy":false,"sfp":false,"serdes":"sfp"})"), 0);
