@@ -54,7 +54,7 @@ class Bus:
             time.sleep(POLL_REAL_S)
         return None
 
-    def call(self, name, method, **message):
+    def call(self, name, method, /, **message):
         """The reply as a dictionary; {"status": text} when the call failed."""
         done = subprocess.run(["ubus", "-s", SOCKET, "-S", "call", name, method, json.dumps(message)],
                               capture_output=True, text=True, check=False)
@@ -62,7 +62,7 @@ class Bus:
             return {"status": done.stderr.strip() or f"exit status {done.returncode}"}
         return json.loads(done.stdout) if done.stdout.strip() else {}
 
-    def send(self, event, **message):
+    def send(self, event, /, **message):
         subprocess.run(["ubus", "-s", SOCKET, "send", event, json.dumps(message)], check=True)
 
 

@@ -58,9 +58,9 @@ class LogFollower(threading.Thread):
         match = LINE.search(text)
         if match:
             level, _, function, _, body = match.groups()
-            line = LogLine(round(self.clock.now(), 1), level, function, body)
+            line = LogLine(round(self.clock.now(), 2), level, function, body)
         else:
-            line = LogLine(round(self.clock.now(), 1), "", "", text)
+            line = LogLine(round(self.clock.now(), 2), "", "", text)
         with self.arrived:
             self.lines.append(line)
             self.arrived.notify_all()

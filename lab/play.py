@@ -66,6 +66,11 @@ def end_daemon(stage):
         stage.check("the sanitizers have nothing to report", not found, "\n".join(found))
 
 
+def figures_of(scenario, stage):
+    """What a scenario that came to its end has to tell in figures."""
+    return scenario.figures(stage) if stage.passed() else []
+
+
 def report_of(scenario, stage):
     router = stage.router
     return {
@@ -76,6 +81,7 @@ def report_of(scenario, stage):
         "console": router.console,
         "events": [asdict(event) for event in router.timeline.events],
         "lines": [asdict(line) for line in router.daemon.lines],
+        "waits": [asdict(wait) for wait in router.waits.over],
         "probes": [asdict(probe) for probe in router.sniffer.probes],
     }
 
@@ -100,7 +106,7 @@ def play(settings, report_descriptor):
     except KeyboardInterrupt:
         screen.write()
         return INTERRUPTED
-    screen.closing(stage.passed(), scenario.verdict(stage))
+    screen.closing(stage.passed(), scenario.verdict(stage), figures_of(scenario, stage))
     with os.fdopen(report_descriptor, "w") as stream:
         if settings["want_report"]:
             json.dump(report_of(scenario, stage), stream)

@@ -14,6 +14,7 @@ from lab.daemon import Daemon
 from lab.health import Health
 from lab.sniffer import Sniffer
 from lab.timeline import Timeline
+from lab.waits import Waits
 
 WAN_RESULT = Path("/tmp/wan_detect_result")
 PROTOCOL_RESULT = Path("/tmp/protocol_detect_result")
@@ -55,6 +56,7 @@ class Router:
         self.screen = screen
         self.clock = Clock(speed)
         self.timeline = Timeline()
+        self.waits = Waits()
         self.bus = Bus()
         self.sniffer = Sniffer(self.clock)
         self.health = None
@@ -118,6 +120,8 @@ class Router:
 
     def take_log_line(self, line):
         self.screen.log_line(line)
+        for told in self.waits.take(line):
+            self.screen.event(line.at, told, "wait")
         event = self.timeline.take(line)
         if event:
             self.screen.event(event.at, event.text, event.kind)

@@ -6,7 +6,7 @@ import textwrap
 import threading
 
 COLORS = {"begin": "1;36", "end": "36", "answer": "32", "verdict": "1;32", "swap": "1;33", "link": "35", "lab": "34",
-          "log": "2", "title": "1", "ok": "32", "failed": "1;31", "up": "32", "down": "2", "wan": "1;33"}
+          "log": "2", "wait": "2", "title": "1", "ok": "32", "failed": "1;31", "up": "32", "down": "2", "wan": "1;33"}
 WIDE_CELL, NARROW_CELL = 15, 13
 WIDE_PORTS = 5
 TEXT_WIDTH = 96
@@ -72,7 +72,9 @@ class Screen:
         mark = self.paint("ok    ", "ok") if passed else self.paint("FAILED", "failed")
         self.write(f"  {mark} {what}" + (f"  ({detail})" if detail and not passed else ""))
 
-    def closing(self, passed, verdict):
+    def closing(self, passed, verdict, figures):
         word = self.paint("PASSED", "verdict") if passed else self.paint("FAILED", "failed")
         self.write()
+        for line in figures:
+            self.write(f"  {line}")
         self.write(f"{word}: {verdict}")

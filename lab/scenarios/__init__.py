@@ -10,8 +10,8 @@ def load_scenarios():
     """Every scenario by name, in the order of `Scenario.rank` and then of their names."""
     for module in pkgutil.iter_modules(__path__):
         importlib.import_module(f"{__name__}.{module.name}")
-    known = sorted(all_subclasses(Scenario), key=lambda kind: (kind.rank, kind.name))
-    return {kind.name: kind() for kind in known if kind.name}
+    named = (kind for kind in all_subclasses(Scenario) if kind.name)
+    return {kind.name: kind() for kind in sorted(named, key=lambda kind: (kind.rank, kind.name))}
 
 
 def all_subclasses(kind):

@@ -7,6 +7,10 @@ from lab.router import WAN_RESULT, content
 START_PAUSE_S = 15
 FIRST_CYCLE_S = 60
 SECOND_CYCLE_S = 60
+CONNECTED_S = 60
+# How far from its length a wait may seem to be, in real seconds: lines are read in passing, and machines are busy.
+EARLY_REAL_S = 0.05
+LATE_REAL_S = 0.8
 
 
 class Scenario:
@@ -42,6 +46,17 @@ class Scenario:
         stage.note("result_after_first", content(WAN_RESULT))
         stage.note("second_end", None if first is None else router.cycle_over(SECOND_CYCLE_S, first + 1))
 
+    def wait_for_loop(self, stage):
+        """Waits until start-up is over."""
+        return stage.router.daemon.wait_for("main", "Wan detect start uloop", START_PAUSE_S + FIRST_CYCLE_S)
+
+    def start_connected(self, stage):
+        """Starts the daemon with a WAN port that works, and waits until start-up is over."""
+        router = stage.router
+        stage.note("connected", bool(router.clock.wait_until(lambda: router.health.state == "connected", CONNECTED_S)))
+        self.start(stage)
+        return self.wait_for_loop(stage)
+
     def judge(self, stage):
         stage.check("the daemon went to the background by itself", stage.facts.get("start_status") == 0,
                     f"exit status {stage.facts.get('start_status')}")
@@ -61,6 +76,20 @@ class Scenario:
         wanted = sorted(port.name for port in stage.router.ports if port.name not in outside)
         stage.check(f"the LAN bridge holds every port but {', '.join(outside)}", members == wanted,
                     f"it holds {', '.join(members)}")
+
+    def judge_wait(self, stage, what, kind, port="", after=0.0):
+        """Checks one of the daemon's fixed waits; returns it, None when it did not happen."""
+        wait, speed = stage.router.waits.of(kind, port, after), stage.router.clock.speed
+        if not wait:
+            stage.check(what, False, "it did not happen")
+            return None
+        early, late = EARLY_REAL_S * speed, LATE_REAL_S * speed
+        stage.check(f"{what}: {wait.fixed:g} s", -early <= wait.lasted() - wait.fixed <= late, f"{wait.lasted():.1f} s")
+        return wait
+
+    def figures(self, stage):
+        """Lines to tell before the closing one."""
+        return []
 
     def verdict(self, stage):
         """The closing line."""

@@ -9,6 +9,8 @@ from lab.upstream import DhcpServer, Silent
 QUIET_S = 40
 # In access point mode no link is ever seen, and the daemon waits for one as long as it ever does.
 LONGEST_START_S = 120
+SHORT_S = 3
+IGNORED = "wan_detect in ap/repeater mode, ignore the deivce status change!"
 
 
 class NoCycle(Scenario):
@@ -19,8 +21,12 @@ class NoCycle(Scenario):
         self.start(stage)
         router = stage.router
         stage.note("loop_line", router.daemon.wait_for("main", "Wan detect start uloop", LONGEST_START_S))
+        self.disturb(stage)
         router.clock.sleep(QUIET_S)
         router.say(f"{QUIET_S} s later")
+
+    def disturb(self, stage):
+        """Tries to make something happen."""
 
     def judge(self, stage):
         super().judge(stage)
@@ -49,11 +55,32 @@ class Disabled(NoCycle):
 class ApMode(NoCycle):
     name = "ap-mode"
     rank = 21
-    summary = "the device is an access point, not a router: no cycle"
-    story = "As an access point the device has no WAN port to find. The DHCP line in eth2 must stay unused."
+    summary = "the device is an access point, not a router: no cycle, and link changes do not count"
+    story = """
+        As an access point the device has no WAN port to find. The DHCP line in eth2 must stay unused. Its link is reported
+        over the bus and the cable of eth0 is pulled: neither is even noted.
+    """
 
     def configure(self, config):
         config.sysmode["sysmode"]["mode"] = "ap"
+
+    def disturb(self, stage):
+        router = stage.router
+        position = router.daemon.position()
+        stage.note("replies", [router.bus.call("wan_detect", "hotplug", name="eth2", status=True) for _ in range(2)])
+        router.unplug("eth0")
+        router.clock.sleep(SHORT_S)
+        stage.note("changes", [line.body for line in router.daemon.lines[position:] if "link status change" in line.body])
+        stage.note("ignored", sum(line.matches("wan_detect_process_link_change", IGNORED)
+                                  for line in router.daemon.lines[position:]))
+
+    def judge(self, stage):
+        super().judge(stage)
+        facts = stage.facts
+        stage.check("the reports are accepted", facts["replies"] == [{"err_code": 0}] * 2, facts["replies"])
+        # The second report is news again: the first one was not stored.
+        stage.check("each is seen as a change and ignored", facts["ignored"] == 2 and
+                    facts["changes"] == ["Device eth2 link status change to up by ubus!"] * 2, facts["changes"])
 
 
 class GoodWan(NoCycle):

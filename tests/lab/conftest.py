@@ -1,26 +1,27 @@
 # SPDX-License-Identifier: MIT
-"""Plays each scenario once, in a lab of its own, and gives the tests what was seen there."""
+"""Plays each scenario once, in a lab of its own and ahead of its tests, and gives them what was seen there."""
 import json
 import re
 import subprocess
 import sys
 import tempfile
+from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
 import pytest
 
 ROOT = Path(__file__).resolve().parent.parent.parent
 # Real seconds at ten times the speed; a slower run gets more.
-TIME_LIMIT_S = 60
+TIME_LIMIT_S = 180
 DEFAULT_SPEED = 10
 SHOWN_LOG_LINES = 200
 
-played = {}
 
 
 def pytest_addoption(parser):
     parser.addoption("--build", default=str(ROOT / "build" / "release"), help="build folder with the programs")
     parser.addoption("--speed", type=float, default=DEFAULT_SPEED, help="how many times faster than real")
+    parser.addoption("--labs", type=int, default=2, help="how many labs may play at the same time")
 
 
 class Seen:
@@ -46,37 +47,79 @@ class Seen:
     def probes(self, port=None, kinds=("discover", "padi")):
         return [probe for probe in self.report["probes"] if probe["kind"] in kinds and port in (None, probe["port"])]
 
+    def waits(self, kind, port=""):
+        """Those of the daemon's fixed waits that came to their end, as (length, fixed length)."""
+        return [(wait["ended"] - wait["begun"], wait["fixed"]) for wait in self.report["waits"]
+                if wait["kind"] == kind and wait["port"] == port]
+
     def failed_checks(self):
         return [check for check in self.report["checks"] if not check["passed"]]
 
 
-def play(name, build, speed):
-    with tempfile.NamedTemporaryFile(prefix="lab-report-") as report:
-        limit = TIME_LIMIT_S * max(1.0, DEFAULT_SPEED / speed)
-        command = [sys.executable, "-m", "lab", name, "--build", build, "--speed", str(speed),
-                   "--report", report.name, "--time-limit", str(limit)]
-        done = subprocess.run(command, cwd=ROOT, capture_output=True, text=True, check=False)
-        text = Path(report.name).read_text(encoding="utf-8")
-    output = done.stdout + done.stderr
-    assert text, f"the lab ended with status {done.returncode} and no report\n{output}"
-    return Seen(done.returncode, output, json.loads(text))
+class Player:
+    """Plays the scenarios of a session ahead of its tests, some at the same time, each only once."""
+
+    def __init__(self, options):
+        self.build, self.speed = options.getoption("--build"), options.getoption("--speed")
+        self.pool = ThreadPoolExecutor(options.getoption("--labs"))
+        self.playing = set()
+        self.played = {}
+
+    def ask_for(self, arguments):
+        if arguments not in self.played:
+            self.played[arguments] = self.pool.submit(self.play, arguments)
+        return self.played[arguments]
+
+    def play(self, arguments):
+        with tempfile.NamedTemporaryFile(prefix="lab-report-") as report:
+            limit = TIME_LIMIT_S * max(1.0, DEFAULT_SPEED / self.speed)
+            command = [sys.executable, "-m", "lab", "--build", self.build, "--speed", str(self.speed),
+                       "--report", report.name, "--time-limit", str(limit), *arguments]
+            with subprocess.Popen(command, cwd=ROOT, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+                                  text=True) as lab:
+                self.playing.add(lab)
+                output, _ = lab.communicate()
+                self.playing.discard(lab)
+            text = Path(report.name).read_text(encoding="utf-8")
+        assert text, f"the lab ended with status {lab.returncode} and no report\n{output}"
+        return Seen(lab.returncode, output, json.loads(text))
+
+    def end(self):
+        """Ends what nobody waits for any more."""
+        self.pool.shutdown(wait=False, cancel_futures=True)
+        for lab in list(self.playing):
+            lab.terminate()
+
+
+def scenario_of(item):
+    """The scenario that a test looks at, with its further options; None for a test without one."""
+    mark = item.get_closest_marker("scenario")
+    return mark.args if mark else None
+
+
+def pytest_collection_finish(session):
+    if session.config.option.collectonly:
+        return
+    session.config.player = Player(session.config)
+    for item in session.items:
+        if scenario_of(item):
+            session.config.player.ask_for(scenario_of(item))
+
+
+def pytest_sessionfinish(session):
+    if hasattr(session.config, "player"):
+        session.config.player.end()
 
 
 @pytest.fixture
 def seen(request):
     """What the scenario named by the test module, or by the test's mark, left behind."""
-    mark = request.node.get_closest_marker("scenario")
-    name = mark.args[0]
-    if name not in played:
-        options = request.config
-        try:
-            played[name] = play(name, options.getoption("--build"), options.getoption("--speed"))
-        except AssertionError as error:
-            played[name] = error
-    if isinstance(played[name], AssertionError):
-        pytest.fail(str(played[name]), pytrace=False)
-    request.node.seen = played[name]
-    return played[name]
+    playing = request.config.player.ask_for(scenario_of(request.node))
+    try:
+        request.node.seen = playing.result()
+    except AssertionError as error:
+        pytest.fail(str(error), pytrace=False)
+    return request.node.seen
 
 
 @pytest.hookimpl(hookwrapper=True)
@@ -93,4 +136,4 @@ def pytest_runtest_makereport(item, call):
 
 
 def pytest_configure(config):
-    config.addinivalue_line("markers", "scenario(name): the scenario that the tests of a module look at")
+    config.addinivalue_line("markers", "scenario(name, *options): the scenario that the test looks at")

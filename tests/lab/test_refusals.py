@@ -42,6 +42,12 @@ def test_in_access_point_mode_nothing_happens(seen):
     assert seen.find("update_eth_link_status_trigger", "Skip update eth link status due to wan detect switch off!")
 
 
+@scenario("ap-mode")
+def test_in_access_point_mode_link_changes_are_not_even_stored(seen):
+    assert len(seen.find("device_hotplug_event", "Device eth2 link status change to up by ubus!")) == 2
+    assert seen.find("wan_detect_process_link_change", "Device eth2 link status change") == []
+
+
 @scenario("good-wan")
 def test_a_good_wan_port_is_left_alone_without_a_probe(seen):
     assert seen.failed_checks() == []
