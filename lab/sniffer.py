@@ -20,6 +20,7 @@ UDP = 17
 DAEMON_IP_ID = 0xD431
 DAEMON_PADI_SIZE = 32
 DAEMON_DNS_SOURCE_PORT = 21000
+IP_TARGET, ARP_TARGET = 30, 38    # offsets of these addresses in a frame
 LARGEST_FRAME = 2048
 POLL_S = 0.1
 
@@ -29,6 +30,8 @@ class Probe:
     at: float    # the daemon's own seconds
     port: str
     kind: str    # "discover", "padi", "dns" or "arp"
+    target: str = ""    # address asked: the DNS server, or what an ARP request looks for
+    next_hop: str = ""    # MAC that the frame went to
 
 
 def kind_of(frame):
@@ -39,13 +42,19 @@ def kind_of(frame):
     if ether_type == ETH_P_PPPOE_DISCOVERY:
         return "padi" if frame[15] == PPPOE_PADI and len(frame) == DAEMON_PADI_SIZE else None
     if ether_type == ETH_P_ARP:
-        return "arp"
+        return "arp" if len(frame) >= ARP_TARGET + 4 else None
     if ether_type != ETH_P_IP or len(frame) < 42 or frame[23] != UDP:
         return None
     source, target = struct.unpack_from("!HH", frame, 34)
     if target == DHCP_SERVER_PORT and struct.unpack_from("!H", frame, 18)[0] == DAEMON_IP_ID:
         return "discover"
     return "dns" if target == DNS_PORT and source == DAEMON_DNS_SOURCE_PORT else None
+
+
+def target_of(frame, kind):
+    """The address that a DNS question goes to or an ARP request asks for."""
+    offset = {"dns": IP_TARGET, "arp": ARP_TARGET}.get(kind)
+    return socket.inet_ntoa(frame[offset:offset + 4]) if offset else ""
 
 
 class Sniffer(threading.Thread):
@@ -74,4 +83,4 @@ class Sniffer(threading.Thread):
             return
         kind = kind_of(frame)
         if kind and address[2] != socket.PACKET_OUTGOING:
-            self.probes.append(Probe(round(self.clock.now(), 1), port, kind))
+            self.probes.append(Probe(round(self.clock.now(), 1), port, kind, target_of(frame, kind), frame[:6].hex(":")))

@@ -1,19 +1,17 @@
 # SPDX-License-Identifier: MIT
-"""What may be behind a port: real DHCP, DNS and PPPoE servers, hosts of the LAN, or nothing that answers."""
+"""What may be behind a port: real DHCP, DNS and PPPoE servers, gateways, or nothing that answers."""
 import subprocess
-import threading
 import time
+from pathlib import Path
 
-from lab.arp import ask_for_address
 from lab.mounts import STATE
-from lab.network import FAR_END, inside
+from lab.network import FAR_END, inside, make_line
 
 READY_TRIES = 300
 READY_PAUSE_REAL_S = 0.01
-ROUTER_ADDRESS = "192.168.1.1"
-HOST_PERIOD_REAL_S = 0.2
 PLAIN_DNSMASQ = ["--keep-in-foreground", "--user=root", "--conf-file=/dev/null", "--pid-file=", "--log-facility=-",
                  "--no-resolv", "--no-hosts"]
+BEYOND = "beyond"    # a gateway's way to the server behind it
 ANY_NAME = "--address=/#/192.0.2.10"
 
 
@@ -71,35 +69,37 @@ class PppoeServer(Silent):
 
 
 class Gateway(Silent):
-    """A gateway that offers nothing: it answers ARP, and names unless `dns` is off."""
+    """A gateway that offers nothing: it answers ARP, and names unless `dns` is off. `remote_dns` is the address of a name
+    server in another network, to which it is the way."""
     title = "gateway"
 
-    def __init__(self, address, dns=True):
+    def __init__(self, address, dns=True, remote_dns=None):
         self.address = address
         self.dns = dns
+        self.remote_dns = remote_dns
 
     def attach(self, line, port_number, clock):
         line.ip("address", "add", f"{self.address}/24", "dev", FAR_END)
-        if self.dns:
-            process = line.start(["dnsmasq", *PLAIN_DNSMASQ, f"--interface={FAR_END}", "--bind-dynamic", ANY_NAME],
-                                 STATE / f"dnsmasq-{port_number}.log")
-            wait_until_ready(line, process, "/proc/net/udp", ":0035 ")
+        if self.remote_dns:
+            self.make_remote_server(line, port_number)
+        elif self.dns:
+            serve_names(line, FAR_END, port_number)
+
+    def make_remote_server(self, line, port_number):
+        """A name server behind the gateway: an address of a network that the port is not in."""
+        with inside(line.namespace):
+            Path("/proc/sys/net/ipv4/ip_forward").write_text("1")
+        server = make_line(f"dns-{port_number}", BEYOND, line.namespace)
+        network = self.remote_dns.rpartition(".")[0]
+        line.ip("address", "add", f"{network}.1/24", "dev", BEYOND)
+        server.plug()
+        server.ip("address", "add", f"{self.remote_dns}/24", "dev", FAR_END)
+        server.ip("route", "add", "default", "via", f"{network}.1")
+        serve_names(server, FAR_END, port_number)
 
 
-class LanHost(Silent):
-    """A host with an address of the LAN's subnet, so that the router's ARP cache and its bridge get to know it."""
-    title = "LAN host"
-
-    def attach(self, line, port_number, clock):
-        own_address = f"192.168.1.{100 + port_number}"
-        line.ip("address", "add", f"{own_address}/24", "dev", FAR_END)
-        threading.Thread(target=talk_to_router, args=(line, own_address), daemon=True).start()
-
-
-def talk_to_router(line, own_address):
-    """Body of a host's thread: asks for the router as long as the cable is plugged."""
-    with inside(line.namespace):
-        while True:
-            if line.plugged:
-                ask_for_address(FAR_END, ROUTER_ADDRESS, own_address, HOST_PERIOD_REAL_S)
-            time.sleep(HOST_PERIOD_REAL_S)
+def serve_names(line, interface, number):
+    """Starts a server that knows every name."""
+    process = line.start(["dnsmasq", *PLAIN_DNSMASQ, f"--interface={interface}", "--bind-dynamic", ANY_NAME],
+                         STATE / f"dnsmasq-{number}.log")
+    wait_until_ready(line, process, "/proc/net/udp", ":0035 ")

@@ -1,8 +1,9 @@
 # SPDX-License-Identifier: MIT
 """Upstreams that hand addresses out by DHCP."""
 from lab.config import Section
+from lab.lan import LanHost
 from lab.scenarios.base import Scenario
-from lab.upstream import DhcpServer, LanHost, Silent
+from lab.upstream import DhcpServer, Silent
 
 BAN_S = 1800
 

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""PPPoE and static lines, several lines at once, slow servers."""
+"""PPPoE lines, several lines at once, slow servers."""
 import pytest
 
 
@@ -47,37 +47,3 @@ def test_a_silent_port_stays_a_candidate_after_its_first_stage(seen):
     kept = seen.find("remove_specific_proto_dev_from_list", "Continue keep it")
     assert kept[0]["body"] == (
         "Continue keep it in possible wan list due to no dhcp was detected in eth2, retry! retry times:1/2")
-
-
-@scenario("static")
-def test_the_port_behind_which_the_gateway_answers_wins(seen):
-    assert seen.failed_checks() == []
-    assert seen.one("uloop_wan_detect_using_arp", "treat it as wan")["body"] == (
-        "ARP shows Only one device:eth3 using protocol static(have gateway ip in arp detect:203.0.113.1)! "
-        "treat it as wan!")
-
-
-@scenario("static")
-def test_a_static_line_is_not_asked_for_dhcp_or_pppoe(seen):
-    assert seen.probes() == []
-
-
-@scenario("two-gateways")
-def test_of_two_gateways_the_one_that_resolves_names_wins(seen):
-    assert seen.failed_checks() == []
-    assert seen.one("uloop_wan_detect_using_dns", "wan detect Success")["body"] == (
-        "DNS lookup shows dev:eth3 online, wan detect Success!")
-
-
-@scenario("l2tp")
-def test_a_tunnel_over_a_dynamic_address_is_found_by_dhcp_alone(seen):
-    assert seen.failed_checks() == []
-    assert seen.probes(kinds=("padi",)) == []
-
-
-@scenario("pptp")
-def test_a_tunnel_over_a_static_address_is_found_by_its_server(seen):
-    assert seen.failed_checks() == []
-    assert seen.probes() == []
-    assert seen.one("uloop_wan_detect_using_arp", "wan detect Success")["body"] == (
-        "ARP shows server ip:203.0.113.1 in dev:eth2, wan detect Success!")
