@@ -4,6 +4,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <ctime>
+#include <fcntl.h>
 #include <unistd.h>
 
 #include "core/background.h"
@@ -43,9 +44,22 @@ static void give_up()
     stop_if_asked();
 }
 
+// Whoever starts the daemon without standard descriptors would have it open its own in their place, and the log takes
+// their place later.
+static void open_standard_descriptors()
+{
+    int fd;
+    do
+        fd = open("/dev/null", O_RDWR);
+    while (fd >= 0 && fd <= STDERR_FILENO);
+    if (fd >= 0)
+        close(fd);
+}
+
 // The loop thread and all it stands on, before the first message can go out.
 static void prepare_process(const t_options &options)
 {
+    open_standard_descriptors();
     port_model = {};
     log_set_level(options.log_level);
     if (options.has_level)

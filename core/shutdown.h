@@ -4,7 +4,7 @@
 
 #include <pthread.h>
 
-constexpr unsigned SHUTDOWN_LIMIT_SECONDS = 4; // a main thread that hangs in a command is ended after that
+constexpr int SHUTDOWN_LIMIT_SECONDS = 4; // a main thread that hangs in a command is ended after that
 
 // The two workers, for cancelling and joining.
 struct t_worker {

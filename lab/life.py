@@ -54,23 +54,26 @@ def holds_signals_back(program):
 
 
 class Life:
-    """Starts the daemon in real time, or in the time of a clock; `fault` is one of those of faults.cpp."""
+    """Starts the daemon in real time, or in the time of a clock; `fault` is one of those of faults.cpp. `blocked` signals
+    and `closed` descriptors are what a careless parent leaves it with."""
     count = 0
 
-    def __init__(self, *arguments, clock=None, fault=None, blocked=()):
+    def __init__(self, *arguments, clock=None, fault=None, blocked=(), closed=()):
         Life.count += 1
         self.mark = f"{MARK}={Life.count}"
         self.output = STATE / f"life-{Life.count}.out"
         LOG.write_bytes(b"")
         environment = self.environment(clock, fault)
 
-        def block():
+        def neglect():
             signal.pthread_sigmask(signal.SIG_BLOCK, blocked)
+            for descriptor in closed:
+                os.close(descriptor)
 
         with open(self.output, "wb") as output:
             self.first_status = subprocess.run([PROGRAM, *arguments], check=False, stdin=subprocess.DEVNULL,
                                                stdout=output, stderr=output, timeout=FORK_REAL_S, env=environment,
-                                               preexec_fn=block).returncode
+                                               preexec_fn=neglect).returncode
         self.pid = child_named("wan_detect")
 
     @staticmethod

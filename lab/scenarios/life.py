@@ -15,6 +15,7 @@ END_REAL_S = 5.0
 HUNG_REAL_S = 8.0        # the daemon has to be gone long before that
 SOON_REAL_S = 0.3
 SCRIPT = Path("/etc/wan_detect/get_all_port_state.sh")
+SWAP = Path("/usr/sbin/network_lanwan_swap")
 RELOAD = Path("/sbin/wanlan_port_reload")
 HANGING = "#!/bin/sh\nexec sleep 600\n"
 DEBUG = ("-d", "7")
@@ -70,7 +71,7 @@ class Shutdown(LifeScenario):
     """
     cables = {"eth1": Silent()}
     main_thread_hangs = ("in a hanging script at the start", "by signals that keep coming",
-                         "while the bus daemon hangs")
+                         "while the bus daemon hangs", "in a hanging swap")
 
     def judge(self, stage):
         for title, life in stage.facts["lives"].items():
@@ -163,6 +164,18 @@ class Shutdown(LifeScenario):
         life.signal()
         return life.end(HUNG_REAL_S)
 
+    def life_in_a_hanging_swap(self, router):
+        # The main thread sits in the command and holds the locks that both background threads want.
+        router.plug("eth0")
+        router.attach("eth2", DhcpServer())
+        with replaced(SWAP, HANGING):
+            life = Life(*DEBUG, clock=router.clock)
+            life.said("Switching wan dev to eth2 execute")
+            wait_until(lambda: "sleep" in life.names())
+            life.signal()
+            router.unplug("eth2")
+            return life.end(HUNG_REAL_S)
+
     def life_while_the_link_scan_hangs(self, router):
         # With a good line no cycle opens, so only the background thread runs the script.
         router.attach("eth0", DhcpServer())
@@ -225,13 +238,27 @@ class StartUp(LifeScenario):
     def life_level_8(self, router):
         return self.up_to_the_loop(router, "--debug=8")
 
+    def life_no_standard_descriptors(self, router):
+        return self.up_to_the_loop(router, closed=(0, 1, 2), level=7)
+
+    def life_the_bus_restarts_meanwhile(self, router):
+        def restart():
+            router.bus.kill_broker()
+            router.bus.start_broker()
+        return self.up_to_the_loop(router, *DEBUG, before=restart)
+
     @staticmethod
-    def up_to_the_loop(router, *arguments):
+    def up_to_the_loop(router, *arguments, closed=(), level=None, before=None):
         """The loop is reached when a call to the daemon's object is answered."""
         start = len(router.console)
-        life = Life(*arguments, clock=router.clock)
+        life = Life(*arguments, clock=router.clock, closed=closed)
         router.bus.wait_for_object("wan_detect", END_REAL_S)
+        if before:
+            before()
         answered = wait_until(lambda: router.bus.call("wan_detect", "set", enable=True) == {"err_code": 0})
+        if level:
+            answered = answered and router.bus.call("wan_detect", "log", level=level) == {"err_code": 0}
+            life.said("Success Cyclic scanning")
         life.signal()
         return life.end(END_REAL_S) | {"answered": answered, "console": router.console[start:]}
 

@@ -61,6 +61,22 @@ def test_the_first_process_ends_with_status_0_as_soon_as_it_has_forked(seen, lif
 
 
 @scenario("start-up")
+def test_a_daemon_without_standard_descriptors_logs_when_asked_and_ends_with_status_0(seen):
+    life = seen.facts["lives"]["no standard descriptors"]
+    assert life["answered"]
+    assert any(body.startswith("Success Cyclic scanning") for _, _, body in said(life))
+    assert (life["first_status"], life["status"]) == (0, 0)
+
+
+@scenario("start-up")
+def test_a_bus_that_restarts_during_start_up_finds_the_daemon(seen):
+    life = seen.facts["lives"]["the bus restarts meanwhile"]
+    assert life["answered"]
+    assert ("Notice", "restore_connection", "ubus connection restored") in said(life)
+    assert life["status"] == 0
+
+
+@scenario("start-up")
 def test_without_a_bus_the_daemon_says_so_and_ends_with_status_0(seen):
     life = seen.facts["lives"]["no bus"]
     assert said(life)[:2] == [("Critical", "wan_detect_ubus_init", "ubus connect fail!"), ("Critical", "main", "ubus")]
@@ -117,7 +133,8 @@ def test_no_life_leaves_a_process_behind(seen):
 QUIET_MOMENTS = ["as it forks", "while it waits for a link", "by sigint", "started with the signals blocked",
                  "in the pause before the first cycle", "while the bus daemon hangs", "in the loop",
                  "in the loop by sigint", "while it probes", "while a port settles"]
-HANGING_MOMENTS = ["in a hanging script at the start", "by signals that keep coming", "while the link scan hangs"]
+HANGING_MOMENTS = ["in a hanging script at the start", "by signals that keep coming", "in a hanging swap",
+                   "while the link scan hangs"]
 
 
 @scenario("shutdown")
