@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""What the idle daemon costs: a working line is in the WAN port of the virtual router, time is real, and nothing happens.
+"""What the idle daemon costs: a working line is in the WAN port of the virtual router, time is real, nothing happens.
 
 python3 -m bench.idle BUILD-FOLDER SECONDS prints the figures as JSON; `bench/run.sh` makes a table of them."""
 import json
@@ -90,8 +90,9 @@ def measure(build, seconds):
     reader, writer = os.pipe()
     inner = [sys.executable, "-m", "bench.idle", INSIDE, str(writer),
              json.dumps(settings(front.find_programs(build), seconds))]
-    process = subprocess.Popen(front.NAMESPACES + inner, pass_fds=[writer], stdin=subprocess.PIPE, cwd="/",
-                               stdout=sys.stderr, env=dict(os.environ, PYTHONPATH=str(ROOT), PYTHONDONTWRITEBYTECODE="1"))
+    environment = dict(os.environ, PYTHONPATH=str(ROOT), PYTHONDONTWRITEBYTECODE="1")
+    process = subprocess.Popen(front.NAMESPACES + inner, pass_fds=[writer], stdin=subprocess.PIPE, stdout=sys.stderr,
+                               cwd="/", env=environment)
     os.close(writer)
     process.stdin.write(b"0\n")    # the inside asks for its number out here, which only a kept router would show
     process.stdin.flush()

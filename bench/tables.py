@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""Prints what was measured as tables: python3 -m bench.tables BUILD-FOLDER, after bench/run.sh has filled that folder."""
+"""Prints what was measured as tables: python3 -m bench.tables BUILD-FOLDER, which bench/run.sh has filled."""
 import json
 import os
 import platform
@@ -50,15 +50,16 @@ def timed(runs, family):
 
 
 def show_dhcp(runs):
-    rows = [["ports", "to the last OFFER", "send all", "first send to last OFFER", "release", "in bind()", "in close()",
-             "all the rest", "CPU"]]
+    rows = [["ports", "to the last OFFER", "send all", "first send to last OFFER", "release", "in bind()",
+             "in close()", "all the rest", "CPU"]]
     for ports, run in timed(runs, "discover_to_last_offer"):
         whole = run["real_time"] * US_PER_MS + run["release_us"]
         rest = whole - run["bind_us"] - run["close_us"]
-        rows.append([ports, ms(whole - run["release_us"]), ms(run["send_all_us"]), ms(run["first_send_to_last_offer_us"]),
-                     ms(run["release_us"]), ms(run["bind_us"]), ms(run["close_us"]), ms(rest), ms(run["cpu_us"])])
+        rows.append([ports, ms(run["real_time"] * US_PER_MS), ms(run["send_all_us"]),
+                     ms(run["first_send_to_last_offer_us"]), ms(run["release_us"]), ms(run["bind_us"]),
+                     ms(run["close_us"]), ms(rest), ms(run["cpu_us"])])
     table("DISCOVER on all ports, peers answer at once (mean of 20 batches)", rows)
-    print("  bind() and close() of a packet socket wait in the kernel until no processor can be using its hook any more\n"
+    print("  bind() and close() of a packet socket wait in the kernel until no processor can use its hook any more\n"
           "  (an RCU grace period each); the handler closes a port's socket before the next OFFER is read. \"All the\n"
           "  rest\" is the whole batch, release included, without these two calls.")
 
@@ -70,7 +71,7 @@ def show_arp(runs):
             kept = f"{run['kept']:.0f}" if "kept" in run else "-"
             rows.append([title, hosts, ms(run["real_time"] * US_PER_MS), ms(run["close_us"]), ms(run["cpu_us"]), kept])
     table("Hosts of the LAN (mean of 3)", rows)
-    print("  Every request is preceded by a wait of up to 300 ms that any ARP reply ends; 310 ms for the replies follow.")
+    print("  Every request is preceded by a wait of up to 300 ms that any ARP reply ends; 310 ms more for replies.")
 
 
 def show_idle(facts):
@@ -111,7 +112,8 @@ def show_program(program):
 
 def main(build):
     runs = json.loads((build / "probes.json").read_text())["benchmarks"]
-    print(f"{date.today()}, {os.cpu_count()} processors, {platform.system()} {platform.release()}, {platform.machine()}")
+    system = platform.uname()
+    print(f"{date.today()}, {os.cpu_count()} processors, {system.system} {system.release}, {system.machine}")
     show_dhcp(runs)
     show_arp(runs)
     show_idle(json.loads((build / "idle.json").read_text()))
