@@ -6,8 +6,6 @@ from dataclasses import dataclass
 LINK_CHANGE, SCAN, COMBO = "wan_detect_process_link_change", "update_eth_link_status_trigger", "wan_combo_auto_switch"
 PASS_S = 1.0
 STAGE_S = 2.5
-# The combo switch looks at every second pass: a pause that begins with a look ends with a pass that tells nothing.
-JUST_NOW_S = 0.5
 
 
 @dataclass
@@ -16,6 +14,7 @@ class Wait:
     port: str        # "" when the wait is not about one port
     begun: float     # the daemon's own seconds
     fixed: float     # how long it ought to last
+    slack: float     # how much later its end may show
     ended: float = None
 
     def lasted(self):
@@ -30,12 +29,16 @@ class Rule:
     text: str = ""         # what was waited for; waits without one are not told
     unit: float = 0.001    # of the time
     fixed: float = None    # where the line names no time
+    least: float = 0.0     # an end that comes sooner is another thread's line
+    slack: float = 0.0
+    overtaken: tuple = ("", "")    # what makes an end of it without it having lasted
     piles_up: bool = False    # each beginning has an end of its own; else the last one counts, as with a timer
 
 
 RULES = [
     Rule("cycle", (LINK_CHANGE, r"(?:Begin detecting in|Reset start detecting time to) (?P<time>\d+)ms"),
-         ("uloop_start_wan_detect", r"Entering function"), "since the link of the WAN port changed"),
+         ("uloop_start_wan_detect", r"Entering function"), "since the link of the WAN port changed",
+         overtaken=("generate_possible_wan_dev_list", r"Entering function")),
     Rule("settle", (LINK_CHANGE, r"Noticed (?:lan )?dev:(?P<port>\S+) turned up .* after (?P<time>\d+)ms"),
          ("delay_trigger_thread", r"[Dd]evice (?P<port>\S+) (?:to|turned down) "), "since the link of {port} came up",
          piles_up=True),
@@ -44,7 +47,8 @@ RULES = [
     Rule("scan pause", (SCAN, r"Block update eth link for (?P<time>\d+)s"), (SCAN, r"Entering function|Skip update"),
          "by the link scan", unit=1),
     Rule("combo pause", (COMBO, r"Block wan_combo_auto_switch for (?P<time>\d+)s"),
-         (COMBO, r"Success get|is not combo device"), "by the combo switch", unit=1),
+         ("get_wan_device_name", r"Successful get wan device"), "by the combo switch", unit=1, least=10,
+         slack=PASS_S),    # every second pass tells nothing
     Rule("pass", ("uloop_start_wan_detect", r"Zero device need to detect"),
          ("uloop_start_wan_detect", r"Entering function"), fixed=PASS_S),
     Rule("stage", ("uloop_start_wan_detect", r"using protocol detect"),
@@ -63,29 +67,28 @@ class Waits:
     def __init__(self):
         self.over = []
         self.open = {}
-        self.looked_at_combo = float("-inf")
 
     def take(self, line):
         """What to tell about the waits that this line ends."""
         told = [self.told(rule, wait) for rule in RULES if (wait := self.end(rule, line)) and rule.text and wait.fixed]
         for rule in RULES:
+            if rule.overtaken[0] and match_of(rule.overtaken, line):
+                self.open.pop((rule.kind, ""), None)
             self.begin(rule, line)
-        if line.function == COMBO and not line.body.startswith("Block"):
-            self.looked_at_combo = line.at
         return told
 
     @staticmethod
     def told(rule, wait):
-        return f"{wait.lasted():.1f} s waited (fixed {wait.fixed:g} s) " + rule.text.format(port=wait.port)
+        slack = f", seen up to {wait.slack:g} s later" if wait.slack else ""
+        return f"{wait.lasted():.1f} s waited (fixed {wait.fixed:g} s{slack}) " + rule.text.format(port=wait.port)
 
     def begin(self, rule, line):
         match = match_of(rule.begin, line)
         if not match:
             return
         groups = match.groupdict()
-        wait = Wait(rule.kind, groups.get("port", ""), line.at, rule.fixed or int(groups["time"]) * rule.unit)
-        if rule.kind == "combo pause" and line.at - self.looked_at_combo < JUST_NOW_S:
-            wait.fixed += PASS_S
+        fixed = rule.fixed or int(groups["time"]) * rule.unit
+        wait = Wait(rule.kind, groups.get("port", ""), line.at, fixed, rule.slack)
         waiting = self.open.setdefault((wait.kind, wait.port), [])
         if not rule.piles_up:
             waiting.clear()
@@ -94,7 +97,7 @@ class Waits:
     def end(self, rule, line):
         match = match_of(rule.end, line)
         waiting = self.open.get((rule.kind, match.groupdict().get("port", ""))) if match else None
-        if not waiting:
+        if not waiting or line.at - waiting[0].begun < rule.least:
             return None
         wait = waiting.pop(0)
         wait.ended = line.at

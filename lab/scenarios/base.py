@@ -84,7 +84,7 @@ class Scenario:
             stage.check(what, False, "it did not happen")
             return None
         early, late = EARLY_REAL_S * speed, LATE_REAL_S * speed
-        stage.check(f"{what}: {wait.fixed:g} s", -early <= wait.lasted() - wait.fixed <= late, f"{wait.lasted():.1f} s")
+        stage.check(f"{what}: {wait.fixed:g} s", -early <= wait.lasted() - wait.fixed <= late + wait.slack, f"{wait.lasted():.1f} s")
         return wait
 
     def figures(self, stage):

@@ -33,18 +33,6 @@ class SlowDhcp(Scenario):
     winner = "eth2"
 
 
-class TwoDhcp(Scenario):
-    name = "two-dhcp"
-    rank = 4
-    summary = "two DHCP servers, one of which leads nowhere: a DNS question through each decides"
-    story = """
-        DHCP servers answer behind eth1 and behind eth3, but only the one behind eth3 resolves names. It wins although
-        eth1 stands before it in the priority order.
-    """
-    cables = {"eth0": Silent(), "eth1": DhcpServer(dns=False), "eth3": DhcpServer()}
-    winner = "eth3"
-
-
 class Reserved(Scenario):
     name = "reserved"
     rank = 11

@@ -48,8 +48,8 @@ class Seen:
         return [probe for probe in self.report["probes"] if probe["kind"] in kinds and port in (None, probe["port"])]
 
     def waits(self, kind, port=""):
-        """Those of the daemon's fixed waits that came to their end, as (length, fixed length)."""
-        return [(wait["ended"] - wait["begun"], wait["fixed"]) for wait in self.report["waits"]
+        """Those of the daemon's fixed waits that came to their end, as (length, fixed length, slack)."""
+        return [(wait["ended"] - wait["begun"], wait["fixed"], wait["slack"]) for wait in self.report["waits"]
                 if wait["kind"] == kind and wait["port"] == port]
 
     def failed_checks(self):

@@ -39,13 +39,14 @@ def test_both_threads_pause_once_for_20_s_after_a_swap(seen):
         pause = seen.one(function, f"{text} due to success switch wan!")
         assert not [line for line in seen.lines if line["function"] == function
                     and pause["at"] < line["at"] < pause["at"] + 20 - EARLY_S]
-        (lasted, fixed), = seen.waits(kind)
-        assert fixed - EARLY_S <= lasted <= fixed + LATE_S
+        (lasted, fixed, slack), = seen.waits(kind)
+        assert fixed == 20
+        assert fixed - EARLY_S <= lasted <= fixed + slack + LATE_S
 
 
 @scenario("cable-move")
 def test_the_confirming_cycle_opens_21_s_after_the_swap_and_keeps_the_port(seen):
-    (lasted, fixed), = seen.waits("full")
+    (lasted, fixed, _), = seen.waits("full")
     assert fixed == 21
     assert fixed - EARLY_S <= lasted <= fixed + LATE_S
     confirmed = seen.find("switch_wan_to_dev", "Same wan device, no need to switch!", seen.facts["first_end"])

@@ -26,16 +26,6 @@ def test_of_two_pppoe_lines_the_one_with_the_higher_priority_wins(seen):
         "Overall 2 device using protocol pppoe! Use first priority device:eth4 as wan!")
 
 
-@scenario("two-dhcp")
-def test_of_two_dhcp_lines_the_one_that_resolves_names_wins(seen):
-    assert seen.failed_checks() == []
-    assert seen.find("uloop_wan_detect_using_proto_detect",
-                     "Found 2 devices provide dhcp protocol! Next try dns detect!")
-    assert seen.one("uloop_wan_detect_using_dns", "wan detect Success")["body"] == (
-        "DNS lookup shows dev:eth3 online, wan detect Success!")
-    assert {probe["port"] for probe in seen.probes(kinds=("dns",))} == {"eth1", "eth3"}
-
-
 @scenario("slow-dhcp")
 def test_a_slow_dhcp_server_is_found_in_a_later_stage(seen):
     assert seen.failed_checks() == []

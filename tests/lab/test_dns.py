@@ -1,0 +1,70 @@
+# SPDX-License-Identifier: MIT
+"""Several DHCP lines, and the DNS question that tells them apart."""
+import pytest
+
+DNS = ("dns",)
+
+
+def scenario(name):
+    return pytest.mark.scenario(name)
+
+
+def rejections(seen):
+    """What was said about the answers that did not count."""
+    return [line["body"] for line in seen.find("recv_dns_query", "DNS response check fail")]
+
+
+@scenario("two-dhcp")
+def test_of_two_dhcp_lines_the_one_that_resolves_names_wins(seen):
+    assert seen.failed_checks() == []
+    assert seen.find("uloop_wan_detect_using_proto_detect",
+                     "Found 2 devices provide dhcp protocol! Next try dns detect!")
+    assert seen.one("uloop_wan_detect_using_dns", "wan detect Success")["body"] == (
+        "DNS lookup shows dev:eth3 online, wan detect Success!")
+    assert {probe["port"] for probe in seen.probes(kinds=DNS)} == {"eth1", "eth3"}
+
+
+@scenario("dhcp-priority")
+def test_of_two_dhcp_lines_without_dns_the_one_with_the_higher_priority_wins(seen):
+    assert seen.failed_checks() == []
+    assert {probe["port"] for probe in seen.probes(kinds=DNS)} == {"eth1", "eth3"}
+    assert seen.one("uloop_wan_detect_using_dns", "as wan")["body"] == (
+        "Overall 2 device using protocol dhcp! Use first priority device:eth3 as wan!")
+
+
+@scenario("forged-dns")
+def test_forged_and_foreign_dns_answers_do_not_count(seen):
+    assert seen.failed_checks() == []
+    assert seen.one("recv_dns_query", "dns response checked! eth=eth3, dev_ip:")
+    assert seen.find("recv_dns_query", "dns response checked! eth=eth1") == []
+
+
+@scenario("forged-dns")
+@pytest.mark.parametrize("said", ["IP protocol: 6/17", "src_addr: 192.0.2.66", "dst_addr: 192.0.2.66",
+                                  "udp port: 5353/53", "dns id: "])
+def test_a_forged_answer_is_rejected_for_its_flaw(seen, said):
+    assert any(said in body for body in rejections(seen))
+
+
+@scenario("forged-dns")
+def test_an_answer_without_answers_in_it_is_dropped_without_a_word(seen):
+    read = seen.find("recv_dns_query", "dns response from ip=10.10.2.")
+    told = [line for line in rejections(seen) if "dst_addr" not in line]
+    others = [line for line in seen.find("recv_dns_query", "dns response from ip=10.10.4.")]
+    accepted = seen.find("recv_dns_query", "dns response checked! eth=eth3, dev_ip")
+    assert len(read) + len(others) - len(told) - len(accepted) == 1
+
+
+@scenario("late-dns")
+def test_a_dns_answer_after_3_s_does_not_count(seen):
+    assert seen.failed_checks() == []
+    assert seen.find("recv_dns_query", "dns response checked!") == []
+    assert seen.one("uloop_wan_detect_using_dns", "as wan")["body"] == (
+        "Overall 2 device using protocol dhcp! Use first priority device:eth1 as wan!")
+
+
+@scenario("late-dns")
+def test_the_wait_for_dns_answers_ends_after_3_s(seen):
+    sent = seen.find("gethostbyname_own_implement", "Send dns request to")[-1]
+    given_up = seen.find("wait_dns_response", "dnslookup failed at:")[0]
+    assert 2.5 <= given_up["at"] - sent["at"] <= 3 + 8
