@@ -47,7 +47,7 @@ RULES = [
     Rule("scan pause", (SCAN, r"Block update eth link for (?P<time>\d+)s"), (SCAN, r"Entering function|Skip update"),
          "by the link scan", unit=1),
     Rule("combo pause", (COMBO, r"Block wan_combo_auto_switch for (?P<time>\d+)s"),
-         ("get_wan_device_name", r"Successful get wan device"), "by the combo switch", unit=1, least=10,
+         ("get_wan_device_name", r"Successful get wan device"), "by the combo switch", unit=1, least=15,
          slack=PASS_S),    # every second pass tells nothing
     Rule("pass", ("uloop_start_wan_detect", r"Zero device need to detect"),
          ("uloop_start_wan_detect", r"Entering function"), fixed=PASS_S),
