@@ -63,7 +63,7 @@ tidy() {
     cmake -S . -B build/tidy -G Ninja -DCMAKE_BUILD_TYPE=Debug -DCMAKE_C_COMPILER=clang-14 -DCMAKE_CXX_COMPILER=clang++-14 \
         -DWAN_DETECT_TESTS=OFF || return 1
     git ls-files 'core/*.cpp' 'model/*.cpp' 'platform/*.cpp' 'probes/*.cpp' 'compat/*.cpp' 'lab/*.cpp' |
-        xargs -P "$jobs" -n 6 clang-tidy-14 -p build/tidy --quiet
+        xargs -P "$jobs" -n 6 clang-tidy-14 -p build/tidy --quiet 2>build/tidy/stderr.log
 }
 
 # missingInclude: the system's own headers are not read.
@@ -75,14 +75,12 @@ cppcheck_all() {
 
 # The program that ships asks for the C library and the router's libraries only, and is hardened.
 program_checks() {
-    local program=build/release/bin/wan_detect needed
-    needed=$(readelf -d "$program" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p')
-    echo "$needed"
-    ! grep -Eq 'stdc\+\+|gcc_s' <<<"$needed" || return 1
-    readelf -d "$program" | grep -q 'BIND_NOW' || return 1
-    readelf -h "$program" | grep -q 'DYN' || return 1
-    readelf -lW "$program" | grep -q 'GNU_RELRO' || return 1
-    readelf -sW "$program" | grep -q '__stack_chk_fail' || return 1
+    local program=build/release/bin/wan_detect dynamic symbols segments kind
+    dynamic=$(readelf -d "$program") && symbols=$(readelf -sW "$program") && segments=$(readelf -lW "$program") &&
+        kind=$(readelf -h "$program") || return 1
+    sed -n 's/.*(NEEDED).*\[\(.*\)\]/needs \1/p' <<<"$dynamic"
+    ! grep -E 'NEEDED.*(stdc\+\+|gcc_s)' <<<"$dynamic" && grep BIND_NOW <<<"$dynamic" && grep GNU_RELRO <<<"$segments" &&
+        grep 'Type:.*DYN' <<<"$kind" && grep __stack_chk_fail <<<"$symbols"
 }
 
 [ "$(id -u)" -eq 0 ] || { echo "test.sh: needs root (network namespaces, raw sockets)" >&2; exit 1; }
