@@ -64,8 +64,8 @@ static inline void list_add_tail(struct list_head *entry, struct list_head *at)
 /* The links of a removed entry are NULL, so a second removal is noticed. */
 static inline void list_del(struct list_head *entry)
 {
-    entry->next->prev =
-        entry->prev; // NOLINT(clang-analyzer-core.NullDereference): a node that is linked has neighbours
+    /* Whoever is linked has neighbours; the analyzer forgets that in loops that empty a list. */
+    entry->next->prev = entry->prev; // NOLINT(clang-analyzer-core.NullDereference)
     entry->prev->next = entry->next;
     entry->next = NULL;
     entry->prev = NULL;
