@@ -101,8 +101,12 @@ if [ "$what" != lab ]; then
     step "clang-tidy" tidy
     step "cppcheck" cppcheck_all
     say "Sanitizers"
-    step "build asan" build asan && step "unit tests asan" unit asan
-    step "build tsan" build tsan && step "unit tests tsan" unit tsan
+    for sanitizer in asan tsan; do
+        step "build $sanitizer" build $sanitizer && {
+            step "unit tests $sanitizer" unit $sanitizer
+            step "a moved cable $sanitizer" ./run.sh cable-move --build build/$sanitizer
+        }
+    done
 fi
 
 if [ "$what" != unit ]; then
