@@ -26,12 +26,16 @@ foreach(flag -fstack-clash-protection -fcf-protection)
   endif()
 endforeach()
 
+if(WAN_DETECT_FUZZ)
+  set(WAN_DETECT_SANITIZE "fuzzer-no-link,address,undefined") # all of it counts its branches for the fuzzer
+endif()
 if(WAN_DETECT_SANITIZE)
-  add_compile_options(-fsanitize=${WAN_DETECT_SANITIZE} -fno-omit-frame-pointer -g
-    -Wno-maybe-uninitialized) # GCC 12 sees ghosts in instrumented code
+  add_compile_options(-fsanitize=${WAN_DETECT_SANITIZE} -fno-omit-frame-pointer
+    $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>) # GCC 12 sees ghosts in instrumented code
   add_link_options(-fsanitize=${WAN_DETECT_SANITIZE})
   if(WAN_DETECT_SANITIZE MATCHES "undefined")
-    add_compile_options(-fno-sanitize-recover=undefined -fno-sanitize=vptr)
+    add_compile_options(-fno-sanitize-recover=undefined -fno-sanitize=vptr
+      $<$<CXX_COMPILER_ID:Clang>:-fno-sanitize=function>) # both need RTTI
   endif()
 else()
   # Fortification needs optimisation and would hide what the sanitizers look for.

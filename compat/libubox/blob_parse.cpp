@@ -2,6 +2,7 @@
 // Reading plain attributes.
 #include "exported.h"
 
+#include <algorithm>
 #include <cstdlib>
 
 namespace {
@@ -96,9 +97,11 @@ struct blob_attr *blob_memdup(const struct blob_attr *attr)
 {
     if (!attr)
         return nullptr;
-    // The padding of the last attribute of a message is not always there, so it is made, not copied.
-    auto *copy = static_cast<struct blob_attr *>(calloc(1, blob_pad_len(attr)));
+    // The padding of the last attribute of a message is not always there, so it is made, not copied. The word is there
+    // even when it says otherwise.
+    size_t len = std::max(blob_raw_len(attr), sizeof(struct blob_attr));
+    auto *copy = static_cast<struct blob_attr *>(calloc(1, std::max(blob_pad_len(attr), len)));
     if (copy)
-        memcpy(static_cast<void *>(copy), attr, blob_raw_len(attr));
+        memcpy(static_cast<void *>(copy), attr, len);
     return copy;
 }

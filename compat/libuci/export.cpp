@@ -9,13 +9,13 @@ namespace uci_impl {
 
 namespace {
 
-// Types may hold characters that mean something outside of quotes.
-void write_type(FILE *stream, const char *type)
+// Types and names of packages may hold characters that mean something outside of quotes.
+void write_word(FILE *stream, const char *word)
 {
-    if (strpbrk(type, "'\"#;\\") != nullptr)
-        write_quoted(stream, type);
+    if (strpbrk(word, "'\"#;\\") != nullptr)
+        write_quoted(stream, word);
     else
-        fputs(type, stream);
+        fputs(word, stream);
 }
 
 void write_entry(FILE *stream, const char *keyword, const char *name, const char *value)
@@ -51,14 +51,17 @@ void write_quoted(FILE *stream, const char *text)
 
 int write_package(FILE *stream, uci_package *package, bool header, bool with_generated_names)
 {
-    if (header)
-        fprintf(stream, "package %s\n", package->e.name);
+    if (header) {
+        fputs("package ", stream);
+        write_word(stream, package->e.name);
+        fputc('\n', stream);
+    }
     uci_element *s = nullptr;
     uci_foreach_element(&package->sections, s)
     {
         uci_section *section = uci_to_section(s);
         fputs("\nconfig ", stream);
-        write_type(stream, section->type);
+        write_word(stream, section->type);
         if (!section->anonymous || with_generated_names)
             fprintf(stream, " '%s'", section->e.name);
         fputc('\n', stream);

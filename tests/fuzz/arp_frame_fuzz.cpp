@@ -1,0 +1,52 @@
+// SPDX-License-Identifier: MIT
+// One frame as the reply to every ARP request: the parser, the search for an address behind a port, and the re-check of
+// the LAN ARP table.
+#include <arpa/inet.h>
+#include <cstring>
+
+#include "fuzz/support/probe_scene.h"
+#include "platform/result_codes.h"
+#include "probes/arp_probe.h"
+#include "probes/arp_probe_frame.h"
+#include "probes/arp_table.h"
+
+namespace {
+
+constexpr const char *TARGET_ADDRESS = "192.168.1.50";
+constexpr uint8_t HOST_MAC[MAC_SIZE] = {0x02, 0x5e, 0x00, 0x00, 0x00, 0x99};
+
+void answer_every_request(const t_bytes &frame)
+{
+    fake_wire.on_send = [frame](const t_sent_frame &request) { fake_wire.arrive(request.fd, frame); };
+}
+
+} // namespace
+
+void prepare()
+{
+    say_everything();
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+    t_arp_packet packet = {};
+    const bool is_arp = parse_arp_frame({data, size}, &packet);
+    REQUIRE(!is_arp || size >= sizeof(t_ethernet_header));
+    REQUIRE(packet.opcode == 0 || size >= offsetof(t_arp_frame, padding));
+    const uint32_t target_be = inet_addr(TARGET_ADDRESS);
+    const bool answers = is_arp && packet.opcode == ARP_OPCODE_REPLY && packet.sender_ip_be == target_be;
+
+    t_probe_scene scene;
+    answer_every_request(scene.bytes({data, size}));
+    REQUIRE(find_target_ip_and_device_with_arp(&scene.list, target_be) == OK);
+    REQUIRE(scene.list.count == (answers ? 1 : 0));
+    REQUIRE(!answers || memcmp(scene.port->result.server_mac, packet.sender_mac, MAC_SIZE) == 0);
+
+    t_arp_entry *table = nullptr;
+    REQUIRE(add_arp_entry(&table, create_new_arp_entry(HOST_MAC, 1, target_be)));
+    double_check_arp_packet_all_blocked(&table, inet_addr(LAN_ADDRESS), inet_addr(LAN_NETMASK), LAN_MAC, 1);
+    REQUIRE(arp_table_count(table) <= 1);
+    if (table)
+        release_arp_table(&table);
+    return 0;
+}

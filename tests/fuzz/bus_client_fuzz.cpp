@@ -1,0 +1,229 @@
+// SPDX-License-Identifier: MIT
+// What a bus daemon sends to a client of the library. The input is a byte of what the client does, a byte with the size
+// in which bytes arrive and leave (0 for all at once), and the daemon's bytes.
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <libubus.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/uio.h>
+
+#include "fuzz/support/fuzz.h"
+
+namespace {
+
+constexpr uint8_t OWN_GREETING = 0x01; // the daemon's bytes begin with its greeting
+constexpr uint8_t ADD_OBJECT = 0x02;
+constexpr uint8_t LISTEN = 0x04;
+constexpr uint8_t LOOK_UP = 0x08;
+constexpr uint8_t CALL = 0x10;
+constexpr uint8_t CALL_LATER = 0x20;
+constexpr uint8_t FREE_IN_HANDLER = 0x40;
+constexpr uint8_t RECONNECT = 0x80;
+constexpr int CALL_TIMEOUT_MS = 1000;
+
+constexpr uint8_t GREETING[] = {0, 0, 0, 0, 0xa0, 0, 0, 1, 0, 0, 0, 4};
+
+// The connection, while one is open.
+t_octets arriving;
+size_t piece; // 0 for no limit
+std::string sent;
+bool context_gone;
+bool free_in_handler;
+
+size_t limited(size_t size)
+{
+    return piece > 0 ? std::min(size, piece) : size;
+}
+
+ssize_t arrive(void *buffer, size_t size)
+{
+    const size_t taken = limited(std::min(size, arriving.size()));
+    if (taken > 0)
+        memcpy(buffer, arriving.data(), taken);
+    arriving = arriving.subspan(taken);
+    return static_cast<ssize_t>(taken);
+}
+
+int handle_call(ubus_context *ctx, ubus_object *, ubus_request_data *request, const char *method, blob_attr *message)
+{
+    REQUIRE(method && message);
+    if (free_in_handler) {
+        ubus_free(ctx);
+        context_gone = true;
+        return UBUS_STATUS_OK;
+    }
+    ubus_send_reply(ctx, request, message);
+    if (method[0] == 'l') {
+        ubus_request_data later;
+        ubus_defer_request(ctx, request, &later);
+        ubus_complete_deferred_request(ctx, &later, UBUS_STATUS_OK);
+    }
+    return UBUS_STATUS_OK;
+}
+
+void hear_event(ubus_context *, ubus_event_handler *, const char *type, blob_attr *message)
+{
+    REQUIRE(type && message);
+}
+
+void take_answer(ubus_request *, int, blob_attr *message)
+{
+    REQUIRE(message);
+}
+
+void see_object(ubus_context *, ubus_object_data *object, void *)
+{
+    REQUIRE(object->path && strlen(object->path) < sent.max_size());
+    size_t left;
+    blob_attr *method;
+    blob_for_each_attr(method, object->signature, left) static_cast<void>(blobmsg_check_attr(method, true));
+}
+
+// The stream that left is made of whole frames, but for the end.
+void check_sent_frames()
+{
+    t_octets left(reinterpret_cast<const uint8_t *>(sent.data()), sent.size());
+    while (left.size() >= sizeof GREETING) {
+        REQUIRE(left[0] == 0 && left[1] <= UBUS_MSG_MONITOR);
+        const size_t length = static_cast<size_t>(left[9]) << 16 | static_cast<size_t>(left[10]) << 8 | left[11];
+        REQUIRE(length >= sizeof(blob_attr));
+        left = left.subspan(std::min(left.size(), sizeof(ubus_msghdr) + length));
+    }
+    sent.clear();
+}
+
+const ubus_method METHODS[] = {
+    {.name = "echo", .handler = handle_call, .mask = 0, .tags = 0, .policy = nullptr, .n_policy = 0},
+    {.name = "later", .handler = handle_call, .mask = 0, .tags = 0, .policy = nullptr, .n_policy = 0},
+};
+
+struct t_client {
+    ubus_context *ctx;
+    ubus_object_type type = {.name = "demo", .id = 0, .methods = METHODS, .n_methods = 2};
+    ubus_object object = {};
+    ubus_event_handler listener = {};
+    ubus_request later = {};
+
+    explicit t_client(ubus_context *connected) : ctx(connected)
+    {
+        object.name = "demo";
+        object.type = &type;
+        object.methods = METHODS;
+        object.n_methods = 2;
+        listener.cb = hear_event;
+    }
+
+    void act(uint8_t actions)
+    {
+        uint32_t id = 1;
+        if (actions & ADD_OBJECT)
+            ubus_add_object(ctx, &object);
+        if (actions & LISTEN)
+            ubus_register_event_handler(ctx, &listener, "demo.*");
+        if (actions & LOOK_UP)
+            ubus_lookup(ctx, nullptr, see_object, nullptr);
+        if (actions & LOOK_UP)
+            ubus_lookup_id(ctx, "demo", &id);
+        if (actions & CALL)
+            ubus_invoke(ctx, id, "echo", nullptr, take_answer, nullptr, CALL_TIMEOUT_MS);
+        if ((actions & CALL_LATER) && ubus_invoke_async(ctx, id, "echo", nullptr, &later) == UBUS_STATUS_OK) {
+            later.data_cb = take_answer;
+            ubus_complete_request_async(ctx, &later);
+        }
+    }
+
+    void serve()
+    {
+        if (!context_gone)
+            ubus_handle_event(ctx);
+        if (!context_gone && ctx->pending_timer.pending) {
+            uloop_timeout_cancel(&ctx->pending_timer);
+            ctx->pending_timer.cb(&ctx->pending_timer);
+        }
+    }
+};
+
+} // namespace
+
+extern "C" int __wrap_connect(int, const sockaddr *, socklen_t)
+{
+    return 0;
+}
+
+extern "C" int __wrap_poll(pollfd *sockets, nfds_t count, int)
+{
+    for (nfds_t i = 0; i < count; i++)
+        sockets[i].revents = sockets[i].events;
+    return static_cast<int>(count);
+}
+
+extern "C" ssize_t __wrap_read(int, void *buffer, size_t size)
+{
+    return arrive(buffer, size);
+}
+
+extern "C" ssize_t __wrap_readv(int, const iovec *parts, int count)
+{
+    ssize_t total = 0;
+    for (int i = 0; i < count; i++) {
+        const ssize_t got = arrive(parts[i].iov_base, parts[i].iov_len);
+        total += got;
+        if (static_cast<size_t>(got) < parts[i].iov_len)
+            break;
+    }
+    return total;
+}
+
+extern "C" ssize_t __wrap_sendmsg(int, const msghdr *message, int)
+{
+    size_t total = 0;
+    for (size_t i = 0; i < message->msg_iovlen; i++) {
+        const size_t taken = limited(message->msg_iov[i].iov_len);
+        sent.append(static_cast<const char *>(message->msg_iov[i].iov_base), taken);
+        total += taken;
+        if (taken < message->msg_iov[i].iov_len)
+            break;
+    }
+    return static_cast<ssize_t>(total);
+}
+
+void prepare() {}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+    t_input input(data, size);
+    const uint8_t actions = input.byte();
+    piece = input.byte();
+    std::vector<uint8_t> stream;
+    if (!(actions & OWN_GREETING))
+        stream.assign(GREETING, GREETING + sizeof GREETING);
+    const t_octets rest = input.rest();
+    stream.insert(stream.end(), rest.begin(), rest.end());
+    arriving = stream;
+    sent.clear();
+    context_gone = false;
+    free_in_handler = (actions & FREE_IN_HANDLER) != 0;
+    if (piece > 0)
+        piece = std::max(piece, (actions & OWN_GREETING) ? size_t{1} : sizeof GREETING); // it is read in one go
+
+    ubus_context *ctx = ubus_connect("bus");
+    if (!ctx)
+        return 0;
+    t_client client(ctx);
+    client.act(actions);
+    client.serve();
+    check_sent_frames();
+    if (!context_gone && (actions & RECONNECT)) {
+        arriving = stream;
+        ubus_reconnect(ctx, "bus");
+        if (!context_gone)
+            client.act(actions);
+        client.serve();
+        check_sent_frames();
+    }
+    if (!context_gone)
+        ubus_free(ctx);
+    return 0;
+}

@@ -1,0 +1,118 @@
+// SPDX-License-Identifier: MIT
+// Calls of the daemon's methods, and the ban event, with any arguments. The input is a row of calls: a byte that
+// chooses the handler and the form (from 0x80 on, JSON), and a block with the arguments.
+#include <libubus.h>
+
+#include "fuzz/support/bus_message.h"
+#include "fuzz/support/private_files.h"
+#include "model/gate.h"
+#include "model/lists.h"
+#include "model/port_model.h"
+#include "model/tables.h"
+#include "platform/adapters/bus_object.h"
+#include "platform/engine_handlers.h"
+#include "platform/log.h"
+
+namespace {
+
+constexpr int MOST_CALLS = 16;
+constexpr uint8_t JSON_FORM = 0x80;
+constexpr uint8_t HANDLER_MASK = 0x07;
+constexpr int LONGEST_DELAY_MS = 60'000;
+
+t_engine_gate gate;
+int replies;
+
+void check_delay(int delay_ms)
+{
+    REQUIRE(delay_ms >= 0 && delay_ms <= LONGEST_DELAY_MS);
+}
+
+int check_request(const t_proto_detect_request *request)
+{
+    REQUIRE(request->timeout_ms >= PROTO_DETECT_TIMEOUT_MIN_MS && request->timeout_ms <= PROTO_DETECT_TIMEOUT_MAX_MS);
+    REQUIRE(!request->dev || find_device(port_model.dev_hashmap_head, request->dev->name) == request->dev);
+    REQUIRE(!request->protocol ||
+            find_protocol(port_model.proto_hashmap_head, request->protocol->name) == request->protocol);
+    return 0;
+}
+
+int store_link(t_device *dev, bool up)
+{
+    REQUIRE((dev->link_active != 0) != up);
+    dev->link_active = up;
+    return 0;
+}
+
+void build_model()
+{
+    port_model = {};
+    for (const char *name : {"eth0", "eth1", "eth2"})
+        keep_device(&port_model.dev_hashmap_head, create_new_device(name));
+    for (const char *name : {"dhcp", "pppoe"})
+        keep_protocol(&port_model.proto_hashmap_head, create_new_protocol(name));
+    port_model.fake_wan = find_device(port_model.dev_hashmap_head, "eth1");
+}
+
+void release_model()
+{
+    uint8_t banned = 0;
+    for (const t_device_list *node = port_model.banned_list.head.next; node; node = node->next)
+        banned++;
+    REQUIRE(banned == port_model.banned_list.count);
+    free_device_list(&port_model.banned_list.head);
+    release_port_model(&port_model);
+}
+
+void call(const t_bus_offer &offer, int handler, blob_attr *arguments)
+{
+    if (handler >= offer.object->n_methods) {
+        offer.event_handler->cb(nullptr, offer.event_handler, offer.event_pattern, arguments);
+        return;
+    }
+    const ubus_method &method = offer.object->methods[handler];
+    ubus_request_data request = {};
+    replies = 0;
+    REQUIRE(method.handler(nullptr, offer.object, &request, method.name, arguments) == 0 && replies == 1);
+    // The method "log" may have closed the log.
+    log_close();
+    log_set_level(LOG_LEVEL_Debug);
+}
+
+} // namespace
+
+extern "C" int __wrap_ubus_send_reply(ubus_context *, ubus_request_data *, blob_attr *message)
+{
+    const blobmsg_policy policy = {"err_code", BLOBMSG_TYPE_INT32};
+    blob_attr *code = nullptr;
+    REQUIRE(blobmsg_parse(&policy, 1, &code, blob_data(message), static_cast<unsigned>(blob_len(message))) == 0 &&
+            code);
+    replies++;
+    return 0;
+}
+
+void prepare()
+{
+    enter_private_files();
+    write_private_file("/etc/config/network", "config auto_wan_detect 'auto_wan_detect'\n\toption fake_wan_port '1'\n");
+    write_private_file("/tmp/wan_detect.log", ""); // where the log goes once it is opened
+    log_set_level(LOG_LEVEL_Debug);
+    init_engine_gate(&gate);
+    engine_gate = &gate;
+    engine_handlers = {check_delay, check_request, store_link};
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+    t_input input(data, size);
+    build_model();
+    const t_bus_offer *offer = wan_detect_bus_offer();
+    for (int calls = 0; !input.empty() && calls < MOST_CALLS; calls++) {
+        const uint8_t choice = input.byte();
+        t_fuzz_message message(input.block(), choice >= JSON_FORM);
+        call(*offer, choice & HANDLER_MASK, message.attribute());
+    }
+    release_model();
+    wan_detect_bus_offer_release();
+    return 0;
+}

@@ -1,0 +1,97 @@
+// SPDX-License-Identifier: MIT
+// Paths into a configuration, and edits of what they lead to. Each line of the input is a letter that chooses the edit,
+// and a path ("s net.lan.ipaddr=192.0.2.1" without the blank).
+#include <cstdio>
+#include <cstdlib>
+#include <uci.h>
+
+#include "fuzz/support/fuzz.h"
+
+namespace {
+
+constexpr size_t MOST_EDITS = 32;
+
+constexpr char CONFIGURATION[] = "config interface 'lan'\n\toption ipaddr '192.0.2.1'\n\tlist dns '1'\n\tlist dns '2'\n"
+                                 "config rule\n\toption name 'first'\n"
+                                 "config rule\n\toption name 'second'\n";
+
+void import(uci_context *ctx, const std::string &text)
+{
+    FILE *stream = fmemopen(const_cast<char *>(text.data()), text.size(), "r");
+    REQUIRE(stream && uci_import(ctx, stream, "net", nullptr, true) == UCI_OK);
+    fclose(stream);
+}
+
+std::string export_package(uci_context *ctx)
+{
+    char *text = nullptr;
+    size_t size = 0;
+    FILE *stream = open_memstream(&text, &size);
+    REQUIRE(uci_export(ctx, stream, nullptr, false) == UCI_OK);
+    fclose(stream);
+    const std::string result(text, size);
+    free(text);
+    return result;
+}
+
+uci_context *open_context(const std::string &text)
+{
+    uci_context *ctx = uci_alloc_context();
+    REQUIRE(ctx && uci_set_confdir(ctx, "/nowhere") == UCI_OK);
+    import(ctx, text);
+    return ctx;
+}
+
+void edit(uci_context *ctx, char how, std::string path)
+{
+    uci_ptr ptr = {};
+    if (uci_lookup_ptr(ctx, &ptr, path.data(), true) != UCI_OK)
+        return;
+    REQUIRE(ptr.p && ptr.last);
+    uci_section *added = nullptr;
+    switch (how) {
+    case 's':
+        uci_set(ctx, &ptr);
+        break;
+    case 'd':
+        uci_delete(ctx, &ptr);
+        break;
+    case 'r':
+        uci_rename(ctx, &ptr);
+        break;
+    case 'a':
+        uci_add_list(ctx, &ptr);
+        break;
+    case 'l':
+        uci_del_list(ctx, &ptr);
+        break;
+    case 'o':
+        if (ptr.s)
+            uci_reorder_section(ctx, ptr.s, ptr.value ? atoi(ptr.value) : 0);
+        break;
+    case 'n':
+        uci_add_section(ctx, ptr.p, ptr.value ? ptr.value : "rule", &added);
+        break;
+    default:
+        break;
+    }
+}
+
+} // namespace
+
+void prepare() {}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+    uci_context *ctx = open_context(CONFIGURATION);
+    for (const std::string &line : split(text_of({data, size}), "\n", MOST_EDITS))
+        if (!line.empty())
+            edit(ctx, line[0], line.substr(1));
+    const std::string edited = export_package(ctx);
+    uci_free_context(ctx);
+
+    uci_context *again = open_context(edited);
+    REQUIRE(export_package(again) == edited);
+    uci_free_context(again);
+    return 0;
+}
