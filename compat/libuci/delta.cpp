@@ -53,6 +53,16 @@ mode_t mode_of_config(const uci_package *package)
     return stat(package->path, &config) == 0 ? config.st_mode & mode_bits : UCI_FILEMODE;
 }
 
+// Adds the line end that is missing. Behind a backslash it would join the next line, and so takes another one.
+int end_last_line(int fd, const file_text &text)
+{
+    const char *end = text.data.get() + text.size;
+    bool is_whole = end[-1] == '\n';
+    bool is_joined = is_whole ? text.size > 1 && end[-2] == '\\' : end[-1] == '\\';
+    size_t missing = (is_whole ? 0 : 1) + (is_joined ? 1 : 0);
+    return missing > 0 ? append_all(fd, "\n\n", missing) : UCI_OK;
+}
+
 // Makes the end of the file a place for further lines: a damaged last one must not swallow them.
 int mend_end(int fd, const char *package)
 {
@@ -67,9 +77,7 @@ int mend_end(int fd, const char *package)
         start = reader.consumed();
     if (rc == UCI_OK)
         return ftruncate(fd, static_cast<off_t>(start)) == 0 ? UCI_OK : UCI_ERR_IO;
-    if (rc != UCI_ERR_NOTFOUND)
-        return rc;
-    return reader.is_whole() ? UCI_OK : append_all(fd, "\n", 1);
+    return rc == UCI_ERR_NOTFOUND ? end_last_line(fd, text) : rc;
 }
 
 int append_to_file(uci_context *ctx, const uci_package *package, const text_builder &text)

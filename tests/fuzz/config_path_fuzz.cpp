@@ -3,6 +3,7 @@
 // and a path ("s net.lan.ipaddr=192.0.2.1" without the blank).
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <uci.h>
 
 #include "fuzz/support/fuzz.h"
@@ -42,6 +43,13 @@ uci_context *open_context(const std::string &text)
     return ctx;
 }
 
+// New names and types are the caller's business: the library takes what it will not read again.
+bool is_readable(const char *word)
+{
+    return word && *word &&
+           strspn(word, "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_") == strlen(word);
+}
+
 void edit(uci_context *ctx, char how, std::string path)
 {
     uci_ptr ptr = {};
@@ -49,6 +57,8 @@ void edit(uci_context *ctx, char how, std::string path)
         return;
     REQUIRE(ptr.p && ptr.last);
     uci_section *added = nullptr;
+    if ((how == 'r' || how == 'n') && !is_readable(ptr.value))
+        return;
     switch (how) {
     case 's':
         uci_set(ctx, &ptr);
@@ -70,7 +80,7 @@ void edit(uci_context *ctx, char how, std::string path)
             uci_reorder_section(ctx, ptr.s, ptr.value ? atoi(ptr.value) : 0);
         break;
     case 'n':
-        uci_add_section(ctx, ptr.p, ptr.value ? ptr.value : "rule", &added);
+        uci_add_section(ctx, ptr.p, ptr.value, &added);
         break;
     default:
         break;
