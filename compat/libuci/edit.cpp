@@ -59,8 +59,10 @@ int delete_item(uci_option *option, const char *index, recording record)
     uci_element *e = nullptr;
     uci_foreach_element(&option->v.list, e)
     {
-        if (left-- != 0)
+        if (left != 0) {
+            left -= left > 0 ? 1 : 0;
             continue;
+        }
         change_record change(option->section->package, record);
         int rc = change.prepare(UCI_CMD_REMOVE, option->section->e.name, option->e.name, index);
         if (rc != UCI_OK)
@@ -139,7 +141,7 @@ void move_section(uci_section *section, int position)
     uci_list *sections = &section->package->sections;
     list_remove(&section->e.list);
     uci_list *place = sections->next;
-    while (place != sections && position-- > 0)
+    for (; place != sections && position > 0; position--)
         place = place->next;
     list_insert_before(place, &section->e.list);
 }
