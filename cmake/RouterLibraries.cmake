@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: MIT
 # Where libubox, libubus and libuci come from: the installed ones (a router), or the stand-ins in compat/.
-# Offers the targets router::ubox, router::blobmsg_json, router::ubus, router::uci, router::json and router::uthash, whose
-# headers count as system headers.
+# Offers the targets router::ubox, router::ubus, router::uci, router::json and router::uthash, whose headers count as system
+# headers; router::blobmsg_json, which only tests need, where it is there.
 find_package(Threads REQUIRED)
 
 find_path(JSON_C_INCLUDE_DIR NAMES json-c/json.h REQUIRED)
@@ -23,8 +23,7 @@ if(NOT WAN_DETECT_LIBS STREQUAL "bundled")
   find_library(UBUS_LIBRARY NAMES ubus)
   find_path(UCI_INCLUDE_DIR NAMES uci.h)
   find_library(UCI_LIBRARY NAMES uci)
-  if(UBOX_INCLUDE_DIR AND UBOX_LIBRARY AND BLOBMSG_JSON_LIBRARY AND UBUS_INCLUDE_DIR AND UBUS_LIBRARY
-     AND UCI_INCLUDE_DIR AND UCI_LIBRARY)
+  if(UBOX_INCLUDE_DIR AND UBOX_LIBRARY AND UBUS_INCLUDE_DIR AND UBUS_LIBRARY AND UCI_INCLUDE_DIR AND UCI_LIBRARY)
     set(router_libs_found TRUE)
   elseif(WAN_DETECT_LIBS STREQUAL "system")
     message(FATAL_ERROR "WAN_DETECT_LIBS=system, but libubox, libubus or libuci is not installed")
@@ -40,7 +39,9 @@ endfunction()
 if(router_libs_found)
   message(STATUS "libubox, libubus, libuci: installed")
   wan_detect_router_library(ubox "${UBOX_INCLUDE_DIR}" "${UBOX_LIBRARY}")
-  wan_detect_router_library(blobmsg_json "${UBOX_INCLUDE_DIR}" "${BLOBMSG_JSON_LIBRARY}" router::ubox router::json)
+  if(BLOBMSG_JSON_LIBRARY)
+    wan_detect_router_library(blobmsg_json "${UBOX_INCLUDE_DIR}" "${BLOBMSG_JSON_LIBRARY}" router::ubox router::json)
+  endif()
   wan_detect_router_library(ubus "${UBUS_INCLUDE_DIR}" "${UBUS_LIBRARY}" router::ubox)
   wan_detect_router_library(uci "${UCI_INCLUDE_DIR}" "${UCI_LIBRARY}")
 else()
