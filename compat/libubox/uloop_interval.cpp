@@ -24,11 +24,11 @@ void serve_timer(struct uloop_fd *sock, unsigned int)
 
 int start(int fd, unsigned int msecs)
 {
-    struct itimerspec spec = {};
-    spec.it_value.tv_sec = msecs / MS_PER_S;
-    spec.it_value.tv_nsec = static_cast<long>(msecs % MS_PER_S) * NS_PER_MS;
-    spec.it_interval = spec.it_value;
-    return timerfd_settime(fd, 0, &spec, nullptr);
+    struct itimerspec timing = {};
+    timing.it_value.tv_sec = msecs / MS_PER_S;
+    timing.it_value.tv_nsec = static_cast<long>(msecs % MS_PER_S) * NS_PER_MS;
+    timing.it_interval = timing.it_value;
+    return timerfd_settime(fd, 0, &timing, nullptr);
 }
 
 } // namespace
@@ -62,8 +62,8 @@ int uloop_interval_cancel(struct uloop_interval *timer)
 
 int64_t uloop_interval_remaining(struct uloop_interval *timer)
 {
-    struct itimerspec spec;
-    if (!timer->priv.ufd.registered || timerfd_gettime(timer->priv.ufd.fd, &spec) < 0)
+    struct itimerspec timing;
+    if (!timer->priv.ufd.registered || timerfd_gettime(timer->priv.ufd.fd, &timing) < 0)
         return -1;
-    return static_cast<int64_t>(spec.it_value.tv_sec) * MS_PER_S + spec.it_value.tv_nsec / NS_PER_MS;
+    return static_cast<int64_t>(timing.it_value.tv_sec) * MS_PER_S + timing.it_value.tv_nsec / NS_PER_MS;
 }
