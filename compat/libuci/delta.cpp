@@ -37,14 +37,11 @@ int apply_delta(uci_context *ctx, uci_package *package, const char *text, size_t
     }
 }
 
-int apply_delta_of(uci_context *ctx, uci_package *package, const char *directory, int *applied)
+// A delta directory nobody can read holds no changes for us.
+int apply_delta_at(uci_context *ctx, uci_package *package, const char *path, int *applied)
 {
-    heap<char> path(join_path(directory, package->e.name));
-    if (path == nullptr)
-        return UCI_ERR_MEM;
     scoped_fd fd;
-    // A delta directory nobody can read holds no changes for us.
-    return open_shared(path.get(), &fd) == UCI_OK ? apply_delta_file(ctx, package, fd.get(), applied) : UCI_OK;
+    return open_shared(path, &fd) == UCI_OK ? apply_delta_file(ctx, package, fd.get(), applied) : UCI_OK;
 }
 
 mode_t mode_of_config(const uci_package *package)
@@ -111,10 +108,18 @@ int apply_delta_file(uci_context *ctx, uci_package *package, int fd, int *applie
 
 int apply_other_deltas(uci_context *ctx, uci_package *package, int *applied)
 {
+    heap<char> saved(saved_delta_path(ctx, package->e.name));
+    if (saved == nullptr)
+        return UCI_ERR_MEM;
     uci_element *e = nullptr;
     uci_foreach_element(&ctx->delta_path, e)
     {
-        int rc = strcmp(e->name, ctx->savedir) != 0 ? apply_delta_of(ctx, package, e->name, applied) : UCI_OK;
+        heap<char> path(join_path(e->name, package->e.name));
+        if (path == nullptr)
+            return UCI_ERR_MEM;
+        // A commit holds the lock of the saved changes, and would wait for itself under another name of their file.
+        bool is_saved = strcmp(e->name, ctx->savedir) == 0 || is_same_file(path.get(), saved.get());
+        int rc = is_saved ? UCI_OK : apply_delta_at(ctx, package, path.get(), applied);
         if (rc != UCI_OK)
             return rc;
     }
@@ -125,7 +130,10 @@ int apply_all_deltas(uci_context *ctx, uci_package *package)
 {
     int applied = 0;
     int rc = apply_other_deltas(ctx, package, &applied);
-    return rc == UCI_OK ? apply_delta_of(ctx, package, ctx->savedir, &applied) : rc;
+    if (rc != UCI_OK)
+        return rc;
+    heap<char> saved(saved_delta_path(ctx, package->e.name));
+    return saved != nullptr ? apply_delta_at(ctx, package, saved.get(), &applied) : UCI_ERR_MEM;
 }
 
 int save_delta(uci_context *ctx, uci_package *package)

@@ -238,6 +238,13 @@ int replace_file(const char *path, const char *package, int locked, const text_b
     return sync_directory(place);
 }
 
+bool is_same_file(const char *a, const char *b)
+{
+    struct stat first = {};
+    struct stat second = {};
+    return stat(a, &first) == 0 && stat(b, &second) == 0 && is_same_file(first, second);
+}
+
 void unlink_if_same(const char *path, int fd)
 {
     struct stat opened = {};

@@ -54,6 +54,9 @@ private:
 // On the disk for good when it succeeds.
 int replace_file(const char *path, const char *package, int locked, const text_builder &text);
 
+// Whether both paths lead to one file that exists.
+bool is_same_file(const char *a, const char *b);
+
 // Removes the file at path if it still is the open one.
 void unlink_if_same(const char *path, int fd);
 

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <fstream>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -204,6 +205,27 @@ TEST_F(waiting_changes, of_further_directories_come_before_those_of_the_save_dir
     EXPECT_EQ(uci_add_delta_path(ctx_.get(), nullptr), UCI_ERR_INVAL);
     EXPECT_EQ(value_of(ctx_.get(), "net.a.x"), "saved");
     EXPECT_EQ(value_of(ctx_.get(), "net.a.y"), "more");
+}
+
+// Waiting for a lock of its own would last for ever.
+TEST_F(waiting_changes, of_a_save_directory_known_by_two_names_count_once)
+{
+    constexpr unsigned int patience_s = 10;
+    std::filesystem::create_directory(save());
+    std::filesystem::create_directory_symlink(save(), root() + "/alias");
+    for (const std::string &other_name : {save() + "/", root() + "/alias"}) {
+        context ctx = open();
+        EXPECT_EQ(uci_add_delta_path(ctx.get(), other_name.c_str()), UCI_OK);
+        write_conf("net", "config t 'a'\n\tlist l 'p'\n");
+        write_save("net", "|net.a.l='q'\n");
+        EXPECT_EQ(value_of(ctx.get(), "net.a.l"), "p|q|") << other_name;
+        tuple net(ctx.get(), "net");
+        alarm(patience_s);
+        EXPECT_EQ(uci_commit(ctx.get(), &net.ptr.p, false), UCI_OK);
+        alarm(0);
+        EXPECT_EQ(read_text(conf("net")), "\nconfig t 'a'\n\tlist l 'p'\n\tlist l 'q'\n\n") << other_name;
+        EXPECT_EQ(read_text(save("net")), "");
+    }
 }
 
 } // namespace
