@@ -12,6 +12,10 @@ namespace {
 
 // Calls that came in during a synchronous call run this long after it.
 constexpr int PENDING_DELAY_MS = 1;
+// Together they take no more memory than this, whoever sends them.
+constexpr size_t PENDING_LIMIT_BYTES = 8 << 20;
+// So many frames are handled before timers, other descriptors and the end of a wait get their turn.
+constexpr int FRAMES_PER_TURN = 32;
 
 // A call or event that arrived while a synchronous call was waiting. Owns the bytes.
 struct pending_frame {
@@ -24,16 +28,28 @@ ubus_context *context_of(uloop_fd *sock)
     return container_of(sock, ubus_context, sock);
 }
 
-void put_off(ubus_context *ctx, const received_frame &frame)
+size_t memory_of(const received_frame &frame)
 {
+    return sizeof(pending_frame) + blob_pad_len(frame.data);
+}
+
+// False if there is no room.
+bool put_off(ubus_context *ctx, const received_frame &frame)
+{
+    size_t &waiting = ctx->internal.state.waiting;
+    if (memory_of(frame) > PENDING_LIMIT_BYTES - waiting) {
+        return false;
+    }
     auto *pending = static_cast<pending_frame *>(calloc(1, sizeof(pending_frame)));
     blob_attr *copy = pending ? blob_memdup(frame.data) : nullptr;
     if (!copy) {
         free(pending);
-        return;
+        return false;
     }
     pending->frame = {.head = frame.head, .data = copy, .capacity = 0};
     list_add_tail(&pending->list, &ctx->pending);
+    waiting += memory_of(frame);
+    return true;
 }
 
 void free_pending(pending_frame *pending)
@@ -46,6 +62,7 @@ pending_frame *take_pending(ubus_context *ctx)
 {
     pending_frame *pending = list_first_entry(&ctx->pending, pending_frame, list);
     list_del(&pending->list);
+    ctx->internal.state.waiting -= memory_of(pending->frame);
     return pending;
 }
 
@@ -53,11 +70,15 @@ void run_pending(uloop_timeout *timer)
 {
     ubus_context *ctx = container_of(timer, ubus_context, pending_timer);
     callback_guard guard(ctx);
-    while (!guard.context_is_gone() && !list_empty(&ctx->pending)) {
+    for (int served = 0; served < FRAMES_PER_TURN && !list_empty(&ctx->pending); served++) {
         pending_frame *pending = take_pending(ctx);
         handle_call(ctx, pending->frame);
         free_pending(pending);
+        if (guard.context_is_gone()) {
+            return;
+        }
     }
+    run_pending_soon(ctx);
 }
 
 // Calls keep their order, so one that arrives behind a waiting one waits, too.
@@ -69,10 +90,10 @@ void dispatch(ubus_context *ctx, const received_frame &frame)
         handle_answer(ctx, frame);
         return;
     case UBUS_MSG_INVOKE:
-        if (ctx->stack_depth > 0 || !list_empty(&ctx->pending)) {
-            put_off(ctx, frame);
-        } else {
+        if (ctx->stack_depth == 0 && list_empty(&ctx->pending)) {
             handle_call(ctx, frame);
+        } else if (!put_off(ctx, frame)) {
+            refuse_call(ctx, frame, UBUS_STATUS_NO_MEMORY);
         }
         return;
     default:
@@ -84,9 +105,15 @@ void handle_socket(uloop_fd *sock, unsigned int)
 {
     ubus_context *ctx = context_of(sock);
     callback_guard guard(ctx);
-    handle_arrivals(ctx, nullptr);
-    if (guard.context_is_gone() || !ctx->sock.eof) {
+    bool has_more;
+    do { // after a hang-up the loop calls no more, so everything that is left is handled at once
+        has_more = handle_arrivals(ctx, nullptr);
+    } while (has_more && !guard.context_is_gone() && sock->error && !sock->registered);
+    if (guard.context_is_gone() || has_more || !sock->eof) {
         return;
+    }
+    if (sock->registered && !sock->error) {
+        return; // the hang-up is still to come: the loss is told then, once
     }
     fail_requests(ctx);
     if (!guard.context_is_gone() && ctx->connection_lost) {
@@ -194,25 +221,29 @@ int publish_again(ubus_context *ctx)
 
 } // namespace
 
-void handle_arrivals(ubus_context *ctx, const bool *enough)
+bool handle_arrivals(ubus_context *ctx, const bool *enough)
 {
     callback_guard guard(ctx);
-    while (!guard.context_is_gone() && !(enough && *enough)) {
+    for (int handled = 0; handled < FRAMES_PER_TURN; handled++) {
         received_frame frame;
         receive_result result = receive_frame(ctx, frame);
         if (result == receive_result::connection_lost) {
-            ctx->sock.eof = true;
+            give_up_connection(ctx);
         }
         if (result != receive_result::frame) {
-            return;
+            return false;
         }
         dispatch(ctx, frame);
         if (guard.context_is_gone()) {
             free(frame.data);
-        } else {
-            recycle_frame(ctx, frame);
+            return false;
+        }
+        recycle_frame(ctx, frame);
+        if (enough && *enough) {
+            return false;
         }
     }
+    return true;
 }
 
 void drop_pending_frames(ubus_context *ctx)
@@ -267,6 +298,7 @@ void ubus_shutdown(ubus_context *ctx)
     callback_guard::context_goes(ctx);
     forget_requests(ctx);
     close_connection(ctx);
+    ubus_frame::give_back_work_buffer();
 }
 
 void ubus_free(ubus_context *ctx)

@@ -56,4 +56,9 @@ const blob_attr *message::bytes() const
     return fits ? work_buffer.head : nullptr;
 }
 
+void give_back_work_buffer()
+{
+    blob_buf_free(&work_buffer);
+}
+
 } // namespace ubus_frame

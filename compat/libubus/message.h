@@ -29,4 +29,7 @@ private:
     void *nest_ = nullptr;
 };
 
+// Frees the work buffer; the next message makes a new one.
+void give_back_work_buffer();
+
 } // namespace ubus_frame
