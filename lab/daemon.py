@@ -9,7 +9,7 @@ import time
 from dataclasses import dataclass
 from pathlib import Path
 
-from lab import sanitizers
+from lab import sanitizers, valgrind
 from lab.mounts import STATE
 
 PROGRAM = "/usr/sbin/wan_detect"
@@ -48,6 +48,8 @@ class LogFollower(threading.Thread):
             while True:
                 chunk = stream.read(CHUNK)
                 if not chunk:
+                    if LOG.stat().st_size < stream.tell():    # the log was closed, emptied and opened again
+                        stream.seek(0)
                     time.sleep(FOLLOW_PAUSE_REAL_S)
                     continue
                 *complete, rest = (rest + chunk).split(b"\n")
@@ -68,9 +70,11 @@ class LogFollower(threading.Thread):
 
 
 class Daemon:
-    def __init__(self, clock, on_line):
+    def __init__(self, clock, on_line, under_valgrind=False):
         self.clock = clock
         self.follower = LogFollower(clock, on_line)
+        self.under_valgrind = under_valgrind
+        self.name = valgrind.PROCESS_NAME if under_valgrind else "wan_detect"
         self.pid = None
 
     @property
@@ -81,15 +85,16 @@ class Daemon:
         """Starts the daemon, which goes to the background by itself; returns the exit status of its first process."""
         self.follower.start()
         self.clock.restart()
+        command = [*(valgrind.COMMAND if self.under_valgrind else []), PROGRAM, "-d", str(level)]
         with open(STATE / "daemon.out", "ab") as output:
-            status = subprocess.run([PROGRAM, "-d", str(level)], check=False, stdin=subprocess.DEVNULL, stdout=output,
+            status = subprocess.run(command, check=False, stdin=subprocess.DEVNULL, stdout=output,
                                     stderr=output, timeout=LONGEST_FORK_REAL_S,
                                     env=sanitizers.environment(PROGRAM, self.clock.environment())).returncode
-        self.pid = find_process("wan_detect")
+        self.pid = find_process(self.name)
         return status
 
     def running(self):
-        return self.pid is not None and living(self.pid, "wan_detect")
+        return self.pid is not None and living(self.pid, self.name)
 
     def stop(self, seconds=30.0):
         """Asks the daemon to end; returns whether it did within so many of its seconds."""

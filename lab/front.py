@@ -16,6 +16,7 @@ NAMESPACES = ["setpriv", "--pdeathsig", "KILL",
               "unshare", "--mount", "--net", "--pid", "--fork", "--kill-child", "--mount-proc"]
 LONGEST_SET_UP_S = 60
 LONGEST_SCENARIO_S = 600    # of the daemon's own
+SECONDS_PER_MINUTE = 60
 INTERRUPT_GRACE_S = 1
 EXIT_TIME_LIMIT = 124
 EXIT_INTERRUPTED = 130
@@ -28,6 +29,9 @@ def parse_options(arguments):
     parser.add_argument("--speed", type=float, default=10.0, help="how many times faster than real (default: 10)")
     parser.add_argument("--keep", action="store_true", help="leave the router up afterwards, until Ctrl-C")
     parser.add_argument("--log", action="store_true", help="show the daemon's log lines too")
+    parser.add_argument("--valgrind", action="store_true", help="run the daemon under valgrind; best with --speed 1")
+    parser.add_argument("--minutes", type=float, default=5.0, help="length of the storm, of the daemon's own (default: 5)")
+    parser.add_argument("--seed", default="1", help="of the storm's dice (default: 1)")
     parser.add_argument("--build", type=Path, help="build folder, or the folder of the programs themselves")
     parser.add_argument("--report", type=Path, help="write all that was seen to this file, as JSON")
     parser.add_argument("--time-limit", type=float, help="end with status 124 after so many real seconds (default: "
@@ -56,6 +60,9 @@ def settings_for(options):
         "speed": options.speed,
         "log": options.log,
         "keep": options.keep,
+        "valgrind": options.valgrind,
+        "minutes": options.minutes,
+        "seed": options.seed,
         "programs": str(find_programs(options.build)),
         "color": sys.stdout.isatty() and "NO_COLOR" not in os.environ,
         "want_report": options.report is not None,
@@ -90,9 +97,9 @@ def wait_for_end(process, reader, options):
     return process.wait()
 
 
-def longest_time(speed):
+def longest_time(options):
     """Real seconds after which a scenario is stuck."""
-    return LONGEST_SET_UP_S + LONGEST_SCENARIO_S / speed
+    return LONGEST_SET_UP_S + (LONGEST_SCENARIO_S + options.minutes * SECONDS_PER_MINUTE) / options.speed
 
 
 def after_interrupt(process):
@@ -120,7 +127,7 @@ def play(options):
     signal.signal(signal.SIGTERM, end_now)
     signal.signal(signal.SIGALRM, end_now)
     if not options.keep:
-        signal.setitimer(signal.ITIMER_REAL, options.time_limit or longest_time(options.speed))
+        signal.setitimer(signal.ITIMER_REAL, options.time_limit or longest_time(options))
     try:
         return wait_for_end(process, reader, options)
     except KeyboardInterrupt:

@@ -6,6 +6,7 @@ import struct
 import subprocess
 import threading
 import time
+from contextlib import suppress
 from dataclasses import dataclass
 from pathlib import Path
 
@@ -41,8 +42,9 @@ class LanHost(Silent):
         """Body of the host's thread: asks for the router as long as the cable is plugged."""
         with inside(self.line.namespace):
             while self.talks:
-                if self.line.plugged:
-                    ask_for_address(FAR_END, ROUTER_ADDRESS, self.address, HOST_PERIOD_REAL_S)
+                with suppress(OSError):    # the cable may be pulled at any moment
+                    if self.line.plugged:
+                        ask_for_address(FAR_END, ROUTER_ADDRESS, self.address, HOST_PERIOD_REAL_S)
                 time.sleep(HOST_PERIOD_REAL_S)
 
     def leave(self):

@@ -6,7 +6,7 @@ import signal
 import traceback
 from dataclasses import asdict
 
-from lab import sanitizers
+from lab import sanitizers, valgrind
 from lab.daemon import PROGRAM
 from lab.router import Router
 from lab.scenarios import load_scenarios
@@ -20,8 +20,8 @@ LONGEST_END_S = 60
 class Stage:
     """What a scenario's script works with: the router, and the checks and facts that it leaves behind."""
 
-    def __init__(self, router, screen, keep):
-        self.keep = keep
+    def __init__(self, router, screen, settings):
+        self.settings = settings
         self.router = router
         self.screen = screen
         self.checks = []
@@ -48,7 +48,7 @@ def perform(scenario, stage):
         scenario.play(stage)
         stage.screen.write()
         scenario.judge(stage)
-        if not stage.keep:
+        if not stage.settings["keep"]:
             end_daemon(stage)
     except Exception as error:    # pylint: disable=broad-except
         traceback.print_exc()
@@ -64,6 +64,9 @@ def end_daemon(stage):
     if sanitizers.built_in(PROGRAM):
         found = stage.note("sanitizer_reports", sanitizers.reports("wan_detect"))
         stage.check("the sanitizers have nothing to report", not found, "\n".join(found))
+    if daemon.under_valgrind:
+        found = stage.note("valgrind", valgrind.complaints(daemon.pid))
+        stage.check("valgrind found no error, no byte and no descriptor left behind", not found, "\n".join(found))
 
 
 def figures_of(scenario, stage):
@@ -99,7 +102,7 @@ def play(settings, report_descriptor):
     """Returns the exit status: 0 only when every check of the scenario holds."""
     scenario = load_scenarios()[settings["scenario"]]
     screen = Screen(settings["color"], settings["log"])
-    stage = Stage(Router(scenario, settings["speed"], screen), screen, settings["keep"])
+    stage = Stage(Router(scenario, settings["speed"], screen, settings["valgrind"]), screen, settings)
     screen.title(scenario, settings["speed"])
     try:
         perform(scenario, stage)

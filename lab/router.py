@@ -51,7 +51,7 @@ class Port:
 
 
 class Router:
-    def __init__(self, scenario, speed, screen):
+    def __init__(self, scenario, speed, screen, under_valgrind=False):
         self.scenario = scenario
         self.screen = screen
         self.clock = Clock(speed)
@@ -60,7 +60,7 @@ class Router:
         self.bus = Bus()
         self.sniffer = Sniffer(self.clock)
         self.health = None
-        self.daemon = Daemon(self.clock, self.take_log_line)
+        self.daemon = Daemon(self.clock, self.take_log_line, under_valgrind)
         self.console = []
         self.ports = [Port(number, f"eth{number - 1}", f"P{number}",
                            combo=scenario.combo.get(f"eth{number - 1}"))
