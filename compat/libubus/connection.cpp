@@ -141,7 +141,7 @@ bool send_frame(ubus_context *ctx, const ubus_frame::header &head, const blob_at
     iovec parts[] = {{.iov_base = &wire, .iov_len = sizeof(wire)},
                      {.iov_base = const_cast<blob_attr *>(message), .iov_len = blob_raw_len(message)}};
     if (!write_all(ctx->sock.fd, parts, 2)) {
-        ctx->sock.eof = true;
+        give_up_connection(ctx);
         return false;
     }
     return true;
@@ -183,6 +183,12 @@ void recycle_frame(ubus_context *ctx, received_frame &frame)
         ctx->msgbuf_data_len = frame.capacity;
     }
     frame.data = nullptr;
+}
+
+void give_up_connection(ubus_context *ctx)
+{
+    ctx->sock.eof = true;
+    shutdown(ctx->sock.fd, SHUT_RDWR);
 }
 
 void reset_receiver(ubus_context *ctx)

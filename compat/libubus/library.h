@@ -47,11 +47,14 @@ bool send_frame(ubus_context *ctx, const ubus_frame::header &head, const blob_at
 // Never blocks. The caller gives the frame back with recycle_frame, or frees its data.
 receive_result receive_frame(ubus_context *ctx, received_frame &frame);
 void recycle_frame(ubus_context *ctx, received_frame &frame);
+// Marks the connection as lost and hangs up, so that the loop, too, is done with the socket.
+void give_up_connection(ubus_context *ctx);
 void reset_receiver(ubus_context *ctx);
 
 // context.cpp
-// Handles what has arrived until nothing is left, until *enough is set, or until the context is freed.
-void handle_arrivals(ubus_context *ctx, const bool *enough);
+// Handles what has arrived until nothing is left, until *enough is set, or until the context is freed. True if it
+// stopped before, because others want their turn.
+bool handle_arrivals(ubus_context *ctx, const bool *enough);
 void drop_pending_frames(ubus_context *ctx);
 // To be called when a synchronous call is over.
 void run_pending_soon(ubus_context *ctx);
@@ -76,5 +79,7 @@ int publish(ubus_context *ctx, ubus_object *obj);
 
 // serve.cpp
 void handle_call(ubus_context *ctx, const received_frame &frame);
+// Answers a call with this status in place of its method.
+void refuse_call(ubus_context *ctx, const received_frame &frame, int status);
 
 } // namespace ubus_library

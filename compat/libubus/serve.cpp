@@ -23,6 +23,23 @@ const char *text_of(const blob_attr *attribute)
     return attribute ? blob_get_string(attribute) : nullptr;
 }
 
+// The call has an object.
+ubus_request_data make_request(const received_frame &frame, const ubus_frame::attributes &attributes)
+{
+    ubus_request_data req = {};
+    req.object = blob_get_u32(attributes[UBUS_ATTR_OBJID]);
+    req.peer = frame.head.peer;
+    req.seq = frame.head.seq;
+    req.fd = -1;
+    req.req_fd = -1;
+    return req;
+}
+
+bool expects_answer(const ubus_frame::attributes &attributes)
+{
+    return !attributes[UBUS_ATTR_NO_REPLY] || blob_get_u8(attributes[UBUS_ATTR_NO_REPLY]) == 0;
+}
+
 int run_method(ubus_context *ctx, ubus_object *obj, ubus_request_data *req, const ubus_frame::attributes &attributes)
 {
     if (!obj) {
@@ -64,19 +81,21 @@ void handle_call(ubus_context *ctx, const received_frame &frame)
     if (!attributes[UBUS_ATTR_OBJID]) {
         return;
     }
-    ubus_request_data req = {};
-    req.object = blob_get_u32(attributes[UBUS_ATTR_OBJID]);
-    req.peer = frame.head.peer;
-    req.seq = frame.head.seq;
-    req.fd = -1;
-    req.req_fd = -1;
+    ubus_request_data req = make_request(frame, attributes);
     ubus_object *obj;
     obj = avl_find_element(&ctx->objects, &req.object, obj, avl);
     callback_guard guard(ctx);
     int status = run_method(ctx, obj, &req, attributes);
-    bool expects_answer = !attributes[UBUS_ATTR_NO_REPLY] || blob_get_u8(attributes[UBUS_ATTR_NO_REPLY]) == 0;
-    if (!guard.context_is_gone() && !req.deferred && expects_answer) {
+    if (!guard.context_is_gone() && !req.deferred && expects_answer(attributes)) {
         send_status(ctx, req, status);
+    }
+}
+
+void refuse_call(ubus_context *ctx, const received_frame &frame, int status)
+{
+    ubus_frame::attributes attributes = ubus_frame::parse(frame.data);
+    if (attributes[UBUS_ATTR_OBJID] && expects_answer(attributes)) {
+        send_status(ctx, make_request(frame, attributes), status);
     }
 }
 

@@ -128,6 +128,7 @@ struct ubus_context {
         struct {
             size_t received;   /* bytes of the frame that is being read */
             void *first_guard; /* callbacks now running */
+            size_t waiting;    /* bytes of the calls in pending */
         } state;
         uint64_t reserved[18];
     } internal;
