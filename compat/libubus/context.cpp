@@ -10,75 +10,9 @@
 namespace ubus_library {
 namespace {
 
-// Calls that came in during a synchronous call run this long after it.
-constexpr int PENDING_DELAY_MS = 1;
-// Together they take no more memory than this, whoever sends them.
-constexpr size_t PENDING_LIMIT_BYTES = 8 << 20;
-// So many frames are handled before timers, other descriptors and the end of a wait get their turn.
-constexpr int FRAMES_PER_TURN = 32;
-
-// A call or event that arrived while a synchronous call was waiting. Owns the bytes.
-struct pending_frame {
-    list_head list;
-    received_frame frame;
-};
-
 ubus_context *context_of(uloop_fd *sock)
 {
     return container_of(sock, ubus_context, sock);
-}
-
-size_t memory_of(const received_frame &frame)
-{
-    return sizeof(pending_frame) + blob_pad_len(frame.data);
-}
-
-// False if there is no room.
-bool put_off(ubus_context *ctx, const received_frame &frame)
-{
-    size_t &waiting = ctx->internal.state.waiting;
-    if (memory_of(frame) > PENDING_LIMIT_BYTES - waiting) {
-        return false;
-    }
-    auto *pending = static_cast<pending_frame *>(calloc(1, sizeof(pending_frame)));
-    blob_attr *copy = pending ? blob_memdup(frame.data) : nullptr;
-    if (!copy) {
-        free(pending);
-        return false;
-    }
-    pending->frame = {.head = frame.head, .data = copy, .capacity = 0};
-    list_add_tail(&pending->list, &ctx->pending);
-    waiting += memory_of(frame);
-    return true;
-}
-
-void free_pending(pending_frame *pending)
-{
-    free(pending->frame.data);
-    free(pending);
-}
-
-pending_frame *take_pending(ubus_context *ctx)
-{
-    pending_frame *pending = list_first_entry(&ctx->pending, pending_frame, list);
-    list_del(&pending->list);
-    ctx->internal.state.waiting -= memory_of(pending->frame);
-    return pending;
-}
-
-void run_pending(uloop_timeout *timer)
-{
-    ubus_context *ctx = container_of(timer, ubus_context, pending_timer);
-    callback_guard guard(ctx);
-    for (int served = 0; served < FRAMES_PER_TURN && !list_empty(&ctx->pending); served++) {
-        pending_frame *pending = take_pending(ctx);
-        handle_call(ctx, pending->frame);
-        free_pending(pending);
-        if (guard.context_is_gone()) {
-            return;
-        }
-    }
-    run_pending_soon(ctx);
 }
 
 // Calls keep their order, so one that arrives behind a waiting one waits, too.
@@ -92,7 +26,7 @@ void dispatch(ubus_context *ctx, const received_frame &frame)
     case UBUS_MSG_INVOKE:
         if (ctx->stack_depth == 0 && list_empty(&ctx->pending)) {
             handle_call(ctx, frame);
-        } else if (!put_off(ctx, frame)) {
+        } else if (!put_off_call(ctx, frame)) {
             refuse_call(ctx, frame, UBUS_STATUS_NO_MEMORY);
         }
         return;
@@ -170,7 +104,7 @@ void close_connection(ubus_context *ctx)
     }
     ctx->sock.fd = -1;
     reset_receiver(ctx);
-    drop_pending_frames(ctx);
+    drop_pending_calls(ctx);
 }
 
 void initialise(ubus_context *ctx)
@@ -181,7 +115,7 @@ void initialise(ubus_context *ctx)
     initialise_objects(ctx);
     ctx->sock.fd = -1;
     ctx->sock.cb = handle_socket;
-    ctx->pending_timer.cb = run_pending;
+    ctx->pending_timer.cb = run_pending_calls;
     ctx->connection_lost = end_loop_if_registered;
 }
 
@@ -244,21 +178,6 @@ bool handle_arrivals(ubus_context *ctx, const bool *enough)
         }
     }
     return true;
-}
-
-void drop_pending_frames(ubus_context *ctx)
-{
-    uloop_timeout_cancel(&ctx->pending_timer);
-    while (!list_empty(&ctx->pending)) {
-        free_pending(take_pending(ctx));
-    }
-}
-
-void run_pending_soon(ubus_context *ctx)
-{
-    if (ctx->stack_depth == 0 && !list_empty(&ctx->pending)) {
-        uloop_timeout_set(&ctx->pending_timer, PENDING_DELAY_MS);
-    }
 }
 
 } // namespace ubus_library

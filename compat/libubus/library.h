@@ -37,6 +37,9 @@ struct received_frame {
     uint32_t capacity = 0;
 };
 
+// So many frames are handled before timers, other descriptors and the end of a wait get their turn.
+constexpr int FRAMES_PER_TURN = 32;
+
 enum class receive_result { frame, nothing_yet, connection_lost };
 
 // connection.cpp
@@ -55,9 +58,15 @@ void reset_receiver(ubus_context *ctx);
 // Handles what has arrived until nothing is left, until *enough is set, or until the context is freed. True if it
 // stopped before, because others want their turn.
 bool handle_arrivals(ubus_context *ctx, const bool *enough);
-void drop_pending_frames(ubus_context *ctx);
+
+// pending.cpp
+// False if there is no room.
+bool put_off_call(ubus_context *ctx, const received_frame &frame);
+// Serves what was put off; the callback of the timer that run_pending_soon sets.
+void run_pending_calls(uloop_timeout *timer);
 // To be called when a synchronous call is over.
 void run_pending_soon(ubus_context *ctx);
+void drop_pending_calls(ubus_context *ctx);
 
 // request.cpp
 // Sends the message as a request. 0 or a status code.
