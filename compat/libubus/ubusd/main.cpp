@@ -124,7 +124,8 @@ int run(const char *path)
     }
     initialise_clients();
     initialise_objects();
-    mkdir(ubus_frame::DEFAULT_SOCKET_DIRECTORY, DIRECTORY_MODE);
+    if (strcmp(path, ubus_frame::DEFAULT_SOCKET) == 0)
+        mkdir(ubus_frame::DEFAULT_SOCKET_DIRECTORY, DIRECTORY_MODE);
     open_spare_fd();
     listener.fd = open_listener(path);
     if (listener.fd < 0) {

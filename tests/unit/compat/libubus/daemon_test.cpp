@@ -5,7 +5,10 @@
 #include <csignal>
 #include <cstring>
 #include <dirent.h>
+#include <filesystem>
+#include <sched.h>
 #include <set>
+#include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -71,6 +74,48 @@ TEST_F(daemon_options, access_lists_may_be_named)
     }
     process.signal(SIGTERM);
     EXPECT_EQ(process.wait(), 0);
+}
+
+// Runs ubusd with a /run of its own, for its default path is there; the exit code when it cannot.
+int run_with_private_run_folder(const std::vector<const char *> &arguments)
+{
+    if (unshare(CLONE_NEWNS) != 0 || mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        mount("tmpfs", "/run", "tmpfs", 0, nullptr) != 0)
+        return 1;
+    std::vector<char *> argv = {const_cast<char *>("ubusd")};
+    for (const char *argument : arguments)
+        argv.push_back(const_cast<char *>(argument));
+    argv.push_back(nullptr);
+    execv(WAN_DETECT_BIN_DIR "/ubusd", argv.data());
+    return 1;
+}
+
+// The /run of a process, seen from outside; waits for an entry of it.
+std::string wait_in_run_folder(const t_process &process, const std::string &entry)
+{
+    const std::string folder = "/proc/" + std::to_string(process.pid()) + "/root/run/";
+    const auto deadline = std::chrono::steady_clock::now() + PATIENCE;
+    while (!std::filesystem::exists(folder + entry) && std::chrono::steady_clock::now() < deadline) {
+        usleep(1000);
+    }
+    return folder;
+}
+
+TEST_F(daemon_options, without_a_path_it_makes_the_default_folder_and_listens_there)
+{
+    t_process process([] { return run_with_private_run_folder({}); });
+    wait_in_run_folder(process, "ubus/ubus.sock");
+    process.signal(SIGTERM);
+    EXPECT_EQ(process.wait(), 0) << process.errors();
+}
+
+TEST_F(daemon_options, with_a_path_of_its_own_it_makes_no_folder)
+{
+    t_process process([] { return run_with_private_run_folder({"-s", "/run/bus"}); });
+    std::string folder = wait_in_run_folder(process, "bus");
+    EXPECT_FALSE(std::filesystem::exists(folder + "ubus"));
+    process.signal(SIGTERM);
+    EXPECT_EQ(process.wait(), 0) << process.errors();
 }
 
 class daemon : public t_bus_test {};
