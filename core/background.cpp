@@ -15,7 +15,6 @@
 
 constexpr int NO_REQUEST = -1;
 constexpr int NOT_STOPPING = -1;
-constexpr int64_t MICROSECONDS_PER_MILLISECOND = 1000;
 
 static t_shared<int> stop_reason = {NOT_STOPPING}; // signal number, or 0 for an end without one
 static t_shared<int> requested_delay_ms = {NO_REQUEST};
@@ -106,7 +105,7 @@ static bool wait_readable(int fd, uint32_t milliseconds)
         int ready = poll(&wanted, 1, static_cast<int>(left_ms));
         if (ready > 0)
             return true;
-        int64_t passed_ms = time_stamp_diff_us(get_time_stamp(), start) / MICROSECONDS_PER_MILLISECOND;
+        int64_t passed_ms = milliseconds_since(start);
         left_ms = static_cast<int64_t>(milliseconds) - passed_ms;
         if (left_ms <= 0)
             return false;
@@ -171,7 +170,7 @@ bool stop_background_threads()
         count_leavers();
         if (threads_at_work <= 0)
             return true;
-        int64_t passed_ms = time_stamp_diff_us(get_time_stamp(), start) / MICROSECONDS_PER_MILLISECOND;
+        int64_t passed_ms = milliseconds_since(start);
         if (passed_ms >= BACKGROUND_STOP_LIMIT_MS)
             return false;
         wait_readable(leave_fd, static_cast<uint32_t>(BACKGROUND_STOP_LIMIT_MS - passed_ms));

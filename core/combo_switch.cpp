@@ -8,11 +8,10 @@
 #include "model/tables.h"
 #include "platform/adapters/link_status.h"
 #include "platform/adapters/wan_switch.h"
+#include "platform/clock.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
 #include "platform/uci_access.h"
-
-constexpr uint32_t MILLISECONDS_PER_SECOND = 1000;
 
 // The side that a combo port ought to use; the one in use when neither has a link.
 static uint8_t wanted_side(const t_device *dev, bool sfp_first)

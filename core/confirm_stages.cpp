@@ -5,11 +5,11 @@
 
 #include "core/engine.h"
 #include "model/port_model.h"
+#include "platform/ipv4_text.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
 #include "probes/arp_probe.h"
 #include "probes/dns_probe.h"
-#include "probes/ipv4_text.h"
 
 static t_device *first_candidate()
 {

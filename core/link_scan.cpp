@@ -8,12 +8,11 @@
 #include "model/port_model.h"
 #include "platform/adapters/link_status.h"
 #include "platform/adapters/wan_switch.h"
+#include "platform/clock.h"
 #include "platform/command.h"
 #include "platform/json_object.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
-
-constexpr uint32_t MILLISECONDS_PER_SECOND = 1000;
 
 // The current WAN port first: its loss opens the cycle that ports of the same scan may join. Returns how many there
 // are.

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "model/config_text.h"
+#include "platform/ipv4_text.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
 
@@ -69,11 +70,6 @@ uint32_t *slot_of(t_detect_result *block, t_static_field field)
     return nullptr;
 }
 
-struct t_dotted {
-    char text[INET_ADDRSTRLEN];
-    explicit t_dotted(uint32_t ipv4_be) { inet_ntop(AF_INET, &ipv4_be, text, sizeof text); }
-};
-
 } // namespace
 
 // Long because every line it logs carries its name.
@@ -131,6 +127,6 @@ void update_static_protocol_ip_config(const char *conn_type, const char *seconda
             LOG(Error, "protocol.%s.%s=%s, not a valid ip address\n", conn_type, element->name, value);
     }
     LOG(Debug, "get secondary static ip info for %s, ip:%s, gateway:%s, dns:%s\n", conn_type,
-        t_dotted(block->address.ipv4_be).text, t_dotted(block->gateway.ipv4_be).text,
-        t_dotted(block->dns_server.ipv4_be).text);
+        t_ipv4_text(block->address.ipv4_be).text, t_ipv4_text(block->gateway.ipv4_be).text,
+        t_ipv4_text(block->dns_server.ipv4_be).text);
 }

@@ -10,7 +10,6 @@ namespace {
 constexpr long NANOSECONDS_PER_SECOND = 1'000'000'000;
 constexpr long NANOSECONDS_PER_MILLISECOND = 1'000'000;
 constexpr long NANOSECONDS_PER_MICROSECOND = 1'000;
-constexpr uint32_t MILLISECONDS_PER_SECOND = 1'000;
 
 } // namespace
 

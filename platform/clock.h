@@ -4,7 +4,9 @@
 
 #include <cstdint>
 
+constexpr int MILLISECONDS_PER_SECOND = 1'000;
 constexpr int32_t MICROSECONDS_PER_SECOND = 1'000'000;
+constexpr int64_t MICROSECONDS_PER_MILLISECOND = 1'000;
 
 struct t_time_stamp {
     int32_t sec;
@@ -16,6 +18,12 @@ t_time_stamp get_time_stamp();
 
 // first - second, in microseconds.
 int64_t time_stamp_diff_us(t_time_stamp first, t_time_stamp second);
+
+// Whole milliseconds since then.
+inline int64_t milliseconds_since(t_time_stamp start)
+{
+    return time_stamp_diff_us(get_time_stamp(), start) / MICROSECONDS_PER_MILLISECOND;
+}
 
 // Sleeps the whole time, whatever signals arrive meanwhile.
 void sleep_ms(uint32_t milliseconds);

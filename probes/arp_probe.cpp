@@ -3,10 +3,10 @@
 #include "probes/arp_probe.h"
 
 #include "model/lists.h"
+#include "platform/ipv4_text.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
 #include "probes/interface_query.h"
-#include "probes/ipv4_text.h"
 
 namespace {
 

@@ -3,8 +3,8 @@
 // only.
 #pragma once
 
+#include "platform/ipv4_text.h"
 #include "probes/arp_probe_frame.h"
-#include "probes/ipv4_text.h"
 
 extern "C" {
 #include <libubox/uloop.h>

@@ -7,12 +7,12 @@
 #include <net/ethernet.h>
 #include <span>
 
+#include "platform/ipv4_text.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
 #include "probes/dhcp_frames.h"
 #include "probes/dhcp_probe.h"
 #include "probes/interface_query.h"
-#include "probes/ipv4_text.h"
 #include "probes/packet_address.h"
 #include "probes/packet_socket.h"
 #include "probes/probe_batch.h"

@@ -7,10 +7,10 @@
 #include <span>
 
 #include "model/current_wan.h"
+#include "platform/ipv4_text.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
 #include "probes/interface_query.h"
-#include "probes/ipv4_text.h"
 #include "probes/probe_batch.h"
 
 t_dhcp_detect_handle dhcp_detect_handle;

@@ -12,11 +12,11 @@
 #include <sys/socket.h>
 
 #include "platform/clock.h"
+#include "platform/ipv4_text.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
 #include "probes/dns_probe_frame.h"
 #include "probes/interface_query.h"
-#include "probes/ipv4_text.h"
 #include "probes/packet_address.h"
 #include "probes/packet_socket.h"
 
@@ -25,7 +25,6 @@ namespace {
 constexpr int DNS_QUERY_ID_LIMIT = 65535;
 constexpr int DNS_TIMEOUT_SECONDS = 3;
 constexpr int64_t DNS_TIMEOUT_US = int64_t{DNS_TIMEOUT_SECONDS} * MICROSECONDS_PER_SECOND;
-constexpr int64_t MICROSECONDS_PER_MILLISECOND = 1000;
 
 std::span<t_dns_entry> entries_of(t_dns_ctx *ctx)
 {

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 // The two ways of reading a port's answers: all that is pending while the probe waits, or one frame from the loop.
+#include "platform/ipv4_text.h"
 #include "platform/log.h"
 #include "probes/dns_probe_frame.h"
-#include "probes/ipv4_text.h"
 #include "probes/packet_socket.h"
 
 namespace {

@@ -5,13 +5,13 @@
 #include <cstdlib>
 #include <net/if.h>
 
+#include "platform/ipv4_text.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
 #include "probes/arp_probe.h"
 #include "probes/arp_table.h"
 #include "probes/bridge_table.h"
 #include "probes/interface_query.h"
-#include "probes/ipv4_text.h"
 
 namespace {
 

@@ -22,7 +22,6 @@ extern "C" {
 namespace {
 
 constexpr int LOWEST_DESCRIPTOR = 1;
-constexpr int64_t MICROSECONDS_PER_MILLISECOND = 1000;
 
 // Probes treat 0 as "closed", so a socket that got it moves up.
 int move_above_zero(int fd)
@@ -107,7 +106,7 @@ int packet_socket_wait_readable(int fd, int timeout_ms)
             return 0;
         if (fd < 0 || errno != EINTR)
             return -1;
-        const int64_t passed_ms = time_stamp_diff_us(get_time_stamp(), start) / MICROSECONDS_PER_MILLISECOND;
+        const int64_t passed_ms = milliseconds_since(start);
         left_ms = passed_ms < timeout_ms ? static_cast<int>(timeout_ms - passed_ms) : 0;
     }
 }

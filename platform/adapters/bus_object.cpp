@@ -9,6 +9,7 @@
 #include "model/port_model.h"
 #include "model/tables.h"
 #include "platform/adapters/bus_message.h"
+#include "platform/clock.h"
 #include "platform/engine_handlers.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
@@ -23,7 +24,6 @@ constexpr int REPLY_MALFORMED = -1;
 constexpr int LOG_LEVEL_CLOSE = -1;
 constexpr int LOG_LEVEL_HIGHEST = LOG_LEVEL_Debug;
 constexpr unsigned DETECT_DELAY_MAX_S = 60;
-constexpr int MILLISECONDS_PER_SECOND = 1000;
 
 enum { LOG_LEVEL_ARGUMENT, LOG_ARGUMENTS };
 constexpr blobmsg_policy LOG_POLICY[LOG_ARGUMENTS] = {{"level", BLOBMSG_TYPE_INT32}};

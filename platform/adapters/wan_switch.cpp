@@ -17,7 +17,6 @@
 namespace {
 
 constexpr size_t COMMAND_SIZE = 64;
-constexpr int MILLISECONDS_PER_SECOND = 1000;
 constexpr uint32_t SETTLE_MS = 1;
 
 const char *side_name(uint8_t sub_port)

@@ -6,12 +6,12 @@
 #include "model/current_wan.h"
 #include "model/lists.h"
 #include "model/port_model.h"
+#include "platform/ipv4_text.h"
 #include "platform/result_codes.h"
 #include "probes/arp_probe.h"
 #include "probes/dhcp_probe.h"
 #include "probes/dispatch.h"
 #include "probes/dns_probe.h"
-#include "probes/ipv4_text.h"
 #include "probes/lan_hosts.h"
 #include "probes/pppoe_probe.h"
 

@@ -24,6 +24,6 @@ struct t_fake_router {
 
 extern t_fake_router fake_router;
 
-// Writes the switch package with ports eth0..eth<count-1> as port0.., combo ports named in `combo`, and the given WAN
+// Writes the switch package: ports eth0..eth<count-1> as port0.., the WAN port and, unless it is -1, the one combo
 // port.
 void write_switch_config(int ports, int wan_port, const std::string &more = "", int combo_port = -1);
