@@ -11,6 +11,11 @@ from pathlib import Path
 import pytest
 
 ROOT = Path(__file__).resolve().parent.parent.parent
+sys.path.insert(0, str(ROOT))
+
+from lab.front import find_programs    # noqa: E402  pylint: disable=wrong-import-position
+from lab.sanitizers import built_in    # noqa: E402  pylint: disable=wrong-import-position
+
 # Real seconds at ten times the speed; a slower run gets more.
 TIME_LIMIT_S = 180
 DEFAULT_SPEED = 10
@@ -97,13 +102,23 @@ def scenario_of(item):
     return mark.args if mark else None
 
 
+def pytest_collection_modifyitems(config, items):
+    """Valgrind and a sanitizer do not get along."""
+    if not built_in(find_programs(Path(config.getoption("--build"))) / "wan_detect"):
+        return
+    for item in items:
+        if "--valgrind" in (scenario_of(item) or ()):
+            item.add_marker(pytest.mark.skip("the programs are built with a sanitizer"))
+
+
 def pytest_collection_finish(session):
+    """Starts to play, what takes long first."""
     if session.config.option.collectonly:
         return
     session.config.player = Player(session.config)
-    for item in session.items:
-        if scenario_of(item):
-            session.config.player.ask_for(scenario_of(item))
+    wanted = [item for item in session.items if scenario_of(item) and not item.get_closest_marker("skip")]
+    for item in sorted(wanted, key=lambda item: not item.get_closest_marker("scenario").kwargs.get("long")):
+        session.config.player.ask_for(scenario_of(item))
 
 
 def pytest_sessionfinish(session):
@@ -136,4 +151,4 @@ def pytest_runtest_makereport(item, call):
 
 
 def pytest_configure(config):
-    config.addinivalue_line("markers", "scenario(name, *options): the scenario that the test looks at")
+    config.addinivalue_line("markers", "scenario(name, *options, long=False): the scenario that the test looks at")
