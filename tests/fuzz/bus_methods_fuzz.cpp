@@ -44,7 +44,7 @@ int store_link(t_device *dev, bool up)
     return 0;
 }
 
-void build_model()
+void build_router()
 {
     port_model = {};
     for (const char *name : {"eth0", "eth1", "eth2"})
@@ -52,6 +52,7 @@ void build_model()
     for (const char *name : {"dhcp", "pppoe"})
         keep_protocol(&port_model.proto_hashmap_head, create_new_protocol(name));
     port_model.fake_wan = find_device(port_model.dev_hashmap_head, "eth1");
+    write_private_file("/etc/config/network", "config auto_wan_detect 'auto_wan_detect'\n\toption fake_wan_port '1'\n");
 }
 
 void release_model()
@@ -94,7 +95,6 @@ extern "C" int __wrap_ubus_send_reply(ubus_context *, ubus_request_data *, blob_
 void prepare()
 {
     enter_private_files();
-    write_private_file("/etc/config/network", "config auto_wan_detect 'auto_wan_detect'\n\toption fake_wan_port '1'\n");
     write_private_file("/tmp/wan_detect.log", ""); // where the log goes once it is opened
     log_set_level(LOG_LEVEL_Debug);
     init_engine_gate(&gate);
@@ -105,7 +105,7 @@ void prepare()
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     t_input input(data, size);
-    build_model();
+    build_router();
     const t_bus_offer *offer = wan_detect_bus_offer();
     for (int calls = 0; !input.empty() && calls < MOST_CALLS; calls++) {
         const uint8_t choice = input.byte();

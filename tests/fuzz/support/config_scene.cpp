@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include "core/combo_switch.h"
+#include "fuzz/support/fake_commands.h"
 #include "fuzz/support/fuzz.h"
 #include "fuzz/support/private_files.h"
 #include "model/current_wan.h"
@@ -98,6 +99,7 @@ void prepare_config_scene()
     log_set_level(LOG_LEVEL_Debug);
     init_engine_gate(&gate);
     engine_gate = &gate;
+    command_output = R"({"phy":true,"sfp":true,"serdes":"phy"})"; // a combo port has the choice
 }
 
 void configure_package(const char *package, const std::string &text)
