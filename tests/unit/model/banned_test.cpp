@@ -3,9 +3,9 @@
 
 #include <thread>
 
-#include "model/allocation.h"
 #include "model/model_test.h"
 #include "platform/result_codes.h"
+#include "support/failing_memory.h"
 #include "support/fake_clock.h"
 
 namespace {
@@ -270,7 +270,7 @@ TEST_F(bans, lifting_infinite_bans_leaves_finite_ones)
 TEST_F(bans, a_ban_without_memory_changes_nothing)
 {
     t_log_capture log;
-    t_failing_allocation failing(sizeof(t_device_list));
+    t_memory_shortage shortage(0, sizeof(t_device_list));
     EXPECT_EQ(ban("eth1", 30), ERR_NO_MEMORY);
     EXPECT_TRUE(log.has("Error", "add_unique_banned_device_to_list", "malloc new t_device_list for dev:eth1 failed!"));
     EXPECT_EQ(list->count, 0);

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "model/current_wan.h"
 
-#include "model/allocation.h"
 #include "model/model_test.h"
 #include "platform/result_codes.h"
+#include "support/failing_memory.h"
 
 namespace {
 
@@ -131,7 +131,7 @@ TEST_F(device_protocol, what_cannot_be_found_is_refused)
 TEST_F(device_protocol, without_memory_the_port_has_its_protocol_but_is_not_listed)
 {
     {
-        t_failing_allocation failing(sizeof(t_device_list));
+        t_memory_shortage shortage(0, sizeof(t_device_list));
         EXPECT_EQ(set(device, dhcp), OK);
     }
     EXPECT_EQ(device->proto.load(), dhcp);

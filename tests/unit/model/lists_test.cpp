@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "model/lists.h"
 
-#include "model/allocation.h"
 #include "model/model_test.h"
 #include "platform/result_codes.h"
+#include "support/failing_memory.h"
 
 namespace {
 
@@ -75,7 +75,7 @@ TEST_F(lists, adding_without_memory_changes_nothing)
     add(&list, add_port("eth0", 0));
     t_device *device = add_port("eth1", 1);
     t_log_capture log;
-    t_failing_allocation failing(sizeof(t_device_list));
+    t_memory_shortage shortage(0, sizeof(t_device_list));
     EXPECT_EQ(add(&list, device), ERR_NO_MEMORY);
     EXPECT_TRUE(log.has("Error", "add_unique_device_inorder_to_list", "malloc new t_device_list for dev:eth1 failed!"));
     EXPECT_EQ(names_of(list), t_names{"eth0"});
@@ -204,7 +204,7 @@ TEST_F(lists, a_copy_that_runs_out_of_memory_keeps_what_it_has)
     for (t_device *device : {add_port("eth1", 1), add_port("eth2", 2), add_port("eth3", 3)})
         add(&other, device);
     t_log_capture log;
-    t_failing_allocation failing(sizeof(t_device_list), 3);
+    t_memory_shortage shortage(2, sizeof(t_device_list));
     EXPECT_EQ(copy_list(&list, &other), ERR_NO_MEMORY);
     EXPECT_TRUE(log.has("Error", "copy_list", "malloc new t_device_list for dev:eth3 failed!"));
     EXPECT_EQ(names_of(list), (t_names{"eth1", "eth2"}));

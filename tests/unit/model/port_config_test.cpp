@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "model/port_config.h"
 
-#include "model/allocation.h"
 #include "model/model_test.h"
 #include "model/tables.h"
 #include "platform/result_codes.h"
+#include "support/failing_memory.h"
 
 namespace {
 
@@ -332,7 +332,7 @@ TEST_F(port_config, a_device_that_cannot_be_allocated_ends_the_parse)
 {
     configure(3, "0", "0");
     t_log_capture log;
-    t_failing_allocation failing(sizeof(t_device), 2);
+    t_memory_shortage shortage(1, sizeof(t_device));
     EXPECT_EQ(generate_eth_device(&port_model), 1);
     EXPECT_TRUE(log.has("Error", "generate_eth_device", "Malloc new device failed!"));
     EXPECT_EQ(names_of(port_model.dev_hashmap_head), t_names{"eth0"});
@@ -343,7 +343,7 @@ TEST_F(port_config, a_pool_record_that_cannot_be_allocated_ends_the_parse)
 {
     configure(3, "0", "0 1");
     t_log_capture log;
-    t_failing_allocation failing(sizeof(t_device), 5);
+    t_memory_shortage shortage(4, sizeof(t_device));
     EXPECT_EQ(generate_eth_device(&port_model), 3);
     EXPECT_TRUE(log.has("Error", "generate_eth_device", "Create new device failed!"));
     EXPECT_EQ(names_of(port_model.wan_port_pool), t_names{"eth0"});

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "model/protocol_config.h"
 
-#include "model/allocation.h"
 #include "model/model_test.h"
 #include "model/tables.h"
 #include "platform/result_codes.h"
+#include "support/failing_memory.h"
 
 namespace {
 
@@ -193,12 +193,12 @@ TEST_F(protocol_config, a_protocol_that_cannot_be_allocated_stops_the_load)
     configure({"dhcp", "pppoe"}, {"slaac"});
     t_log_capture log;
     {
-        t_failing_allocation failing(sizeof(t_protocol), 2);
+        t_memory_shortage shortage(1, sizeof(t_protocol));
         EXPECT_EQ(load(), 1);
     }
     EXPECT_EQ(lines_of(log, "Error"), t_names{"create_new_protocol: Create new protocol failed!"});
     EXPECT_EQ(names_of(port_model.proto_hashmap_head), t_names{"dhcp"});
     release_port_model(&port_model);
-    t_failing_allocation failing(sizeof(t_protocol), 3);
+    t_memory_shortage shortage(2, sizeof(t_protocol));
     EXPECT_EQ(load(), 2);
 }

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "model/reserved_ports.h"
 
-#include "model/allocation.h"
 #include "model/model_test.h"
 #include "model/tables.h"
 #include "platform/result_codes.h"
+#include "support/failing_memory.h"
 
 namespace {
 
@@ -198,7 +198,7 @@ TEST_F(reserved_ports, the_table_is_rebuilt_each_time)
 TEST_F(reserved_ports, a_member_that_cannot_be_allocated_ends_the_walk)
 {
     t_log_capture log;
-    t_failing_allocation failing(sizeof(t_device), 2);
+    t_memory_shortage shortage(1, sizeof(t_device));
     EXPECT_EQ(update_with({{"lanport", "LAN1 LAN2 LAN3"}, {"lacpports", "2 3 2"}}), OK);
     EXPECT_EQ(members(), t_names{"eth2"});
     EXPECT_EQ(log.count("Error", AGG, "Create new device failed!"), 1);
@@ -257,7 +257,7 @@ TEST_F(reserved_ports, a_gaming_port_that_cannot_be_allocated_is_reported)
 {
     gaming_section("port2", "eth2");
     t_log_capture log;
-    t_failing_allocation failing(sizeof(t_device));
+    t_memory_shortage shortage(0, sizeof(t_device));
     EXPECT_EQ(update_gaming(), OK);
     EXPECT_TRUE(log.has("Error", GAMING, "Create new device failed!"));
     EXPECT_EQ(port_model.gaming, nullptr);

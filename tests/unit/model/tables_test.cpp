@@ -3,8 +3,8 @@
 
 #include <cstdlib>
 
-#include "model/allocation.h"
 #include "model/model_test.h"
+#include "support/failing_memory.h"
 
 namespace {
 
@@ -29,7 +29,7 @@ TEST_F(tables, a_new_device_is_zero_but_for_its_name_and_two_numbers)
 TEST_F(tables, a_device_that_cannot_be_allocated_is_null_and_logged)
 {
     t_log_capture log;
-    t_failing_allocation failing(sizeof(t_device));
+    t_memory_shortage shortage(0, sizeof(t_device));
     EXPECT_EQ(create_new_device("eth3"), nullptr);
     EXPECT_TRUE(log.has("Error", "create_new_device", "Malloc new device failed!"));
 }
@@ -37,7 +37,7 @@ TEST_F(tables, a_device_that_cannot_be_allocated_is_null_and_logged)
 TEST_F(tables, a_protocol_that_cannot_be_allocated_is_null_and_logged)
 {
     t_log_capture log;
-    t_failing_allocation failing(sizeof(t_protocol));
+    t_memory_shortage shortage(0, sizeof(t_protocol));
     EXPECT_EQ(create_new_protocol("dhcp"), nullptr);
     EXPECT_TRUE(log.has("Error", "create_new_protocol", "Create new protocol failed!"));
 }
@@ -193,7 +193,7 @@ TEST_F(tables_death, a_table_that_cannot_grow_ends_the_process_with_status_minus
     t_device *device = create_new_device("eth0");
     EXPECT_EXIT(
         {
-            t_failing_allocation failing(sizeof(UT_hash_table));
+            t_memory_shortage shortage(0, sizeof(UT_hash_table));
             add_device(&port_model.dev_hashmap_head, device);
         },
         testing::ExitedWithCode(255), "");

@@ -7,9 +7,9 @@
 #include "model/fake_wan.h"
 #include "probes/arp_probe.h"
 #include "probes/arp_probe_batch.h"
-#include "probes/failing_memory.h"
 #include "probes/fake_wire.h"
 #include "probes/lan_scene.h"
+#include "support/failing_memory.h"
 #include "support/fake_clock.h"
 #include "support/sandbox.h"
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "probes/arp_table.h"
 
-#include "probes/failing_memory.h"
 #include "probes/lan_scene.h"
+#include "support/failing_memory.h"
 #include "support/sandbox.h"
 
 namespace {

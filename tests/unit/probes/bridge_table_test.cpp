@@ -13,8 +13,8 @@
 #include "model/tables.h"
 #include "platform/guards.h"
 #include "probes/bridge_records.h"
-#include "probes/failing_memory.h"
 #include "probes/shell.h"
+#include "support/failing_memory.h"
 #include "support/sandbox.h"
 
 namespace {

@@ -6,8 +6,8 @@
 
 #include "platform/result_codes.h"
 #include "probes/dhcp_probe.h"
-#include "probes/failing_memory.h"
 #include "probes/probe_fixture.h"
+#include "support/failing_memory.h"
 
 namespace {
 

@@ -10,9 +10,9 @@
 #include "model/tables.h"
 #include "platform/result_codes.h"
 #include "probes/dhcp_probe.h"
-#include "probes/failing_memory.h"
 #include "probes/pppoe_probe.h"
 #include "probes/probe_fixture.h"
+#include "support/failing_memory.h"
 
 namespace {
 

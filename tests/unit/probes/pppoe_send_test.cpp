@@ -6,9 +6,9 @@
 #include <sys/socket.h>
 
 #include "platform/result_codes.h"
-#include "probes/failing_memory.h"
 #include "probes/pppoe_probe.h"
 #include "probes/probe_fixture.h"
+#include "support/failing_memory.h"
 
 namespace {
 
