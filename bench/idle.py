@@ -80,16 +80,15 @@ def held(pid):
             "threads": len(threads(pid)), "descriptors": len(list((process / "fd").iterdir()))}
 
 
-def settings(programs, seconds):
-    return {"scenario": Idle.name, "speed": REAL_SPEED, "log": False, "keep": False, "programs": str(programs),
-            "color": False, "want_report": True, "seconds": seconds}
+def settings(build, seconds):
+    options = front.parse_options([Idle.name, "--speed", str(REAL_SPEED), "--build", str(build)])
+    return front.settings_for(options) | {"color": False, "want_report": True, "seconds": seconds}
 
 
 def measure(build, seconds):
     """The scenario's facts, or None when the lab or one of its checks failed; what it showed goes to standard error."""
     reader, writer = os.pipe()
-    inner = [sys.executable, "-m", "bench.idle", INSIDE, str(writer),
-             json.dumps(settings(front.find_programs(build), seconds))]
+    inner = [sys.executable, "-m", "bench.idle", INSIDE, str(writer), json.dumps(settings(build, seconds))]
     environment = dict(os.environ, PYTHONPATH=str(ROOT), PYTHONDONTWRITEBYTECODE="1")
     process = subprocess.Popen(front.NAMESPACES + inner, pass_fds=[writer], stdin=subprocess.PIPE, stdout=sys.stderr,
                                cwd="/", env=environment)
