@@ -21,7 +21,12 @@ constexpr uint8_t CALL = 0x10;
 constexpr uint8_t CALL_LATER = 0x20;
 constexpr uint8_t FREE_IN_HANDLER = 0x40;
 constexpr uint8_t RECONNECT = 0x80;
+constexpr uint8_t SEND_EVENT = 0x01; // these are of the second byte
+constexpr uint8_t ABORT = 0x02;
+constexpr uint8_t REMOVE_OBJECT = 0x04;
+constexpr uint8_t LISTEN_NO_MORE = 0x08;
 constexpr int CALL_TIMEOUT_MS = 1000;
+constexpr int MOST_TURNS = 1000;
 
 constexpr uint8_t GREETING[] = {0, 0, 0, 0, 0xa0, 0, 0, 1, 0, 0, 0, 4};
 
@@ -46,14 +51,21 @@ ssize_t arrive(void *buffer, size_t size)
     return static_cast<ssize_t>(taken);
 }
 
-int handle_call(ubus_context *ctx, ubus_object *, ubus_request_data *request, const char *method, blob_attr *message)
+// User code may free the context in any callback. True when it did.
+bool free_if_wanted(ubus_context *ctx)
 {
-    REQUIRE(method && message);
     if (free_in_handler) {
         ubus_free(ctx);
         context_gone = true;
-        return UBUS_STATUS_OK;
     }
+    return free_in_handler;
+}
+
+int handle_call(ubus_context *ctx, ubus_object *, ubus_request_data *request, const char *method, blob_attr *message)
+{
+    REQUIRE(method && message);
+    if (free_if_wanted(ctx))
+        return UBUS_STATUS_OK;
     ubus_send_reply(ctx, request, message);
     if (method[0] == 'l') {
         ubus_request_data later;
@@ -68,9 +80,10 @@ void hear_event(ubus_context *, ubus_event_handler *, const char *type, blob_att
     REQUIRE(type && message);
 }
 
-void take_answer(ubus_request *, int, blob_attr *message)
+void take_answer(ubus_request *request, int, blob_attr *message)
 {
     REQUIRE(message);
+    free_if_wanted(request->ctx);
 }
 
 void see_object(ubus_context *, ubus_object_data *object, void *)
@@ -128,7 +141,8 @@ struct t_client {
             ubus_lookup_id(ctx, "demo", &id);
         if (actions & CALL)
             ubus_invoke(ctx, id, "echo", nullptr, take_answer, nullptr, CALL_TIMEOUT_MS);
-        if ((actions & CALL_LATER) && ubus_invoke_async(ctx, id, "echo", nullptr, &later) == UBUS_STATUS_OK) {
+        if (!context_gone && (actions & CALL_LATER) &&
+            ubus_invoke_async(ctx, id, "echo", nullptr, &later) == UBUS_STATUS_OK) {
             later.data_cb = take_answer;
             ubus_complete_request_async(ctx, &later);
         }
@@ -136,12 +150,26 @@ struct t_client {
 
     void serve()
     {
-        if (!context_gone)
+        for (int turn = 0; !context_gone && !ctx->sock.eof; turn++) {
+            REQUIRE(turn < MOST_TURNS);
             ubus_handle_event(ctx);
-        if (!context_gone && ctx->pending_timer.pending) {
+            if (context_gone || !ctx->pending_timer.pending)
+                continue;
             uloop_timeout_cancel(&ctx->pending_timer);
             ctx->pending_timer.cb(&ctx->pending_timer);
         }
+    }
+
+    void end(uint8_t actions)
+    {
+        if (!context_gone && (actions & SEND_EVENT))
+            ubus_send_event(ctx, "demo.x", nullptr);
+        if (!context_gone && (actions & ABORT) && later.ctx)
+            ubus_abort_request(ctx, &later);
+        if (!context_gone && (actions & REMOVE_OBJECT))
+            ubus_remove_object(ctx, &object);
+        if (!context_gone && (actions & LISTEN_NO_MORE))
+            ubus_unregister_event_handler(ctx, &listener);
     }
 };
 
@@ -195,6 +223,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     t_input input(data, size);
     const uint8_t actions = input.byte();
+    const uint8_t endings = input.byte();
     piece = input.byte();
     std::vector<uint8_t> stream;
     if (!(actions & OWN_GREETING))
@@ -213,12 +242,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         return 0;
     t_client client(ctx);
     client.act(actions);
+    client.end(endings);
     client.serve();
     check_sent_frames();
     if (!context_gone && (actions & RECONNECT)) {
         arriving = stream;
-        ubus_reconnect(ctx, "bus");
-        if (!context_gone)
+        if (ubus_reconnect(ctx, "bus") == UBUS_STATUS_OK)
             client.act(actions);
         client.serve();
         check_sent_frames();

@@ -441,8 +441,8 @@ def done(seq, peer=0):
     return frame(STATUS, seq, peer, word(AT_STATUS, 0))
 
 
-def to_client(actions, piece, stream):
-    return bytes([actions, piece]) + stream
+def to_client(actions, piece, stream, endings=0):
+    return bytes([actions, endings, piece]) + stream
 
 
 def client_streams():
@@ -460,6 +460,8 @@ def client_streams():
     save("bus_client", "looks_up_and_calls", to_client(0x18, 0, found + done(1) + found.replace(b"\0\1\0\0", b"\0\2\0\0", 1) + done(2) +
                                                        frame(DATA, 3, 0xa0000005, attribute(AT_DATA, bool_field("ok", 1))) + done(3, 0xa0000005)))
     save("bus_client", "answer_later", to_client(0x20, 0, frame(DATA, 1, 1, attribute(AT_DATA, b"")) + done(1, 1)))
+    save("bus_client", "ends_what_it_began", to_client(0x26, 0, added + frame(DATA, 2, 0, word(AT_ID, 0xa0000004)) + done(2) + done(3, 1) +
+                                                       done(5, 1) + done(6) + done(7), endings=0x0f))
     save("bus_client", "reconnects", to_client(0x82, 0, added + call))
     save("bus_client", "greeting_only", to_client(0x01, 0, bytes.fromhex("00000000a000000100000004")))
     save("bus_client", "wrong_version", to_client(0x01, 0, bytes.fromhex("01000000a000000100000004")))
