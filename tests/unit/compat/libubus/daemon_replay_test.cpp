@@ -247,7 +247,8 @@ INSTANTIATE_TEST_SUITE_P(
                     // The service goes away between the caller's lookup and its call.
                     t_case{"18_dead_object", {{"service.1", 4, "caller.1", 4}, {"caller.1", 4, "service.1", 5}}, {}},
                     t_case{"19_register_errors", {}, {}}, t_case{"20_nonroot", {}, {"cli", "svc2"}},
-                    t_case{"23_raw", {}, {}}, t_case{"25_null_data", {}, {}}, t_case{"27_signature_types", {}, {}}),
+                    t_case{"23_raw", {}, {}}, t_case{"24_raw_framing", {}, {}}, t_case{"25_null_data", {}, {}},
+                    t_case{"27_signature_types", {}, {}}),
     [](const auto &which) { return "scenario_" + which.param.scenario; });
 
 } // namespace
