@@ -30,22 +30,11 @@ step() {
 }
 
 . .ci/packages.sh
-packages=(g++ cmake ninja-build libjson-c-dev uthash-dev libgtest-dev libbenchmark-dev iproute2 dnsmasq-base pppoe udhcpc faketime
+packages=(g++ cmake ninja-build libjson-c-dev uthash-dev libgtest-dev iproute2 dnsmasq-base pppoe udhcpc faketime
     iputils-arping iputils-ping python3 python3-pytest clang-14 clang-format-14 clang-tidy-14 cppcheck valgrind)
 
-build() { # build PRESET OPTIONS...; bundled, for the virtual router runs the bus daemon and the tools that come with those
-    cmake --preset "$1" -DWAN_DETECT_LIBS=bundled "${@:2}" && cmake --build --preset "$1" -j "$jobs"
-}
-
-build_release() {
-    build release -DWAN_DETECT_BENCH=ON
-}
-
-# That they still run; figures are for bench/run.sh.
-benchmarks() {
-    local told
-    told=$(build/release/bin/probe_bench --benchmark_filter=/1/ 2>&1) && echo "$told" && ! grep ERROR <<<"$told" &&
-        /usr/bin/python3 -m bench.idle build/release 1
+build() { # build PRESET; bundled, for the virtual router runs the bus daemon and the tools that come with those
+    cmake --preset "$1" -DWAN_DETECT_LIBS=bundled && cmake --build --preset "$1" -j "$jobs"
 }
 
 unit() { # unit PRESET: what failed runs a second time, alone and talkative, but has failed all the same
@@ -98,7 +87,7 @@ step "install packages" install_packages "${packages[@]}" || exit 1
 
 if [ "$what" != lab ]; then
     say "Release build"
-    step "build release" build_release && {
+    step "build release" build release && {
         step "program checks" program_checks
         step "unit tests" unit release
     }
@@ -117,11 +106,9 @@ fi
 
 if [ "$what" != unit ]; then
     say "Virtual router"
-    step "build release" build_release && {
+    step "build release" build release &&
         step "lab scenarios" /usr/bin/python3 -m pytest -q -p no:cacheprovider tests/lab --build build/release &&
-            tail -n 1 "$logs/lab-scenarios.log" | sed 's/^/   /'
-        step "benchmarks" benchmarks
-    }
+        tail -n 1 "$logs/lab-scenarios.log" | sed 's/^/   /'
 fi
 
 total_passed=$(cat "$logs"/ctest-*.log 2>/dev/null | grep -c ' Passed ')
