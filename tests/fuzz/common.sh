@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
-# What run.sh and replay.sh share. Paths are relative to the work folder: some targets cover /tmp and /etc with a file system
-# of their own, and only relative paths still lead out of it.
+# What run.sh and replay.sh share. Paths are relative to the work folder: some targets cover /tmp and /etc with a file
+# system of their own, and only relative paths still lead out of it.
 fuzz=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 root=$(cd "$fuzz/../.." && pwd)
 build=${FUZZ_BUILD:-$root/build/fuzz}
@@ -14,7 +14,8 @@ build_targets() {
         dpkg-query -W -f '${Status}' "$package" 2>/dev/null | grep -q 'install ok installed' || missing+=("$package")
     done
     if [ ${#missing[@]} -gt 0 ]; then
-        apt-get update && DEBIAN_FRONTEND=noninteractive apt-get install -y --no-install-recommends "${missing[@]}" || return 1
+        apt-get update &&
+            DEBIAN_FRONTEND=noninteractive apt-get install -y --no-install-recommends "${missing[@]}" || return 1
     fi
     cmake -S "$root" -B "$build" -G Ninja -DCMAKE_C_COMPILER=clang-14 -DCMAKE_CXX_COMPILER=clang++-14 \
         -DCMAKE_BUILD_TYPE=RelWithDebInfo -DWAN_DETECT_FUZZ=ON -DWAN_DETECT_TESTS=OFF -DWAN_DETECT_LIBS=bundled &&
@@ -37,7 +38,8 @@ dictionary_of() {
     esac
 }
 
-# fuzz_target NAME ARGUMENTS...: runs it with its dictionary; crashing inputs go to crashes/, what it says to logs/NAME.log.
+# fuzz_target NAME ARGUMENTS...: runs it with its dictionary; crashing inputs go to crashes/, what it says to
+# logs/NAME.log.
 fuzz_target() {
     local name=$1 dictionary
     shift

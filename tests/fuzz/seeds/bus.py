@@ -1,0 +1,329 @@
+# SPDX-License-Identifier: MIT
+"""Attributes, messages and streams of the bus."""
+import struct
+
+from seeds.store import GOLDEN, LARGEST_SEED, block, save
+
+ARRAY, TABLE, STRING, INT64, INT32, INT16, INT8, DOUBLE = range(1, 9)
+
+
+def padded(content):
+    return content + bytes(-len(content) % 4)
+
+
+def attribute(kind, content, extended=False):
+    return padded(struct.pack(">I", kind << 24 | len(content) + 4 | (0x80000000 if extended else 0)) + content)
+
+
+def field(kind, name, value):
+    return attribute(kind, padded(struct.pack(">H", len(name)) + name.encode() + b"\0") + value, extended=True)
+
+
+def text_field(name, value):
+    return field(STRING, name, value.encode() + b"\0")
+
+
+def number_field(name, value):
+    return field(INT32, name, struct.pack(">i", value))
+
+
+def bool_field(name, value):
+    return field(INT8, name, bytes([value]))
+
+
+METHODS = ("log", "proto_detect", "set", "hotplug", "wan_detect", "ban_event")
+
+
+def calls(*steps):
+    return b"".join(
+        bytes([METHODS.index(method) | (0x80 if isinstance(content, str) else 0)]) + block(content)
+        for method, content in steps
+    )
+
+
+def bus_messages():
+    save(
+        "bus_methods", "log", calls(("log", number_field("level", 7)), ("log", '{"level":-1}'), ("log", '{"level":8}'))
+    )
+    save(
+        "bus_methods",
+        "proto_detect",
+        calls(
+            (
+                "proto_detect",
+                text_field("device", "eth1") + text_field("protocol", "dhcp") + number_field("timeout", 3000),
+            )
+        ),
+    )
+    save(
+        "bus_methods",
+        "proto_detect_garbage",
+        calls(
+            ("proto_detect", '{"device":"eth9","protocol":"dhcpx","timeout":5}'),
+            ("proto_detect", '{"protocol":"static"}'),
+            ("proto_detect", '{"device":"' + "x" * 300 + '"}'),
+            ("proto_detect", "{}"),
+        ),
+    )
+    save("bus_methods", "set", calls(("set", bool_field("enable", 1)), ("set", '{"enable":false}'), ("set", "{}")))
+    save(
+        "bus_methods",
+        "hotplug",
+        calls(
+            ("hotplug", text_field("name", "eth1") + bool_field("status", 1)),
+            ("hotplug", '{"name":"eth1","status":true}'),
+            ("hotplug", '{"name":"eth9"}'),
+            ("hotplug", '{"status":true}'),
+            ("hotplug", '{"name":"x","status":false}'),
+        ),
+    )
+    save(
+        "bus_methods",
+        "wan_detect",
+        calls(("wan_detect", "{}"), ("wan_detect", '{"delay":60}'), ("wan_detect", '{"delay":-1}')),
+    )
+    save(
+        "bus_methods",
+        "bans",
+        calls(
+            ("ban_event", text_field("name", "eth1") + number_field("time", 100)),
+            ("ban_event", '{"name":"eth1","time":-1}'),
+            ("ban_event", '{"name":"eth2","time":-1}'),
+            ("ban_event", '{"name":"eth1"}'),
+            ("ban_event", '{"name":"eth9","time":1}'),
+        ),
+    )
+    save(
+        "bus_methods",
+        "wrong_types",
+        calls(
+            ("log", text_field("level", "7")),
+            ("set", number_field("enable", 1)),
+            ("hotplug", field(TABLE, "name", text_field("a", "b"))),
+        ),
+    )
+    save(
+        "bus_methods", "damaged", calls(("log", number_field("level", 7)[:-2]), ("set", b"\x87\0\0\3"), ("log", b"\0"))
+    )
+    save(
+        "bus_replies",
+        "interface",
+        b"\0" + bool_field("up", 1) + text_field("state", "connected") + number_field("uptime", 9),
+    )
+    save(
+        "bus_replies",
+        "interface_json",
+        b"\x80" + b'{"up":true,"state":"connecting","ipv4-address":[{"address":"192.0.2.2","mask":24}],"data":{}}',
+    )
+    save("bus_replies", "device", b"\0" + bool_field("up", 1) + bool_field("link", 0))
+    save("bus_replies", "device_json", b"\x80" + b'{"up":true,"link":true}')
+    save("bus_replies", "state_is_a_number", b"\x80" + b'{"state":5,"up":"yes"}')
+
+
+def blobs():
+    everything = (
+        bool_field("up", 1)
+        + number_field("level", -7)
+        + text_field("name", 'a"b\n')
+        + field(TABLE, "data", text_field("x", "y"))
+        + field(INT64, "big", bytes([0x7F] + [0xFF] * 7))
+        + field(INT16, "small", b"\x80\0")
+        + field(DOUBLE, "part", struct.pack(">d", 1.5))
+        + field(ARRAY, "list", field(STRING, "", b"a\0") + field(STRING, "", b"b\0"))
+        + field(0, "nothing", b"")
+    )
+    save("blob", "every_type", attribute(0, everything))
+    save("blob", "table", attribute(TABLE, everything, extended=False))
+    save("blob", "bus_attributes", attribute(0, b"".join(attribute(i, struct.pack(">I", i)) for i in range(15))))
+    save("blob", "named_table", field(TABLE, "data", everything))
+    save("blob", "deep", attribute(TABLE, deep(60)))
+    save("blob", "name_without_end", attribute(TABLE, attribute(STRING, b"\0\x03abcd", extended=True)))
+    save("blob", "length_beyond_the_end", b"\0\0\x01\0" + everything)
+    for number, line in enumerate((GOLDEN / "blobmsg" / "blob_to_json.txt").read_text().splitlines()):
+        content = bytes.fromhex(line.split("\t")[0])
+        if number % 8 == 0 and len(content) <= 300:
+            save("blob", f"golden_{number:03}", content)
+    for name in ("json_to_blob", "json_lenient", "json_rejected"):
+        for number, line in enumerate((GOLDEN / "blobmsg" / f"{name}.txt").read_text(errors="replace").splitlines()):
+            json = line.split("\t")[0]
+            if number % 3 == 0 and len(json) <= 300:
+                save("json_to_blob", f"{name}_{number:03}", json)
+
+
+def deep(levels):
+    content = b""
+    for _ in range(levels):
+        content = field(TABLE, "", content)
+    return content
+
+
+def frame(kind, seq, peer, content=b""):
+    return struct.pack(">BBHI", 0, kind, seq, peer) + attribute(0, content)
+
+
+STATUS, DATA, PING, LOOKUP, INVOKE, ADD, REMOVE = 1, 2, 3, 4, 5, 6, 7
+AT_STATUS, AT_PATH, AT_ID, AT_METHOD, AT_TYPE, AT_SIGNATURE, AT_DATA = range(1, 8)
+DEMO = 0xA0000002
+EVENT_OBJECT = 1
+
+
+def word(kind, value):
+    return attribute(kind, struct.pack(">I", value))
+
+
+def name(kind, text):
+    return attribute(kind, text.encode() + b"\0")
+
+
+SIGNATURE = attribute(AT_SIGNATURE, field(TABLE, "echo", number_field("id", 5)) + field(TABLE, "later", b""))
+
+
+def done(seq, peer=0):
+    return frame(STATUS, seq, peer, word(AT_STATUS, 0))
+
+
+def to_client(actions, piece, stream, endings=0):
+    return bytes([actions, endings, piece]) + stream
+
+
+def client_streams():
+    added = frame(DATA, 1, 0, word(AT_ID, DEMO) + word(AT_TYPE, 0xA0000003)) + done(1)
+    call = frame(
+        INVOKE, 7, 0xA0000009, word(AT_ID, DEMO) + name(AT_METHOD, "echo") + attribute(AT_DATA, number_field("id", 5))
+    )
+    later = frame(INVOKE, 8, 0xA0000009, word(AT_ID, DEMO) + name(AT_METHOD, "later") + attribute(AT_DATA, b""))
+    save("bus_client", "serves_calls", to_client(0x02, 0, added + call + later))
+    save("bus_client", "serves_calls_in_pieces", to_client(0x02, 13, added + call + later))
+    save("bus_client", "call_while_waiting", to_client(0x02, 0, call + added + call))
+    save("bus_client", "frees_itself", to_client(0x42, 0, added + call + later))
+    save(
+        "bus_client",
+        "hears_events",
+        to_client(
+            0x04,
+            0,
+            frame(DATA, 1, 0, word(AT_ID, DEMO))
+            + done(1)
+            + done(2, EVENT_OBJECT)
+            + frame(
+                INVOKE, 1, 0, word(AT_ID, DEMO) + name(AT_METHOD, "demo.x") + attribute(AT_DATA, text_field("a", "b"))
+            ),
+        ),
+    )
+    found = frame(DATA, 1, 0, name(AT_PATH, "demo") + word(AT_ID, 0xA0000005) + word(AT_TYPE, 0xA0000006) + SIGNATURE)
+    save(
+        "bus_client",
+        "looks_up_and_calls",
+        to_client(
+            0x18,
+            0,
+            found
+            + done(1)
+            + found.replace(b"\0\1\0\0", b"\0\2\0\0", 1)
+            + done(2)
+            + frame(DATA, 3, 0xA0000005, attribute(AT_DATA, bool_field("ok", 1)))
+            + done(3, 0xA0000005),
+        ),
+    )
+    save("bus_client", "answer_later", to_client(0x20, 0, frame(DATA, 1, 1, attribute(AT_DATA, b"")) + done(1, 1)))
+    save(
+        "bus_client",
+        "ends_what_it_began",
+        to_client(
+            0x26,
+            0,
+            added + frame(DATA, 2, 0, word(AT_ID, 0xA0000004)) + done(2) + done(3, 1) + done(5, 1) + done(6) + done(7),
+            endings=0x0F,
+        ),
+    )
+    save("bus_client", "reconnects", to_client(0x82, 0, added + call))
+    save("bus_client", "greeting_only", to_client(0x01, 0, bytes.fromhex("00000000a000000100000004")))
+    save("bus_client", "wrong_version", to_client(0x01, 0, bytes.fromhex("01000000a000000100000004")))
+    save("bus_client", "huge_length", to_client(0, 0, bytes.fromhex("0002000100000000") + b"\0\xff\xff\xff" + bytes(8)))
+
+
+SEND, STOP_READING, READ_AGAIN, READ_IN_PIECES, SHUT_DOWN, HANG_UP = range(6)
+
+
+def step(who, what, content=b""):
+    return bytes([who | what << 2]) + (block(content) if what == SEND else b"")
+
+
+def daemon_streams():
+    add = frame(ADD, 1, 0, name(AT_PATH, "demo") + SIGNATURE)
+    call = frame(
+        INVOKE, 2, DEMO, word(AT_ID, DEMO) + name(AT_METHOD, "echo") + attribute(AT_DATA, number_field("id", 5))
+    )
+    reply = frame(DATA, 2, 0xA0000004, word(AT_ID, DEMO) + attribute(AT_DATA, b"")) + frame(
+        STATUS, 2, 0xA0000004, word(AT_STATUS, 0) + word(AT_ID, DEMO)
+    )
+    save(
+        "bus_daemon",
+        "call_and_answer",
+        step(0, SEND, add) + step(1, SEND, call) + step(0, SEND, reply) + step(0, SHUT_DOWN),
+    )
+    listen = frame(ADD, 1, 0) + frame(
+        INVOKE,
+        2,
+        1,
+        word(AT_ID, EVENT_OBJECT)
+        + name(AT_METHOD, "register")
+        + attribute(AT_DATA, number_field("object", DEMO - (1 << 32)) + text_field("pattern", "*")),
+    )
+    event = frame(
+        INVOKE,
+        1,
+        1,
+        word(AT_ID, EVENT_OBJECT)
+        + name(AT_METHOD, "send")
+        + attribute(AT_DATA, text_field("id", "demo.x") + field(TABLE, "data", number_field("a", 1))),
+    )
+    save(
+        "bus_daemon",
+        "events",
+        step(0, SEND, listen)
+        + step(1, SEND, event)
+        + step(1, SEND, add)
+        + step(0, SEND, frame(REMOVE, 3, 0, word(AT_ID, DEMO))),
+    )
+    save(
+        "bus_daemon",
+        "slow_reader",
+        step(0, SEND, listen)
+        + step(0, READ_IN_PIECES)
+        + step(1, SEND, event * 3)
+        + step(0, STOP_READING)
+        + step(1, SEND, event * 3)
+        + step(0, READ_AGAIN),
+    )
+    save(
+        "bus_daemon",
+        "look_up",
+        step(0, SEND, add)
+        + step(
+            1,
+            SEND,
+            frame(LOOKUP, 1, 0)
+            + frame(LOOKUP, 2, 0, name(AT_PATH, "de*"))
+            + frame(LOOKUP, 3, 0, name(AT_PATH, "demo")),
+        ),
+    )
+    save(
+        "bus_daemon",
+        "common_user",
+        step(3, SEND, add) + step(3, SEND, frame(ADD, 2, 0)) + step(3, SEND, call) + step(3, SEND, event),
+    )
+    save("bus_daemon", "hang_up", step(0, SEND, add + call) + step(0, HANG_UP) + step(1, SEND, call))
+    save("bus_daemon", "half_a_frame", step(0, SEND, add[:9]) + step(0, SEND, add[9:20]) + step(0, SEND, add[20:]))
+    save("bus_daemon", "forty_pings", step(0, SEND, frame(PING, 1, 0) * 40))
+    for path in sorted((GOLDEN / "ubus").glob("*.hex")):
+        stream = b"".join(bytes.fromhex(line[2:]) for line in path.read_text().splitlines() if line.startswith("> "))
+        if path.name.startswith(("02", "19", "23", "24", "27")) and 0 < len(stream) <= LARGEST_SEED:
+            save("bus_daemon", "golden_" + path.stem.replace(".", "_"), step(0, SEND, stream))
+
+
+def make():
+    bus_messages()
+    blobs()
+    client_streams()
+    daemon_streams()
