@@ -149,7 +149,10 @@ void leave_background()
 
 void park_background()
 {
+    // The main thread may cancel as soon as it hears of the leaving, which must not hit the telling itself.
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
     leave_background();
+    pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, nullptr);
     for (;;)
         pause();
 }
