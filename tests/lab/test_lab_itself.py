@@ -11,7 +11,7 @@ import pytest
 
 ROOT = Path(__file__).resolve().parent.parent.parent
 STARTED_S = 20
-ENDED_S = 5
+ENDED_S = 30  # only ends a wait for something that does not come
 
 
 @pytest.mark.scenario("empty")
