@@ -2,8 +2,8 @@
 #include "core/combo_switch.h"
 
 #include "core/background.h"
-#include "core/engine.h"
 #include "model/current_wan.h"
+#include "model/gate.h"
 #include "model/port_model.h"
 #include "model/tables.h"
 #include "platform/adapters/link_status.h"

@@ -9,7 +9,6 @@
 #include "model/current_wan.h"
 #include "model/port_model.h"
 #include "model/reserved_ports.h"
-#include "model/tables.h"
 #include "platform/adapters/link_status.h"
 #include "platform/adapters/network_status.h"
 #include "platform/files.h"

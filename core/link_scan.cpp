@@ -2,9 +2,9 @@
 #include "core/link_scan.h"
 
 #include "core/background.h"
-#include "core/engine.h"
 #include "core/link_change.h"
 #include "model/banned.h"
+#include "model/gate.h"
 #include "model/port_model.h"
 #include "platform/adapters/link_status.h"
 #include "platform/adapters/wan_switch.h"

@@ -8,7 +8,6 @@
 #include "model/config_text.h"
 #include "platform/ipv4_text.h"
 #include "platform/log.h"
-#include "platform/result_codes.h"
 
 namespace {
 
