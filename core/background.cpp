@@ -11,17 +11,19 @@
 #include "core/link_change.h"
 #include "model/port_model.h"
 #include "platform/clock.h"
+#include "platform/command.h"
 #include "platform/shared.h"
 
+constexpr size_t THREAD_STACK_SIZE = 256 * 1024; // the C library's default may be megabytes for each flapping port
 constexpr int NO_REQUEST = -1;
 constexpr int NOT_STOPPING = -1;
 
 static t_shared<int> stop_reason = {NOT_STOPPING}; // signal number, or 0 for an end without one
 static t_shared<int> requested_delay_ms = {NO_REQUEST};
-static t_shared<int> threads_at_work = {0}; // started, and not yet counted as gone by the main thread
+static t_shared<int> threads_at_work = {0}; // started, and not yet counted as gone
 static pthread_t loop_thread;
 static int stop_fd = -1;  // readable for good once the end is asked for
-static int leave_fd = -1; // counts the threads that left since the main thread looked last
+static int leave_fd = -1; // counts the threads that left since somebody looked last
 static int wake_fd = -1;  // readable when there is a wish for the loop
 static uloop_fd stop_watcher;
 static uloop_fd wake_watcher;
@@ -84,6 +86,7 @@ bool request_stop(int signal_number)
     int expected = NOT_STOPPING;
     bool first = __atomic_compare_exchange_n(&stop_reason.value, &expected, signal_number, false, __ATOMIC_ACQ_REL,
                                              __ATOMIC_ACQUIRE);
+    process_is_ending = true;
     wake(stop_fd);
     errno = saved_errno;
     return first;
@@ -127,21 +130,44 @@ sigset_t ending_signals()
     return ends;
 }
 
+static void count_leavers()
+{
+    uint64_t leavers;
+    if (read(leave_fd, &leavers, sizeof leavers) == sizeof leavers)
+        __atomic_sub_fetch(&threads_at_work.value, static_cast<int>(leavers), __ATOMIC_ACQ_REL);
+}
+
+// With a small stack where the C library lets us choose, with its own otherwise.
+static int create_thread(pthread_t *thread, t_thread_body body, void *argument)
+{
+    pthread_attr_t attributes;
+    if (pthread_attr_init(&attributes) != 0)
+        return pthread_create(thread, nullptr, body, argument);
+    pthread_attr_setstacksize(&attributes, THREAD_STACK_SIZE);
+    int result = pthread_create(thread, &attributes, body, argument);
+    pthread_attr_destroy(&attributes);
+    return result;
+}
+
 int start_background_thread(pthread_t *thread, t_thread_body body, void *argument)
 {
+    count_leavers();
+    if (__atomic_add_fetch(&threads_at_work.value, 1, __ATOMIC_ACQ_REL) > MAX_BACKGROUND_THREADS) {
+        __atomic_sub_fetch(&threads_at_work.value, 1, __ATOMIC_ACQ_REL);
+        return EAGAIN;
+    }
     const sigset_t ends = ending_signals();
     sigset_t saved;
-    __atomic_add_fetch(&threads_at_work.value, 1, __ATOMIC_ACQ_REL);
     pthread_sigmask(SIG_BLOCK, &ends, &saved);
-    int result = pthread_create(thread, nullptr, body, argument);
+    int result = create_thread(thread, body, argument);
     pthread_sigmask(SIG_SETMASK, &saved, nullptr);
     if (result != 0)
         __atomic_sub_fetch(&threads_at_work.value, 1, __ATOMIC_ACQ_REL);
     return result;
 }
 
-// The write is the last thing that the thread does with anything shared: only after having read of it does the main
-// thread count the thread as gone and close the descriptor.
+// The write is the last thing that the thread does with anything shared: only after it has been read does the thread
+// count as gone, and the main thread may close the descriptor.
 void leave_background()
 {
     wake(leave_fd);
@@ -155,13 +181,6 @@ void park_background()
     pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, nullptr);
     for (;;)
         pause();
-}
-
-static void count_leavers()
-{
-    uint64_t leavers;
-    if (read(leave_fd, &leavers, sizeof leavers) == sizeof leavers)
-        __atomic_sub_fetch(&threads_at_work.value, static_cast<int>(leavers), __ATOMIC_ACQ_REL);
 }
 
 // No condition variable: its timed wait would hide the lock from the tools that look for races in accelerated time.
@@ -189,6 +208,7 @@ void release_background()
     }
     threads_at_work = 0;
     stop_reason = NOT_STOPPING;
+    process_is_ending = false;
     requested_delay_ms = NO_REQUEST;
 }
 

@@ -11,6 +11,7 @@
 #include <pthread.h>
 
 constexpr int BACKGROUND_STOP_LIMIT_MS = 3000; // a thread that sits in a command is not waited for any longer
+constexpr int MAX_BACKGROUND_THREADS = 128;    // more than ports that flap every second can keep busy
 
 using t_thread_body = void *(*)(void *);
 
@@ -37,7 +38,7 @@ bool sleep_unless_stopped(uint32_t milliseconds);
 sigset_t ending_signals();
 
 // Starts a thread in which the signals that end the process are blocked. Shutdown waits for it until it leaves. The
-// error number of pthread_create, 0 for success.
+// error number of pthread_create, EAGAIN also when MAX_BACKGROUND_THREADS are at work; 0 for success.
 int start_background_thread(pthread_t *thread, t_thread_body body, void *argument);
 
 // Last call of a detached thread's body: it touches nothing shared any more.

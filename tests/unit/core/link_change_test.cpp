@@ -1,12 +1,15 @@
 // SPDX-License-Identifier: MIT
 #include "core/link_change.h"
 
+#include <cerrno>
+
 #include "core/background.h"
 #include "core/cycle_start.h"
 #include "core/engine_fixture.h"
 #include "model/banned.h"
 #include "model/lists.h"
 #include "platform/clock.h"
+#include "platform/command.h"
 
 namespace {
 
@@ -367,6 +370,56 @@ TEST_F(link_change, a_detached_thread_touches_nothing_once_it_is_counted_as_gone
         release_background();
         ASSERT_TRUE(init_background());
     }
+}
+
+static void *sleep_until_stopped(void *)
+{
+    sleep_unless_stopped(600'000);
+    leave_background();
+    return nullptr;
+}
+
+// Whoever pulls and plugs cables as fast as he can must not use up the router's memory.
+TEST_F(link_change, threads_beyond_the_limit_are_refused_until_others_have_left)
+{
+    pthread_t thread;
+    for (int i = 0; i < MAX_BACKGROUND_THREADS; i++) {
+        ASSERT_EQ(start_background_thread(&thread, sleep_until_stopped, nullptr), 0);
+        pthread_detach(thread);
+    }
+    EXPECT_EQ(start_background_thread(&thread, sleep_until_stopped, nullptr), EAGAIN);
+    engine.detecting = 1;
+    EXPECT_EQ(wan_detect_process_link_change(dev("eth1"), true), 0);
+    EXPECT_TRUE(log->has("Error", "wan_detect_process_link_change",
+                         "pthread_create pid_delay_trigger_thread failed...ret=11, continue whatever!"));
+    EXPECT_TRUE(stop_background_threads());
+    release_background();
+    ASSERT_TRUE(init_background());
+    EXPECT_EQ(start_background_thread(&thread, sleep_until_stopped, nullptr), 0);
+    pthread_detach(thread);
+}
+
+TEST_F(link_change, a_thread_that_left_makes_room_for_another)
+{
+    for (int i = 0; i < 2 * MAX_BACKGROUND_THREADS; i++) {
+        pthread_t thread;
+        ASSERT_EQ(start_background_thread(
+                      &thread,
+                      [](void *) -> void * {
+                          leave_background();
+                          return nullptr;
+                      },
+                      nullptr),
+                  0);
+        pthread_join(thread, nullptr);
+    }
+}
+
+TEST_F(link_change, the_end_of_the_process_is_told_to_running_commands)
+{
+    EXPECT_FALSE(process_is_ending);
+    request_stop(SIGTERM);
+    EXPECT_TRUE(process_is_ending);
 }
 
 TEST_F(link_change, signals_that_end_the_process_are_blocked_in_background_threads)

@@ -1,0 +1,177 @@
+// SPDX-License-Identifier: MIT
+// Programs that do not end: their time runs fifty times faster here.
+#include <csignal>
+#include <ctime>
+#include <string>
+#include <thread>
+
+#include <gtest/gtest.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "platform/clock.h"
+#include "platform/command.h"
+#include "support/sandbox.h"
+
+namespace {
+
+constexpr int64_t SPEED = 50;
+constexpr int64_t MICROSECONDS = 1'000'000;
+
+int64_t now_us()
+{
+    timespec now = {};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return (now.tv_sec * MICROSECONDS + now.tv_nsec / 1000) * SPEED;
+}
+
+} // namespace
+
+t_time_stamp get_time_stamp()
+{
+    // The seconds must fit the stamp however long the machine has been up.
+    static const int64_t start = now_us();
+    const int64_t us = now_us() - start;
+    return {static_cast<int32_t>(us / MICROSECONDS), static_cast<int32_t>(us % MICROSECONDS)};
+}
+
+int64_t time_stamp_diff_us(t_time_stamp first, t_time_stamp second)
+{
+    return (static_cast<int64_t>(first.sec) - second.sec) * MICROSECONDS + (first.usec - second.usec);
+}
+
+void sleep_ms(uint32_t milliseconds)
+{
+    usleep(static_cast<useconds_t>(milliseconds * 1000 / SPEED));
+}
+
+namespace {
+
+class command_limit : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        // What a killed program leaves behind comes to this process instead of going away unseen.
+        ASSERT_EQ(prctl(PR_SET_CHILD_SUBREAPER, 1), 0);
+        start_ = get_time_stamp();
+    }
+    void TearDown() override
+    {
+        process_is_ending = false;
+        // A killed grandchild may still be on its way here.
+        for (int tries = 0; tries < 100 && waitpid(-1, nullptr, WNOHANG) >= 0; tries++)
+            usleep(10'000);
+        EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a process is left";
+    }
+    int64_t passed_ms() const { return milliseconds_since(start_); }
+
+    t_log_capture log_{6};
+    char output_[64] = "before";
+
+private:
+    t_time_stamp start_ = {};
+};
+
+TEST_F(command_limit, a_query_that_hangs_is_killed_after_its_limit_and_said)
+{
+    EXPECT_EQ(capture_command(output_, "sleep 1000; echo never", sizeof output_), 0);
+    EXPECT_GE(passed_ms(), QUERY_LIMIT_MS);
+    EXPECT_LT(passed_ms(), ACTION_LIMIT_MS);
+    EXPECT_STREQ(output_, "");
+    EXPECT_TRUE(log_.has("Warning", "capture_command", "sleep 1000; echo never does not end, killed"));
+}
+
+TEST_F(command_limit, what_a_query_printed_before_it_hung_counts)
+{
+    EXPECT_EQ(capture_command(output_, "printf '{}'; sleep 1000", sizeof output_), 0);
+    EXPECT_STREQ(output_, "{}");
+}
+
+TEST_F(command_limit, a_query_that_closes_its_output_and_hangs_is_killed_as_well)
+{
+    EXPECT_EQ(capture_command(output_, "echo done; exec >&-; sleep 1000", sizeof output_), 0);
+    EXPECT_GE(passed_ms(), QUERY_LIMIT_MS);
+    EXPECT_STREQ(output_, "done\n");
+    EXPECT_TRUE(log_.has_body("echo done; exec >&-; sleep 1000 does not end, killed"));
+}
+
+TEST_F(command_limit, a_query_that_writes_for_ever_without_filling_the_buffer_is_killed)
+{
+    EXPECT_EQ(capture_command(output_, "while :; do sleep 0.05; echo; done", sizeof output_), 0);
+    EXPECT_GE(passed_ms(), QUERY_LIMIT_MS);
+    EXPECT_EQ(output_[0], '\n');
+}
+
+TEST_F(command_limit, a_helper_that_keeps_the_output_open_is_killed_with_its_starter)
+{
+    EXPECT_EQ(capture_command(output_, "sleep 1000 & echo started", sizeof output_), 0);
+    EXPECT_GE(passed_ms(), QUERY_LIMIT_MS);
+    EXPECT_STREQ(output_, "started\n");
+}
+
+TEST_F(command_limit, a_query_that_refuses_to_be_asked_to_end_is_killed)
+{
+    EXPECT_EQ(capture_command(output_, "trap '' TERM INT HUP; sleep 1000; sleep 1000", sizeof output_), 0);
+    EXPECT_LT(passed_ms(), ACTION_LIMIT_MS);
+}
+
+TEST_F(command_limit, an_action_that_hangs_is_killed_after_its_limit_and_said)
+{
+    const int status = run_command("sleep 1000; exit 0");
+    EXPECT_GE(passed_ms(), ACTION_LIMIT_MS);
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) << status;
+    EXPECT_TRUE(log_.has("Warning", "run_command", "sleep 1000; exit 0 does not end, killed"));
+}
+
+TEST_F(command_limit, an_action_has_more_time_than_a_query)
+{
+    EXPECT_EQ(run_command("sleep 0.4"), 0);
+    EXPECT_GT(passed_ms(), QUERY_LIMIT_MS);
+    EXPECT_EQ(log_.text(), "");
+}
+
+TEST_F(command_limit, an_action_that_stops_itself_is_killed)
+{
+    const int status = run_command("kill -STOP $$");
+    EXPECT_TRUE(WIFSIGNALED(status)) << status;
+}
+
+TEST_F(command_limit, what_an_action_leaves_in_the_background_stays)
+{
+    EXPECT_EQ(run_command("sleep 1000 & echo $! > /tmp/left_behind"), 0);
+    const pid_t left = std::stoi(read_file("/tmp/left_behind"));
+    EXPECT_EQ(kill(left, 0), 0);
+    EXPECT_EQ(kill(left, SIGKILL), 0);
+}
+
+TEST_F(command_limit, the_end_of_the_process_shortens_a_running_action)
+{
+    std::thread end([] {
+        usleep(50'000);
+        process_is_ending = true;
+    });
+    run_command("sleep 1000");
+    end.join();
+    EXPECT_GE(passed_ms(), ENDING_LIMIT_MS);
+    EXPECT_LT(passed_ms(), ACTION_LIMIT_MS / 2);
+}
+
+TEST_F(command_limit, the_end_of_the_process_shortens_a_running_query)
+{
+    process_is_ending = true;
+    capture_command(output_, "sleep 1000", sizeof output_);
+    EXPECT_GE(passed_ms(), ENDING_LIMIT_MS);
+    EXPECT_LT(passed_ms(), QUERY_LIMIT_MS);
+}
+
+TEST_F(command_limit, a_program_that_ends_in_time_ends_in_time_while_the_process_ends)
+{
+    process_is_ending = true;
+    EXPECT_EQ(run_command("exit 0"), 0);
+    EXPECT_EQ(capture_command(output_, "echo x", sizeof output_), 0);
+    EXPECT_STREQ(output_, "x\n");
+    EXPECT_EQ(log_.text(), "");
+}
+
+} // namespace
