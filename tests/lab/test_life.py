@@ -146,16 +146,20 @@ def test_a_signal_ends_the_daemon_with_status_0_within_5_s(seen, moment):
 
 
 @scenario("shutdown")
-@pytest.mark.parametrize("moment", QUIET_MOMENTS)
+@pytest.mark.parametrize("moment", QUIET_MOMENTS + HANGING_MOMENTS)
 def test_a_signal_leaves_no_process_behind(seen, moment):
     assert seen.facts["lives"][moment]["left"] == []
 
 
 @scenario("shutdown")
-def test_a_thread_that_sits_in_a_script_does_not_keep_the_daemon(seen):
-    life = seen.facts["lives"]["while the link scan hangs"]
-    assert "sleep" in life["left"], "the script did not hang"
-    assert ("Debug", "wan_detect_ubus_done", "wan_detect_ubus closed") in said(life)
+@pytest.mark.parametrize("moment, function", [
+    ("in a hanging script at the start", "capture_command"), ("by signals that keep coming", "capture_command"),
+    ("in a hanging swap", "run_command"), ("while the link scan hangs", "capture_command")])
+def test_a_script_that_hangs_is_ended_with_the_daemon_and_everything_is_released(seen, moment, function):
+    messages = said(seen.facts["lives"][moment])
+    assert [name for level, name, body in messages if level == "Warning" and body.endswith("does not end, killed")] == [
+        function]
+    assert ("Debug", "wan_detect_ubus_done", "wan_detect_ubus closed") in messages
 
 
 @scenario("shutdown")
