@@ -12,11 +12,14 @@
 
 #include <libubus.h>
 
+#include "platform/bus_limit.h"
 #include "platform/log.h"
 
 namespace {
 
 constexpr int BUS_RECONNECT_FIRST_MS = 100;
+constexpr int BUS_OFFER_LIMIT_MS = 1000;
+constexpr int BUS_START_LIMIT_MS = 30000; // a router that boots may keep its bus daemon busy
 
 struct t_bus {
     ubus_context *context;    // owns; null before the set-up and after the shutdown
@@ -59,11 +62,20 @@ bool offer_is_back()
     return ubus_register_event_handler(bus.context, bus.offer->event_handler, bus.offer->event_pattern) == 0;
 }
 
+// A bus daemon that greets may hang all the same.
+bool is_back_within_limit()
+{
+    t_bus_limit limit(bus.context, BUS_OFFER_LIMIT_MS);
+    return limit.is_set() && ubus_reconnect(bus.context, BUS_SOCKET_PATH) == 0 && offer_is_back();
+}
+
 void restore_connection()
 {
-    if (ubus_reconnect(bus.context, BUS_SOCKET_PATH) != 0 || !offer_is_back()) {
+    if (!is_back_within_limit()) {
         // The bus daemon must forget this attempt before the next one, or the name would still be in use.
         shutdown(bus.context->sock.fd, SHUT_RDWR);
+        // However long it took, the loop has its time before the next one.
+        uloop_timeout_set(&bus.retry_timer, BUS_RECONNECT_INTERVAL_MS);
         return;
     }
     uloop_timeout_cancel(&bus.retry_timer);
@@ -105,6 +117,12 @@ void retry(uloop_timeout *timer)
     knock_at_bus();
 }
 
+ubus_context *connect_within_limit()
+{
+    t_bus_limit limit(nullptr, BUS_START_LIMIT_MS);
+    return ubus_connect(BUS_SOCKET_PATH);
+}
+
 // May be called in the middle of a call to another service, so it only asks for what comes next.
 void connection_lost(ubus_context *context)
 {
@@ -120,7 +138,7 @@ int wan_detect_ubus_init(const t_bus_offer *offer)
 {
     bus.offer = offer;
     bus.retry_timer.cb = retry;
-    bus.context = ubus_connect(BUS_SOCKET_PATH);
+    bus.context = connect_within_limit();
     if (!bus.context) {
         LOG(Critical, "ubus connect fail!\n");
         return give_up();
@@ -128,6 +146,7 @@ int wan_detect_ubus_init(const t_bus_offer *offer)
     bus.connected = true;
     bus.context->connection_lost = connection_lost;
     ubus_add_uloop(bus.context);
+    t_bus_limit limit(bus.context, BUS_START_LIMIT_MS);
     int status = ubus_add_object(bus.context, offer->object);
     if (status != 0) {
         LOG(Critical, "ubus_add_object: %s\n", ubus_strerror(status));

@@ -4,6 +4,7 @@
 
 #include <libubus.h>
 
+#include "platform/bus_limit.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
 
@@ -11,6 +12,10 @@ namespace {
 
 // No method of the bus daemon's own objects has this name; being told so is answer enough.
 constexpr const char *PING_METHOD = "ping";
+
+// More than two calls that use up their own limits. Only reached when the bus daemon hangs between them, or takes so
+// little that even writing to it waits.
+constexpr int BUS_LIMIT_MS = 3 * BUS_CALL_TIMEOUT_MS;
 
 // The library looks objects up without a limit, and a bus daemon that hangs would take the loop with it. So it first
 // has to answer a call that has a limit.
@@ -37,7 +42,8 @@ int ubus_call_method(const char *object, const char *method, blob_buf *message, 
     ubus_context *bus = wan_detect_ubus_context();
     // The library calls it success when an object exists but may not be seen; the id then stays 0.
     uint32_t id = 0;
-    if (!bus || !bus_answers(bus) || ubus_lookup_id(bus, object, &id) != 0 || id == 0) {
+    t_bus_limit limit(bus, BUS_LIMIT_MS);
+    if (!bus || !limit.is_set() || !bus_answers(bus) || ubus_lookup_id(bus, object, &id) != 0 || id == 0) {
         LOG(Error, "Can't find %s\n", object);
         return ERR_BUS_OBJECT;
     }
