@@ -64,14 +64,13 @@ bool init_background()
     return stop_fd >= 0 && wake_fd >= 0 && leave_fd >= 0;
 }
 
-void attach_background_to_loop()
+bool attach_background_to_loop()
 {
     stop_watcher.fd = stop_fd;
     stop_watcher.cb = end_loop;
     wake_watcher.fd = wake_fd;
     wake_watcher.cb = serve_request;
-    uloop_fd_add(&stop_watcher, ULOOP_READ);
-    uloop_fd_add(&wake_watcher, ULOOP_READ);
+    return uloop_fd_add(&stop_watcher, ULOOP_READ) == 0 && uloop_fd_add(&wake_watcher, ULOOP_READ) == 0;
 }
 
 void detach_background_from_loop()

@@ -18,8 +18,8 @@ using t_thread_body = void *(*)(void *);
 // Opens the descriptors. Main thread, before anything that can stop. False when the kernel refuses.
 bool init_background();
 
-// Lets the loop watch the descriptors; after uloop_init.
-void attach_background_to_loop();
+// Lets the loop watch the descriptors; after uloop_init. False when the kernel refuses.
+bool attach_background_to_loop();
 
 // Takes them out of the loop again; before uloop_done.
 void detach_background_from_loop();

@@ -69,7 +69,7 @@ static void prepare_process(const t_options &options)
     srand(static_cast<unsigned>(time(nullptr)));
     uloop_handle_sigchld = false; // else the loop would reap the children of other threads' commands
     ready = uloop_init() == 0 && ready;
-    attach_background_to_loop();
+    ready = attach_background_to_loop() && ready;
     init_engine_gate(&engine.gate);
     engine_gate = &engine.gate;
     engine_handlers = {start_wan_detect_all, start_proto_detect, wan_detect_process_link_change};
