@@ -7,6 +7,8 @@
 
 #include "platform/log.h"
 
+constexpr size_t DRAFT_PATH_SIZE = 256;
+
 void delete_file(const char *path)
 {
     if (unlink(path) == 0)
@@ -15,12 +17,29 @@ void delete_file(const char *path)
         LOG(Info, "file:%s delete failed!\n", path);
 }
 
-bool write_whole_file(const char *path, const char *text)
+// False, and no file, when the text does not fit onto the disk.
+static bool write_draft(const char *path, const char *text)
 {
-    FILE *file = fopen(path, "we");
+    unlink(path); // what an earlier life left behind
+    FILE *file = fopen(path, "wxe");
     if (!file)
         return false;
     bool written = fputs(text, file) >= 0;
     // A full disk may show itself only when the buffer is written out.
-    return fclose(file) == 0 && written;
+    if (fclose(file) == 0 && written)
+        return true;
+    unlink(path);
+    return false;
+}
+
+bool write_whole_file(const char *path, const char *text)
+{
+    char draft[DRAFT_PATH_SIZE];
+    int length = snprintf(draft, sizeof draft, "%s.new", path);
+    if (length < 0 || static_cast<size_t>(length) >= sizeof draft || !write_draft(draft, text))
+        return false;
+    if (rename(draft, path) == 0)
+        return true;
+    unlink(draft);
+    return false;
 }

@@ -1,6 +1,10 @@
 // SPDX-License-Identifier: MIT
 // Result files.
+#include <atomic>
 #include <filesystem>
+#include <thread>
+
+#include <sys/mount.h>
 
 #include <gtest/gtest.h>
 
@@ -64,7 +68,64 @@ TEST(write_whole_file, fails_without_its_folder)
     EXPECT_FALSE(write_whole_file("/tmp/no_such_folder/result", "eth1"));
 }
 
-TEST(write_whole_file, fails_when_the_disk_is_full)
+TEST(write_whole_file, fails_with_a_folder_in_its_place)
 {
-    EXPECT_FALSE(write_whole_file("/dev/full", "eth1"));
+    std::filesystem::create_directory("/tmp/a_folder");
+    EXPECT_FALSE(write_whole_file("/tmp/a_folder", "eth1"));
+    EXPECT_TRUE(file_exists("/tmp/a_folder"));
+    EXPECT_FALSE(file_exists("/tmp/a_folder.new"));
+    std::filesystem::remove("/tmp/a_folder");
+}
+
+TEST(write_whole_file, of_a_path_that_leaves_no_room_for_a_draft_fails)
+{
+    const std::string folder = "/tmp/" + std::string(200, 'a');
+    std::filesystem::create_directory(folder);
+    EXPECT_FALSE(write_whole_file((folder + "/" + std::string(50, 'b')).c_str(), "eth1"));
+    EXPECT_TRUE(std::filesystem::is_empty(folder));
+    std::filesystem::remove(folder);
+}
+
+TEST(write_whole_file, is_not_led_elsewhere_by_a_draft_that_was_left_behind)
+{
+    write_file("/tmp/elsewhere", "untouched");
+    std::filesystem::create_symlink("/tmp/elsewhere", PATH + ".new");
+    EXPECT_TRUE(write_whole_file(PATH.c_str(), "eth1"));
+    EXPECT_EQ(read_file(PATH), "eth1");
+    EXPECT_EQ(read_file("/tmp/elsewhere"), "untouched");
+    EXPECT_FALSE(std::filesystem::is_symlink(PATH));
+    std::filesystem::remove("/tmp/elsewhere");
+}
+
+TEST(write_whole_file, on_a_full_disk_fails_and_leaves_the_former_file)
+{
+    const std::string disk = "/tmp/small_disk";
+    std::filesystem::create_directory(disk);
+    ASSERT_EQ(mount("tmpfs", disk.c_str(), "tmpfs", 0, "size=4k"), 0); // one page
+    EXPECT_TRUE(write_whole_file((disk + "/result").c_str(), "eth1"));
+    EXPECT_FALSE(write_whole_file((disk + "/result").c_str(), "eth2"));
+    EXPECT_EQ(read_file(disk + "/result"), "eth1");
+    EXPECT_FALSE(file_exists(disk + "/result.new"));
+    umount(disk.c_str());
+    std::filesystem::remove(disk);
+}
+
+// A reader that never rests sees the one text or the other, and nothing in between.
+TEST(write_whole_file, is_never_seen_half_written)
+{
+    constexpr int ROUNDS = 2000;
+    ASSERT_TRUE(write_whole_file(PATH.c_str(), "eth1"));
+    std::atomic<bool> over = false;
+    std::atomic<int> odd = 0;
+    std::thread reader([&] {
+        while (!over) {
+            const std::string seen = read_file(PATH);
+            odd += seen != "eth1" && seen != "eth2";
+        }
+    });
+    for (int i = 0; i < ROUNDS; i++)
+        EXPECT_TRUE(write_whole_file(PATH.c_str(), i % 2 ? "eth1" : "eth2"));
+    over = true;
+    reader.join();
+    EXPECT_EQ(odd, 0);
 }
