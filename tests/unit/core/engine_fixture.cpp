@@ -78,14 +78,20 @@ void t_engine_test::TearDown()
     uloop_done();
 }
 
-void t_engine_test::load(const std::string &wan_type, const std::string &priority, const std::string &pool)
+void t_engine_test::write_router_config(const std::string &wan_type, const std::string &priority,
+                                        const std::string &pool)
 {
-    release_port_model(&port_model);
-    port_model = {};
     write_config("network", network_config(wan_type, priority, pool));
     write_config("protocol", protocol_config(""));
     write_config("sysmode", "config sysmode 'sysmode'\n\toption mode 'router'\n");
     write_switch_config(5, 0);
+}
+
+void t_engine_test::load(const std::string &wan_type, const std::string &priority, const std::string &pool)
+{
+    release_port_model(&port_model);
+    port_model = {};
+    write_router_config(wan_type, priority, pool);
     init_all_protocols(&port_model.proto_hashmap_head);
     init_all_eth_device(&port_model);
     init_fake_wan_device(&port_model);

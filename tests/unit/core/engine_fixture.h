@@ -21,7 +21,10 @@ protected:
     void SetUp() override;
     void TearDown() override;
 
-    // Builds the model anew, as start-up does.
+    // The configuration of the router, detection switched on.
+    static void write_router_config(const std::string &wan_type = "dhcp", const std::string &priority = "0 1 2 3 4",
+                                    const std::string &pool = "0 1 2 3 4");
+    // Writes it and builds the model anew, as start-up does.
     void load(const std::string &wan_type = "dhcp", const std::string &priority = "0 1 2 3 4",
               const std::string &pool = "0 1 2 3 4");
     // Another connection type, with more sections for the package "protocol".

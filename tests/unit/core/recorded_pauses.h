@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: MIT
+// Pauses of the daemon that are written down instead of slept, in a program that names recorded_pauses.cpp among its
+// sources and links with RECORDED_PAUSES (CMakeLists.txt).
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <vector>
+
+class t_recorded_pauses {
+public:
+    // Forgets everything. The calling thread is the main one from now on; of all others together, the first `skipped`
+    // pauses take no time, and later ones last until the process is to end.
+    void reset(int skipped = 0);
+
+    std::vector<uint32_t> of_main_thread();
+    std::vector<uint32_t> of_other_threads();
+    std::vector<uint32_t> short_ones(); // those of sleep_ms, of any thread
+    // Waits, in real time, until other threads have begun so many pauses; false when they do not.
+    bool others_reach(size_t count);
+
+    // What happens during a pause of the main thread.
+    std::function<void(uint32_t ms)> on_main_thread;
+
+    // For the replaced functions.
+    bool take(uint32_t ms); // true when the pause is over
+    void take_short(uint32_t ms);
+
+private:
+    std::mutex lock_;
+    std::vector<uint32_t> main_, others_, short_;
+    unsigned long main_thread_ = 0;
+    size_t skipped_ = 0;
+};
+
+extern t_recorded_pauses recorded_pauses;

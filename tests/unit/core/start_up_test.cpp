@@ -1,0 +1,280 @@
+// SPDX-License-Identifier: MIT
+// Start-up from the command line to the loop: the program's own main, called as a function, in a process that neither
+// forks nor sleeps and whose loop returns at once.
+#include <sstream>
+
+#include <getopt.h>
+#include <sys/types.h>
+
+#include "core/engine_fixture.h"
+#include "core/recorded_pauses.h"
+#include "core/shutdown.h"
+#include "platform/bus.h"
+
+int wan_detect_main(int argc, char **argv);
+
+namespace {
+
+pid_t fork_result;
+int forks;
+int bus_inits;
+std::function<void(int timeout)> on_loop;
+
+} // namespace
+
+extern "C" pid_t fork() noexcept
+{
+    forks++;
+    return fork_result;
+}
+
+// uloop_run_timeout, and wan_detect_ubus_init by the name that the linker knows.
+extern "C" {
+int __wrap_uloop_run_timeout(int timeout);
+int __wrap__Z20wan_detect_ubus_initPK11t_bus_offer(const t_bus_offer *offer);
+
+int __wrap_uloop_run_timeout(int timeout)
+{
+    if (on_loop)
+        on_loop(timeout);
+    return 0;
+}
+
+int __wrap__Z20wan_detect_ubus_initPK11t_bus_offer(const t_bus_offer *)
+{
+    bus_inits++;
+    return 0;
+}
+}
+
+namespace {
+
+using t_pauses = std::vector<uint32_t>;
+constexpr const char *LOG_FILE = "/tmp/wan_detect.log";
+constexpr const char *RELOAD = "/sbin/wanlan_port_reload";
+constexpr int NEVER_IN_THE_LOOP = -2;
+
+class start_up : public t_engine_test {
+protected:
+    void SetUp() override
+    {
+        fake_probes = {};
+        fake_router = {};
+        for (int i = 0; i < 5; i++)
+            fake_router.links["eth" + std::to_string(i)] = false;
+        fork_result = forks = bus_inits = 0;
+        recorded_pauses.reset();
+        write_file(LOG_FILE, "");
+        write_router_config();
+        on_loop = [this](int) {
+            first_cycle = armed(engine.init_wan_detect_all);
+            heartbeat = armed(engine.heartbeat);
+        };
+    }
+    void TearDown() override
+    {
+        on_loop = nullptr;
+        remove(LOG_FILE);
+        engine = {};
+        port_model = {};
+        combo_worker = link_worker = {};
+        // What the first process holds back for the second one.
+        sigset_t none;
+        sigemptyset(&none);
+        pthread_sigmask(SIG_SETMASK, &none, nullptr);
+    }
+
+    // The exit status.
+    static int start(std::vector<std::string> words = {"-d", "7"})
+    {
+        words.insert(words.begin(), "/usr/sbin/wan_detect");
+        std::vector<char *> argv;
+        for (std::string &word : words)
+            argv.push_back(word.data());
+        argv.push_back(nullptr);
+        optind = 0;
+        return wan_detect_main(static_cast<int>(words.size()), argv.data());
+    }
+    static void change(const std::string &package, const std::string &from, const std::string &to)
+    {
+        std::string text = read_file("/etc/config/" + package);
+        ASSERT_NE(text.find(from), std::string::npos);
+        write_config(package, text.replace(text.find(from), from.size(), to));
+    }
+    // How often it was said.
+    static int said(const std::string &level, const std::string &body)
+    {
+        std::stringstream log(read_file(LOG_FILE));
+        int found = 0;
+        for (std::string line; std::getline(log, line);)
+            found += line.starts_with("[wan_detect][" + level + "][") && line.ends_with("]: " + body);
+        return found;
+    }
+
+    int first_cycle = NEVER_IN_THE_LOOP; // due so many milliseconds after the loop began
+    int heartbeat = NEVER_IN_THE_LOOP;
+};
+
+TEST_F(start_up, a_wrong_command_line_gives_status_1_before_any_fork)
+{
+    EXPECT_EQ(start({"-h"}), 1);
+    EXPECT_EQ(start({"-x"}), 1);
+    EXPECT_EQ(forks, 0);
+    EXPECT_EQ(bus_inits, 0);
+}
+
+TEST_F(start_up, a_failed_fork_is_told_on_the_console_and_gives_status_1)
+{
+    fork_result = -1;
+    EXPECT_EQ(start({}), 1);
+    EXPECT_EQ(fake_router.commands,
+              (std::vector<std::string>{"echo '[wan_detect][Error] error fork!!!' > /dev/console"}));
+    EXPECT_EQ(bus_inits, 0);
+}
+
+TEST_F(start_up, the_first_process_ends_with_status_0_and_does_nothing_more)
+{
+    fork_result = 4711;
+    EXPECT_EQ(start({}), 0);
+    EXPECT_EQ(forks, 1);
+    EXPECT_EQ(bus_inits, 0);
+    EXPECT_EQ(heartbeat, NEVER_IN_THE_LOOP);
+}
+
+TEST_F(start_up, the_second_process_reaches_the_loop_and_ends_with_status_0_when_that_returns)
+{
+    EXPECT_EQ(start(), 0);
+    EXPECT_EQ(bus_inits, 1);
+    EXPECT_EQ(said("Debug", "init over"), 1);
+    EXPECT_EQ(said("Debug", "Wan detect start uloop!!!!!!"), 1);
+    EXPECT_TRUE(combo_worker.started);
+    EXPECT_TRUE(link_worker.started);
+}
+
+TEST_F(start_up, the_loop_runs_without_end_and_begins_with_a_heartbeat)
+{
+    int loop_timeout = 0;
+    const auto look = on_loop;
+    on_loop = [&](int timeout) {
+        loop_timeout = timeout;
+        look(timeout);
+    };
+    start();
+    EXPECT_EQ(loop_timeout, -1);
+    EXPECT_EQ(heartbeat, 0);
+}
+
+TEST_F(start_up, every_timer_has_its_callback_before_the_loop)
+{
+    int bound = 0;
+    on_loop = [&](int) {
+        for (const uloop_timeout *timer :
+             {&engine.init_wan_detect_all, &engine.start_wan_detect, &engine.using_proto_detect, &engine.using_arp,
+              &engine.using_dns, &engine.try_each, &engine.end, &engine.heartbeat, &engine.proto_detect_start,
+              &engine.proto_detect_end})
+            bound += timer->cb != nullptr;
+    };
+    start();
+    EXPECT_EQ(bound, 10);
+}
+
+TEST_F(start_up, without_a_link_it_waits_30_times_2_s_and_then_15_s)
+{
+    start();
+    t_pauses expected(30, 2000);
+    expected.push_back(15000);
+    EXPECT_EQ(recorded_pauses.of_main_thread(), expected);
+    EXPECT_EQ(said("Debug", "No device has plugged in, Waiting & check after 2s!"), 30);
+    EXPECT_EQ(said("Info", "No device plugged in in 60s, Waiting for another 15s before starting main!"), 1);
+}
+
+TEST_F(start_up, with_a_link_at_the_first_look_it_waits_15_s)
+{
+    fake_router.links["eth0"] = true;
+    start();
+    EXPECT_EQ(recorded_pauses.of_main_thread(), t_pauses{15000});
+    EXPECT_EQ(said("Debug", "No device has plugged in, Waiting & check after 2s!"), 0);
+    EXPECT_EQ(said("Info", "No device plugged in in 60s, Waiting for another 15s before starting main!"), 0);
+}
+
+TEST_F(start_up, a_link_that_comes_meanwhile_ends_the_wait_but_not_the_15_s)
+{
+    recorded_pauses.on_main_thread = [](uint32_t) {
+        if (recorded_pauses.of_main_thread().size() == 3)
+            fake_router.links["eth0"] = true;
+    };
+    start();
+    EXPECT_EQ(recorded_pauses.of_main_thread(), (t_pauses{2000, 2000, 2000, 15000}));
+    EXPECT_EQ(said("Info", "No device plugged in in 60s, Waiting for another 15s before starting main!"), 0);
+}
+
+TEST_F(start_up, the_link_of_another_port_is_not_waited_for)
+{
+    fake_router.links["eth1"] = true;
+    start();
+    EXPECT_EQ(recorded_pauses.of_main_thread().size(), 31u);
+}
+
+TEST_F(start_up, opens_a_cycle_at_once_when_the_upstream_does_not_work)
+{
+    for (int state : {-1, 1}) {
+        fake_router.network_state = state;
+        start();
+        EXPECT_EQ(first_cycle, 0) << state;
+    }
+    EXPECT_EQ(fake_router.count("online-test"), 0);
+}
+
+TEST_F(start_up, a_working_upstream_needs_no_cycle_and_no_fake_wan_port)
+{
+    change("network", "fake_wan_port '-1'", "fake_wan_port '2'");
+    fake_router.network_state = 0;
+    start();
+    EXPECT_EQ(first_cycle, NOT_ARMED);
+    EXPECT_EQ(fake_router.count(RELOAD), 1);
+    EXPECT_NE(read_file("/etc/config/network").find("fake_wan_port '-1'"), std::string::npos);
+}
+
+TEST_F(start_up, a_static_upstream_works_only_when_the_online_test_says_so)
+{
+    write_router_config("static");
+    fake_router.network_state = 0;
+    fake_router.online_test_status = 1;
+    start();
+    EXPECT_EQ(first_cycle, 0);
+    fake_router.online_test_status = 0;
+    start();
+    EXPECT_EQ(first_cycle, NOT_ARMED);
+    EXPECT_EQ(fake_router.count("online-test"), 2);
+}
+
+TEST_F(start_up, with_detection_off_no_cycle_opens_and_the_network_is_not_asked)
+{
+    change("network", "enable 'on'", "enable 'off'");
+    start();
+    EXPECT_EQ(first_cycle, NOT_ARMED);
+    EXPECT_TRUE(fake_router.bus_calls.empty());
+    EXPECT_EQ(heartbeat, 0);
+}
+
+TEST_F(start_up, outside_router_mode_no_cycle_opens_and_the_fake_wan_port_stays)
+{
+    change("network", "fake_wan_port '-1'", "fake_wan_port '2'");
+    change("sysmode", "mode 'router'", "mode 'ap'");
+    fake_router.network_state = 0;
+    start();
+    EXPECT_EQ(first_cycle, NOT_ARMED);
+    EXPECT_TRUE(fake_router.bus_calls.empty());
+    EXPECT_EQ(fake_router.count(RELOAD), 0);
+    EXPECT_NE(read_file("/etc/config/network").find("fake_wan_port '2'"), std::string::npos);
+}
+
+TEST_F(start_up, a_fake_wan_port_that_cannot_be_set_up_is_told_and_start_up_goes_on)
+{
+    change("network", "fake_wan_port '-1'", "fake_wan_port '77'");
+    EXPECT_EQ(start(), 0);
+    EXPECT_EQ(said("Info", "init_fake_wan_device failed!"), 1);
+    EXPECT_EQ(heartbeat, 0);
+}
+
+} // namespace

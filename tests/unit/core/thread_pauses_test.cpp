@@ -1,0 +1,99 @@
+// SPDX-License-Identifier: MIT
+// How long the background threads sleep, and where: looked at, not waited for.
+#include "core/background.h"
+#include "core/combo_switch.h"
+#include "core/engine_fixture.h"
+#include "core/link_change.h"
+#include "core/link_scan.h"
+#include "core/recorded_pauses.h"
+#include "platform/adapters/wan_switch.h"
+
+namespace {
+
+using t_pauses = std::vector<uint32_t>;
+
+class thread_pauses : public t_engine_test {
+protected:
+    void SetUp() override
+    {
+        ASSERT_TRUE(init_background());
+        t_engine_test::SetUp();
+    }
+    void TearDown() override
+    {
+        EXPECT_TRUE(stop_background_threads());
+        t_engine_test::TearDown();
+        release_background();
+    }
+    // The first pauses of a worker.
+    static t_pauses first_pauses(t_thread_body body, int count)
+    {
+        recorded_pauses.reset(count - 1);
+        pthread_t thread;
+        EXPECT_EQ(start_background_thread(&thread, body, nullptr), 0);
+        EXPECT_TRUE(recorded_pauses.others_reach(static_cast<size_t>(count)));
+        EXPECT_TRUE(stop_background_threads());
+        EXPECT_EQ(pthread_cancel(thread), 0);
+        EXPECT_EQ(pthread_join(thread, nullptr), 0);
+        return recorded_pauses.of_other_threads();
+    }
+};
+
+TEST_F(thread_pauses, the_link_scan_rests_1_s_between_its_passes)
+{
+    EXPECT_EQ(first_pauses(link_scan_thread, 3), (t_pauses{1000, 1000, 1000}));
+}
+
+TEST_F(thread_pauses, the_link_scan_rests_20_s_once_after_a_switch)
+{
+    engine_gate->link_trigger_blocked = 1;
+    EXPECT_EQ(first_pauses(link_scan_thread, 3), (t_pauses{20000, 1000, 1000}));
+}
+
+TEST_F(thread_pauses, the_combo_switch_rests_1_s_between_its_passes)
+{
+    EXPECT_EQ(first_pauses(wan_combo_switch_thread, 3), (t_pauses{1000, 1000, 1000}));
+}
+
+TEST_F(thread_pauses, the_combo_switch_rests_20_s_once_after_a_switch)
+{
+    engine_gate->combo_switch_blocked = 1;
+    EXPECT_EQ(first_pauses(wan_combo_switch_thread, 3), (t_pauses{20000, 1000, 1000}));
+}
+
+TEST_F(thread_pauses, a_port_that_came_up_is_parked_after_9_s)
+{
+    recorded_pauses.reset(1);
+    engine.detecting = 1;
+    wan_detect_process_link_change(dev("eth1"), true);
+    ASSERT_TRUE(recorded_pauses.others_reach(1));
+    EXPECT_TRUE(stop_background_threads());
+    EXPECT_EQ(recorded_pauses.of_other_threads(), t_pauses{9000});
+    EXPECT_EQ(engine.possible_wan_dev_list_cache.count, 1);
+}
+
+TEST_F(thread_pauses, whoever_started_a_settling_delay_sleeps_5_ms)
+{
+    recorded_pauses.reset(1);
+    engine.detecting = 1;
+    wan_detect_process_link_change(dev("eth1"), true);
+    EXPECT_EQ(recorded_pauses.short_ones(), t_pauses{5});
+}
+
+TEST_F(thread_pauses, a_switch_sleeps_1_ms_before_it_lets_the_threads_go_on)
+{
+    recorded_pauses.reset();
+    switch_wan_to_dev(dev("eth2"), 0);
+    EXPECT_EQ(recorded_pauses.short_ones(), t_pauses{1});
+    EXPECT_EQ(fake_router.count("network_lanwan_swap set port2"), 1);
+}
+
+TEST_F(thread_pauses, a_toggle_sleeps_1_ms_before_it_lets_the_threads_go_on)
+{
+    recorded_pauses.reset();
+    dev("eth2")->is_combo = 1;
+    toggle_combo_state(dev("eth2"));
+    EXPECT_EQ(recorded_pauses.short_ones(), t_pauses{1});
+}
+
+} // namespace
