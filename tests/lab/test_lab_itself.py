@@ -50,7 +50,9 @@ def wait_until(condition, seconds):
 def running_lab(request):
     """A lab that was started by itself, with its front end's process and all that it started."""
     command = [sys.executable, "-m", "lab", "empty", "--keep", "--build", request.config.getoption("--build")]
-    front = subprocess.Popen(command, cwd=ROOT, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+    # Programs that a script starts in its background inherit that Ctrl-C is ignored.
+    front = subprocess.Popen(command, cwd=ROOT, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
+                             preexec_fn=lambda: signal.signal(signal.SIGINT, signal.SIG_DFL))
     for line in front.stdout:
         if "nsenter" in line:
             break

@@ -149,8 +149,9 @@ TEST_F(uloop_children, a_command_that_ends_between_two_callbacks_loses_its_statu
     });
     timer first([&] {
         stream = popen("exit 3", "r");
-        // The end of its output, so that it is about to exit.
-        EXPECT_EQ(fgetc(stream), EOF);
+        // It has ended, and nobody has collected it yet.
+        siginfo_t ended = {};
+        EXPECT_EQ(waitid(P_ALL, 0, &ended, WEXITED | WNOWAIT), 0);
         uloop_timeout_set(&second, 50);
     });
     uloop_timeout_set(&first, 0);
