@@ -64,9 +64,10 @@ def port_section(port):
 
 
 def read(package):
-    """The committed values of a package as {section: {option: value}}; sections without a name are left out."""
+    """The committed values of a package as {section: {option: value}}; sections without a name are left out, and a
+    package that is missing is empty."""
     sections, current = {}, {}
-    for line in (FOLDER / package).read_text().splitlines():
+    for line in text_of(package).splitlines():
         match = ENTRY.match(line)
         if not match:
             continue
@@ -78,6 +79,13 @@ def read(package):
         else:
             current[name] = value
     return sections
+
+
+def text_of(package):
+    try:
+        return (FOLDER / package).read_text(errors="replace")
+    except FileNotFoundError:
+        return ""
 
 
 def wan_port_name():

@@ -31,7 +31,9 @@ def parse_options(arguments):
     parser.add_argument("--log", action="store_true", help="show the daemon's log lines too")
     parser.add_argument("--valgrind", action="store_true", help="run the daemon under valgrind; best with --speed 1")
     parser.add_argument("--minutes", type=float, default=5.0, help="length of the storm, of the daemon's own (default: 5)")
-    parser.add_argument("--seed", default="1", help="of the storm's dice (default: 1)")
+    parser.add_argument("--count", type=int, default=20, help="cycles of the soak, moments of the ends (default: 20)")
+    parser.add_argument("--seed", default="1", help="of the dice (default: 1)")
+    parser.add_argument("--option", action="append", default=[], metavar="NAME=VALUE", help="for a scenario that takes some")
     parser.add_argument("--build", type=Path, help="build folder, or the folder of the programs themselves")
     parser.add_argument("--report", type=Path, help="write all that was seen to this file, as JSON")
     parser.add_argument("--time-limit", type=float, help="end with status 124 after so many real seconds (default: "
@@ -62,7 +64,9 @@ def settings_for(options):
         "keep": options.keep,
         "valgrind": options.valgrind,
         "minutes": options.minutes,
+        "count": options.count,
         "seed": options.seed,
+        "options": dict(option.split("=", 1) for option in options.option),
         "programs": str(find_programs(options.build)),
         "color": sys.stdout.isatty() and "NO_COLOR" not in os.environ,
         "want_report": options.report is not None,

@@ -44,8 +44,8 @@ class Connection:
     """The configured connection: its kind, and its address and gateway when they are static."""
 
     def __init__(self):
-        wan, protocol = config.read("network")["wan"], config.read("protocol")
-        self.kind = wan.get("wan_type") or wan["proto"]
+        wan, protocol = config.read("network").get("wan", {}), config.read("protocol")
+        self.kind = wan.get("wan_type") or wan.get("proto")
         block = protocol.get(self.kind, {})
         self.address = self.gateway = None
         if self.kind == "static":
@@ -71,13 +71,16 @@ class Health(threading.Thread):
 
     def run(self):
         while True:
-            self.publish(self.look())
+            try:
+                self.publish(self.look())
+            except (OSError, subprocess.CalledProcessError):    # the port is gone
+                self.publish("disconnected")
             self.clock.sleep(PERIOD_S)
 
     def look(self):
         port, connection = config.wan_port_name(), Connection()
         self.place_address(port, connection.address)
-        if not port or not carrier(port):
+        if not port or not connection.kind or not carrier(port):
             return "disconnected"
         answered = connection.answers(port, self.clock)
         if port != config.wan_port_name() or not carrier(port):
@@ -89,8 +92,9 @@ class Health(threading.Thread):
         wanted = (port, f"{address}/{PREFIX_LENGTH}") if port and address else None
         if wanted == self.placed:
             return
-        if self.placed:
-            run("ip", "address", "del", self.placed[1], "dev", self.placed[0])
+        placed, self.placed = self.placed, None
+        if placed:
+            run("ip", "address", "del", placed[1], "dev", placed[0])
         if wanted:
             run("ip", "address", "add", wanted[1], "dev", wanted[0])
         self.placed = wanted

@@ -82,6 +82,11 @@ def report_of(scenario, stage):
         "checks": stage.checks,
         "facts": stage.facts,
         "console": router.console,
+    } | (all_that_was_seen(router) if scenario.reports_all else {})
+
+
+def all_that_was_seen(router):
+    return {
         "events": [asdict(event) for event in router.timeline.events],
         "lines": [asdict(line) for line in router.daemon.lines],
         "waits": [asdict(wait) for wait in router.waits.over],

@@ -10,8 +10,11 @@ LONGEST_TEXT = 4000
 
 def built_in(program):
     """Whether the program was built with a sanitizer."""
-    linked = subprocess.run(["ldd", program], capture_output=True, text=True, check=False).stdout
-    return any(name in linked for name in ("libasan", "libubsan", "libtsan"))
+    return any(links(program, name) for name in ("libasan", "libubsan", "libtsan"))
+
+
+def links(program, library):
+    return library in subprocess.run(["ldd", program], capture_output=True, text=True, check=False).stdout
 
 
 def environment(program, base):

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""Two actors that give the daemon no rest, each with dice of its own: one at the cables, one at the bus."""
+"""Actors that give the daemon no rest, each with dice of its own: one at the cables, one at the bus."""
 import os
 import random
 import subprocess
@@ -18,7 +18,7 @@ LONG_NAME = "eth" + "0" * 300
 
 
 class Actor(threading.Thread):
-    """Does one thing after the other for so many of the daemon's seconds."""
+    """Does one thing after the other for so many of the daemon's seconds, with rests when it is told to."""
 
     def __init__(self, router, seconds, seed, pause):
         super().__init__(daemon=True, name=type(self).__name__)
@@ -26,17 +26,32 @@ class Actor(threading.Thread):
         self.dice = random.Random(f"{type(self).__name__} {seed}")
         self.count = 0
         self.broken = None
+        self.may_act = threading.Event()
+        self.may_act.set()
+        self.at_work = threading.Lock()    # held while it acts
 
     def run(self):
         clock = self.router.clock
         end = clock.now() + self.seconds
         try:
             while clock.now() < end:
-                self.act()
-                self.count += 1
+                self.may_act.wait()
+                with self.at_work:
+                    if self.may_act.is_set():
+                        self.act()
+                        self.count += 1
                 clock.sleep(self.dice.uniform(*self.pause))
         except (OSError, subprocess.SubprocessError, ValueError) as error:
             self.broken = error
+
+    def rest(self):
+        """Waits for what it is doing to end; nothing follows until it is told to go on."""
+        self.may_act.clear()
+        with self.at_work:
+            pass
+
+    def go_on(self):
+        self.may_act.set()
 
     def act(self):
         raise NotImplementedError

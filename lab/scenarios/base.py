@@ -22,7 +22,9 @@ class Scenario:
     wan = "eth0"          # port that holds the WAN role at the start
     combo = {}            # combo ports and the medium each starts with: {"eth4": "sfp"}
     cables = {}           # what is plugged in at the start: {"eth2": DhcpServer()}
+    managed = True        # the network manager looks at the WAN port; else it has no connection, ever
     winner = None         # port that must hold the WAN role at the end
+    reports_all = True    # log, events, waits and probes go into the report; not for hours of them
 
     def configure(self, config):
         """Changes the configuration before it is written."""
