@@ -62,6 +62,16 @@ TEST_F(cycle_start, reserved_and_banned_ports_are_no_candidates)
     EXPECT_EQ(candidates(), "eth3");
 }
 
+TEST_F(cycle_start, a_candidate_that_cannot_be_added_is_told)
+{
+    plug({"eth1", "eth2"});
+    add_candidate(dev("eth1"));
+    generate_possible_wan_dev_list();
+    EXPECT_TRUE(log->has("Info", "generate_possible_wan_dev_list", "Failed to add device eth1 to possible wan list!"));
+    EXPECT_EQ(candidates(), "eth1 eth2");
+    EXPECT_EQ(engine.possible_wan_dev_list.count, 2);
+}
+
 TEST_F(cycle_start, an_empty_reserved_table_is_not_searched)
 {
     plug({"eth1"});
@@ -463,6 +473,18 @@ TEST_F(cycle_start, a_pass_in_the_middle_of_a_stage_cuts_that_stage)
     EXPECT_FALSE(engine.proto_detect_end.pending);
     EXPECT_FALSE(engine.using_proto_detect.pending);
     EXPECT_EQ(fake_probes.count("release dhcp"), 1);
+}
+
+TEST_F(cycle_start, a_cut_stage_closes_the_pppoe_batch_too)
+{
+    load("pppoe");
+    plug({"eth1"});
+    open_cycle();
+    fire(engine.proto_detect_start);
+    uloop_timeout_set(&engine.start_wan_detect, 0);
+    fire(engine.start_wan_detect);
+    EXPECT_EQ(fake_probes.count("release pppoe"), 1);
+    EXPECT_EQ(fake_probes.count("release dhcp"), 0);
 }
 
 TEST_F(cycle_start, trying_each_port_is_not_supported)

@@ -73,7 +73,7 @@ int dhcp_detect_for_all_link_device(t_port_model *)
     fake_probes.calls.push_back("dhcp all");
     asked_dhcp = linked_ports();
     dhcp_detect_handle.contexts = &open_dhcp_batch;
-    return OK;
+    return fake_probes.send_result;
 }
 
 int pppoe_detect_for_all_link_device(t_port_model *)
@@ -81,7 +81,7 @@ int pppoe_detect_for_all_link_device(t_port_model *)
     fake_probes.calls.push_back("pppoe all");
     asked_pppoe = linked_ports();
     pppoe_detect_handle.contexts = &open_pppoe_batch;
-    return OK;
+    return fake_probes.send_result;
 }
 
 int dhcp_detect_for_specify_device(t_device *dev)

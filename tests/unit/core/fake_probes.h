@@ -22,6 +22,7 @@ struct t_fake_probes {
     bool lose_nodes = false; // the ARP search loses its ports but not their count
     int dhcp_result = 0;     // a negative one replaces the result of the DHCP batch
     int pppoe_result = 0;
+    int send_result = 0; // of sending on every port
 
     // What was done.
     std::vector<std::string>

@@ -36,8 +36,7 @@ TEST_F(one_shot, a_port_whose_dhcp_server_answers_gives_dhcp_without_a_newline)
     fake_probes.dhcp_ports = {"eth1"};
     EXPECT_EQ(run_request(dev("eth1"), protocol("dhcp")), 1);
     EXPECT_EQ(read_file(PROTO_RESULT_FILE), "dhcp");
-    EXPECT_TRUE(log->has("Info", "uloop_proto_detect_end", "dhcp discovery packet all received offer!") ||
-                log->has("Info", "uloop_proto_detect_end", "dhcp discovery packet all received offer"));
+    EXPECT_TRUE(log->has("Info", "uloop_proto_detect_end", "dhcp discovery packet all received offer"));
     EXPECT_TRUE(log->has("Info", "uloop_proto_detect_end", "Detection over!"));
     EXPECT_FALSE(port_model.proto_detect_running);
     EXPECT_EQ(engine.proto_detect_elapsed_ms, 0u);
@@ -182,6 +181,17 @@ TEST_F(one_shot, a_port_without_link_ends_the_stage_at_once_and_the_file_is_writ
             fire(engine.proto_detect_end);
         EXPECT_EQ(read_file(PROTO_RESULT_FILE), "static");
     }
+}
+
+TEST_F(one_shot, a_sending_that_failed_on_every_port_is_told_and_the_answers_are_awaited_all_the_same)
+{
+    fake_probes.send_result = -98;
+    t_proto_detect_request request = {2000, nullptr, nullptr};
+    ASSERT_EQ(start_proto_detect(&request), OK);
+    fire(engine.proto_detect_start);
+    EXPECT_TRUE(log->has("Error", "uloop_proto_detect_start", "Error sending dhcp discovery packet"));
+    EXPECT_TRUE(log->has("Error", "uloop_proto_detect_start", "Error sending pppoe discovery packet"));
+    EXPECT_EQ(armed(engine.proto_detect_end), 500);
 }
 
 TEST_F(one_shot, without_a_dhcp_record_the_stage_never_starts_and_stays_taken)

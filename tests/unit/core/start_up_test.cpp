@@ -9,29 +9,48 @@
 #include "core/engine_fixture.h"
 #include "core/recorded_pauses.h"
 #include "core/shutdown.h"
+#include "model/lists.h"
 #include "platform/bus.h"
+#include "probes/arp_table.h"
+#include "probes/dhcp_probe.h"
+#include "probes/pppoe_probe.h"
 
 int wan_detect_main(int argc, char **argv);
 
 namespace {
 
-pid_t fork_result;
+constexpr pid_t FORK_FOR_REAL = -2;
+
+pid_t fork_result = FORK_FOR_REAL;
 int forks;
 int bus_inits;
+int bus_result;
+bool raise_fails;
 std::function<void(int timeout)> on_loop;
 
 } // namespace
 
-extern "C" pid_t fork() noexcept
+// The replaced calls; wan_detect_ubus_init by the name that the linker knows.
+extern "C" {
+pid_t __real_fork();
+pid_t __wrap_fork();
+int __real_raise(int signal);
+int __wrap_raise(int signal);
+int __wrap_uloop_run_timeout(int timeout);
+int __wrap__Z20wan_detect_ubus_initPK11t_bus_offer(const t_bus_offer *offer);
+
+pid_t __wrap_fork()
 {
+    if (fork_result == FORK_FOR_REAL)
+        return __real_fork();
     forks++;
     return fork_result;
 }
 
-// uloop_run_timeout, and wan_detect_ubus_init by the name that the linker knows.
-extern "C" {
-int __wrap_uloop_run_timeout(int timeout);
-int __wrap__Z20wan_detect_ubus_initPK11t_bus_offer(const t_bus_offer *offer);
+int __wrap_raise(int signal)
+{
+    return raise_fails ? -1 : __real_raise(signal);
+}
 
 int __wrap_uloop_run_timeout(int timeout)
 {
@@ -43,7 +62,7 @@ int __wrap_uloop_run_timeout(int timeout)
 int __wrap__Z20wan_detect_ubus_initPK11t_bus_offer(const t_bus_offer *)
 {
     bus_inits++;
-    return 0;
+    return bus_result;
 }
 }
 
@@ -62,7 +81,9 @@ protected:
         fake_router = {};
         for (int i = 0; i < 5; i++)
             fake_router.links["eth" + std::to_string(i)] = false;
-        fork_result = forks = bus_inits = 0;
+        fork_result = FORK_FOR_REAL;
+        forks = bus_inits = bus_result = 0;
+        raise_fails = false;
         recorded_pauses.reset();
         write_file(LOG_FILE, "");
         write_router_config();
@@ -84,16 +105,19 @@ protected:
         pthread_sigmask(SIG_SETMASK, &none, nullptr);
     }
 
-    // The exit status.
-    static int start(std::vector<std::string> words = {"-d", "7"})
+    // The exit status; fork gives `forked`, which is 0 for the second process.
+    static int start(std::vector<std::string> words = {"-d", "7"}, pid_t forked = 0)
     {
+        fork_result = forked;
         words.insert(words.begin(), "/usr/sbin/wan_detect");
         std::vector<char *> argv;
         for (std::string &word : words)
             argv.push_back(word.data());
         argv.push_back(nullptr);
         optind = 0;
-        return wan_detect_main(static_cast<int>(words.size()), argv.data());
+        const int status = wan_detect_main(static_cast<int>(words.size()), argv.data());
+        fork_result = FORK_FOR_REAL;
+        return status;
     }
     static void change(const std::string &package, const std::string &from, const std::string &to)
     {
@@ -125,8 +149,7 @@ TEST_F(start_up, a_wrong_command_line_gives_status_1_before_any_fork)
 
 TEST_F(start_up, a_failed_fork_is_told_on_the_console_and_gives_status_1)
 {
-    fork_result = -1;
-    EXPECT_EQ(start({}), 1);
+    EXPECT_EQ(start({}, -1), 1);
     EXPECT_EQ(fake_router.commands,
               (std::vector<std::string>{"echo '[wan_detect][Error] error fork!!!' > /dev/console"}));
     EXPECT_EQ(bus_inits, 0);
@@ -134,8 +157,7 @@ TEST_F(start_up, a_failed_fork_is_told_on_the_console_and_gives_status_1)
 
 TEST_F(start_up, the_first_process_ends_with_status_0_and_does_nothing_more)
 {
-    fork_result = 4711;
-    EXPECT_EQ(start({}), 0);
+    EXPECT_EQ(start({}, 4711), 0);
     EXPECT_EQ(forks, 1);
     EXPECT_EQ(bus_inits, 0);
     EXPECT_EQ(heartbeat, NEVER_IN_THE_LOOP);
@@ -275,6 +297,60 @@ TEST_F(start_up, a_fake_wan_port_that_cannot_be_set_up_is_told_and_start_up_goes
     EXPECT_EQ(start(), 0);
     EXPECT_EQ(said("Info", "init_fake_wan_device failed!"), 1);
     EXPECT_EQ(heartbeat, 0);
+}
+
+// What cannot be done without ends the process by a signal that it sends to itself: a copy of it, for these tests.
+using start_up_death = start_up;
+
+TEST_F(start_up_death, without_a_bus_the_process_ends_with_status_0)
+{
+    bus_result = -1;
+    EXPECT_EXIT(start(), testing::ExitedWithCode(0), "");
+    EXPECT_EQ(said("Critical", "ubus"), 1);
+    EXPECT_EQ(said("Debug", "init over"), 0);
+}
+
+TEST_F(start_up_death, a_signal_that_cannot_be_sent_gives_status_1)
+{
+    bus_result = -1;
+    raise_fails = true;
+    EXPECT_EXIT(start(), testing::ExitedWithCode(1), "");
+    EXPECT_EQ(said("Critical", "ubus"), 1);
+}
+
+TEST_F(start_up_death, without_the_protocols_the_process_ends_with_status_0)
+{
+    remove_config("protocol");
+    EXPECT_EXIT(start(), testing::ExitedWithCode(0), "");
+    EXPECT_EQ(said("Critical", "init_all_protocols failed!"), 1);
+}
+
+TEST_F(start_up_death, without_any_port_the_process_ends_with_status_0)
+{
+    write_config("switch", "");
+    EXPECT_EXIT(start(), testing::ExitedWithCode(0), "");
+    EXPECT_EQ(said("Critical", "init_all_eth_device failed!"), 1);
+}
+
+TEST_F(start_up, shutdown_releases_what_a_cycle_left_open)
+{
+    static t_dhcp_detect_ctx dhcp_batch;
+    static t_pppoe_detect_ctx pppoe_batch;
+    const uint8_t mac[MAC_SIZE] = {2, 0, 0, 0, 0, 9};
+    on_loop = [&](int) {
+        dhcp_detect_handle.contexts = &dhcp_batch;
+        pppoe_detect_handle.contexts = &pppoe_batch;
+        add_arp_entry(&port_model.arp_table_hashmap_head, create_new_arp_entry(mac, 1, 1));
+        add_unique_device_inorder_to_list(&engine.possible_wan_dev_list.head, dev("eth1"));
+        add_unique_device_inorder_to_list(&engine.possible_wan_dev_list_cache.head, dev("eth2"));
+    };
+    EXPECT_EQ(start(), 0);
+    EXPECT_EQ(fake_probes.count("release dhcp"), 1);
+    EXPECT_EQ(fake_probes.count("release pppoe"), 1);
+    EXPECT_EQ(port_model.arp_table_hashmap_head, nullptr);
+    EXPECT_EQ(engine.possible_wan_dev_list.head.next, nullptr);
+    EXPECT_EQ(engine.possible_wan_dev_list_cache.head.next, nullptr);
+    EXPECT_EQ(port_model.dev_hashmap_head, nullptr);
 }
 
 } // namespace

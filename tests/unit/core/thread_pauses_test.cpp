@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: MIT
 // How long the background threads sleep, and where: looked at, not waited for.
+#include <cerrno>
+
 #include "core/background.h"
 #include "core/combo_switch.h"
 #include "core/engine_fixture.h"
@@ -7,6 +9,22 @@
 #include "core/link_scan.h"
 #include "core/recorded_pauses.h"
 #include "platform/adapters/wan_switch.h"
+
+static pthread_t not_detached;
+static bool detaching_fails;
+
+extern "C" {
+int __real_pthread_detach(pthread_t thread);
+int __wrap_pthread_detach(pthread_t thread);
+
+int __wrap_pthread_detach(pthread_t thread)
+{
+    if (!detaching_fails)
+        return __real_pthread_detach(thread);
+    not_detached = thread;
+    return EINVAL;
+}
+}
 
 namespace {
 
@@ -78,6 +96,44 @@ TEST_F(thread_pauses, whoever_started_a_settling_delay_sleeps_5_ms)
     engine.detecting = 1;
     wan_detect_process_link_change(dev("eth1"), true);
     EXPECT_EQ(recorded_pauses.short_ones(), t_pauses{5});
+}
+
+TEST_F(thread_pauses, a_settling_delay_that_cannot_be_detached_is_told_and_works_all_the_same)
+{
+    recorded_pauses.reset(1);
+    engine.detecting = 1;
+    detaching_fails = true;
+    EXPECT_EQ(wan_detect_process_link_change(dev("eth1"), true), 0);
+    detaching_fails = false;
+    pthread_join(not_detached, nullptr);
+    EXPECT_TRUE(log->has("Error", "wan_detect_process_link_change",
+                         "pthread_detach pid_delay_trigger_thread failed...ret=22, continue whatever!"));
+    EXPECT_EQ(engine.possible_wan_dev_list_cache.count, 1);
+}
+
+// A thread that sits in a command is left behind: the process ends without it.
+TEST_F(thread_pauses, shutdown_waits_3_s_for_a_thread_and_no_longer)
+{
+    static std::atomic<bool> may_leave;
+    may_leave = false;
+    pthread_t thread;
+    ASSERT_EQ(start_background_thread(
+                  &thread,
+                  [](void *) -> void * {
+                      while (!may_leave)
+                          usleep(1000);
+                      leave_background();
+                      return nullptr;
+                  },
+                  nullptr),
+              0);
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_FALSE(stop_background_threads());
+    const auto waited = std::chrono::steady_clock::now() - start;
+    EXPECT_GE(waited, std::chrono::milliseconds(2990));
+    EXPECT_LT(waited, std::chrono::seconds(4));
+    may_leave = true;
+    pthread_join(thread, nullptr);
 }
 
 TEST_F(thread_pauses, a_switch_sleeps_1_ms_before_it_lets_the_threads_go_on)

@@ -143,6 +143,14 @@ TEST_F(reserved_ports, several_spaces_do_not_shift_the_labels)
     EXPECT_EQ(members(), t_names{"eth2"});
 }
 
+TEST_F(reserved_ports, options_of_no_interest_are_passed_over)
+{
+    write_config("switch", section("agg", "lan_agg", {{"mode", "off"}, {"lanport", "LAN1 LAN2"}, {"lacpports", "2"}}) +
+                               list_option("members", {"1", "2"}));
+    EXPECT_EQ(update(), OK);
+    EXPECT_EQ(members(), t_names{"eth2"});
+}
+
 TEST_F(reserved_ports, a_position_given_twice_is_one_member)
 {
     t_log_capture log;

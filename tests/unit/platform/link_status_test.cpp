@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Link states as the router's scripts print them, from well-formed to hopeless.
 #include <filesystem>
+#include <sys/mount.h>
 
 #include "platform/adapter_fixture.h"
 #include "platform/adapters/link_status.h"
@@ -26,6 +27,20 @@ protected:
 
     t_device *eth0, *eth1, *eth2;
     t_log_capture log;
+};
+
+// While it lives, no program can be started.
+class t_no_shell {
+public:
+    t_no_shell() : mounted_(mount("/dev/null", "/bin/sh", nullptr, MS_BIND, nullptr) == 0) { EXPECT_TRUE(mounted_); }
+    ~t_no_shell()
+    {
+        if (mounted_)
+            umount2("/bin/sh", MNT_DETACH);
+    }
+
+private:
+    bool mounted_;
 };
 
 class combo_state : public t_adapter_test {
@@ -150,6 +165,17 @@ TEST_F(port_states, a_missing_script_is_an_execution_error)
     EXPECT_TRUE(is_execution_error());
 }
 
+TEST_F(port_states, a_script_that_cannot_be_started_changes_nothing)
+{
+    eth0->link_active = 1;
+    {
+        const t_no_shell no_shell;
+        EXPECT_EQ(scan(R"({"eth0":false})"), 0);
+    }
+    EXPECT_FALSE(is_execution_error());
+    EXPECT_TRUE(engine.link_changes.empty());
+}
+
 TEST_F(port_states, a_failing_script_is_believed_when_its_output_is_whole)
 {
     write_program(PORT_STATE_COMMAND, "#!/bin/sh\necho '{\"eth0\":true,\"eth1\":false,\"eth2\":false}'\nexit 1\n");
@@ -252,6 +278,17 @@ TEST_F(combo_state, a_missing_script_is_an_execution_error)
 {
     EXPECT_EQ(update_combo_device_status(combo), 0);
     EXPECT_TRUE(says("Execute command:/etc/wan_detect/get_combo_state.sh port5 error!"));
+}
+
+TEST_F(combo_state, a_script_that_cannot_be_started_changes_nothing)
+{
+    {
+        const t_no_shell no_shell;
+        EXPECT_EQ(refresh(R"({"phy":true,"sfp":true,"serdes":"sfp"})"), 0);
+    }
+    EXPECT_EQ(combo->phy_link, 0);
+    EXPECT_EQ(combo->sub_port, SUB_PORT_PHY);
+    EXPECT_FALSE(says("Execute command:/etc/wan_detect/get_combo_state.sh port5 error!"));
 }
 
 TEST_F(combo_state, exactly_128_bytes_of_output_are_read)

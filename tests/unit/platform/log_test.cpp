@@ -209,6 +209,14 @@ TEST(log, the_printer_adds_nothing_to_the_text)
     EXPECT_EQ(log.text(), "a|1b");
 }
 
+TEST(log, the_printer_keeps_to_the_level)
+{
+    t_log_capture log(LOG_LEVEL_Error);
+    log_print(LOG_LEVEL_Warning, "not said");
+    log_print(LOG_LEVEL_Error, "said");
+    EXPECT_EQ(log.text(), "said");
+}
+
 TEST(log, a_failing_sysinfo_makes_the_uptime_minus_one_and_says_why_on_standard_error)
 {
     t_log_capture log;

@@ -1,0 +1,125 @@
+// SPDX-License-Identifier: MIT
+// Configuration access when the library hands out no context.
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "platform/log.h"
+#include "platform/uci_access.h"
+#include "support/sandbox.h"
+
+extern "C" {
+#include <uci.h>
+}
+
+static bool no_context;   // the library has none to give
+static bool no_directory; // it has one, but refuses the configuration directory
+
+extern "C" {
+uci_context *__real_uci_alloc_context();
+uci_context *__wrap_uci_alloc_context();
+int __real_uci_set_confdir(uci_context *context, const char *directory);
+int __wrap_uci_set_confdir(uci_context *context, const char *directory);
+
+uci_context *__wrap_uci_alloc_context()
+{
+    return no_context ? nullptr : __real_uci_alloc_context();
+}
+
+int __wrap_uci_set_confdir(uci_context *context, const char *directory)
+{
+    return no_directory ? UCI_ERR_MEM : __real_uci_set_confdir(context, directory);
+}
+}
+
+namespace {
+
+class uci_without_context : public testing::Test, public testing::WithParamInterface<bool *> {
+protected:
+    uci_without_context()
+    {
+        write_config("network", "config interface 'wan'\n\toption proto 'dhcp'\n");
+        before = read_file("/etc/config/network");
+        *GetParam() = true;
+    }
+    ~uci_without_context() override
+    {
+        *GetParam() = false;
+        EXPECT_EQ(slot, nullptr);
+        EXPECT_EQ(read_file("/etc/config/network"), before);
+        remove_config("network");
+    }
+    bool said(const std::string &function, const std::string &path)
+    {
+        return log.has("Error", function, "fail to init uci context:" + path);
+    }
+
+    t_log_capture log;
+    uci_context *slot = nullptr;
+    std::string before;
+};
+
+INSTANTIATE_TEST_SUITE_P(for_want_of, uci_without_context, testing::Values(&no_context, &no_directory),
+                         [](const auto &parameter) { return parameter.index == 0 ? "memory" : "its_directory"; });
+
+TEST_P(uci_without_context, a_read_fails_and_leaves_the_buffer_alone)
+{
+    char value[UCI_VALUE_SIZE] = "before";
+    EXPECT_EQ(_uci_get_value("network.wan.proto", value), -1);
+    EXPECT_STREQ(value, "before");
+    EXPECT_TRUE(said("_uci_get_value", "network.wan.proto"));
+}
+
+TEST_P(uci_without_context, a_write_fails_and_leaves_the_path_whole)
+{
+    char path[] = "network.wan.proto";
+    EXPECT_EQ(_uci_set_value_commit(path, "pppoe"), -1);
+    EXPECT_STREQ(path, "network.wan.proto");
+    EXPECT_TRUE(said("_uci_set_value_commit", "network.wan.proto"));
+}
+
+TEST_P(uci_without_context, a_change_that_would_wait_in_its_slot_fails)
+{
+    EXPECT_EQ(_uci_set_value(&slot, "network", "wan", "proto", "pppoe"), -1);
+    EXPECT_EQ(_uci_delete(&slot, "network", "wan", "proto"), -1);
+    EXPECT_EQ(_uci_add_list(&slot, "network", "wan", "dns", "1.1.1.1"), -1);
+    EXPECT_EQ(_uci_del_add_list(&slot, "network", "wan", "dns", "1.1.1.1"), -1);
+    EXPECT_TRUE(said("_uci_set_value", "network.wan.proto"));
+    EXPECT_TRUE(said("_uci_delete", "network.wan.proto"));
+    EXPECT_TRUE(said("_uci_add_list", "network.wan.dns"));
+    EXPECT_TRUE(said("_uci_del_add_list", "network.wan.dns"));
+}
+
+TEST_P(uci_without_context, a_change_that_is_committed_at_once_fails)
+{
+    EXPECT_EQ(_uci_delete_commit("network", "wan", "proto"), -1);
+    EXPECT_EQ(_uci_add_list_commit("network", "wan", "dns", "1.1.1.1"), -1);
+    EXPECT_EQ(_uci_del_add_list_commit("network", "wan", "dns", "1.1.1.1"), -1);
+    EXPECT_TRUE(said("_uci_delete_commit", "network.wan.proto"));
+    EXPECT_TRUE(said("_uci_add_list_commit", "network.wan.dns"));
+    EXPECT_TRUE(said("_uci_del_add_list_commit", "network.wan.dns"));
+}
+
+TEST_P(uci_without_context, a_commit_without_a_slot_fails)
+{
+    EXPECT_EQ(_uci_commit(slot), -1);
+    EXPECT_TRUE(log.has("Error", "_uci_commit", "fail to init uci context"));
+    EXPECT_TRUE(log.has("Error", "_uci_commit", "commit failed"));
+}
+
+TEST_P(uci_without_context, the_runtime_state_is_not_there_and_the_line_about_it_bypasses_the_level)
+{
+    char value[16] = "before";
+    log_set_level(0);
+    EXPECT_EQ(_uci_get_state_value("network", "wan", "proto", value, sizeof value), -1);
+    EXPECT_STREQ(value, "before");
+    EXPECT_EQ(log.text(), "ntp failed: uci_alloc_context failed.\n");
+}
+
+TEST_P(uci_without_context, a_package_that_is_to_be_walked_is_null)
+{
+    t_uci_package network("network");
+    EXPECT_EQ(network.package, nullptr);
+}
+
+} // namespace
