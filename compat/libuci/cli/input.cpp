@@ -89,7 +89,8 @@ int run_line(session &s, uci_impl::line_reader *reader)
     if (count == 0)
         return EXIT_SUCCESS;
     const command *found = find_command(reader->text_at(words[0]), count - 1);
-    if (found == nullptr) {
+    // A batch within a batch would read the same file from its start, without an end.
+    if (found == nullptr || found->run == batch) {
         fputs("Unknown command\n", stderr);
         return EXIT_FAILURE;
     }

@@ -80,6 +80,15 @@ TEST_F(program, input_comes_from_a_file_if_one_is_named)
     EXPECT_EQ(uci("-f /nosuch batch").err, "uci: I/O error\n");
 }
 
+TEST_F(program, a_batch_does_not_run_itself)
+{
+    write_text(root() + "/batch", "batch\nget net.a.x\n");
+    outcome got = uci("-f " + root() + "/batch batch");
+    EXPECT_EQ(got.status, 0);
+    EXPECT_EQ(got.out, "one two\n");
+    EXPECT_EQ(got.err, "Unknown command\n");
+}
+
 TEST_F(program, an_import_that_fails_changes_no_file)
 {
     auto before = files_of(conf());
