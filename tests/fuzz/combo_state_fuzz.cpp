@@ -17,7 +17,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     copy_name(dev.name, "eth4");
     dev.port_num = 4;
     dev.is_combo = 1;
-    command_output = text_of({data, size});
+    commands_print(text_of({data, size}));
     const bool changed = update_combo_device_status(&dev) == 1;
     REQUIRE(changed == (dev.phy_link || dev.sfp_link));
     REQUIRE(dev.sub_port == SUB_PORT_SFP || dev.sub_port == SUB_PORT_PHY);

@@ -18,7 +18,7 @@ build_targets() {
             DEBIAN_FRONTEND=noninteractive apt-get install -y --no-install-recommends "${missing[@]}" || return 1
     fi
     cmake -S "$root" -B "$build" -G Ninja -DCMAKE_C_COMPILER=clang-14 -DCMAKE_CXX_COMPILER=clang++-14 \
-        -DCMAKE_BUILD_TYPE=RelWithDebInfo -DWAN_DETECT_FUZZ=ON -DWAN_DETECT_TESTS=OFF -DWAN_DETECT_LIBS=bundled &&
+        -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS_DEBUG="-O1 -g1" -DWAN_DETECT_FUZZ=ON -DWAN_DETECT_TESTS=OFF -DWAN_DETECT_LIBS=bundled &&
         cmake --build "$build" --target fuzz_targets
 }
 

@@ -33,7 +33,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     t_device *ports = nullptr;
     for (const char *name : {"eth0", "eth1", "eth2"})
         keep_device(&ports, create_new_device(name));
-    command_output = text_of({data, size});
+    commands_print(text_of({data, size}));
     changes = 0;
     REQUIRE(update_eth_link_status_using_script(ports) == (changes > 0));
     update_eth_link_status(ports); // nothing is new the second time

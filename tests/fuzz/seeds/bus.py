@@ -120,6 +120,28 @@ def bus_messages():
     save("bus_replies", "state_is_a_number", b"\x80" + b'{"state":5,"up":"yes"}')
 
 
+def network_answers():
+    def of_manager(status, reply=None):
+        if reply is None:
+            return bytes([0x40 | status])
+        return bytes([status | (0x80 if isinstance(reply, str) else 0)]) + block(reply)
+
+    connected, nothing, wrong = '{"state":"connected","up":true}', "{}", '{"state":5}'
+    ended = struct.Struct(">h").pack
+    save("network_status", "connected", b"\0" + of_manager(0, connected))
+    save("network_status", "binary_reply", b"\0" + of_manager(0, text_field("state", "connecting")))
+    save("network_status", "second_interface", b"\0" + of_manager(4) + of_manager(0, connected))
+    save("network_status", "no_state", b"\0" + of_manager(0, nothing) + of_manager(0, wrong))
+    save("network_status", "no_answer", b"\0" + of_manager(7) + of_manager(7))
+    save("network_status", "reply_of_a_failed_call", b"\0" + of_manager(9, connected) + of_manager(9, connected))
+    save("network_status", "ipv6", b"\1" + of_manager(0, connected))
+    save("network_status", "confirmed", b"\2" + of_manager(0, connected) + ended(0))
+    save("network_status", "not_online", b"\2" + of_manager(0, connected) + ended(256))
+    save("network_status", "online_test_tried_again", b"\2" + of_manager(0, connected) + ended(-1) + ended(0))
+    save("network_status", "online_test_killed", b"\2" + of_manager(0, connected) + ended(9) + ended(2 << 8))
+    save("network_status", "no_shell", b"\6" + of_manager(0, connected))
+
+
 def blobs():
     everything = (
         bool_field("up", 1)
@@ -242,6 +264,95 @@ def client_streams():
     save("bus_client", "huge_length", to_client(0, 0, bytes.fromhex("0002000100000000") + b"\0\xff\xff\xff" + bytes(8)))
 
 
+# The steps of bus_session_fuzz.cpp.
+PREPARE_BYTES, ARRIVE, ASK_STATUS, FIRE_TIMER, KNOCK_ANSWERED, HANG_UP_NOW, REFUSE, ACCEPT = range(8)
+CONFIRM = 0x80
+GREETING = bytes.fromhex("00000000a000000100000004")
+
+
+def session_steps(*parts):
+    return b"".join(block(part) if isinstance(part, bytes) else bytes([part]) for part in parts)
+
+
+def daemon_sessions():
+    """What the bus daemon says to the daemon; its requests count from 1."""
+
+    def offer_taken(first):
+        object_added = frame(DATA, first, 0, word(AT_ID, DEMO) + word(AT_TYPE, 0xA0000003)) + done(first)
+        listener_added = frame(DATA, first + 1, 0, word(AT_ID, DEMO + 2)) + done(first + 1)
+        return object_added + listener_added + done(first + 2, EVENT_OBJECT)
+
+    def call(method, arguments):
+        return frame(INVOKE, 9, 0xA0000009, word(AT_ID, DEMO) + name(AT_METHOD, method) + attribute(AT_DATA, arguments))
+
+    def status_answer(first, state):
+        unknown_method = frame(STATUS, first, EVENT_OBJECT, word(AT_STATUS, 3))
+        found = frame(DATA, first + 1, 0, name(AT_PATH, "network.interface") + word(AT_ID, 0xA0000005) + SIGNATURE)
+        reply = frame(DATA, first + 2, 0xA0000005, attribute(AT_DATA, text_field("state", state)))
+        return unknown_method + found + done(first + 1) + reply + done(first + 2, 0xA0000005)
+
+    start = GREETING + offer_taken(1)
+    calls = (
+        call("log", number_field("level", 7))
+        + call("hotplug", text_field("name", "eth1") + bool_field("status", 1))
+        + call("wan_detect", b"")
+        + call("proto_detect", text_field("device", "eth1") + number_field("timeout", 3000))
+        + call("nothing", b"")
+    )
+    event = frame(
+        INVOKE,
+        9,
+        0,
+        word(AT_ID, DEMO + 2)
+        + name(AT_METHOD, "wan_detect_add_banned_dev")
+        + attribute(AT_DATA, text_field("name", "eth1") + number_field("time", 60)),
+    )
+    lookup_failed = frame(STATUS, 5, 0, word(AT_STATUS, 4))
+    save("bus_session", "calls", session_steps(start, ARRIVE, calls))
+    save("bus_session", "event", session_steps(start, ARRIVE, event))
+    save("bus_session", "status", session_steps(start, PREPARE_BYTES, status_answer(4, "connected"), ASK_STATUS))
+    save(
+        "bus_session",
+        "status_and_calls_meanwhile",
+        session_steps(start, PREPARE_BYTES, calls + status_answer(4, "connecting"), ASK_STATUS | CONFIRM, FIRE_TIMER),
+    )
+    save(
+        "bus_session",
+        "interface_not_found",
+        session_steps(
+            start,
+            PREPARE_BYTES,
+            frame(STATUS, 4, EVENT_OBJECT, word(AT_STATUS, 3)) + lookup_failed + status_answer(6, "connected"),
+            ASK_STATUS,
+        ),
+    )
+    save("bus_session", "nobody_answers", session_steps(start, ASK_STATUS, ARRIVE, calls))
+    save(
+        "bus_session",
+        "lost_and_back",
+        session_steps(
+            start,
+            HANG_UP_NOW,
+            FIRE_TIMER,
+            PREPARE_BYTES,
+            GREETING
+            + frame(DATA, 4, 0, word(AT_ID, DEMO) + word(AT_TYPE, 0xA0000003))
+            + done(4)
+            + frame(DATA, 5, 0, name(AT_PATH, "wan_detect") + word(AT_ID, DEMO) + SIGNATURE)
+            + done(5)
+            + frame(DATA, 6, 0, word(AT_ID, DEMO + 2))
+            + done(6)
+            + done(7, EVENT_OBJECT),
+            KNOCK_ANSWERED,
+            ARRIVE,
+            calls + event,
+        ),
+    )
+    save("bus_session", "refused", session_steps(start, HANG_UP_NOW, REFUSE, FIRE_TIMER, ACCEPT, FIRE_TIMER))
+    save("bus_session", "name_taken", session_steps(GREETING + frame(STATUS, 1, 0, word(AT_STATUS, 2))))
+    save("bus_session", "no_greeting", session_steps(GREETING[:5]))
+
+
 SEND, STOP_READING, READ_AGAIN, READ_IN_PIECES, SHUT_DOWN, HANG_UP = range(6)
 
 
@@ -325,5 +436,7 @@ def daemon_streams():
 def make():
     bus_messages()
     blobs()
+    network_answers()
     client_streams()
+    daemon_sessions()
     daemon_streams()

@@ -98,6 +98,80 @@ def dns_answers():
     save("dns_answer", "cut_behind_the_id", dns()[:45])
 
 
+# The steps of frame_streams_fuzz.cpp.
+(
+    ASK_DHCP,
+    ASK_PPPOE,
+    FRAME,
+    RUN_LOOP,
+    COLLECT_DHCP,
+    COLLECT_PPPOE,
+    PEER_FRAME,
+    SEARCH_WITH_ARP,
+    ASK_DNS,
+    FAILURE,
+    SOCKET_ERROR,
+    UNPLUG,
+) = range(12)
+SECOND_PORT, FINAL = 0x80, 0x40
+
+
+def steps(*parts):
+    """A number is a step, bytes are the block of the step before."""
+    return b"".join(block(part) if isinstance(part, bytes) else bytes([part]) for part in parts)
+
+
+def frame_streams():
+    def answer(xid):
+        return offer(option(53, b"\x02") + option(3, ipv4("10.20.30.1")) + b"\xff", xid=struct.pack("<I", xid))
+
+    def answered_padi(unique):
+        return pado(tag(0x0102, b"ac") + tag(0x0103, struct.pack("<I", unique)))
+
+    def reply(address="192.168.1.50"):
+        return arp(2, SERVER_MAC, address)
+
+    ends = (RUN_LOOP, COLLECT_DHCP, COLLECT_PPPOE, COLLECT_DHCP | FINAL, COLLECT_PPPOE | FINAL)
+    save(
+        "frame_streams",
+        "both_protocols_on_both_ports",
+        steps(
+            ASK_DHCP,
+            ASK_PPPOE,
+            FRAME,
+            answer(2),
+            FRAME | SECOND_PORT,
+            answer(12),
+            FRAME,
+            answered_padi(30),
+            FRAME | SECOND_PORT,
+            answered_padi(56),
+            *ends,
+        ),
+    )
+    save("frame_streams", "one_port_asked", steps(ASK_DHCP | FINAL, FRAME, answer(2), *ends))
+    save(
+        "frame_streams",
+        "answers_of_others_first",
+        steps(ASK_DHCP, FRAME, answer(7), RUN_LOOP, FRAME, reply(), FRAME, answer(2), FRAME, answer(2), *ends),
+    )
+    save("frame_streams", "asked_twice", steps(ASK_DHCP, ASK_DHCP, FRAME, answer(30), ASK_PPPOE, ASK_PPPOE, *ends))
+    save("frame_streams", "arp_search", steps(PEER_FRAME, reply("192.168.1.9"), PEER_FRAME, reply(), SEARCH_WITH_ARP))
+    save(
+        "frame_streams",
+        "names_after_an_address",
+        steps(ASK_DHCP, FRAME, answer(2), *ends, PEER_FRAME, dns(query_id=5), PEER_FRAME, dns(query_id=6), ASK_DNS),
+    )
+    for number, call in enumerate((0x00, 0x21, 0x45, 0x66, 0x87, 0xA8, 0xC9)):
+        save(
+            "frame_streams",
+            f"failing_call_{number}",
+            steps(FAILURE, call, 0, 2, ASK_DHCP, ASK_PPPOE, FRAME, answer(2), *ends, SEARCH_WITH_ARP, ASK_DNS),
+        )
+    save("frame_streams", "socket_error", steps(ASK_DHCP, SOCKET_ERROR, SOCKET_ERROR, FRAME, answer(2), *ends))
+    save("frame_streams", "unplugged", steps(UNPLUG, ASK_DHCP, UNPLUG | FINAL | SECOND_PORT, ASK_PPPOE | FINAL, *ends))
+
+
 # Tables of the kernel
 
 ARP_HEADER = "IP address       HW type     Flags       HW address            Mask     Device\n"
@@ -144,5 +218,6 @@ def make():
     pado_answers()
     arp_frames()
     dns_answers()
+    frame_streams()
     arp_caches()
     forwarding_records()

@@ -175,7 +175,39 @@ def config_texts():
         save("config_path", name, lines)
 
 
+def batches():
+    config = "config interface 'lan'\n\toption proto 'static'\n\tlist dns '1'\n\nconfig rule\n\toption name 'first'\n"
+    everything = (
+        "set net.lan.proto='dhcp'\nset net.lan.x=\"a b\"\nget net.lan.proto\nget net.@rule[0].name\nadd net rule\n"
+        "add_list net.lan.dns='2'\ndel_list net.lan.dns=1\nrename net.lan=lan2\nreorder net.lan2=1\nshow net\n"
+        "changes\nexport net\nrevert net.lan2.x\ndelete net.@rule[-1]\ncommit net\nshow\nchanges net\n"
+    )
+    save("config_batch", "every_command", b"\0" + (config + "\n%%\n" + everything).encode())
+    save("config_batch", "changes_are_kept", b"\x20" + (config + "\n%%\n" + everything).encode())
+    save("config_batch", "real_names", b"\x04" + (config + "\n%%\n" + "show\nshow net.@rule[0]\nexport\n").encode())
+    save(
+        "config_batch",
+        "wrong_commands",
+        b"\0" + (config + "\n%%\n" + "nonsense\nset\nset a b c d\nset 'net.lan\nget net.none\n# comment\n").encode(),
+    )
+    save("config_batch", "import", b"\1" + (config + "\n%%\n" + SWITCH).encode())
+    save("config_batch", "import_and_merge", b"\3" + (config + "\n%%\n" + config.replace("static", "dhcp")).encode())
+    save("config_batch", "lenient_import", b"\x09" + (config + "\n%%\n" + "config t\n\tnonsense\n").encode())
+
+
+def command_lines():
+    save("options", "none", "wan_detect")
+    save("options", "level", "wan_detect\n-d\n7")
+    save("options", "long_level", "wan_detect\n--debug=3\n-d8\n-d\n-1")
+    save("options", "help", "wan_detect\n--help")
+    save("options", "unknown", "wan_detect\n-x\n--nothing")
+    save("options", "missing_argument", "wan_detect\n-d")
+    save("options", "quotes", "it's\n-d\n'; reboot '\n-d" + "'" * 600)
+
+
 def make():
     command_outputs()
     configurations()
     config_texts()
+    batches()
+    command_lines()

@@ -99,7 +99,7 @@ void prepare_config_scene()
     log_set_level(LOG_LEVEL_Debug);
     init_engine_gate(&gate);
     engine_gate = &gate;
-    command_output = R"({"phy":true,"sfp":true,"serdes":"phy"})"; // a combo port has the choice
+    commands_print(R"({"phy":true,"sfp":true,"serdes":"phy"})"); // a combo port has the choice
 }
 
 void configure_package(const char *package, const std::string &text)

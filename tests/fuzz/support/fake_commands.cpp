@@ -7,13 +7,21 @@
 #include "fuzz/support/fuzz.h"
 #include "platform/command.h"
 
-std::string command_output;
+t_fake_commands fake_commands;
+
+void commands_print(const std::string &text)
+{
+    fake_commands.prints = [text](const std::string &) { return text; };
+}
 
 int capture_command(char *buffer, const char *command, size_t size)
 {
     REQUIRE(size > 0 && *command);
-    const size_t taken = std::min(command_output.size(), size - 1);
-    memcpy(buffer, command_output.data(), taken);
+    if (!fake_commands.start)
+        return -1;
+    const std::string output = fake_commands.prints ? fake_commands.prints(command) : "";
+    const size_t taken = std::min(output.size(), size - 1);
+    memcpy(buffer, output.data(), taken);
     buffer[taken] = '\0';
     return 0;
 }
@@ -21,5 +29,7 @@ int capture_command(char *buffer, const char *command, size_t size)
 int run_command(const char *command)
 {
     REQUIRE(*command);
-    return 0;
+    if (!fake_commands.start)
+        return -1;
+    return fake_commands.ends ? fake_commands.ends(command) : 0;
 }

@@ -1,0 +1,387 @@
+// SPDX-License-Identifier: MIT
+#include "fuzz/support/engine_scene.h"
+
+#include <algorithm>
+#include <cstring>
+#include <ctime>
+#include <libubus.h>
+#include <poll.h>
+#include <pthread.h>
+#include <vector>
+
+#include "core/background.h"
+#include "core/candidates.h"
+#include "core/fake_probes.h"
+#include "core/link_change.h"
+#include "core/link_scan.h"
+#include "core/proto_stage.h"
+#include "fuzz/support/bus_message.h"
+#include "fuzz/support/fake_commands.h"
+#include "fuzz/support/private_files.h"
+#include "model/current_wan.h"
+#include "model/fake_wan.h"
+#include "model/lists.h"
+#include "model/port_config.h"
+#include "model/protocol_config.h"
+#include "model/tables.h"
+#include "platform/adapters/bus_object.h"
+#include "platform/adapters/link_status.h"
+#include "platform/bus.h"
+#include "platform/command.h"
+#include "platform/log.h"
+#include "support/fake_clock.h"
+
+namespace {
+
+constexpr int MOST_TURNS = 20'000;
+constexpr int64_t MICROSECONDS_PER_MS = 1000;
+constexpr int64_t NANOSECONDS_PER_US = 1000;
+constexpr int64_t MICROSECONDS_PER_S = 1'000'000;
+
+struct t_worker_thread {
+    void *(*body)(void *);
+    void *argument;
+    int64_t due_us;
+};
+
+t_engine_scene *scene;
+std::vector<t_worker_thread> workers;
+bool on_other_thread;
+
+uloop_timeout *const TIMERS[] = {
+    &engine.init_wan_detect_all,
+    &engine.start_wan_detect,
+    &engine.using_proto_detect,
+    &engine.using_arp,
+    &engine.using_dns,
+    &engine.try_each,
+    &engine.end,
+    &engine.heartbeat,
+    &engine.proto_detect_start,
+    &engine.proto_detect_end,
+};
+
+struct t_on_other_thread {
+    t_on_other_thread() { on_other_thread = true; }
+    ~t_on_other_thread() { on_other_thread = false; }
+};
+
+std::string quoted(const std::string &value)
+{
+    std::string text = "'";
+    for (char c : value)
+        text += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    return text + "'\n";
+}
+
+// A worker's sleep lies between its start and now: it ends where it began.
+void run_due_workers()
+{
+    for (;;) {
+        const auto due = std::find_if(workers.begin(), workers.end(),
+                                      [](const t_worker_thread &worker) { return worker.due_us <= fake_clock.now_us; });
+        if (due == workers.end())
+            return;
+        const t_worker_thread worker = *due;
+        workers.erase(due);
+        const int64_t now_us = fake_clock.now_us;
+        t_on_other_thread guard;
+        worker.body(worker.argument);
+        fake_clock.now_us = now_us;
+    }
+}
+
+int64_t next_worker_us()
+{
+    int64_t next_us = INT64_MAX;
+    for (const t_worker_thread &worker : workers)
+        next_us = std::min(next_us, worker.due_us);
+    return next_us;
+}
+
+int64_t next_timer_us()
+{
+    const int next_ms = uloop_get_next_timeout();
+    return next_ms < 0 ? INT64_MAX : fake_clock.now_us + next_ms * MICROSECONDS_PER_MS;
+}
+
+void check_list(const t_device_list_head &list)
+{
+    unsigned count = 0;
+    for (const t_device_list *node = list.head.next; node; node = node->next, count++) {
+        REQUIRE(node->dev && find_device(port_model.dev_hashmap_head, node->dev->name) == node->dev);
+        for (const t_device_list *other = node->next; other; other = other->next)
+            REQUIRE(other->dev != node->dev);
+    }
+    REQUIRE(count <= ENGINE_PORTS);
+    // Ports that come up during a cycle may be counted twice when they are adopted; the next pass mends that.
+    REQUIRE(count <= list.count || &list == &engine.possible_wan_dev_list);
+}
+
+} // namespace
+
+// The router around the daemon.
+
+int ubus_call_method(const char *object, const char *method, blob_buf *, t_bus_reply_handler, void *context)
+{
+    REQUIRE(strcmp(object, "network.interface") == 0 && strcmp(method, "status") == 0);
+    if (scene->bus_result == 0)
+        *static_cast<int *>(context) = scene->network_state;
+    return scene->bus_result;
+}
+
+extern "C" int __wrap_ubus_send_reply(ubus_context *, ubus_request_data *, blob_attr *)
+{
+    return 0;
+}
+
+// Time and threads; the fuzzer's own keep theirs.
+
+extern "C" int __real_clock_gettime(clockid_t clock, timespec *now);
+extern "C" int __wrap_clock_gettime(clockid_t clock, timespec *now)
+{
+    if (clock != CLOCK_MONOTONIC)
+        return __real_clock_gettime(clock, now);
+    now->tv_sec = fake_clock.now_us / MICROSECONDS_PER_S;
+    now->tv_nsec = fake_clock.now_us % MICROSECONDS_PER_S * NANOSECONDS_PER_US;
+    return 0;
+}
+
+extern "C" int __real_pthread_create(pthread_t *, const pthread_attr_t *, void *(*)(void *), void *);
+extern "C" int __wrap_pthread_create(pthread_t *thread, const pthread_attr_t *attributes, void *(*body)(void *),
+                                     void *argument)
+{
+    if (!scene)
+        return __real_pthread_create(thread, attributes, body, argument);
+    workers.push_back({body, argument, fake_clock.now_us + PORT_SETTLE_MS * MICROSECONDS_PER_MS});
+    *thread = pthread_self();
+    return 0;
+}
+
+extern "C" int __real_pthread_detach(pthread_t thread);
+extern "C" int __wrap_pthread_detach(pthread_t thread)
+{
+    return scene ? 0 : __real_pthread_detach(thread);
+}
+
+extern "C" int __wrap_pthread_equal(pthread_t first, pthread_t second)
+{
+    return first == second && !on_other_thread;
+}
+
+extern "C" int __wrap_poll(pollfd *, nfds_t, int timeout_ms)
+{
+    if (process_is_ending)
+        return 1;
+    fake_clock.advance_ms(timeout_ms);
+    return 0;
+}
+
+void prepare_engine_scene()
+{
+    enter_private_files();
+    write_private_file("/tmp/wan_detect.log", "");
+    log_set_level(LOG_LEVEL_Debug);
+    engine_handlers = {start_wan_detect_all, start_proto_detect, wan_detect_process_link_change};
+    uloop_handle_sigchld = false;
+}
+
+t_engine_scene::t_engine_scene(const std::string &priority, const std::string &fake_wan)
+    : priority_(priority), fake_wan_(fake_wan)
+{
+    // The loop takes over the signals, so it must not begin before the fuzzer has its own.
+    static const bool loop_is_there = uloop_init() == 0;
+    REQUIRE(loop_is_there);
+    scene = this;
+    fake_clock.reset();
+    fake_clock.set(1);
+    fake_probes = {};
+    fake_commands = {};
+    fake_commands.prints = [this](const std::string &command) { return print(command); };
+    fake_commands.ends = [this](const std::string &command) { return end(command); };
+    engine = {};
+    port_model = {};
+    REQUIRE(init_background());
+    attach_background_to_loop();
+    init_engine_gate(&engine.gate);
+    engine_gate = &engine.gate;
+    bind_engine_timers();
+    wan_detect_bus_offer();
+    write_configuration();
+    started_ = init_all_protocols(&port_model.proto_hashmap_head) >= 0 && init_all_eth_device(&port_model) > 0;
+    init_fake_wan_device(&port_model);
+    port_model.enable = 1;
+    port_model.router_mode = 1;
+    update_wan_device(&port_model);
+    update_wan_ipv4_protocol(&port_model);
+}
+
+t_engine_scene::~t_engine_scene()
+{
+    for (uloop_timeout *timer : TIMERS)
+        uloop_timeout_cancel(timer);
+    request_stop(0);
+    for (t_worker_thread &worker : workers)
+        worker.due_us = 0;
+    run_due_workers();
+    REQUIRE(stop_background_threads());
+    detach_background_from_loop();
+    release_background();
+    clear_candidates();
+    free_device_list(&engine.possible_wan_dev_list_cache.head);
+    free_device_list(&port_model.banned_list.head);
+    release_port_model(&port_model);
+    destroy_engine_gate(&engine.gate);
+    wan_detect_bus_offer_release();
+    scene = nullptr;
+}
+
+void t_engine_scene::configure(t_setting setting, const std::string &value)
+{
+    settings_[setting] = value;
+    write_configuration();
+}
+
+void t_engine_scene::write_configuration() const
+{
+    const auto option = [](const char *name, const std::string &value) {
+        return std::string("\toption ") + name + " " + quoted(value);
+    };
+    std::string network, switches;
+    for (size_t i = 0; i < ENGINE_PORTS; i++) {
+        const std::string number = std::to_string(i);
+        network += "config device\n" + option("name", "eth" + number);
+        switches += "config switch_port 'port" + number + "'\n" + option("port", number) +
+                    option("ifname", "eth" + number) + option("label", "LAN" + number) + option("wan_port", "phy");
+        if (i == COMBO_PORT)
+            switches += option("type", "combo") + option("addr", "7");
+    }
+    network += "config auto_wan_detect 'auto_wan_detect'\n" + option("enable", "on") +
+               option("fake_wan_port", fake_wan_) + option("wan_port_priority", priority_) +
+               option("wan_port_pool", priority_) + option("proto_priority", "pppoe dhcp static") +
+               option("wan_combo_first_priority", settings_[PREFERRED_SIDE]);
+    network += "config interface 'wan'\n" + option("proto", settings_[CONNECTION]);
+    switches += "config wan 'wan'\n" + option("switch_port", settings_[WAN_PORT]);
+    switches += "config gaming 'gaming'\n" + option("switch_port", settings_[GAMING]);
+    switches += "config lan_agg 'lan_agg'\n" + option("enable_agg", settings_[AGGREGATION]) +
+                option("lanport", "LAN0 LAN1 LAN2 LAN3 LAN4") + option("lacpports", settings_[AGGREGATED]);
+    std::string protocols = "config family 'ipv4'\n";
+    for (const char *name : {"dhcp", "pppoe", "static", "l2tp", "pptp", "ocn"})
+        protocols += std::string("\tlist protos '") + name + "'\n";
+    protocols += "config family 'ipv6'\n\tlist protos 'dhcpv6'\nconfig proto 'static'\n" +
+                 option("ipaddr", "192.0.2.2") + option("gateway", settings_[GATEWAY]) +
+                 option("pri_dns", "192.0.2.53");
+    for (const char *name : {"l2tp", "pptp"})
+        protocols += std::string("config proto '") + name + "'\n" + option("snd_conn", settings_[SECONDARY]) +
+                     option("static_ip", "192.0.2.4") + option("static_gateway", settings_[GATEWAY]);
+    write_private_file("/etc/config/network", network);
+    write_private_file("/etc/config/switch", switches);
+    write_private_file("/etc/config/protocol", protocols);
+}
+
+std::string t_engine_scene::print(const std::string &command) const
+{
+    if (command != PORT_STATE_COMMAND)
+        return combo_state;
+    if (!port_states.empty())
+        return port_states;
+    std::string json;
+    for (size_t i = 0; i < ENGINE_PORTS; i++)
+        json += (json.empty() ? "{\"" : ",\"") + port(static_cast<int>(i)) + "\":" + (links[i] ? "true" : "false");
+    return json + "}";
+}
+
+int t_engine_scene::end(const std::string &command)
+{
+    constexpr std::string_view SWAP = "network_lanwan_swap set ";
+    if (command == "online-test")
+        return online_test;
+    if (swap_works && command.starts_with(SWAP)) {
+        const std::string port = command.substr(SWAP.size());
+        configure(WAN_PORT, port.substr(0, port.find(' ')));
+    }
+    return 0;
+}
+
+void t_engine_scene::pass_ms(int64_t milliseconds)
+{
+    const int64_t until_us = fake_clock.now_us + milliseconds * MICROSECONDS_PER_MS;
+    for (int turn = 0;; turn++) {
+        REQUIRE(turn < MOST_TURNS);
+        uloop_run_timeout(0);
+        run_due_workers();
+        const int64_t next_us = std::min(next_timer_us(), next_worker_us());
+        if (next_us > until_us)
+            break;
+        fake_clock.now_us = std::max(fake_clock.now_us, next_us);
+    }
+    fake_clock.now_us = std::max(fake_clock.now_us, until_us);
+}
+
+void t_engine_scene::scan_links()
+{
+    t_on_other_thread guard;
+    update_eth_link_status_trigger();
+}
+
+void t_engine_scene::look_at_combo_port()
+{
+    t_on_other_thread guard;
+    wan_combo_auto_switch(&combo_);
+}
+
+void t_engine_scene::call(int handler, t_octets arguments, bool is_json)
+{
+    const t_bus_offer *offer = wan_detect_bus_offer();
+    t_fuzz_message message(arguments, is_json);
+    if (handler >= offer->object->n_methods) {
+        offer->event_handler->cb(nullptr, offer->event_handler, offer->event_pattern, message.attribute());
+        return;
+    }
+    const ubus_method &method = offer->object->methods[handler];
+    ubus_request_data request = {};
+    REQUIRE(method.handler(nullptr, offer->object, &request, method.name, message.attribute()) == 0);
+    // The method "log" may have closed the log.
+    log_close();
+    log_set_level(LOG_LEVEL_Debug);
+}
+
+void t_engine_scene::mend_router()
+{
+    links.fill(true);
+    port_states.clear();
+    combo_state = R"({"phy":true,"sfp":false,"serdes":"phy"})";
+    network_state = bus_result = online_test = 0;
+    swap_works = true;
+    fake_commands.start = true;
+    fake_probes = {};
+    settings_ = {"dhcp", "192.0.2.1", "dynamic", "port0", "off", "", "", "phy"};
+    write_configuration();
+}
+
+void t_engine_scene::check() const
+{
+    check_list(engine.possible_wan_dev_list);
+    check_list(engine.possible_wan_dev_list_cache);
+    check_list(port_model.banned_list);
+    for (const t_device *dev : {port_model.wan_dev.load(), port_model.fake_wan, engine.result_dev})
+        REQUIRE(!dev || find_device(port_model.dev_hashmap_head, dev->name) == dev);
+    // One stage at a time.
+    const int stages =
+        engine.using_proto_detect.pending + engine.using_arp.pending + engine.using_dns.pending + engine.end.pending;
+    REQUIRE(stages <= 1);
+    REQUIRE(stages == 0 || port_model.wan_detect_running);
+    // Who holds the probe stage is under way, and nobody else is.
+    const bool held = engine.stage_owner != t_stage_owner::nobody;
+    REQUIRE(held == static_cast<bool>(port_model.proto_detect_running));
+    REQUIRE(held == (engine.proto_detect_start.pending || engine.proto_detect_end.pending));
+    REQUIRE(!engine.try_each.pending);
+    // A cycle that is open has a next step.
+    REQUIRE(!port_model.wan_detect_running || stages == 1 || engine.start_wan_detect.pending);
+}
+
+bool t_engine_scene::at_rest()
+{
+    return !engine.detecting && !port_model.wan_detect_running && !port_model.proto_detect_running &&
+           engine.possible_wan_dev_list.count == 0 && engine.possible_wan_dev_list_cache.count == 0;
+}
