@@ -18,12 +18,16 @@ POLL_REAL_S = 0.01
 class Bus:
     def __init__(self):
         self.broker = None
+        self.manager = None
 
     def start(self):
         self.start_broker()
+        self.start_manager()
+
+    def start_manager(self):
         with open(STATE / "network_interface.log", "ab") as output:
-            subprocess.Popen(["lab_network_interface", SOCKET, str(STATE_FILE)], stdin=subprocess.DEVNULL,
-                             stdout=output, stderr=output)
+            self.manager = subprocess.Popen(["lab_network_interface", SOCKET, str(STATE_FILE)], stdin=subprocess.DEVNULL,
+                                            stdout=output, stderr=output)
         if not self.wait_for_object("network.interface", READY_REAL_S):
             raise RuntimeError("the object network.interface did not appear on the bus")
 
@@ -40,6 +44,10 @@ class Bus:
     def kill_broker(self):
         os.kill(self.broker.pid, signal.SIGKILL)
         self.broker.wait()
+
+    def kill_manager(self):
+        os.kill(self.manager.pid, signal.SIGKILL)
+        self.manager.wait()
 
     def objects(self):
         done = subprocess.run(["ubus", "-s", SOCKET, "list"], capture_output=True, text=True, check=False)

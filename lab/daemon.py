@@ -48,7 +48,7 @@ class LogFollower(threading.Thread):
             while True:
                 chunk = stream.read(CHUNK)
                 if not chunk:
-                    if LOG.stat().st_size < stream.tell():    # the log was closed, emptied and opened again
+                    if os.fstat(stream.fileno()).st_size < stream.tell():    # it was closed, emptied and opened again
                         stream.seek(0)
                     time.sleep(FOLLOW_PAUSE_REAL_S)
                     continue

@@ -1,0 +1,114 @@
+# SPDX-License-Identifier: MIT
+"""What scenarios of a failing world share: one trouble after the other, and after each the daemon does its work."""
+import subprocess
+
+from lab.bus import uci
+from lab.router import WAN_RESULT, content
+from lab.scenarios.base import LATE_REAL_S, Scenario
+from lab.scenarios.storm import footprint
+from lab.upstream import DhcpServer, Silent
+from lab.vitals import cpu_seconds, loop_turns
+
+FOUND_S = 60
+CALM_S = 60
+RELOAD = "/sbin/wanlan_port_reload"
+OPENING = ("uloop_init_wan_detect_all", "uloop_start_wan_detect")
+# Of one processor, however fast the time runs: what spins takes all of it.
+CPU_SHARE = 0.25
+MEMORY_GROWTH_KB = 512
+
+
+class Trouble(Scenario):
+    """Each method `trouble_...` brings one trouble, in the order of the class; its checks are its own."""
+    wan = "eth2"
+    cables = {"eth0": Silent(), "eth2": DhcpServer()}
+    winner = "eth2"
+    patience_s = 0    # later than that nothing may come back, on top of its own time
+
+    def play(self, stage):
+        self.start_connected(stage)
+        before = stage.note("before", footprint(stage.router))
+        pid = stage.router.daemon.pid
+        cpu, began = cpu_seconds(pid), stage.router.clock.now()
+        for name in [name for name in vars(type(self)) if name.startswith("trouble_")]:
+            title = name.removeprefix("trouble_").replace("_", " ")
+            stage.router.say(title)
+            getattr(self, name)(stage, title)
+            if not stage.check(f"{title}: the daemon lives", stage.router.daemon.running()):
+                return
+        lasted = stage.router.clock.real(stage.router.clock.now() - began)
+        stage.note("cpu_share", (cpu_seconds(pid) - cpu) / lasted)
+        stage.router.clock.wait_until(lambda: stage.note("after", footprint(stage.router)) == before, CALM_S)
+
+    def judge(self, stage):
+        super().judge(stage)
+        facts = stage.facts
+        if "after" not in facts:
+            stage.check("every trouble was gone through", False)
+            return
+        for what in ("descriptors", "threads"):
+            before, after = facts["before"][what], facts["after"][what]
+            stage.check(f"it holds the {what} it held before", before == after, f"{before} before, {after} after")
+        grown = facts["after"]["resident_kb"] - facts["before"]["resident_kb"]
+        stage.check(f"its memory did not grow by {MEMORY_GROWTH_KB} kB", grown <= MEMORY_GROWTH_KB, f"{grown} kB")
+        stage.check(f"it took less than {CPU_SHARE:.0%} of one processor", facts["cpu_share"] < CPU_SHARE,
+                    f"{facts['cpu_share']:.1%}")
+
+    def figures(self, stage):
+        facts = stage.facts
+        return [f"Processor: {facts['cpu_share']:.1%} of one; resident memory: "
+                f"{facts['before']['resident_kb']} kB before, {facts['after']['resident_kb']} kB after"]
+
+    def verdict(self, stage):
+        return "whatever failed, the daemon went on" if stage.passed() else "a check failed"
+
+    # --- words that the troubles are told in --------------------------------------------------------------------------
+
+    @staticmethod
+    def in_time(stage, what, seconds, limit):
+        """Checks that something took at most so long; None stands for never. A busy machine gets its real time."""
+        late = limit + LATE_REAL_S * stage.router.clock.speed
+        stage.check(what, seconds is not None and seconds <= late,
+                    "never" if seconds is None else f"{seconds:.1f} s")
+
+    @staticmethod
+    def misplace(router, port="eth0"):
+        """Gives the WAN role to another port behind the daemon's back, and waits until the network is down."""
+        uci("set", f"switch.wan.switch_port=port{router.port(port).number}")
+        uci("commit", "switch")
+        subprocess.run([RELOAD], check=True)
+        router.clock.wait_until(lambda: router.health.state != "connected", CALM_S)
+
+    def finds_again(self, stage, title):
+        """The WAN role goes astray, and the next cycle brings it home; returns how many seconds that took."""
+        router = stage.router
+        router.clock.wait_until(lambda: not cycle_open(router), FOUND_S)
+        self.misplace(router)
+        start, began = router.daemon.position(), router.clock.now()
+        router.bus.call("wan_detect", "wan_detect")
+        swapped = router.daemon.wait_for("switch_wan_to_dev", "success switching wan dev to", FOUND_S, start)
+        ended = router.cycle_over(FOUND_S, start if swapped is None else swapped)
+        held = content(WAN_RESULT)
+        stage.check(f"{title}: the next cycle finds {self.winner}",
+                    None not in (swapped, ended) and held == router.wan_port() == self.winner, f"the result is {held}")
+        return router.clock.now() - began
+
+    @staticmethod
+    def loop_turns_during(stage, title, seconds):
+        """Checks that the event loop turns for so many of the daemon's seconds."""
+        pid, clock = stage.router.daemon.pid, stage.router.clock
+        before = loop_turns(pid)
+        clock.sleep(seconds)
+        turned = loop_turns(pid) - before
+        stage.check(f"{title}: the event loop goes on", turned >= seconds, f"{turned} turns in {seconds} s")
+        return turned
+
+
+def cycle_open(router):
+    """Whether a cycle has begun and not ended yet; one that is only due counts as none."""
+    for line in reversed(router.daemon.lines):
+        if line.function == "uloop_wan_detect_end" and "Wan Detection over!" in line.body:
+            return False
+        if line.function in OPENING and "Entering function" in line.body:
+            return True
+    return False
