@@ -25,6 +25,13 @@ bool store_flag(t_flag &flag, json_object *member)
     return changed;
 }
 
+// Anything but a string is turned into one first, for which memory may be short.
+bool is_text(json_object *member, const char *wanted)
+{
+    const char *text = json_object_get_string(member);
+    return text && strcmp(text, wanted) == 0;
+}
+
 } // namespace
 
 int update_eth_link_status_using_script(t_device *dev_hashmap_head)
@@ -88,7 +95,7 @@ int update_combo_device_status(t_device *dev)
         LOG(Error, "Invalid sfp state! Response:%s\n", output);
     json_object *serdes = json_object_object_get(states.object, "serdes");
     if (serdes)
-        dev->sub_port = strcmp(json_object_get_string(serdes), "sfp") == 0 ? SUB_PORT_SFP : SUB_PORT_PHY;
+        dev->sub_port = is_text(serdes, "sfp") ? SUB_PORT_SFP : SUB_PORT_PHY;
     else
         LOG(Error, "Invalid serdes state! Response:%s\n", output);
     return changed ? 1 : 0;

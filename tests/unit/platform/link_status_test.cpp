@@ -5,6 +5,8 @@
 
 #include "platform/adapter_fixture.h"
 #include "platform/adapters/link_status.h"
+#include "platform/json_object.h"
+#include "support/failing_memory.h"
 
 namespace {
 
@@ -126,6 +128,19 @@ TEST_F(port_states, output_that_is_no_json_object_is_an_execution_error)
             << text;
     }
     EXPECT_TRUE(engine.link_changes.empty());
+}
+
+TEST_F(port_states, without_memory_to_parse_with_the_output_counts_as_none)
+{
+    write_file("/tmp/port_states", R"({"eth0":true})");
+    write_program(PORT_STATE_COMMAND, "#!/bin/sh\ncat /tmp/port_states\n");
+    {
+        t_memory_shortage shortage(0, JSON_PARSER_MEMORY);
+        EXPECT_EQ(update_eth_link_status_using_script(port_model.dev_hashmap_head), 0);
+    }
+    EXPECT_TRUE(is_execution_error());
+    EXPECT_TRUE(engine.link_changes.empty());
+    EXPECT_EQ(update_eth_link_status_using_script(port_model.dev_hashmap_head), 1);
 }
 
 TEST_F(port_states, an_empty_object_leaves_every_port_alone)
