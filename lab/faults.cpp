@@ -1,26 +1,69 @@
 // SPDX-License-Identifier: MIT
-// Preloaded into the daemon: lets the one system call that LAB_FAULT names fail, or a signal arrive at the worst
-// moment. "fork", "eventfd", "raise", "pthread_create:2" (the second thread), "term-at-fork" (in the child, at once).
+// Preloaded into the daemon: lets the one call that LAB_FAULT names fail, or a signal arrive at the worst moment
+// ("fork", "eventfd", "raise", "pthread_create:2" for the second thread, "term-at-fork" in the child, at once), and
+// others while the page behind LAB_FAULT_PAGE says so.
+#include "faults.h"
+
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <dlfcn.h>
-#include <pthread.h>
-#include <sys/eventfd.h>
+#include <fcntl.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
+static t_fault_page *page;
+
 // The scripts that the daemon starts inherit the environment, but no faults.
-static bool wanted(const char *fault)
+static bool is_the_daemon()
 {
-    const char *named = getenv("LAB_FAULT");
-    return named && strcmp(named, fault) == 0 && strcmp(program_invocation_short_name, "wan_detect") == 0;
+    return strcmp(program_invocation_short_name, "wan_detect") == 0;
 }
 
-template <typename Function> static Function real(const char *name)
+[[gnu::constructor]] static void open_page()
 {
-    return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
+    const char *path = getenv("LAB_FAULT_PAGE");
+    if (!path || !is_the_daemon())
+        return;
+    const int fd = open(path, O_RDWR | O_CLOEXEC);
+    if (fd < 0)
+        abort();
+    void *shared = mmap(nullptr, sizeof(t_fault_page), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+    close(fd);
+    if (shared == MAP_FAILED)
+        abort();
+    unsetenv("LD_PRELOAD"); // the scripts live in real time, and start faster
+    page = static_cast<t_fault_page *>(shared);
+}
+
+t_fault_page *fault_page()
+{
+    return page;
+}
+
+bool fails(const char *name)
+{
+    if (!page)
+        return false;
+    for (t_fault_slot &slot : page->slots) {
+        const int error = __atomic_load_n(&slot.error, __ATOMIC_ACQUIRE);
+        if (error == 0 || strcmp(slot.name, name) != 0)
+            continue;
+        const int call = __atomic_add_fetch(&slot.calls, 1, __ATOMIC_RELAXED) - slot.spare;
+        if (call < 1 || (slot.limit && call > slot.limit))
+            return false;
+        __atomic_add_fetch(&slot.refused, 1, __ATOMIC_RELAXED);
+        errno = error;
+        return true;
+    }
+    return false;
+}
+
+bool asked_for(const char *fault)
+{
+    const char *named = getenv("LAB_FAULT");
+    return named && strcmp(named, fault) == 0 && is_the_daemon();
 }
 
 #pragma GCC visibility push(default)
@@ -28,28 +71,23 @@ extern "C" {
 
 pid_t fork() noexcept
 {
-    if (wanted("fork")) {
+    if (asked_for("fork")) {
         errno = EAGAIN;
         return -1;
     }
-    pid_t child = real<pid_t (*)()>("fork")();
-    if (child == 0 && wanted("term-at-fork"))
-        kill(getpid(), SIGTERM);
-    return child;
-}
-
-int eventfd(unsigned int count, int flags) noexcept
-{
-    if (wanted("eventfd")) {
-        errno = EMFILE;
+    if (fails("fork"))
         return -1;
-    }
-    return real<int (*)(unsigned int, int)>("eventfd")(count, flags);
+    pid_t child = real<pid_t (*)()>("fork")();
+    if (child == 0 && asked_for("term-at-fork"))
+        kill(getpid(), SIGTERM);
+    if (child > 0)
+        page = nullptr; // what the first process still does is not the daemon's
+    return child;
 }
 
 int raise(int signal_number) noexcept
 {
-    if (wanted("raise")) {
+    if (asked_for("raise")) {
         errno = EINVAL;
         return -1;
     }
@@ -59,10 +97,12 @@ int raise(int signal_number) noexcept
 int pthread_create(pthread_t *thread, const pthread_attr_t *attributes, void *(*body)(void *), void *argument) noexcept
 {
     static int calls;
-    char fault[32];
+    char fault[FAULT_NAME_SIZE];
     snprintf(fault, sizeof fault, "pthread_create:%d", ++calls);
-    if (wanted(fault))
+    if (asked_for(fault))
         return EAGAIN;
+    if (fails("pthread_create"))
+        return errno;
     return real<int (*)(pthread_t *, const pthread_attr_t *, void *(*)(void *), void *)>("pthread_create")(
         thread, attributes, body, argument);
 }

@@ -2,6 +2,7 @@
 """One life of the daemon, from its command line to the exit status that its parent collects."""
 import ctypes
 import os
+import resource
 import signal
 import subprocess
 import time
@@ -14,15 +15,18 @@ from lab.mounts import STATE
 FAULTS = "/usr/sbin/lab_faults.so"
 MARK = "LAB_LIFE"    # environment variable by which the daemon's own processes are told from the lab's
 PR_SET_CHILD_SUBREAPER = 36
+ADDR_NO_RANDOMIZE = 0x0040000    # the same stack has the same addresses in every life
 POLL_REAL_S = 0.01
 READY_REAL_S = 30.0
 FORK_REAL_S = 20.0
 LINGER_REAL_S = 1.0    # a script that was at work may finish
 
+libc = ctypes.CDLL(None, use_errno=True)
+
 
 def adopt_orphans():
     """From now on the daemon, an orphan by its fork, is this process's child: its exit status comes here."""
-    if ctypes.CDLL(None, use_errno=True).prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0) != 0:
+    if libc.prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0) != 0:
         raise OSError(ctypes.get_errno(), "prctl")
 
 
@@ -54,34 +58,46 @@ def holds_signals_back(program):
 
 
 class Life:
-    """Starts the daemon in real time, or in the time of a clock; `fault` is one of those of faults.cpp. `blocked` signals
-    and `closed` descriptors are what a careless parent leaves it with."""
+    """Starts the daemon in real time, or in the time of a clock; `fault` is one of those of faults.cpp, `page` one of
+    lab.faults. `blocked` signals, `closed` descriptors and the number of `descriptors` are what a careless parent leaves
+    it with."""
     count = 0
 
-    def __init__(self, *arguments, clock=None, fault=None, blocked=(), closed=()):
+    def __init__(self, *arguments, clock=None, fault=None, page=None, blocked=(), closed=(), descriptors=None):
         Life.count += 1
         self.mark = f"{MARK}={Life.count}"
         self.output = STATE / f"life-{Life.count}.out"
         LOG.write_bytes(b"")
-        environment = self.environment(clock, fault)
+        environment = self.environment(clock, fault, page)
 
         def neglect():
             signal.pthread_sigmask(signal.SIG_BLOCK, blocked)
+            if page:
+                libc.personality(ADDR_NO_RANDOMIZE)
+            if descriptors:
+                resource.setrlimit(resource.RLIMIT_NOFILE, (descriptors, resource.getrlimit(resource.RLIMIT_NOFILE)[1]))
             for descriptor in closed:
                 os.close(descriptor)
 
         with open(self.output, "wb") as output:
-            self.first_status = subprocess.run([PROGRAM, *arguments], check=False, stdin=subprocess.DEVNULL,
-                                               stdout=output, stderr=output, timeout=FORK_REAL_S, env=environment,
-                                               preexec_fn=neglect).returncode
+            self.first_status = self.start([PROGRAM, *arguments], stdin=subprocess.DEVNULL, stdout=output,
+                                           stderr=output, env=environment, preexec_fn=neglect)
         self.pid = child_named("wan_detect")
 
+    def start(self, command, **options):
+        """Exit status of the first process."""
+        return subprocess.run(command, check=False, timeout=FORK_REAL_S, **options).returncode
+
     @staticmethod
-    def environment(clock, fault):
+    def environment(clock, fault, page):
         changed = dict(clock.environment() if clock else os.environ, **{MARK: str(Life.count)})
-        if fault:
+        if fault or page:
             preloaded = changed.get("LD_PRELOAD")
-            changed.update(LD_PRELOAD=f"{FAULTS}:{preloaded}" if preloaded else FAULTS, LAB_FAULT=fault)
+            changed.update(LD_PRELOAD=f"{FAULTS}:{preloaded}" if preloaded else FAULTS)
+        if fault:
+            changed.update(LAB_FAULT=fault)
+        if page:
+            changed.update(LAB_FAULT_PAGE=str(page.path))
         return sanitizers.environment(PROGRAM, changed)
 
     def lines(self):

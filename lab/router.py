@@ -85,7 +85,8 @@ class Router:
             self.attach(name, behind)
         self.sniffer.start()
         self.health = Health(self.clock)
-        self.health.start()
+        if self.scenario.managed:
+            self.health.start()
         self.bus.start()
 
     def make_port(self, port):

@@ -1,0 +1,68 @@
+# SPDX-License-Identifier: MIT
+"""The page in memory by which the preloaded fault library is told what to refuse, as laid out in faults.h."""
+import ctypes
+import errno
+import mmap
+
+SLOTS, NAME_SIZE, STACK_DEPTH, MARKER_SIZE, SURVEY_CAPACITY = 8, 32, 24, 64, 1 << 18
+UNLIMITED = 0
+
+
+class Slot(ctypes.Structure):
+    _fields_ = [("name", ctypes.c_char * NAME_SIZE), ("error", ctypes.c_int32), ("spare", ctypes.c_int32),
+                ("limit", ctypes.c_int32), ("calls", ctypes.c_int32), ("refused", ctypes.c_int32),
+                ("reserved", ctypes.c_int32)]
+
+
+class Memory(ctypes.Structure):
+    _fields_ = [("marker", ctypes.c_char * MARKER_SIZE), ("counting", ctypes.c_int64), ("allocations", ctypes.c_int64),
+                ("first", ctypes.c_int64), ("count", ctypes.c_int64), ("refused", ctypes.c_int64),
+                ("spared", ctypes.c_int64), ("surveying", ctypes.c_int64), ("stack", ctypes.c_uint64 * STACK_DEPTH)]
+
+
+class Layout(ctypes.Structure):
+    _fields_ = [("shortest_wait_ms", ctypes.c_int64), ("slots", Slot * SLOTS), ("memory", Memory),
+                ("survey", ctypes.c_uint64 * SURVEY_CAPACITY)]
+
+
+class FaultPage:
+    """One page, for one life of the daemon after the other."""
+
+    def __init__(self, path, clock):
+        self.path = path
+        self.shortest_wait_ms = round(clock.speed)
+        path.write_bytes(bytes(ctypes.sizeof(Layout)))
+        with open(path, "r+b") as stream:
+            self.mapped = mmap.mmap(stream.fileno(), 0)
+        self.layout = Layout.from_buffer(self.mapped)
+        self.memory = self.layout.memory
+
+    def clear(self):
+        head = ctypes.sizeof(Layout) - ctypes.sizeof(ctypes.c_uint64) * SURVEY_CAPACITY
+        ctypes.memset(ctypes.addressof(self.layout), 0, head)
+        self.layout.shortest_wait_ms = self.shortest_wait_ms
+
+    def refuse_memory(self, first, count=1, marker=""):
+        """Refuses the allocation of that number, counted from 1, and those behind it."""
+        self.memory.marker = marker.encode()
+        self.memory.count, self.memory.first = count, first
+
+    def fail(self, call, error, spare=0, limit=UNLIMITED):
+        """From now on the call fails with that error, by name, once `spare` of them have worked, `limit` times."""
+        slot = self.slot(call) or next(slot for slot in self.layout.slots if not slot.name)
+        slot.error = 0
+        slot.name, slot.spare, slot.limit, slot.calls, slot.refused = call.encode(), spare, limit, 0, 0
+        slot.error = getattr(errno, error)
+
+    def work_again(self, call):
+        """The call works again; returns how many were refused."""
+        slot = self.slot(call)
+        slot.error = 0
+        return slot.refused
+
+    def slot(self, call):
+        return next((slot for slot in self.layout.slots if slot.name == call.encode()), None)
+
+    def stack(self):
+        """Return addresses of the first refused allocation, innermost first."""
+        return [address for address in self.memory.stack if address]

@@ -1,0 +1,178 @@
+// SPDX-License-Identifier: MIT
+// Allocations of the daemon and of every library in it: counted, noted by their stacks, and refused as the page says.
+#include "faults.h"
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstddef>
+#include <cstdio>
+#include <cstring>
+#include <unwind.h>
+
+namespace {
+
+constexpr uint64_t HASH_START = 14695981039346656037ULL;
+constexpr uint64_t HASH_FACTOR = 1099511628211ULL;
+constexpr int OWN_FRAMES = 4; // from stack_of_caller() to malloc(), none of them inlined
+constexpr int JSON_C_THAT_CHECKS = 0x001100; // 0.17
+
+// Set while a thread is in here: what unwinding or printing allocates is nobody's business.
+[[gnu::tls_model("initial-exec")]] thread_local bool inside;
+
+struct t_stack {
+    uint64_t frames[STACK_DEPTH + OWN_FRAMES] = {};
+    int count = 0;
+};
+
+_Unwind_Reason_Code add_frame(_Unwind_Context *context, void *argument)
+{
+    auto *stack = static_cast<t_stack *>(argument);
+    if (stack->count == STACK_DEPTH + OWN_FRAMES)
+        return _URC_END_OF_STACK;
+    stack->frames[stack->count++] = _Unwind_GetIP(context);
+    return _URC_NO_REASON;
+}
+
+[[gnu::noinline]] t_stack stack_of_caller()
+{
+    t_stack stack;
+    _Unwind_Backtrace(add_frame, &stack);
+    return stack;
+}
+
+uint64_t number_of(const t_stack &stack)
+{
+    uint64_t hash = HASH_START;
+    for (int i = OWN_FRAMES; i < stack.count; i++)
+        hash = (hash ^ stack.frames[i]) * HASH_FACTOR;
+    return hash;
+}
+
+bool is_in(uint64_t address, const char *function)
+{
+    Dl_info found = {};
+    return dladdr(reinterpret_cast<void *>(address), &found) != 0 && found.dli_sname &&
+           strcmp(found.dli_sname, function) == 0;
+}
+
+// Before 0.17, json-c copies a member's name without looking at the result.
+bool json_c_would_crash(const t_stack &stack)
+{
+    static const auto version = real<int (*)()>("json_c_version_num");
+    return version && version() < JSON_C_THAT_CHECKS &&
+           (is_in(stack.frames[OWN_FRAMES], "strdup") || is_in(stack.frames[OWN_FRAMES], "__strdup")) &&
+           is_in(stack.frames[OWN_FRAMES + 1], "json_tokener_parse_ex");
+}
+
+// The one place where an allocation is counted; true when it has to fail.
+[[gnu::noinline]] bool refused_now(t_memory_faults &faults, uint64_t *survey)
+{
+    if (!__atomic_load_n(&faults.counting, __ATOMIC_ACQUIRE) && faults.marker[0])
+        return false;
+    const int64_t number = __atomic_add_fetch(&faults.allocations, 1, __ATOMIC_RELAXED);
+    if (faults.surveying && number < SURVEY_CAPACITY)
+        survey[number] = number_of(stack_of_caller());
+    if (faults.first == 0 || number < faults.first || number >= faults.first + faults.count)
+        return false;
+    const t_stack stack = stack_of_caller();
+    if (json_c_would_crash(stack)) {
+        __atomic_add_fetch(&faults.spared, 1, __ATOMIC_RELAXED);
+        return false;
+    }
+    if (__atomic_fetch_add(&faults.refused, 1, __ATOMIC_RELAXED) == 0) {
+        for (int i = 0; i < STACK_DEPTH; i++)
+            faults.stack[i] = stack.frames[i + OWN_FRAMES];
+    }
+    return true;
+}
+
+[[gnu::noinline]] bool refused()
+{
+    t_fault_page *page = fault_page();
+    if (!page || inside)
+        return false;
+    inside = true;
+    const bool result = refused_now(page->memory, page->survey);
+    inside = false;
+    if (result)
+        errno = ENOMEM;
+    return result;
+}
+
+template <typename Function> Function real_once(Function &kept, const char *name)
+{
+    if (!kept)
+        kept = real<Function>(name);
+    return kept;
+}
+
+using t_malloc = void *(*)(size_t);
+using t_calloc = void *(*)(size_t, size_t);
+using t_realloc = void *(*)(void *, size_t);
+using t_aligned = void *(*)(size_t, size_t);
+using t_posix_aligned = int (*)(void **, size_t, size_t);
+
+t_malloc real_malloc;
+t_calloc real_calloc;
+t_realloc real_realloc;
+t_aligned real_memalign;
+t_aligned real_aligned_alloc;
+t_posix_aligned real_posix_memalign;
+
+} // namespace
+
+void note_log_format(const char *format)
+{
+    t_fault_page *page = fault_page();
+    if (page && page->memory.marker[0] && strstr(format, page->memory.marker))
+        __atomic_store_n(&page->memory.counting, 1, __ATOMIC_RELEASE);
+}
+
+#pragma GCC visibility push(default)
+extern "C" {
+
+void *malloc(size_t size) noexcept
+{
+    return refused() ? nullptr : real_once(real_malloc, "malloc")(size);
+}
+
+void *calloc(size_t count, size_t size) noexcept
+{
+    return refused() ? nullptr : real_once(real_calloc, "calloc")(count, size);
+}
+
+void *realloc(void *memory, size_t size) noexcept
+{
+    return refused() ? nullptr : real_once(real_realloc, "realloc")(memory, size);
+}
+
+void *memalign(size_t alignment, size_t size) noexcept
+{
+    return refused() ? nullptr : real_once(real_memalign, "memalign")(alignment, size);
+}
+
+void *aligned_alloc(size_t alignment, size_t size) noexcept
+{
+    return refused() ? nullptr : real_once(real_aligned_alloc, "aligned_alloc")(alignment, size);
+}
+
+int posix_memalign(void **memory, size_t alignment, size_t size) noexcept
+{
+    return refused() ? ENOMEM : real_once(real_posix_memalign, "posix_memalign")(memory, alignment, size);
+}
+
+// Where the daemon's log lines come by.
+int __vprintf_chk(int flag, const char *format, va_list arguments)
+{
+    note_log_format(format);
+    return real<int (*)(int, const char *, va_list)>("__vprintf_chk")(flag, format, arguments);
+}
+
+int vprintf(const char *format, va_list arguments)
+{
+    note_log_format(format);
+    return real<int (*)(const char *, va_list)>("vprintf")(format, arguments);
+}
+
+} // extern "C"
+#pragma GCC visibility pop
