@@ -8,6 +8,8 @@ from glob import glob
 class Clock:
     def __init__(self, speed):
         self.speed = speed
+        self.preloaded = []    # libraries that the daemon gets besides
+        self.variables = {}
         self.start = time.monotonic()
 
     def restart(self):
@@ -34,9 +36,13 @@ class Clock:
 
     def environment(self):
         """Environment for a program that shall live in this time; its children inherit it."""
-        changed = dict(os.environ)
+        changed = dict(os.environ, **self.variables)
+        preloaded = list(self.preloaded)
         if self.speed != 1:
-            changed.update(LD_PRELOAD=clock_library(), FAKETIME=f"+0 x{self.speed:g}")
+            preloaded.append(clock_library())
+            changed.update(FAKETIME=f"+0 x{self.speed:g}")
+        if preloaded:
+            changed.update(LD_PRELOAD=":".join(preloaded))
         return changed
 
 

@@ -15,7 +15,7 @@ from lab.upstream import DhcpServer, Silent
 BACK_S = 2.0
 # An attempt to get back may hang that long; the fast clock does not reach the timer behind this limit.
 LIMIT_REAL_S = 1.0
-ODD_S = 5
+ODD_S = 3
 DETECT_S = 60
 KILLS = 50
 # An attempt to get back a second, with two connections each, and the first ones.

@@ -13,13 +13,14 @@ FOUND_S = 60
 CALM_S = 60
 RELOAD = "/sbin/wanlan_port_reload"
 OPENING = ("uloop_init_wan_detect_all", "uloop_start_wan_detect")
-# Of one processor, however fast the time runs: what spins takes all of it.
-CPU_SHARE = 0.25
+# Processor time per second of the daemon's own. The idle daemon takes a fifth of it; what spins takes all of a
+# processor, which is a share of 1 / speed.
+CPU_SHARE = 0.025
 MEMORY_GROWTH_KB = 512
 
 
 class Trouble(Scenario):
-    """Each method `trouble_...` brings one trouble, in the order of the class; its checks are its own."""
+    """Each method `trouble_...` brings one trouble, in their order; its checks are its own."""
     wan = "eth2"
     cables = {"eth0": Silent(), "eth2": DhcpServer()}
     winner = "eth2"
@@ -30,15 +31,19 @@ class Trouble(Scenario):
         before = stage.note("before", footprint(stage.router))
         pid = stage.router.daemon.pid
         cpu, began = cpu_seconds(pid), stage.router.clock.now()
-        for name in [name for name in vars(type(self)) if name.startswith("trouble_")]:
+        for name in self.troubles():
             title = name.removeprefix("trouble_").replace("_", " ")
             stage.router.say(title)
             getattr(self, name)(stage, title)
             if not stage.check(f"{title}: the daemon lives", stage.router.daemon.running()):
                 return
-        lasted = stage.router.clock.real(stage.router.clock.now() - began)
-        stage.note("cpu_share", (cpu_seconds(pid) - cpu) / lasted)
+        stage.note("cpu_share", (cpu_seconds(pid) - cpu) / (stage.router.clock.now() - began))
         stage.router.clock.wait_until(lambda: stage.note("after", footprint(stage.router)) == before, CALM_S)
+
+    def troubles(self):
+        """Names of the methods, those of base classes first."""
+        named = [name for kind in reversed(type(self).__mro__) for name in vars(kind) if name.startswith("trouble_")]
+        return list(dict.fromkeys(named))
 
     def judge(self, stage):
         super().judge(stage)
@@ -51,12 +56,12 @@ class Trouble(Scenario):
             stage.check(f"it holds the {what} it held before", before == after, f"{before} before, {after} after")
         grown = facts["after"]["resident_kb"] - facts["before"]["resident_kb"]
         stage.check(f"its memory did not grow by {MEMORY_GROWTH_KB} kB", grown <= MEMORY_GROWTH_KB, f"{grown} kB")
-        stage.check(f"it took less than {CPU_SHARE:.0%} of one processor", facts["cpu_share"] < CPU_SHARE,
-                    f"{facts['cpu_share']:.1%}")
+        stage.check(f"it took less than {CPU_SHARE:.1%} of its time of one processor", facts["cpu_share"] < CPU_SHARE,
+                    f"{facts['cpu_share']:.2%}")
 
     def figures(self, stage):
         facts = stage.facts
-        return [f"Processor: {facts['cpu_share']:.1%} of one; resident memory: "
+        return [f"Processor time: {facts['cpu_share']:.2%} of the daemon's own; resident memory: "
                 f"{facts['before']['resident_kb']} kB before, {facts['after']['resident_kb']} kB after"]
 
     def verdict(self, stage):
@@ -76,7 +81,7 @@ class Trouble(Scenario):
         """Gives the WAN role to another port behind the daemon's back, and waits until the network is down."""
         uci("set", f"switch.wan.switch_port=port{router.port(port).number}")
         uci("commit", "switch")
-        subprocess.run([RELOAD], check=True)
+        subprocess.run([RELOAD], check=False)    # it may be without its bridge
         router.clock.wait_until(lambda: router.health.state != "connected", CALM_S)
 
     def finds_again(self, stage, title):

@@ -2,7 +2,7 @@
 """Disks without room, read-only disks, and files that are gone."""
 import pytest
 
-bad_disk = pytest.mark.scenario("bad-disk", long=True)
+bad_disk = pytest.mark.scenario("bad-disk", "--speed", "20", long=True)
 
 
 @bad_disk
@@ -28,7 +28,7 @@ def test_a_deleted_log_goes_to_the_console_when_it_is_opened_again(seen):
     assert any("Success Cyclic scanning" in line for line in seen.console)
 
 
-@pytest.mark.scenario("disk-full-at-first")
+@pytest.mark.scenario("disk-full-at-first", "--speed", "20")
 def test_a_commit_that_fails_leaves_the_file_and_the_next_cycle_commits(seen):
     assert seen.failed_checks() == []
     assert seen.find("_uci_set_value_commit", "fail to commit network.auto_wan_detect.fake_wan_port")

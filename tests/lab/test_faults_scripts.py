@@ -4,6 +4,7 @@ import pytest
 
 # Nothing but waiting happens while a command hangs.
 FAST = ("--speed", "30")
+bad_scripts = pytest.mark.scenario("bad-scripts", "--speed", "20", long=True)
 
 
 def hanging(name):
@@ -14,13 +15,13 @@ def checked(seen):
     return {check["what"] for check in seen.report["checks"] if check["passed"]}
 
 
-@pytest.mark.scenario("bad-scripts", long=True)
+@bad_scripts
 def test_whatever_a_script_does_no_link_changes_and_nothing_stops(seen):
     assert seen.failed_checks() == []
     assert seen.status == 0
 
 
-@pytest.mark.scenario("bad-scripts", long=True)
+@bad_scripts
 @pytest.mark.parametrize("what", ["fails", "dies of a signal", "prints nothing", "prints a megabyte", "is no program",
                                   "prints bytes of any value", "has an interpreter that is missing"])
 def test_a_script_without_an_answer_is_told_and_changes_nothing(seen, what):
@@ -28,7 +29,7 @@ def test_a_script_without_an_answer_is_told_and_changes_nothing(seen, what):
             f"a script {what}: no link changes"} <= checked(seen)
 
 
-@pytest.mark.scenario("bad-scripts", long=True)
+@bad_scripts
 def test_children_that_hold_a_pipe_are_killed(seen):
     assert "children that hold the pipe: none is left" in checked(seen)
 

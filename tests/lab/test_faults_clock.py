@@ -1,0 +1,20 @@
+# SPDX-License-Identifier: MIT
+"""The time of day jumps, and the daemon is stopped for a while."""
+import pytest
+
+pytestmark = pytest.mark.scenario("bad-clock", "--speed", "20")
+
+
+def test_jumps_and_stops_change_nothing(seen):
+    assert seen.failed_checks() == []
+    assert seen.status == 0
+
+
+def test_nobody_asks_for_the_time_of_day(seen):
+    assert seen.facts["questions"] == 0
+
+
+def test_delays_last_as_long_as_they_should_while_the_clock_jumps(seen):
+    delays = [lasted for lasted, fixed, _ in seen.waits("full") if fixed == 3]
+    assert len(delays) == 4
+    assert all(2.5 <= lasted <= 3 + 0.8 * 20 for lasted in delays)
