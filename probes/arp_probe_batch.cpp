@@ -2,13 +2,13 @@
 // Sockets of the ARP batch.
 #include "probes/arp_probe_batch.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
-#include <linux/filter.h>
 #include <linux/if_packet.h>
 #include <net/ethernet.h>
-#include <sys/socket.h>
 
+#include "platform/clock.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
 #include "probes/interface_query.h"
@@ -21,25 +21,10 @@ namespace {
 
 constexpr size_t RECEIVE_SIZE = 1024;
 
-// A busy port fills the socket's queue within the wait and the reply would be lost, so the kernel sorts out what is not
-// ARP. Whatever slipped in before the filter is sorted out on reading.
-void keep_only_arp(int fd)
-{
-    sock_filter program[] = {
-        BPF_STMT(BPF_LD | BPF_H | BPF_ABS, offsetof(t_ethernet_header, ether_type_be)),
-        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, ETHERTYPE_ARP, 0, 1),
-        BPF_STMT(BPF_RET | BPF_K, RECEIVE_SIZE),
-        BPF_STMT(BPF_RET | BPF_K, 0),
-    };
-    const sock_fprog filter = {.len = sizeof program / sizeof *program, .filter = program};
-    packet_socket_set_option(fd, SO_ATTACH_FILTER, &filter, sizeof filter);
-}
-
 // A bridge takes its members' frames before any listener for ARP hears them, and binding by name does not restrict what
 // a packet socket receives: only all frames of this interface index are the port's own.
 bool listen_on_port(int fd, const char *name, int ifindex)
 {
-    keep_only_arp(fd);
     return packet_socket_bind_to_device(fd, name) == 0 &&
            packet_socket_bind(fd, packet_address(ETH_P_ALL, ifindex, nullptr)) == 0;
 }
@@ -47,6 +32,18 @@ bool listen_on_port(int fd, const char *name, int ifindex)
 bool received_on_port(const t_arp_detect &ctx, const sockaddr_ll &from)
 {
     return from.sll_pkttype != PACKET_OUTGOING && (!ctx.dev || from.sll_ifindex == ctx.ifindex);
+}
+
+// Waits as setTimeOut does, for at most what the batch has left. On a socket that hears all ARP packets, where there is
+// one: whoever answers first ends the wait of all, for a network that answers is not kept waiting.
+int wait_before_sending(int fd)
+{
+    const int heard_on = arp_detect_handle.ear.fd > 0 ? arp_detect_handle.ear.fd : fd;
+    const t_time_stamp start = get_time_stamp();
+    const int result = setTimeOut(heard_on, std::min(ARP_WAIT_BEFORE_SEND_MS, arp_detect_handle.wait_left_ms));
+    const int64_t waited_ms = milliseconds_since(start);
+    arp_detect_handle.wait_left_ms -= static_cast<int>(std::min<int64_t>(waited_ms, arp_detect_handle.wait_left_ms));
+    return result;
 }
 
 enum class t_arp_heard {
@@ -69,12 +66,13 @@ t_arp_heard hear_arp_packet(const t_arp_detect &ctx, t_arp_packet *packet)
 
 } // namespace
 
-bool open_arp_batch(uint8_t count)
+bool open_arp_batch(uint8_t count, int longest_waits_ms)
 {
     arp_detect_handle.contexts = static_cast<t_arp_detect *>(calloc(count, sizeof(t_arp_detect)));
     if (!arp_detect_handle.contexts)
         return false;
     arp_detect_handle.arp_num = count;
+    arp_detect_handle.wait_left_ms = longest_waits_ms;
     for (uint8_t i = 0; i < count; i++)
         arp_detect_handle.contexts[i].watcher.fd = -1;
     return true;
@@ -85,11 +83,14 @@ int init_arp_sockfd(t_arp_detect *ctx, t_device *dev, const uint8_t *target_mac,
     *ctx = {};
     ctx->target_ip_be = target_ip_be;
     memcpy(ctx->target_mac, target_mac, MAC_SIZE);
-    ctx->watcher.fd = packet_socket_open(ETH_P_ARP);
+    ctx->watcher.fd = packet_socket_open(dev ? ETH_P_ALL : ETH_P_ARP);
     if (ctx->watcher.fd < 0) {
         LOG(Error, "Create ARP socket for %s|%02X-%02X-%02X-%02X-%02X-%02X failed!\n", ARP_TARGET_ARGS(ctx));
         return ARP_ERR_SOCKET;
     }
+    // A busy port fills the socket's queue within the wait, and the reply would be lost.
+    packet_socket_filter(ctx->watcher.fd, dev ? arp_search_filter(target_ip_be, log_get_level())
+                                              : arp_host_filter(target_mac, log_get_level()));
     if (!dev)
         return OK;
     const bool known = query_port(ctx->watcher.fd, dev->name, &ctx->ifindex, ctx->source_mac) == 0;
@@ -101,6 +102,12 @@ int init_arp_sockfd(t_arp_detect *ctx, t_device *dev, const uint8_t *target_mac,
     }
     ctx->dev = dev;
     return OK;
+}
+
+void listen_to_all_hosts()
+{
+    if (log_get_level() < LOG_LEVEL_Info)
+        arp_detect_handle.ear.fd = packet_socket_open(ETH_P_ARP);
 }
 
 int setTimeOut(int fd, int milliseconds)
@@ -123,7 +130,7 @@ int send_arp_unicast_packet_blocked(t_arp_detect *ctx)
     t_arp_frame frame;
     build_arp_request(&frame, ctx->source_mac, arp_detect_handle.sender_ip_be, ctx->target_mac, ctx->target_ip_be);
     const int ifindex = ctx->dev ? ctx->ifindex : static_cast<int>(arp_detect_handle.ifindex);
-    if (setTimeOut(ctx->watcher.fd, ARP_WAIT_BEFORE_SEND_MS) != OK)
+    if (wait_before_sending(ctx->watcher.fd) != OK)
         return ARP_ERR_SEND;
     if (packet_socket_send(ctx->watcher.fd, &frame, sizeof frame, packet_address(0, ifindex, nullptr)) < 0) {
         LOG(Error, "Error while sending arp socket to %s|%02X-%02X-%02X-%02X-%02X-%02X\n", ARP_TARGET_ARGS(ctx));
@@ -162,6 +169,7 @@ void release_arp_detect_handle()
         LOG(Error, "arp_detect_handle not null but arp_num=0, may cause unclosed socket fd \n");
     for (uint8_t i = 0; i < arp_detect_handle.arp_num; i++)
         packet_socket_close(&arp_detect_handle.contexts[i].watcher);
+    packet_socket_close(&arp_detect_handle.ear);
     free(arp_detect_handle.contexts);
     LOG(Debug, "release arp_detect_handle success!\n");
     arp_detect_handle = {};

@@ -31,6 +31,8 @@ struct t_arp_detect_handle {
     t_arp_detect *contexts;               // owned; null when no batch is open
     t_arp_entry **arp_table_hashmap_head; // borrowed; re-check of the LAN ARP table only
     uint8_t sender_mac[MAC_SIZE];
+    int wait_left_ms; // for all that is still to be sent
+    uloop_fd ear; // re-check of the LAN ARP table only: hears what the contexts' filters keep from them; may be closed
 };
 
 extern t_arp_detect_handle arp_detect_handle;
@@ -52,16 +54,24 @@ constexpr int ARP_ERR_WAIT = -87;
 
 constexpr int ARP_WAIT_BEFORE_SEND_MS = 300;
 constexpr uint32_t ARP_WAIT_FOR_REPLIES_MS = 310;
+// Ten silent hosts get their whole wait each. Anyone can fill the kernel's cache with hosts that never were, and must
+// not stop the loop for a minute by that.
+constexpr int ARP_LONGEST_HOST_WAITS_MS = 10 * ARP_WAIT_BEFORE_SEND_MS;
 
 // More than a socket's queue holds: whoever floods a port must not keep the loop reading.
 constexpr int ARP_FRAMES_PER_READ = 4096;
 
-// `count` void contexts, none of them open; false when memory is short.
-bool open_arp_batch(uint8_t count);
+// `count` void contexts, none of them open; false when memory is short. The waits before all that is sent take at most
+// `longest_waits_ms` together.
+bool open_arp_batch(uint8_t count, int longest_waits_ms = INT32_MAX);
 
 // Opens a context's socket. With a port the socket hears this port only, and the port's index and MAC are stored, the
 // latter as source MAC. 0, ARP_ERR_SOCKET or ARP_ERR_BIND.
 int init_arp_sockfd(t_arp_detect *ctx, t_device *dev, const uint8_t *target_mac, uint32_t target_ip_be);
+
+// Opens the batch's ear where filters make the contexts' sockets deaf to other hosts. Without it they wait on their
+// own.
+void listen_to_all_hosts();
 
 // Makes the descriptor non-blocking and waits until it is readable, at most `milliseconds`. 0 also when the time is
 // over; ARP_ERR_WAIT.

@@ -91,7 +91,7 @@ int double_check_arp_packet_all_blocked(t_arp_entry **arp_table_hashmap_head, ui
         LOG(Error, "No arp entry in arp_table_hashmap_head!\n");
         return ERR_INVALID_INPUT;
     }
-    if (!open_arp_batch(count)) {
+    if (!open_arp_batch(count, ARP_LONGEST_HOST_WAITS_MS)) {
         LOG(Error, "Failed to malloc %d t_arp_detect struct\n", count);
         return ERR_NO_MEMORY;
     }
@@ -101,6 +101,7 @@ int double_check_arp_packet_all_blocked(t_arp_entry **arp_table_hashmap_head, ui
     arp_detect_handle.arp_table_hashmap_head = arp_table_hashmap_head;
     memcpy(arp_detect_handle.sender_mac, lan_mac, MAC_SIZE);
 
+    listen_to_all_hosts();
     t_arp_detect *const contexts = arp_detect_handle.contexts;
     const t_arp_entry *entry = *arp_table_hashmap_head;
     for (uint8_t i = 0; i < count; i++, entry = static_cast<t_arp_entry *>(entry->hh.next))

@@ -7,6 +7,8 @@
 #include <cstring>
 #include <net/ethernet.h>
 
+#include "platform/log.h"
+
 namespace {
 
 constexpr uint16_t DHCP_SERVER_PORT = 67;
@@ -88,6 +90,25 @@ bool parse_dhcp_offer(std::span<const uint8_t> frame, t_dhcp_offer *offer)
     memcpy(offer->server_mac, head.ethernet.source, MAC_SIZE);
     offer->options = frame.subspan(taken);
     return true;
+}
+
+t_frame_filter dhcp_offer_filter(uint32_t xid, const uint8_t (&lan_mac)[MAC_SIZE], int level)
+{
+    t_frame_filter filter = {};
+    if (level >= LOG_LEVEL_Debug) // tells of every frame
+        return filter;
+    uint32_t cookie_be;
+    memcpy(&cookie_be, MAGIC_COOKIE, sizeof cookie_be);
+    filter_require_byte(&filter, offsetof(t_dhcp_frame, ipv4.protocol), IPV4_PROTOCOL_UDP);
+    filter_require_half(&filter, offsetof(t_dhcp_frame, udp.destination_port_be), DHCP_CLIENT_PORT);
+    filter_require_word(&filter, offsetof(t_dhcp_frame, dhcp.magic_cookie), ntohl(cookie_be));
+    filter_require_byte(&filter, offsetof(t_dhcp_frame, dhcp.op), BOOT_REPLY);
+    if (level < LOG_LEVEL_Info) // tells of other transactions
+        filter_require_word(&filter, offsetof(t_dhcp_frame, dhcp.xid), ntohl(xid));
+    if (level < LOG_LEVEL_Warning) // tells of the router's own server
+        filter_refuse_mac(&filter, offsetof(t_dhcp_frame, ethernet.source), lan_mac);
+    filter_keep(&filter);
+    return filter;
 }
 
 bool next_dhcp_option(std::span<const uint8_t> *options, t_dhcp_option *option)

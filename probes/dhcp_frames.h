@@ -6,6 +6,7 @@
 #include <span>
 
 #include "model/records.h"
+#include "probes/frame_filter.h"
 #include "probes/wire_formats.h"
 
 // Writes a DISCOVER, zero-padded, into the beginning of `buffer`. Its size, or 0 when the buffer is too small.
@@ -21,6 +22,10 @@ struct t_dhcp_offer {
 // Takes a received frame apart. False unless it is a boot reply to the DHCP client port; EtherType, IP version, source
 // port and message type are not looked at.
 bool parse_dhcp_offer(std::span<const uint8_t> frame, t_dhcp_offer *offer);
+
+// Lets through what may be an offer with this transaction id from another host than the LAN bridge. What is told of in
+// the log at `level` passes as well.
+t_frame_filter dhcp_offer_filter(uint32_t xid, const uint8_t (&lan_mac)[MAC_SIZE], int level);
 
 struct t_dhcp_option {
     uint8_t code;

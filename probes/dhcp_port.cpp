@@ -46,6 +46,8 @@ int send_dhcp_discovery_packet(t_dhcp_detect_ctx *ctx)
     query_port(ctx->watcher.fd, device_name(ctx->dev), &ifindex, mac);
     LOG(Debug, "Get device:%s , index=%d, hw_addr=%02x-%02x-%02x-%02x-%02x-%02x\n", device_name(ctx->dev), ifindex,
         MAC_ARGS(mac));
+    packet_socket_filter(ctx->watcher.fd,
+                         dhcp_offer_filter(ctx->random_xid, dhcp_detect_handle.lan_mac, log_get_level()));
     const sockaddr_ll everyone = packet_broadcast_address(ETH_P_ALL, ifindex);
     if (packet_socket_bind(ctx->watcher.fd, everyone) != 0) {
         LOG(Error, "Error binding socket!\n");

@@ -113,6 +113,7 @@ int send_dns_query(uint32_t source_be, t_dns_entry *entry)
     int ifindex = 0;
     uint8_t mac[MAC_SIZE] = {};
     const bool known = query_port(entry->watcher.fd, entry->dev->name, &ifindex, mac) == 0;
+    packet_socket_filter(entry->watcher.fd, dns_answer_filter(*entry, log_get_level()));
     const sockaddr_ll next_hop = packet_address(ETH_P_ALL, ifindex, entry->server_mac);
     if (!known || packet_socket_bind(entry->watcher.fd, next_hop) != 0) {
         LOG(Error, "detect_all_dns_query bind socket to %s fail!\n", device_name(entry->dev));

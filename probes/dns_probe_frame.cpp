@@ -8,6 +8,8 @@
 #include <net/ethernet.h>
 #include <netinet/ip.h>
 
+#include "platform/log.h"
+
 namespace {
 
 constexpr uint16_t DNS_CLIENT_PORT = 21000;
@@ -95,6 +97,23 @@ t_dns_answer parse_dns_answer(std::span<const uint8_t> bytes)
             .source_port = ntohs(frame.udp.source_port_be),
             .id = ntohs(frame.dns.id_be),
             .answers = answers};
+}
+
+t_frame_filter dns_answer_filter(const t_dns_entry &entry, int level)
+{
+    t_frame_filter filter = {};
+    if (level >= LOG_LEVEL_Info) // tells of every frame
+        return filter;
+    filter_require_byte(&filter, offsetof(t_dns_answer_frame, ipv4.protocol), IPV4_PROTOCOL_UDP);
+    filter_require_word(&filter, offsetof(t_dns_answer_frame, ipv4.destination_be), ntohl(entry.dev_ip_be));
+    filter_require_word(&filter, offsetof(t_dns_answer_frame, ipv4.source_be), ntohl(entry.dns_server_be));
+    filter_require_half(&filter, offsetof(t_dns_answer_frame, udp.source_port_be), DNS_SERVER_PORT);
+    filter_require_half(&filter, offsetof(t_dns_answer_frame, dns.id_be), entry.query_id);
+    filter_add(&filter, {BPF_STMT(BPF_LD | BPF_H | BPF_ABS, offsetof(t_dns_answer_frame, dns.ancount_be)),
+                         BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, 0, 0, 1)});
+    filter_drop(&filter);
+    filter_keep(&filter);
+    return filter;
 }
 
 t_dns_flaw find_dns_flaw(const t_dns_answer &answer, const t_dns_entry &entry, bool check_identification)

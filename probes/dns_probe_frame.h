@@ -5,6 +5,7 @@
 #include <span>
 
 #include "probes/dns_probe.h"
+#include "probes/frame_filter.h"
 #include "probes/wire_formats.h"
 
 constexpr uint16_t DNS_SERVER_PORT = 53;
@@ -28,6 +29,9 @@ struct t_dns_answer {
     uint16_t answers;
 };
 t_dns_answer parse_dns_answer(std::span<const uint8_t> bytes);
+
+// Lets through what may be the answer to an entry's query. What is told of in the log at `level` passes as well.
+t_frame_filter dns_answer_filter(const t_dns_entry &entry, int level);
 
 // The first check that a frame fails, in the order of the checks.
 enum class t_dns_flaw {

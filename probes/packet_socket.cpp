@@ -7,12 +7,14 @@
 #include <cstring>
 #include <fcntl.h>
 #include <linux/if_packet.h>
+#include <net/ethernet.h>
 #include <net/if.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include "platform/clock.h"
+#include "probes/frame_filter.h"
 #include "probes/packet_address.h"
 
 extern "C" {
@@ -39,7 +41,8 @@ int move_above_zero(int fd)
 
 int packet_socket_open(uint16_t ether_type)
 {
-    return move_above_zero(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, htons(ether_type)));
+    const uint16_t heard_at_once = ether_type == ETH_P_ALL ? 0 : ether_type;
+    return move_above_zero(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, htons(heard_at_once)));
 }
 
 int packet_socket_bind(int fd, const sockaddr_ll &address)
@@ -67,6 +70,14 @@ int packet_socket_bind_to_device(int fd, const char *name)
 int packet_socket_set_option(int fd, int option, const void *value, size_t size)
 {
     return setsockopt(fd, SOL_SOCKET, option, value, static_cast<socklen_t>(size));
+}
+
+int packet_socket_filter(int fd, const t_frame_filter &filter)
+{
+    if (filter.length == 0)
+        return 0;
+    const sock_fprog program = {.len = filter.length, .filter = const_cast<sock_filter *>(filter.code)};
+    return packet_socket_set_option(fd, SO_ATTACH_FILTER, &program, sizeof program);
 }
 
 int packet_socket_set_nonblocking(int fd)

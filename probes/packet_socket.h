@@ -7,10 +7,12 @@
 #include <sys/types.h>
 
 struct pollfd;
+struct t_frame_filter;
 struct sockaddr_ll;
 struct uloop_fd;
 
-// A raw packet socket for one EtherType (ETH_P_ALL, ETH_P_ARP), close-on-exec. -1 with errno set.
+// A raw packet socket for one EtherType (ETH_P_ALL, ETH_P_ARP), close-on-exec. -1 with errno set. One for all hears
+// nothing before it is bound: no other port's frames, and the kernel need not take it off all ports again.
 int packet_socket_open(uint16_t ether_type);
 
 // 0, or -1 with errno set. A socket bound to a device by name hears that one only.
@@ -18,6 +20,10 @@ int packet_socket_bind(int fd, const sockaddr_ll &address);
 int packet_socket_bind_to_device(int fd, const char *name);
 int packet_socket_set_option(int fd, int option, const void *value, size_t size); // SOL_SOCKET
 int packet_socket_set_nonblocking(int fd);
+
+// From now on only what passes the filter is heard. Without instructions it changes nothing; -1 with errno set where
+// the kernel does not take it, and everything is heard as before.
+int packet_socket_filter(int fd, const t_frame_filter &filter);
 
 // Bytes sent or received, or -1 with errno set.
 ssize_t packet_socket_send(int fd, const void *frame, size_t size, const sockaddr_ll &address);

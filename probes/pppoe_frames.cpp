@@ -7,11 +7,14 @@
 #include <cstring>
 #include <net/ethernet.h>
 
+#include "platform/log.h"
+
 namespace {
 
 constexpr uint8_t PPPOE_VERSION_TYPE = 0x11;
 constexpr uint8_t CODE_PADI = 0x09;
 constexpr uint8_t CODE_PADO = 0x07;
+constexpr int FILTERED_TAGS = 24; // of a PADO; concentrators send about five
 
 // Copies a record out of a frame; bytes beyond its end stay zero.
 template <typename Record> Record read_record(std::span<const uint8_t> frame, size_t position)
@@ -21,6 +24,33 @@ template <typename Record> Record read_record(std::span<const uint8_t> frame, si
     if (there > 0)
         memcpy(&record, frame.data() + position, std::min(there, sizeof record));
     return record;
+}
+
+constexpr sock_filter KEEP = BPF_STMT(BPF_RET | BPF_K, UINT32_MAX);
+constexpr sock_filter DROP = BPF_STMT(BPF_RET | BPF_K, 0);
+constexpr uint32_t PAYLOAD_END = 0; // a cell of the filter's memory
+
+// Drops what claims to be longer than it is, and leaves the payload's end in its cell.
+void filter_length(t_frame_filter *filter)
+{
+    filter_add(filter, {BPF_STMT(BPF_LD | BPF_H | BPF_ABS, offsetof(t_pppoe_start, pppoe.length_be)),
+                        BPF_STMT(BPF_ALU | BPF_ADD | BPF_K, PPPOE_PAYLOAD_START), BPF_STMT(BPF_ST, PAYLOAD_END),
+                        BPF_STMT(BPF_MISC | BPF_TAX, 0), BPF_STMT(BPF_LD | BPF_W | BPF_LEN, 0),
+                        BPF_JUMP(BPF_JMP | BPF_JGE | BPF_X, 0, 1, 0), DROP});
+}
+
+// Keeps the frame if the tag at X is the wanted one, drops it where the tags end, and else moves X to the next one.
+void filter_tag(t_frame_filter *filter, uint32_t host_uniq)
+{
+    constexpr uint32_t length = offsetof(t_pppoe_tag, length_be), value = sizeof(t_pppoe_tag);
+    filter_add(filter,
+               {BPF_STMT(BPF_LD | BPF_MEM, PAYLOAD_END), BPF_JUMP(BPF_JMP | BPF_JGT | BPF_X, 0, 1, 0), DROP,
+                BPF_STMT(BPF_LD | BPF_H | BPF_IND, 0), BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, PPPOE_TAG_END_OF_LIST, 0, 1),
+                DROP, BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, PPPOE_TAG_HOST_UNIQ, 0, 5),
+                BPF_STMT(BPF_LD | BPF_H | BPF_IND, length), BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, sizeof host_uniq, 0, 3),
+                BPF_STMT(BPF_LD | BPF_W | BPF_IND, value), BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, ntohl(host_uniq), 0, 1),
+                KEEP, BPF_STMT(BPF_LD | BPF_H | BPF_IND, length), BPF_STMT(BPF_ALU | BPF_ADD | BPF_X, 0),
+                BPF_STMT(BPF_ALU | BPF_ADD | BPF_K, value), BPF_STMT(BPF_MISC | BPF_TAX, 0)});
 }
 
 } // namespace
@@ -61,6 +91,27 @@ t_pado_flaw check_pado(std::span<const uint8_t> frame)
     if (ntohs(start.pppoe.length_be) + PPPOE_PAYLOAD_START > frame.size())
         return t_pado_flaw::length;
     return t_pado_flaw::none;
+}
+
+t_frame_filter pado_filter(uint32_t host_uniq, int level)
+{
+    t_frame_filter filter = {};
+    if (level >= LOG_LEVEL_Debug) // tells of every frame
+        return filter;
+    filter_refuse_mac(&filter, offsetof(t_pppoe_start, ethernet.source), BROADCAST_MAC);
+    filter_require_half(&filter, offsetof(t_pppoe_start, ethernet.ether_type_be), ETH_P_PPP_DISC);
+    filter_require_byte(&filter, offsetof(t_pppoe_start, pppoe.code), CODE_PADO);
+    filter_length(&filter);
+    if (level < LOG_LEVEL_Info) { // tells of every whole PADO
+        filter_require_byte(&filter, offsetof(t_pppoe_start, pppoe.version_type), PPPOE_VERSION_TYPE);
+        filter_add(&filter, {BPF_STMT(BPF_LD | BPF_H | BPF_ABS, offsetof(t_pppoe_start, pppoe.length_be)),
+                             BPF_JUMP(BPF_JMP | BPF_JGT | BPF_K, PPPOE_MAX_PAYLOAD, 0, 1), DROP,
+                             BPF_STMT(BPF_LDX | BPF_IMM, PPPOE_PAYLOAD_START)});
+        for (int i = 0; i < FILTERED_TAGS; i++)
+            filter_tag(&filter, host_uniq);
+    }
+    filter_keep(&filter);
+    return filter;
 }
 
 t_pppoe_tag_view read_pppoe_tag(std::span<const uint8_t> frame, size_t payload, size_t position)

@@ -6,6 +6,7 @@
 #include <span>
 
 #include "model/records.h"
+#include "probes/frame_filter.h"
 #include "probes/wire_formats.h"
 
 constexpr uint16_t PPPOE_MAX_PAYLOAD = 1494;
@@ -34,6 +35,10 @@ enum class t_pado_flaw {
     length, // the payload is longer than what arrived
 };
 t_pado_flaw check_pado(std::span<const uint8_t> frame);
+
+// Lets through what may be a PADO with this Host-Uniq. What is told of in the log at `level` passes as well, and
+// what has more tags before the Host-Uniq than a filter can walk over.
+t_frame_filter pado_filter(uint32_t host_uniq, int level);
 
 struct t_pppoe_tag_view {
     uint16_t type;

@@ -2,6 +2,7 @@
 // The re-check of the LAN ARP table, on a wire of byte arrays.
 #include <cerrno>
 
+#include "platform/log.h"
 #include "probes/arp_probe.h"
 #include "probes/arp_probe_batch.h"
 #include "probes/arp_table.h"
@@ -118,6 +119,72 @@ TEST_F(arp_host_check, waits_300_ms_before_each_sending_and_310_ms_for_the_answe
     check();
     EXPECT_EQ(waits, (std::vector<std::pair<int, size_t>>{{300, 0}, {300, 1}}));
     EXPECT_EQ(fake_clock.sleeps, std::vector<uint32_t>{310});
+}
+
+TEST_F(arp_host_check, many_silent_hosts_keep_the_loop_waiting_three_seconds_at_most)
+{
+    for (int i = 0; i < 250; i++)
+        add_host(("192.168.1." + std::to_string(i + 2)).c_str(), t_mac{0xaa, 0, 0, 0, 0, static_cast<uint8_t>(i)});
+    std::vector<int> waits;
+    fake_wire.on_wait = [&](int, int ms) {
+        waits.push_back(ms);
+        fake_clock.advance_ms(ms);
+    };
+    EXPECT_EQ(check(), 0);
+    EXPECT_EQ(fake_wire.sent().size(), 250u);
+    ASSERT_EQ(waits.size(), 250u);
+    EXPECT_EQ(std::vector<int>(waits.begin(), waits.begin() + 10), std::vector<int>(10, 300));
+    EXPECT_EQ(std::vector<int>(waits.begin() + 10, waits.end()), std::vector<int>(240, 0));
+}
+
+// At the level as shipped the hosts' sockets hear their own host only.
+class quiet_arp_host_check : public arp_host_check {
+protected:
+    quiet_arp_host_check()
+    {
+        log_set_level(LOG_LEVEL_Critical);
+        add_host("192.168.1.50", "aa:bb:cc:00:00:32");
+        add_host("192.168.1.51", "aa:bb:cc:00:00:33");
+    }
+    static int filtered_sockets()
+    {
+        int count = 0;
+        for (const auto &[fd, socket] : fake_wire.sockets())
+            count += socket.filter_length > 0;
+        return count;
+    }
+};
+
+TEST_F(quiet_arp_host_check, whoever_answers_first_ends_the_waits_of_all)
+{
+    std::vector<int> heard_on;
+    fake_wire.on_wait = [&](int fd, int) { heard_on.push_back(fd); };
+    EXPECT_EQ(check(), 0);
+    EXPECT_EQ(fake_wire.sockets().size(), 3u);
+    EXPECT_EQ(filtered_sockets(), 2);
+    ASSERT_EQ(heard_on.size(), 2u);
+    EXPECT_EQ(heard_on[0], heard_on[1]);
+    EXPECT_EQ(fake_wire.socket(heard_on[0]).filter_length, 0u);
+}
+
+TEST_F(quiet_arp_host_check, without_a_socket_for_all_each_waits_on_its_own)
+{
+    std::vector<int> heard_on;
+    fake_wire.on_wait = [&](int fd, int) { heard_on.push_back(fd); };
+    fake_wire.fail(t_wire_call::OPEN, EMFILE);
+    answer_after_sending({mac("aa:bb:cc:00:00:33"), ip("192.168.1.51")});
+    EXPECT_EQ(check(), 0);
+    EXPECT_TRUE(listed("aa:bb:cc:00:00:33"));
+    ASSERT_EQ(heard_on.size(), 2u);
+    EXPECT_NE(heard_on[0], heard_on[1]);
+}
+
+TEST_F(arp_host_check, is_not_filtered_while_every_packet_is_told_of)
+{
+    add_host("192.168.1.50", "aa:bb:cc:00:00:32");
+    check();
+    ASSERT_EQ(fake_wire.sockets().size(), 1u);
+    EXPECT_EQ(fake_wire.sockets().begin()->second.filter_length, 0u);
 }
 
 TEST_F(arp_host_check, a_new_address_inside_the_subnet_keeps_the_host_and_its_stored_address)

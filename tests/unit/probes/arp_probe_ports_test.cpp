@@ -120,11 +120,23 @@ TEST_F(arp_port_search, listens_to_all_frames_of_exactly_its_port)
     search(ports);
     ASSERT_EQ(fake_wire.sockets().size(), 1u);
     const t_fake_socket &socket = fake_wire.sockets().begin()->second;
-    EXPECT_EQ(socket.ether_type, ETH_P_ARP);
+    EXPECT_EQ(socket.ether_type, ETH_P_ALL);
     EXPECT_EQ(socket.device, "eth1");
     EXPECT_EQ(socket.address.sll_protocol, htons(ETH_P_ALL));
     EXPECT_EQ(socket.address.sll_ifindex, 11);
     EXPECT_TRUE(socket.nonblocking);
+}
+
+TEST_F(arp_port_search, filters_its_sockets_before_they_hear_and_without_a_filter_finds_the_port_as_well)
+{
+    t_port_list ports = {&eth1};
+    answer_on({"eth1"});
+    search(ports);
+    EXPECT_GT(fake_wire.sockets().begin()->second.filter_length, 0u);
+    EXPECT_TRUE(fake_wire.sockets().begin()->second.filtered_before_bound);
+    fake_wire.fail(t_wire_call::FILTER, ENOMEM);
+    EXPECT_EQ(search(ports), 0);
+    EXPECT_EQ(ports.names(), t_names{"eth1"});
 }
 
 TEST_F(arp_port_search, an_answer_with_another_address_is_ignored_even_from_the_right_mac)

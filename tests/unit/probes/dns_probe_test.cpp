@@ -5,6 +5,7 @@
 #include <net/ethernet.h>
 #include <sys/socket.h>
 
+#include "platform/log.h"
 #include "probes/dns_probe_frame.h"
 #include "probes/dns_scene.h"
 #include "probes/fake_wire.h"
@@ -143,6 +144,16 @@ TEST_F(dns_probe, sockets_are_set_up_as_documented)
         EXPECT_EQ(socket.options[i].option, i == 1 ? SO_SNDTIMEO : SO_RCVTIMEO);
         EXPECT_EQ(memcmp(socket.options[i].value.data(), &three_seconds, sizeof three_seconds), 0);
     }
+}
+
+TEST_F(dns_probe, sockets_are_filtered_before_they_hear_unless_every_frame_is_told_of)
+{
+    dns_lookup_via_multi_eth(&ctx);
+    EXPECT_EQ(fake_wire.sockets().begin()->second.filter_length, 0u);
+    log_set_level(LOG_LEVEL_Notice);
+    dns_lookup_via_multi_eth(&ctx);
+    EXPECT_TRUE(fake_wire.sockets().rbegin()->second.filtered_before_bound);
+    EXPECT_GT(fake_wire.sockets().rbegin()->second.filter_length, 0u);
 }
 
 TEST_F(dns_probe, without_any_answer_the_probe_ends_after_three_seconds)

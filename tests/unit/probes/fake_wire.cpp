@@ -8,6 +8,7 @@
 #include <arpa/inet.h>
 #include <poll.h>
 
+#include "probes/frame_filter.h"
 #include "probes/interface_query.h"
 #include "probes/packet_address.h"
 #include "probes/packet_socket.h"
@@ -194,6 +195,16 @@ int packet_socket_set_option(int fd, int option, const void *value, size_t size)
         return -1;
     const auto *bytes = static_cast<const uint8_t *>(value);
     socket->options.push_back({option, t_bytes(bytes, bytes + size)});
+    return 0;
+}
+
+int packet_socket_filter(int fd, const t_frame_filter &filter)
+{
+    t_fake_socket *socket = fake_wire.find(fd);
+    if (!socket || fake_wire.fails(t_wire_call::FILTER, fake_wire.port_of(*socket)))
+        return -1;
+    socket->filter_length = filter.length;
+    socket->filtered_before_bound = filter.length > 0 && !socket->bound;
     return 0;
 }
 

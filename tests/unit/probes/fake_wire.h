@@ -24,6 +24,7 @@ enum class t_wire_call {
     BIND_TO_DEVICE,
     SET_OPTION,
     SET_NONBLOCKING,
+    FILTER,
     SEND,
     RECEIVE,
     WAIT,
@@ -66,6 +67,8 @@ struct t_fake_socket {
     bool error_pending = false;          // what packet_socket_settle_error finds and clears
     std::deque<t_arrived_frame> arrived; // frames that wait to be received
     std::vector<t_fake_option> options;
+    size_t filter_length = 0; // of a filter, which is not run: every frame gets through
+    bool filtered_before_bound = false;
 };
 
 class t_fake_wire {

@@ -5,6 +5,7 @@
 
 #include "model/tables.h"
 #include "platform/clock.h"
+#include "platform/log.h"
 #include "probes/arp_probe.h"
 #include "probes/dns_scene.h"
 #include "probes/lan_hosts.h"
@@ -105,6 +106,36 @@ TEST_F(lan_real_wire, a_flood_before_the_answer_does_not_drown_it)
     EXPECT_EQ(find_target_ip_and_device_with_arp(&ports.list, ip(HOST_ADDRESS)), 0);
     EXPECT_EQ(ports.names(), t_names{"eth1"});
     EXPECT_EQ(host1.requests(), 1);
+}
+
+// Packets of other hosts to everyone, more than a socket's queue holds, and then the reply.
+t_frames flood_and_answer(const t_arp_frame &request)
+{
+    t_bytes noise = t_arp_answer{{0xaa, 0xbb, 0xcc, 0, 0, 0x77}, ip("192.168.1.77")}.bytes();
+    memset(noise.data(), 0xff, MAC_SIZE);
+    t_frames frames(3000, noise);
+    frames.push_back(arp_reply(request));
+    return frames;
+}
+
+TEST_F(lan_real_wire, a_flood_of_other_hosts_replies_does_not_drown_the_answer)
+{
+    log_set_level(LOG_LEVEL_Critical);
+    t_arp_peer host1(cable1, flood_and_answer);
+    t_port_list ports = {eth1};
+    EXPECT_EQ(find_target_ip_and_device_with_arp(&ports.list, ip(HOST_ADDRESS)), 0);
+    EXPECT_EQ(ports.names(), t_names{"eth1"});
+    EXPECT_EQ(host1.requests(), 1);
+}
+
+TEST_F(lan_real_wire, a_flood_of_other_hosts_replies_does_not_hide_a_live_host)
+{
+    log_set_level(LOG_LEVEL_Critical);
+    t_arp_peer host1(cable1, flood_and_answer);
+    host1.send(t_arp_answer{HOST, ip(HOST_ADDRESS)}.bytes());
+    must_run("ip neigh replace 192.168.1.50 lladdr aa:bb:cc:00:00:32 dev br-lan nud reachable");
+    EXPECT_EQ(update_brlan_dev(&model), 0);
+    EXPECT_EQ(eth1->is_brlan_dev, 1);
 }
 
 TEST_F(lan_real_wire, one_port_can_be_asked_alone)
@@ -209,6 +240,23 @@ TEST_F(dns_real_wire, the_answering_port_wins_at_once)
 TEST_F(dns_real_wire, noise_before_the_answer_does_no_harm)
 {
     t_thread_peer host1(cable1, ETH_P_IP, [](const t_bytes &query) { return answer_query(query, 50); });
+    int result;
+    EXPECT_LT(look_up_ms(&result), 1000);
+    EXPECT_EQ(ctx.winner, eth1);
+}
+
+TEST_F(dns_real_wire, a_flood_of_near_misses_before_the_answer_does_not_drown_it)
+{
+    log_set_level(LOG_LEVEL_Critical);
+    t_thread_peer host1(cable1, ETH_P_IP, [](const t_bytes &query) {
+        t_frames frames = answer_query(query, 0);
+        if (frames.empty())
+            return frames;
+        t_bytes near_miss = frames[0];
+        near_miss[43] ^= 1; // another query's
+        frames.insert(frames.begin(), 3000, near_miss);
+        return frames;
+    });
     int result;
     EXPECT_LT(look_up_ms(&result), 1000);
     EXPECT_EQ(ctx.winner, eth1);

@@ -17,6 +17,7 @@
 #include <unistd.h>
 
 #include "platform/clock.h"
+#include "probes/frame_filter.h"
 #include "probes/interface_query.h"
 #include "probes/packet_address.h"
 #include "probes/veth_net.h"
@@ -45,10 +46,6 @@ protected:
     void bind_to(const t_cable &cable)
     {
         ASSERT_EQ(packet_socket_bind(watcher_.fd, packet_broadcast_address(ETH_P_ALL, cable.ifindex())), 0);
-        // What arrived from everywhere before.
-        uint8_t frame[2048];
-        while (packet_socket_receive(watcher_.fd, frame, sizeof frame, nullptr) >= 0)
-            ;
     }
 
     t_bytes receive()
@@ -149,11 +146,68 @@ TEST_F(packet_socket, bound_to_an_address_hears_that_port_only)
     EXPECT_EQ(from_.sll_protocol, htons(0x8863));
 }
 
+TEST_F(packet_socket, hears_nothing_before_it_is_bound)
+{
+    t_loop_peer near(cable_), far(other_);
+    near.send(FRAME);
+    far.send(FRAME);
+    EXPECT_EQ(packet_socket_wait_readable(watcher_.fd, 50), 0);
+    ASSERT_EQ(packet_socket_bind(watcher_.fd, packet_broadcast_address(ETH_P_ALL, cable_.ifindex())), 0);
+    EXPECT_TRUE(receive().empty());
+    near.send(FRAME);
+    EXPECT_EQ(packet_socket_wait_readable(watcher_.fd, ANSWER_LIMIT_MS), 1);
+}
+
+TEST_F(packet_socket, for_one_protocol_hears_it_on_every_port)
+{
+    const int fd = packet_socket_open(0x8863);
+    t_loop_peer near(cable_);
+    near.send(FRAME);
+    EXPECT_EQ(packet_socket_wait_readable(fd, ANSWER_LIMIT_MS), 1);
+    close(fd);
+}
+
+TEST_F(packet_socket, hears_only_what_its_filter_lets_through)
+{
+    t_frame_filter filter = {};
+    filter_require_half(&filter, 12, 0x8863);
+    filter_refuse_own(&filter);
+    filter_refuse_mac(&filter, 6, BROADCAST_MAC);
+    filter_keep(&filter);
+    ASSERT_EQ(packet_socket_filter(watcher_.fd, filter), 0);
+    bind_to(cable_);
+    t_loop_peer near(cable_);
+    near.send(patched(FRAME, 12, {0x88, 0x64}));
+    near.send(patched(FRAME, 6, t_bytes(6, 0xff)));
+    const sockaddr_ll everyone = packet_broadcast_address(ETH_P_ALL, cable_.ifindex());
+    ASSERT_GT(packet_socket_send(watcher_.fd, FRAME.data(), FRAME.size(), everyone), 0);
+    const int sender = packet_socket_open(ETH_P_ALL); // of a socket's own frames it is not told anyway
+    ASSERT_GT(packet_socket_send(sender, FRAME.data(), FRAME.size(), everyone), 0);
+    close(sender);
+    EXPECT_EQ(packet_socket_wait_readable(watcher_.fd, 50), 0);
+    near.send(FRAME);
+    ASSERT_EQ(packet_socket_wait_readable(watcher_.fd, ANSWER_LIMIT_MS), 1);
+    EXPECT_EQ(receive(), FRAME);
+    EXPECT_EQ(from_.sll_pkttype, PACKET_BROADCAST);
+}
+
+TEST_F(packet_socket, is_not_filtered_by_nothing_nor_by_what_the_kernel_refuses)
+{
+    EXPECT_EQ(packet_socket_filter(-1, t_frame_filter()), 0);
+    t_frame_filter endless = {};
+    filter_require_half(&endless, 12, 0x8863);
+    endless.length--;
+    EXPECT_EQ(packet_socket_filter(watcher_.fd, endless), -1);
+    bind_to(cable_);
+    t_loop_peer near(cable_);
+    near.send(FRAME);
+    EXPECT_EQ(packet_socket_wait_readable(watcher_.fd, ANSWER_LIMIT_MS), 1);
+}
+
 TEST_F(packet_socket, bound_to_a_device_hears_that_port_only)
 {
     ASSERT_EQ(packet_socket_bind_to_device(watcher_.fd, "eth2"), 0);
-    while (!receive().empty())
-        ;
+    ASSERT_EQ(packet_socket_bind(watcher_.fd, packet_broadcast_address(ETH_P_ALL, other_.ifindex())), 0);
     t_loop_peer near(cable_), far(other_);
     near.send(FRAME);
     EXPECT_EQ(packet_socket_wait_readable(watcher_.fd, 50), 0);

@@ -20,6 +20,11 @@ t_pado_flaw check_pado(std::span<const uint8_t>)
     return t_pado_flaw::length;
 }
 
+t_frame_filter pado_filter(uint32_t, int)
+{
+    return {};
+}
+
 t_pppoe_tag_view read_pppoe_tag(std::span<const uint8_t>, size_t, size_t)
 {
     return {};

@@ -5,6 +5,7 @@
 #include <net/ethernet.h>
 #include <sys/socket.h>
 
+#include "platform/log.h"
 #include "platform/result_codes.h"
 #include "probes/pppoe_probe.h"
 #include "probes/probe_fixture.h"
@@ -21,6 +22,29 @@ protected:
         t_probe_test::TearDown();
     }
 };
+
+// The kernel sorts out what nobody would be told of anyway.
+TEST_F(pppoe_send, a_socket_has_its_filter_before_it_hears_unless_every_frame_is_told_of)
+{
+    list_port(add_port("eth1", 1));
+    for (int level = LOG_LEVEL_NONE; level <= LOG_LEVEL_Debug; level++) {
+        t_log_capture log(level);
+        ASSERT_EQ(send_pppoe_discovery_all(&list_), OK);
+        EXPECT_EQ(socket_of("eth1").filtered_before_bound, level < LOG_LEVEL_Debug) << "level " << level;
+        release_pppoe_detect_handle();
+    }
+}
+
+TEST_F(pppoe_send, a_kernel_that_refuses_the_filter_changes_nothing)
+{
+    list_port(add_port("eth1", 1));
+    fake_wire.fail(t_wire_call::FILTER, ENOMEM);
+    t_log_capture log(LOG_LEVEL_Error);
+    ASSERT_EQ(send_pppoe_discovery_all(&list_), OK);
+    EXPECT_EQ(log.text(), "");
+    EXPECT_EQ(fake_wire.sent().size(), 1u);
+    EXPECT_EQ(fake_wire.watched_sockets(), 1);
+}
 
 TEST_F(pppoe_send, a_null_list_is_refused)
 {

@@ -8,6 +8,7 @@
 #include "model/gate.h"
 #include "model/lists.h"
 #include "model/tables.h"
+#include "platform/log.h"
 #include "platform/result_codes.h"
 #include "probes/dhcp_probe.h"
 #include "probes/dispatch.h"
@@ -64,6 +65,7 @@ protected:
             release_dhcp_detect_handle();
         if (pppoe_detect_handle.contexts)
             release_pppoe_detect_handle();
+        log_set_level(level_before_);
         release_port_model(&model_);
         destroy_engine_gate(&gate_);
         engine_gate = nullptr;
@@ -78,6 +80,7 @@ protected:
     static bool answered() { return dhcp_detect_handle.contexts[0].offer_received != 0; }
 
     t_cable lan_{"br-lan"}, cable1_{"eth1"}, cable2_{"eth2"};
+    const int level_before_ = log_get_level();
     t_port_model model_ = {};
     t_engine_gate gate_ = {};
     t_device *eth1_ = nullptr;
@@ -127,6 +130,44 @@ TEST_F(real_wire, forged_offers_before_the_genuine_one_do_not_matter)
     EXPECT_EQ(process_dhcp(false), PROBE_ALL_ANSWERED);
     EXPECT_EQ(t_bytes(eth1_->result.server_mac, eth1_->result.server_mac + MAC_SIZE), mac_bytes(SERVER_MAC));
     EXPECT_NE(log.text().find("meaning there is a cirecle in lan!!"), std::string::npos);
+}
+
+// More than a socket's queue holds.
+constexpr int FLOOD_FRAMES = 3000;
+
+TEST_F(real_wire, a_flood_of_near_misses_before_the_offer_does_not_drown_it)
+{
+    log_set_level(LOG_LEVEL_Critical);
+    t_loop_peer server(cable1_);
+    server.answer = [&](const t_bytes &heard) {
+        const t_bytes genuine = offer_for(heard);
+        for (int i = 0; i < FLOOD_FRAMES; i += 3) {
+            server.send(patched(genuine, DISCOVER_XID, native(native_at(heard, DISCOVER_XID) + 1)));
+            server.send(patched(genuine, OFFER_DESTINATION_PORT, {0, 67}));
+            server.send(patched(genuine, 6, lan_.mac()));
+        }
+        return genuine;
+    };
+    ASSERT_EQ(dhcp_detect_for_specify_device(eth1_), 0);
+    ASSERT_TRUE(run_loop_until(answered, ANSWER_LIMIT_MS));
+    EXPECT_EQ(process_dhcp(false), PROBE_ALL_ANSWERED);
+    EXPECT_EQ(t_bytes(eth1_->result.server_mac, eth1_->result.server_mac + MAC_SIZE), mac_bytes(SERVER_MAC));
+}
+
+TEST_F(real_wire, a_flood_of_near_misses_before_the_pado_does_not_drown_it)
+{
+    log_set_level(LOG_LEVEL_Critical);
+    t_loop_peer concentrator(cable2_);
+    concentrator.answer = [&](const t_bytes &heard) {
+        const uint32_t host_uniq = native_at(heard, PADI_HOST_UNIQ);
+        for (int i = 0; i < FLOOD_FRAMES; i += 2) {
+            concentrator.send(pado(usual_tags(host_uniq + 1)));
+            concentrator.send(patched(pado(usual_tags(host_uniq)), PADO_CODE, {0x65}));
+        }
+        return pado(usual_tags(host_uniq));
+    };
+    ASSERT_EQ(pppoe_detect_for_specify_device(eth2_), 0);
+    EXPECT_TRUE(run_loop_until([] { return pppoe_detect_handle.contexts[0].pado_received != 0; }, ANSWER_LIMIT_MS));
 }
 
 TEST_F(real_wire, a_pppoe_concentrator_is_found_behind_its_port)
