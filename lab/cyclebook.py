@@ -35,6 +35,8 @@ EXPLAINED = re.compile("|".join([
     # ports without a cable, or that are gone
     r"Error (sending|receiving) ", r"Error while writing to (dhcp request|pppoe discovery) socket",
     r"Failed to send (DHCP|pppoe) socket via dev:", r"Cannot read from socket, try again!", r"Detect \d+ device own same ip:",
+    r"gethostbyname_own_implement resolve failed!, ret = 96$", r"Error while sending arp socket to ",
+    r"Failed to send arp request for each device!$", r"find_target_ip_and_device_with_arp failed with ip:0\.0\.0\.0,",
     r"init_arp_sockfd bind to dev:\S+ fail!$", r"Failed to (init|send) ARP socket for:", r"Skip sending arp packet due to socket error!",
     r"Not a arp reply packet$", r"Arp entry:\S+ already existed!$", r"Detect wan result is null!", r"Fix recorded!$",
 ]))

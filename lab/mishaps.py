@@ -39,6 +39,12 @@ def replace_file(path, text, mode):
     os.replace(draft, path)
 
 
+def rebuild_ports():
+    """As far as the command works just now."""
+    subprocess.run(["/bin/sh", "-c", "/sbin/wanlan_port_reload"], check=False, stdout=subprocess.DEVNULL,
+                   stderr=subprocess.DEVNULL)
+
+
 class Commands(Actor):
     """Breaks the router's commands and the configuration, one at a time, and mends what was broken."""
 
@@ -167,7 +173,7 @@ class FaultyLines(Cables):
         self.router.clock.sleep(self.dice.uniform(0.5, 12))
         network.ip_batch(f"link add {name} type veth peer name {network.FAR_END} netns {line.namespace}")
         network.run("ip", "link", "set", name, "up")
-        subprocess.run(["/sbin/wanlan_port_reload"], check=False, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        rebuild_ports()
         port.behind[""].attach(line, port.number, self.router.clock)
         self.router.sniffer.listen(line, name)
         (line.plug if line.plugged else line.unplug)()

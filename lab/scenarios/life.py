@@ -43,13 +43,17 @@ class LifeScenario(Scenario):
         adopt_orphans()
         lives = stage.note("lives", {})
         skipped = self.main_thread_hangs if holds_signals_back(PROGRAM) else ()
-        for name in [name for name in vars(type(self)) if name.startswith("life_")]:
-            title = name.removeprefix("life_").replace("_", " ")
+        for title, live in self.lives().items():
             if title in skipped:
                 stage.router.say(f"{title}: left out, the thread sanitizer holds signals back there")
                 continue
-            lives[title] = getattr(self, name)(stage.router)
+            lives[title] = live(stage.router)
             stage.router.say(f"{title}: status {lives[title]['status']} after {lives[title]['seconds']} s")
+
+    def lives(self):
+        """What is to be called with the router, by title."""
+        return {name.removeprefix("life_").replace("_", " "): getattr(self, name)
+                for name in vars(type(self)) if name.startswith("life_")}
 
     def judge(self, stage):
         if sanitizers.built_in(PROGRAM):

@@ -13,7 +13,7 @@ from lab.bus import uci
 from lab.cyclebook import CycleBook
 from lab.daemon import LOG, PROGRAM
 from lab.life import adopt_orphans, wait_until
-from lab.mishaps import Commands, FaultyBus, FaultyLines
+from lab.mishaps import Commands, FaultyBus, FaultyLines, rebuild_ports
 from lab.results import ResultReader
 from lab.router import PROTOCOL_RESULT, WAN_RESULT, content
 from lab.scenarios.storm import Storm, footprint
@@ -125,6 +125,7 @@ class Soak(Storm):
         uci("set", "switch.lan_agg.enable_agg=0")
         for package in ("network", "switch"):
             uci("commit", package)
+        rebuild_ports()
         self.allow_all(router)
 
     def allow_all(self, router):

@@ -17,7 +17,7 @@ SHOWN_LINES = 40
 class Lab(threading.Thread):
     """One lab: plays a scenario, keeps what it prints in a file, and knows how far it is."""
 
-    def __init__(self, number, options, scenario, count, limit_s):
+    def __init__(self, number, options, scenario, count, limit_s, own):
         super().__init__(daemon=True)
         self.number, self.done = number, 0
         self.log = options.logs / f"{scenario}-{number}.txt"
@@ -25,7 +25,7 @@ class Lab(threading.Thread):
         self.report_file.unlink(missing_ok=True)
         self.command = [sys.executable, "-m", "lab", scenario, "--build", str(options.build), "--speed", str(options.speed),
                         "--count", str(count), "--seed", f"{options.seed}-{number}", "--report", str(self.report_file),
-                        "--time-limit", str(limit_s)]
+                        "--time-limit", str(limit_s), *(part for option in own for part in ("--option", option))]
         self.status = None
 
     def run(self):
@@ -43,11 +43,11 @@ class Lab(threading.Thread):
         return json.loads(text) if text else None
 
 
-def play_side_by_side(options, scenario, total, what, limit_s):
-    """Plays the scenario in all labs; their reports, or an exit when one of them has none."""
+def play_side_by_side(options, scenario, total, what, limit_s, *own):
+    """Plays the scenario in all labs, with options of its `own`; their reports, or an exit when one of them has none."""
     options.logs.mkdir(parents=True, exist_ok=True)
     share = -(-total // options.labs)
-    labs = [Lab(number, options, scenario, share, limit_s) for number in range(1, options.labs + 1)]
+    labs = [Lab(number, options, scenario, share, limit_s, own) for number in range(1, options.labs + 1)]
     started = time.monotonic()
     for lab in labs:
         lab.start()
