@@ -82,16 +82,13 @@ def report_of(scenario, stage):
         "checks": stage.checks,
         "facts": stage.facts,
         "console": router.console,
-    } | (all_that_was_seen(router) if scenario.reports_all else {})
+    } | all_that_was_seen(router, scenario.reports_all)
 
 
-def all_that_was_seen(router):
-    return {
-        "events": [asdict(event) for event in router.timeline.events],
-        "lines": [asdict(line) for line in router.daemon.lines],
-        "waits": [asdict(wait) for wait in router.waits.over],
-        "probes": [asdict(probe) for probe in router.sniffer.probes],
-    }
+def all_that_was_seen(router, wanted):
+    seen = {"events": router.timeline.events, "lines": router.daemon.lines, "waits": router.waits.over,
+            "probes": router.sniffer.probes}
+    return {name: [asdict(one) for one in of_one_kind] if wanted else [] for name, of_one_kind in seen.items()}
 
 
 def keep_up(settings, screen):
