@@ -10,6 +10,7 @@ from lab.bus import SOCKET
 
 HEADER = struct.Struct("!BBHII")    # version, kind, number, peer, length of the blob with its own word
 HELLO, STATUS, DATA = 0, 1, 2
+PEER = struct.Struct("iII")
 EMPTY = 4
 SOMEBODY = 4711
 LONG = 1000
@@ -89,12 +90,18 @@ MANNERS = {
 HANGING = {"hangs after its greeting", "sends half a frame", "floods"}
 
 
+def peer_of(connection):
+    """Number of the process at the other end."""
+    return PEER.unpack(connection.getsockopt(socket.SOL_SOCKET, socket.SO_PEERCRED, PEER.size))[0]
+
+
 class OddBus:
-    """Listens at the bus daemon's address until it is closed; counts who came."""
+    """Listens at the bus daemon's address until it is closed; knows who came."""
 
     def __init__(self, manner):
         self.manner = MANNERS[manner]
         self.connections = []
+        self.peers = []
         if os.path.exists(SOCKET):
             os.unlink(SOCKET)
         self.listener = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
@@ -109,6 +116,7 @@ class OddBus:
             except OSError:    # it was closed
                 return
             self.connections.append(connection)
+            self.peers.append(peer_of(connection))
             threading.Thread(target=self.serve, args=(connection,), daemon=True).start()
 
     def serve(self, connection):
@@ -116,6 +124,9 @@ class OddBus:
             self.manner(connection)
         except (OSError, struct.error):    # the other side had enough
             pass
+
+    def connections_of(self, pid):
+        return self.peers.count(pid)
 
     def close(self):
         """No new connections; those that exist keep hanging, so that the other side must give them up itself."""

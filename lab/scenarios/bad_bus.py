@@ -139,7 +139,7 @@ class BadBus(Trouble):
             odd = OddBus(manner)
             hung = LIMIT_REAL_S * router.clock.speed if manner in HANGING else 0
             self.loop_turns_during(stage, title, ODD_S + hung)
-            came = len(odd.connections)
+            came = odd.connections_of(router.daemon.pid)
             stage.check(f"{title}: it is asked now and then", 1 <= came <= MOST_CONNECTIONS, f"{came} times")
             odd.close()
             stage.check(f"{title}: the daemon lives", router.daemon.running())

@@ -28,8 +28,8 @@ class BadClock(Trouble):
     rank = 76
     summary = "the time of day jumps by hours and years, the daemon is stopped and continued: nothing moves"
     story = """
-        Somebody sets the clock, again and again, while the daemon scans, waits and holds bans. Then the daemon itself is
-        stopped, at rest and in the middle of a cycle, and continued, as after a suspend.
+        Somebody sets the clock, again and again, while the daemon scans, waits and holds bans. Then the daemon itself
+        is stopped, at rest and in the middle of a cycle, and continued, as after a suspend.
     """
     cables = {"eth0": Silent(), "eth2": DhcpServer()}
 
@@ -53,7 +53,8 @@ class BadClock(Trouble):
 
     @staticmethod
     def scans(router, start):
-        return sum(line.matches("update_eth_link_status_trigger", "Success Cyclic") for line in router.daemon.lines[start:])
+        scan = ("update_eth_link_status_trigger", "Success Cyclic")
+        return sum(line.matches(*scan) for line in router.daemon.lines[start:])
 
     def trouble_of_jumps(self, stage, _title):
         router = stage.router
@@ -95,7 +96,8 @@ class BadClock(Trouble):
         router.clock.sleep(1)
         scans = self.scans(router, start)
         passed = router.clock.now() - began
-        stage.check(f"{title}: no scan is made up for", scans <= passed + MOST_SCANS_AT_ONCE, f"{scans} in {passed:.1f} s")
+        stage.check(f"{title}: no scan is made up for", scans <= passed + MOST_SCANS_AT_ONCE,
+                    f"{scans} in {passed:.1f} s")
         router.plug("eth0")
         router.daemon.wait_for(None, "found eth0 link change to up", FOUND_S, start)
 

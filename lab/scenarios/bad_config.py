@@ -21,8 +21,8 @@ class BadConfig(Trouble):
     rank = 74
     summary = "the configuration is cut, garbage, huge or gone while cycles run: what it said last holds"
     story = """
-        All packages, or one of them, are spoilt while the daemon runs and a cycle is asked for. Then they are right again,
-        and so is all the daemon does.
+        All packages, or one of them, are spoilt while the daemon runs and a cycle is asked for. Then they are right
+        again, and so is all the daemon does.
     """
     cables = {"eth0": Silent(), "eth2": DhcpServer(), "eth3": PppoeServer()}
 
@@ -101,10 +101,10 @@ class HugeConfig(Trouble):
 class BadConfigAtTheStart(LifeScenario):
     name = "bad-config-start"
     rank = 74
-    summary = "the configuration is spoilt before the daemon starts: it runs, or says why not, and ends when it is asked to"
+    summary = "the configuration is spoilt before the daemon starts: it runs, or says why not"
     story = """
-        The daemon is started with spoilt configuration packages. Without ports or protocols it ends by itself; whatever
-        else is missing has its default.
+        The daemon is started with spoilt configuration packages. Without ports or protocols it ends by itself;
+        whatever else is missing has its default.
     """
     cables = {"eth0": Silent()}
 

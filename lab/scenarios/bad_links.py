@@ -91,7 +91,7 @@ class BadDhcpLink(BadLinks):
     name = "bad-link-dhcp"
     rank = 78
     summary = "DHCP answers that are late, lost, doubled, out of order"
-    story = "The line to the DHCP server gets worse in every way. What comes in time counts once, what does not never does."
+    story = "The line to the DHCP server gets worse in every way. What comes in time counts once, anything else never."
     answered = ("recv_dhcp_discovery_packet", "Success parse dhcp discovery packet in dev=eth2")
 
     def __init__(self):
@@ -102,7 +102,7 @@ class BadPppoeLink(BadLinks):
     name = "bad-link-pppoe"
     rank = 78
     summary = "PPPoE answers that are late, lost, doubled, out of order"
-    story = "The line to the PPPoE server gets worse in every way. What comes in time counts once, what does not never does."
+    story = "The line to the PPPoE server gets worse in every way. What comes in time counts once, anything else never."
     answered = ("recv_pppoe_discovery_packet", "Success parse pppoe discovery offer(PADO) packet in dev=eth2")
 
     def __init__(self):
@@ -127,8 +127,8 @@ class BadArpLink(BadStaticLinks):
     rank = 78
     summary = "ARP answers of the gateway that are late, lost, doubled, out of order"
     story = """
-        The line to the gateway of a static connection gets worse in every way. It is asked three times, a third of a second
-        apart. A port that does not answer leaves the cycle; the next cycle asks it again.
+        The line to the gateway of a static connection gets worse in every way. It is asked three times, a third of a
+        second apart. A port that does not answer leaves the cycle; the next cycle asks it again.
     """
     in_time_ms, too_late_ms, jitter_ms = 150, 3000, 150
     asks_again = True
@@ -144,8 +144,8 @@ class BadDnsLink(BadStaticLinks):
     rank = 78
     summary = "DNS answers that are late, lost, doubled, out of order"
     story = """
-        The gateway of a static connection answers on two ports; names are resolved behind eth3 only, and its line gets worse
-        in every way. Answers are waited for three seconds; without one eth2 wins, which stands first.
+        The gateway of a static connection answers on two ports; names are resolved behind eth3 only, and its line gets
+        worse in every way. Answers are waited for three seconds; without one eth2 wins, which stands first.
     """
     too_late_ms = 6000
     asks_again = True

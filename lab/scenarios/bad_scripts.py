@@ -75,7 +75,8 @@ class BadScripts(Trouble):
     summary = "the router's commands fail, crash, talk nonsense, are missing, leave children behind"
     story = """
         The scripts that tell the links of the ports and the state of the combo port fail in every way that a script
-        can. No port may change its link for that, and nothing may stop; as soon as they work again, so does everything else.
+        can. No port may change its link for that, and nothing may stop; as soon as they work again, so does everything
+        else.
     """
     wan = "eth4"
     winner = "eth4"
