@@ -5,10 +5,12 @@
 #include <cstring>
 
 #include "fuzz/support/probe_scene.h"
+#include "platform/log.h"
 #include "platform/result_codes.h"
 #include "probes/arp_probe.h"
 #include "probes/arp_probe_frame.h"
 #include "probes/arp_table.h"
+#include "probes/kernel_filter.h"
 
 namespace {
 
@@ -35,6 +37,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     REQUIRE(packet.opcode == 0 || size >= offsetof(t_arp_frame, padding));
     const uint32_t target_be = inet_addr(TARGET_ADDRESS);
     const bool answers = is_arp && packet.opcode == ARP_OPCODE_REPLY && packet.sender_ip_be == target_be;
+
+    static const t_kernel_filter filter(arp_search_filter(target_be, LOG_LEVEL_Error));
+    REQUIRE(!answers || filter.passes({data, data + size}));
 
     t_probe_scene scene;
     answer_every_request(scene.bytes({data, size}));

@@ -1,40 +1,50 @@
 # SPDX-License-Identifier: MIT
+# shellcheck shell=bash
 # What run.sh and replay.sh share. Paths are relative to the work folder: some targets cover /tmp and /etc with a file
 # system of their own, and only relative paths still lead out of it.
 fuzz=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 root=$(cd "$fuzz/../.." && pwd)
 build=${FUZZ_BUILD:-$root/build/fuzz}
 work=$build/fuzz-work
+jobs=${FUZZ_JOBS:-$(nproc)}
+packages=(clang-14 libclang-rt-14-dev cmake ninja-build libjson-c-dev uthash-dev)
 
+. "$root/.ci/packages.sh"
 [ "$(id -u)" -eq 0 ] || { echo "${0##*/}: needs root (some targets make a mount namespace)" >&2; exit 1; }
 
+# build_targets FOLDER [FLAGS]: -O1, because most of the time goes into building, and branches stay what the source says.
 build_targets() {
-    local package missing=()
-    for package in clang-14 libclang-rt-14-dev; do
-        dpkg-query -W -f '${Status}' "$package" 2>/dev/null | grep -q 'install ok installed' || missing+=("$package")
-    done
-    if [ ${#missing[@]} -gt 0 ]; then
-        apt-get update &&
-            DEBIAN_FRONTEND=noninteractive apt-get install -y --no-install-recommends "${missing[@]}" || return 1
-    fi
-    cmake -S "$root" -B "$build" -G Ninja -DCMAKE_C_COMPILER=clang-14 -DCMAKE_CXX_COMPILER=clang++-14 \
-        -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS_DEBUG="-O1 -g1" -DWAN_DETECT_FUZZ=ON -DWAN_DETECT_TESTS=OFF -DWAN_DETECT_LIBS=bundled &&
-        cmake --build "$build" --target fuzz_targets
+    cmake -S "$root" -B "$1" -G Ninja -DCMAKE_C_COMPILER=clang-14 -DCMAKE_CXX_COMPILER=clang++-14 \
+        -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS_DEBUG="-O1 -g1 ${2:-}" -DWAN_DETECT_FUZZ=ON -DWAN_DETECT_TESTS=OFF \
+        -DWAN_DETECT_LAB=OFF -DWAN_DETECT_LIBS=bundled &&
+        cmake --build "$1" -j "$jobs" --target fuzz_targets
 }
 
-# Builds, quietly unless it fails, and enters the work folder.
+# quietly LOG COMMAND...: shows the end of what it said, and leaves, when it fails.
+quietly() {
+    local log=$1
+    shift
+    "$@" >"$log" 2>&1 && return 0
+    tail -n 60 "$log"
+    echo "${0##*/}: failed: $1" >&2
+    exit 1
+}
+
+# Installs what is missing, builds, and enters the work folder.
 prepare_targets() {
-    mkdir -p "$work/corpus" "$work/crashes" "$work/logs" || exit 1
-    cd "$work" || exit 1
-    build_targets >logs/build.log 2>&1 || { tail -n 60 logs/build.log; echo "${0##*/}: the build failed" >&2; exit 1; }
+    mkdir -p "$work"/{corpus,crashes,logs} && cd "$work" || exit 1
+    quietly logs/packages.log install_packages "${packages[@]}"
+    quietly logs/build.log build_targets "$build"
     here=$(realpath --relative-to=. "$fuzz")
     mapfile -t targets <"$build/fuzz_names"
+    # Reports name functions where the tool for that is there.
+    [ ! -x /usr/bin/llvm-symbolizer-14 ] || export ASAN_SYMBOLIZER_PATH=/usr/bin/llvm-symbolizer-14
 }
 
 dictionary_of() {
     case $1 in
     config_*) echo config ;;
-    *_state | json_to_blob | bus_methods | bus_replies) echo messages ;;
+    *_state | json_to_blob | bus_* | network_status | engine_events) echo messages ;;
     esac
 }
 
@@ -44,16 +54,43 @@ fuzz_target() {
     local name=$1 dictionary
     shift
     dictionary=$(dictionary_of "$name")
-    "$build/bin/${name}_fuzz" -timeout=10 -print_final_stats=1 -artifact_prefix="crashes/$name-" \
+    "${programs:-$build}/bin/${name}_fuzz" -timeout=10 -print_final_stats=1 -artifact_prefix="crashes/$name-" \
         ${dictionary:+"-dict=$here/dictionaries/$dictionary.dict"} "$@" >"logs/$name.log" 2>&1
 }
 
-# What must hold for each input that is kept: seeds, and regressions where there are some.
-kept_inputs() {
-    find "$here/corpus/$1" "$here/regressions/$1" -type f 2>/dev/null
+# kept_folders NAME: what must hold for each input in them: seeds, what fuzzing grew, and regressions.
+kept_folders() {
+    local folder
+    for folder in corpus grown regressions; do
+        [ ! -d "$here/$folder/$1" ] || echo "$here/$folder/$1"
+    done
 }
 
+# show_crash NAME: which input it was, where it is, and what was wrong.
 show_crash() {
+    local input
+    input=$(sed -n 's/^.*Test unit written to //p' "logs/$1.log" | tail -n 1)
+    # While kept inputs are replayed, nothing is written: the last one that began is the one.
+    input=${input:-$(sed -n 's/^Running: //p' "logs/$1.log" | tail -n 1)}
+    echo "$1: FAILED with the input $(realpath -m "${input:-?}")"
     grep -aE 'does not hold|ERROR:|SUMMARY:|runtime error' "logs/$1.log" | head -n 5 | sed 's/^/   | /'
-    echo "   | more in $work/logs/$1.log, the input in $work/crashes/"
+    echo "   | more in $work/logs/$1.log"
+}
+
+# on_all FUNCTION NAME...: calls it with each name, as many at a time as there are processors. False when one failed.
+on_all() {
+    local function=$1 name running=0 result=0
+    shift
+    for name in "$@"; do
+        if [ "$running" -ge "$jobs" ]; then
+            wait -n || result=1
+            running=$((running - 1))
+        fi
+        "$function" "$name" &
+        running=$((running + 1))
+    done
+    for (( ; running > 0; running--)); do
+        wait -n || result=1
+    done
+    return $result
 }

@@ -4,8 +4,10 @@
 #include <arpa/inet.h>
 
 #include "fuzz/support/probe_scene.h"
+#include "platform/log.h"
 #include "probes/dns_probe.h"
 #include "probes/dns_probe_frame.h"
+#include "probes/kernel_filter.h"
 #include "support/fake_clock.h"
 
 namespace {
@@ -71,7 +73,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     REQUIRE(!strictly || loosely);
     REQUIRE(!loosely || size >= offsetof(t_dns_query_frame, name));
 
+    static const t_kernel_filter filter(dns_answer_filter(entry, LOG_LEVEL_Error));
     const t_bytes frame(data, data + size);
+    REQUIRE(!loosely || filter.passes(frame));
     REQUIRE(loop_takes_it(scene, frame) == strictly);
     REQUIRE(probe_takes_it(scene, frame) == loosely);
     return 0;

@@ -18,6 +18,7 @@ constexpr uint8_t HANDLER_MASK = 0x07;
 
 enum t_step : uint8_t {
     PASS_TIME,
+    FIRE_TIMER,
     PLUG,
     SCAN,
     LOOK_AT_COMBO_PORT,
@@ -67,6 +68,9 @@ void take_step(t_engine_scene &scene, uint8_t choice, t_input &input)
     switch ((choice & ~FLAG) % STEPS) {
     case PASS_TIME:
         scene.pass_ms(input.word() % LONGEST_PAUSE_MS);
+        break;
+    case FIRE_TIMER:
+        scene.fire_next_timer();
         break;
     case PLUG:
         scene.links[input.byte() % ENGINE_PORTS] = flag;

@@ -136,7 +136,7 @@ void take_step(t_exchange &exchange, uint8_t choice, t_input &input)
             exchange.peer_frames.push_back(scene.bytes(input.block()));
         break;
     case SEARCH_WITH_ARP:
-        search_with_arp(scene);
+        final ? static_cast<void>(send_special_arp(dev, inet_addr(TARGET_ADDRESS))) : search_with_arp(scene);
         break;
     case ASK_DNS:
         ask_dns(scene);

@@ -4,7 +4,9 @@
 #include <cstring>
 
 #include "fuzz/support/probe_scene.h"
+#include "platform/log.h"
 #include "platform/result_codes.h"
+#include "probes/kernel_filter.h"
 #include "probes/pppoe_frames.h"
 #include "probes/pppoe_probe.h"
 
@@ -51,6 +53,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     const bool is_ours = check_pado(received) == t_pado_flaw::none &&
                          packetIsForMe(received.data(), received.size(), FIRST_IDENTIFIER) == OK;
     REQUIRE(!is_ours || holds(received, FIRST_IDENTIFIER));
+
+    static const t_kernel_filter filter(pado_filter(FIRST_IDENTIFIER, LOG_LEVEL_Error));
+    REQUIRE(!is_ours || filter.passes({frame.begin(), frame.end()}));
 
     t_probe_scene scene;
     REQUIRE(send_pppoe_discovery_all(&scene.list) == OK);

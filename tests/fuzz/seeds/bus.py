@@ -282,12 +282,14 @@ def daemon_sessions():
         listener_added = frame(DATA, first + 1, 0, word(AT_ID, DEMO + 2)) + done(first + 1)
         return object_added + listener_added + done(first + 2, EVENT_OBJECT)
 
+    object_type = word(AT_TYPE, 0xA0000006) + SIGNATURE
+
     def call(method, arguments):
         return frame(INVOKE, 9, 0xA0000009, word(AT_ID, DEMO) + name(AT_METHOD, method) + attribute(AT_DATA, arguments))
 
     def status_answer(first, state):
         unknown_method = frame(STATUS, first, EVENT_OBJECT, word(AT_STATUS, 3))
-        found = frame(DATA, first + 1, 0, name(AT_PATH, "network.interface") + word(AT_ID, 0xA0000005) + SIGNATURE)
+        found = frame(DATA, first + 1, 0, name(AT_PATH, "network.interface") + word(AT_ID, 0xA0000005) + object_type)
         reply = frame(DATA, first + 2, 0xA0000005, attribute(AT_DATA, text_field("state", state)))
         return unknown_method + found + done(first + 1) + reply + done(first + 2, 0xA0000005)
 
@@ -338,9 +340,9 @@ def daemon_sessions():
             GREETING
             + frame(DATA, 4, 0, word(AT_ID, DEMO) + word(AT_TYPE, 0xA0000003))
             + done(4)
-            + frame(DATA, 5, 0, name(AT_PATH, "wan_detect") + word(AT_ID, DEMO) + SIGNATURE)
+            + frame(DATA, 5, 0, word(AT_ID, DEMO + 2))
             + done(5)
-            + frame(DATA, 6, 0, word(AT_ID, DEMO + 2))
+            + frame(DATA, 6, 0, name(AT_PATH, "wan_detect") + word(AT_ID, DEMO) + object_type)
             + done(6)
             + done(7, EVENT_OBJECT),
             KNOCK_ANSWERED,

@@ -159,6 +159,28 @@ def frame_streams():
     save("frame_streams", "arp_search", steps(PEER_FRAME, reply("192.168.1.9"), PEER_FRAME, reply(), SEARCH_WITH_ARP))
     save(
         "frame_streams",
+        "own_frame_comes_back",
+        steps(ASK_DHCP, FRAME, answer(2).replace(SERVER_MAC, bytes.fromhex("020000000001"), 1), *ends),
+    )
+    save("frame_streams", "special_arp", steps(SEARCH_WITH_ARP | FINAL, PEER_FRAME, reply(), SEARCH_WITH_ARP | FINAL))
+    save(
+        "frame_streams",
+        "odd_pado",
+        steps(
+            ASK_PPPOE,
+            FRAME,
+            pado(tag(0x0103, IDENTIFIER), code=9),
+            FRAME,
+            pado(tag(0x0103, IDENTIFIER), version=0x21),
+            FRAME,
+            pado(tag(0x0103, IDENTIFIER), length=900),
+            FRAME,
+            pado(tag(0x0103, b"abcd")),
+            *ends,
+        ),
+    )
+    save(
+        "frame_streams",
         "names_after_an_address",
         steps(ASK_DHCP, FRAME, answer(2), *ends, PEER_FRAME, dns(query_id=5), PEER_FRAME, dns(query_id=6), ASK_DNS),
     )

@@ -154,7 +154,7 @@ extern "C" int __wrap_pthread_create(pthread_t *thread, const pthread_attr_t *at
     if (!scene)
         return __real_pthread_create(thread, attributes, body, argument);
     workers.push_back({body, argument, fake_clock.now_us + PORT_SETTLE_MS * MICROSECONDS_PER_MS});
-    *thread = pthread_self();
+    *thread = 0; // it is detached at once
     return 0;
 }
 
@@ -164,9 +164,10 @@ extern "C" int __wrap_pthread_detach(pthread_t thread)
     return scene ? 0 : __real_pthread_detach(thread);
 }
 
-extern "C" int __wrap_pthread_equal(pthread_t first, pthread_t second)
+extern "C" pthread_t __real_pthread_self();
+extern "C" pthread_t __wrap_pthread_self()
 {
-    return first == second && !on_other_thread;
+    return __real_pthread_self() + (on_other_thread ? 1 : 0);
 }
 
 extern "C" int __wrap_poll(pollfd *, nfds_t, int timeout_ms)
@@ -316,6 +317,19 @@ void t_engine_scene::pass_ms(int64_t milliseconds)
         fake_clock.now_us = std::max(fake_clock.now_us, next_us);
     }
     fake_clock.now_us = std::max(fake_clock.now_us, until_us);
+}
+
+void t_engine_scene::fire_next_timer()
+{
+    uloop_timeout *next = nullptr;
+    for (uloop_timeout *timer : TIMERS)
+        if (timer->pending && (!next || uloop_timeout_remaining64(timer) < uloop_timeout_remaining64(next)))
+            next = timer;
+    if (!next)
+        return;
+    fake_clock.advance_ms(std::max<int64_t>(0, uloop_timeout_remaining64(next)));
+    uloop_timeout_cancel(next);
+    next->cb(next);
 }
 
 void t_engine_scene::scan_links()

@@ -45,6 +45,9 @@ struct t_engine_scene {
     // Lets time pass for the loop and for the ports that settle.
     void pass_ms(int64_t milliseconds);
 
+    // One step of the engine, so that something may happen before the next.
+    void fire_next_timer();
+
     // What the two background threads do once a second.
     void scan_links();
     void look_at_combo_port();
