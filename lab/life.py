@@ -39,16 +39,27 @@ def wait_until(condition, real_seconds=READY_REAL_S):
         time.sleep(POLL_REAL_S)
 
 
-def child_named(name):
-    """Number of this process's child of that name, dead and not collected ones included; None without one."""
+def children_named(name):
+    """Numbers of this process's children of that name, dead and not collected ones included, oldest first."""
+    found = []
     for path in Path("/proc").glob("[0-9]*/stat"):
         try:
             head, _, rest = path.read_text().rpartition(")")
         except OSError:
             continue
         if head.partition("(")[2] == name and int(rest.split()[1]) == os.getpid():
-            return int(path.parent.name)
-    return None
+            found.append(int(path.parent.name))
+    return sorted(found)
+
+
+def child_named(name):
+    """The oldest one: a script that the daemon had just started when it ended bears its name too. None without one."""
+    return next(iter(children_named(name)), None)
+
+
+def collect_dead(name):
+    for pid in children_named(name):
+        os.waitpid(pid, os.WNOHANG)
 
 
 def holds_signals_back(program):
@@ -161,4 +172,6 @@ class Life:
                 os.kill(pid, signal.SIGKILL)
             except ProcessLookupError:
                 continue
+        wait_until(lambda: not self.processes(), LINGER_REAL_S)
+        collect_dead("wan_detect")
         return names

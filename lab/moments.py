@@ -13,6 +13,7 @@ from lab.daemon import LINE, LOG
 from lab.life import Life, wait_until
 
 BURST_CALLS = 12
+SHORT_REAL_S = 0.0005
 ARRIVES_S, ARRIVES_REAL_S = 120, 30.0    # the longer of both, for start-up may wait 75 s
 
 # `world` is one of the scenario's, `line` the log line that the moment follows (its `times`-th), `within` the spread
@@ -133,16 +134,24 @@ class HurriedLife(Life):
             return first.wait()
 
 
+class TimedLife(Life):
+    """Tells how many real seconds pass from the start of its first process to the first look at the links."""
+    seconds = None
+
+    def start(self, command, **options):
+        with subprocess.Popen(command, **options) as first:
+            started, end = time.monotonic(), time.monotonic() + ARRIVES_REAL_S
+            while b"update_eth_link_status" not in LOG.read_bytes() and time.monotonic() < end:
+                time.sleep(SHORT_REAL_S)
+            self.seconds = time.monotonic() - started
+            return first.wait()
+
+
 def time_of_a_start(clock):
-    """Real seconds from the command line to the first pause of start-up."""
-    started = time.monotonic()
-    life, tail = Life("-d", "7", clock=clock), Tail(clock)
-    tail.said("update_eth_link_status", 1)
-    seconds = time.monotonic() - started
+    life = TimedLife("-d", "7", clock=clock)
     life.signal()
     life.end(ARRIVES_REAL_S)
-    tail.close()
-    return seconds
+    return life.seconds
 
 
 class Acts:

@@ -141,11 +141,12 @@ class Ends(Scenario):
 
     def hurried_life(self, router):
         """One that forked, for a signal that comes sooner ends the first process alone."""
-        life = None
-        while not life or life.first_status != 0:
+        while True:
             life = HurriedLife("-d", "7", clock=router.clock, after=self.dice.uniform(0, self.start_takes_s),
                                number=self.dice.choice([signal.SIGTERM, signal.SIGINT]))
-        return life
+            if life.first_status == 0:
+                return life
+            life.left_behind()
 
     def signals(self):
         """Mostly one SIGTERM; sometimes SIGINT, sometimes a number of both."""
