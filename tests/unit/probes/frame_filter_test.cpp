@@ -202,6 +202,14 @@ t_frames arp_packets()
     return with_mutations(frames);
 }
 
+// What the job tells of itself does not count.
+bool says_one_of(t_log_capture &log, std::initializer_list<const char *> texts)
+{
+    const std::string said = log.text();
+    return std::any_of(texts.begin(), texts.end(),
+                       [&said](const char *text) { return said.find(text) != std::string::npos; });
+}
+
 void answer_requests_with(const t_bytes &frame)
 {
     fake_wire.on_send = [frame](const t_sent_frame &request) { fake_wire.arrive(request.fd, frame); };
@@ -215,8 +223,7 @@ TEST_P(frame_filter, for_the_search_of_an_address_drops_nothing_that_is_taken_or
         answer_requests_with(frame);
         t_port_list ports = {&eth1};
         check_ip_using_arp_blocked(target, t_mac(MAC_SIZE).data(), &ports.list, ip("192.168.1.1"), BRIDGE_MAC);
-        return ports.list.count == 1 || log.has_body("Not a arp reply packet") ||
-               log.has_body("receieve a different ip");
+        return ports.list.count == 1 || says_one_of(log, {"Not a arp reply packet", "receieve a different ip"});
     });
 }
 
@@ -235,8 +242,7 @@ TEST_P(frame_filter, for_the_recheck_of_a_host_drops_nothing_that_is_taken_or_to
         const bool kept = table;
         if (table)
             release_arp_table(&table);
-        return kept || log.has_body("Not match") || log.has_body("Not a arp reply packet") ||
-               log.has_body("different ip");
+        return kept || says_one_of(log, {"Not match", "Not a arp reply packet", "receieve a different ip"});
     });
 }
 
