@@ -138,7 +138,7 @@ class BadBus(Trouble):
             title = f"a bus that {manner}"
             odd = OddBus(manner)
             hung = LIMIT_REAL_S * router.clock.speed if manner in HANGING else 0
-            self.loop_turns_during(stage, title, ODD_S + hung)
+            self.loop_turns_during(stage, title, ODD_S)
             came = odd.connections_of(router.daemon.pid)
             stage.check(f"{title}: it is asked now and then", 1 <= came <= MOST_CONNECTIONS, f"{came} times")
             odd.close()

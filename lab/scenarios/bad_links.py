@@ -3,16 +3,16 @@
 from lab.bad_link import BadLink, Quality
 from lab.router import WAN_RESULT, content
 from lab.scenarios.static import GATEWAY, NETWORK
-from lab.scenarios.trouble import FOUND_S, Trouble, cycle_open
+from lab.scenarios.trouble import FOUND_S, MOST_CYCLES, Trouble, cycle_open
 from lab.upstream import DhcpServer, Gateway, PppoeServer, Silent
 
-MOST_CYCLES = 10
+MOST_CYCLES_OF_POOR_LINE = 10
 NOT_FOUND_S = 15
 
 
 class BadLinks(Trouble):
     """Base of those with one line of poor quality."""
-    in_time_ms, too_late_ms, jitter_ms = 1200, 3000, 1000    # answers are collected for 2.5 s
+    in_time_ms, too_late_ms, jitter_ms = 1000, 8000, 1000    # answers are collected for 2.5 s
     asks_again = False    # a port without an answer is only asked again by the next cycle
     harm = {}    # of every quality
     answered = ()    # line of the log when an answer was taken
@@ -22,20 +22,20 @@ class BadLinks(Trouble):
     def line(self):
         return self.cables[self.winner]
 
-    def find(self, stage, title, most_cycles=1, **quality):
-        """With such a line the port has to be found, within so many cycles."""
-        router, needed = stage.router, 0
+    def find(self, stage, title, most_cycles=MOST_CYCLES, **quality):
+        """With such a line the port has to be found, within so many cycles; returns the lines of the last one."""
+        router, needed, held = stage.router, 0, None
         self.line.quality = Quality(**quality, **self.harm)
-        held = None
         while held != self.winner and needed < most_cycles:
             needed += 1
-            held, start = self.one_cycle(router)
+            held, start = self.look(router)
         stage.check(f"{title}: the line is found", held == self.winner, f"not in {needed} cycles")
         stage.facts.setdefault("cycles", {})[title] = needed
         return router.daemon.lines[start:]
 
-    def one_cycle(self, router):
-        """The result of a cycle that starts with the WAN role elsewhere, None when it ended, or was ended, without."""
+    def look(self, router):
+        """The result of a cycle that began with the WAN role elsewhere, None when it was ended without, and its first line
+        in the log."""
         router.clock.wait_until(lambda: not cycle_open(router), FOUND_S)
         self.misplace(router)
         start = router.daemon.position()
@@ -58,7 +58,7 @@ class BadLinks(Trouble):
         stage.check(f"{title}: one of them is taken", self.count(lines) == 1, self.count(lines))
 
     def trouble_half_of_the_answers_lost(self, stage, title):
-        self.find(stage, title, MOST_CYCLES, lost=0.5)
+        self.find(stage, title, MOST_CYCLES_OF_POOR_LINE, lost=0.5)
 
     def trouble_answers_after_the_end(self, stage, title):
         """Nobody waits for them any more; a later look finds the line when it is as it should be."""
@@ -77,7 +77,8 @@ class BadLinks(Trouble):
         stage.check(f"{title}: a later one does", found)
 
     def trouble_everything_together(self, stage, title):
-        self.find(stage, title, MOST_CYCLES, delay_ms=20, jitter_ms=self.jitter_ms, lost=0.2, copies=2, both_ways=True)
+        self.find(stage, title, MOST_CYCLES_OF_POOR_LINE, delay_ms=20, jitter_ms=self.jitter_ms, lost=0.2, copies=2,
+                  both_ways=True)
         self.line.quality = Quality()
         self.finds_again(stage, f"{title}, and then a good line")
 
@@ -130,7 +131,7 @@ class BadArpLink(BadStaticLinks):
         The line to the gateway of a static connection gets worse in every way. It is asked three times, a third of a
         second apart. A port that does not answer leaves the cycle; the next cycle asks it again.
     """
-    in_time_ms, too_late_ms, jitter_ms = 150, 3000, 150
+    in_time_ms, too_late_ms, jitter_ms = 100, 8000, 150
     asks_again = True
     answered = ("check_ip_using_arp_blocked", "and mac is overwriten")
     nothing = ("uloop_wan_detect_using_arp", "Can't find gateway ip")
@@ -147,7 +148,7 @@ class BadDnsLink(BadStaticLinks):
         The gateway of a static connection answers on two ports; names are resolved behind eth3 only, and its line gets
         worse in every way. Answers are waited for three seconds; without one eth2 wins, which stands first.
     """
-    too_late_ms = 6000
+    too_late_ms = 10000
     asks_again = True
     harm = {"spare_arp": True}
     answered = ("wait_dns_response", "dnslookup success, eth=eth3, dev_ip")

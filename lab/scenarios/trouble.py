@@ -2,7 +2,9 @@
 """What scenarios of a failing world share: one trouble after the other, and after each the daemon does its work."""
 import subprocess
 
+from lab import sanitizers
 from lab.bus import uci
+from lab.daemon import PROGRAM
 from lab.router import WAN_RESULT, content
 from lab.scenarios.base import LATE_REAL_S, Scenario
 from lab.scenarios.storm import footprint
@@ -10,13 +12,14 @@ from lab.upstream import DhcpServer, Silent
 from lab.vitals import cpu_seconds, loop_turns
 
 FOUND_S = 60
+MOST_CYCLES = 3
+PATIENCE = 10    # times as long
 CALM_S = 60
 RELOAD = "/sbin/wanlan_port_reload"
 OPENING = ("uloop_init_wan_detect_all", "uloop_start_wan_detect")
 # Processor time per second of the daemon's own. The idle daemon takes a fifth of it; what spins takes all of a
 # processor, which is a share of 1 / speed.
 CPU_SHARE = 0.025
-MEMORY_GROWTH_KB = 512
 
 
 class Trouble(Scenario):
@@ -24,7 +27,7 @@ class Trouble(Scenario):
     wan = "eth2"
     cables = {"eth0": Silent(), "eth2": DhcpServer()}
     winner = "eth2"
-    patience_s = 0    # later than that nothing may come back, on top of its own time
+    growth_kb = 512
 
     def play(self, stage):
         self.start_connected(stage)
@@ -46,6 +49,8 @@ class Trouble(Scenario):
         return list(dict.fromkeys(named))
 
     def judge(self, stage):
+        # The cycle that follows every swap may just have taken the result away.
+        stage.router.clock.wait_until(lambda: content(WAN_RESULT) == self.winner, CALM_S)
         super().judge(stage)
         facts = stage.facts
         if "after" not in facts:
@@ -55,14 +60,16 @@ class Trouble(Scenario):
             before, after = facts["before"][what], facts["after"][what]
             stage.check(f"it holds the {what} it held before", before == after, f"{before} before, {after} after")
         grown = facts["after"]["resident_kb"] - facts["before"]["resident_kb"]
-        stage.check(f"its memory did not grow by {MEMORY_GROWTH_KB} kB", grown <= MEMORY_GROWTH_KB, f"{grown} kB")
+        if not sanitizers.built_in(PROGRAM):    # they keep what was freed
+            stage.check(f"its memory did not grow by {self.growth_kb} kB", grown <= self.growth_kb, f"{grown} kB")
         stage.check(f"it took less than {CPU_SHARE:.1%} of its time of one processor", facts["cpu_share"] < CPU_SHARE,
                     f"{facts['cpu_share']:.2%}")
 
     def figures(self, stage):
         facts = stage.facts
         return [f"Processor time: {facts['cpu_share']:.2%} of the daemon's own; resident memory: "
-                f"{facts['before']['resident_kb']} kB before, {facts['after']['resident_kb']} kB after"]
+                f"{facts['before']['resident_kb']} kB before, {facts['after']['resident_kb']} kB after; at most "
+                f"{facts.get('most_cycles', 1)} cycle(s) to recover"]
 
     def verdict(self, stage):
         return "whatever failed, the daemon went on" if stage.passed() else "a check failed"
@@ -85,28 +92,38 @@ class Trouble(Scenario):
         router.clock.wait_until(lambda: router.health.state != "connected", CALM_S)
 
     def finds_again(self, stage, title):
-        """The WAN role goes astray, and the next cycle brings it home; returns how many seconds that took."""
-        router = stage.router
+        """The WAN role goes astray, and the next cycle brings it home; returns how many seconds that took. On a busy machine
+        answers may come too late for a cycle, so there are some more; how many were needed is told in the end."""
+        began, cycles, held = stage.router.clock.now(), 0, None
+        while held != self.winner and cycles < MOST_CYCLES:
+            cycles += 1
+            held = self.one_cycle(stage.router)
+        stage.facts["most_cycles"] = max(cycles, stage.facts.get("most_cycles", 1))
+        stage.check(f"{title}: the next cycle finds {self.winner}", held == self.winner, f"the result is {held}")
+        return stage.router.clock.now() - began
+
+    def one_cycle(self, router):
+        """Who has the WAN role after a cycle that began without one, None when the result says something else."""
         router.clock.wait_until(lambda: not cycle_open(router), FOUND_S)
         self.misplace(router)
-        start, began = router.daemon.position(), router.clock.now()
+        start = router.daemon.position()
         router.bus.call("wan_detect", "wan_detect")
         swapped = router.daemon.wait_for("switch_wan_to_dev", "success switching wan dev to", FOUND_S, start)
-        ended = router.cycle_over(FOUND_S, start if swapped is None else swapped)
-        held = content(WAN_RESULT)
-        stage.check(f"{title}: the next cycle finds {self.winner}",
-                    None not in (swapped, ended) and held == router.wan_port() == self.winner, f"the result is {held}")
-        return router.clock.now() - began
+        if swapped is None or router.cycle_over(FOUND_S, swapped) is None:
+            return None
+        holder = router.wan_port()
+        return holder if content(WAN_RESULT) == holder else None
 
     @staticmethod
-    def loop_turns_during(stage, title, seconds):
-        """Checks that the event loop turns for so many of the daemon's seconds."""
+    def loop_turns_during(stage, title, seconds, least=None):
+        """Checks that the event loop turns for so many of the daemon's seconds, at least once a second or so often; a busy
+        machine may take longer for it."""
         pid, clock = stage.router.daemon.pid, stage.router.clock
-        before = loop_turns(pid)
+        before, least = loop_turns(pid), least or seconds
         clock.sleep(seconds)
+        clock.wait_until(lambda: loop_turns(pid) - before >= least, PATIENCE * seconds)
         turned = loop_turns(pid) - before
-        stage.check(f"{title}: the event loop goes on", turned >= seconds, f"{turned} turns in {seconds} s")
-        return turned
+        stage.check(f"{title}: the event loop goes on", turned >= least, f"{turned} turns")
 
 
 def cycle_open(router):
