@@ -1,3 +1,4 @@
+#!/usr/bin/env python3
 # SPDX-License-Identifier: MIT
 """Checks docs/behaviour.md: every test that it names exists, and every section has the rows that it says it has.
 

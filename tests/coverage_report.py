@@ -25,7 +25,7 @@ class Coverage:
         for text in found.splitlines():
             for file in json.loads(text)["files"]:
                 path = Path(file["file"])
-                if path.is_relative_to(ROOT) and path.relative_to(ROOT).parts[0] in ROOMS:
+                if path.is_relative_to(ROOT) and path.relative_to(ROOT).parts[0] in ROOMS and path.exists():
                     self.add_file(str(path.relative_to(ROOT)), file)
 
     def add_file(self, name, file):
