@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: MIT
 # shellcheck shell=bash
-# What run.sh and replay.sh share. Paths are relative to the work folder: some targets cover /tmp and /etc with a file
-# system of their own, and only relative paths still lead out of it.
+# What run.sh and replay.sh share. Some targets cover /tmp and /etc with a file system of their own; what lies in the work
+# folder, which they start in, stays within reach by relative paths.
 fuzz=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 root=$(cd "$fuzz/../.." && pwd)
 build=${FUZZ_BUILD:-$root/build/fuzz}
@@ -35,7 +35,11 @@ prepare_targets() {
     mkdir -p "$work"/{corpus,crashes,logs} && cd "$work" || exit 1
     quietly logs/packages.log install_packages "${packages[@]}"
     quietly logs/build.log build_targets "$build"
-    here=$(realpath --relative-to=. "$fuzz")
+    rm -rf kept && mkdir kept || exit 1
+    local folder
+    for folder in corpus grown regressions dictionaries; do
+        [ ! -d "$fuzz/$folder" ] || cp -r "$fuzz/$folder" kept/ || exit 1
+    done
     mapfile -t targets <"$build/fuzz_names"
     # Reports name functions where the tool for that is there.
     [ ! -x /usr/bin/llvm-symbolizer-14 ] || export ASAN_SYMBOLIZER_PATH=/usr/bin/llvm-symbolizer-14
@@ -55,14 +59,14 @@ fuzz_target() {
     shift
     dictionary=$(dictionary_of "$name")
     "${programs:-$build}/bin/${name}_fuzz" -timeout=10 -print_final_stats=1 -artifact_prefix="crashes/$name-" \
-        ${dictionary:+"-dict=$here/dictionaries/$dictionary.dict"} "$@" >"logs/$name.log" 2>&1
+        ${dictionary:+"-dict=kept/dictionaries/$dictionary.dict"} "$@" >"logs/$name.log" 2>&1
 }
 
 # kept_folders NAME: what must hold for each input in them: seeds, what fuzzing grew, and regressions.
 kept_folders() {
     local folder
     for folder in corpus grown regressions; do
-        [ ! -d "$here/$folder/$1" ] || echo "$here/$folder/$1"
+        [ ! -d "kept/$folder/$1" ] || echo "kept/$folder/$1"
     done
 }
 
@@ -72,7 +76,8 @@ show_crash() {
     input=$(sed -n 's/^.*Test unit written to //p' "logs/$1.log" | tail -n 1)
     # While kept inputs are replayed, nothing is written: the last one that began is the one.
     input=${input:-$(sed -n 's/^Running: //p' "logs/$1.log" | tail -n 1)}
-    echo "$1: FAILED with the input $(realpath -m "${input:-?}")"
+    [[ $input != kept/* ]] || input=$fuzz/${input#kept/}
+    echo "$1: FAILED with the input $(realpath -m "${input:-none}")"
     grep -aE 'does not hold|ERROR:|SUMMARY:|runtime error' "logs/$1.log" | head -n 5 | sed 's/^/   | /'
     echo "   | more in $work/logs/$1.log"
 }

@@ -51,24 +51,23 @@ run() {
     fuzz_target "$name" -max_total_time="$seconds" "corpus/$name" "${folders[@]}" || status=1
     printf '%-20s %12s %9s %8s %9s %9s %7s\n' "$name" "$(statistic "$name" number_of_executed_units)" \
         "$(statistic "$name" average_exec_per_sec)" "$(progress "$name" cov)" "$(progress "$name" ft)" \
-        $(($(inputs_in "corpus/$name") - before)) $status
-    [ $status -eq 0 ] || show_crash "$name"
-    return $status
+        $(($(inputs_in "corpus/$name") - before)) "$status"
+    [ "$status" -eq 0 ] || show_crash "$name"
+    return "$status"
 }
 
 # Inputs over this size are not worth their place in the tree.
 largest_kept=4096
 
 merge() {
-    local name=$1 folder
-    folder=$(realpath -m "$here/grown/$name")
+    local name=$1 folder=$fuzz/grown/$1 folders input
     rm -rf "merged/$name"
     mkdir -p "merged/$name" "corpus/$name"
-    # What the seeds reach is not kept a second time.
-    fuzz_target "$name" -set_cover_merge=1 -max_len=$largest_kept "merged/$name" "corpus/$name" "$here/corpus/$name" \
-        $([ -d "$folder" ] && echo "$here/grown/$name") || { show_crash "$name"; return 1; }
-    for input in "$here/corpus/$name"/*; do
-        rm -f "merged/$name/$(sha1sum "$input" | cut -d ' ' -f 1)"
+    mapfile -t folders < <(kept_folders "$name")
+    fuzz_target "$name" -set_cover_merge=1 -max_len="$largest_kept" "merged/$name" "corpus/$name" "${folders[@]}" || { show_crash "$name"; return 1; }
+    # What is a seed or a regression already is not kept a second time.
+    for input in "kept/corpus/$name"/* "kept/regressions/$name"/*; do
+        [ ! -f "$input" ] || rm -f "merged/$name/$(sha1sum <"$input" | cut -d ' ' -f 1)"
     done
     rm -rf "$folder"
     mkdir -p "$folder"

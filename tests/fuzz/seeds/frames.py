@@ -38,6 +38,9 @@ def dhcp_answer():
     save("dhcp_answer", "two_routers", offer(option(3, ipv4("10.0.0.1") * 2) + b"\xff"))
     save("dhcp_answer", "empty_options", offer(option(3, b"") + option(6, b"") + b"\xff"))
     save("dhcp_answer", "option_beyond_the_end", offer(usual + b"\x06\x08\x0a\x14"))
+    for missing in (1, 2):
+        cut = option(6, ipv4("10.20.30.53"))[:-missing]
+        save("dhcp_answer", f"option_cut_by_{missing}", offer(usual + cut))
     save("dhcp_answer", "no_options", offer(b""))
     save("dhcp_answer", "other_identifier", offer(usual + dns, xid=b"\1\2\3\4"))
     save("dhcp_answer", "request", offer(usual, op=1))
