@@ -11,10 +11,11 @@ PASS, END, CANDIDATES = "uloop_start_wan_detect", "uloop_wan_detect_end", "gener
 ENTERED = "Entering function"
 WAN_NAMED = re.compile(r"Successful get wan device:(\S+)")
 # What a cycle says about its end.
-OUTCOMES = {"exiting this cycle of detecting": "given up for a new one", "exiting detecting due to switch off": "switched off",
-            "is not supported!, exit!": "not supported", "Failed to get now protocol": "without a protocol"}
-# Warnings and worse that the mishaps of the run explain. A port that was parked and is listed as well counts twice until
-# the next look at the list puts that right.
+OUTCOMES = {"exiting this cycle of detecting": "given up for a new one",
+            "exiting detecting due to switch off": "switched off", "is not supported!, exit!": "not supported",
+            "Failed to get now protocol": "without a protocol"}
+# Warnings and worse that the mishaps of the run explain. A port that was parked and is listed as well counts twice
+# until the next look at the list puts that right.
 EXPLAINED = re.compile("|".join([
     # scripts and commands
     r"Execute command:\S+( port\d+)? error!$", r"Invalid device state for:eth\d", r"Invalid (phy|sfp|serdes) state!",
@@ -34,10 +35,12 @@ EXPLAINED = re.compile("|".join([
     r"switch.wan.switch_port=",
     # ports without a cable, or that are gone
     r"Error (sending|receiving) ", r"Error while writing to (dhcp request|pppoe discovery) socket",
-    r"Failed to send (DHCP|pppoe) socket via dev:", r"Cannot read from socket, try again!", r"Detect \d+ device own same ip:",
+    r"Failed to send (DHCP|pppoe) socket via dev:", r"Cannot read from socket, try again!",
+    r"Detect \d+ device own same ip:",
     r"gethostbyname_own_implement resolve failed!, ret = 96$", r"Error while sending arp socket to ",
-    r"Failed to send arp request for each device!$", r"find_target_ip_and_device_with_arp failed with ip:0\.0\.0\.0,",
-    r"init_arp_sockfd bind to dev:\S+ fail!$", r"Failed to (init|send) ARP socket for:", r"Skip sending arp packet due to socket error!",
+    r"dnslookup_init_fd bindtodevice in \S+ fail!$", r"Failed to send arp request for each device!$", r"find_target_ip_and_device_with_arp failed with ip:0\.0\.0\.0,",
+    r"init_arp_sockfd bind to dev:\S+ fail!$", r"Failed to (init|send) ARP socket for:",
+    r"Skip sending arp packet due to socket error!",
     r"Not a arp reply packet$", r"Arp entry:\S+ already existed!$", r"Detect wan result is null!", r"Fix recorded!$",
 ]))
 GRAVE = ("Critical", "Error", "Warning")

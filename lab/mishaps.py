@@ -53,9 +53,8 @@ class Commands(Actor):
         self.done = {}
 
     def act(self):
-        action = self.dice.choices([self.break_command, self.take_command, self.break_package, self.take_package,
-                                    self.edit], [6, 2, 2, 1, 5])[0]
-        action()
+        actions = {self.break_command: 6, self.take_command: 2, self.break_package: 2, self.take_package: 1, self.edit: 5}
+        self.dice.choices(*zip(*actions.items()))[0]()
 
     def told(self, kind, what):
         self.done[kind] = self.done.get(kind, 0) + 1
@@ -87,7 +86,8 @@ class Commands(Actor):
         replace_file(path, kept, 0o755)
 
     def break_package(self):
-        self.change_package("broken packages", "is no configuration", lambda path: replace_file(path, "config 'x\n\0\xff option", 0o644))
+        self.change_package("broken packages", "is no configuration",
+                            lambda path: replace_file(path, "config 'x\n\0\xff option", 0o644))
 
     def take_package(self):
         self.change_package("missing packages", "is missing", lambda path: path.unlink())
@@ -107,7 +107,8 @@ class Commands(Actor):
             ("switch", "switch.gaming.switch_port", f"port{port}"), ("switch", "switch.gaming.switch_port", "nowhere"),
             ("switch", "switch.lan_agg.enable_agg", "1"), ("switch", "switch.lan_agg.lacpports", "2 3 99 x"),
             ("switch", "switch.wan.switch_port", f"port{port}"), ("network", "network.wan.wan_type", "pppoeshare"),
-            ("network", "network.wan.wan_type", "x" * 200), ("network", "network.auto_wan_detect.fake_wan_port", str(port)),
+            ("network", "network.wan.wan_type", "x" * 200),
+            ("network", "network.auto_wan_detect.fake_wan_port", str(port)),
             ("protocol", "protocol.static.gateway", "nowhere"), ("sysmode", "sysmode.sysmode.mode", "ap")])
         if path == "switch.gaming.switch_port":
             uci("set", "switch.gaming=gaming")
@@ -136,8 +137,8 @@ class FaultyLines(Cables):
         return any(hasattr(member, "talk") for member in getattr(port.behind[""], "members", ()))
 
     def act(self):
-        action = self.dice.choices([super().act, self.kill_server, self.stop_server, self.take_interface], [12, 1, 1, 1])[0]
-        action()
+        actions = {super().act: 12, self.kill_server: 1, self.stop_server: 1, self.take_interface: 1}
+        self.dice.choices(*zip(*actions.items()))[0]()
 
     def told(self, what):
         self.done[what] = self.done.get(what, 0) + 1
@@ -200,8 +201,8 @@ class FaultyBus(BusCalls):
         self.done = {}
         self.absent = []    # when the daemon's object did not come back
         self.pause = (0.02, 2)
-        self.weights = {self.log: 2, self.proto_detect: 5, self.set: 1, self.hotplug: 3, self.wan_detect: 9, self.ban: 4,
-                        self.configure: 1, self.restart_bus: 0.4, self.stop_bus: 0.4}
+        self.weights = {self.log: 2, self.proto_detect: 5, self.set: 1, self.hotplug: 3, self.wan_detect: 9,
+                        self.ban: 4, self.configure: 1, self.restart_bus: 0.4, self.stop_bus: 0.4}
         self.untried = self.dice.sample(list(self.weights), len(self.weights))
 
     def told(self, kind, what):

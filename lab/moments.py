@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
-"""Moments of the daemon's life at which it may be asked to end: how the lab leads it there, and how its log tells that it
-was there."""
+"""Moments of the daemon's life at which it may be asked to end: how the lab leads it there, and how its log tells that
+it was there."""
 import os
 import signal
 import subprocess

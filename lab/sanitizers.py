@@ -26,7 +26,8 @@ def environment(program, base):
     # The address sanitizer's runtime puts up with the clock's library before it, its leak check does not: leaks are
     # looked for in real time only.
     leaks = 0 if "LD_PRELOAD" in base else 1
-    return base | {"ASAN_OPTIONS": f"verify_asan_link_order=0:detect_leaks={leaks}:quarantine_size_mb={QUARANTINE_MB}:{common}",
+    address = f"verify_asan_link_order=0:detect_leaks={leaks}:quarantine_size_mb={QUARANTINE_MB}"
+    return base | {"ASAN_OPTIONS": f"{address}:{common}",
                    "TSAN_OPTIONS": f"second_deadlock_stack=1:{common}",
                    "UBSAN_OPTIONS": f"print_stacktrace=1:{common}"}
 

@@ -32,6 +32,7 @@ HANGING = "#!/bin/sh\nexec sleep 100000\n"
 SETTLED_REAL_S = 5.0
 PROGRESS_EVERY = 5
 TRIES = 3
+SHOWN_LINES, SHOWN_OUTPUT = 12, 400
 PORTS = [f"eth{number}" for number in range(5)]
 # What is plugged in, who has the WAN role, the connection, and the port of the fake WAN.
 WORLDS = {
@@ -54,8 +55,8 @@ class Ends(Scenario):
     rank = 62
     summary = "SIGTERM and SIGINT at random moments of start-up, cycles, swaps, requests and pauses (--count N)"
     story = """
-        The daemon is started again and again in a world that keeps it busy, and asked to end at a random time after a line
-        of its log. Each time it must be gone within 5 s with status 0, and leave no process, no object on the bus, no
+        The daemon is started again and again in a world that keeps it busy, and asked to end at a random time after a
+        line of its log. Each time it must be gone within 5 s with status 0, and leave no process, no object on the bus, no
         half of a file and no unfinished change of the configuration.
     """
     combo = {"eth4": "phy"}
@@ -137,7 +138,8 @@ class Ends(Scenario):
         lines = tail.lines()
         return {"reached": bool(reached), "delay": delay, "phase": phase_of(before), "last": last_function(before),
                 "signals": len(signals), "status": ended["status"], "seconds": ended["seconds"], "left": ended["left"],
-                "reply": acts.reply, "lines": [f"{function}: {body}" for function, body in lines[-12:]], "output": ended["output"][-400:]}
+                "reply": acts.reply, "lines": [f"{function}: {body}" for function, body in lines[-SHOWN_LINES:]],
+                "output": ended["output"][-SHOWN_OUTPUT:]}
 
     def hurried_life(self, router):
         """One that forked, for a signal that comes sooner ends the first process alone."""

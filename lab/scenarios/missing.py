@@ -1,22 +1,18 @@
 # SPDX-License-Identifier: MIT
 """The daemon started with one thing missing that it needs: what it says, and whether it goes on."""
-import copy
-import os
-import socket
-import subprocess
-from contextlib import contextmanager
 from dataclasses import dataclass
-from pathlib import Path
 
 from lab import config
 from lab.bus import SOCKET
 from lab.daemon import LINE, LOG
 from lab.lan import Together
-from lab.life import Life, wait_until
-from lab.mounts import STATE, mount
-from lab.network import BRIDGE, BRIDGE_ADDRESS, BRIDGE_MAC, ip_batch
+from lab.life import Life
+from lab.missing import (RELOAD, broken, changed, connected, covered, deaf_socket, devices_without_console, moved,
+                         no_option, no_package, no_program, no_section, no_sections_of, unmount, with_line,
+                         without_bridge, without_interface, without_manager)
+from lab.mounts import mount
 from lab.router import WAN_RESULT
-from lab.scenarios.life import DEBUG, END_REAL_S, RELOAD, LifeScenario
+from lab.scenarios.life import DEBUG, END_REAL_S, LifeScenario
 from lab.scenarios.static import NETWORK
 from lab.upstream import DhcpServer, Gateway, Silent
 
@@ -27,131 +23,7 @@ NO_LINK = ("Debug", "main", "No device has plugged in, Waiting & check after 2s!
 NO_PROTOCOLS = ("Critical", "main", "init_all_protocols failed!")
 NO_DEVICES = ("Critical", "main", "init_all_eth_device failed!")
 NO_ATTRIBUTES = ("Error", "init_all_eth_device", "get_eth_atrribute failed, or no attribute successfully parse!")
-CONNECTED_REAL_S = 5.0
 LINES_REAL_S = 20.0
-
-
-@contextmanager
-def changed(router, change):
-    """The configuration with a change, and whatever the daemon makes of it, for the body."""
-    texts = {path: path.read_text() for path in config.FOLDER.iterdir()}
-    mine = copy.deepcopy(router.config)
-    change(mine)
-    mine.write()
-    yield
-    for path, text in texts.items():
-        path.write_text(text)
-
-
-@contextmanager
-def moved(path):
-    """The file or folder is elsewhere for the body."""
-    path = Path(path)
-    place = path.with_name(f"{path.name}.away")
-    path.rename(place)
-    yield
-    place.rename(path)
-
-
-@contextmanager
-def covered(path, what):
-    """Something else is in its place for the body."""
-    mount("--bind", str(what), str(path))
-    yield
-    unmount(path)
-
-
-def unmount(path):
-    os.spawnlp(os.P_WAIT, "umount", "umount", "--lazy", str(path))
-
-
-@contextmanager
-def deaf_socket():
-    with moved(SOCKET), socket.socket(socket.AF_UNIX) as deaf:
-        deaf.bind(SOCKET)
-        yield
-        os.unlink(SOCKET)
-
-
-@contextmanager
-def devices_without_console():
-    """A folder of devices of its own, with the few that programs cannot do without."""
-    folder = STATE / "dev"
-    folder.mkdir()
-    for name in ("null", "zero", "urandom"):
-        (folder / name).touch()
-        mount("--bind", f"/dev/{name}", str(folder / name))
-    mount("--rbind", str(folder), "/dev")
-    yield
-    unmount("/dev")
-
-
-@contextmanager
-def without_bridge():
-    ip_batch(f"link del {BRIDGE}")
-    yield
-    ip_batch(f"link add {BRIDGE} address {BRIDGE_MAC} type bridge", f"address add {BRIDGE_ADDRESS} dev {BRIDGE}",
-             f"link set {BRIDGE} up")
-
-
-@contextmanager
-def without_interface(name):
-    ip_batch(f"link set {name} down", f"link set {name} name away")
-    yield
-    ip_batch(f"link set away name {name}", f"link set {name} up")
-
-
-@contextmanager
-def without_manager(router):
-    router.bus.kill_manager()
-    yield
-    router.bus.start_manager()
-
-
-@contextmanager
-def connected(router, change, plugged):
-    """A WAN port that works, with a change of the configuration, for the body."""
-    with changed(router, change):
-        subprocess.run([RELOAD], check=True)
-        router.plug(plugged)
-        wait_until(lambda: router.health.state == "connected", CONNECTED_REAL_S)
-        yield
-        router.unplug(plugged)
-    subprocess.run([RELOAD], check=True)
-
-
-def broken(package):
-    def taken(_):
-        text = STATE / "broken"
-        text.write_text("config 'x\n")
-        return covered(config.FOLDER / package, text)
-    return taken
-
-
-def no_package(package):
-    return lambda _: moved(config.FOLDER / package)
-
-
-def no_section(package, section):
-    return lambda router: changed(router, lambda mine: getattr(mine, package).pop(section))
-
-
-def no_option(package, section, *options):
-    return lambda router: changed(router, lambda mine: [getattr(mine, package)[section].pop(name) for name in options])
-
-
-def no_sections_of(package, kind):
-    def drop(mine):
-        sections = getattr(mine, package)
-        for name in [name for name, section in sections.items() if section.kind == kind]:
-            del sections[name]
-    return lambda router: changed(router, drop)
-
-
-def no_program():
-    path = STATE / "no-program"
-    path.write_text("")
-    return path
 
 
 def use_static(mine):
@@ -169,12 +41,6 @@ def use_combo(mine):
     mine.switch["wan"]["switch_port"] = "port5"
 
 
-@contextmanager
-def with_line(router, inner, change=lambda mine: None, plugged="eth2"):
-    with connected(router, change, plugged), inner:
-        yield
-
-
 @dataclass
 class Case:
     taken: object           # a context manager made of the router, in which the thing is missing
@@ -188,88 +54,85 @@ def error(function, text):
     return ("Error", function, text)
 
 
+def debug(function, text):
+    return ("Debug", function, text)
+
+
 AUTO = "network.auto_wan_detect"
+NO_BUS = [("Critical", "wan_detect_ubus_init", "ubus connect fail!"), ("Critical", "main", "ubus")]
+NO_PROTOCOL_PACKAGE = [error("init_all_protocols", "Unable to load uci protocol!"), NO_PROTOCOLS]
+NO_NETWORK_PACKAGE = [error("generate_eth_device", "Unable to load uci network!"),
+                      error("init_all_eth_device", "Parse network devices fail!"), NO_DEVICES]
+NO_SWITCH_PACKAGE = [error("get_eth_atrribute", "Unable to load uci switch!"), NO_ATTRIBUTES, NO_DEVICES]
+NO_MODE = error("get_is_router_mode", "Unable to get sysmode.sysmode.mode, treat it as router!")
+NO_PRIORITY = error("init_all_protocols",
+                    f"Unable to get {AUTO}.proto_priority, treat it as \"pppoe dhcp static\"!")
+NO_FAKE_WAN = [("Warning", "init_fake_wan_device", f"Get {AUTO}.fake_wan_port failed!"),
+               ("Info", "main", "init_fake_wan_device failed!")]
+NO_ENABLE = error("get_wan_detect_enable", f"Unable to get {AUTO}.enable, treat it as off!")
+NO_POOL = ("Info", "generate_eth_device",
+           "Parse network devices success, count:5, lan_dev count:0, wan_port_pool count:0")
+NO_TYPE = error("update_wan_ipv4_protocol", "get_ipv4_conntype failed!")
+NO_WAN = [error("get_wan_device_name", "switch.wan.switch_port="),
+          error("update_wan_device", "get_wan_device_name failed!"), NO_LINK]
+STATES, COMBO_STATES = f"{SCRIPT_FOLDER}/get_all_port_state.sh", f"{SCRIPT_FOLDER}/get_combo_state.sh"
+CYCLE = "Entering function: uloop_init_wan_detect_all"
+
 CASES = {
     # --- the bus
-    "the bus's socket": Case(lambda _: moved(SOCKET), [("Critical", "wan_detect_ubus_init", "ubus connect fail!"),
-                                                       ("Critical", "main", "ubus")], fatal=True),
-    "anybody at the bus's socket": Case(lambda _: deaf_socket(), [("Critical", "wan_detect_ubus_init", "ubus connect fail!"),
-                                                                  ("Critical", "main", "ubus")], fatal=True),
+    "the bus's socket": Case(lambda _: moved(SOCKET), NO_BUS, fatal=True),
+    "anybody at the bus's socket": Case(lambda _: deaf_socket(), NO_BUS, fatal=True),
     "the network manager": Case(without_manager, [
-        error("get_network_status", "Failed to run ubus call network.interface status '{\"interface\":\"wan\"}'"), IN_LOOP]),
+        error("get_network_status",
+              "Failed to run ubus call network.interface status '{\"interface\":\"wan\"}'"), IN_LOOP]),
     # --- packages
-    "the package protocol": Case(no_package("protocol"), [error("init_all_protocols", "Unable to load uci protocol!"),
-                                                          NO_PROTOCOLS], fatal=True),
-    "the package network": Case(no_package("network"), [error("generate_eth_device", "Unable to load uci network!"),
-                                                        error("init_all_eth_device", "Parse network devices fail!"),
-                                                        NO_DEVICES], fatal=True),
-    "the package switch": Case(no_package("switch"), [error("get_eth_atrribute", "Unable to load uci switch!"), NO_ATTRIBUTES,
-                                                      NO_DEVICES], fatal=True),
-    "the package sysmode": Case(no_package("sysmode"), [
-        error("get_is_router_mode", "Unable to get sysmode.sysmode.mode, treat it as router!"), IN_LOOP]),
-    "every package": Case(lambda _: moved(config.FOLDER), [error("init_all_protocols", "Unable to load uci protocol!"),
-                                                           NO_PROTOCOLS], fatal=True),
-    "sense in the package protocol": Case(broken("protocol"), [error("init_all_protocols", "Unable to load uci protocol!"),
-                                                               NO_PROTOCOLS], fatal=True),
-    "sense in the package network": Case(broken("network"), [error("generate_eth_device", "Unable to load uci network!"),
-                                                             NO_DEVICES], fatal=True),
-    "sense in the package switch": Case(broken("switch"), [error("get_eth_atrribute", "Unable to load uci switch!"),
-                                                           NO_DEVICES], fatal=True),
-    "sense in the package sysmode": Case(broken("sysmode"), [
-        error("get_is_router_mode", "Unable to get sysmode.sysmode.mode, treat it as router!"), LINKED]),
+    "the package protocol": Case(no_package("protocol"), NO_PROTOCOL_PACKAGE, fatal=True),
+    "the package network": Case(no_package("network"), NO_NETWORK_PACKAGE, fatal=True),
+    "the package switch": Case(no_package("switch"), NO_SWITCH_PACKAGE, fatal=True),
+    "the package sysmode": Case(no_package("sysmode"), [NO_MODE, IN_LOOP]),
+    "every package": Case(lambda _: moved(config.FOLDER), NO_PROTOCOL_PACKAGE, fatal=True),
+    "sense in the package protocol": Case(broken("protocol"), NO_PROTOCOL_PACKAGE, fatal=True),
+    "sense in the package network": Case(broken("network"), NO_NETWORK_PACKAGE, fatal=True),
+    "sense in the package switch": Case(broken("switch"), NO_SWITCH_PACKAGE, fatal=True),
+    "sense in the package sysmode": Case(broken("sysmode"), [NO_MODE, LINKED]),
     # --- sections and options
-    "devices in network": Case(no_sections_of("network", "device"), [error("get_eth_atrribute", "Can't find device eth0"),
-                                                                     NO_ATTRIBUTES, NO_DEVICES], fatal=True),
+    "devices in network": Case(no_sections_of("network", "device"), [
+        error("get_eth_atrribute", "Can't find device eth0"), NO_ATTRIBUTES, NO_DEVICES], fatal=True),
     "ports in switch": Case(no_sections_of("switch", "switch_port"), [
-        error("generate_eth_device", "Unable to get switch.port1.ifname, skip it!!"), NO_ATTRIBUTES, NO_DEVICES], fatal=True),
-    "protocol.ipv4": Case(no_section("protocol", "ipv4"), [error("init_all_protocols", "Unable to get uci protocol.ipv4"),
-                                                           error("find_protocol", "Invalid proto_hashmap_head input!"),
-                                                           IN_LOOP]),
+        error("generate_eth_device", "Unable to get switch.port1.ifname, skip it!!"), NO_ATTRIBUTES,
+        NO_DEVICES], fatal=True),
+    "protocol.ipv4": Case(no_section("protocol", "ipv4"), [
+        error("init_all_protocols", "Unable to get uci protocol.ipv4"),
+        error("find_protocol", "Invalid proto_hashmap_head input!"), IN_LOOP]),
     "protocol.ipv4.protos": Case(no_option("protocol", "ipv4", "protos"), [
         error("init_all_protocols", "Unable to get uci protocol.ipv4.protos"), IN_LOOP]),
-    "protocol.ipv6": Case(no_section("protocol", "ipv6"), [error("init_all_protocols", "Unable to get uci protocol.ipv6"),
-                                                           LINKED]),
+    "protocol.ipv6": Case(no_section("protocol", "ipv6"), [
+        error("init_all_protocols", "Unable to get uci protocol.ipv6"), LINKED]),
     "protocol.ipv6.protos": Case(no_option("protocol", "ipv6", "protos"), [
         error("init_all_protocols", "Unable to get uci protocol.ipv6.protos"), LINKED]),
     "protocol.static": Case(lambda router: with_line(router, changed(router, lambda mine: (
         use_static(mine), mine.protocol.pop("static")))), [
-            ("Debug", "update_static_protocol_ip_config",
-             "get secondary static ip info for static, ip:0.0.0.0, gateway:0.0.0.0, dns:0.0.0.0"), IN_LOOP]),
+            debug("update_static_protocol_ip_config",
+                  "get secondary static ip info for static, ip:0.0.0.0, gateway:0.0.0.0, dns:0.0.0.0"), IN_LOOP]),
     AUTO: Case(no_section("network", "auto_wan_detect"), [
-        error("init_all_protocols", f"Unable to get {AUTO}.proto_priority, treat it as \"pppoe dhcp static\"!"),
-        ("Info", "generate_eth_device", "Parse network devices success, count:5, lan_dev count:0, wan_port_pool count:0"),
-        ("Warning", "init_fake_wan_device", f"Get {AUTO}.fake_wan_port failed!"),
-        ("Info", "main", "init_fake_wan_device failed!"),
-        error("get_wan_detect_enable", f"Unable to get {AUTO}.enable, treat it as off!"), IN_LOOP],
-        never=("Entering function: uloop_init_wan_detect_all",)),
-    f"{AUTO}.enable": Case(no_option("network", "auto_wan_detect", "enable"), [
-        error("get_wan_detect_enable", f"Unable to get {AUTO}.enable, treat it as off!"), IN_LOOP],
-        never=("Entering function: uloop_init_wan_detect_all",)),
+        NO_PRIORITY, NO_POOL, *NO_FAKE_WAN, NO_ENABLE, IN_LOOP], never=(CYCLE,)),
+    f"{AUTO}.enable": Case(no_option("network", "auto_wan_detect", "enable"), [NO_ENABLE, IN_LOOP], never=(CYCLE,)),
     f"{AUTO}.wan_port_priority": Case(no_option("network", "auto_wan_detect", "wan_port_priority"), [
-        ("Debug", "generate_eth_device", "allowed wan device:eth0 parse success!"), LINKED], never=("(priority:1)",)),
-    f"{AUTO}.wan_port_pool": Case(no_option("network", "auto_wan_detect", "wan_port_pool"), [
-        ("Info", "generate_eth_device", "Parse network devices success, count:5, lan_dev count:0, wan_port_pool count:0"),
-        LINKED], never=("allowed wan device",)),
+        debug("generate_eth_device", "allowed wan device:eth0 parse success!"), LINKED], never=("(priority:1)",)),
+    f"{AUTO}.wan_port_pool": Case(no_option("network", "auto_wan_detect", "wan_port_pool"), [NO_POOL, LINKED],
+                                  never=("allowed wan device",)),
     f"{AUTO}.proto_priority": Case(no_option("network", "auto_wan_detect", "proto_priority"), [
-        error("init_all_protocols", f"Unable to get {AUTO}.proto_priority, treat it as \"pppoe dhcp static\"!"),
-        ("Debug", "init_all_protocols", "Parse pppoe protocol priority=1"),
-        ("Debug", "init_all_protocols", "Parse static protocol priority=3"), LINKED]),
-    f"{AUTO}.fake_wan_port": Case(no_option("network", "auto_wan_detect", "fake_wan_port"), [
-        ("Warning", "init_fake_wan_device", f"Get {AUTO}.fake_wan_port failed!"),
-        ("Info", "main", "init_fake_wan_device failed!"), LINKED]),
+        NO_PRIORITY, debug("init_all_protocols", "Parse pppoe protocol priority=1"),
+        debug("init_all_protocols", "Parse static protocol priority=3"), LINKED]),
+    f"{AUTO}.fake_wan_port": Case(no_option("network", "auto_wan_detect", "fake_wan_port"), [*NO_FAKE_WAN, LINKED]),
     f"{AUTO}.wan_combo_first_priority": Case(no_option("network", "auto_wan_detect", "wan_combo_first_priority"), [
         error("wan_combo_auto_switch", f"Unable to get {AUTO}.wan_combo_first_priority, treat it as phy!"), IN_LOOP]),
-    "network.wan": Case(no_section("network", "wan"), [error("update_wan_ipv4_protocol", "get_ipv4_conntype failed!"),
-                                                       IN_LOOP]),
+    "network.wan": Case(no_section("network", "wan"), [NO_TYPE, IN_LOOP]),
     "network.wan.wan_type": Case(no_option("network", "wan", "wan_type"), [
-        ("Debug", "update_wan_ipv4_protocol", "get wan device: eth0 using conntype: dhcp"), IN_LOOP]),
-    "network.wan.wan_type and .proto": Case(no_option("network", "wan", "wan_type", "proto"), [
-        error("update_wan_ipv4_protocol", "get_ipv4_conntype failed!"), IN_LOOP]),
-    "switch.wan": Case(no_section("switch", "wan"), [error("get_wan_device_name", "switch.wan.switch_port="),
-                                                     error("update_wan_device", "get_wan_device_name failed!"), NO_LINK]),
-    "switch.wan.switch_port": Case(no_option("switch", "wan", "switch_port"), [
-        error("get_wan_device_name", "switch.wan.switch_port="), error("update_wan_device", "get_wan_device_name failed!"),
-        NO_LINK]),
+        debug("update_wan_ipv4_protocol", "get wan device: eth0 using conntype: dhcp"), IN_LOOP]),
+    "network.wan.wan_type and .proto": Case(no_option("network", "wan", "wan_type", "proto"), [NO_TYPE, IN_LOOP]),
+    "switch.wan": Case(no_section("switch", "wan"), NO_WAN),
+    "switch.wan.switch_port": Case(no_option("switch", "wan", "switch_port"), NO_WAN),
     "the WAN port's section": Case(no_section("switch", "port1"), [
         error("generate_eth_device", "Unable to get switch.port1.ifname, skip it!!"),
         error("get_wan_device_name", "switch.port1.ifname=, or not begin with \"eth\""), NO_LINK]),
@@ -281,35 +144,32 @@ CASES = {
     "switch.lan_agg": Case(no_section("switch", "lan_agg"), [
         ("Info", "update_lan_agg_port", "Parse lan_agg devices success"), IN_LOOP]),
     # --- scripts and commands
-    "the port states": Case(lambda _: moved(f"{SCRIPT_FOLDER}/get_all_port_state.sh"), [
-        error("update_eth_link_status_using_script", f"Execute command:{SCRIPT_FOLDER}/get_all_port_state.sh error!"), NO_LINK,
+    "the port states": Case(lambda _: moved(STATES), [
+        error("update_eth_link_status_using_script", f"Execute command:{STATES} error!"), NO_LINK,
         ("Info", "main", "No device plugged in in 60s, Waiting for another 15s before starting main!"), IN_LOOP,
-        error("update_eth_link_status_trigger", f"Execute command:{SCRIPT_FOLDER}/get_all_port_state.sh error!")]),
-    "the combo states": Case(lambda router: with_line(router, moved(f"{SCRIPT_FOLDER}/get_combo_state.sh"), use_combo,
-                                                      "eth4/phy"), [
-        IN_LOOP, error("update_combo_device_status", f"Execute command:{SCRIPT_FOLDER}/get_combo_state.sh port5 error!")]),
+        error("update_eth_link_status_trigger", f"Execute command:{STATES} error!")]),
+    "the combo states": Case(lambda router: with_line(router, moved(COMBO_STATES), use_combo, "eth4/phy"), [
+        IN_LOOP, error("update_combo_device_status", f"Execute command:{COMBO_STATES} port5 error!")]),
     "the swap command": Case(lambda router: with_line(router, moved("/usr/sbin/network_lanwan_swap")), [
-        ("Debug", "switch_wan_to_dev", "wan_detect:Switching wan dev to eth2 execute:network_lanwan_swap set port3!"),
+        debug("switch_wan_to_dev", "wan_detect:Switching wan dev to eth2 execute:network_lanwan_swap set port3!"),
         ("Info", "uloop_wan_detect_end", "Wan Detection over!"),
         ("Info", "uloop_start_wan_detect", "Start to detect in 2 device(s)")]),
-    "the rebuild command": Case(lambda router: with_line(router, moved("/sbin/wanlan_port_reload"), use_fake_wan), [
-        ("Debug", "wan_detect_remove_fake_wan", f"Set fake_wan_dev=null, {AUTO}.fake_wan_port=-1."), IN_LOOP]),
+    "the rebuild command": Case(lambda router: with_line(router, moved(RELOAD), use_fake_wan), [
+        debug("wan_detect_remove_fake_wan", f"Set fake_wan_dev=null, {AUTO}.fake_wan_port=-1."), IN_LOOP]),
     "the online test": Case(lambda router: with_line(router, moved("/usr/sbin/online-test"), use_static), [
         error("check_online", "online-test failed, try again!!"),
-        ("Debug", "get_network_status", "Get network status return: poor connected"), IN_LOOP]),
+        debug("get_network_status", "Get network status return: poor connected"), IN_LOOP]),
     # --- the system
-    "the shell": Case(lambda _: covered("/bin/sh", no_program()), [("Debug", "main", "init over"), NO_LINK],
+    "the shell": Case(lambda _: covered("/bin/sh", no_program()), [debug("main", "init over"), NO_LINK],
                       prints="popen faild. (13, Permission denied)"),
-    "/dev/console": Case(lambda _: devices_without_console(), [("Debug", "main", "init over"), LINKED]),
+    "/dev/console": Case(lambda _: devices_without_console(), [debug("main", "init over"), LINKED]),
     "br-lan": Case(lambda router: with_line(router, without_bridge()), [
         IN_LOOP, error("update_brlan_dev", "Couldn't get br-lan ip, netmask, mac!")]),
     "the WAN port's interface": Case(lambda _: without_interface("eth0"), [
         error("update_eth_link_status_using_script", "Invalid device state for:eth0! Response:"), NO_LINK]),
-    "the bridge ports' interfaces": Case(lambda _: without_interface("eth3"), [
+    "a bridge port's interface": Case(lambda _: without_interface("eth3"), [
         error("update_eth_link_status_using_script", "Invalid device state for:eth3! Response:"), IN_LOOP]),
 }
-
-
 WITHOUT_TMP = Case(None, [("Debug", "main", "init over"), IN_LOOP,
                           error("write_wan_detect_result_file", "File:/tmp/wan_detect_result Open Failed !"),
                           ("Info", "uloop_wan_detect_end", "Wan Detection over!")])
@@ -334,16 +194,17 @@ class LifeWithoutTmp(Life):
 class Missing(LifeScenario):
     name = "missing"
     rank = 60
-    summary = "the daemon started with one thing missing after the other: bus, packages, sections, options, scripts, ports"
+    summary = "the daemon started with one thing missing: bus, packages, sections, options, scripts, ports"
     story = """
-        Each time the daemon is started, something that it needs is not there. It must say so in the words that are known,
-        and either end with status 0 or go on, as far as it goes.
+        Each time the daemon is started, something that it needs is not there. It must say so in the words that are
+        known, and either end with status 0 or go on, as far as it goes.
     """
     cables = {"eth0": Silent()}
     combo = {"eth4": "phy"}
 
     def play(self, stage):
-        stage.router.attach("eth2", Together(DhcpServer(), Gateway(NETWORK["gateway"], dns=False), title="DHCP"), plugged=False)
+        both = Together(DhcpServer(), Gateway(NETWORK["gateway"], dns=False), title="DHCP")
+        stage.router.attach("eth2", both, plugged=False)
         stage.router.attach("eth4/phy", DhcpServer(), plugged=False)
         super().play(stage)
 
@@ -388,5 +249,6 @@ class Missing(LifeScenario):
             if case.prints:
                 stage.check(f"without {title}: {case.prints}", case.prints in life["text"])
             stage.check(f"without {title}: it ends with status 0, and alone",
-                        (life["first_status"], life["status"], life["left"]) == (0, 0, []), [life["status"], life["left"]])
+                        (life["first_status"], life["status"], life["left"]) == (0, 0, []),
+                        [life["status"], life["left"]])
         super().judge(stage)

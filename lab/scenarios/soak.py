@@ -28,6 +28,7 @@ END_REAL_S = 5
 ASK_S = 30
 TRIES = 3                   # of a question, for a busy machine delays a server's answer
 LOOK_REAL_S = 0.2
+STRAY_REAL_S = 2
 PROGRESS_REAL_S = 5
 STALE = ("/tmp/.uci",)      # changes that were saved but never committed lie here
 # Resident memory may differ so much between the first quarter of the quiet moments and the last. An address sanitizer
@@ -41,7 +42,7 @@ ASKED_AT_A_TIME = 3
 class Soak(Storm):
     name = "soak"
     rank = 81
-    summary = "the storm with failing scripts, servers, bus and configuration, until so many cycles are over (--count N)"
+    summary = "the storm with failing scripts, servers, bus and configuration, for so many cycles (--count N)"
     story = """
         As in the storm, but for as long as it takes; besides, scripts fail, hang or are missing, servers and the bus
         die and come back, interfaces are deleted, and the configuration is changed by hand or broken. After every few
@@ -61,8 +62,8 @@ class Soak(Storm):
         follower.on_line = lambda line: (self.book.take(line), told(line))
         self.start_connected(stage)
         self.results.start()
-        self.actors = [FaultyLines(router, FOR_EVER_S, seed, list(self.cables)), FaultyBus(router, FOR_EVER_S, seed, self.types),
-                       Commands(router, FOR_EVER_S, seed)]
+        self.actors = [FaultyLines(router, FOR_EVER_S, seed, list(self.cables)),
+                       FaultyBus(router, FOR_EVER_S, seed, self.types), Commands(router, FOR_EVER_S, seed)]
         self.quiet_moment(stage)
         for actor in self.actors:
             actor.start()
@@ -101,8 +102,8 @@ class Soak(Storm):
         router.say("everything is mended")
         self.mend(router)
         if not self.comes_to_rest(router):
-            self.trouble(router, f"the daemon does not come to rest: WAN {router.wan_port()}, {router.health.state}, result "
-                         f"{content(WAN_RESULT)!r}, running {self.book.running}, due {self.book.due}")
+            self.trouble(router, f"the daemon does not come to rest: WAN {router.wan_port()}, {router.health.state}, "
+                         f"result {content(WAN_RESULT)!r}, running {self.book.running}, due {self.book.due}")
             return
         self.judge_result(router)
         for question in self.dice.sample(QUESTIONS, ASKED_AT_A_TIME):
@@ -110,7 +111,7 @@ class Soak(Storm):
         self.reopen_log(router)
         held = footprint(router)
         held["zombies"] = lasting_zombies(router.daemon.pid)
-        held["stray"] = stray_files()
+        held["stray"] = lasting_stray_files()
         self.moments.append(held)
 
     def mend(self, router):
@@ -140,8 +141,8 @@ class Soak(Storm):
         router.bus.call("wan_detect", "set", enable=True)
 
     def comes_to_rest(self, router):
-        """A cycle asked for ends with a port that works, and no further one is due. The network manager needs a moment to
-        see that a connection is another one now, so the question may come too early."""
+        """A cycle asked for ends with a port that works, and no further one is due. The network manager needs a moment
+        to see that a connection is another one now, so the question may come too early."""
         def quiet():
             self.book.look()
             if not self.book.ends or not self.book.at_rest() or router.health.state != "connected":
@@ -212,9 +213,10 @@ class Soak(Storm):
         self.judge_footprints(stage)
         self.judge_end(stage)
         stage.note("soak", {"cycles": book.ended, "outcomes": book.outcomes, "swaps": book.swaps, "stages": book.stages,
-                            "requests": book.requests, "turns": lines.count, "calls": bus.called, "explained": book.explained,
+                            "requests": book.requests, "turns": lines.count, "calls": bus.called,
+                            "explained": book.explained, "questions": self.asked,
                             "mishaps": Counter(lines.done) + Counter(bus.done) + Counter(commands.done),
-                            "questions": self.asked, "quiet": len(self.moments), "reads": self.results.reads,
+                            "quiet": len(self.moments), "reads": self.results.reads,
                             "resident_kb": [held["resident_kb"] for held in self.moments],
                             "log_lines": router.daemon.position(), "seconds": router.clock.now()})
 
@@ -273,4 +275,9 @@ def stray_files():
     """Half-made configuration and saved changes that nobody committed."""
     known = {"network", "switch", "protocol", "sysmode"}
     found = [str(path) for path in config.FOLDER.iterdir() if path.name not in known]
-    return found + [str(path) for folder in STALE for path in Path(folder).glob("*") if path.is_file() and path.stat().st_size]
+    return found + [f"{path}: {text}" for folder in STALE for path in Path(folder).glob("*") if (text := content(path))]
+
+
+def lasting_stray_files():
+    """Those that are there a moment later too: a combo port may change its side in a quiet moment."""
+    return stray_files() if not wait_until(lambda: not stray_files(), STRAY_REAL_S) else []

@@ -23,9 +23,10 @@ class Lab(threading.Thread):
         self.log = options.logs / f"{scenario}-{number}.txt"
         self.report_file = options.logs / f"{scenario}-{number}.json"
         self.report_file.unlink(missing_ok=True)
-        self.command = [sys.executable, "-m", "lab", scenario, "--build", str(options.build), "--speed", str(options.speed),
-                        "--count", str(count), "--seed", f"{options.seed}-{number}", "--report", str(self.report_file),
-                        "--time-limit", str(limit_s), *(part for option in own for part in ("--option", option))]
+        self.command = [sys.executable, "-m", "lab", scenario, "--build", str(options.build),
+                        "--speed", str(options.speed), "--count", str(count), "--seed", f"{options.seed}-{number}",
+                        "--report", str(self.report_file), "--time-limit", str(limit_s),
+                        *(part for option in own for part in ("--option", option))]
         self.status = None
 
     def run(self):
@@ -44,7 +45,7 @@ class Lab(threading.Thread):
 
 
 def play_side_by_side(options, scenario, total, what, limit_s, *own):
-    """Plays the scenario in all labs, with options of its `own`; their reports, or an exit when one of them has none."""
+    """Plays the scenario in all labs, with options of its `own`; their reports, or an exit when one has none."""
     options.logs.mkdir(parents=True, exist_ok=True)
     share = -(-total // options.labs)
     labs = [Lab(number, options, scenario, share, limit_s, own) for number in range(1, options.labs + 1)]
@@ -83,7 +84,7 @@ def add_common_options(parser):
     parser.add_argument("--labs", type=int, default=4, help="how many labs play side by side (default: 4)")
     parser.add_argument("--speed", type=float, default=10.0, help="how many times faster than real (default: 10)")
     parser.add_argument("--seed", default="1", help="of the dice (default: 1)")
-    parser.add_argument("--logs", type=Path, default=ROOT / "build" / "soak-logs", help="folder for what the labs print")
+    parser.add_argument("--logs", type=Path, default=ROOT / "build" / "soak-logs", help="folder for what labs print")
 
 
 def joined(counts):

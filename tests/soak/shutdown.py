@@ -33,8 +33,9 @@ def tell(reports, real_s):
     facts = [report["facts"]["ends"] for report in reports]
     total = {name: sum((Counter(fact[name]) for fact in facts), Counter()) for name in ("phases", "moments", "last")}
     seconds = [value for fact in facts for value in fact["seconds"]]
-    print(f"\n{len(seconds)} ends in {len(facts)} labs, {real_s:.0f} s; {sum(fact['several'] for fact in facts)} of them by "
-          f"several signals, {sum(fact['wrong'] for fact in facts)} were not as they should be")
+    several, wrong = (sum(fact[name] for fact in facts) for name in ("several", "wrong"))
+    print(f"\n{len(seconds)} ends in {len(facts)} labs, {real_s:.0f} s; {several} of them by several signals, {wrong} were "
+          "not as they should be")
     print(f"  until the end: median {statistics.median(seconds):.2f} s, longest {max(seconds):.2f} s real")
     slowest = Counter()
     for fact in facts:

@@ -10,6 +10,8 @@ from labs import add_common_options, joined, play_side_by_side, tell_failures
 # Real seconds that a cycle may take in one lab at ten times the speed, quiet moments included, before the run is stuck.
 SLOWEST_CYCLE_S = 12
 SET_UP_S = 180
+SECONDS_PER_HOUR = 3600
+SUMMED = ("cycles", "swaps", "stages", "requests", "turns", "quiet", "reads", "log_lines", "seconds")
 
 
 def parse_options():
@@ -28,9 +30,9 @@ def summed(reports, name):
 
 def tell(reports, real_s):
     facts = [report["facts"]["soak"] for report in reports]
-    total = {name: sum(fact[name] for fact in facts) for name in ("cycles", "swaps", "stages", "requests", "turns", "quiet",
-                                                                   "reads", "log_lines", "seconds")}
-    print(f"\n{total['cycles']} cycles in {len(facts)} labs: {real_s:.0f} s real, {total['seconds'] / 3600:.1f} h of the daemons'")
+    total = {name: sum(fact[name] for fact in facts) for name in SUMMED}
+    hours = total["seconds"] / SECONDS_PER_HOUR
+    print(f"\n{total['cycles']} cycles in {len(facts)} labs: {real_s:.0f} s real, {hours:.1f} h of the daemons'")
     print(f"  their ends: {joined(summed(reports, 'outcomes'))}")
     print(f"  {total['swaps']} swaps, {total['stages']} probe stages, {total['requests']} one-shot requests taken")
     print(f"  {total['turns']} turns at the cables; calls: {joined(summed(reports, 'calls'))}")
