@@ -3,6 +3,7 @@
 #include <cerrno>
 
 #include <net/ethernet.h>
+#include <unistd.h>
 
 #include "model/fake_wan.h"
 #include "probes/arp_probe.h"
@@ -394,6 +395,8 @@ TEST_F(arp_port_search, a_silent_fake_wan_port_is_given_up_with_or_without_link)
     port_model.fake_wan = &eth1;
     eth1.link_active = 0;
     answer_on({"eth2"});
+    // The reload takes real time, and has a limit of its own.
+    fake_clock.during_sleep = [](uint32_t) { usleep(5000); };
     EXPECT_EQ(search(ports), 0);
     EXPECT_EQ(port_model.fake_wan, nullptr);
     EXPECT_EQ(read_file("/tmp/reloads"), "reload\n");
