@@ -3,6 +3,7 @@
 // inside the library, which offers no other way.
 #include "platform/bus_limit.h"
 
+#include <cerrno>
 #include <csignal>
 #include <sys/socket.h>
 #include <sys/syscall.h>
@@ -27,9 +28,11 @@ volatile sig_atomic_t times_over;
 
 void hang_up(int)
 {
+    const int saved_errno = errno;
     times_over = 1;
     if (limited && limited->sock.fd >= 0)
         shutdown(limited->sock.fd, SHUT_RDWR);
+    errno = saved_errno;
 }
 
 // Without SA_RESTART, so that a read comes back.

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // What the bus library waits for without a limit, from a bus daemon that hangs.
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <filesystem>
@@ -133,6 +134,17 @@ TEST_F(bus_limit, ends_a_write_that_nobody_reads)
     }
     EXPECT_LT(passed(), TOO_LONG);
     ubus_free(context);
+}
+
+TEST_F(bus_limit, leaves_the_reason_of_an_earlier_failure_alone)
+{
+    ubus_context context = {};
+    context.sock.fd = STDIN_FILENO; // cannot be hung up
+    t_bus_limit limit(&context, LIMIT_MS);
+    errno = ENOTDIR;
+    raise(SIGUSR2);
+    EXPECT_EQ(errno, ENOTDIR);
+    EXPECT_TRUE(limit.reached());
 }
 
 TEST_F(bus_limit, that_is_not_reached_leaves_the_connection_alone)
