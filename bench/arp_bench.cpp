@@ -4,9 +4,13 @@
 
 #include <arpa/inet.h>
 #include <cstdio>
+#include <cstring>
+#include <linux/if_packet.h>
 #include <net/ethernet.h>
 #include <net/if.h>
 #include <string>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <benchmark/benchmark.h>
 
@@ -28,6 +32,7 @@ constexpr const char *HOSTS = "hosts";
 constexpr uint32_t LAN_SUBNET = 0xc0a80100; // 192.168.1.0; the router is .1
 constexpr int FIRST_HOST = 2;
 constexpr int MANY_HOSTS = 250;
+constexpr int MOST_CHECKED_HOSTS = 255; // of a table with more, only so many at most
 constexpr uint32_t ETHERNET_HARDWARE = 1;
 
 // Host `number` of the LAN.
@@ -135,9 +140,9 @@ void introduce(int hosts)
 }
 
 // The whole refresh: the bridge's records, the kernel's cache, its re-check, the port's flag.
-void refresh_of_lan_hosts(benchmark::State &state)
+void refresh(benchmark::State &state, int count)
 {
-    introduce(static_cast<int>(state.range(0)));
+    introduce(count);
     const t_peers hosts({HOSTS}, ETH_P_ARP, answer_arp);
     const t_device *port = find_device(port_model.dev_hashmap_head, LAN_PORT);
     t_meter meter(state);
@@ -149,14 +154,61 @@ void refresh_of_lan_hosts(benchmark::State &state)
     meter.tell();
 }
 
+void refresh_of_lan_hosts(benchmark::State &state)
+{
+    refresh(state, static_cast<int>(state.range(0)));
+}
+
+// Lets the bridge learn MACs that somebody behind the port made up: one frame from each.
+void invent(int macs)
+{
+    const t_far_side far_side;
+    const int fd = socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0);
+    sockaddr_ll line = {};
+    line.sll_family = AF_PACKET;
+    line.sll_ifindex = static_cast<int>(if_nametoindex(HOSTS));
+    t_ethernet_header header = {
+        .destination = {0xff, 0xff, 0xff, 0xff, 0xff, 0xff}, .source = {2, 0, 0}, .ether_type_be = 0};
+    for (int i = 0; i < macs; i++) {
+        const uint32_t number_be = htonl(static_cast<uint32_t>(i));
+        memcpy(header.source + MAC_SIZE - sizeof number_be, &number_be, sizeof number_be);
+        header.source[1] = 1;
+        if (sendto(fd, &header, sizeof header, 0, reinterpret_cast<sockaddr *>(&line), sizeof line) < 0)
+            give_up("an invented host does not send");
+    }
+    close(fd);
+}
+
+// The same with one host that answers, among many that were made up.
+void refresh_among_invented_macs(benchmark::State &state)
+{
+    must_run(std::string("ip link set ") + LAN_PORT + " nomaster && ip link set " + LAN_PORT + " master " + LAN_BRIDGE);
+    invent(static_cast<int>(state.range(0)));
+    refresh(state, 1);
+    must_run(std::string("ip link set ") + LAN_PORT + " nomaster && ip link set " + LAN_PORT + " master " + LAN_BRIDGE);
+}
+
 void answering(benchmark::internal::Benchmark *bench)
 {
     bench->Arg(1)->Arg(10)->Arg(100)->Arg(MANY_HOSTS)->Iterations(3)->UseManualTime()->Unit(benchmark::kMillisecond);
 }
 
 BENCHMARK(recheck_of_hosts_that_answer)->Apply(answering);
-BENCHMARK(recheck_of_silent_hosts)->Arg(1)->Arg(10)->Iterations(3)->UseManualTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(recheck_of_silent_hosts)
+    ->Arg(1)
+    ->Arg(10)
+    ->Arg(MOST_CHECKED_HOSTS)
+    ->Iterations(3)
+    ->UseManualTime()
+    ->Unit(benchmark::kMillisecond);
 BENCHMARK(refresh_of_lan_hosts)->Apply(answering);
+BENCHMARK(refresh_among_invented_macs)
+    ->Arg(1'000)
+    ->Arg(10'000)
+    ->Arg(100'000)
+    ->Iterations(3)
+    ->UseManualTime()
+    ->Unit(benchmark::kMillisecond);
 
 } // namespace
 

@@ -17,6 +17,7 @@ ARP_TITLES = {
     "recheck_of_hosts_that_answer": "re-check, hosts answer at once",
     "recheck_of_silent_hosts": "re-check, hosts never answer",
     "refresh_of_lan_hosts": "whole refresh, hosts answer",
+    "refresh_among_invented_macs": "one host answers, so many others were made up",
 }
 
 
