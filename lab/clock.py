@@ -4,6 +4,9 @@ import os
 import time
 from glob import glob
 
+# The clock's library would read its settings again every ten seconds, in several threads at once.
+NEVER_S = 1_000_000
+
 
 class Clock:
     def __init__(self, speed):
@@ -40,7 +43,7 @@ class Clock:
         preloaded = list(self.preloaded)
         if self.speed != 1:
             preloaded.append(clock_library())
-            changed.update(FAKETIME=f"+0 x{self.speed:g}")
+            changed.update(FAKETIME=f"+0 x{self.speed:g}", FAKETIME_CACHE_DURATION=str(NEVER_S))
         if preloaded:
             changed.update(LD_PRELOAD=":".join(preloaded))
         return changed
