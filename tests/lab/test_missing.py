@@ -4,7 +4,7 @@ import pytest
 
 from lab.scenarios.missing import CASES, IN_LOOP, WITHOUT_TMP
 
-pytestmark = pytest.mark.scenario("missing", long=True)
+pytestmark = pytest.mark.scenario("missing", "--speed", "20", long=True)
 ALL = CASES | {"a /tmp that can be written to": WITHOUT_TMP}
 FATAL = [title for title, case in CASES.items() if case.fatal]
 
