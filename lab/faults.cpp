@@ -11,6 +11,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 static t_fault_page *page;
@@ -66,6 +67,36 @@ bool asked_for(const char *fault)
     return named && strcmp(named, fault) == 0 && is_the_daemon();
 }
 
+static void set_limit(__rlimit_resource resource, int64_t wanted)
+{
+    rlimit limit = {};
+    if (getrlimit(resource, &limit) != 0)
+        abort();
+    limit.rlim_cur = static_cast<rlim_t>(wanted);
+    if (setrlimit(resource, &limit) != 0)
+        abort();
+}
+
+static int64_t address_space()
+{
+    char text[FAULT_NAME_SIZE] = "";
+    const int fd = open("/proc/self/statm", O_RDONLY | O_CLOEXEC);
+    if (fd < 0 || read(fd, text, sizeof text - 1) <= 0)
+        abort();
+    close(fd);
+    return strtol(text, nullptr, 10) * sysconf(_SC_PAGESIZE);
+}
+
+static void set_limits()
+{
+    if (!page)
+        return;
+    if (page->more_memory >= 0)
+        set_limit(RLIMIT_AS, address_space() + page->more_memory);
+    if (page->descriptors > 0)
+        set_limit(RLIMIT_NOFILE, page->descriptors);
+}
+
 #pragma GCC visibility push(default)
 extern "C" {
 
@@ -80,6 +111,8 @@ pid_t fork() noexcept
     pid_t child = real<pid_t (*)()>("fork")();
     if (child == 0 && asked_for("term-at-fork"))
         kill(getpid(), SIGTERM);
+    if (child == 0)
+        set_limits();
     if (child > 0)
         page = nullptr; // what the first process still does is not the daemon's
     return child;

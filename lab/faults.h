@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <dlfcn.h>
 
-constexpr int FAULT_SLOTS = 8;
+constexpr int FAULT_SLOTS = 24;
 constexpr int FAULT_NAME_SIZE = 32;
 constexpr int STACK_DEPTH = 24;
 constexpr int MARKER_SIZE = 64;
@@ -20,7 +20,7 @@ struct t_fault_slot {
     int32_t limit;   // so many fail then; 0: all
     int32_t calls;   // seen so far
     int32_t refused; // of them
-    int32_t reserved;
+    int32_t unused;
 };
 
 struct t_memory_faults {
@@ -37,6 +37,8 @@ struct t_memory_faults {
 
 struct t_fault_page {
     int64_t shortest_wait_ms; // waits are no shorter than this, unless they do not wait at all; 0: as they are
+    int64_t descriptors;      // limit that the daemon gets as it begins; 0: what it has
+    int64_t more_memory;      // bytes of address space that it gets then, on top of what it has; negative: no limit
     t_fault_slot slots[FAULT_SLOTS];
     t_memory_faults memory;
     uint64_t survey[SURVEY_CAPACITY]; // for every allocation a number, the same for the same stack

@@ -4,14 +4,15 @@ import ctypes
 import errno
 import mmap
 
-SLOTS, NAME_SIZE, STACK_DEPTH, MARKER_SIZE, SURVEY_CAPACITY = 8, 32, 24, 64, 1 << 18
+SLOTS, NAME_SIZE, STACK_DEPTH, MARKER_SIZE, SURVEY_CAPACITY = 24, 32, 24, 64, 1 << 18
 UNLIMITED = 0
+NO_LIMIT = -1
 
 
 class Slot(ctypes.Structure):
     _fields_ = [("name", ctypes.c_char * NAME_SIZE), ("error", ctypes.c_int32), ("spare", ctypes.c_int32),
                 ("limit", ctypes.c_int32), ("calls", ctypes.c_int32), ("refused", ctypes.c_int32),
-                ("reserved", ctypes.c_int32)]
+                ("unused", ctypes.c_int32)]
 
 
 class Memory(ctypes.Structure):
@@ -21,8 +22,8 @@ class Memory(ctypes.Structure):
 
 
 class Layout(ctypes.Structure):
-    _fields_ = [("shortest_wait_ms", ctypes.c_int64), ("slots", Slot * SLOTS), ("memory", Memory),
-                ("survey", ctypes.c_uint64 * SURVEY_CAPACITY)]
+    _fields_ = [("shortest_wait_ms", ctypes.c_int64), ("descriptors", ctypes.c_int64),
+                ("more_memory", ctypes.c_int64), ("slots", Slot * SLOTS), ("memory", Memory), ("survey", ctypes.c_uint64 * SURVEY_CAPACITY)]
 
 
 class FaultPage:
@@ -40,7 +41,7 @@ class FaultPage:
     def clear(self):
         head = ctypes.sizeof(Layout) - ctypes.sizeof(ctypes.c_uint64) * SURVEY_CAPACITY
         ctypes.memset(ctypes.addressof(self.layout), 0, head)
-        self.layout.shortest_wait_ms = self.shortest_wait_ms
+        self.layout.shortest_wait_ms, self.layout.more_memory = self.shortest_wait_ms, NO_LIMIT
 
     def refuse_memory(self, first, count=1, marker=""):
         """Refuses the allocation of that number, counted from 1, and those behind it."""
@@ -49,7 +50,7 @@ class FaultPage:
 
     def fail(self, call, error, spare=0, limit=UNLIMITED):
         """From now on the call fails with that error, by name, once `spare` of them have worked, `limit` times."""
-        slot = self.slot(call) or next(slot for slot in self.layout.slots if not slot.name)
+        slot = self.slot(call) or next(slot for slot in self.layout.slots if not slot.error)
         slot.error = 0
         slot.name, slot.spare, slot.limit, slot.calls, slot.refused = call.encode(), spare, limit, 0, 0
         slot.error = getattr(errno, error)

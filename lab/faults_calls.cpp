@@ -4,9 +4,11 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
@@ -123,6 +125,12 @@ int poll(pollfd *wanted, nfds_t count, int timeout_ms)
 int timerfd_create(int clock, int flags) noexcept
 {
     return fails("timerfd_create") ? -1 : real<int (*)(int, int)>("timerfd_create")(clock, flags);
+}
+
+int timer_create(clockid_t clock, sigevent *event, timer_t *timer) noexcept
+{
+    return fails("timer_create") ? -1
+                                 : real<int (*)(clockid_t, sigevent *, timer_t *)>("timer_create")(clock, event, timer);
 }
 
 int eventfd(unsigned int count, int flags) noexcept

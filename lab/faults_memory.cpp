@@ -13,7 +13,7 @@ namespace {
 
 constexpr uint64_t HASH_START = 14695981039346656037ULL;
 constexpr uint64_t HASH_FACTOR = 1099511628211ULL;
-constexpr int OWN_FRAMES = 4; // from stack_of_caller() to malloc(), none of them inlined
+constexpr int OWN_FRAMES = 4;                // from stack_of_caller() to malloc(), none of them inlined
 constexpr int JSON_C_THAT_CHECKS = 0x001100; // 0.17
 
 // Set while a thread is in here: what unwinding or printing allocates is nobody's business.

@@ -49,9 +49,9 @@ class Refused(Scenario):
         stage.note("seconds", round(time.monotonic() - start, 1))
 
     def healthy_life(self, stage):
-        """What a life without refusals holds at rest; the stacks of its allocations stay noted on the page."""
+        """What a life without refusals holds at rest; what it counted stays on the page."""
         self.page.clear()
-        self.page.memory.surveying = 1
+        self.prepare_healthy_life()
         trial = Trial(stage.router, page=self.page)
         found = trial.is_up() and trial.next_verdict() and trial.another_cycle()
         if not trial.is_gone():
@@ -62,8 +62,32 @@ class Refused(Scenario):
                                "allocations": allocations, "trouble": trial.trouble})
         return trial.held
 
+    def prepare_healthy_life(self):
+        """Says on the page what is to be counted in it."""
+
     def lives(self, stage):
         raise NotImplementedError
+
+    def one_life(self, stage, refused):
+        """A life whose refusal is on the page: its class, why it is in that one, and what it left."""
+        trial = Trial(stage.router, self.healthy, page=self.page)
+        recovered = refused_at_start = False
+        if trial.is_up():
+            refused_at_start = refused()
+            trial.next_verdict()
+            recovered = trial.recovers(refused)
+        gone, done = trial.end()
+        if gone and done["status"] == HASH_TABLE_STATUS and not done["left"] and \
+                HASH_TABLE_FUNCTIONS & set(self.stacks.names(self.page.stack())):
+            return HASH_TABLE, [], done
+        if trial.trouble:
+            return BROKEN, trial.trouble, done
+        if recovered:
+            return WENT_ON if refused() else SPARED if self.page.memory.spared else NOT_REACHED, [], done
+        words = said(done["lines"], LAST_WORDS) if gone else said(done["lines"], MISSING) if refused_at_start else []
+        if not words:
+            return BROKEN, ["it ended without a word" if gone else "no verdict"], done
+        return GAVE_UP if gone else WITH_LESS, words[-1:], done
 
     def note_life(self, stage, what, outcome, why, done):
         stage.facts["outcomes"][outcome] += 1
@@ -99,13 +123,16 @@ class MemoryRefused(Refused):
         and threads of a healthy life, and with the right port in the next cycle.
     """
 
+    def prepare_healthy_life(self):
+        self.page.memory.surveying = 1
+
     def lives(self, stage):
         options = stage.settings["options"]
         lives = stage.note("lives", [])
         for number in self.numbers(stage, options):
             self.page.clear()
             self.page.refuse_memory(number, int(options.get("row", 1)))
-            outcome, why, done = self.one_life(stage)
+            outcome, why, done = self.one_life(stage, lambda: self.page.memory.refused > 0)
             lives.append([number, outcome, why])
             self.note_life(stage, f"allocation {number}", outcome, why, done)
 
@@ -122,25 +149,3 @@ class MemoryRefused(Refused):
         if "sample" in options:
             step = max(1, len(numbers) // int(options["sample"]))
         return numbers[first - 1::step]
-
-    def one_life(self, stage):
-        """Its class, why it is in that one, and what it left."""
-        memory = self.page.memory
-        trial = Trial(stage.router, self.healthy, page=self.page)
-        recovered = refused_at_start = False
-        if trial.is_up():
-            refused_at_start = memory.refused > 0
-            trial.next_verdict()
-            recovered = trial.recovers(lambda: memory.refused > 0)
-        gone, done = trial.end()
-        if gone and done["status"] == HASH_TABLE_STATUS and not done["left"] and \
-                HASH_TABLE_FUNCTIONS & set(self.stacks.names(self.page.stack())):
-            return HASH_TABLE, [], done
-        if trial.trouble:
-            return BROKEN, trial.trouble, done
-        if recovered:
-            return WENT_ON if memory.refused else SPARED if memory.spared else NOT_REACHED, [], done
-        words = said(done["lines"], LAST_WORDS) if gone else said(done["lines"], MISSING) if refused_at_start else []
-        if not words:
-            return BROKEN, ["it ended without a word" if gone else "no verdict"], done
-        return GAVE_UP if gone else WITH_LESS, words[-1:], done
