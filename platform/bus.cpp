@@ -62,6 +62,14 @@ bool offer_is_back()
     return ubus_register_event_handler(bus.context, bus.offer->event_handler, bus.offer->event_pattern) == 0;
 }
 
+// The library's call does not tell when there is no room for it, and an object that nobody listens for would stay
+// silent for good.
+bool loop_watches_bus()
+{
+    ubus_add_uloop(bus.context);
+    return bus.context->sock.registered;
+}
+
 // A bus daemon that greets may hang all the same.
 bool is_back_within_limit()
 {
@@ -71,7 +79,7 @@ bool is_back_within_limit()
 
 void restore_connection()
 {
-    if (!is_back_within_limit()) {
+    if (!is_back_within_limit() || !loop_watches_bus()) {
         // The bus daemon must forget this attempt before the next one, or the name would still be in use.
         shutdown(bus.context->sock.fd, SHUT_RDWR);
         // However long it took, the loop has its time before the next one.
@@ -80,7 +88,6 @@ void restore_connection()
     }
     uloop_timeout_cancel(&bus.retry_timer);
     bus.connected = true;
-    ubus_add_uloop(bus.context);
     LOG(Notice, "ubus connection restored\n");
 }
 
@@ -139,13 +146,12 @@ int wan_detect_ubus_init(const t_bus_offer *offer)
     bus.offer = offer;
     bus.retry_timer.cb = retry;
     bus.context = connect_within_limit();
-    if (!bus.context) {
+    if (!bus.context || !loop_watches_bus()) {
         LOG(Critical, "ubus connect fail!\n");
         return give_up();
     }
     bus.connected = true;
     bus.context->connection_lost = connection_lost;
-    ubus_add_uloop(bus.context);
     t_bus_limit limit(bus.context, BUS_START_LIMIT_MS);
     int status = ubus_add_object(bus.context, offer->object);
     if (status != 0) {
