@@ -131,9 +131,10 @@ TEST_F(confirm_stages, dns_answered_only_through_the_port_of_lower_priority_lets
 TEST_F(confirm_stages, without_a_dns_answer_a_static_connection_takes_the_port_of_higher_priority)
 {
     offer("static", STATIC_OPTIONS);
-    candidates_are({"eth1", "eth2"});
+    candidates_are({"eth2", "eth1"});
     run(engine.using_dns);
     EXPECT_EQ(engine.result_dev, dev("eth1"));
+    EXPECT_EQ(armed(engine.end), 0);
     EXPECT_TRUE(
         log->has("Info", "uloop_wan_detect_using_dns",
                  "Overall 2 device using protocol static(all have gateway ip in arp detect:10.0.0.1)! Use first "
@@ -142,9 +143,10 @@ TEST_F(confirm_stages, without_a_dns_answer_a_static_connection_takes_the_port_o
 
 TEST_F(confirm_stages, without_a_dns_answer_dhcp_takes_the_port_of_higher_priority)
 {
-    candidates_are({"eth1", "eth2"});
+    candidates_are({"eth2", "eth1"});
     run(engine.using_dns);
     EXPECT_EQ(engine.result_dev, dev("eth1"));
+    EXPECT_EQ(armed(engine.end), 0);
     EXPECT_TRUE(log->has("Info", "uloop_wan_detect_using_dns",
                          "Overall 2 device using protocol dhcp! Use first priority device:eth1 as wan!"));
 }
@@ -170,6 +172,7 @@ TEST_F(confirm_stages, without_a_configured_name_server_the_gateway_is_asked)
     candidates_are({"eth1"});
     run(engine.using_dns);
     EXPECT_EQ(fake_probes.dns_entries, (std::vector<std::string>{"eth1 10.0.0.2 10.0.0.1 00"}));
+    EXPECT_EQ(fake_probes.count("special eth1 10.0.0.1"), 1);
 }
 
 TEST_F(confirm_stages, dhcp_asks_with_what_each_offer_said)
@@ -193,6 +196,8 @@ TEST_F(confirm_stages, of_17_candidates_only_the_first_16_are_asked)
     fake_probes.dns_ports = {"eth16"};
     run(engine.using_dns);
     EXPECT_EQ(fake_probes.dns_entries.size(), 16u);
+    EXPECT_EQ(fake_probes.count("special eth15 0.0.0.0"), 1);
+    EXPECT_EQ(fake_probes.count("special eth16 0.0.0.0"), 0);
     EXPECT_EQ(engine.dns_ctx.count, 16);
     EXPECT_EQ(engine.result_dev, &ports[0]);
     EXPECT_TRUE(log->has("Error", "uloop_wan_detect_using_dns", "Count exceed maximum number of interfaces:16"));

@@ -99,11 +99,13 @@ TEST_F(cycle_start, a_request_while_a_cycle_runs_makes_that_one_give_up_and_star
     EXPECT_TRUE(engine.restart_requested);
     EXPECT_EQ(armed(engine.init_wan_detect_all), 500);
 
+    engine.result_dev = dev("eth1");
     uloop_timeout_set(&engine.start_wan_detect, 0);
     fire(engine.start_wan_detect);
     EXPECT_TRUE(log->has("Info", "uloop_start_wan_detect", "exiting this cycle of detecting, waiting for detect all!"));
     EXPECT_EQ(engine.result_dev, nullptr);
     fire(engine.end);
+    EXPECT_FALSE(file_exists(WAN_RESULT_FILE));
     EXPECT_FALSE(engine.restart_requested);
     EXPECT_EQ(armed(engine.init_wan_detect_all), 500) << "the end of a cycle leaves the next one alone";
     fire(engine.init_wan_detect_all);
@@ -202,6 +204,10 @@ TEST_F(cycle_start, a_working_current_port_ends_the_cycle_at_once_and_no_probe_i
     EXPECT_EQ(engine.result_dev, dev("eth0"));
     EXPECT_EQ(armed(engine.end), 0);
     EXPECT_TRUE(fake_probes.calls.empty());
+    EXPECT_FALSE(engine.proto_detect_start.pending);
+    EXPECT_FALSE(engine.using_proto_detect.pending);
+    EXPECT_FALSE(engine.using_arp.pending);
+    EXPECT_FALSE(port_model.proto_detect_running);
 }
 
 TEST_F(cycle_start, a_static_connection_is_good_only_when_the_online_test_says_so)
@@ -445,7 +451,8 @@ INSTANTIATE_TEST_SUITE_P(types, confirmation,
                                          t_method_case{"l2tp", "dynamic", "dhcp"},
                                          t_method_case{"pptp", "dynamic", "dhcp"}, t_method_case{"l2tp", "", "dhcp"},
                                          t_method_case{"l2tp", "static", "arp"}, t_method_case{"pptp", "static", "arp"},
-                                         t_method_case{"l2tp", "none", "none"}, t_method_case{"ocn", "", "none"}));
+                                         t_method_case{"pptp", "", "dhcp"}, t_method_case{"l2tp", "none", "none"},
+                                         t_method_case{"pptp", "none", "none"}, t_method_case{"ocn", "", "none"}));
 
 TEST_F(cycle_start, a_stage_starts_with_no_result_file_and_no_recorded_protocol)
 {

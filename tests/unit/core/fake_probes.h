@@ -20,7 +20,7 @@ struct t_fake_probes {
     std::map<std::string, uint8_t> gateway_mac; // last byte of the MAC that ARP learns on a port
     bool bridge_readable = true;
     bool lose_nodes = false; // the ARP search loses its ports but not their count
-    int dhcp_result = 0;     // a negative one replaces the result of the DHCP batch
+    int dhcp_result = 0;     // any but 0 replaces the result of the DHCP batch
     int pppoe_result = 0;
     int send_result = 0; // of sending on every port
 

@@ -53,6 +53,10 @@ TEST_F(link_change, outside_router_mode_not_even_the_state_is_stored)
     EXPECT_FALSE(dev("eth1")->link_active);
     EXPECT_TRUE(log->has("Debug", "wan_detect_process_link_change",
                          "wan_detect in ap/repeater mode, ignore the deivce status change!"));
+    dev("eth0")->link_active = 1;
+    wan_detect_process_link_change(dev("eth0"), false);
+    EXPECT_TRUE(dev("eth0")->link_active);
+    EXPECT_EQ(armed(engine.start_wan_detect), NOT_ARMED);
 }
 
 TEST_F(link_change, an_unchanged_state_is_ignored)
@@ -121,7 +125,11 @@ TEST_F(link_change, another_port_is_ignored_while_no_cycle_is_open)
     wan_detect_process_link_change(dev("eth1"), true);
     EXPECT_TRUE(dev("eth1")->link_active);
     EXPECT_TRUE(log->has("Debug", "wan_detect_process_link_change", "Ignore: Device eth1 link status change to up!"));
+    EXPECT_FALSE(engine.detecting);
+    EXPECT_EQ(armed(engine.start_wan_detect), NOT_ARMED);
     EXPECT_FALSE(log->has_body("Noticed lan dev:eth1 turned up during delay! Add it to possible_wan_dev_list_cache "
+                               "after 9000ms!"));
+    EXPECT_FALSE(log->has_body("Noticed dev:eth1 turned up during detecting! Add it to possible_wan_dev_list_cache "
                                "after 9000ms!"));
 }
 
@@ -171,7 +179,7 @@ TEST_F(link_change, shutdown_ends_a_settling_delay_at_once_and_the_thread_touche
 TEST_F(link_change, a_settled_port_is_parked_and_joins_at_the_next_pass)
 {
     engine.detecting = 1;
-    dev("eth1")->link_active = 1;
+    plug({"eth1"});
     delay_trigger_thread(dev("eth1"), 0);
     EXPECT_EQ(engine.possible_wan_dev_list_cache.count, 1);
     EXPECT_TRUE(
@@ -179,8 +187,8 @@ TEST_F(link_change, a_settled_port_is_parked_and_joins_at_the_next_pass)
     uloop_timeout_set(&engine.start_wan_detect, 0);
     fire(engine.start_wan_detect);
     EXPECT_EQ(engine.possible_wan_dev_list_cache.count, 0);
-    EXPECT_TRUE(log->has_body("Start to detect in 1 device(s):eth1、") ||
-                log->has_body("Start to detect in 2 device(s):eth0、eth1、"));
+    EXPECT_TRUE(log->has_body("Start to detect in 2 device(s):eth0、eth1、"));
+    EXPECT_EQ(candidates(), "eth1");
 }
 
 TEST_F(link_change, a_port_parked_already_is_told)

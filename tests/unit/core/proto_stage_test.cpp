@@ -47,6 +47,10 @@ TEST_F(one_shot, a_request_while_a_stage_runs_is_refused_and_changes_nothing)
     plug({"eth1", "eth2"});
     t_proto_detect_request first = {3000, dev("eth1"), protocol("dhcp")};
     ASSERT_EQ(start_proto_detect(&first), OK);
+    write_file(PROTO_RESULT_FILE, "x");
+    dev("eth2")->proto = protocol("dhcp");
+    engine.proto_detect_elapsed_ms = 500;
+    uloop_timeout_set(&engine.proto_detect_start, 700);
     t_proto_detect_request second = {1000, dev("eth2"), protocol("pppoe")};
     EXPECT_EQ(start_proto_detect(&second), ERR_BUSY);
     EXPECT_EQ(ERR_BUSY, -85);
@@ -55,6 +59,10 @@ TEST_F(one_shot, a_request_while_a_stage_runs_is_refused_and_changes_nothing)
     EXPECT_EQ(engine.proto_detect_dev, dev("eth1"));
     EXPECT_EQ(engine.proto_detect_target, protocol("dhcp"));
     EXPECT_EQ(engine.proto_detect_timeout_ms, 3000u);
+    EXPECT_EQ(read_file(PROTO_RESULT_FILE), "x");
+    EXPECT_EQ(dev("eth2")->proto, protocol("dhcp"));
+    EXPECT_EQ(engine.proto_detect_elapsed_ms, 500u);
+    EXPECT_EQ(armed(engine.proto_detect_start), 700);
 }
 
 TEST_F(one_shot, without_answers_the_default_time_is_over_at_the_fifth_look_and_the_file_says_static)
@@ -121,6 +129,7 @@ TEST_F(one_shot, a_dhcp_target_asks_dhcp_only)
     plug({"eth1"});
     run_request(nullptr, protocol("dhcp"));
     EXPECT_EQ(fake_probes.calls, (std::vector<std::string>{"dhcp all"}));
+    EXPECT_EQ(log->count("Debug", "uloop_proto_detect_end", "dhcp discovery packet not fully received"), 4);
     EXPECT_TRUE(log->has("Debug", "uloop_proto_detect_end", "dhcp discovery packet timeout!"));
 }
 
@@ -130,6 +139,7 @@ TEST_F(one_shot, any_other_target_asks_pppoe_only)
     run_request(nullptr, protocol("l2tp"));
     EXPECT_EQ(fake_probes.calls, (std::vector<std::string>{"pppoe all"}));
     EXPECT_EQ(log->count("Debug", "uloop_proto_detect_end", "pppoe discovery packet not fully received"), 4);
+    EXPECT_TRUE(log->has("Debug", "uloop_proto_detect_end", "pppoe discovery packet timeout!"));
 }
 
 TEST_F(one_shot, pppoe_answers_of_every_port_are_told_as_a_timeout)
@@ -159,6 +169,17 @@ TEST_F(one_shot, a_failed_collection_ends_the_stage)
     fake_probes.pppoe_result = -99;
     EXPECT_EQ(run_request(nullptr, protocol("pppoe")), 1);
     EXPECT_TRUE(log->has("Error", "uloop_proto_detect_end", "Error receiving pppoe discovery packet"));
+}
+
+TEST_F(one_shot, a_batch_that_is_gone_counts_as_a_timeout)
+{
+    plug({"eth1"});
+    fake_probes.dhcp_result = fake_probes.pppoe_result = PROBE_NO_BATCH;
+    EXPECT_EQ(run_request(nullptr, protocol("dhcp")), 1);
+    EXPECT_TRUE(log->has("Debug", "uloop_proto_detect_end", "dhcp discovery packet timeout!"));
+    EXPECT_EQ(run_request(nullptr, protocol("pppoe")), 1);
+    EXPECT_TRUE(log->has("Debug", "uloop_proto_detect_end", "pppoe discovery packet timeout!"));
+    EXPECT_EQ(run_request(), 1);
 }
 
 TEST_F(one_shot, a_port_without_link_ends_the_stage_at_once_and_the_file_is_written)
@@ -305,6 +326,8 @@ TEST_F(verdict, of_two_answering_pppoe_ports_the_one_of_higher_priority_wins_at_
     open_cycle({"eth1", "eth3"});
     run_stage();
     EXPECT_EQ(engine.result_dev, dev("eth3"));
+    EXPECT_EQ(armed(engine.end), 0);
+    EXPECT_EQ(armed(engine.using_dns), NOT_ARMED);
     EXPECT_TRUE(log->has("Info", "uloop_wan_detect_using_proto_detect",
                          "Overall 2 device using protocol pppoe! Use first priority device:eth3 as wan!"));
 }

@@ -17,7 +17,7 @@ void t_recorded_pauses::reset(int skipped)
     short_.clear();
     main_thread_ = pthread_self();
     skipped_ = static_cast<size_t>(skipped);
-    on_main_thread = nullptr;
+    on_main_thread = on_short = nullptr;
 }
 
 std::vector<uint32_t> t_recorded_pauses::of_main_thread()
@@ -66,8 +66,12 @@ bool t_recorded_pauses::take(uint32_t ms)
 
 void t_recorded_pauses::take_short(uint32_t ms)
 {
-    const std::lock_guard guard(lock_);
-    short_.push_back(ms);
+    {
+        const std::lock_guard guard(lock_);
+        short_.push_back(ms);
+    }
+    if (on_short)
+        on_short(ms);
 }
 
 // The names are those that the linker knows of sleep_unless_stopped and sleep_ms.

@@ -22,6 +22,8 @@ public:
 
     // What happens during a pause of the main thread.
     std::function<void(uint32_t ms)> on_main_thread;
+    // What happens during a pause of sleep_ms, of any thread.
+    std::function<void(uint32_t ms)> on_short;
 
     // For the replaced functions.
     bool take(uint32_t ms); // true when the pause is over

@@ -11,6 +11,7 @@
 #include "core/shutdown.h"
 #include "model/lists.h"
 #include "platform/bus.h"
+#include "platform/log.h"
 #include "probes/arp_table.h"
 #include "probes/dhcp_probe.h"
 #include "probes/pppoe_probe.h"
@@ -186,6 +187,18 @@ TEST_F(start_up, the_loop_runs_without_end_and_begins_with_a_heartbeat)
     EXPECT_EQ(heartbeat, 0);
 }
 
+TEST_F(start_up, without_options_or_with_a_wrong_level_the_loop_runs_at_level_critical_and_no_log_is_opened)
+{
+    for (const auto &words : {std::vector<std::string>{}, {"-d", "0"}, {"-d", "8"}}) {
+        int level = -1;
+        log_set_level(LOG_LEVEL_Error);
+        on_loop = [&](int) { level = log_get_level(); };
+        EXPECT_EQ(start(words), 0);
+        EXPECT_EQ(level, LOG_LEVEL_Critical);
+        EXPECT_EQ(read_file(LOG_FILE), "");
+    }
+}
+
 TEST_F(start_up, every_timer_has_its_callback_before_the_loop)
 {
     int bound = 0;
@@ -270,13 +283,16 @@ TEST_F(start_up, a_static_upstream_works_only_when_the_online_test_says_so)
     EXPECT_EQ(fake_router.count("online-test"), 2);
 }
 
-TEST_F(start_up, with_detection_off_no_cycle_opens_and_the_network_is_not_asked)
+TEST_F(start_up, with_detection_off_no_cycle_opens_the_network_is_not_asked_and_the_fake_wan_port_goes)
 {
+    change("network", "fake_wan_port '-1'", "fake_wan_port '2'");
     change("network", "enable 'on'", "enable 'off'");
     start();
     EXPECT_EQ(first_cycle, NOT_ARMED);
     EXPECT_TRUE(fake_router.bus_calls.empty());
     EXPECT_EQ(heartbeat, 0);
+    EXPECT_EQ(fake_router.count(RELOAD), 1);
+    EXPECT_NE(read_file("/etc/config/network").find("fake_wan_port '-1'"), std::string::npos);
 }
 
 TEST_F(start_up, outside_router_mode_no_cycle_opens_and_the_fake_wan_port_stays)

@@ -55,6 +55,23 @@ protected:
         EXPECT_EQ(pthread_join(thread, nullptr), 0);
         return recorded_pauses.of_other_threads();
     }
+    // True when somebody holds the lock.
+    static bool held(pthread_mutex_t &lock)
+    {
+        if (pthread_mutex_trylock(&lock) != 0)
+            return true;
+        pthread_mutex_unlock(&lock);
+        return false;
+    }
+    // Records anew; every short pause from now on must lie under both locks.
+    static void expect_short_pauses_under_both_locks()
+    {
+        recorded_pauses.reset();
+        recorded_pauses.on_short = [](uint32_t) {
+            EXPECT_TRUE(held(engine_gate->locks.link_block_lock));
+            EXPECT_TRUE(held(engine_gate->locks.combo_block_lock));
+        };
+    }
 };
 
 TEST_F(thread_pauses, the_link_scan_rests_1_s_between_its_passes)
@@ -138,7 +155,7 @@ TEST_F(thread_pauses, shutdown_waits_3_s_for_a_thread_and_no_longer)
 
 TEST_F(thread_pauses, a_switch_sleeps_1_ms_before_it_lets_the_threads_go_on)
 {
-    recorded_pauses.reset();
+    expect_short_pauses_under_both_locks();
     switch_wan_to_dev(dev("eth2"), 0);
     EXPECT_EQ(recorded_pauses.short_ones(), t_pauses{1});
     EXPECT_EQ(fake_router.count("network_lanwan_swap set port2"), 1);
@@ -146,7 +163,7 @@ TEST_F(thread_pauses, a_switch_sleeps_1_ms_before_it_lets_the_threads_go_on)
 
 TEST_F(thread_pauses, a_toggle_sleeps_1_ms_before_it_lets_the_threads_go_on)
 {
-    recorded_pauses.reset();
+    expect_short_pauses_under_both_locks();
     dev("eth2")->is_combo = 1;
     toggle_combo_state(dev("eth2"));
     EXPECT_EQ(recorded_pauses.short_ones(), t_pauses{1});

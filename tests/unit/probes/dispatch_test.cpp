@@ -119,6 +119,7 @@ TEST_P(dispatch, ports_with_lan_hosts_and_reserved_ports_are_probed_when_asked_f
     t_device *eth1 = add_port("eth1", 1);
     eth1->is_brlan_dev = 1;
     add_device(&model_.gaming, create_new_device("eth1"));
+    add_device(&model_.lan_agg[0], create_new_device("eth1"));
     t_log_capture log;
     EXPECT_EQ(GetParam().for_one(eth1), 0);
     EXPECT_EQ(probed(), (std::vector<std::string>{"eth1"}));
@@ -153,6 +154,7 @@ TEST_P(dispatch, a_null_port_is_refused)
     t_log_capture log;
     EXPECT_EQ(GetParam().for_one(nullptr), -99);
     EXPECT_TRUE(log.has("Error", one_function(), "Null devive specified!"));
+    EXPECT_TRUE(fake_wire.sockets().empty());
 }
 
 TEST_P(dispatch, a_batch_that_cannot_be_opened_still_yields_zero)

@@ -7,6 +7,7 @@
 
 #include "platform/log.h"
 #include "platform/result_codes.h"
+#include "probes/packet_socket.h"
 #include "probes/pppoe_probe.h"
 #include "probes/probe_fixture.h"
 #include "support/failing_memory.h"
@@ -241,6 +242,11 @@ TEST_F(pppoe_send, result_codes_of_one_port)
     fake_wire.fail(t_wire_call::SEND, ENETDOWN);
     EXPECT_EQ(send_pppoe_discovery_packet(&ctx), -88);
     EXPECT_EQ(ctx.watcher.fd, -1);
+
+    EXPECT_EQ(init_pppoe_sockfd(&ctx), 0);
+    ctx.dev = eth1;
+    EXPECT_EQ(send_pppoe_discovery_packet(&ctx), 0);
+    packet_socket_close(&ctx.watcher);
 }
 
 } // namespace
