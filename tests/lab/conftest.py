@@ -58,6 +58,7 @@ class Seen:
                 if wait["kind"] == kind and wait["port"] == port]
 
     def failed_checks(self):
+        assert self.report["checks"], "nothing was checked"
         return [check for check in self.report["checks"] if not check["passed"]]
 
 
