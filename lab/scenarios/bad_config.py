@@ -4,7 +4,7 @@ from lab.bus import uci
 from lab.life import Life, adopt_orphans, wait_until
 from lab.router import WAN_RESULT, content
 from lab.scenarios.life import END_REAL_S, LifeScenario
-from lab.scenarios.trouble import FOUND_S, Trouble
+from lab.scenarios.trouble import FOUND_S, Trouble, cycle_open
 from lab.spoilt import PACKAGES, SPOILS, spoilt, spoilt_deltas
 from lab.upstream import DhcpServer, PppoeServer, Silent
 
@@ -46,6 +46,19 @@ class BadConfig(Trouble):
             for how in ("cut in the middle", "missing"):
                 self.spoil(stage, f"{package}: {how}", spoilt(how, [package]))
         self.finds_again(stage, "one file")
+
+    def trouble_no_network_package(self, stage, title):
+        """The connection type cannot be read: the one that was known counts, and the cycle comes to its end."""
+        router = stage.router
+        router.clock.wait_until(lambda: not cycle_open(router), FOUND_S)
+        self.misplace(router)
+        start = router.daemon.position()
+        with spoilt("missing", ["network"]):
+            router.bus.call("wan_detect", "wan_detect")
+            told = router.daemon.wait_for("update_wan_ipv4_protocol", "get_ipv4_conntype failed!", FOUND_S, start)
+            ended = router.cycle_over(FOUND_S, start)
+        stage.check(f"{title}: it is told", told is not None)
+        stage.check(f"{title}: the old connection is found", ended is not None and content(WAN_RESULT) == self.winner)
 
     def trouble_waiting_changes(self, stage, _title):
         for what in spoilt_deltas.texts:
