@@ -14,7 +14,7 @@
 #include "platform/command.h"
 #include "platform/shared.h"
 
-constexpr size_t THREAD_STACK_SIZE = 256 * 1024; // the C library's default may be megabytes for each flapping port
+constexpr size_t LARGEST_STACK = 256 * 1024; // the C library's default may be megabytes for each flapping port
 constexpr int NO_REQUEST = -1;
 constexpr int NOT_STOPPING = -1;
 
@@ -136,13 +136,15 @@ static void count_leavers()
         __atomic_sub_fetch(&threads_at_work.value, static_cast<int>(leavers), __ATOMIC_ACQ_REL);
 }
 
-// With a small stack where the C library lets us choose, with its own otherwise.
+// With a small stack where the C library lets us choose, with its own otherwise, or where that is smaller.
 static int create_thread(pthread_t *thread, t_thread_body body, void *argument)
 {
     pthread_attr_t attributes;
     if (pthread_attr_init(&attributes) != 0)
         return pthread_create(thread, nullptr, body, argument);
-    pthread_attr_setstacksize(&attributes, THREAD_STACK_SIZE);
+    size_t stack_size = 0;
+    if (pthread_attr_getstacksize(&attributes, &stack_size) == 0 && stack_size > LARGEST_STACK)
+        pthread_attr_setstacksize(&attributes, LARGEST_STACK);
     int result = pthread_create(thread, &attributes, body, argument);
     pthread_attr_destroy(&attributes);
     return result;

@@ -10,8 +10,8 @@
 #include <cstdint>
 #include <pthread.h>
 
-constexpr int BACKGROUND_STOP_LIMIT_MS = 3000; // a thread that sits in a command is not waited for any longer
-constexpr int MAX_BACKGROUND_THREADS = 128;    // more than ports that flap every second can keep busy
+constexpr int BACKGROUND_STOP_LIMIT_MS = 3500; // for a thread that sits in a command whose time is over
+constexpr int MAX_BACKGROUND_THREADS = 160; // all ports flapping every second keep 9 s of threads busy, and two workers
 
 using t_thread_body = void *(*)(void *);
 

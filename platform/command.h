@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The router's own programs, run through the shell. Both calls block the calling thread until the program ends, or
-// until its time is over: then it is killed, with everything of its process group.
+// until its time is over: then it is told to end, and killed if it does not obey, with everything of its process group.
 #pragma once
 
 #include <cstddef>
@@ -10,16 +10,19 @@
 
 constexpr int64_t QUERY_LIMIT_MS = 10'000;  // a script that is only asked something
 constexpr int64_t ACTION_LIMIT_MS = 60'000; // a program that does something; a swap may restart the network
-constexpr int64_t ENDING_LIMIT_MS = 2'000;  // any program, from the moment that the process is about to end
+constexpr int64_t ENDING_LIMIT_MS = 2'500;  // all programs together, once the process is about to end
+constexpr int64_t TERM_GRACE_MS = 500;      // from SIGTERM to SIGKILL
+constexpr int64_t KILLED_LIMIT_MS = 300;    // the kernel may hold a program that was killed
 
-// Set when the process is asked to end: programs that run get no more than ENDING_LIMIT_MS. Safe in a signal handler.
+// Set when the process is asked to end. Safe in a signal handler.
 inline t_shared<bool> process_is_ending = {false};
 
 // Runs `command` and keeps the first `size` - 1 bytes of its standard output, always terminated. 0 when it could be
-// started, -1 (and a line on standard output) otherwise; its exit status is not looked at. Signals do not cut it short.
-// What a program printed until it was killed counts. Takes QUERY_LIMIT_MS at most.
+// started, -1 (and a line on standard output) otherwise, -1 also when it is too late for another program; its exit
+// status is not looked at. Signals do not cut it short. What a program printed until its time was over counts. Takes
+// QUERY_LIMIT_MS, TERM_GRACE_MS and KILLED_LIMIT_MS at most.
 int capture_command(char *buffer, const char *command, size_t size);
 
-// Runs `command` and returns its wait status as system() does, -1 when no shell could be started. Takes ACTION_LIMIT_MS
-// at most.
+// Runs `command` and returns its wait status as system() does, -1 when no shell could be started. Takes
+// ACTION_LIMIT_MS, TERM_GRACE_MS and KILLED_LIMIT_MS at most.
 int run_command(const char *command);
