@@ -25,6 +25,7 @@ class BadConfig(Trouble):
         again, and so is all the daemon does.
     """
     cables = {"eth0": Silent(), "eth2": DhcpServer(), "eth3": PppoeServer()}
+    growth_kb = 8 << 10    # four files of a megabyte each are read, and the C library keeps a while what it once had
 
     def spoil(self, stage, title, trouble):
         """A cycle and a request while the files are spoilt; the loop has to turn, however slowly it reads."""

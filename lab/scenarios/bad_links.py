@@ -34,8 +34,8 @@ class BadLinks(Trouble):
         return router.daemon.lines[start:]
 
     def look(self, router):
-        """The result of a cycle that began with the WAN role elsewhere, None when it was ended without, and its first line
-        in the log."""
+        """The result of a cycle that began with the WAN role elsewhere, None when it was ended without, and its first
+        line in the log."""
         router.clock.wait_until(lambda: not cycle_open(router), FOUND_S)
         self.misplace(router)
         start = router.daemon.position()

@@ -62,8 +62,8 @@ class LongHangingBus(Trouble):
     def figures(self, stage):
         facts = stage.facts
         return super().figures(stage) + [
-            f"{facts['asked']} questions to a hanging bus; the connection was given up after {facts['given_up_after_s']} s, "
-            f"the loop stood still for {facts['still_s']} s of {stage.settings['minutes']:g} min"]
+            f"{facts['asked']} questions to a hanging bus; the connection was given up after "
+            f"{facts['given_up_after_s']} s, the loop stood still for {facts['still_s']} s of {stage.settings['minutes']:g} min"]
 
 
 class LongBadLinks(Trouble):

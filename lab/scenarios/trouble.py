@@ -92,8 +92,8 @@ class Trouble(Scenario):
         router.clock.wait_until(lambda: router.health.state != "connected", CALM_S)
 
     def finds_again(self, stage, title):
-        """The WAN role goes astray, and the next cycle brings it home; returns how many seconds that took. On a busy machine
-        answers may come too late for a cycle, so there are some more; how many were needed is told in the end."""
+        """The WAN role goes astray, and the next cycle brings it home; returns how many seconds that took. On a busy
+        machine answers may come too late for a cycle, so there are some more; the figures tell how many were needed."""
         began, cycles, held = stage.router.clock.now(), 0, None
         while held != self.winner and cycles < MOST_CYCLES:
             cycles += 1
@@ -116,8 +116,8 @@ class Trouble(Scenario):
 
     @staticmethod
     def loop_turns_during(stage, title, seconds, least=None):
-        """Checks that the event loop turns for so many of the daemon's seconds, at least once a second or so often; a busy
-        machine may take longer for it."""
+        """Checks that the event loop turns for so many of the daemon's seconds, at least once a second or so often; a
+        busy machine may take longer for it."""
         pid, clock = stage.router.daemon.pid, stage.router.clock
         before, least = loop_turns(pid), least or seconds
         clock.sleep(seconds)
@@ -127,9 +127,10 @@ class Trouble(Scenario):
 
 
 def as_before(before, after):
-    """Whether two footprints are the same; in fast time on a busy machine there is always a script whose output is read."""
+    """Whether two footprints are the same; in fast time on a busy machine some script's output is always being read."""
     pipes = abs(after["descriptors"].get("pipe", 0) - before["descriptors"].get("pipe", 0))
-    others = [{kind: count for kind, count in held["descriptors"].items() if kind != "pipe"} for held in (before, after)]
+    others = [{kind: count for kind, count in held["descriptors"].items() if kind != "pipe"}
+              for held in (before, after)]
     return pipes <= 1 and others[0] == others[1] and before["threads"] == after["threads"]
 
 

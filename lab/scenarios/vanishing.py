@@ -23,7 +23,7 @@ class Vanishing(Trouble):
     def vanish(self, stage, title, way, port, middle, expected):
         """The port goes in the middle of the stage; one of the expected ports must be found then."""
         router, tries, asked = stage.router, 0, None
-        while asked is None and tries < MOST_CYCLES:    # answers that are late on a busy machine make the stage fall out
+        while asked is None and tries < MOST_CYCLES:    # late answers, on a busy machine, make the stage fall out
             tries += 1
             start, asked = self.go_to(router, middle)
         before = index_of(port)
@@ -40,7 +40,7 @@ class Vanishing(Trouble):
         stage.note(f"{title}: numbers", [before, index_of(port)])
 
     def go_to(self, router, middle):
-        """Opens a cycle with the WAN role elsewhere; its first line in the log, and that of the stage's middle if it came."""
+        """Opens a cycle with the WAN role elsewhere; its first line in the log, and that of the middle if it came."""
         router.clock.wait_until(lambda: not cycle_open(router), FOUND_S)
         self.misplace(router)
         start = router.daemon.position()
