@@ -64,14 +64,14 @@ bool offer_is_back()
 
 // The library's call does not tell when there is no room for it, and an object that nobody listens for would stay
 // silent for good.
-bool loop_watches_bus()
+bool watch_bus()
 {
     ubus_add_uloop(bus.context);
     return bus.context->sock.registered;
 }
 
 // A bus daemon that greets may hang all the same.
-bool is_back_within_limit()
+bool reconnect_within_limit()
 {
     t_bus_limit limit(bus.context, BUS_OFFER_LIMIT_MS);
     return limit.is_set() && ubus_reconnect(bus.context, BUS_SOCKET_PATH) == 0 && offer_is_back();
@@ -79,7 +79,7 @@ bool is_back_within_limit()
 
 void restore_connection()
 {
-    if (!is_back_within_limit() || !loop_watches_bus()) {
+    if (!reconnect_within_limit() || !watch_bus()) {
         // The bus daemon must forget this attempt before the next one, or the name would still be in use.
         shutdown(bus.context->sock.fd, SHUT_RDWR);
         // However long it took, the loop has its time before the next one.
@@ -146,7 +146,7 @@ int wan_detect_ubus_init(const t_bus_offer *offer)
     bus.offer = offer;
     bus.retry_timer.cb = retry;
     bus.context = connect_within_limit();
-    if (!bus.context || !loop_watches_bus()) {
+    if (!bus.context || !watch_bus()) {
         LOG(Critical, "ubus connect fail!\n");
         return give_up();
     }

@@ -40,10 +40,14 @@ int ubus_call_method(const char *object, const char *method, blob_buf *message, 
         return ERR_INVALID_INPUT;
     }
     ubus_context *bus = wan_detect_ubus_context();
+    if (!bus) {
+        LOG(Error, "Can't find %s\n", object);
+        return ERR_BUS_OBJECT;
+    }
     // The library calls it success when an object exists but may not be seen; the id then stays 0.
     uint32_t id = 0;
     t_bus_limit limit(bus, BUS_LIMIT_MS);
-    if (!bus || !limit.is_set() || !bus_answers(bus) || ubus_lookup_id(bus, object, &id) != 0 || id == 0) {
+    if (!limit.is_set() || !bus_answers(bus) || ubus_lookup_id(bus, object, &id) != 0 || id == 0) {
         LOG(Error, "Can't find %s\n", object);
         return ERR_BUS_OBJECT;
     }

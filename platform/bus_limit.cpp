@@ -35,12 +35,15 @@ void hang_up(int)
     errno = saved_errno;
 }
 
-// Without SA_RESTART, so that a read comes back.
+// Without SA_RESTART, so that a read comes back. Whoever started the process may have left the signal blocked.
 bool catch_signal()
 {
     struct sigaction action = {};
     action.sa_handler = hang_up;
-    return sigaction(LIMIT_SIGNAL, &action, nullptr) == 0;
+    sigset_t wanted;
+    sigemptyset(&wanted);
+    sigaddset(&wanted, LIMIT_SIGNAL);
+    return sigaction(LIMIT_SIGNAL, &action, nullptr) == 0 && pthread_sigmask(SIG_UNBLOCK, &wanted, nullptr) == 0;
 }
 
 bool create_timer(timer_t *timer)

@@ -21,10 +21,12 @@ constexpr uint16_t ARP_OPCODE_REPLY = 2;
 void build_arp_request(t_arp_frame *frame, const uint8_t *source_mac, uint32_t sender_ip_be, const uint8_t *target_mac,
                        uint32_t target_ip_be);
 
-// Lets through what came in on the port and may be a reply from this address: the search behind a port.
-// Lets through what came in and may be a reply of the host with this MAC, whatever its address: the re-check of a host.
-// What is told of in the log at `level` passes as well.
+// For the search behind a port: lets through what came in on the port and may be a reply from this address. What is
+// told of in the log at `level` passes as well.
 t_frame_filter arp_search_filter(uint32_t target_ip_be, int level);
+
+// For the re-check of a host: lets through what came in and may be a reply of the host with this MAC, whatever its
+// address. What is told of in the log at `level` passes as well.
 t_frame_filter arp_host_filter(const uint8_t *target_mac, int level);
 
 // False, and `packet` untouched, when the frame is not ARP.

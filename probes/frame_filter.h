@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Filters that the kernel runs over the frames of a packet socket (classic BPF), so that a flood does not fill its
-// queue and take the answer's place. A filter may only drop what the probe would pass over without a word in the log;
-// reading beyond a frame's end drops it. Any thread.
+// queue and take the answer's place. A filter may only drop what the probe would pass over without a word in the log,
+// at the level of the moment when it is made; reading beyond a frame's end drops it. Any thread.
 #pragma once
 
 #include <cstddef>
@@ -32,6 +32,6 @@ void filter_require_mac(t_frame_filter *filter, size_t offset, const uint8_t *ma
 void filter_refuse_mac(t_frame_filter *filter, size_t offset, const uint8_t *mac);
 void filter_refuse_own(t_frame_filter *filter);
 
-// The last instructions: what came so far is kept, or dropped.
+// Ends the program for the frames that get here: they are kept, or dropped.
 void filter_keep(t_frame_filter *filter);
 void filter_drop(t_frame_filter *filter);

@@ -61,8 +61,8 @@ int packet_socket_bind_to_device(int fd, const char *name)
     memcpy(request.ifr_name, name, strlen(name));
     if (setsockopt(fd, SOL_SOCKET, SO_BINDTODEVICE, &request, sizeof request) != 0)
         return -1;
-    // The option alone does not keep other ports' frames from a packet socket. Protocol 0 keeps the socket's own;
-    // index 0, of an interface that vanished just now, would mean every port.
+    // The option alone does not keep other ports' frames from a packet socket. Protocol 0 keeps the socket's own, which
+    // is none as long as it waits to be bound; index 0, of an interface that vanished just now, would mean every port.
     const unsigned ifindex = if_nametoindex(name);
     return ifindex == 0 ? -1 : packet_socket_bind(fd, packet_address(0, static_cast<int>(ifindex), nullptr));
 }

@@ -15,7 +15,8 @@ struct uloop_fd;
 // nothing before it is bound: no other port's frames, and the kernel need not take it off all ports again.
 int packet_socket_open(uint16_t ether_type);
 
-// 0, or -1 with errno set. A socket bound to a device by name hears that one only.
+// 0, or -1 with errno set. A socket bound to a device by name hears that one only, once
+// it hears anything.
 int packet_socket_bind(int fd, const sockaddr_ll &address);
 int packet_socket_bind_to_device(int fd, const char *name);
 int packet_socket_set_option(int fd, int option, const void *value, size_t size); // SOL_SOCKET
