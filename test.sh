@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: MIT
-# All tests: unit tests in a release build and under the sanitizers, the virtual router's scenarios, and checks of the program
-# that ships. Needs Debian and root; installs what is missing.
+# All tests: unit tests in a release build and under the sanitizers, a moment of fuzzing, the virtual router's scenarios,
+# and checks of the program that ships. Needs Debian and root; installs what is missing.
 #
 #   ./test.sh            everything
 #   ./test.sh unit       unit tests only
@@ -31,7 +31,8 @@ step() {
 
 . .ci/packages.sh
 packages=(g++ cmake ninja-build libjson-c-dev uthash-dev libgtest-dev iproute2 dnsmasq-base pppoe udhcpc faketime
-    iputils-arping iputils-ping python3 python3-pytest clang-14 clang-format-14 clang-tidy-14 cppcheck valgrind)
+    iputils-arping iputils-ping python3 python3-pytest
+    clang-14 libclang-rt-14-dev clang-format-14 clang-tidy-14 cppcheck valgrind)
 
 build() { # build PRESET; bundled, for the virtual router runs the bus daemon and the tools that come with those
     cmake --preset "$1" -DWAN_DETECT_LIBS=bundled && cmake --build --preset "$1" -j "$jobs"
@@ -90,6 +91,7 @@ if [ "$what" != lab ]; then
     step "build release" build release && {
         step "program checks" program_checks
         step "unit tests" unit release
+        step "behaviour document" tests/check_behaviour.py --build build/release --self-test
     }
     say "Static checks"
     step "formatting" formatting
@@ -102,6 +104,11 @@ if [ "$what" != lab ]; then
             step "a moved cable $sanitizer" ./run.sh cable-move --build build/$sanitizer
         }
     done
+fi
+
+if [ "$what" = all ]; then
+    say "Fuzzing"
+    step "fuzz targets" tests/fuzz/replay.sh
 fi
 
 if [ "$what" != unit ]; then
