@@ -30,6 +30,7 @@ struct t_memory_faults {
     int64_t first;            // number of the first one that is refused; 0: none
     int64_t count;            // how many in a row
     int64_t refused;
+    int64_t living;              // allocations that were not freed
     int64_t spared;              // would have been refused, but for a defect of json-c
     int64_t surveying;           // whether stacks are noted
     uint64_t stack[STACK_DEPTH]; // return addresses of the first that was refused, 0 behind the last one

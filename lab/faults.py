@@ -18,12 +18,14 @@ class Slot(ctypes.Structure):
 class Memory(ctypes.Structure):
     _fields_ = [("marker", ctypes.c_char * MARKER_SIZE), ("counting", ctypes.c_int64), ("allocations", ctypes.c_int64),
                 ("first", ctypes.c_int64), ("count", ctypes.c_int64), ("refused", ctypes.c_int64),
-                ("spared", ctypes.c_int64), ("surveying", ctypes.c_int64), ("stack", ctypes.c_uint64 * STACK_DEPTH)]
+                ("living", ctypes.c_int64), ("spared", ctypes.c_int64), ("surveying", ctypes.c_int64),
+                ("stack", ctypes.c_uint64 * STACK_DEPTH)]
 
 
 class Layout(ctypes.Structure):
     _fields_ = [("shortest_wait_ms", ctypes.c_int64), ("descriptors", ctypes.c_int64),
-                ("more_memory", ctypes.c_int64), ("slots", Slot * SLOTS), ("memory", Memory), ("survey", ctypes.c_uint64 * SURVEY_CAPACITY)]
+                ("more_memory", ctypes.c_int64), ("slots", Slot * SLOTS), ("memory", Memory),
+                ("survey", ctypes.c_uint64 * SURVEY_CAPACITY)]
 
 
 class FaultPage:

@@ -59,13 +59,11 @@ bool is_in(uint64_t address, const char *function)
 bool json_c_would_crash(const t_stack &stack)
 {
     static const auto version = real<int (*)()>("json_c_version_num");
-    return version && version() < JSON_C_THAT_CHECKS &&
-           (is_in(stack.frames[OWN_FRAMES], "strdup") || is_in(stack.frames[OWN_FRAMES], "__strdup")) &&
-           is_in(stack.frames[OWN_FRAMES + 1], "json_tokener_parse_ex");
+    return version && version() < JSON_C_THAT_CHECKS && is_in(stack.frames[OWN_FRAMES], "json_tokener_parse_ex");
 }
 
 // The one place where an allocation is counted; true when it has to fail.
-[[gnu::noinline]] bool refused_now(t_memory_faults &faults, uint64_t *survey)
+[[gnu::noinline]] bool refused_now(t_memory_faults &faults, uint64_t *survey, bool copies_text)
 {
     if (!__atomic_load_n(&faults.counting, __ATOMIC_ACQUIRE) && faults.marker[0])
         return false;
@@ -75,7 +73,7 @@ bool json_c_would_crash(const t_stack &stack)
     if (faults.first == 0 || number < faults.first || number >= faults.first + faults.count)
         return false;
     const t_stack stack = stack_of_caller();
-    if (json_c_would_crash(stack)) {
+    if (copies_text && json_c_would_crash(stack)) {
         __atomic_add_fetch(&faults.spared, 1, __ATOMIC_RELAXED);
         return false;
     }
@@ -86,38 +84,72 @@ bool json_c_would_crash(const t_stack &stack)
     return true;
 }
 
-[[gnu::noinline]] bool refused()
+[[gnu::noinline]] bool refused(bool copies_text = false)
 {
     t_fault_page *page = fault_page();
     if (!page || inside)
         return false;
     inside = true;
-    const bool result = refused_now(page->memory, page->survey);
+    const bool result = refused_now(page->memory, page->survey, copies_text);
     inside = false;
     if (result)
         errno = ENOMEM;
     return result;
 }
 
-template <typename Function> Function real_once(Function &kept, const char *name)
-{
-    if (!kept)
-        kept = real<Function>(name);
-    return kept;
-}
-
+using t_free = void (*)(void *);
 using t_malloc = void *(*)(size_t);
 using t_calloc = void *(*)(size_t, size_t);
 using t_realloc = void *(*)(void *, size_t);
 using t_aligned = void *(*)(size_t, size_t);
 using t_posix_aligned = int (*)(void **, size_t, size_t);
 
-t_malloc real_malloc;
-t_calloc real_calloc;
-t_realloc real_realloc;
-t_aligned real_memalign;
-t_aligned real_aligned_alloc;
-t_posix_aligned real_posix_memalign;
+struct t_real {
+    t_free free;
+    t_malloc malloc;
+    t_calloc calloc;
+    t_realloc realloc;
+    t_aligned memalign;
+    t_aligned aligned_alloc;
+    t_posix_aligned posix_memalign;
+};
+
+// The next ones behind these: the C library's, or a sanitizer's. Looking for them may free something already; that is
+// let go.
+const t_real &next()
+{
+    static t_real functions;
+    static bool looked;
+    if (looked)
+        return functions;
+    looked = true;
+    functions.malloc = real<t_malloc>("malloc");
+    functions.calloc = real<t_calloc>("calloc");
+    functions.realloc = real<t_realloc>("realloc");
+    functions.memalign = real<t_aligned>("memalign");
+    functions.aligned_alloc = real<t_aligned>("aligned_alloc");
+    functions.posix_memalign = real<t_posix_aligned>("posix_memalign");
+    functions.free = real<t_free>("free");
+    return functions;
+}
+
+// Keeps count of what lives.
+void *born(void *memory)
+{
+    if (t_fault_page *page = fault_page(); page && memory)
+        __atomic_add_fetch(&page->memory.living, 1, __ATOMIC_RELAXED);
+    return memory;
+}
+
+void *copy_of(const char *text, size_t length)
+{
+    auto *copy = static_cast<char *>(born(next().malloc(length + 1)));
+    if (!copy)
+        return nullptr;
+    memcpy(copy, text, length);
+    copy[length] = '\0';
+    return copy;
+}
 
 } // namespace
 
@@ -133,32 +165,59 @@ extern "C" {
 
 void *malloc(size_t size) noexcept
 {
-    return refused() ? nullptr : real_once(real_malloc, "malloc")(size);
+    return refused() ? nullptr : born(next().malloc(size));
 }
 
 void *calloc(size_t count, size_t size) noexcept
 {
-    return refused() ? nullptr : real_once(real_calloc, "calloc")(count, size);
+    return refused() ? nullptr : born(next().calloc(count, size));
 }
 
 void *realloc(void *memory, size_t size) noexcept
 {
-    return refused() ? nullptr : real_once(real_realloc, "realloc")(memory, size);
+    if (refused())
+        return nullptr;
+    void *moved = next().realloc(memory, size);
+    return memory ? moved : born(moved);
 }
 
 void *memalign(size_t alignment, size_t size) noexcept
 {
-    return refused() ? nullptr : real_once(real_memalign, "memalign")(alignment, size);
+    return refused() ? nullptr : born(next().memalign(alignment, size));
 }
 
 void *aligned_alloc(size_t alignment, size_t size) noexcept
 {
-    return refused() ? nullptr : real_once(real_aligned_alloc, "aligned_alloc")(alignment, size);
+    return refused() ? nullptr : born(next().aligned_alloc(alignment, size));
 }
 
 int posix_memalign(void **memory, size_t alignment, size_t size) noexcept
 {
-    return refused() ? ENOMEM : real_once(real_posix_memalign, "posix_memalign")(memory, alignment, size);
+    if (refused())
+        return ENOMEM;
+    const int error = next().posix_memalign(memory, alignment, size);
+    if (error == 0)
+        born(*memory);
+    return error;
+}
+
+// By hand: the one of a sanitizer would not come by malloc() above.
+char *strdup(const char *text) noexcept
+{
+    return refused(true) ? nullptr : static_cast<char *>(copy_of(text, strlen(text)));
+}
+
+char *strndup(const char *text, size_t size) noexcept
+{
+    return refused(true) ? nullptr : static_cast<char *>(copy_of(text, strnlen(text, size)));
+}
+
+void free(void *memory) noexcept
+{
+    if (t_fault_page *page = fault_page(); page && memory)
+        __atomic_sub_fetch(&page->memory.living, 1, __ATOMIC_RELAXED);
+    if (const t_free next_free = next().free)
+        next_free(memory);
 }
 
 // Where the daemon's log lines come by.

@@ -194,7 +194,7 @@ class CallRefused(Refused):
         calls = [options["call"]] if "call" in options else CALLS
         numbers = [(call, number) for call in calls for number in range(1, made[call] + 1)]
         for call, number in numbers[int(options.get("first", 1)) - 1::int(options.get("step", 1))]:
-            self.page.clear()
-            self.page.fail(call, CALLS[call], spare=number - 1, limit=1)
-            outcome, why, done = self.one_life(stage, lambda: self.page.slot(call).refused > 0)
+            outcome, why, done = self.one_life(
+                stage, lambda: self.page.fail(call, CALLS[call], spare=number - 1, limit=1),
+                lambda: self.page.slot(call).refused > 0)
             self.note_life(stage, f"{call} {number}", outcome, why, done)
