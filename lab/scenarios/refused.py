@@ -4,6 +4,8 @@ import time
 from collections import Counter
 from pathlib import Path
 
+from lab import sanitizers
+from lab.daemon import PROGRAM
 from lab.faults import FaultPage
 from lab.lan import LanHost
 from lab.life import adopt_orphans
@@ -24,10 +26,12 @@ GAVE_UP = "gave up in start-up, as described"
 HASH_TABLE = "ended in a hash table with status 255, as described"
 NOT_REACHED = "ended before the refusal"
 SPARED = "not refused: json-c before 0.17 would not look"
+SANITIZERS_OWN = "refused to a sanitizer, which cannot do without"
 BROKEN = "BROKEN"
 # A hash table that finds no memory ends the process at once.
 HASH_TABLE_STATUS = 255
 HASH_TABLE_FUNCTIONS = {"add_device", "add_protocol", "add_arp_entry"}
+SANITIZERS_FUNCTION = "__sanitizer::GetThreadStackTopAndBottom"
 # json-c loses a value that it cannot add to its object.
 LEAKS_BY_ITSELF = {"json_tokener_parse_ex"}
 # A life whose end could not wait for a thread frees less; one that leaks does so every time.
@@ -80,6 +84,8 @@ class Refused(Scenario):
             self.page.clear()
             refuse()
             outcome, why, done = self.live_once(stage, refused)
+            if SANITIZERS_FUNCTION in self.stacks.names(self.page.stack()):
+                return SANITIZERS_OWN, [], done
             lost = self.page.memory.living - self.living
             if lost <= 0 or outcome in (BROKEN, HASH_TABLE) or LEAKS_BY_ITSELF & set(self.stacks.names(self.page.stack())):
                 return outcome, why, done
@@ -115,6 +121,9 @@ class Refused(Scenario):
     def judge(self, stage):
         healthy = stage.facts["healthy"]
         stage.check("a life without refusals is well", healthy["found"] and not healthy["trouble"], healthy)
+        if sanitizers.built_in(PROGRAM) and SANITIZERS_OWN not in stage.facts["outcomes"]:
+            found = stage.note("sanitizer_reports", sanitizers.reports("wan_detect"))
+            stage.check("the sanitizers have nothing to report", not found, "\n".join(found))
         for broken in stage.facts["broken"]:
             stage.check(broken["what"], False, f"{'; '.join(broken['why'])}; {' < '.join(broken['stack'])}")
         stage.check("every other life went on, or gave up as described", sum(stage.facts["outcomes"].values()) > 0)
