@@ -7,6 +7,7 @@ root=$(cd "$fuzz/../.." && pwd)
 build=${FUZZ_BUILD:-$root/build/fuzz}
 work=$build/fuzz-work
 jobs=${FUZZ_JOBS:-$(nproc)}
+slowest=60 # seconds on the clock for one input, which takes milliseconds: a busy machine may stand still for a while
 packages=(clang-14 libclang-rt-14-dev cmake ninja-build libjson-c-dev uthash-dev)
 
 . "$root/.ci/packages.sh"
@@ -58,7 +59,7 @@ fuzz_target() {
     local name=$1 dictionary
     shift
     dictionary=$(dictionary_of "$name")
-    "${programs:-$build}/bin/${name}_fuzz" -timeout=10 -print_final_stats=1 -artifact_prefix="crashes/$name-" \
+    "${programs:-$build}/bin/${name}_fuzz" -timeout="$slowest" -print_final_stats=1 -artifact_prefix="crashes/$name-" \
         ${dictionary:+"-dict=kept/dictionaries/$dictionary.dict"} "$@" >"logs/$name.log" 2>&1
 }
 
