@@ -28,7 +28,7 @@ END_REAL_S = 5
 ASK_S = 30
 TRIES = 3                   # of a question, for a busy machine delays a server's answer
 LOOK_REAL_S = 0.2
-STRAY_REAL_S = 2
+STRAY_REAL_S = COLLECTED_REAL_S = 3
 PROGRESS_REAL_S = 5
 STALE = ("/tmp/.uci",)      # changes that were saved but never committed lie here
 # Resident memory may differ so much between the first quarter of the quiet moments and the last. An address sanitizer
@@ -268,7 +268,7 @@ def lasting_zombies(pid):
                 found.add(int(path.parent.name))
         return found
     first = dead()
-    return sorted(first & dead()) if first and not wait_until(lambda: not first & dead(), LOOK_REAL_S) else []
+    return sorted(first & dead()) if first and not wait_until(lambda: not first & dead(), COLLECTED_REAL_S) else []
 
 
 def stray_files():
