@@ -9,7 +9,6 @@
 constexpr int FAULT_SLOTS = 24;
 constexpr int FAULT_NAME_SIZE = 32;
 constexpr int STACK_DEPTH = 24;
-constexpr int MARKER_SIZE = 64;
 constexpr int64_t SURVEY_CAPACITY = 1 << 18;
 
 // A call that shall fail for a while.
@@ -24,11 +23,9 @@ struct t_fault_slot {
 };
 
 struct t_memory_faults {
-    char marker[MARKER_SIZE]; // allocations count from a log line with this text on; empty: from the start
-    int64_t counting;         // whether that line came
-    int64_t allocations;      // counted so far
-    int64_t first;            // number of the first one that is refused; 0: none
-    int64_t count;            // how many in a row
+    int64_t allocations; // counted so far
+    int64_t first;       // number of the first one that is refused; 0: none
+    int64_t count;       // how many in a row
     int64_t refused;
     int64_t living;              // allocations that were not freed
     int64_t spared;              // would have been refused, but for a defect of json-c
@@ -53,9 +50,6 @@ bool fails(const char *name);
 
 // Whether the environment asks for this fault for the whole life.
 bool asked_for(const char *fault);
-
-// Tells the counting of allocations what is logged.
-void note_log_format(const char *format);
 
 template <typename Function> Function real(const char *name)
 {

@@ -4,7 +4,7 @@ import ctypes
 import errno
 import mmap
 
-SLOTS, NAME_SIZE, STACK_DEPTH, MARKER_SIZE, SURVEY_CAPACITY = 24, 32, 24, 64, 1 << 18
+SLOTS, NAME_SIZE, STACK_DEPTH, SURVEY_CAPACITY = 24, 32, 24, 1 << 18
 UNLIMITED = 0
 NO_LIMIT = -1
 
@@ -16,10 +16,9 @@ class Slot(ctypes.Structure):
 
 
 class Memory(ctypes.Structure):
-    _fields_ = [("marker", ctypes.c_char * MARKER_SIZE), ("counting", ctypes.c_int64), ("allocations", ctypes.c_int64),
-                ("first", ctypes.c_int64), ("count", ctypes.c_int64), ("refused", ctypes.c_int64),
-                ("living", ctypes.c_int64), ("spared", ctypes.c_int64), ("surveying", ctypes.c_int64),
-                ("stack", ctypes.c_uint64 * STACK_DEPTH)]
+    _fields_ = [("allocations", ctypes.c_int64), ("first", ctypes.c_int64), ("count", ctypes.c_int64),
+                ("refused", ctypes.c_int64), ("living", ctypes.c_int64), ("spared", ctypes.c_int64),
+                ("surveying", ctypes.c_int64), ("stack", ctypes.c_uint64 * STACK_DEPTH)]
 
 
 class Layout(ctypes.Structure):
@@ -45,9 +44,8 @@ class FaultPage:
         ctypes.memset(ctypes.addressof(self.layout), 0, head)
         self.layout.shortest_wait_ms, self.layout.more_memory = self.shortest_wait_ms, NO_LIMIT
 
-    def refuse_memory(self, first, count=1, marker=""):
+    def refuse_memory(self, first, count=1):
         """Refuses the allocation of that number, counted from 1, and those behind it."""
-        self.memory.marker = marker.encode()
         self.memory.count, self.memory.first = count, first
 
     def fail(self, call, error, spare=0, limit=UNLIMITED):

@@ -3,9 +3,7 @@
 #include "faults.h"
 
 #include <cerrno>
-#include <cstdarg>
 #include <cstddef>
-#include <cstdio>
 #include <cstring>
 #include <unwind.h>
 
@@ -65,8 +63,6 @@ bool json_c_would_crash(const t_stack &stack)
 // The one place where an allocation is counted; true when it has to fail.
 [[gnu::noinline]] bool refused_now(t_memory_faults &faults, uint64_t *survey, bool copies_text)
 {
-    if (!__atomic_load_n(&faults.counting, __ATOMIC_ACQUIRE) && faults.marker[0])
-        return false;
     const int64_t number = __atomic_add_fetch(&faults.allocations, 1, __ATOMIC_RELAXED);
     if (faults.surveying && number < SURVEY_CAPACITY)
         survey[number] = number_of(stack_of_caller());
@@ -153,13 +149,6 @@ void *copy_of(const char *text, size_t length)
 
 } // namespace
 
-void note_log_format(const char *format)
-{
-    t_fault_page *page = fault_page();
-    if (page && page->memory.marker[0] && strstr(format, page->memory.marker))
-        __atomic_store_n(&page->memory.counting, 1, __ATOMIC_RELEASE);
-}
-
 #pragma GCC visibility push(default)
 extern "C" {
 
@@ -218,19 +207,6 @@ void free(void *memory) noexcept
         __atomic_sub_fetch(&page->memory.living, 1, __ATOMIC_RELAXED);
     if (const t_free next_free = next().free)
         next_free(memory);
-}
-
-// Where the daemon's log lines come by.
-int __vprintf_chk(int flag, const char *format, va_list arguments)
-{
-    note_log_format(format);
-    return real<int (*)(int, const char *, va_list)>("__vprintf_chk")(flag, format, arguments);
-}
-
-int vprintf(const char *format, va_list arguments)
-{
-    note_log_format(format);
-    return real<int (*)(const char *, va_list)>("vprintf")(format, arguments);
 }
 
 } // extern "C"
