@@ -4,12 +4,15 @@ import resource
 import time
 from pathlib import Path
 
-from lab.refused import LAST_WORDS, LONGEST_CALL_REAL_S, LONGEST_CYCLE_REAL_S, MISSING, Trial, ask_for_cycle, said
+from lab.daemon import LOG
+from lab.life import Life, wait_until
+from lab.refused import (LAST_WORDS, LONGEST_CALL_REAL_S, LONGEST_CYCLE_REAL_S, LONGEST_END_REAL_S, MISSING, Trial,
+                         ask_for_cycle, said)
 from lab.scenarios.refused import BROKEN, GAVE_UP, WENT_ON, WITH_LESS, Refused
 
 SHORT_REAL_S = 0.25    # at any speed of these scenarios longer than a cycle
 NOT_HURT = "found the port with what it had"
-LOWEST_DESCRIPTORS, ABOVE_HEALTHY = 3, 2
+LOWEST_DESCRIPTORS, LOWEST_LOADED, ABOVE_HEALTHY = 3, 4, 2
 # A healthy daemon holds a few more for a moment than at rest: the pipe of a script, probe sockets, a configuration file.
 FOR_A_MOMENT = 6
 PLENTY_OF_DESCRIPTORS = 1024
@@ -22,6 +25,10 @@ def errors(lines, text):
     """What was told of something that failed; a program that cannot be started is told without a level."""
     return [body for level, _, body in lines if level in ("Error", "Critical")] + \
         [line for line in text.splitlines() if line.startswith("popen faild")]
+
+
+def is_over(life):
+    return Path(f"/proc/{life.pid}/stat").read_text().rpartition(")")[2].split()[0] == "Z"
 
 
 class UsedUp(Refused):
@@ -114,6 +121,24 @@ class DescriptorsUsedUp(UsedUp):
         return range(LOWEST_DESCRIPTORS, held + FOR_A_MOMENT + ABOVE_HEALTHY + 1)
 
     meanwhile = at_the_start
+
+    def lives(self, stage):
+        for limit in range(LOWEST_LOADED, self.at_the_start().stop):
+            self.note_life(stage, f"{limit} descriptors before the start", *self.before_the_start(limit))
+        super().lives(stage)
+
+    def before_the_start(self, limit):
+        """The program itself is loaded with that many already; in real time, so only the beginning is seen."""
+        life = Life("-d", "7", descriptors=limit)
+        wait_until(lambda: is_over(life) or life.said("Device eth0 link status change to up!", 0)
+                   or errors(life.lines(), LOG.read_text(errors="replace")), LONGEST_CYCLE_REAL_S)
+        by_itself = is_over(life)
+        life.signal()
+        done = life.end(LONGEST_END_REAL_S)
+        words = said(done["lines"], LAST_WORDS)
+        if done["status"] != 0 or done["left"] or (by_itself and not words):
+            return BROKEN, [f"status {done['status']}, {done['left']} left", *words], done
+        return (GAVE_UP if words else NOT_HURT), words, done
 
     def limit_from_the_start(self, limit):
         self.page.layout.descriptors = limit
