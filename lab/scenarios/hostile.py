@@ -173,7 +173,8 @@ class FloodedCycles(Flooded):
         before = len(router.sniffer.probes)
         router.bus.call("wan_detect", "wan_detect", delay=0)
         found = router.clock.wait_until(lambda: content(WAN_RESULT) or None, CYCLE_S)
-        router.clock.wait_until(lambda: config.wan_port_name() == found, CYCLE_S)
+        if found:
+            router.clock.wait_until(lambda: config.wan_port_name() == found, CYCLE_S)
         asked = any(probe.kind == "arp" and probe.port == "eth3" for probe in router.sniffer.probes[before:])
         return [("a cycle", config.wan_port_name(), "eth3"), ("a question by ARP behind eth3", asked, True)]
 
