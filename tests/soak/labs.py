@@ -31,7 +31,7 @@ class Lab(threading.Thread):
 
     def run(self):
         with subprocess.Popen(self.command, cwd=ROOT, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
-                              errors="replace") as lab, open(self.log, "w", encoding="utf-8") as log:
+                              errors="replace") as lab, open(self.log, "w", buffering=1, encoding="utf-8") as log:
             for line in lab.stdout:
                 log.write(line)
                 found = PROGRESS.match(line)
