@@ -14,7 +14,7 @@
 #include "platform/command.h"
 #include "platform/shared.h"
 
-constexpr size_t LARGEST_STACK = 256 * 1024; // the C library's default may be megabytes for each flapping port
+constexpr size_t LARGEST_STACK = size_t{256} * 1024; // the C library's default may be megabytes for each flapping port
 constexpr int NO_REQUEST = -1;
 constexpr int NOT_STOPPING = -1;
 

@@ -8,7 +8,7 @@
 #include <json-c/json.h>
 
 // More than the parser takes for the longest output that is read, and little enough to come from the heap.
-constexpr size_t JSON_PARSER_MEMORY = 48 * 1024;
+constexpr size_t JSON_PARSER_MEMORY = size_t{48} * 1024;
 
 // Owns a parsed object; null owns nothing.
 struct t_json_guard {
