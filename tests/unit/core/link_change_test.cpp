@@ -405,6 +405,7 @@ TEST_F(link_change, threads_beyond_the_limit_are_refused_until_others_have_left)
     ASSERT_TRUE(init_background());
     EXPECT_EQ(start_background_thread(&thread, sleep_until_stopped, nullptr), 0);
     pthread_detach(thread);
+    EXPECT_TRUE(stop_background_threads());
 }
 
 TEST_F(link_change, a_thread_that_left_makes_room_for_another)
