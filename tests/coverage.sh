@@ -27,13 +27,13 @@ report() { # report OPTION...
 
 # Counters are added up by every process of the daemon, by its threads at once, and only for the daemon's own code.
 configure() {
-    local counters="--coverage -fprofile-update=atomic -fprofile-exclude-files=tests/unit"
+    local counters="--coverage -fprofile-update=atomic '-fprofile-exclude-files=/(tests|compat|lab)/'"
     cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS_DEBUG="-O0" -DCMAKE_CXX_FLAGS="$counters" \
         -DCMAKE_C_FLAGS="$counters" -DWAN_DETECT_LIBS=bundled
 }
 
 build_programs() {
-    local room targets=(wan_detect ubusd ubus uci lab_network_interface lab_faults)
+    local room targets=(wan_detect ubusd ubus uci lab/all)
     for room in "${rooms[@]}"; do
         targets+=("tests/unit/$room/all")
     done
