@@ -122,8 +122,10 @@ int main(int argc, char **argv)
         run_command("echo '[wan_detect][Error] error fork!!!' > /dev/console");
         return EXIT_FAILURE;
     }
-    if (child > 0)
+    if (child > 0) {
+        pass_on_ending_signals(child);
         return EXIT_SUCCESS;
+    }
 
     prepare_process(options);
     if (wan_detect_ubus_init(wan_detect_bus_offer()) != OK) {

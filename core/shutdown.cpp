@@ -21,6 +21,13 @@
 t_worker combo_worker;
 t_worker link_worker;
 
+static pid_t daemon_process; // as the first process knows it
+
+static void pass_on(int signal_number)
+{
+    kill(daemon_process, signal_number);
+}
+
 static void end_hanging_process(int)
 {
     _exit(EXIT_SUCCESS);
@@ -40,6 +47,18 @@ void hold_ending_signals()
 {
     const sigset_t ends = ending_signals();
     pthread_sigmask(SIG_BLOCK, &ends, nullptr);
+}
+
+void pass_on_ending_signals(pid_t daemon)
+{
+    daemon_process = daemon;
+    struct sigaction on_end = {};
+    on_end.sa_handler = pass_on;
+    sigaction(SIGTERM, &on_end, nullptr);
+    sigaction(SIGINT, &on_end, nullptr);
+
+    const sigset_t ends = ending_signals();
+    pthread_sigmask(SIG_UNBLOCK, &ends, nullptr);
 }
 
 void install_signal_handlers()

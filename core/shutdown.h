@@ -3,6 +3,7 @@
 #pragma once
 
 #include <pthread.h>
+#include <sys/types.h>
 
 constexpr int SHUTDOWN_LIMIT_SECONDS = 4; // a main thread that hangs in a command is ended after that
 
@@ -17,6 +18,10 @@ extern t_worker link_worker;
 // Lets signals that end the process wait until there is a handler for them. Before the fork, so that the daemon knows
 // no moment at which it would die of one.
 void hold_ending_signals();
+
+// In the first process, after the fork: signals that end the process, those held among them, go on to the daemon.
+// Whoever ends the first process in its last moment means the daemon.
+void pass_on_ending_signals(pid_t daemon);
 
 // SIGTERM and SIGINT mark the wish to end; signal_kill follows on the main thread. Those that were held, or blocked by
 // whoever started the process, arrive now.

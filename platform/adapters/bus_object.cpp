@@ -2,6 +2,9 @@
 // The object "wan_detect": its method table, and what each method does with its arguments.
 #include "platform/adapters/bus_object.h"
 
+#include <poll.h>
+#include <sys/socket.h>
+
 #include <libubus.h>
 
 #include "model/banned.h"
@@ -21,6 +24,7 @@ constexpr const char *OBJECT_NAME = "wan_detect";
 constexpr const char *BAN_EVENT = "wan_detect_add_banned_dev";
 constexpr size_t ARGUMENT_SIZE = 256; // a string argument with its terminator
 constexpr int REPLY_MALFORMED = -1;
+constexpr int REPLY_LIMIT_MS = 1000;
 constexpr int LOG_LEVEL_CLOSE = -1;
 constexpr int LOG_LEVEL_HIGHEST = LOG_LEVEL_Debug;
 constexpr unsigned DETECT_DELAY_MAX_S = 60;
@@ -47,9 +51,19 @@ constexpr blobmsg_policy BAN_POLICY[BAN_FIELDS] = {{"name", BLOBMSG_TYPE_STRING}
 
 blob_buf reply_buffer;
 
+// The library writes without a limit. A socket that can be written has room for a reply and for the library's status
+// after it; a bus daemon that makes none is given up, and the connection with it.
+void hang_up_on_deaf_bus(const ubus_context *context)
+{
+    pollfd room = {context->sock.fd, POLLOUT, 0};
+    if (room.fd >= 0 && poll(&room, 1, REPLY_LIMIT_MS) == 0)
+        shutdown(room.fd, SHUT_RDWR);
+}
+
 // Always 0, the status of a method that was answered.
 int reply_code(ubus_context *context, ubus_request_data *request, int code)
 {
+    hang_up_on_deaf_bus(context);
     blob_buf_init(&reply_buffer, 0);
     blobmsg_add_u32(&reply_buffer, "err_code", static_cast<uint32_t>(code));
     ubus_send_reply(context, request, reply_buffer.head);

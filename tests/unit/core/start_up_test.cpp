@@ -1,10 +1,15 @@
 // SPDX-License-Identifier: MIT
 // Start-up from the command line to the loop: the program's own main, called as a function, in a process that neither
 // forks nor sleeps and whose loop returns at once.
+#include <csignal>
+#include <cstdlib>
+#include <ctime>
 #include <sstream>
 
 #include <getopt.h>
 #include <sys/types.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include "core/engine_fixture.h"
 #include "core/recorded_pauses.h"
@@ -23,6 +28,7 @@ namespace {
 constexpr pid_t FORK_FOR_REAL = -2;
 
 pid_t fork_result = FORK_FOR_REAL;
+std::function<void()> before_fork;
 int forks;
 int bus_inits;
 int bus_result;
@@ -45,6 +51,8 @@ pid_t __wrap_fork()
     if (fork_result == FORK_FOR_REAL)
         return __real_fork();
     forks++;
+    if (before_fork)
+        before_fork();
     return fork_result;
 }
 
@@ -96,11 +104,14 @@ protected:
     void TearDown() override
     {
         on_loop = nullptr;
+        before_fork = nullptr;
         remove(LOG_FILE);
         engine = {};
         port_model = {};
         combo_worker = link_worker = {};
-        // What the first process holds back for the second one.
+        // What the first process passes on, or holds back for the second one.
+        signal(SIGTERM, SIG_DFL);
+        signal(SIGINT, SIG_DFL);
         sigset_t none;
         sigemptyset(&none);
         pthread_sigmask(SIG_SETMASK, &none, nullptr);
@@ -154,6 +165,49 @@ TEST_F(start_up, a_failed_fork_is_told_on_the_console_and_gives_status_1)
     EXPECT_EQ(fake_router.commands,
               (std::vector<std::string>{"echo '[wan_detect][Error] error fork!!!' > /dev/console"}));
     EXPECT_EQ(bus_inits, 0);
+}
+
+// A second process with its signals held; it ends with status 0 if the wish reaches it.
+pid_t daemon_that_waits_for(int wish)
+{
+    const pid_t daemon = __real_fork();
+    if (daemon == 0) {
+        sigset_t wishes;
+        sigemptyset(&wishes);
+        sigaddset(&wishes, wish);
+        const timespec limit = {30, 0};
+        _exit(sigtimedwait(&wishes, nullptr, &limit) == wish ? EXIT_SUCCESS : EXIT_FAILURE);
+    }
+    return daemon;
+}
+
+int status_of(pid_t process)
+{
+    int status = -1;
+    EXPECT_EQ(waitpid(process, &status, 0), process);
+    return status;
+}
+
+TEST_F(start_up, a_wish_to_end_that_comes_just_before_the_fork_reaches_the_daemon)
+{
+    for (int wish : {SIGTERM, SIGINT}) {
+        hold_ending_signals();
+        const pid_t daemon = daemon_that_waits_for(wish);
+        before_fork = [wish] { kill(getpid(), wish); };
+        EXPECT_EQ(start({}, daemon), 0);
+        EXPECT_EQ(status_of(daemon), 0);
+    }
+}
+
+TEST_F(start_up, a_wish_to_end_in_the_last_moment_of_the_first_process_reaches_the_daemon)
+{
+    for (int wish : {SIGTERM, SIGINT}) {
+        hold_ending_signals();
+        const pid_t daemon = daemon_that_waits_for(wish);
+        EXPECT_EQ(start({}, daemon), 0);
+        raise(wish);
+        EXPECT_EQ(status_of(daemon), 0);
+    }
 }
 
 TEST_F(start_up, the_first_process_ends_with_status_0_and_does_nothing_more)

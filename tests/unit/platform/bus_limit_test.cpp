@@ -136,6 +136,27 @@ TEST_F(bus_limit, ends_a_write_that_nobody_reads)
     ubus_free(context);
 }
 
+TEST_F(bus_limit, hangs_up_when_nobody_takes_a_reply)
+{
+    t_hanging_bus bus(true);
+    ubus_context *context = ubus_connect(BUS_SOCKET_PATH);
+    ASSERT_NE(context, nullptr);
+    while (send(context->sock.fd, GREETING, sizeof GREETING, MSG_DONTWAIT | MSG_NOSIGNAL) > 0)
+        ;
+    ASSERT_EQ(errno, EAGAIN);
+
+    ubus_object *object = wan_detect_bus_offer()->object;
+    const ubus_method &first = object->methods[0];
+    ubus_request_data request = {};
+    t_message message("{}");
+    EXPECT_EQ(first.handler(context, object, &request, first.name, message.buffer.head), 0);
+    EXPECT_GE(passed(), milliseconds(1000));
+    EXPECT_LT(passed(), TOO_LONG);
+    char byte;
+    EXPECT_EQ(recv(context->sock.fd, &byte, sizeof byte, MSG_DONTWAIT), 0) << "the connection is open";
+    ubus_free(context);
+}
+
 TEST_F(bus_limit, leaves_the_reason_of_an_earlier_failure_alone)
 {
     ubus_context context = {};

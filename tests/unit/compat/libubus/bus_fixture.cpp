@@ -211,18 +211,23 @@ const std::string &t_process::first_output()
     return output_;
 }
 
-t_daemon::t_daemon(const std::string &socket)
+bool wait_until_it_serves(const t_process &bus, const std::string &socket)
 {
-    process_.emplace("ubusd", std::vector<std::string>{"-s", socket});
     auto deadline = t_clock::now() + PATIENCE;
     while (t_clock::now() < deadline) {
         t_connection probe(socket);
-        if (probe.is_open() && peer_of(probe.fd()) == process_->pid()) {
-            return;
+        if (probe.is_open() && peer_of(probe.fd()) == bus.pid() && probe.receive()) {
+            return true;
         }
         usleep(1000);
     }
-    ADD_FAILURE() << "ubusd does not listen";
+    return false;
+}
+
+t_daemon::t_daemon(const std::string &socket)
+{
+    process_.emplace("ubusd", std::vector<std::string>{"-s", socket});
+    EXPECT_TRUE(wait_until_it_serves(*process_, socket));
 }
 
 t_daemon::~t_daemon()

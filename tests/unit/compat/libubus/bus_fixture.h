@@ -107,6 +107,9 @@ private:
     int fd_;
 };
 
+// Whether the process, and no other, greets who connects to this socket before PATIENCE is over.
+bool wait_until_it_serves(const t_process &bus, const std::string &socket);
+
 t_bytes frame_header(uint8_t type, uint16_t seq, uint32_t peer, uint32_t blob_word);
 
 class t_bus_test : public testing::Test {
