@@ -2,6 +2,7 @@
 #include "core/candidates.h"
 
 #include <cstring>
+#include <utility>
 
 #include "core/engine.h"
 #include "model/banned.h"
@@ -61,9 +62,14 @@ int drop_candidate(const t_device *dev)
 
 void adopt_parked_devices()
 {
-    t_spin_guard guard(engine_gate->locks.cache_lock);
-    if (engine.possible_wan_dev_list_cache.count != 0)
-        merge_two_list(&engine.possible_wan_dev_list, &engine.possible_wan_dev_list_cache);
+    t_device_list_head adopted = {};
+    {
+        t_spin_guard guard(engine_gate->locks.cache_lock);
+        std::swap(adopted, engine.possible_wan_dev_list_cache);
+    }
+    if (adopted.count == 0)
+        return;
+    merge_two_list(&engine.possible_wan_dev_list, &adopted); // tells of each, so without the lock
 }
 
 // Unlinks a candidate and returns the next one, so that the walk keeps its place.

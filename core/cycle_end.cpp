@@ -83,6 +83,7 @@ void uloop_wan_detect_end(uloop_timeout *)
     }
     if (!winner) {
         LOG(Warning, "Detect wan result is null! just keep the original wan\n");
+        update_wan_device(&port_model); // whoever moved the role since the cycle began keeps what he chose
         switch_wan_to_dev(port_model.wan_dev, 0);
     } else {
         make_wan(winner);

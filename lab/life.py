@@ -82,6 +82,7 @@ class Life:
         environment = self.environment(clock, fault, page)
 
         def neglect():
+            signal.signal(signal.SIGINT, signal.SIG_DFL)    # a shell's background job has it ignored
             signal.pthread_sigmask(signal.SIG_BLOCK, blocked)
             if page:
                 libc.personality(ADDR_NO_RANDOMIZE)

@@ -77,10 +77,22 @@ bool reconnect_within_limit()
     return limit.is_set() && ubus_reconnect(bus.context, BUS_SOCKET_PATH) == 0 && offer_is_back();
 }
 
+// After a failure the library may leave the number of a socket that it closed. It closes that number again the next
+// time, and by then another thread may have it.
+void forget_closed_socket()
+{
+    sockaddr_storage peer = {};
+    socklen_t size = sizeof peer;
+    int &fd = bus.context->sock.fd;
+    if (getpeername(fd, reinterpret_cast<sockaddr *>(&peer), &size) != 0 || peer.ss_family != AF_UNIX)
+        fd = -1;
+}
+
 void restore_connection()
 {
     if (!reconnect_within_limit() || !watch_bus()) {
         // The bus daemon must forget this attempt before the next one, or the name would still be in use.
+        forget_closed_socket();
         shutdown(bus.context->sock.fd, SHUT_RDWR);
         // However long it took, the loop has its time before the next one.
         uloop_timeout_set(&bus.retry_timer, BUS_RECONNECT_INTERVAL_MS);

@@ -19,6 +19,8 @@ constexpr int64_t FIRST_PAUSE_MS = 1; // between two looks at a child, doubled e
 constexpr int64_t LONGEST_PAUSE_MS = 20;
 constexpr size_t MOST_ABANDONED = 8;
 constexpr pid_t NO_CHILD = 0;
+constexpr int FIRST_OWN_FD = STDERR_FILENO + 1;
+[[maybe_unused]] constexpr int LAST_OWN_FD = 63; // beyond all that the daemon has at a time
 
 t_shared<uint32_t> ending_seen_ms = {0}; // on the clock below; 0 while nobody has seen it
 
@@ -82,6 +84,20 @@ struct t_spawn_setup {
     t_spawn_setup &operator=(const t_spawn_setup &) = delete;
 };
 
+// Not all that the libraries open is close-on-exec. A program that inherited a configuration file while another thread
+// had it locked would hold that lock, and wait for it itself.
+int close_what_another_thread_opened(posix_spawn_file_actions_t *actions)
+{
+#if defined(__GLIBC__) && __GLIBC_PREREQ(2, 34)
+    return posix_spawn_file_actions_addclosefrom_np(actions, FIRST_OWN_FD);
+#else
+    int error = 0;
+    for (int fd = FIRST_OWN_FD; error == 0 && fd <= LAST_OWN_FD; fd++)
+        error = posix_spawn_file_actions_addclose(actions, fd);
+    return error == EBADF ? 0 : error; // the process may not have that many
+#endif
+}
+
 // A limit of its own, which the end of the process does not shorten. True once the child has ended or is lost, and is
 // not collected.
 bool ends_within(pid_t child, int64_t milliseconds)
@@ -122,11 +138,11 @@ int start_shell(const char *command, int output, pid_t *child)
     posix_spawnattr_setsigdefault(&setup.attributes, &signals);
     posix_spawnattr_setpgroup(&setup.attributes, 0);
     posix_spawnattr_setflags(&setup.attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP);
-    if (output >= 0) {
-        int error = posix_spawn_file_actions_adddup2(&setup.actions, output, STDOUT_FILENO);
-        if (error != 0)
-            return error;
-    }
+    int error = output < 0 ? 0 : posix_spawn_file_actions_adddup2(&setup.actions, output, STDOUT_FILENO);
+    if (error == 0)
+        error = close_what_another_thread_opened(&setup.actions);
+    if (error != 0)
+        return error;
     char name[] = "sh";
     char option[] = "-c";
     char *arguments[] = {name, option, const_cast<char *>(command), nullptr};

@@ -31,6 +31,15 @@ void prepare_stream()
     setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
 }
 
+// Whatever stands at that path: a pipe that nobody reads, or a line without a carrier, does not hold the caller up.
+int open_for_writing(const char *path)
+{
+    const int fd = open(path, O_WRONLY | O_NOCTTY | O_CLOEXEC | O_NONBLOCK);
+    if (fd >= 0)
+        fcntl(fd, F_SETFL, O_WRONLY);
+    return fd;
+}
+
 // A daemon started with closed standard descriptors would get one of them for the log and then close it itself.
 int above_standard_descriptors(int fd)
 {
@@ -80,7 +89,7 @@ void log_open()
     prepare_stream();
     // The file is never created here: whoever wants the log there creates it first.
     const char *path = access(LOG_FILE, F_OK) == 0 ? LOG_FILE : CONSOLE;
-    console_fd = above_standard_descriptors(open(path, O_WRONLY | O_NOCTTY | O_CLOEXEC));
+    console_fd = above_standard_descriptors(open_for_writing(path));
     if (console_fd == -1)
         return;
     fflush(stdout);

@@ -72,9 +72,11 @@ void call(const t_bus_offer &offer, int handler, blob_attr *arguments)
         return;
     }
     const ubus_method &method = offer.object->methods[handler];
+    ubus_context context = {};
+    context.sock.fd = -1;
     ubus_request_data request = {};
     replies = 0;
-    REQUIRE(method.handler(nullptr, offer.object, &request, method.name, arguments) == 0 && replies == 1);
+    REQUIRE(method.handler(&context, offer.object, &request, method.name, arguments) == 0 && replies == 1);
     // The method "log" may have closed the log.
     log_close();
     log_set_level(LOG_LEVEL_Debug);

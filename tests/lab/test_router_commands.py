@@ -1,8 +1,11 @@
 # SPDX-License-Identifier: MIT
 """The router's own commands, each in a network namespace of its own where it looks at ports."""
 import json
+import os
 import shutil
+import signal
 import subprocess
+import time
 from pathlib import Path
 
 import pytest
@@ -77,3 +80,84 @@ def test_without_a_configuration_the_online_test_says_offline(tmp_path, shell):
     (tmp_path / "uci").chmod(0o755)
     done = subprocess.run([*shell, ROUTER / "online-test"], check=False, env={"PATH": f"{tmp_path}:/usr/bin:/bin"})
     assert done.returncode == 1
+
+
+CONFIGURATION = """#!/bin/sh
+# A configuration of three ports that takes its time to commit. $STATE/port has the WAN role.
+[ "$1" = -q ] && shift
+case $1:$2 in
+get:switch.wan.switch_port) cat "$STATE/pending" 2>/dev/null || cat "$STATE/port" ;;
+get:switch.port[1-3].ifname) name=${2#switch.port} && echo "eth$((${name%.ifname} - 1))" ;;
+set:switch.wan.switch_port=*) echo "${2#*=}" >"$STATE/pending" ;;
+revert:switch.wan.switch_port) rm -f "$STATE/pending" ;;
+commit:switch) [ -e "$STATE/slow" ] && touch "$STATE/committing" && sleep 0.5
+    mv "$STATE/pending" "$STATE/port" && touch "$STATE/committed"
+    [ -e "$STATE/slower" ] && sleep 5
+    true ;;
+show:switch) printf 'switch.port%d=switch_port\\n' 1 2 3 ;;
+*) exit 1 ;;
+esac
+"""
+REBUILD = """#!/bin/sh
+kill -TERM $$
+echo "rebuilt for $(uci -q get switch.wan.switch_port)" >>"$STATE/rebuilt"
+"""
+
+
+def program(path, text):
+    path.write_text(text, encoding="ascii")
+    path.chmod(0o755)
+
+
+def swap_told_to_end(tmp_path, shell, *slowness, when):
+    """Exit status of a swap to port3 that gets SIGTERM, with all that it started, as soon as a file is there."""
+    programs = tmp_path / "programs"
+    programs.mkdir()
+    program(programs / "uci", CONFIGURATION)
+    program(programs / "wanlan_port_reload", REBUILD)
+    (tmp_path / "port").write_text("port1\n", encoding="ascii")
+    for name in slowness:
+        (tmp_path / name).touch()
+    lines = ["mount --make-rprivate /", f"mount --bind {programs} /usr/sbin",
+             f"exec setsid {' '.join(shell)} {ROUTER / 'network_lanwan_swap'} set port3"]
+    swap = subprocess.Popen(["unshare", "--mount", "sh", "-ec", "\n".join(lines)], stderr=subprocess.DEVNULL,
+                            env={"PATH": f"{programs}:/usr/bin:/bin", "STATE": str(tmp_path)})
+    end = time.monotonic() + 30
+    while not (tmp_path / when).exists() and time.monotonic() < end:
+        time.sleep(0.005)
+    os.killpg(swap.pid, signal.SIGTERM)
+    return swap.wait(timeout=30)
+
+
+@pytest.mark.parametrize("shell", SHELLS)
+def test_a_swap_told_to_end_before_its_commit_changes_nothing(tmp_path, shell):
+    assert swap_told_to_end(tmp_path, shell, "slow", when="committing") == 1
+    assert (tmp_path / "port").read_text() == "port1\n"
+    assert not (tmp_path / "pending").exists()
+    assert not (tmp_path / "rebuilt").exists()
+
+
+@pytest.mark.parametrize("shell", SHELLS)
+def test_a_swap_told_to_end_behind_its_commit_moves_the_ports_all_the_same(tmp_path, shell):
+    assert swap_told_to_end(tmp_path, shell, "slower", when="committed") == 1
+    assert (tmp_path / "port").read_text() == "port3\n"
+    assert (tmp_path / "rebuilt").read_text() == "rebuilt for port3\n"
+
+
+@pytest.mark.parametrize("shell", SHELLS)
+def test_a_rebuild_of_the_ports_begun_by_a_swap_is_not_told_to_end(tmp_path, shell):
+    assert swap_told_to_end(tmp_path, shell, when="rebuilt") == 0
+    assert (tmp_path / "rebuilt").read_text() == "rebuilt for port3\n"
+
+
+def test_a_port_leaves_the_bridge_before_another_joins(tmp_path):
+    program(tmp_path / "uci", CONFIGURATION)
+    program(tmp_path / "ip", '#!/bin/sh\necho "$*"\nexec /usr/bin/ip "$@"\n')
+    (tmp_path / "port").write_text("port3\n", encoding="ascii")
+    lines = ["mount -t sysfs sysfs /sys", "/usr/bin/ip link add br-lan type bridge",
+             *(f"/usr/bin/ip link add eth{number} type veth peer name far{number}" for number in range(3)),
+             "/usr/bin/ip link set eth1 master br-lan", "/usr/bin/ip link set eth2 master br-lan",
+             f"sh {ROUTER / 'wanlan_port_reload'}", "ls /sys/class/net/br-lan/brif"]
+    done = subprocess.run(["unshare", "--mount", "--net", "sh", "-ec", "\n".join(lines)], capture_output=True,
+                          text=True, check=True, env={"PATH": f"{tmp_path}:/usr/bin:/bin", "STATE": str(tmp_path)})
+    assert done.stdout.splitlines() == ["link set eth2 nomaster", "link set eth0 master br-lan", "eth0", "eth1"]

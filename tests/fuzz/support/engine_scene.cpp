@@ -354,8 +354,10 @@ void t_engine_scene::call(int handler, t_octets arguments, bool is_json)
         return;
     }
     const ubus_method &method = offer->object->methods[handler];
+    ubus_context context = {};
+    context.sock.fd = -1;
     ubus_request_data request = {};
-    REQUIRE(method.handler(nullptr, offer->object, &request, method.name, message.attribute()) == 0);
+    REQUIRE(method.handler(&context, offer->object, &request, method.name, message.attribute()) == 0);
     // The method "log" may have closed the log.
     log_close();
     log_set_level(LOG_LEVEL_Debug);

@@ -38,6 +38,14 @@ TEST_F(cycle_end, no_result_writes_no_file_and_keeps_the_wan_port_and_the_fake_w
     EXPECT_TRUE(log->has("Info", "uloop_wan_detect_end", "Wan Detection over!"));
 }
 
+TEST_F(cycle_end, no_result_leaves_the_role_to_a_port_that_somebody_else_gave_it_meanwhile)
+{
+    write_switch_config(5, 3);
+    end_with(nullptr);
+    EXPECT_TRUE(fake_router.commands.empty());
+    EXPECT_EQ(port_model.wan_dev, dev("eth3"));
+}
+
 TEST_F(cycle_end, the_winner_becomes_the_wan_port_and_a_new_cycle_follows_in_21_s)
 {
     end_with(dev("eth2"));

@@ -4,6 +4,7 @@
 #include <csignal>
 #include <filesystem>
 #include <memory>
+#include <utility>
 
 #include <fcntl.h>
 #include <sys/socket.h>
@@ -19,6 +20,7 @@ namespace {
 
 volatile sig_atomic_t terminations;
 bool raise_fails;
+int number_left_behind = -1; // by a failed reconnect, once
 
 } // namespace
 
@@ -27,6 +29,20 @@ extern "C" int raise(int signal) noexcept
     if (raise_fails)
         return -1;
     return pthread_kill(pthread_self(), signal);
+}
+
+extern "C" {
+int __real_ubus_reconnect(ubus_context *context, const char *path);
+int __wrap_ubus_reconnect(ubus_context *context, const char *path);
+
+int __wrap_ubus_reconnect(ubus_context *context, const char *path)
+{
+    if (number_left_behind < 0)
+        return __real_ubus_reconnect(context, path);
+    close(context->sock.fd);
+    context->sock.fd = std::exchange(number_left_behind, -1);
+    return UBUS_STATUS_CONNECTION_FAILED;
+}
 }
 
 namespace {
@@ -251,6 +267,20 @@ TEST_F(lost_bus, comes_back_when_the_restart_is_faster_than_the_loop)
     EXPECT_TRUE(loop_until(is_connected, BACK_WITHIN_MS));
     EXPECT_TRUE(object_answers());
     EXPECT_TRUE(event_arrives(eth0));
+}
+
+TEST_F(lost_bus, comes_back_without_a_hand_on_descriptors_of_others)
+{
+    bus.kill();
+    ASSERT_TRUE(lost_is_noticed());
+    int others[2];
+    ASSERT_EQ(pipe(others), 0);
+    number_left_behind = others[0];
+    bus.start();
+    EXPECT_TRUE(loop_until([] { return is_connected() && number_left_behind == -1; }, 2 * BACK_WITHIN_MS));
+    EXPECT_TRUE(object_answers());
+    for (int fd : others)
+        EXPECT_EQ(close(fd), 0) << "somebody else closed it";
 }
 
 TEST_F(lost_bus, comes_back_after_a_long_absence)

@@ -157,6 +157,19 @@ TEST(capture_command, leaves_no_descriptor_and_no_child_behind)
     EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
 }
 
+TEST(capture_command, hands_no_descriptor_on_but_the_standard_ones)
+{
+    constexpr int OTHER_THREADS_FILE = 41;
+    ASSERT_EQ(dup2(STDIN_FILENO, OTHER_THREADS_FILE), OTHER_THREADS_FILE);
+    char output[64];
+    EXPECT_EQ(capture_command(output, "for fd in 0 1 2 41; do [ -e /proc/self/fd/$fd ] && printf '%d ' $fd; done",
+                              sizeof output),
+              0);
+    EXPECT_STREQ(output, "0 1 2 ");
+    EXPECT_EQ(run_command("[ ! -e /proc/self/fd/41 ]"), 0);
+    close(OTHER_THREADS_FILE);
+}
+
 TEST(capture_command, that_cannot_be_started_says_so_whatever_the_log_level)
 {
     t_log_capture log(0);

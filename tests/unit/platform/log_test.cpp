@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <sys/mount.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/sysinfo.h>
 #include <unistd.h>
@@ -316,6 +317,24 @@ TEST_F(log_destination, stays_as_it_is_when_neither_file_nor_console_can_be_open
     EXPECT_EQ(open_descriptors(), descriptors);
     EXPECT_FALSE(file_exists(LOG_FILE));
     EXPECT_TRUE(capture.has_body("where it went before"));
+}
+
+TEST_F(log_destination, that_is_a_pipe_nobody_reads_holds_nobody_up)
+{
+    ASSERT_EQ(mkfifo(LOG_FILE.c_str(), 0666), 0);
+    size_t descriptors = open_descriptors();
+    log_open();
+    LOG(Error, "where it went before\n");
+    EXPECT_EQ(open_descriptors(), descriptors);
+    EXPECT_TRUE(capture.has_body("where it went before"));
+}
+
+TEST_F(log_destination, that_is_full_for_a_moment_loses_no_line)
+{
+    write_file(LOG_FILE, "");
+    log_open();
+    for (int fd = 0; fd < 3; fd++)
+        EXPECT_EQ(fcntl(fd, F_GETFL) & O_NONBLOCK, 0);
 }
 
 TEST_F(log_destination, closing_gives_the_descriptors_back_and_silences_the_log)
