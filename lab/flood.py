@@ -62,12 +62,11 @@ class Watch(threading.Thread):
         self.ended = threading.Event()
         self.seconds = self.cpu_s = 0.0
         self.taken = self.lost = 0    # frames that passed the filters of its sockets; those of them that found a full queue
-        self.rss_before = self.rss_after = self.rss_peak = 0    # kB
+        self.rss_after = self.rss_peak = 0    # kB
         self.rates = {}
         self.calls, self.refused = [], []
 
     def __enter__(self):
-        self.rss_before = resident_kb(self.pid)
         self.seconds, self.cpu_s = -time.monotonic(), -cpu_seconds(self.pid)
         self.start()
         return self
@@ -112,7 +111,7 @@ class Watch(threading.Thread):
 
     def told(self):
         return {"seconds": round(self.seconds, 2), "cpu_percent": round(100 * self.cpu_s / self.seconds, 1),
-                "taken": self.taken, "lost": self.lost, "rates": self.rates, "rss_before": self.rss_before,
+                "taken": self.taken, "lost": self.lost, "rates": self.rates,
                 "rss_peak": self.rss_peak, "rss_after": self.rss_after, "descriptors": descriptors(self.pid),
                 "calls": len(self.calls), "refused": self.refused, "call_median_ms": milliseconds(statistics.median(self.calls)),
                 "call_max_ms": milliseconds(max(self.calls))}

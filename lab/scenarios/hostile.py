@@ -18,7 +18,7 @@ ALL_PORTS = ("eth0", "eth1", "eth2", "eth3", "eth4")
 FULL_RATE = 100_000
 # What the daemon may cost in a flood; times are real.
 MOST_CPU_PERCENT = 25
-MOST_GROWTH_KB = 256
+MOST_GROWTH_KB = 512    # over what it holds once it has probed in silence
 LONGEST_CALL_S = 1.0
 BUSY_MACHINE_S = 5.0
 REACHED_SHARE = 0.95
@@ -95,7 +95,7 @@ class Flooded(Scenario):
         stage.check(f"{where}: the flood was one", least >= wanted, f"{least} frames/s")
         stage.check(f"{where}: it takes at most {MOST_CPU_PERCENT} % of a processor",
                     phase["cpu_percent"] <= MOST_CPU_PERCENT, f"{phase['cpu_percent']} %")
-        growth = phase["rss_after"] - phase["rss_before"]
+        growth = phase["rss_after"] - stage.facts["phases"][0]["rss_after"]
         stage.check(f"{where}: its memory does not grow", growth <= MOST_GROWTH_KB, f"by {growth} kB")
         limit = (LONGEST_CALL_S if self.one_by_one else BUSY_MACHINE_S) + stage.router.clock.real(self.longest_block_s)
         stage.check(f"{where}: every call is answered within {limit:.1f} s",
