@@ -67,8 +67,6 @@ void adopt_parked_devices()
         t_spin_guard guard(engine_gate->locks.cache_lock);
         std::swap(adopted, engine.possible_wan_dev_list_cache);
     }
-    if (adopted.count == 0)
-        return;
     merge_two_list(&engine.possible_wan_dev_list, &adopted); // tells of each, so without the lock
 }
 

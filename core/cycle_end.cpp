@@ -14,6 +14,7 @@
 #include "platform/adapters/wan_switch.h"
 #include "platform/files.h"
 #include "platform/log.h"
+#include "platform/result_codes.h"
 
 // The fake WAN port gives way before another port takes over, but only after it has become the real one itself.
 static void make_wan(t_device *winner)
@@ -83,8 +84,9 @@ void uloop_wan_detect_end(uloop_timeout *)
     }
     if (!winner) {
         LOG(Warning, "Detect wan result is null! just keep the original wan\n");
-        update_wan_device(&port_model); // whoever moved the role since the cycle began keeps what he chose
-        switch_wan_to_dev(port_model.wan_dev, 0);
+        // Whoever moved the role since the cycle began keeps what he chose, even a port that is none of ours.
+        if (update_wan_device(&port_model) != ERR_NOTHING_DONE)
+            switch_wan_to_dev(port_model.wan_dev, 0);
     } else {
         make_wan(winner);
     }

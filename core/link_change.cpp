@@ -16,18 +16,25 @@ static const char *link_word(bool up)
     return up ? "up" : "down";
 }
 
-// Adds the port to the parked ones and tells how many there are then. ERR_NOTHING_DONE when the cycle is over: its end
+// Adds the port to the parked ones and gives their number. ERR_NOTHING_DONE when the cycle is over: its end
 // empties the list under the same lock, so nothing is left behind for the next cycle.
-static int park_device(t_device *dev, int *parked)
+static int park_silently(t_device *dev, int *parked)
 {
     t_spin_guard guard(engine_gate->locks.cache_lock);
     if (!engine.detecting)
         return ERR_NOTHING_DONE;
     t_device_list_head &cache = engine.possible_wan_dev_list_cache;
-    int added = add_unique_device_inorder_to_list(&cache.head, dev);
+    int added = link_unique_device_inorder(&cache.head, dev);
     if (added == OK)
         *parked = ++cache.count;
     return added;
+}
+
+static int park_device(t_device *dev, int *parked)
+{
+    int result = park_silently(dev, parked);
+    add_unique_device_inorder_to_list(dev, result);
+    return result;
 }
 
 void delay_trigger_thread(t_device *dev, uint32_t settle_ms)

@@ -3,6 +3,7 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <initializer_list>
 #include <pthread.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -54,11 +55,13 @@ void pass_on_ending_signals(pid_t daemon)
     daemon_process = daemon;
     struct sigaction on_end = {};
     on_end.sa_handler = pass_on;
-    sigaction(SIGTERM, &on_end, nullptr);
-    sigaction(SIGINT, &on_end, nullptr);
-
-    const sigset_t ends = ending_signals();
-    pthread_sigmask(SIG_UNBLOCK, &ends, nullptr);
+    sigset_t passed_on;
+    sigemptyset(&passed_on);
+    for (int signal_number : {SIGTERM, SIGINT}) {
+        sigaction(signal_number, &on_end, nullptr);
+        sigaddset(&passed_on, signal_number);
+    }
+    pthread_sigmask(SIG_UNBLOCK, &passed_on, nullptr);
 }
 
 void install_signal_handlers()

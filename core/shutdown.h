@@ -19,7 +19,7 @@ extern t_worker link_worker;
 // no moment at which it would die of one.
 void hold_ending_signals();
 
-// In the first process, after the fork: signals that end the process, those held among them, go on to the daemon.
+// In the first process, after the fork: SIGTERM and SIGINT go on to the daemon, those that were held among them.
 // Whoever ends the first process in its last moment means the daemon.
 void pass_on_ending_signals(pid_t daemon);
 

@@ -7,14 +7,13 @@
 #include "platform/log.h"
 #include "platform/result_codes.h"
 
-int add_unique_device_inorder_to_list(t_device_list *head, t_device *device)
+int link_unique_device_inorder(t_device_list *head, t_device *device)
 {
     if (!head || !device)
         return ERR_INVALID_INPUT;
     t_device_list *place = head;
     for (;; place = place->next) {
         if (place->dev == device) {
-            LOG(Info, "dev:%s already in list, Reset its retry count!\n", device->name);
             place->retry_count = 0;
             return ERR_ALREADY_PRESENT;
         }
@@ -22,11 +21,22 @@ int add_unique_device_inorder_to_list(t_device_list *head, t_device *device)
         if (!next || (next->dev && next->dev->priority > device->priority))
             break;
     }
-    if (!insert_list_node(place, device)) {
+    return insert_list_node(place, device) ? OK : ERR_NO_MEMORY;
+}
+
+void add_unique_device_inorder_to_list(const t_device *device, int result)
+{
+    if (result == ERR_ALREADY_PRESENT)
+        LOG(Info, "dev:%s already in list, Reset its retry count!\n", device->name);
+    else if (result == ERR_NO_MEMORY)
         LOG(Error, "malloc new t_device_list for dev:%s failed!\n", device->name);
-        return ERR_NO_MEMORY;
-    }
-    return OK;
+}
+
+int add_unique_device_inorder_to_list(t_device_list *head, t_device *device)
+{
+    const int result = link_unique_device_inorder(head, device);
+    add_unique_device_inorder_to_list(device, result);
+    return result;
 }
 
 int remove_unique_device_from_list(t_device_list *head, const t_device *device)

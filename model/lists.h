@@ -9,6 +9,11 @@
 // 0 inserted; ERR_ALREADY_PRESENT (its retry count is reset); ERR_NO_MEMORY; ERR_INVALID_INPUT for a null argument.
 int add_unique_device_inorder_to_list(t_device_list *head, t_device *device);
 
+// The same without a word, for whoever holds a spin lock: nobody should spin while a console is written. The second one
+// writes, once the lock is free, what there is to say of such a result.
+int link_unique_device_inorder(t_device_list *head, t_device *device);
+void add_unique_device_inorder_to_list(const t_device *device, int result);
+
 // 0 removed; ERR_NOTHING_DONE when it is no member; ERR_INVALID_INPUT for a null argument.
 int remove_unique_device_from_list(t_device_list *head, const t_device *device);
 

@@ -12,6 +12,13 @@
 #include "platform/command.h"
 #include "platform/guards.h"
 
+// Not every C library has one call for it.
+#ifdef __GLIBC__
+#if __GLIBC_PREREQ(2, 34)
+#define CLOSES_FROM
+#endif
+#endif
+
 namespace {
 
 constexpr const char *SHELL = "/bin/sh";
@@ -20,7 +27,9 @@ constexpr int64_t LONGEST_PAUSE_MS = 20;
 constexpr size_t MOST_ABANDONED = 8;
 constexpr pid_t NO_CHILD = 0;
 constexpr int FIRST_OWN_FD = STDERR_FILENO + 1;
-[[maybe_unused]] constexpr int LAST_OWN_FD = 63; // beyond all that the daemon has at a time
+#ifndef CLOSES_FROM
+constexpr int LAST_OWN_FD = 63; // beyond all that the daemon has at a time
+#endif
 
 t_shared<uint32_t> ending_seen_ms = {0}; // on the clock below; 0 while nobody has seen it
 
@@ -88,7 +97,7 @@ struct t_spawn_setup {
 // had it locked would hold that lock, and wait for it itself.
 int close_what_another_thread_opened(posix_spawn_file_actions_t *actions)
 {
-#if defined(__GLIBC__) && __GLIBC_PREREQ(2, 34)
+#ifdef CLOSES_FROM
     return posix_spawn_file_actions_addclosefrom_np(actions, FIRST_OWN_FD);
 #else
     int error = 0;

@@ -51,12 +51,12 @@ constexpr blobmsg_policy BAN_POLICY[BAN_FIELDS] = {{"name", BLOBMSG_TYPE_STRING}
 
 blob_buf reply_buffer;
 
-// The library writes without a limit. A socket that can be written has room for a reply and for the library's status
-// after it; a bus daemon that makes none is given up, and the connection with it.
+// The library writes without a limit. A socket that can be written has room for a method's reply and for the library's
+// status after it; a bus daemon that makes none is given up, and the connection with it.
 void hang_up_on_deaf_bus(const ubus_context *context)
 {
     pollfd room = {context->sock.fd, POLLOUT, 0};
-    if (room.fd >= 0 && poll(&room, 1, REPLY_LIMIT_MS) == 0)
+    if (room.fd >= 0 && poll(&room, 1, REPLY_LIMIT_MS) <= 0)
         shutdown(room.fd, SHUT_RDWR);
 }
 

@@ -37,7 +37,7 @@ def test_lan_hosts_gateway_and_name_server_are_found_in_a_flood(seen, kind):
     assert_right(phase_of(seen, kind))
 
 
-@pytest.mark.parametrize("limit", ["what is there is found", "its memory does not grow", "% of a processor", "every call is answered",
+@pytest.mark.parametrize("limit", ["what is there is found", "its memory grows by at most", "% of a processor", "every call is answered",
                                    "as many descriptors"])
 @pytest.mark.parametrize("flooded", [pytest.param(0, marks=probes), pytest.param(1, marks=cycles)], ids=["probes", "cycles"])
 def test_the_limits_hold_in_every_flood(seen, flooded, limit):

@@ -44,6 +44,9 @@ TEST_F(cycle_end, no_result_leaves_the_role_to_a_port_that_somebody_else_gave_it
     end_with(nullptr);
     EXPECT_TRUE(fake_router.commands.empty());
     EXPECT_EQ(port_model.wan_dev, dev("eth3"));
+    write_switch_config(6, 5);
+    end_with(nullptr);
+    EXPECT_TRUE(fake_router.commands.empty());
 }
 
 TEST_F(cycle_end, the_winner_becomes_the_wan_port_and_a_new_cycle_follows_in_21_s)

@@ -329,12 +329,14 @@ TEST_F(log_destination, that_is_a_pipe_nobody_reads_holds_nobody_up)
     EXPECT_TRUE(capture.has_body("where it went before"));
 }
 
-TEST_F(log_destination, that_is_full_for_a_moment_loses_no_line)
+TEST_F(log_destination, is_written_to_with_patience_once_it_is_open)
 {
     write_file(LOG_FILE, "");
     log_open();
-    for (int fd = 0; fd < 3; fd++)
+    for (int fd = 0; fd < 3; fd++) {
+        EXPECT_EQ(behind(fd), behind(LOG_FILE));
         EXPECT_EQ(fcntl(fd, F_GETFL) & O_NONBLOCK, 0);
+    }
 }
 
 TEST_F(log_destination, closing_gives_the_descriptors_back_and_silences_the_log)

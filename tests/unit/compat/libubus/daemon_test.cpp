@@ -80,8 +80,10 @@ TEST_F(daemon_options, a_signal_that_comes_before_it_serves_ends_it_cleanly)
 {
     std::string socket = folder_.path("bus");
     t_process process("ubusd", {"-s", socket});
-    while (access(socket.c_str(), F_OK) != 0) {
+    const auto deadline = std::chrono::steady_clock::now() + PATIENCE;
+    while (access(socket.c_str(), F_OK) != 0 && std::chrono::steady_clock::now() < deadline) {
     }
+    ASSERT_EQ(access(socket.c_str(), F_OK), 0);
     process.signal(SIGTERM);
     EXPECT_EQ(process.wait(), 0);
     EXPECT_NE(access(socket.c_str(), F_OK), 0);
