@@ -8,6 +8,7 @@ from pathlib import Path
 from lab import config, sanitizers
 from lab.daemon import PROGRAM
 from lab.life import Life, adopt_orphans, holds_signals_back, wait_until
+from lab.mishaps import replace_file
 from lab.scenarios.base import Scenario
 from lab.upstream import DhcpServer, Silent
 
@@ -19,20 +20,21 @@ SWAP = Path("/usr/sbin/network_lanwan_swap")
 RELOAD = Path("/sbin/wanlan_port_reload")
 HANGING = "#!/bin/sh\nexec sleep 600\n"
 DEBUG = ("-d", "7")
+EXECUTABLE = 0o755
 
 
 class replaced:
-    """A command of the router with another text, for the body."""
+    """A command of the router with another text, for the body. Nobody can write a script that is just being started."""
 
     def __init__(self, path, text):
         self.path, self.text, self.kept = path, text, None
 
     def __enter__(self):
         self.kept = self.path.read_text()
-        self.path.write_text(self.text)
+        replace_file(self.path, self.text, EXECUTABLE)
 
     def __exit__(self, *_):
-        self.path.write_text(self.kept)
+        replace_file(self.path, self.kept, EXECUTABLE)
 
 
 class LifeScenario(Scenario):
