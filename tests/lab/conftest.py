@@ -26,7 +26,7 @@ SHOWN_LOG_LINES = 200
 def pytest_addoption(parser):
     parser.addoption("--build", default=str(ROOT / "build" / "release"), help="build folder with the programs")
     parser.addoption("--speed", type=float, default=DEFAULT_SPEED, help="how many times faster than real")
-    parser.addoption("--labs", type=int, default=2, help="how many labs may play at the same time")
+    parser.addoption("--labs", type=int, default=3, help="how many labs may play at the same time")
 
 
 class Seen:
