@@ -52,6 +52,19 @@ int above_standard_descriptors(int fd)
 
 } // namespace
 
+void log_say(const char *level_word, const char *function, int line, const char *format, ...)
+{
+    prepare_stream();
+    const long uptime = log_uptime();
+    va_list arguments;
+    va_start(arguments, format);
+    flockfile(stdout);
+    printf("[wan_detect][%s][%ld][%s:%d]: ", level_word, uptime, function, line);
+    vprintf(format, arguments);
+    funlockfile(stdout);
+    va_end(arguments);
+}
+
 void log_print(int level, const char *format, ...)
 {
     if (log_level < level)

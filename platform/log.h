@@ -16,12 +16,12 @@ enum t_log_level : int {
 };
 
 // LOG(Error, "body\n", args...) writes "[wan_detect][Error][uptime][function:line]: body" when the level lets it
-// through.
-#define LOG(level, format, ...)                                                                                   \
-    do {                                                                                                          \
-        if (log_get_level() >= LOG_LEVEL_##level)                                                                 \
-            log_print(LOG_LEVEL_##level, "[wan_detect][" #level "][%ld][%s:%d]: " format, log_uptime(), __func__, \
-                      __LINE__, ##__VA_ARGS__);                                                                   \
+// through. LOG_AS(name, ...) speaks in the name of the step that a function is a part of.
+#define LOG(level, format, ...) LOG_AS(__func__, level, format, ##__VA_ARGS__)
+#define LOG_AS(function, level, format, ...)                            \
+    do {                                                                \
+        if (log_get_level() >= LOG_LEVEL_##level)                       \
+            log_say(#level, function, __LINE__, format, ##__VA_ARGS__); \
     } while (0)
 
 // First statement of the functions that announce themselves.
@@ -37,6 +37,10 @@ inline void log_set_level(int level)
 {
     log_level = level;
 }
+
+// Writes one line with its prefix to standard output, whatever the level; no line of another thread comes between.
+void log_say(const char *level_word, const char *function, int line, const char *format, ...)
+    __attribute__((format(printf, 4, 5)));
 
 // Writes to standard output when the current level is at or above `level`; adds nothing to the text.
 void log_print(int level, const char *format, ...) __attribute__((format(printf, 2, 3)));
