@@ -7,26 +7,26 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
-#include "core/engine.h"
-#include "core/link_change.h"
-#include "model/port_model.h"
+extern "C" {
+#include <libubox/uloop.h>
+}
+
 #include "platform/clock.h"
 #include "platform/command.h"
 #include "platform/shared.h"
 
 constexpr size_t LARGEST_STACK = size_t{256} * 1024; // the C library's default may be megabytes for each flapping port
-constexpr int NO_REQUEST = -1;
 constexpr int NOT_STOPPING = -1;
 
 static t_shared<int> stop_reason = {NOT_STOPPING}; // signal number, or 0 for an end without one
-static t_shared<int> requested_delay_ms = {NO_REQUEST};
-static t_shared<int> threads_at_work = {0}; // started, and not yet counted as gone
+static t_shared<int> threads_at_work = {0};        // started, and not yet counted as gone
 static pthread_t loop_thread;
 static int stop_fd = -1;  // readable for good once the end is asked for
 static int leave_fd = -1; // counts the threads that left since somebody looked last
 static int wake_fd = -1;  // readable when there is a wish for the loop
 static uloop_fd stop_watcher;
 static uloop_fd wake_watcher;
+static void (*serve_others)();
 
 static void wake(int fd)
 {
@@ -40,19 +40,12 @@ static void end_loop(uloop_fd *, unsigned int)
     uloop_end();
 }
 
-// A cycle may have ended between the request and now.
-static void serve_request(uloop_fd *watcher, unsigned int)
+static void serve_wake(uloop_fd *watcher, unsigned int)
 {
     uint64_t wakes;
     ssize_t got = read(watcher->fd, &wakes, sizeof wakes);
     static_cast<void>(got); // nothing there means that somebody else was served already
-    int delay_ms = __atomic_exchange_n(&requested_delay_ms.value, NO_REQUEST, __ATOMIC_ACQ_REL);
-    if (delay_ms == NO_REQUEST)
-        return;
-    if (engine.detecting || port_model.wan_detect_running)
-        uloop_timeout_set(&engine.start_wan_detect, delay_ms);
-    else
-        reopen_after_wan_loss();
+    serve_others();
 }
 
 bool init_background()
@@ -64,12 +57,13 @@ bool init_background()
     return stop_fd >= 0 && wake_fd >= 0 && leave_fd >= 0;
 }
 
-bool attach_background_to_loop()
+bool attach_background_to_loop(void (*serve)())
 {
+    serve_others = serve;
     stop_watcher.fd = stop_fd;
     stop_watcher.cb = end_loop;
     wake_watcher.fd = wake_fd;
-    wake_watcher.cb = serve_request;
+    wake_watcher.cb = serve_wake;
     return uloop_fd_add(&stop_watcher, ULOOP_READ) == 0 && uloop_fd_add(&wake_watcher, ULOOP_READ) == 0;
 }
 
@@ -210,21 +204,14 @@ void release_background()
     threads_at_work = 0;
     stop_reason = NOT_STOPPING;
     process_is_ending = false;
-    requested_delay_ms = NO_REQUEST;
 }
 
-void request_start_wan_detect(int delay_ms)
+bool on_loop_thread()
 {
-    if (pthread_equal(pthread_self(), loop_thread)) {
-        forget_requested_start();
-        uloop_timeout_set(&engine.start_wan_detect, delay_ms);
-        return;
-    }
-    requested_delay_ms = delay_ms;
+    return pthread_equal(pthread_self(), loop_thread) != 0;
+}
+
+void wake_loop()
+{
     wake(wake_fd);
-}
-
-void forget_requested_start()
-{
-    requested_delay_ms = NO_REQUEST;
 }

@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: MIT
-// The background threads' side of life: how they start, sleep, reach the loop and are stopped.
+// The background threads' side of life: how they start, sleep, wake the loop and are stopped.
 //
-// A background thread never touches the loop's timers. It leaves its wish in one slot, the last one winning, and wakes
-// the loop through a descriptor. Stopping is asked for through a second descriptor that every sleep watches, so that
-// each thread reaches a point where it touches nothing shared before the shared things go away.
+// Stopping is asked for through a descriptor that every sleep watches, so that each thread reaches a point where it
+// touches nothing shared before the shared things go away.
 #pragma once
 
 #include <csignal>
@@ -18,8 +17,9 @@ using t_thread_body = void *(*)(void *);
 // Opens the descriptors. Main thread, before anything that can stop. False when the kernel refuses.
 bool init_background();
 
-// Lets the loop watch the descriptors; after uloop_init. False when the kernel refuses.
-bool attach_background_to_loop();
+// Lets the loop watch the descriptors and run `serve` whenever it was woken; after uloop_init. False when the kernel
+// refuses.
+bool attach_background_to_loop(void (*serve)());
 
 // Takes them out of the loop again; before uloop_done.
 void detach_background_from_loop();
@@ -51,12 +51,11 @@ void leave_background();
 // Waits until no background thread is at work. False when one still is after BACKGROUND_STOP_LIMIT_MS. Main thread.
 bool stop_background_threads();
 
-// Closes the descriptors and forgets every wish, when every thread is gone.
+// Closes the descriptors, when every thread is gone.
 void release_background();
 
-// Arms uloop_start_wan_detect after `delay_ms`: directly on the loop thread, by the slot on any other. The last one
-// wins.
-void request_start_wan_detect(int delay_ms);
+// True on the thread that called init_background.
+bool on_loop_thread();
 
-// A pass that begins looks at all links itself: a wish still in the slot has been answered. Loop thread.
-void forget_requested_start();
+// Lets the loop serve what other threads left for it. Any thread.
+void wake_loop();

@@ -2,6 +2,7 @@
 #include "core/combo_switch.h"
 
 #include "core/background.h"
+#include "core/wishes.h"
 #include "model/current_wan.h"
 #include "model/gate.h"
 #include "model/port_model.h"
@@ -12,6 +13,8 @@
 #include "platform/log.h"
 #include "platform/result_codes.h"
 #include "platform/uci_access.h"
+
+constexpr const char *PASS = "wan_combo_auto_switch"; // its parts speak in its name
 
 // The side that a combo port ought to use; the one in use when neither has a link.
 static uint8_t wanted_side(const t_device *dev, bool sfp_first)
@@ -26,8 +29,29 @@ static uint8_t wanted_side(const t_device *dev, bool sfp_first)
 static void keep_on_wanted_side(t_device *dev, bool sfp_first)
 {
     update_combo_device_status(dev);
-    if (wanted_side(dev, sfp_first) != dev->sub_port)
+    // The command makes the port the WAN port as well, and whoever moved the role meanwhile would lose it again.
+    if (wanted_side(dev, sfp_first) != dev->sub_port && !wan_role_is_elsewhere(dev))
         toggle_combo_state(dev);
+}
+
+static void look_at_wan_port(bool sfp_first)
+{
+    char name[NAME_SIZE];
+    if (get_wan_device_name(name, sizeof name) != OK) {
+        LOG_AS(PASS, Error, "get_wan_device_name failed!\n");
+        return;
+    }
+    t_device *dev = find_device(port_model.dev_hashmap_head, name);
+    if (!dev) {
+        LOG_AS(PASS, Error, "Can't find the device:%s in hash list!\n", name);
+        return;
+    }
+    if (dev != port_model.wan_dev)
+        request_role_look();
+    if (dev->is_combo)
+        keep_on_wanted_side(dev, sfp_first);
+    else
+        LOG_AS(PASS, Debug, "Device %s is not combo device, ignore auto combo state change!\n", name);
 }
 
 uint32_t wan_combo_auto_switch(t_combo_state *state)
@@ -46,18 +70,8 @@ uint32_t wan_combo_auto_switch(t_combo_state *state)
                 preference);
         dump_all_device(port_model.dev_hashmap_head);
     }
-    if (active && state->pass % DECISION_EVERY_PASSES == 0) {
-        char name[NAME_SIZE];
-        t_device *dev = nullptr;
-        if (get_wan_device_name(name, sizeof name) != OK)
-            LOG(Error, "get_wan_device_name failed!\n");
-        else if (!(dev = find_device(port_model.dev_hashmap_head, name)))
-            LOG(Error, "Can't find the device:%s in hash list!\n", name);
-        else if (!dev->is_combo)
-            LOG(Debug, "Device %s is not combo device, ignore auto combo state change!\n", name);
-        else
-            keep_on_wanted_side(dev, state->sfp_first);
-    }
+    if (active && state->pass % DECISION_EVERY_PASSES == 0)
+        look_at_wan_port(state->sfp_first);
     state->pass = (state->pass + 1) % PASS_WRAP;
 
     t_mutex_guard guard(engine_gate->locks.combo_block_lock);

@@ -31,6 +31,8 @@ static uint32_t target_address()
 void uloop_wan_detect_using_arp(uloop_timeout *)
 {
     LOG_ENTER();
+    if (end_if_switched_off(__func__))
+        return;
     t_device_list_head &list = engine.possible_wan_dev_list;
     const t_ipv4_text target(target_address());
     const char *type = protocol_name(port_model.wan_proto);
@@ -91,6 +93,8 @@ static t_dns_entry &fill_dns_entry(t_dns_entry &entry, t_device *dev)
 void uloop_wan_detect_using_dns(uloop_timeout *)
 {
     LOG_ENTER();
+    if (end_if_switched_off(__func__))
+        return;
     bool is_static = connection_is("static");
     if (!is_static && !connection_is("dhcp")) {
         LOG(Error, "DNS lookup only support static/dhcp\n");

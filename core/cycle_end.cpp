@@ -5,6 +5,8 @@
 #include "core/cycle_start.h"
 #include "core/engine.h"
 #include "core/link_change.h"
+#include "core/look_again.h"
+#include "core/wan_role.h"
 #include "model/banned.h"
 #include "model/current_wan.h"
 #include "model/fake_wan.h"
@@ -15,6 +17,8 @@
 #include "platform/files.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
+
+constexpr const char *END = "uloop_wan_detect_end"; // its parts speak in its name
 
 // The fake WAN port gives way before another port takes over, but only after it has become the real one itself.
 static void make_wan(t_device *winner)
@@ -36,6 +40,7 @@ static void clear_cycle_flags()
         port_model.proto_detect_running = 0;
     engine.restart_requested = 0;
     engine.detecting = 0;
+    engine.stage_was_cut = false;
 }
 
 static void clear_parked_devices()
@@ -65,31 +70,76 @@ void clear_dev_volatile_attribute()
     }
 }
 
+static void send_cycle_back()
+{
+    engine.result_dev = nullptr;
+    uloop_timeout_set(&engine.start_wan_detect, CYCLE_POLL_MS);
+}
+
+// True when the verdict was sent back to the candidates: its port may not be WAN any more, or the role it was to take
+// was given to another port meanwhile.
+static bool verdict_is_void()
+{
+    t_device *winner = engine.result_dev;
+    if (!winner)
+        return false;
+    if (is_banned_device(&port_model.banned_list, winner)) {
+        LOG_AS(END, Notice,
+               "About to change %s as wan, however it's banned after detection and before switch wan. So treat the "
+               "detecion as failure! If more than one server is plugged in the same time, it's very likely that "
+               "another server is missed!!\n",
+               winner->name);
+        send_cycle_back();
+        return true;
+    }
+    switch (look_at_role()) {
+    case t_role::unmoved:
+        break;
+    case t_role::moved:
+        if (winner == port_model.wan_dev)
+            break;
+        send_cycle_back();
+        return true;
+    case t_role::foreign:
+        engine.result_dev = nullptr; // whoever gave it to a port that is none of ours keeps what he chose
+        break;
+    }
+    return false;
+}
+
+static void carry_out(t_device *winner)
+{
+    if (winner)
+        return make_wan(winner);
+    LOG_AS(END, Warning, "Detect wan result is null! just keep the original wan\n");
+    // Whoever moved the role since the cycle began keeps what he chose, even a port that is none of ours.
+    if (update_wan_device(&port_model) != ERR_NOTHING_DONE)
+        switch_wan_to_dev(port_model.wan_dev, 0);
+}
+
+// A cycle that is already asked for looks by itself.
+static void plan_next_look(bool found)
+{
+    if (found) {
+        begin_retries_anew();
+        stop_looking_again();
+    } else if (!engine.init_wan_detect_all.pending && !engine.start_wan_detect.pending) {
+        look_again_later();
+    }
+}
+
 void uloop_wan_detect_end(uloop_timeout *)
 {
     LOG_ENTER();
     bool wan_was_lost = engine.start_wan_detect.pending; // nothing else asks for a pass once there is a verdict
     cancel_cycle_stage();
     update_banned_device_list(&port_model.banned_list);
-    t_device *winner = engine.result_dev;
-    if (winner && is_banned_device(&port_model.banned_list, winner)) {
-        LOG(Notice,
-            "About to change %s as wan, however it's banned after detection and before switch wan. So treat the "
-            "detecion as failure! If more than one server is plugged in the same time, it's very likely that another "
-            "server is missed!!\n",
-            winner->name);
-        engine.result_dev = nullptr;
-        uloop_timeout_set(&engine.start_wan_detect, CYCLE_POLL_MS);
+    if (!port_model.enable)
+        engine.result_dev = nullptr; // off means off, also for a verdict
+    if (verdict_is_void())
         return;
-    }
-    if (!winner) {
-        LOG(Warning, "Detect wan result is null! just keep the original wan\n");
-        // Whoever moved the role since the cycle began keeps what he chose, even a port that is none of ours.
-        if (update_wan_device(&port_model) != ERR_NOTHING_DONE)
-            switch_wan_to_dev(port_model.wan_dev, 0);
-    } else {
-        make_wan(winner);
-    }
+    t_device *winner = engine.result_dev;
+    carry_out(winner);
     update_wan_device(&port_model);
     dump_all_device(port_model.dev_hashmap_head);
     dump_all_protocols(port_model.proto_hashmap_head);
@@ -104,4 +154,5 @@ void uloop_wan_detect_end(uloop_timeout *)
     LOG(Info, "Wan Detection over!\n");
     if (wan_was_lost)
         reopen_after_wan_loss();
+    plan_next_look(winner);
 }

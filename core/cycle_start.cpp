@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "core/cycle_start.h"
 
-#include "core/background.h"
 #include "core/candidates.h"
 #include "core/engine.h"
+#include "core/look_again.h"
 #include "core/proto_stage.h"
+#include "core/wan_role.h"
+#include "core/wishes.h"
 #include "model/banned.h"
 #include "model/current_wan.h"
 #include "model/port_model.h"
@@ -16,8 +18,15 @@
 #include "platform/result_codes.h"
 #include "probes/lan_hosts.h"
 
+constexpr const char *PASS = "uloop_start_wan_detect"; // its parts speak in its name
+constexpr int AFTER_VERDICT_MS = 1;                    // behind the steps that are due now
+constexpr int MAX_BUS_WAITS = 10;
+
 // How the remaining candidates are confirmed.
 enum class t_confirmation : uint8_t { probes, arp, unsupported };
+
+// What a look at the current WAN port says; unknown while nobody can tell.
+enum class t_wan_state : uint8_t { good, bad, unknown };
 
 static t_confirmation choose_confirmation()
 {
@@ -28,10 +37,17 @@ static t_confirmation choose_confirmation()
     return t_confirmation::unsupported;
 }
 
-static void refresh_reserved_ports()
+void refresh_reserved_ports()
 {
     update_lan_agg_port(port_model.dev_hashmap_head, &port_model.lan_agg[0]);
     update_lan_gaming_port(&port_model.gaming);
+}
+
+// A request goes first, and this cycle next.
+static void wait_for_request(uloop_timeout *timer)
+{
+    engine.put_off = true;
+    uloop_timeout_set(timer, CYCLE_RETRY_MS);
 }
 
 void uloop_init_wan_detect_all(uloop_timeout *timer)
@@ -46,17 +62,31 @@ void uloop_init_wan_detect_all(uloop_timeout *timer)
     if (port_model.proto_detect_running) {
         LOG(Info,
             "Aleady has a instace is running protocol detection! Multi instance not allowed, auto retry in 500ms!\n");
-        uloop_timeout_set(timer, CYCLE_RETRY_MS);
-        return;
+        return wait_for_request(timer);
     }
     engine.result_dev = nullptr;
     clear_candidates();
     refresh_reserved_ports();
     update_eth_link_status(port_model.dev_hashmap_head);
     update_banned_device_list(&port_model.banned_list);
+    open_cycle(); // before the list is made: a port that comes up meanwhile is in the one or among the parked ones
     generate_possible_wan_dev_list();
-    engine.detecting = 1;
     uloop_timeout_set(&engine.start_wan_detect, 0);
+}
+
+// A pass that fell due while a stage blocked must not throw away what that found, and one that keeps falling due (a WAN
+// port that flaps) must not cut every stage short.
+static bool yields_to_stage(uloop_timeout *timer)
+{
+    if (engine.end.pending || engine.using_dns.pending) {
+        uloop_timeout_set(timer, AFTER_VERDICT_MS);
+        return true;
+    }
+    if (!engine.verdict_pending)
+        return false;
+    const bool again = engine.stage_was_cut;
+    engine.stage_was_cut = true;
+    return again;
 }
 
 // The first pass of a cycle takes the stage; every pass reads the connection type anew.
@@ -66,21 +96,88 @@ static void open_pass()
     forget_requested_start();
     if (!port_model.wan_detect_running) {
         port_model.wan_detect_running = 1;
+        begin_rounds();
         delete_file(WAN_RESULT_FILE);
         update_wan_device(&port_model);
     }
     update_wan_ipv4_protocol(&port_model);
 }
 
-static bool current_wan_is_good()
+// False for a pass that ends its cycle at once.
+static bool may_go_on()
 {
-    const t_device *now_wan = port_model.wan_dev;
-    return now_wan && now_wan->link_active && get_network_status(0, connection_is("static")) == NETWORK_CONNECTED;
+    if (!port_model.enable)
+        LOG_AS(PASS, Info, "exiting detecting due to switch off!\n");
+    else if (engine.restart_requested)
+        LOG_AS(PASS, Info, "exiting this cycle of detecting, waiting for detect all!\n");
+    else if (!port_model.wan_proto)
+        LOG_AS(PASS, Error, "Failed to get now protocol! Should not happen!\n");
+    else
+        return true;
+    return false;
+}
+
+// True when the WAN port was not listed before.
+static bool list_current_wan()
+{
+    t_device *now_wan = port_model.wan_dev;
+    const int added = add_candidate(now_wan);
+    if (added == OK)
+        LOG_AS(PASS, Debug, "Always add now wan:%s to detect list!\n", now_wan->name);
+    else if (added == ERR_ALREADY_PRESENT)
+        LOG_AS(PASS, Debug, "now wan:%s already in detect list!\n", now_wan->name);
+    else if (!now_wan)
+        LOG_AS(PASS, Error, "Can't find the device:%s in hash list!\n", device_name(now_wan));
+    return added == OK;
+}
+
+static void audit_candidates()
+{
+    for (int voids = drop_void_candidates(); voids > 0; voids--)
+        LOG_AS(PASS, Error, "Impossible to happen! Check code carefully! remove this node manully!\n");
+    char names[JOINED_NAMES_SIZE];
+    int found = join_candidate_names(names);
+    if (found != engine.possible_wan_dev_list.count) {
+        LOG_AS(PASS, Error,
+               "Impossible to happen! Check code carefully! traverse found %d device, But the original recorded is %d, "
+               "Fix recorded!\n",
+               found, engine.possible_wan_dev_list.count);
+        engine.possible_wan_dev_list.count = static_cast<uint8_t>(found);
+    }
+    LOG_AS(PASS, Info, "Start to detect in %d device(s):%s\n", engine.possible_wan_dev_list.count, names);
+}
+
+static bool may_be_good(const t_device *now_wan)
+{
+    return now_wan && now_wan->link_active && !is_banned_device(&port_model.banned_list, now_wan);
+}
+
+bool current_wan_is_good()
+{
+    return may_be_good(port_model.wan_dev) && get_network_status(0, connection_is("static")) == NETWORK_CONNECTED;
+}
+
+// A bus or a network manager that is away says nothing about the network; for a while it is waited for.
+static t_wan_state look_at_current_wan()
+{
+    if (!may_be_good(port_model.wan_dev))
+        return t_wan_state::bad;
+    const bool good = current_wan_is_good();
+    if (!network_manager_is_away()) {
+        engine.bus_waits = 0;
+        return good ? t_wan_state::good : t_wan_state::bad;
+    }
+    if (engine.bus_waits >= MAX_BUS_WAITS)
+        return t_wan_state::bad;
+    engine.bus_waits++;
+    return t_wan_state::unknown;
 }
 
 // False when nobody is left.
 static bool filter_candidates()
 {
+    if (engine.possible_wan_dev_list.count == 0)
+        return false;
     refresh_reserved_ports();
     update_banned_device_list(&port_model.banned_list);
     update_brlan_dev(&port_model);
@@ -89,82 +186,70 @@ static bool filter_candidates()
     return engine.possible_wan_dev_list.count != 0;
 }
 
-// Long because every line that tells of a pass stands here, in the order of the pass.
-void uloop_start_wan_detect(uloop_timeout *timer)
+static void confirm_candidates()
 {
-    LOG_ENTER();
-    open_pass();
-    if (!port_model.enable) {
-        LOG(Info, "exiting detecting due to switch off!\n");
-        return end_cycle_with(nullptr);
-    }
-    if (engine.restart_requested) {
-        LOG(Info, "exiting this cycle of detecting, waiting for detect all!\n");
-        return end_cycle_with(nullptr);
-    }
-    if (!port_model.wan_proto) {
-        LOG(Error, "Failed to get now protocol! Should not happen!\n");
-        return end_cycle_with(nullptr);
-    }
-
-    adopt_parked_devices();
-    t_device *now_wan = port_model.wan_dev;
-    int added = add_candidate(now_wan);
-    if (added == OK)
-        LOG(Debug, "Always add now wan:%s to detect list!\n", now_wan->name);
-    else if (added == ERR_ALREADY_PRESENT)
-        LOG(Debug, "now wan:%s already in detect list!\n", now_wan->name);
-    else if (!now_wan)
-        LOG(Error, "Can't find the device:%s in hash list!\n", device_name(now_wan));
-
-    for (int voids = drop_void_candidates(); voids > 0; voids--)
-        LOG(Error, "Impossible to happen! Check code carefully! remove this node manully!\n");
-    char names[JOINED_NAMES_SIZE];
-    int found = join_candidate_names(names);
-    if (found != engine.possible_wan_dev_list.count) {
-        LOG(Error,
-            "Impossible to happen! Check code carefully! traverse found %d device, But the original recorded is %d, "
-            "Fix recorded!\n",
-            found, engine.possible_wan_dev_list.count);
-        engine.possible_wan_dev_list.count = static_cast<uint8_t>(found);
-    }
-    LOG(Info, "Start to detect in %d device(s):%s\n", engine.possible_wan_dev_list.count, names);
-
-    update_eth_link_status(port_model.dev_hashmap_head);
-    if (current_wan_is_good())
-        return end_cycle_with(now_wan);
-    drop_candidate(now_wan); // it was listed only to be looked at first
-    if (engine.possible_wan_dev_list.count == 0 || !filter_candidates()) {
-        LOG(Debug, "Zero device need to detect after filter! waiting for other devices plug in trigger!\n");
-        uloop_timeout_set(timer, CYCLE_POLL_MS);
-        return;
-    }
-
     const t_protocol *type = port_model.wan_proto;
     switch (choose_confirmation()) {
     case t_confirmation::arp:
-        LOG(Info, "Start to detect in %d device(s) using arp\n", engine.possible_wan_dev_list.count);
+        LOG_AS(PASS, Info, "Start to detect in %d device(s) using arp\n", engine.possible_wan_dev_list.count);
         uloop_timeout_set(&engine.using_arp, 0);
         return;
     case t_confirmation::probes:
         break;
     case t_confirmation::unsupported:
-        LOG(Warning, "detecting protocol %s(sed_conn:%s) is not supported!, exit!\n", type->name, type->snd_conn);
+        LOG_AS(PASS, Warning, "detecting protocol %s(sed_conn:%s) is not supported!, exit!\n", type->name,
+               type->snd_conn);
         return end_cycle_with(nullptr);
     }
+    if (!connection_is("dhcp") && !connection_is("pppoe") && !tunnel_over("dynamic")) {
+        LOG_AS(PASS, Error,
+               "wan protocol detect only support dhcp/pppoe/xxtp+dhcp! detecting protocol %s(sed_conn:%s) is not "
+               "supported!\n",
+               type->name, type->snd_conn);
+        return end_cycle_with(nullptr);
+    }
+    LOG_AS(PASS, Info, "Start to detect in %d device(s) using protocol detect\n", engine.possible_wan_dev_list.count);
+    start_cycle_proto_stage();
+}
+
+void uloop_start_wan_detect(uloop_timeout *timer)
+{
+    LOG_ENTER();
+    if (yields_to_stage(timer))
+        return;
+    open_pass();
+    if (!may_go_on())
+        return end_cycle_with(nullptr);
     if (port_model.proto_detect_running) {
         LOG(Info,
             "Aleady has a instace is running protocol detection! Multi instance not allowed, auto retry in 500ms!\n");
-        uloop_timeout_set(timer, CYCLE_RETRY_MS);
+        return wait_for_request(timer);
+    }
+
+    adopt_parked_devices();
+    t_device *listed_wan = port_model.wan_dev;
+    const bool listed_now = list_current_wan();
+    audit_candidates();
+    update_eth_link_status(port_model.dev_hashmap_head);
+    if (look_at_role() == t_role::moved && listed_now)
+        drop_candidate(listed_wan); // it was listed only as the WAN port
+    switch (look_at_current_wan()) {
+    case t_wan_state::good:
+        return end_cycle_with(port_model.wan_dev);
+    case t_wan_state::unknown:
+        LOG(Info, "The network manager is away, asking again in %dms!\n", CYCLE_POLL_MS);
+        uloop_timeout_set(timer, CYCLE_POLL_MS);
         return;
+    case t_wan_state::bad:
+        break;
     }
-    if (!connection_is("dhcp") && !connection_is("pppoe") && !tunnel_over("dynamic")) {
-        LOG(Error,
-            "wan protocol detect only support dhcp/pppoe/xxtp+dhcp! detecting protocol %s(sed_conn:%s) is not "
-            "supported!\n",
-            type->name, type->snd_conn);
-        return end_cycle_with(nullptr);
+    drop_candidate(port_model.wan_dev); // it was listed only to be looked at first
+    engine.put_off = false;
+    if (!filter_candidates()) {
+        LOG(Debug, "Zero device need to detect after filter! waiting for other devices plug in trigger!\n");
+        uloop_timeout_set(timer, CYCLE_POLL_MS);
+        return look_again_later();
     }
-    LOG(Info, "Start to detect in %d device(s) using protocol detect\n", engine.possible_wan_dev_list.count);
-    start_cycle_proto_stage();
+    stop_looking_again();
+    confirm_candidates();
 }

@@ -9,6 +9,12 @@ extern "C" {
 constexpr const char *WAN_RESULT_FILE = "/tmp/wan_detect_result";
 constexpr int CYCLE_STAGE_TIMEOUT_MS = 2000;
 
+// Reads anew which ports are reserved for LAN aggregation and gaming.
+void refresh_reserved_ports();
+
+// True when the current WAN port has a link, is not banned, and the network manager says that it is connected.
+bool current_wan_is_good();
+
 // Gathers every possible port; waits in steps of 500 ms while another cycle or a protocol detection runs.
 void uloop_init_wan_detect_all(uloop_timeout *timer);
 

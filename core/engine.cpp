@@ -1,53 +1,48 @@
 // SPDX-License-Identifier: MIT
 #include "core/engine.h"
 
-#include "core/confirm_stages.h"
-#include "core/cycle_end.h"
-#include "core/cycle_start.h"
-#include "core/proto_stage.h"
+#include "core/wishes.h"
 #include "model/port_model.h"
+#include "platform/clock.h"
 #include "platform/log.h"
 #include "probes/dhcp_probe.h"
 #include "probes/pppoe_probe.h"
 
 t_wan_detect_engine engine;
 
-// Wakes the loop at least ten times a second, whatever else sleeps.
-static void uloop_heartbeat(uloop_timeout *timer)
-{
-    uloop_timeout_set(timer, HEARTBEAT_INTERVAL_MS);
-}
-
-// Trying one port after the other is not supported; nothing arms this.
-static void uloop_wan_detect_try_each(uloop_timeout *)
-{
-    LOG(Error, "Impossible to get here, try each port as wan is not supported!\n");
-}
-
-void bind_engine_timers()
-{
-    engine.init_wan_detect_all.cb = uloop_init_wan_detect_all;
-    engine.start_wan_detect.cb = uloop_start_wan_detect;
-    engine.proto_detect_start.cb = uloop_proto_detect_start;
-    engine.proto_detect_end.cb = uloop_proto_detect_end;
-    engine.using_proto_detect.cb = uloop_wan_detect_using_proto_detect;
-    engine.using_arp.cb = uloop_wan_detect_using_arp;
-    engine.using_dns.cb = uloop_wan_detect_using_dns;
-    engine.try_each.cb = uloop_wan_detect_try_each;
-    engine.end.cb = uloop_wan_detect_end;
-    engine.heartbeat.cb = uloop_heartbeat;
-}
-
 void start_wan_detect_all(int delay_ms)
 {
     LOG(Notice, "Will begin to detect all device after %dms!\n", delay_ms);
+    request_fresh_retries();
     uloop_timeout_set(&engine.init_wan_detect_all, delay_ms);
+}
+
+void open_cycle()
+{
+    engine.waiting_since_ms = monotonic_ms();
+    engine.detecting = 1;
 }
 
 void end_cycle_with(t_device *result)
 {
     engine.result_dev = result;
+    engine.put_off = false;
     uloop_timeout_set(&engine.end, 0);
+}
+
+bool end_if_switched_off(const char *step)
+{
+    if (port_model.enable)
+        return false;
+    LOG_AS(step, Info, "exiting detecting due to switch off!\n");
+    end_cycle_with(nullptr);
+    return true;
+}
+
+bool cycle_needs_stage()
+{
+    return engine.put_off || engine.verdict_pending || engine.using_arp.pending || engine.using_dns.pending ||
+           engine.end.pending;
 }
 
 static void close_probe_batches()

@@ -17,10 +17,17 @@ extern "C" {
 
 constexpr int CYCLE_RETRY_MS = 500; // another cycle or a request is running
 constexpr int CYCLE_POLL_MS = 1000; // no candidate left, or none answered
-constexpr int HEARTBEAT_INTERVAL_MS = 100;
-
 // Who holds the one protocol-probe stage.
 enum class t_stage_owner : uint8_t { nobody, cycle, request };
+
+// The pauses between two looks of a cycle that finds nobody.
+struct t_retry {
+    int first_s;       // as configured when the running pause began
+    int armed_s;       // the pause that is running
+    int next_s;        // the one after it; 0 for the first again
+    unsigned round;    // looks since the cycle opened by itself
+    bool opened_cycle; // the next cycle is such a look
+};
 
 struct t_wan_detect_engine {
     t_flag detecting;                               // a cycle is open; ports that come up are parked. Shared.
@@ -29,7 +36,7 @@ struct t_wan_detect_engine {
     t_device_list_head possible_wan_dev_list;       // candidates, by priority
     t_device_list_head possible_wan_dev_list_cache; // parked ports, under the cache lock
     t_dns_ctx dns_ctx;
-    // Ten timers: eight here, two at the end of the probe stage's members. Each is bound once, at start-up.
+    // Eleven timers: eight here, three further down. Each is bound once, at start-up.
     uloop_timeout init_wan_detect_all;
     uloop_timeout start_wan_detect;
     uloop_timeout using_proto_detect;
@@ -49,6 +56,13 @@ struct t_wan_detect_engine {
     // Keeps a cycle and a one-shot request out of each other's way.
     t_stage_owner stage_owner;
     bool verdict_pending; // the cycle's stage is over, its answers are not judged yet
+    bool put_off;         // the cycle waits for a request, and is next
+    bool stage_was_cut;   // a pass cut the cycle's last stage short; the next one is let through
+
+    t_shared<uint32_t> waiting_since_ms; // when the cycle was opened, on the clock of monotonic_ms
+    int bus_waits;                       // passes that waited for a network manager that is away
+    uloop_timeout look_again;
+    t_retry retry;
 };
 static_assert(offsetof(t_wan_detect_engine, detecting) == 0 && offsetof(t_wan_detect_engine, restart_requested) == 1);
 static_assert(offsetof(t_wan_detect_engine, result_dev) < offsetof(t_wan_detect_engine, possible_wan_dev_list));
@@ -59,14 +73,22 @@ static_assert(offsetof(t_wan_detect_engine, proto_detect_elapsed_ms) > offsetof(
 
 extern t_wan_detect_engine engine;
 
-// Binds the ten timers to their callbacks.
-void bind_engine_timers();
+// Opens a cycle: ports that come up from now on are parked, and its wait may be put off from now on. Any thread.
+void open_cycle();
 
 // Opens a cycle over all linked pool ports after `delay_ms`. The last request wins.
 void start_wan_detect_all(int delay_ms);
 
 // Ends the cycle with a verdict, or without one (null).
 void end_cycle_with(t_device *result);
+
+// True, and the cycle on its way to an end without a verdict, when detection was switched off. `step` is the function
+// that says so.
+bool end_if_switched_off(const char *step);
+
+// True when a one-shot request would get into the cycle's way: it has been put off by one already, or holds answers
+// that are not judged, or a verdict that is not carried out yet.
+bool cycle_needs_stage();
 
 // Stops whatever stage of the cycle is running, with its timers and sockets; a one-shot request is left alone.
 void cancel_cycle_stage();

@@ -1,8 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "core/link_change.h"
 
+#include <algorithm>
+
 #include "core/background.h"
 #include "core/engine.h"
+#include "core/wishes.h"
+#include "model/banned.h"
 #include "model/lists.h"
 #include "model/port_model.h"
 #include "platform/clock.h"
@@ -10,6 +14,7 @@
 #include "platform/result_codes.h"
 
 constexpr uint32_t AFTER_THREAD_START_MS = 5;
+constexpr const char *CHANGE = "wan_detect_process_link_change"; // its parts speak in its name
 
 static const char *link_word(bool up)
 {
@@ -78,11 +83,79 @@ void reopen_after_wan_loss()
     const t_device *now_wan = port_model.wan_dev;
     if (!now_wan || now_wan->link_active)
         return;
-    engine.detecting = 1;
+    open_cycle();
     uloop_timeout_set(&engine.start_wan_detect, WAN_DOWN_DELAY_MS);
+    LOG_AS(CHANGE, Info, "Wan down!! Begin detecting in %dms\n", WAN_DOWN_DELAY_MS);
 }
 
-// Long because every line that tells what a link change leads to stands here.
+// A WAN port that flaps puts its cycle off, but not for ever.
+static int quiet_wait_ms()
+{
+    const auto waited_ms = static_cast<int64_t>(monotonic_ms() - engine.waiting_since_ms);
+    const int64_t left_ms = WAN_DOWN_DELAY_MS + MAX_POSTPONED_MS - waited_ms;
+    return static_cast<int>(std::clamp<int64_t>(left_ms, 0, WAN_DOWN_DELAY_MS));
+}
+
+// True when that is all: the change opens the cycle, puts it off or brings its next pass forward, or means nothing.
+static bool wan_change_is_served(const t_device *dev, bool up)
+{
+    bool running = port_model.wan_detect_running;
+    if (!engine.detecting && !running) {
+        if (up) {
+            LOG_AS(CHANGE, Debug, "Ignore: Device %s link status change to %s!\n", dev->name, link_word(up));
+            return true;
+        }
+        open_cycle();
+        request_start_wan_detect(WAN_DOWN_DELAY_MS);
+        LOG_AS(CHANGE, Info, "Wan down!! Begin detecting in %dms\n", WAN_DOWN_DELAY_MS);
+        return true;
+    }
+    if (!running) {
+        const int wait_ms = quiet_wait_ms();
+        request_start_wan_detect(wait_ms);
+        LOG_AS(CHANGE, Info, "Reset start detecting time to %dms\n", wait_ms);
+        return true;
+    }
+    if (up)
+        return false;
+    request_start_wan_detect(WAN_DOWN_RETRY_MS);
+    LOG_AS(CHANGE, Info, "Wan down during detecting!! Begin detecting in %dms\n", WAN_DOWN_RETRY_MS);
+    return true;
+}
+
+// A cycle is open: the port joins it when its link has settled.
+static void park_later(t_device *dev)
+{
+    if (port_model.wan_detect_running)
+        LOG_AS(CHANGE, Debug,
+               "Noticed dev:%s turned up during detecting! Add it to possible_wan_dev_list_cache after %dms!\n",
+               dev->name, static_cast<int>(PORT_SETTLE_MS));
+    else
+        LOG_AS(CHANGE, Debug,
+               "Noticed lan dev:%s turned up during delay! Add it to possible_wan_dev_list_cache after %dms!\n",
+               dev->name, static_cast<int>(PORT_SETTLE_MS));
+    pthread_t thread;
+    int result = start_background_thread(&thread, run_delay_trigger, dev);
+    if (result != 0) {
+        LOG_AS(CHANGE, Error, "pthread_create pid_delay_trigger_thread failed...ret=%d, continue whatever!\n", result);
+    } else if ((result = pthread_detach(thread)) != 0) {
+        LOG_AS(CHANGE, Error, "pthread_detach pid_delay_trigger_thread failed...ret=%d, continue whatever!\n", result);
+    }
+    sleep_ms(AFTER_THREAD_START_MS);
+}
+
+static void act_on_change(t_device *dev, bool up)
+{
+    if (dev == port_model.wan_dev) {
+        if (wan_change_is_served(dev, up))
+            return;
+    } else if (!up || !(engine.detecting || port_model.wan_detect_running)) {
+        LOG_AS(CHANGE, Debug, "Ignore: Device %s link status change to %s!\n", dev->name, link_word(up));
+        return;
+    }
+    park_later(dev);
+}
+
 int wan_detect_process_link_change(t_device *dev, bool up)
 {
     if (!port_model.router_mode) {
@@ -94,51 +167,12 @@ int wan_detect_process_link_change(t_device *dev, bool up)
         return OK;
     }
     LOG(Info, "Device %s link status change to %s!\n", dev->name, link_word(up));
-    if (!port_model.enable) {
-        LOG(Debug, "wan_detect not enable, ignore the deivce status change!\n");
-        return OK;
-    }
-
-    bool running = port_model.wan_detect_running;
-    bool open = engine.detecting || running;
-    if (dev == port_model.wan_dev) {
-        if (!open && up) {
-            LOG(Debug, "Ignore: Device %s link status change to %s!\n", dev->name, link_word(up));
-            return OK;
-        }
-        if (!open) {
-            engine.detecting = 1;
-            request_start_wan_detect(WAN_DOWN_DELAY_MS);
-            LOG(Info, "Wan down!! Begin detecting in %dms\n", WAN_DOWN_DELAY_MS);
-            return OK;
-        }
-        if (!running) {
-            request_start_wan_detect(WAN_DOWN_DELAY_MS);
-            LOG(Info, "Reset start detecting time to %dms\n", WAN_DOWN_DELAY_MS);
-            return OK;
-        }
-        if (!up) {
-            request_start_wan_detect(WAN_DOWN_RETRY_MS);
-            LOG(Info, "Wan down during detecting!! Begin detecting in %dms\n", WAN_DOWN_RETRY_MS);
-            return OK;
-        }
-    } else if (!up || !open) {
-        LOG(Debug, "Ignore: Device %s link status change to %s!\n", dev->name, link_word(up));
-        return OK;
-    }
-    if (running)
-        LOG(Debug, "Noticed dev:%s turned up during detecting! Add it to possible_wan_dev_list_cache after %dms!\n",
-            dev->name, static_cast<int>(PORT_SETTLE_MS));
+    if (port_model.enable)
+        act_on_change(dev, up);
     else
-        LOG(Debug, "Noticed lan dev:%s turned up during delay! Add it to possible_wan_dev_list_cache after %dms!\n",
-            dev->name, static_cast<int>(PORT_SETTLE_MS));
-    pthread_t thread;
-    int result = start_background_thread(&thread, run_delay_trigger, dev);
-    if (result != 0) {
-        LOG(Error, "pthread_create pid_delay_trigger_thread failed...ret=%d, continue whatever!\n", result);
-    } else if ((result = pthread_detach(thread)) != 0) {
-        LOG(Error, "pthread_detach pid_delay_trigger_thread failed...ret=%d, continue whatever!\n", result);
-    }
-    sleep_ms(AFTER_THREAD_START_MS);
+        LOG(Debug, "wan_detect not enable, ignore the deivce status change!\n");
+    if (up)
+        remove_banned_device_from_list(port_model.dev_hashmap_head, &port_model.banned_list, nullptr, dev);
+    request_fresh_retries();
     return OK;
 }

@@ -3,7 +3,6 @@
 
 #include "core/background.h"
 #include "core/link_change.h"
-#include "model/banned.h"
 #include "model/gate.h"
 #include "model/port_model.h"
 #include "platform/adapters/link_status.h"
@@ -61,10 +60,6 @@ uint32_t update_eth_link_status_trigger()
                 continue;
             LOG(Info, "Cyclic scanning found %s link change to %s, pull trigger!\n", dev->name, up ? "up" : "down");
             wan_detect_process_link_change(dev, up);
-            // For the current WAN port the call names nobody, so its ban stays.
-            if (up)
-                remove_banned_device_from_list(port_model.dev_hashmap_head, &port_model.banned_list, nullptr,
-                                               dev == now_wan ? nullptr : dev);
         }
     }
 

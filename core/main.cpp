@@ -15,6 +15,8 @@
 #include "core/options.h"
 #include "core/proto_stage.h"
 #include "core/shutdown.h"
+#include "core/timers.h"
+#include "core/wishes.h"
 #include "model/current_wan.h"
 #include "model/fake_wan.h"
 #include "model/port_config.h"
@@ -69,10 +71,10 @@ static void prepare_process(const t_options &options)
     srand(static_cast<unsigned>(time(nullptr)));
     uloop_handle_sigchld = false; // else the loop would reap the children of other threads' commands
     ready = uloop_init() == 0 && ready;
-    ready = attach_background_to_loop() && ready;
+    ready = attach_background_to_loop(serve_wishes) && ready;
     init_engine_gate(&engine.gate);
     engine_gate = &engine.gate;
-    engine_handlers = {start_wan_detect_all, start_proto_detect, wan_detect_process_link_change};
+    engine_handlers = {start_wan_detect_all, start_proto_detect, wan_detect_process_link_change, request_fresh_retries};
     if (!ready) {
         LOG(Critical, "no descriptors for the event loop\n");
         give_up();

@@ -3,6 +3,7 @@
 
 #include "core/cycle_start.h"
 #include "core/engine.h"
+#include "core/wishes.h"
 #include "model/banned.h"
 #include "model/current_wan.h"
 #include "model/port_model.h"
@@ -45,11 +46,11 @@ static void forget_recorded_protocols(t_device *only)
 int start_proto_detect(const t_proto_detect_request *request)
 {
     LOG_ENTER();
-    // A cycle's answers that are not judged yet count as running: a new stage would wipe them.
-    if (port_model.proto_detect_running || engine.verdict_pending) {
+    if (port_model.proto_detect_running || cycle_needs_stage()) {
         LOG(Error, "A instace is running protocol detection! Not allowed detect protocol now!\n");
         return ERR_BUSY;
     }
+    request_fresh_retries();
     engine.proto_detect_timeout_ms = static_cast<uint32_t>(request->timeout_ms);
     engine.proto_detect_dev = request->dev;
     engine.proto_detect_target = request->protocol;
@@ -84,6 +85,8 @@ void uloop_proto_detect_start(uloop_timeout *)
         LOG(Error, "Couldn't find proto_dhcp! Skip detect!\n");
         return;
     }
+    if (engine.stage_owner == t_stage_owner::cycle && end_if_switched_off(__func__))
+        return;
     t_device *dev = engine.proto_detect_dev;
     const t_protocol *target = engine.proto_detect_target;
     bool want_dhcp = !target || target == dhcp;

@@ -74,6 +74,8 @@ int remove_specific_proto_dev_from_list()
 void uloop_wan_detect_using_proto_detect(uloop_timeout *timer)
 {
     LOG_ENTER();
+    if (end_if_switched_off(__func__))
+        return;
     const char *type = protocol_name(port_model.wan_proto);
     if (!connection_is("dhcp") && !connection_is("pppoe") && !tunnel_over("dynamic")) {
         LOG(Error, "wan protocol detect only support dhcp/pppoe/xxtp+dhcp!\n");
@@ -88,6 +90,7 @@ void uloop_wan_detect_using_proto_detect(uloop_timeout *timer)
         return;
     }
     engine.verdict_pending = false;
+    engine.stage_was_cut = false;
     int found = remove_specific_proto_dev_from_list();
     if (found == 0) {
         LOG(Info, "No device using protocol %s! waiting for another device or retry!\n", type);

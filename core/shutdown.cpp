@@ -11,6 +11,7 @@
 #include "core/background.h"
 #include "core/candidates.h"
 #include "core/engine.h"
+#include "core/wishes.h"
 #include "model/lists.h"
 #include "model/port_model.h"
 #include "platform/adapters/bus_object.h"
@@ -132,8 +133,10 @@ void done()
         if (pthread_join(link_worker.thread, nullptr) != 0)
             LOG(Error, "waiting thread update_eth_link_status_trigger wrong!\n");
     }
-    if (quiet)
+    if (quiet) {
         release_background();
+        forget_wishes();
+    }
 }
 
 void signal_kill(int signal_number)

@@ -48,6 +48,19 @@ bool has_secondary_connection(const char *type)
     return has_prefix(type, "l2tp") || has_prefix(type, "pptp") || has_prefix(type, "pppoe");
 }
 
+// The same walk as get_wan_device_name, for those who look often.
+bool read_wan_role(char (&name)[NAME_SIZE])
+{
+    char section[UCI_VALUE_SIZE] = "";
+    char key[SWITCH_KEY_SIZE];
+    char ifname[UCI_VALUE_SIZE];
+    if (_uci_get_value("switch.wan.switch_port", section) != OK || read_switch_ifname("", section, key, ifname) != OK ||
+        !is_ethernet_name(ifname))
+        return false;
+    copy_name(name, ifname);
+    return true;
+}
+
 } // namespace
 
 int get_wan_device_name(char *buffer, size_t size)
@@ -80,6 +93,7 @@ int update_wan_device(t_port_model *model)
         LOG(Error, "get_wan_device_name failed!\n");
         return ERR_CONFIG_VALUE;
     }
+    memcpy(model->wan_role, name, sizeof name);
     t_device *device = find_device(model->dev_hashmap_head, name);
     if (!device) {
         LOG(Error, "Can't find the device:%s in hash list!\n", name);
@@ -87,6 +101,18 @@ int update_wan_device(t_port_model *model)
     }
     model->wan_dev = device;
     return OK;
+}
+
+bool wan_role_moved(const t_port_model *model)
+{
+    char name[NAME_SIZE];
+    return read_wan_role(name) && strcmp(name, model->wan_role) != 0;
+}
+
+bool wan_role_is_elsewhere(const t_device *dev)
+{
+    char name[NAME_SIZE];
+    return read_wan_role(name) && strcmp(name, dev->name) != 0;
 }
 
 void update_wan_ipv4_protocol(t_port_model *model)

@@ -11,6 +11,14 @@ int get_wan_device_name(char *buffer, size_t size);
 // the previous port in place.
 int update_wan_device(t_port_model *model);
 
+// True when the configuration gives the role to another port than update_wan_device saw last, be it one of ours or not;
+// false also when it cannot be read. Says nothing unless a read fails. Loop thread.
+bool wan_role_moved(const t_port_model *model);
+
+// True when the configuration gives the role to another port than this one; false also when it cannot be read. Says
+// nothing unless a read fails. Any thread.
+bool wan_role_is_elsewhere(const t_device *dev);
+
 // Sets the current connection type and refreshes its secondary type and static addresses. A failure leaves all as it
 // was.
 void update_wan_ipv4_protocol(t_port_model *model);

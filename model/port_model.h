@@ -26,6 +26,7 @@ struct t_port_model {
     t_shared<t_device *> wan_dev;          // current WAN port, borrowed; null when unknown
     t_protocol *wan_proto;                 // its connection type, borrowed; null when unknown
     t_arp_entry *arp_table_hashmap_head;   // owns, only during one refresh of the LAN hosts
+    char wan_role[NAME_SIZE];              // the port that had the role when it was last taken over; loop thread
 };
 
 // Zero-filled at start-up, before anything else.

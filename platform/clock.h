@@ -25,5 +25,12 @@ inline int64_t milliseconds_since(t_time_stamp start)
     return time_stamp_diff_us(get_time_stamp(), start) / MICROSECONDS_PER_MILLISECOND;
 }
 
+// The same clock as a count of milliseconds that wraps around; differences of two readings are right for 24 days.
+inline uint32_t monotonic_ms()
+{
+    const t_time_stamp now = get_time_stamp();
+    return static_cast<uint32_t>(int64_t{now.sec} * MILLISECONDS_PER_SECOND + now.usec / MICROSECONDS_PER_MILLISECOND);
+}
+
 // Sleeps the whole time, whatever signals arrive meanwhile.
 void sleep_ms(uint32_t milliseconds);

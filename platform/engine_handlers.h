@@ -26,6 +26,8 @@ struct t_engine_handlers {
     int (*start_proto_detect)(const t_proto_detect_request *request);
     // Stores a port's new link state and lets the engine act on it. Any thread; always 0.
     int (*process_link_change)(t_device *dev, bool up);
+    // Something changed that makes another look at the ports worth while soon. Any thread.
+    void (*begin_retries_anew)();
 };
 
 extern t_engine_handlers engine_handlers;

@@ -81,6 +81,12 @@ void start_detection_of_all(int delay_ms)
         engine_handlers.start_wan_detect_all(delay_ms);
 }
 
+void begin_retries_anew()
+{
+    if (engine_handlers.begin_retries_anew)
+        engine_handlers.begin_retries_anew();
+}
+
 int wan_detect_set_dbg_level(ubus_context *context, ubus_object *, ubus_request_data *request, const char *,
                              blob_attr *message)
 {
@@ -156,6 +162,7 @@ int wan_detect_settings(ubus_context *context, ubus_object *, ubus_request_data 
     if (enable && !port_model.enable)
         start_detection_of_all(0);
     port_model.enable = enable;
+    begin_retries_anew();
     if (!enable)
         wan_detect_remove_fake_wan();
     return reply_code(context, request, OK);
@@ -218,6 +225,7 @@ void wan_detect_add_banned_dev(ubus_context *, ubus_event_handler *, const char 
     }
     char name[ARGUMENT_SIZE];
     bounded_copy(name, blobmsg_get_string(fields[BAN_NAME]), sizeof name);
+    begin_retries_anew();
     int32_t seconds = fields[BAN_TIME] ? int_argument(fields[BAN_TIME]) : 0;
     if (seconds != 0) {
         add_unique_banned_device_to_list(port_model.dev_hashmap_head, &port_model.banned_list, name, seconds);

@@ -13,6 +13,7 @@ extern "C" {
 #include "platform/bus.h"
 #include "platform/command.h"
 #include "platform/log.h"
+#include "platform/result_codes.h"
 #include "platform/uci_access.h"
 
 namespace {
@@ -20,6 +21,9 @@ namespace {
 constexpr const char *ONLINE_TEST_COMMAND = "online-test";
 constexpr int ONLINE_TEST_ONLINE = 0;
 constexpr int ONLINE_TEST_OFFLINE = 1;
+
+bool manager_answered; // in this life of the process
+bool manager_missing;  // when it was asked last
 
 // Status of the call; the answer goes to `state`, which is NETWORK_UNKNOWN without one.
 int ask_network_manager(const char *interface, int *state)
@@ -30,6 +34,8 @@ int ask_network_manager(const char *interface, int *state)
     blobmsg_add_string(&message, "interface", interface);
     int status = ubus_call_method("network.interface", "status", &message, ubus_call_network_interface_cb, state);
     blob_buf_free(&message);
+    manager_missing = status == ERR_BUS_OBJECT;
+    manager_answered = manager_answered || status == 0;
     return status;
 }
 
@@ -39,6 +45,11 @@ bool ended_with(int status, int code)
 }
 
 } // namespace
+
+bool network_manager_is_away()
+{
+    return manager_missing && (manager_answered || !wan_detect_ubus_context());
+}
 
 int get_network_status(int ipv6, int check)
 {

@@ -8,6 +8,10 @@
 // connected state is confirmed by the online test. One of the NETWORK_ values.
 int get_network_status(int ipv6, int check);
 
+// True while there is no connection to the bus, or the network manager's object is gone although it answered earlier in
+// this life of the process. Judged by the last question.
+bool network_manager_is_away();
+
 // 1 when the command "online-test" says that the router is online, else 0.
 int check_online();
 

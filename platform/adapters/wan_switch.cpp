@@ -7,7 +7,7 @@
 
 #include "model/current_wan.h"
 #include "model/gate.h"
-#include "model/records.h"
+#include "model/port_model.h"
 #include "platform/adapters/link_status.h"
 #include "platform/clock.h"
 #include "platform/command.h"
@@ -41,6 +41,13 @@ void block_both_threads()
     engine_gate->combo_switch_blocked = 1;
 }
 
+// Both block locks are held. The port was looked at before they were free: a switch that held them has moved the role
+// since, and the command would give it back.
+bool toggle_is_void()
+{
+    return engine_gate->combo_switch_blocked || !port_model.enable;
+}
+
 } // namespace
 
 void toggle_combo_state(t_device *dev)
@@ -56,6 +63,8 @@ void toggle_combo_state(t_device *dev)
     {
         t_mutex_guard link_guard(engine_gate->locks.link_block_lock);
         t_mutex_guard combo_guard(engine_gate->locks.combo_block_lock);
+        if (toggle_is_void())
+            return;
         uint8_t side = dev->sub_port;
         const char *old_side = side_name(side);
         const char *new_side = other_side_name(side);

@@ -9,7 +9,8 @@ struct t_device;
 constexpr uint32_t SWITCH_BLOCK_SECONDS = 20;
 constexpr uint32_t REDETECT_AFTER_SWITCH_SECONDS = 21;
 
-// Changes the side that a combo port uses and lets both background threads pause once.
+// Changes the side that a combo port uses and lets both background threads pause once. Nothing happens when a switch
+// was made or detection switched off while it waited for the locks.
 void toggle_combo_state(t_device *dev);
 
 // Makes `dev` the WAN port unless it is that already (`force` skips the question), lets both background threads pause

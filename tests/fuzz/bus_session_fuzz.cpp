@@ -308,7 +308,7 @@ void prepare()
     log_set_level(LOG_LEVEL_Debug);
     init_engine_gate(&gate);
     engine_gate = &gate;
-    engine_handlers = {check_delay, check_request, store_link};
+    engine_handlers = {check_delay, check_request, store_link, nullptr};
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)

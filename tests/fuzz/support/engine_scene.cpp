@@ -15,6 +15,8 @@
 #include "core/link_change.h"
 #include "core/link_scan.h"
 #include "core/proto_stage.h"
+#include "core/timers.h"
+#include "core/wishes.h"
 #include "fuzz/support/bus_message.h"
 #include "fuzz/support/fake_commands.h"
 #include "fuzz/support/private_files.h"
@@ -59,6 +61,7 @@ uloop_timeout *const TIMERS[] = {
     &engine.heartbeat,
     &engine.proto_detect_start,
     &engine.proto_detect_end,
+    &engine.look_again,
 };
 
 struct t_on_other_thread {
@@ -184,7 +187,7 @@ void prepare_engine_scene()
     enter_private_files();
     write_private_file("/tmp/wan_detect.log", "");
     log_set_level(LOG_LEVEL_Debug);
-    engine_handlers = {start_wan_detect_all, start_proto_detect, wan_detect_process_link_change};
+    engine_handlers = {start_wan_detect_all, start_proto_detect, wan_detect_process_link_change, request_fresh_retries};
     uloop_handle_sigchld = false;
 }
 
@@ -204,7 +207,7 @@ t_engine_scene::t_engine_scene(const std::string &priority, const std::string &f
     engine = {};
     port_model = {};
     REQUIRE(init_background());
-    attach_background_to_loop();
+    attach_background_to_loop(serve_wishes);
     init_engine_gate(&engine.gate);
     engine_gate = &engine.gate;
     bind_engine_timers();

@@ -9,6 +9,8 @@
 #include "core/cycle_start.h"
 #include "core/link_change.h"
 #include "core/proto_stage.h"
+#include "core/timers.h"
+#include "core/wishes.h"
 #include "model/current_wan.h"
 #include "model/fake_wan.h"
 #include "model/lists.h"
@@ -46,6 +48,7 @@ static uloop_timeout *const timers[] = {
     &engine.end,
     &engine.proto_detect_start,
     &engine.proto_detect_end,
+    &engine.look_again,
 };
 
 void t_engine_test::SetUp()
@@ -54,7 +57,7 @@ void t_engine_test::SetUp()
     uloop_init();
     init_engine_gate(&engine.gate);
     engine_gate = &engine.gate;
-    engine_handlers = {start_wan_detect_all, start_proto_detect, wan_detect_process_link_change};
+    engine_handlers = {start_wan_detect_all, start_proto_detect, wan_detect_process_link_change, request_fresh_retries};
     bind_engine_timers();
     fake_probes = {};
     fake_router = {};

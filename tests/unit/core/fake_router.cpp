@@ -29,6 +29,8 @@ static std::string port_state_json()
 int capture_command(char *buffer, const char *command, size_t size)
 {
     buffer[0] = '\0';
+    if (fake_router.on_capture)
+        fake_router.on_capture(command);
     if (!fake_router.commands_start)
         return -1;
     std::string output = fake_router.outputs[command];

@@ -19,6 +19,7 @@ struct t_fake_router {
     std::vector<std::string> commands;  // run with run_command
     std::vector<std::string> bus_calls; // "network.interface status"
     std::function<void(const std::string &command)> on_command;
+    std::function<void(const std::string &command)> on_capture;
     int count(const std::string &command) const;
 };
 

@@ -6,6 +6,8 @@
 #include "core/background.h"
 #include "core/cycle_start.h"
 #include "core/engine_fixture.h"
+#include "core/timers.h"
+#include "core/wishes.h"
 #include "model/banned.h"
 #include "model/lists.h"
 #include "platform/clock.h"
@@ -224,7 +226,7 @@ TEST_F(link_change, a_port_that_settles_after_the_cycle_is_not_parked)
 // A background thread's wish reaches the loop, which arms the timer itself.
 TEST_F(link_change, a_loss_seen_by_a_background_thread_arms_the_timer_on_the_loop)
 {
-    ASSERT_TRUE(attach_background_to_loop());
+    ASSERT_TRUE(attach_background_to_loop(serve_wishes));
     dev("eth0")->link_active = 1;
     pthread_t thread;
     ASSERT_EQ(start_background_thread(
@@ -245,7 +247,7 @@ TEST_F(link_change, a_loss_seen_by_a_background_thread_arms_the_timer_on_the_loo
 
 TEST_F(link_change, the_last_of_several_wishes_wins)
 {
-    ASSERT_TRUE(attach_background_to_loop());
+    ASSERT_TRUE(attach_background_to_loop(serve_wishes));
     pthread_t thread;
     start_background_thread(
         &thread,
@@ -265,7 +267,7 @@ TEST_F(link_change, the_last_of_several_wishes_wins)
 
 TEST_F(link_change, a_wish_that_arrives_after_the_cycle_ended_opens_the_next_one_with_the_full_wait)
 {
-    ASSERT_TRUE(attach_background_to_loop());
+    ASSERT_TRUE(attach_background_to_loop(serve_wishes));
     wish_from_a_thread();
     uloop_run_timeout(1000);
     EXPECT_TRUE(engine.detecting);
@@ -275,7 +277,7 @@ TEST_F(link_change, a_wish_that_arrives_after_the_cycle_ended_opens_the_next_one
 
 TEST_F(link_change, a_wish_that_arrives_after_the_wan_role_went_to_a_linked_port_opens_nothing)
 {
-    ASSERT_TRUE(attach_background_to_loop());
+    ASSERT_TRUE(attach_background_to_loop(serve_wishes));
     plug({"eth2"});
     port_model.wan_dev = dev("eth2");
     wish_from_a_thread();
@@ -287,7 +289,7 @@ TEST_F(link_change, a_wish_that_arrives_after_the_wan_role_went_to_a_linked_port
 
 TEST_F(link_change, a_pass_answers_the_wishes_that_were_left_before_it)
 {
-    ASSERT_TRUE(attach_background_to_loop());
+    ASSERT_TRUE(attach_background_to_loop(serve_wishes));
     plug({"eth1"});
     start_wan_detect_all(0);
     fire(engine.init_wan_detect_all);

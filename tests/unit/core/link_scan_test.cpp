@@ -61,13 +61,13 @@ TEST_F(link_scan, a_link_that_returns_lifts_any_ban_of_the_port)
     EXPECT_TRUE(is_banned_device(&port_model.banned_list, dev("eth3")));
 }
 
-TEST_F(link_scan, a_wan_port_that_comes_up_keeps_its_ban)
+TEST_F(link_scan, a_wan_port_that_comes_up_is_not_banned_any_more_either)
 {
     add_unique_banned_device_to_list(port_model.dev_hashmap_head, &port_model.banned_list, "eth0", BAN_FOREVER);
     fake_router.links["eth0"] = true;
     update_eth_link_status_trigger();
     EXPECT_TRUE(dev("eth0")->link_active);
-    EXPECT_TRUE(is_banned_device(&port_model.banned_list, dev("eth0")));
+    EXPECT_FALSE(is_banned_device(&port_model.banned_list, dev("eth0")));
 }
 
 TEST_F(link_scan, a_port_that_the_script_forgets_is_told_and_the_others_are_looked_at)

@@ -42,7 +42,7 @@ t_adapter_test::t_adapter_test()
     init_engine_gate(&gate);
     engine_gate = &gate;
     recorded = &engine;
-    engine_handlers = {record_detection, record_proto_detection, record_link_change};
+    engine_handlers = {record_detection, record_proto_detection, record_link_change, nullptr};
 }
 
 t_adapter_test::~t_adapter_test()

@@ -64,6 +64,25 @@ protected:
 
 } // namespace
 
+TEST_F(port_states, the_loss_of_the_wan_port_is_handed_on_before_the_changes_of_the_ports_ahead_of_it)
+{
+    port_model.wan_dev = eth2;
+    eth2->link_active = 1;
+    EXPECT_EQ(scan(R"({"eth0":true,"eth1":true,"eth2":false})"), 1);
+    const std::vector<t_link_change> wanted = {{eth2, false}, {eth0, true}, {eth1, true}};
+    EXPECT_EQ(engine.link_changes, wanted);
+    EXPECT_TRUE(log.has("Info", "update_eth_link_status_using_script",
+                        "Single shot scanning found eth2 link change to down, pull trigger!"));
+}
+
+TEST_F(port_states, a_wan_port_that_comes_up_keeps_its_place)
+{
+    port_model.wan_dev = eth2;
+    EXPECT_EQ(scan(R"({"eth0":true,"eth1":false,"eth2":true})"), 1);
+    const std::vector<t_link_change> wanted = {{eth0, true}, {eth2, true}};
+    EXPECT_EQ(engine.link_changes, wanted);
+}
+
 TEST_F(port_states, each_changed_port_is_reported_in_table_order)
 {
     eth1->link_active = 1;

@@ -18,6 +18,7 @@ protected:
     wan_switch() : eth0(add_port("eth0", 0)), eth3(add_port("eth3", 3)), combo(add_combo_port("eth5", 5, SUB_PORT_PHY))
     {
         configure_wan("eth0");
+        port_model.enable = 1;
         install_program("network_lanwan_swap");
         combo_says(R"({"phy":true,"sfp":false,"serdes":"phy"})");
     }
@@ -239,6 +240,26 @@ TEST_F(wan_switch, a_toggle_reads_the_state_of_the_port_anew_at_its_end)
     toggle_combo_state(combo);
     EXPECT_EQ(combo->sub_port, SUB_PORT_SFP);
     EXPECT_EQ(combo->sfp_link, 1);
+}
+
+TEST_F(wan_switch, a_toggle_that_waited_for_the_locks_does_not_undo_the_switch_that_held_them)
+{
+    pthread_mutex_lock(&gate.locks.link_block_lock);
+    std::thread toggling([this] { toggle_combo_state(combo); });
+    std::this_thread::sleep_for(20ms);
+    gate.link_trigger_blocked = gate.combo_switch_blocked = 1; // as a switch leaves them
+    pthread_mutex_unlock(&gate.locks.link_block_lock);
+    toggling.join();
+    EXPECT_EQ(swaps(), "");
+    EXPECT_TRUE(none_taken());
+}
+
+TEST_F(wan_switch, a_toggle_that_waited_for_the_locks_does_nothing_once_detection_is_off)
+{
+    port_model.enable = 0;
+    toggle_combo_state(combo);
+    EXPECT_EQ(swaps(), "");
+    EXPECT_TRUE(none_blocked());
 }
 
 TEST_F(wan_switch, a_toggle_of_nothing_or_of_a_plain_port_is_refused)

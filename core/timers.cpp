@@ -1,0 +1,38 @@
+// SPDX-License-Identifier: MIT
+// Every timer of the engine and the step that it leads to.
+#include "core/timers.h"
+
+#include "core/confirm_stages.h"
+#include "core/cycle_end.h"
+#include "core/cycle_start.h"
+#include "core/engine.h"
+#include "core/look_again.h"
+#include "core/proto_stage.h"
+#include "platform/log.h"
+
+// Wakes the loop at least ten times a second, whatever else sleeps.
+static void uloop_heartbeat(uloop_timeout *timer)
+{
+    uloop_timeout_set(timer, HEARTBEAT_INTERVAL_MS);
+}
+
+// Trying one port after the other is not supported; nothing arms this.
+static void uloop_wan_detect_try_each(uloop_timeout *)
+{
+    LOG(Error, "Impossible to get here, try each port as wan is not supported!\n");
+}
+
+void bind_engine_timers()
+{
+    engine.init_wan_detect_all.cb = uloop_init_wan_detect_all;
+    engine.start_wan_detect.cb = uloop_start_wan_detect;
+    engine.proto_detect_start.cb = uloop_proto_detect_start;
+    engine.proto_detect_end.cb = uloop_proto_detect_end;
+    engine.using_proto_detect.cb = uloop_wan_detect_using_proto_detect;
+    engine.using_arp.cb = uloop_wan_detect_using_arp;
+    engine.using_dns.cb = uloop_wan_detect_using_dns;
+    engine.try_each.cb = uloop_wan_detect_try_each;
+    engine.end.cb = uloop_wan_detect_end;
+    engine.heartbeat.cb = uloop_heartbeat;
+    engine.look_again.cb = uloop_look_again;
+}

@@ -1,0 +1,7 @@
+// SPDX-License-Identifier: MIT
+// Binding the engine's timers to their steps, once, at start-up.
+#pragma once
+
+constexpr int HEARTBEAT_INTERVAL_MS = 100;
+
+void bind_engine_timers();

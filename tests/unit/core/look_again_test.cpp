@@ -1,0 +1,313 @@
+// SPDX-License-Identifier: MIT
+#include "core/look_again.h"
+
+#include "core/background.h"
+#include "core/engine_fixture.h"
+#include "core/link_change.h"
+#include "core/wishes.h"
+#include "model/banned.h"
+
+namespace {
+
+class look_again : public t_engine_test {
+protected:
+    void SetUp() override
+    {
+        ASSERT_TRUE(init_background());
+        t_engine_test::SetUp();
+    }
+    void TearDown() override
+    {
+        forget_wishes();
+        t_engine_test::TearDown();
+        release_background();
+    }
+    // A cycle over all ports, up to and including its first pass.
+    static void open_cycle()
+    {
+        start_wan_detect_all(0);
+        fire(engine.init_wan_detect_all);
+        fire(engine.start_wan_detect);
+    }
+    static void configure_interval(const std::string &value)
+    {
+        write_config("network", read_file("/etc/config/network") +
+                                    "config auto_wan 'auto_wan_detect'\n\toption retry_interval '" + value + "'\n");
+    }
+    // The look comes and the pass after it.
+    static void look()
+    {
+        fire(engine.look_again);
+        fire(engine.start_wan_detect);
+    }
+    static int pause_s() { return armed(engine.look_again) / 1000; }
+};
+
+TEST_F(look_again, an_open_cycle_with_nobody_left_lists_all_ports_anew_after_30_s)
+{
+    open_cycle();
+    EXPECT_EQ(pause_s(), 30);
+    EXPECT_TRUE(log->has("Info", "look_again_later", "No port left to ask, looking at all ports again in 30s!"));
+    plug({"eth2"});
+    fire(engine.look_again);
+    EXPECT_EQ(candidates(), "eth2");
+    EXPECT_EQ(armed(engine.start_wan_detect), 0);
+    fire(engine.start_wan_detect);
+    EXPECT_EQ(armed(engine.proto_detect_start), 0) << "the port is asked";
+}
+
+TEST_F(look_again, a_port_that_was_silent_in_three_stages_is_asked_again_and_wins)
+{
+    plug({"eth2"});
+    open_cycle();
+    for (int i = 0; i < 100 && !engine.look_again.pending; i++) {
+        if (engine.proto_detect_start.pending)
+            fire(engine.proto_detect_start);
+        else if (engine.proto_detect_end.pending)
+            fire(engine.proto_detect_end);
+        else if (engine.using_proto_detect.pending)
+            fire(engine.using_proto_detect);
+        else
+            fire(engine.start_wan_detect);
+    }
+    ASSERT_EQ(pause_s(), 30);
+    EXPECT_EQ(fake_probes.count("dhcp all"), 3);
+    fake_probes.dhcp_ports = {"eth2"}; // the modem is up now
+    look();
+    run_until_end();
+    EXPECT_EQ(engine.result_dev, dev("eth2"));
+}
+
+TEST_F(look_again, the_pauses_grow_from_30_s_to_300_s)
+{
+    open_cycle();
+    for (int wanted : {30, 60, 120, 240, 300, 300}) {
+        EXPECT_EQ(pause_s(), wanted);
+        look();
+    }
+}
+
+TEST_F(look_again, the_polls_of_a_pause_neither_tell_of_it_again_nor_put_it_off)
+{
+    open_cycle();
+    uloop_timeout_set(&engine.look_again, 7000);
+    for (int i = 0; i < 5; i++)
+        fire(engine.start_wan_detect);
+    EXPECT_EQ(pause_s(), 7);
+    EXPECT_EQ(log->count("Info", "look_again_later", "No port left to ask, looking at all ports again in 30s!"), 1);
+}
+
+TEST_F(look_again, the_configured_interval_is_the_first_pause)
+{
+    configure_interval("10");
+    open_cycle();
+    for (int wanted : {10, 20, 40, 80, 160, 300, 300}) {
+        EXPECT_EQ(pause_s(), wanted);
+        look();
+    }
+}
+
+TEST_F(look_again, an_interval_beyond_300_s_is_every_pause)
+{
+    configure_interval("3600");
+    open_cycle();
+    for (int i = 0; i < 3; i++) {
+        EXPECT_EQ(pause_s(), 3600);
+        look();
+    }
+}
+
+TEST_F(look_again, an_interval_of_0_switches_it_off)
+{
+    configure_interval("0");
+    open_cycle();
+    EXPECT_EQ(armed(engine.look_again), NOT_ARMED);
+    EXPECT_EQ(armed(engine.start_wan_detect), 1000);
+}
+
+TEST_F(look_again, a_wrong_interval_means_30_s)
+{
+    for (const char *wrong : {"9", "3601", "-1", "often", "30s", ""}) {
+        load();
+        configure_interval(wrong);
+        open_cycle();
+        EXPECT_EQ(pause_s(), 30) << wrong;
+        TearDown();
+        SetUp();
+    }
+}
+
+TEST_F(look_again, a_link_change_of_any_port_begins_with_the_first_pause_again)
+{
+    load("dhcp", "0 1 2 3", "0 1 2 3"); // eth4 is not in the pool
+    open_cycle();
+    for (int i = 0; i < 3; i++)
+        look();
+    ASSERT_EQ(pause_s(), 240);
+    fake_router.links["eth4"] = true;
+    wan_detect_process_link_change(dev("eth4"), true);
+    EXPECT_EQ(pause_s(), 30);
+    look();
+    EXPECT_EQ(pause_s(), 60);
+    EXPECT_TRUE(stop_background_threads());
+}
+
+TEST_F(look_again, a_link_that_changes_all_the_time_does_not_put_it_off)
+{
+    open_cycle();
+    uloop_timeout_set(&engine.look_again, 5000);
+    for (bool up : {true, false, true, false})
+        wan_detect_process_link_change(dev("eth4"), up);
+    EXPECT_EQ(pause_s(), 5);
+    EXPECT_TRUE(stop_background_threads());
+}
+
+TEST_F(look_again, a_change_seen_by_another_thread_counts_too)
+{
+    ASSERT_TRUE(attach_background_to_loop(serve_wishes));
+    open_cycle();
+    look();
+    ASSERT_EQ(pause_s(), 60);
+    pthread_t thread;
+    ASSERT_EQ(start_background_thread(
+                  &thread,
+                  [](void *port) -> void * {
+                      wan_detect_process_link_change(static_cast<t_device *>(port), true);
+                      leave_background();
+                      return nullptr;
+                  },
+                  dev("eth4")),
+              0);
+    pthread_join(thread, nullptr);
+    uloop_run_timeout(1000);
+    EXPECT_EQ(pause_s(), 30);
+    EXPECT_TRUE(stop_background_threads());
+    detach_background_from_loop();
+}
+
+TEST_F(look_again, requests_begin_with_the_first_pause_again)
+{
+    open_cycle();
+    look();
+    ASSERT_EQ(pause_s(), 60);
+    const t_proto_detect_request request = {.timeout_ms = 2000, .dev = dev("eth1"), .protocol = nullptr};
+    ASSERT_EQ(engine_handlers.start_proto_detect(&request), 0);
+    EXPECT_EQ(pause_s(), 30);
+    uloop_timeout_set(&engine.look_again, 30000);
+    engine.retry.armed_s = 120;
+    start_wan_detect_all(60000);
+    EXPECT_EQ(pause_s(), 30);
+}
+
+TEST_F(look_again, a_port_whose_ban_ran_out_is_listed_again)
+{
+    plug({"eth2"});
+    add_unique_banned_device_to_list(port_model.dev_hashmap_head, &port_model.banned_list, "eth2", 100);
+    open_cycle();
+    EXPECT_EQ(candidates(), "");
+    remove_banned_device_from_list(port_model.dev_hashmap_head, &port_model.banned_list, "eth2", nullptr);
+    fire(engine.look_again);
+    EXPECT_EQ(candidates(), "eth2");
+}
+
+TEST_F(look_again, a_stage_that_begins_ends_the_pause_and_the_next_one_is_longer)
+{
+    open_cycle();
+    engine.possible_wan_dev_list_cache = {};
+    plug({"eth2"});
+    delay_trigger_thread(dev("eth2"), 0);
+    fire(engine.start_wan_detect);
+    EXPECT_EQ(armed(engine.proto_detect_start), 0);
+    EXPECT_EQ(armed(engine.look_again), NOT_ARMED);
+}
+
+TEST_F(look_again, a_cycle_that_ended_without_a_result_looks_again_while_the_wan_port_is_down)
+{
+    set_connection("ocn");
+    plug({"eth2"});
+    open_cycle();
+    fire(engine.end);
+    EXPECT_FALSE(port_model.wan_detect_running);
+    EXPECT_EQ(pause_s(), 30);
+    fire(engine.look_again);
+    EXPECT_EQ(armed(engine.init_wan_detect_all), 0);
+    set_connection("dhcp");
+    fake_probes.dhcp_ports = {"eth2"};
+    run_until_end();
+    EXPECT_EQ(engine.result_dev, dev("eth2"));
+    fire(engine.end);
+    EXPECT_EQ(armed(engine.look_again), NOT_ARMED);
+}
+
+TEST_F(look_again, the_pause_after_such_a_cycle_grows_as_well)
+{
+    set_connection("ocn");
+    plug({"eth2"});
+    open_cycle();
+    fire(engine.end);
+    for (int wanted : {30, 60, 120}) {
+        EXPECT_EQ(pause_s(), wanted);
+        fire(engine.look_again);
+        fire(engine.init_wan_detect_all);
+        fire(engine.start_wan_detect);
+        fire(engine.end);
+    }
+}
+
+TEST_F(look_again, a_wan_port_that_works_by_then_needs_no_cycle)
+{
+    set_connection("ocn");
+    plug({"eth2"});
+    open_cycle();
+    fire(engine.end);
+    plug({"eth0"});
+    fake_router.network_state = 0;
+    fire(engine.look_again);
+    EXPECT_EQ(armed(engine.init_wan_detect_all), NOT_ARMED);
+    EXPECT_EQ(armed(engine.look_again), NOT_ARMED);
+}
+
+TEST_F(look_again, with_detection_off_or_outside_router_mode_nobody_looks)
+{
+    open_cycle();
+    port_model.enable = 0;
+    fire(engine.look_again);
+    EXPECT_EQ(candidates(), "");
+    uloop_timeout_set(&engine.look_again, 0);
+    port_model.enable = 1;
+    port_model.router_mode = 0;
+    plug({"eth2"});
+    fire(engine.look_again);
+    EXPECT_EQ(candidates(), "");
+}
+
+TEST_F(look_again, a_cycle_that_another_one_follows_plans_no_look)
+{
+    set_connection("ocn");
+    plug({"eth2"});
+    open_cycle();
+    start_wan_detect_all(0);
+    fire(engine.init_wan_detect_all);
+    fire(engine.end);
+    EXPECT_EQ(armed(engine.look_again), NOT_ARMED);
+    EXPECT_EQ(armed(engine.init_wan_detect_all), 500);
+}
+
+TEST_F(look_again, every_second_look_asks_in_the_connections_own_name)
+{
+    open_cycle();
+    EXPECT_FALSE(asks_in_own_name());
+    for (bool own : {true, false, true}) {
+        look();
+        EXPECT_EQ(asks_in_own_name(), own);
+    }
+    start_wan_detect_all(0);
+    fire(engine.init_wan_detect_all); // the open cycle gives up
+    fire(engine.start_wan_detect);
+    fire(engine.end);
+    fire(engine.init_wan_detect_all);
+    fire(engine.start_wan_detect);
+    EXPECT_FALSE(asks_in_own_name());
+}
+
+} // namespace

@@ -1,0 +1,244 @@
+// SPDX-License-Identifier: MIT
+#include "core/wan_role.h"
+
+#include "core/background.h"
+#include "core/combo_switch.h"
+#include "core/engine_fixture.h"
+#include "core/wishes.h"
+#include "model/current_wan.h"
+
+namespace {
+
+constexpr const char *TO_ETH0 = "network_lanwan_swap set port0";
+constexpr const char *TO_ETH2 = "network_lanwan_swap set port2";
+constexpr const char *TO_ETH3 = "network_lanwan_swap set port3";
+
+class wan_role : public t_engine_test {
+protected:
+    void SetUp() override
+    {
+        ASSERT_TRUE(init_background());
+        t_engine_test::SetUp();
+    }
+    void TearDown() override
+    {
+        forget_wishes();
+        t_engine_test::TearDown();
+        release_background();
+    }
+    // Somebody else gives the role away.
+    static void move_role(int port) { write_switch_config(5, port); }
+
+    static void open_cycle()
+    {
+        start_wan_detect_all(0);
+        fire(engine.init_wan_detect_all);
+        fire(engine.start_wan_detect);
+    }
+    static int swaps()
+    {
+        return static_cast<int>(
+            std::count_if(fake_router.commands.begin(), fake_router.commands.end(),
+                          [](const std::string &command) { return command.rfind("network_lanwan_swap", 0) == 0; }));
+    }
+};
+
+TEST_F(wan_role, moved_during_a_cycle_goes_to_the_new_port_and_not_back)
+{
+    plug({"eth0"}); // linked, without service: the cycle polls
+    open_cycle();
+    ASSERT_EQ(armed(engine.start_wan_detect), 1000);
+    move_role(3);
+    plug({"eth3"});
+    fake_router.network_state = 0;
+    fire(engine.start_wan_detect);
+    EXPECT_EQ(engine.result_dev, dev("eth3"));
+    run_until_end();
+    fire(engine.end);
+    EXPECT_EQ(swaps(), 0);
+    EXPECT_EQ(port_model.wan_dev, dev("eth3"));
+    EXPECT_EQ(read_file("/tmp/wan_detect_result"), "eth3");
+}
+
+TEST_F(wan_role, moved_after_the_pass_judged_the_old_port_good_is_not_taken_back)
+{
+    plug({"eth0", "eth3"});
+    fake_router.network_state = 0;
+    open_cycle();
+    ASSERT_EQ(engine.result_dev, dev("eth0"));
+    move_role(3);
+    fire(engine.end);
+    EXPECT_EQ(swaps(), 0);
+    EXPECT_EQ(armed(engine.start_wan_detect), 1000);
+    EXPECT_TRUE(port_model.wan_detect_running);
+    fire(engine.start_wan_detect);
+    fire(engine.end);
+    EXPECT_EQ(swaps(), 0);
+    EXPECT_EQ(port_model.wan_dev, dev("eth3"));
+}
+
+TEST_F(wan_role, moved_between_the_verdict_and_the_end_sends_the_cycle_back_to_look_at_the_new_port)
+{
+    plug({"eth2"});
+    fake_probes.dhcp_ports = {"eth2"};
+    open_cycle();
+    run_until_end();
+    ASSERT_EQ(engine.result_dev, dev("eth2"));
+    move_role(3);
+    plug({"eth3"});
+    fake_router.network_state = 0;
+    fire(engine.end);
+    EXPECT_EQ(swaps(), 0);
+    fire(engine.start_wan_detect);
+    EXPECT_EQ(engine.result_dev, dev("eth3"));
+}
+
+TEST_F(wan_role, moved_to_a_port_that_does_not_work_yields_to_the_port_that_answers)
+{
+    plug({"eth2"});
+    fake_probes.dhcp_ports = {"eth2"};
+    open_cycle();
+    run_until_end();
+    move_role(3);
+    fire(engine.end);
+    run_until_end();
+    fire(engine.end);
+    EXPECT_EQ(fake_router.count(TO_ETH2), 1);
+    EXPECT_EQ(fake_router.count(TO_ETH0) + fake_router.count(TO_ETH3), 0);
+}
+
+TEST_F(wan_role, moved_to_the_winner_itself_ends_the_cycle_without_a_switch)
+{
+    plug({"eth2"});
+    fake_probes.dhcp_ports = {"eth2"};
+    open_cycle();
+    run_until_end();
+    move_role(2);
+    fire(engine.end);
+    EXPECT_EQ(swaps(), 0);
+    EXPECT_FALSE(port_model.wan_detect_running);
+    EXPECT_EQ(read_file("/tmp/wan_detect_result"), "eth2");
+}
+
+TEST_F(wan_role, moved_during_a_cycle_to_a_port_that_is_none_of_ours_stays_there)
+{
+    plug({"eth2"});
+    fake_probes.dhcp_ports = {"eth2"};
+    open_cycle();
+    run_until_end();
+    write_switch_config(8, 7);
+    fire(engine.end);
+    EXPECT_EQ(swaps(), 0);
+    EXPECT_FALSE(port_model.wan_detect_running);
+    EXPECT_FALSE(file_exists("/tmp/wan_detect_result"));
+}
+
+TEST_F(wan_role, that_was_at_a_foreign_port_all_the_time_may_be_taken)
+{
+    write_switch_config(8, 7);
+    plug({"eth2"});
+    fake_probes.dhcp_ports = {"eth2"};
+    open_cycle();
+    run_until_end();
+    fire(engine.end);
+    EXPECT_EQ(fake_router.count(TO_ETH2), 1);
+}
+
+TEST_F(wan_role, a_pass_says_nothing_new_while_nothing_moved)
+{
+    open_cycle();
+    log.reset();
+    log = std::make_unique<t_log_capture>();
+    fire(engine.start_wan_detect);
+    EXPECT_EQ(log->count("Debug", "get_wan_device_name", "Successful get wan device:eth0"), 0);
+    EXPECT_FALSE(log->has("Debug", "update_wan_device", "Entering function: update_wan_device!"));
+}
+
+TEST_F(wan_role, the_old_port_leaves_the_candidates_with_the_role_unless_it_was_one_itself)
+{
+    open_cycle();
+    move_role(3);
+    fire(engine.start_wan_detect);
+    EXPECT_EQ(candidates(), "");
+}
+
+TEST_F(wan_role, moved_while_no_cycle_is_open_is_adopted_when_the_combo_thread_sees_it)
+{
+    plug({"eth3"});
+    move_role(3);
+    t_combo_state state = {};
+    wan_combo_auto_switch(&state);
+    EXPECT_EQ(port_model.wan_dev, dev("eth3"));
+    EXPECT_TRUE(log->has("Info", "look_at_role", "The wan role was moved from eth0 to eth3!"));
+    EXPECT_EQ(armed(engine.start_wan_detect), NOT_ARMED);
+}
+
+TEST_F(wan_role, adopted_by_a_port_without_a_link_counts_as_a_wan_loss)
+{
+    plug({"eth0"});
+    move_role(3);
+    t_combo_state state = {};
+    wan_combo_auto_switch(&state);
+    EXPECT_TRUE(engine.detecting);
+    EXPECT_EQ(armed(engine.start_wan_detect), 10000);
+    EXPECT_TRUE(log->has("Info", "wan_detect_process_link_change", "Wan down!! Begin detecting in 10000ms"));
+}
+
+TEST_F(wan_role, unknown_at_start_up_is_adopted_once_it_can_be_read)
+{
+    port_model.wan_dev = nullptr;
+    port_model.wan_role[0] = '\0';
+    plug({"eth0"});
+    t_combo_state state = {};
+    wan_combo_auto_switch(&state);
+    EXPECT_EQ(port_model.wan_dev, dev("eth0"));
+    EXPECT_TRUE(log->has("Info", "look_at_role", "The wan role was moved from null to eth0!"));
+}
+
+TEST_F(wan_role, at_a_foreign_port_is_left_alone_and_told_once)
+{
+    write_switch_config(8, 7);
+    t_combo_state state = {};
+    wan_combo_auto_switch(&state);
+    follow_moved_role();
+    follow_moved_role();
+    EXPECT_EQ(port_model.wan_dev, dev("eth0"));
+    EXPECT_EQ(log->count("Error", "update_wan_device", "Can't find the device:eth7 in hash list!"), 1);
+    EXPECT_FALSE(engine.detecting);
+}
+
+TEST_F(wan_role, seen_by_another_thread_is_adopted_on_the_loop)
+{
+    ASSERT_TRUE(attach_background_to_loop(serve_wishes));
+    plug({"eth3"});
+    move_role(3);
+    pthread_t thread;
+    ASSERT_EQ(start_background_thread(
+                  &thread,
+                  [](void *) -> void * {
+                      t_combo_state state = {};
+                      wan_combo_auto_switch(&state);
+                      leave_background();
+                      return nullptr;
+                  },
+                  nullptr),
+              0);
+    pthread_join(thread, nullptr);
+    EXPECT_EQ(port_model.wan_dev, dev("eth0"));
+    uloop_run_timeout(1000);
+    EXPECT_EQ(port_model.wan_dev, dev("eth3"));
+    detach_background_from_loop();
+}
+
+TEST_F(wan_role, moved_while_the_sides_of_a_combo_port_were_read_is_not_taken_back_by_a_toggle)
+{
+    write_switch_config(5, 0, "", 0);
+    dev("eth0")->is_combo = 1;
+    fake_router.outputs["/etc/wan_detect/get_combo_state.sh port0"] = "{\"phy\":false,\"sfp\":true,\"serdes\":\"phy\"}";
+    fake_router.on_capture = [](const std::string &) { move_role(3); };
+    t_combo_state state = {};
+    wan_combo_auto_switch(&state);
+    EXPECT_EQ(swaps(), 0);
+}
+
+} // namespace
