@@ -3,6 +3,7 @@
 #include "probes/bridge_table.h"
 
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -16,6 +17,7 @@
 #include "platform/guards.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
+#include "probes/interface_query.h"
 
 namespace {
 
@@ -53,6 +55,19 @@ int read_chunk(int fd, const char *bridge_name, int offset, t_bridge_record *chu
     const t_file_guard forwarding(fopen(path, "re"));
     return forwarding.file ? read_chunk_by_sysfs(forwarding.file, offset, chunk)
                            : read_chunk_by_ioctl(fd, bridge_name, offset, chunk);
+}
+
+// The kernel numbers the ports of each bridge on their own. Where it does not say whose the port is, it counts as ours.
+bool is_port_of_other_bridge(const char *port_dir)
+{
+    char path[SYSFS_PATH_SIZE], target[PATH_MAX];
+    snprintf(path, sizeof path, "%s/bridge", port_dir);
+    const ssize_t length = readlink(path, target, sizeof target - 1);
+    if (length <= 0)
+        return false;
+    target[length] = '\0';
+    const char *last = strrchr(target, '/');
+    return strcmp(last ? last + 1 : target, LAN_BRIDGE) != 0;
 }
 
 } // namespace
@@ -118,7 +133,8 @@ int update_brlan_dev_index(t_device *dev_hashmap_head)
     for (t_device *dev = dev_hashmap_head; dev; dev = static_cast<t_device *>(dev->hh.next)) {
         char dir[SYSFS_DIR_SIZE];
         snprintf(dir, sizeof dir, "/sys/class/net/%s/brport", dev->name);
-        dev->brlan_index = static_cast<int8_t>(fetch_int(dir, "port_no"));
+        const int number = fetch_int(dir, "port_no");
+        dev->brlan_index = is_port_of_other_bridge(dir) ? int8_t{-1} : static_cast<int8_t>(number);
         if (dev->brlan_index >= 0)
             LOG(Debug, "success get dev:%s index:%d\n", dev->name, dev->brlan_index);
     }

@@ -29,7 +29,7 @@ int get_bridge_table(const char *bridge_name, t_bridge_record **records);
 // The loop of get_bridge_table; `fd` is the ioctl channel.
 int br_get_fdb(int fd, const char *bridge_name, t_bridge_record **records);
 
-// Stores every port's number on its bridge, -1 for a port of no bridge. Always 0.
+// Stores every port's number on the LAN bridge, -1 for a port of no bridge or of another one. Always 0.
 int update_brlan_dev_index(t_device *dev_hashmap_head);
 
 // The integer in a file, in any base; -1 when there is none.

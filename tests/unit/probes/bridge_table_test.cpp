@@ -314,6 +314,24 @@ TEST_F(bridge_port_numbers, come_from_the_kernel_for_members_and_are_minus_one_f
     EXPECT_TRUE(log.has("Info", "fetch_int", "Failed to open /sys/class/net/eth9/brport/port_no, not a br-lan deive"));
 }
 
+TEST_F(bridge_port_numbers, of_a_port_of_another_bridge_are_none)
+{
+    t_device *guest = add("eth2"), *member = add("eth1");
+    make_bridge(0);
+    must_run("ip link add br-guest type bridge && ip link add eth2 type veth peer name peer2 && "
+             "ip link set eth2 master br-guest");
+    EXPECT_EQ(fetch_int("/sys/class/net/eth2/brport", "port_no"), 1) << "as eth1's, so nothing was tested";
+    EXPECT_EQ(update_brlan_dev_index(head), 0);
+    EXPECT_EQ(guest->brlan_index, -1);
+    EXPECT_EQ(member->brlan_index, 1);
+    EXPECT_FALSE(log.has_body("success get dev:eth2 index:1"));
+    must_run("ip link set eth2 master br-lan");
+    update_brlan_dev_index(head);
+    EXPECT_EQ(guest->brlan_index, 2);
+    must_run("ip link del eth2 && ip link del br-guest");
+    remove_bridge();
+}
+
 TEST_F(bridge_port_numbers, survive_strange_names)
 {
     add("../../../../../../../../../etc");

@@ -167,6 +167,25 @@ TEST_F(lan_real_wire, a_live_host_flags_its_port_and_a_dead_one_does_not)
     EXPECT_EQ(model.arp_table_hashmap_head, nullptr);
 }
 
+TEST_F(lan_real_wire, a_host_behind_a_port_of_another_bridge_does_not_count_for_the_lan_port_of_the_same_number)
+{
+    t_device *stranger = nullptr;
+    release_all_device(&model.dev_hashmap_head);
+    t_cable cable3("eth3", "host3");
+    must_run("ip link add br-guest type bridge && ip link set br-guest up && ip link set eth3 master br-guest");
+    stranger = add("eth3", 1); // stands before eth1 in the table, and has its number
+    eth1 = add("eth1", 2);
+    eth2 = add("eth2", 3);
+    t_arp_peer host1(cable1, answer);
+    host1.send(t_arp_answer{HOST, ip(HOST_ADDRESS)}.bytes());
+    must_run("ip neigh replace 192.168.1.50 lladdr aa:bb:cc:00:00:32 dev br-lan nud reachable");
+    EXPECT_EQ(update_brlan_dev(&model), 0);
+    EXPECT_EQ(stranger->brlan_index, -1);
+    EXPECT_EQ(stranger->is_brlan_dev, 0);
+    EXPECT_EQ(eth1->is_brlan_dev, 1);
+    must_run("ip link del br-guest");
+}
+
 TEST_F(lan_real_wire, a_port_that_is_down_or_gone_has_not_answered)
 {
     t_arp_peer host2(cable2, answer);
