@@ -36,7 +36,7 @@ struct t_single_port_list {
 
 } // namespace
 
-int find_target_ip_and_device_with_arp(t_device_list_head *list, uint32_t target_be)
+int find_target_ip_and_device_with_arp(t_device_list_head *list, uint32_t target_be, uint32_t sender_be)
 {
     LOG(Debug, "Entering function: find_target_ip_and_device_with_arp, target_ip=%s!\n", t_ipv4_text(target_be).text);
     t_interface_info lan;
@@ -47,7 +47,8 @@ int find_target_ip_and_device_with_arp(t_device_list_head *list, uint32_t target
     }
     LOG(Debug, "Success get br-lan ip:%s, mac:%02X-%02X-%02X-%02X-%02X-%02X\n", t_ipv4_text(lan.address_be).text,
         MAC_ARGS(lan.mac));
-    if (check_ip_using_arp_blocked(target_be, UNKNOWN_MAC, list, lan.address_be, lan.mac) != OK) {
+    const uint32_t asker_be = sender_be ? sender_be : lan.address_be;
+    if (check_ip_using_arp_blocked(target_be, UNKNOWN_MAC, list, asker_be, lan.mac) != OK) {
         LOG(Error, "Failed to send arp request for each device!\n");
         empty_list(list);
         return ARP_ERR_SEARCH;

@@ -133,7 +133,7 @@ int update_brlan_dev(t_port_model *model)
     return OK;
 }
 
-int find_target_ip_and_device_with_arp(t_device_list_head *list, uint32_t target_be)
+int find_target_ip_and_device_with_arp(t_device_list_head *list, uint32_t target_be, uint32_t)
 {
     fake_probes.calls.push_back(std::string("arp ") + t_ipv4_text(target_be).text);
     if (!fake_probes.bridge_readable) {

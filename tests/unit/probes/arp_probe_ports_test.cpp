@@ -425,6 +425,29 @@ TEST_F(arp_port_search, finding_leaves_the_one_owner_of_an_address)
     EXPECT_TRUE(log.has("Debug", find, "Success get br-lan ip:192.168.1.1, mac:02-00-00-00-00-01"));
 }
 
+TEST_F(arp_port_search, finding_may_ask_in_another_address_than_the_bridges)
+{
+    t_port_list ports = {&eth1, &eth2};
+    answer_on({"eth2"});
+    EXPECT_EQ(find_target_ip_and_device_with_arp(&ports.list, ip(TARGET), ip("10.0.0.7")), 0);
+    EXPECT_EQ(ports.names(), t_names{"eth2"});
+    ASSERT_EQ(fake_wire.sent().size(), 2u);
+    t_arp_frame expected;
+    const uint8_t port_mac[MAC_SIZE] = {2, 0, 0, 0, 0, 12};
+    build_arp_request(&expected, port_mac, ip("10.0.0.7"), t_mac(MAC_SIZE).data(), ip(TARGET));
+    EXPECT_EQ(memcmp(fake_wire.sent()[1].bytes.data(), &expected, sizeof expected), 0);
+    EXPECT_TRUE(log.has("Debug", "find_target_ip_and_device_with_arp",
+                        "Success get br-lan ip:192.168.1.1, mac:02-00-00-00-00-01"));
+}
+
+TEST_F(arp_port_search, finding_in_another_address_needs_the_bridge_as_well)
+{
+    t_port_list ports = {&eth1};
+    fake_wire.fail(t_wire_call::QUERY_INTERFACE, ENODEV, 0, 1, "br-lan");
+    EXPECT_EQ(find_target_ip_and_device_with_arp(&ports.list, ip(TARGET), ip("10.0.0.7")), -87);
+    EXPECT_EQ(ports.list.count, 0);
+}
+
 TEST_F(arp_port_search, two_ports_that_both_answer_stay_and_are_warned_of)
 {
     t_port_list ports = {&eth1, &eth2, &eth3};
