@@ -16,7 +16,7 @@ constexpr int32_t DNS_MAX_ENTRIES = 16;
 struct t_dns_entry {
     uint8_t received;
     uint16_t query_id;
-    int32_t index;
+    int32_t index; // position among the handle's entries: by it a watcher's callback finds the handle
     uint32_t dev_ip_be;
     uint32_t dns_server_be;
     t_device *dev;                // borrowed

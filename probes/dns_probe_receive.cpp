@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The two ways of reading a port's answers: all that is pending while the probe waits, or one frame from the loop.
+#include <cstddef>
+
 #include "platform/ipv4_text.h"
 #include "platform/log.h"
 #include "probes/dns_probe_frame.h"
@@ -19,7 +21,9 @@ t_dns_entry *entry_of(uloop_fd *watcher)
 
 t_dns_ctx *handle_of(t_dns_entry *entry)
 {
-    return container_of(entry - entry->index, t_dns_ctx, entries);
+    // The handle's member is the array, so the way leads from its first element by the array's offset.
+    auto *first = reinterpret_cast<uint8_t *>(entry - entry->index);
+    return reinterpret_cast<t_dns_ctx *>(first - offsetof(t_dns_ctx, entries));
 }
 
 // False when nothing is pending or reading failed.
