@@ -62,9 +62,10 @@ class Connection:
 class Health(threading.Thread):
     """Keeps the state file that the bus object "network.interface" answers from."""
 
-    def __init__(self, clock):
+    def __init__(self, clock, places_address):
         super().__init__(daemon=True, name="health")
         self.clock = clock
+        self.places_address = places_address
         self.state = None
         self.placed = None
         self.publish("disconnected")
@@ -79,7 +80,8 @@ class Health(threading.Thread):
 
     def look(self):
         port, connection = config.wan_port_name(), Connection()
-        self.place_address(port, connection.address)
+        if self.places_address:
+            self.place_address(port, connection.address)
         if not port or not connection.kind or not carrier(port):
             return "disconnected"
         answered = connection.answers(port, self.clock)
@@ -88,7 +90,7 @@ class Health(threading.Thread):
         return "connected" if answered else "connecting"
 
     def place_address(self, port, address):
-        """Moves the static address to the WAN port; without it nobody would answer the upstream's ARP requests."""
+        """Moves the static address to the WAN port."""
         wanted = (port, f"{address}/{PREFIX_LENGTH}") if port and address else None
         if wanted == self.placed:
             return

@@ -84,7 +84,7 @@ class Router:
         for name, behind in self.scenario.cables.items():
             self.attach(name, behind)
         self.sniffer.start()
-        self.health = Health(self.clock)
+        self.health = Health(self.clock, self.scenario.places_address)
         if self.scenario.managed:
             self.health.start()
         self.bus.start()

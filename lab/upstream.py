@@ -70,16 +70,20 @@ class PppoeServer(Silent):
 
 class Gateway(Silent):
     """A gateway that offers nothing: it answers ARP, and names unless `dns` is off. `remote_dns` is the address of a name
-    server in another network, to which it is the way."""
+    server in another network, to which it is the way. A `strict` one answers only who asks with an address that it would
+    send to through the same line."""
     title = "gateway"
 
-    def __init__(self, address, dns=True, remote_dns=None):
+    def __init__(self, address, dns=True, remote_dns=None, strict=False):
         self.address = address
         self.dns = dns
         self.remote_dns = remote_dns
+        self.strict = strict
 
     def attach(self, line, port_number, clock):
         line.ip("address", "add", f"{self.address}/24", "dev", FAR_END)
+        if self.strict:
+            check_senders(line)
         if self.remote_dns:
             self.make_remote_server(line, port_number)
         elif self.dns:
@@ -95,7 +99,16 @@ class Gateway(Silent):
         server.plug()
         server.ip("address", "add", f"{self.remote_dns}/24", "dev", FAR_END)
         server.ip("route", "add", "default", "via", f"{network}.1")
+        if self.strict:    # the rest of the world, the router's LAN included, is beyond
+            line.ip("route", "add", "default", "via", self.remote_dns)
         serve_names(server, FAR_END, port_number)
+
+
+def check_senders(line):
+    """Switches the strict reverse path filter on, which holds for ARP requests as well."""
+    with inside(line.namespace):
+        for scope in ("all", FAR_END):
+            Path(f"/proc/sys/net/ipv4/conf/{scope}/rp_filter").write_text("1")
 
 
 def serve_names(line, interface, number):

@@ -10,24 +10,60 @@
 
 #include "platform/log.h"
 
-void build_arp_request(t_arp_frame *frame, const uint8_t *source_mac, uint32_t sender_ip_be, const uint8_t *target_mac,
-                       uint32_t target_ip_be)
+namespace {
+
+constexpr uint8_t UNKNOWN_MAC[MAC_SIZE] = {};
+
+void fill_arp_frame(t_arp_frame *frame, uint16_t opcode, const uint8_t *source_mac, uint32_t sender_ip_be)
 {
-    constexpr uint8_t unknown[MAC_SIZE] = {};
-    const bool known = memcmp(target_mac, unknown, MAC_SIZE) != 0;
     *frame = {};
-    memcpy(frame->ethernet.destination, known ? target_mac : BROADCAST_MAC, MAC_SIZE);
     memcpy(frame->ethernet.source, source_mac, MAC_SIZE);
     frame->ethernet.ether_type_be = htons(ETHERTYPE_ARP);
     frame->hardware_type_be = htons(ARPHRD_ETHER);
     frame->protocol_type_be = htons(ETHERTYPE_IP);
     frame->hardware_length = MAC_SIZE;
-    frame->protocol_length = sizeof target_ip_be;
-    frame->opcode_be = htons(ARP_OPCODE_REQUEST);
+    frame->protocol_length = sizeof sender_ip_be;
+    frame->opcode_be = htons(opcode);
     memcpy(frame->sender_mac, source_mac, MAC_SIZE);
     frame->sender_ip_be = sender_ip_be;
+}
+
+// The fields that say "Ethernet and IPv4", as two words of a filter.
+constexpr uint32_t ETHERNET_AND_IPV4 = ARPHRD_ETHER << 16 | ETHERTYPE_IP;
+constexpr uint32_t LENGTHS_AND_REQUEST = MAC_SIZE << 24 | sizeof(uint32_t) << 16 | ARP_OPCODE_REQUEST;
+static_assert(offsetof(t_arp_frame, hardware_length) == offsetof(t_arp_frame, hardware_type_be) + sizeof(uint32_t));
+static_assert(offsetof(t_arp_frame, sender_mac) == offsetof(t_arp_frame, hardware_length) + sizeof(uint32_t));
+
+bool is_ipv4_request(const t_arp_frame &frame)
+{
+    return frame.ethernet.ether_type_be == htons(ETHERTYPE_ARP) && frame.hardware_type_be == htons(ARPHRD_ETHER) &&
+           frame.protocol_type_be == htons(ETHERTYPE_IP) && frame.hardware_length == MAC_SIZE &&
+           frame.protocol_length == sizeof frame.sender_ip_be && frame.opcode_be == htons(ARP_OPCODE_REQUEST);
+}
+
+bool is_unicast(const uint8_t *mac)
+{
+    return !(mac[0] & 1) && memcmp(mac, UNKNOWN_MAC, MAC_SIZE) != 0;
+}
+
+} // namespace
+
+void build_arp_request(t_arp_frame *frame, const uint8_t *source_mac, uint32_t sender_ip_be, const uint8_t *target_mac,
+                       uint32_t target_ip_be)
+{
+    const bool known = memcmp(target_mac, UNKNOWN_MAC, MAC_SIZE) != 0;
+    fill_arp_frame(frame, ARP_OPCODE_REQUEST, source_mac, sender_ip_be);
+    memcpy(frame->ethernet.destination, known ? target_mac : BROADCAST_MAC, MAC_SIZE);
     memcpy(frame->target_mac, target_mac, MAC_SIZE);
     frame->target_ip_be = target_ip_be;
+}
+
+void build_arp_reply(t_arp_frame *frame, const uint8_t *own_mac, uint32_t own_ip_be, const t_arp_asker &asker)
+{
+    fill_arp_frame(frame, ARP_OPCODE_REPLY, own_mac, own_ip_be);
+    memcpy(frame->ethernet.destination, asker.mac, MAC_SIZE);
+    memcpy(frame->target_mac, asker.mac, MAC_SIZE);
+    frame->target_ip_be = asker.ip_be;
 }
 
 // Each packet that is no reply, a cut one included, is told of as an error.
@@ -69,6 +105,33 @@ t_frame_filter arp_host_filter(const uint8_t *target_mac, int level)
     }
     filter_keep(&filter);
     return filter;
+}
+
+t_frame_filter arp_question_filter(uint32_t own_ip_be)
+{
+    t_frame_filter filter = {};
+    filter_require_half(&filter, offsetof(t_arp_frame, ethernet.ether_type_be), ETHERTYPE_ARP);
+    filter_refuse_own(&filter);
+    filter_require_word(&filter, offsetof(t_arp_frame, hardware_type_be), ETHERNET_AND_IPV4);
+    filter_require_word(&filter, offsetof(t_arp_frame, hardware_length), LENGTHS_AND_REQUEST);
+    filter_require_word(&filter, offsetof(t_arp_frame, target_ip_be), ntohl(own_ip_be));
+    filter_keep(&filter);
+    return filter;
+}
+
+bool parse_arp_question(std::span<const uint8_t> bytes, uint32_t own_ip_be, t_arp_asker *asker)
+{
+    constexpr size_t needed = offsetof(t_arp_frame, padding);
+    t_arp_frame frame = {};
+    if (bytes.size() < needed)
+        return false;
+    memcpy(&frame, bytes.data(), needed);
+    if (!is_ipv4_request(frame) || frame.target_ip_be != own_ip_be || !is_unicast(frame.sender_mac) ||
+        frame.sender_ip_be == own_ip_be || frame.sender_ip_be == 0)
+        return false;
+    memcpy(asker->mac, frame.sender_mac, MAC_SIZE);
+    asker->ip_be = frame.sender_ip_be;
+    return true;
 }
 
 bool parse_arp_frame(std::span<const uint8_t> bytes, t_arp_packet *packet)

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <linux/if_packet.h>
 #include <net/ethernet.h>
 #include <poll.h>
@@ -52,8 +53,30 @@ void limit_transfer_times(int fd)
 void close_all(std::span<t_dns_entry> entries)
 {
     for (t_dns_entry &entry : entries)
-        if (is_open(entry))
-            packet_socket_close(&entry.watcher);
+        close_dns_entry(&entry);
+}
+
+// Who wants to answer may first have to ask for the address that it goes to.
+void answer_askers(std::span<t_dns_entry> entries)
+{
+    for (t_dns_entry &entry : entries)
+        answer_arp_questions(&entry.answerer);
+}
+
+void start_answerer(t_dns_entry *entry, uint32_t own_ip_be, int ifindex, const uint8_t *port_mac)
+{
+    t_arp_answerer *answerer = &entry->answerer;
+    answerer->dev = entry->dev;
+    answerer->ifindex = ifindex;
+    answerer->own_ip_be = own_ip_be;
+    memcpy(answerer->port_mac, port_mac, MAC_SIZE);
+    memcpy(answerer->next_hop, entry->server_mac, MAC_SIZE);
+    start_arp_answers(answerer);
+}
+
+pollfd await_reading(const uloop_fd &watcher)
+{
+    return {.fd = watcher.fd > 0 ? watcher.fd : -1, .events = POLLIN, .revents = 0};
 }
 
 // Reads what is pending; the first entry in table order that has its answer, or null.
@@ -72,19 +95,30 @@ const t_dns_entry *take_first_answer(std::span<t_dns_entry> entries)
 // Sleeps until a socket has a frame or the probe's time is over.
 void await_frames(std::span<const t_dns_entry> entries, int64_t elapsed_us)
 {
-    pollfd sockets[DNS_MAX_ENTRIES];
-    for (size_t i = 0; i < entries.size(); i++)
-        sockets[i] = {.fd = is_open(entries[i]) ? entries[i].watcher.fd : -1, .events = POLLIN, .revents = 0};
+    pollfd sockets[2 * DNS_MAX_ENTRIES];
+    size_t count = 0;
+    for (const t_dns_entry &entry : entries) {
+        sockets[count++] = await_reading(entry.watcher);
+        sockets[count++] = await_reading(entry.answerer.watcher);
+    }
     const int64_t left_ms = (DNS_TIMEOUT_US - elapsed_us) / MICROSECONDS_PER_MILLISECOND + 1;
-    packet_socket_poll(sockets, entries.size(), static_cast<int>(left_ms));
+    packet_socket_poll(sockets, count, static_cast<int>(left_ms));
 }
 
 } // namespace
+
+void close_dns_entry(t_dns_entry *entry)
+{
+    if (is_open(*entry))
+        packet_socket_close(&entry->watcher);
+    stop_arp_answers(&entry->answerer);
+}
 
 // Opens one entry's socket; the entry stays closed on failure.
 static void dnslookup_init_fd(t_dns_entry *entry)
 {
     entry->watcher = {};
+    entry->answerer = {};
     entry->watcher.cb = uloop_recv_dns_query;
     LOG(Info, "sending eth:%s using ip %s is in initial!\n", device_name(entry->dev),
         t_ipv4_text(entry->dev_ip_be).text);
@@ -117,14 +151,15 @@ int send_dns_query(uint32_t source_be, t_dns_entry *entry)
     const sockaddr_ll next_hop = packet_address(ETH_P_ALL, ifindex, entry->server_mac);
     if (!known || packet_socket_bind(entry->watcher.fd, next_hop) != 0) {
         LOG(Error, "detect_all_dns_query bind socket to %s fail!\n", device_name(entry->dev));
-        packet_socket_close(&entry->watcher);
+        close_dns_entry(entry);
         return DNS_ERR_BIND;
     }
+    start_answerer(entry, source_be, ifindex, mac);
     t_dns_query_frame frame;
     build_dns_query(&frame, *entry, source_be, mac);
     if (packet_socket_send(entry->watcher.fd, &frame, sizeof frame, next_hop) < 0) {
         LOG(Error, "dns sendto %s failed, errno=%d!\n", t_ipv4_text(entry->dns_server_be).text, errno);
-        packet_socket_close(&entry->watcher);
+        close_dns_entry(entry);
         return DNS_ERR_SEND;
     }
     return OK;
@@ -145,6 +180,7 @@ static int wait_dns_response(t_dns_ctx *ctx)
             LOG(Debug, "gethostbyname_own_implement return success!\n");
             return OK;
         }
+        answer_askers(entries);
         elapsed_us = time_stamp_diff_us(get_time_stamp(), start);
         if (elapsed_us <= DNS_TIMEOUT_US)
             await_frames(entries, elapsed_us);

@@ -1,15 +1,12 @@
 // SPDX-License-Identifier: MIT
-// DNS reachability: one query per port, all at once; the first port in table order with a valid answer wins. Blocks at
-// most three seconds. Loop thread only.
+// DNS reachability: one query per port, all at once; the first port in table order with a valid answer wins. While it
+// waits, the address that a query came from is answered for on its port. Blocks at most three seconds. Loop thread
+// only.
 #pragma once
 
 #include <cstdint>
 
-#include "model/records.h"
-
-extern "C" {
-#include <libubox/uloop.h>
-}
+#include "probes/arp_answer.h"
 
 constexpr int32_t DNS_MAX_ENTRIES = 16;
 
@@ -22,6 +19,7 @@ struct t_dns_entry {
     t_device *dev;                // borrowed
     uloop_fd watcher;             // its descriptor is the raw socket, -1 when closed
     uint8_t server_mac[MAC_SIZE]; // next hop
+    t_arp_answerer answerer;      // open while the socket is and the query is out
 };
 
 struct t_dns_ctx {
@@ -41,8 +39,12 @@ int dns_lookup_via_multi_eth(t_dns_ctx *ctx);
 // socket is closed again.
 int gethostbyname_own_implement(t_dns_ctx *ctx);
 
-// Sends the query of one entry through its open socket. 0; DNS_ERR_BIND or DNS_ERR_SEND (the socket is then closed).
+// Sends the query of one entry through its open socket, and answers for its source from then on. 0; DNS_ERR_BIND or
+// DNS_ERR_SEND (the entry is then closed).
 int send_dns_query(uint32_t source_be, t_dns_entry *entry);
+
+// Closes what an entry has open.
+void close_dns_entry(t_dns_entry *entry);
 
 // Both record an accepted answer on the entry and make its port the winner of the handle that the entry stands in.
 // The first reads what is pending, the other is the loop's callback and reads one frame.

@@ -23,6 +23,7 @@ class Scenario:
     combo = {}            # combo ports and the medium each starts with: {"eth4": "sfp"}
     cables = {}           # what is plugged in at the start: {"eth2": DhcpServer()}
     managed = True        # the network manager looks at the WAN port; else it has no connection, ever
+    places_address = True    # the network manager gives a static address to the WAN port
     winner = None         # port that must hold the WAN role at the end
     reports_all = True    # log, events, waits and probes go into the report; not for hours of them
 

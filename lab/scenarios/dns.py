@@ -1,13 +1,21 @@
 # SPDX-License-Identifier: MIT
 """Several DHCP lines, and the DNS question that tells them apart."""
-from lab.lan import Together
+from pathlib import Path
+
+from lab.lan import Together, mac_of
 from lab.odd_dns import FLAWS, OddDns
+from lab.raw_dhcp import RawDhcpServer
 from lab.scenarios.base import Scenario
 from lab.upstream import DhcpServer, Silent
 
 DNS_LIMIT_S = 3.0
 LATE_S = 3.5
 HONEST_S = 1.5
+REMOTE_DNS = "198.51.100.53"
+
+
+def port_mac(name):
+    return Path(f"/sys/class/net/{name}/address").read_text().strip()
 
 
 def with_dns(answers):
@@ -40,6 +48,46 @@ class TwoDhcpWithoutDns(Scenario):
 
     def configure(self, config):
         config.network["auto_wan_detect"]["wan_port_priority"] = "5 4 3 2 1"
+
+
+class UnlearnedDhcp(Scenario):
+    name = "unlearned-dhcp"
+    rank = 4
+    summary = "two DHCP servers that leave no ARP entry behind: the DNS answer comes although nobody owns the offered address"
+    story = """
+        DHCP servers answer behind eth1 and behind eth3, on raw sockets: the kernels there do not know where the offered
+        addresses live, and ask by ARP before they answer a DNS question. Only the one behind eth3 resolves names. It wins
+        although eth1 stands before it in the priority order.
+    """
+    winner = "eth3"
+    remote_dns = None
+
+    def __init__(self):
+        self.dead_end, self.server = RawDhcpServer(dns=False), RawDhcpServer(remote_dns=self.remote_dns)
+        self.cables = {"eth0": Silent(), "eth1": self.dead_end, "eth3": self.server}
+
+    def judge(self, stage):
+        super().judge(stage)
+        known = stage.note("learned", [server.learned[:1] for server in (self.dead_end, self.server)])
+        stage.check("no offer told its kernel where the address lives", known == [[""], [""]], known)
+        learned, port = self.server.in_arp_cache(), port_mac("eth3")
+        stage.check("the kernel behind eth3 learned it by asking", learned == port, f"it knows {learned!r}, eth3 is {port}")
+
+
+class UnlearnedDhcpRemote(UnlearnedDhcp):
+    name = "unlearned-dhcp-remote"
+    summary = "the same with the name server beyond the gateway, which asks for the offered address"
+    story = """
+        The offer behind eth3 names a name server beyond the gateway. The answer comes back to the gateway, which does not
+        know where the offered address lives and asks by ARP. Behind eth1 nobody resolves names.
+    """
+    remote_dns = REMOTE_DNS
+
+    def judge(self, stage):
+        super().judge(stage)
+        hops = {(probe.target, probe.next_hop) for probe in stage.router.probes("eth3", kinds=("dns",))}
+        gateway = mac_of(stage.router.line("eth3")[1])
+        stage.check("the question went by way of the gateway", hops == {(REMOTE_DNS, gateway)}, hops)
 
 
 class ForgedDns(Scenario):

@@ -1,15 +1,23 @@
 # SPDX-License-Identifier: MIT
 """Upstreams with a static address, where the gateway is found by ARP, and tunnels over a static or dynamic address."""
+import subprocess
+
 from lab.config import Section
 from lab.lan import mac_of
 from lab.router import WAN_RESULT, content
 from lab.scenarios.base import FIRST_CYCLE_S, START_PAUSE_S, Scenario
+from lab.scenarios.dns import REMOTE_DNS
 from lab.upstream import DhcpServer, Gateway, PppoeServer, Silent
 
 GATEWAY = "203.0.113.1"
 NETWORK = {"ipaddr": "203.0.113.2", "netmask": "255.255.255.0", "gateway": GATEWAY, "pri_dns": GATEWAY}
-REMOTE_DNS = "198.51.100.53"
 NOBODY_S = 15
+
+
+def own_addresses():
+    """Every address of the router's own."""
+    shown = subprocess.run(["ip", "-brief", "-4", "address"], capture_output=True, text=True, check=True).stdout
+    return [word.partition("/")[0] for row in shown.splitlines() for word in row.split()[2:]]
 
 
 class Static(Scenario):
@@ -88,6 +96,55 @@ class StaticRemoteDns(Static):
             stage.check(f"through {port} the server is asked by way of the gateway", hops == {(REMOTE_DNS, gateway)}, hops)
         asked = {probe.port for probe in stage.router.probes(kinds=("arp",)) if probe.target == REMOTE_DNS}
         stage.check("both ports were asked for the server itself before", asked == {"eth1", "eth3"}, asked)
+
+
+class UnplacedStatic(TwoGateways):
+    name = "unplaced-static"
+    rank = 9
+    summary = "the gateway answers on two ports and the static address is on none: the DNS answer comes all the same"
+    story = """
+        The network manager has taken the static address off the port without a link, so the router does not own it. The
+        gateway's address answers behind eth1 and behind eth3; the one behind eth3 resolves names, and asks by ARP where
+        its answer has to go.
+    """
+    places_address = False
+
+    def judge(self, stage):
+        super().judge(stage)
+        stage.check("the router does not own the static address", NETWORK["ipaddr"] not in own_addresses(), own_addresses())
+
+
+class UnplacedStaticRemote(UnplacedStatic, StaticRemoteDns):
+    name = "unplaced-static-remote"
+    summary = "the same with the name server beyond the gateway"
+    story = """
+        The DNS server is beyond the gateway behind eth3. Its answer comes back to the gateway, which asks by ARP where the
+        static address lives; the router does not own it.
+    """
+    cables = StaticRemoteDns.cables
+
+
+class StrictGateway(Static):
+    name = "strict-gateway"
+    rank = 9
+    summary = "a gateway that does not answer ARP requests from a foreign network: found in the connection's own name"
+    story = """
+        The gateway behind eth3 filters by the reverse path: asked with the address of the router's LAN it stays silent, for
+        the way there leads elsewhere. Rounds that look again ask with the static address as well.
+    """
+    cables = {"eth0": Silent(), "eth1": Silent(), "eth3": Gateway(GATEWAY, remote_dns=REMOTE_DNS, strict=True)}
+    places_address = False
+
+    def play(self, stage):
+        self.start(stage)
+        stage.note("not_found", stage.router.daemon.wait_for("uloop_wan_detect_using_arp", "Can't find gateway ip",
+                                                             START_PAUSE_S + FIRST_CYCLE_S))
+        self.wait_for_swap_and_confirmation(stage)
+        stage.router.show_panel()
+
+    def judge(self, stage):
+        stage.check("asked in the LAN bridge's name the gateway stays silent", stage.facts["not_found"] is not None)
+        super().judge(stage)
 
 
 class StaticLate(Static):

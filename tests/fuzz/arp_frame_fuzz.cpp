@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: MIT
 // One frame as the reply to every ARP request: the parser, the search for an address behind a port, and the re-check of
-// the LAN ARP table.
+// the LAN ARP table; and as a request for an address that a probe answers for.
 #include <arpa/inet.h>
 #include <cstring>
 
 #include "fuzz/support/probe_scene.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
+#include "probes/arp_answer.h"
 #include "probes/arp_probe.h"
 #include "probes/arp_probe_frame.h"
 #include "probes/arp_table.h"
@@ -20,6 +21,29 @@ constexpr uint8_t HOST_MAC[MAC_SIZE] = {0x02, 0x5e, 0x00, 0x00, 0x00, 0x99};
 void answer_every_request(const t_bytes &frame)
 {
     fake_wire.on_send = [frame](const t_sent_frame &request) { fake_wire.arrive(request.fd, frame); };
+}
+
+// Whoever is told is the one who asked for this address, and nobody else hears of it.
+void answer_for_an_address(t_probe_scene &scene, const t_bytes &frame)
+{
+    const uint32_t own_be = inet_addr(TARGET_ADDRESS);
+    t_arp_asker asker = {};
+    const bool asks = parse_arp_question(frame, own_be, &asker);
+    static const t_kernel_filter filter(arp_question_filter(own_be));
+    REQUIRE(!asks || filter.passes(frame));
+
+    fake_wire.on_send = nullptr;
+    t_arp_answerer answerer = {};
+    answerer.dev = scene.port;
+    answerer.own_ip_be = own_be;
+    start_arp_answers(&answerer);
+    fake_wire.arrive(answerer.watcher.fd, frame);
+    const size_t sent_before = fake_wire.sent().size();
+    answer_arp_questions(&answerer);
+    stop_arp_answers(&answerer);
+    REQUIRE(fake_wire.sent().size() - sent_before == (asks ? 1 : 0));
+    REQUIRE(!asks || memcmp(fake_wire.sent().back().bytes.data(), asker.mac, MAC_SIZE) == 0);
+    REQUIRE(!asks || (!(asker.mac[0] & 1) && asker.ip_be != own_be && asker.ip_be != 0));
 }
 
 } // namespace
@@ -53,5 +77,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     REQUIRE(arp_table_count(table) <= 1);
     if (table)
         release_arp_table(&table);
+    if (size > 0)
+        answer_for_an_address(scene, scene.bytes({data, size}));
     return 0;
 }

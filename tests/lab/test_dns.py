@@ -3,6 +3,8 @@
 import pytest
 
 DNS = ("dns",)
+UNLEARNED = [pytest.param(marks=pytest.mark.scenario(name), id=name)
+             for name in ("unlearned-dhcp", "unlearned-dhcp-remote")]
 
 
 def scenario(name):
@@ -30,6 +32,21 @@ def test_of_two_dhcp_lines_without_dns_the_one_with_the_higher_priority_wins(see
     assert {probe["port"] for probe in seen.probes(kinds=DNS)} == {"eth1", "eth3"}
     assert seen.one("uloop_wan_detect_using_dns", "as wan")["body"] == (
         "Overall 2 device using protocol dhcp! Use first priority device:eth3 as wan!")
+
+
+@pytest.mark.parametrize((), UNLEARNED)
+def test_of_two_dhcp_lines_that_leave_no_arp_entry_behind_the_one_that_resolves_names_wins(seen):
+    assert seen.failed_checks() == []
+    assert seen.one("uloop_wan_detect_using_dns", "wan detect Success")["body"] == (
+        "DNS lookup shows dev:eth3 online, wan detect Success!")
+
+
+@pytest.mark.parametrize((), UNLEARNED)
+def test_who_asks_for_an_offered_address_is_told_while_the_question_is_out(seen):
+    sent = seen.find("gethostbyname_own_implement", "Send dns request to")
+    told = seen.find("answer_arp_questions", "Told 10.10.4.1, who asked via dev:eth3, that this port has 10.10.4.100")
+    done = seen.one("wait_dns_response", "gethostbyname_own_implement return success!")
+    assert told and sent[0]["at"] <= told[0]["at"] <= done["at"]
 
 
 @scenario("forged-dns")

@@ -3,6 +3,8 @@
 import pytest
 
 DNS = ("dns",)
+UNPLACED = [pytest.param(marks=pytest.mark.scenario(name), id=name)
+            for name in ("unplaced-static", "unplaced-static-remote")]
 
 
 def scenario(name):
@@ -81,6 +83,22 @@ def test_a_dns_server_outside_the_subnet_is_asked_by_way_of_the_gateway(seen):
     assert seen.failed_checks() == []
     assert seen.find("send_special_arp", "Send a arp packet to ip:198.51.100.53 via eth3, however no response!!")
     assert seen.one("uloop_wan_detect_using_dns", "DNS lookup shows dev:eth3 online")
+
+
+@pytest.mark.parametrize((), UNPLACED)
+def test_of_two_gateways_the_one_that_resolves_names_wins_though_the_router_does_not_own_its_address(seen):
+    assert seen.failed_checks() == []
+    assert seen.one("uloop_wan_detect_using_dns", "DNS lookup shows dev:eth3 online")
+    assert seen.find("answer_arp_questions", "Told 203.0.113.1, who asked via dev:eth3, that this port has 203.0.113.2")
+
+
+@scenario("strict-gateway")
+def test_a_gateway_that_ignores_a_foreign_network_is_found_in_the_connections_own_name(seen):
+    assert seen.failed_checks() == []
+    assert seen.find("uloop_wan_detect_using_arp", "Can't find gateway ip:203.0.113.1 in arp table")
+    assert seen.one("uloop_wan_detect_using_arp", "treat it as wan")["body"] == (
+        "ARP shows Only one device:eth3 using protocol static(have gateway ip in arp detect:203.0.113.1)! "
+        "treat it as wan!")
 
 
 @scenario("static-late")

@@ -68,15 +68,17 @@ def pado_answers():
     save("pado", "version_2", pado(usual, version=0x21))
 
 
-def arp(opcode, sender_mac, sender, padding=18, source=None):
+def arp(opcode, sender_mac, sender, padding=18, source=None, target="192.168.1.1"):
     frame = PORT_MAC + (source or sender_mac) + b"\x08\x06" + struct.pack(">HHBBH", 1, 0x0800, 6, 4, opcode)
-    return frame + sender_mac + ipv4(sender) + PORT_MAC + ipv4("192.168.1.1") + bytes(padding)
+    return frame + sender_mac + ipv4(sender) + PORT_MAC + ipv4(target) + bytes(padding)
 
 
 def arp_frames():
     save("arp_frame", "reply", arp(2, SERVER_MAC, "192.168.1.50"))
     save("arp_frame", "reply_without_padding", arp(2, SERVER_MAC, "192.168.1.50", padding=0))
     save("arp_frame", "request", arp(1, SERVER_MAC, "192.168.1.50"))
+    save("arp_frame", "question", arp(1, SERVER_MAC, "10.0.0.1", target="192.168.1.50"))
+    save("arp_frame", "announcement", arp(1, SERVER_MAC, "192.168.1.50", target="192.168.1.50"))
     save("arp_frame", "reply_of_another_host", arp(2, PORT_MAC, "192.168.1.51"))
     save("arp_frame", "reply_from_another_subnet", arp(2, SERVER_MAC, "10.0.0.1"))
     save("arp_frame", "forwarded_reply", arp(2, SERVER_MAC, "192.168.1.50", source=PORT_MAC))

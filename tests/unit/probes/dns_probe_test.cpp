@@ -6,6 +6,7 @@
 #include <sys/socket.h>
 
 #include "platform/log.h"
+#include "probes/arp_probe_frame.h"
 #include "probes/dns_probe_frame.h"
 #include "probes/dns_scene.h"
 #include "probes/fake_wire.h"
@@ -152,9 +153,10 @@ TEST_F(dns_probe, sockets_are_filtered_before_they_hear_unless_every_frame_is_to
     dns_lookup_via_multi_eth(&ctx);
     EXPECT_EQ(fake_wire.sockets().begin()->second.filter_length, 0u);
     log_set_level(LOG_LEVEL_Notice);
+    const int next_fd = fake_wire.sockets().rbegin()->first + 1;
     dns_lookup_via_multi_eth(&ctx);
-    EXPECT_TRUE(fake_wire.sockets().rbegin()->second.filtered_before_bound);
-    EXPECT_GT(fake_wire.sockets().rbegin()->second.filter_length, 0u);
+    EXPECT_TRUE(fake_wire.socket(next_fd).filtered_before_bound);
+    EXPECT_GT(fake_wire.socket(next_fd).filter_length, 0u);
 }
 
 TEST_F(dns_probe, without_any_answer_the_probe_ends_after_three_seconds)
@@ -366,7 +368,78 @@ TEST_F(dns_probe, sending_tells_what_failed)
     }
     entry.watcher.fd = fake_wire.add_socket(ETH_P_ALL);
     EXPECT_EQ(send_dns_query(entry.dev_ip_be, &entry), 0);
-    packet_socket_close(&entry.watcher);
+    close_dns_entry(&entry);
+}
+
+// Somebody asks on the port of entry `index` who has the address that its query came from.
+t_bytes who_has(const t_dns_entry &entry)
+{
+    t_arp_frame frame;
+    build_arp_request(&frame, entry.server_mac, ip("100.64.9.1"), t_mac(MAC_SIZE).data(), entry.dev_ip_be);
+    const auto *first = reinterpret_cast<const uint8_t *>(&frame);
+    return {first, first + sizeof frame};
+}
+
+TEST_F(dns_probe, who_asks_for_the_querys_address_is_told_before_he_answers)
+{
+    fake_wire.on_wait = [this](int, int) {
+        if (fake_wire.sent().size() == 2)
+            fake_wire.arrive("eth2", who_has(ctx.entries[1]));
+        else
+            fake_wire.arrive(ctx.entries[1].watcher.fd, answer_to(ctx.entries[1]).bytes());
+        fake_clock.advance_ms(10);
+    };
+    EXPECT_EQ(dns_lookup_via_multi_eth(&ctx), 1);
+    EXPECT_EQ(ctx.winner, &eth2);
+    ASSERT_EQ(fake_wire.sent().size(), 3u);
+    const t_sent_frame &told = fake_wire.sent()[2];
+    EXPECT_EQ(told.port, "eth2");
+    t_arp_frame expected;
+    const uint8_t port_mac[MAC_SIZE] = {2, 0, 0, 0, 0, 12};
+    t_arp_asker asker = {.mac = {}, .ip_be = ip("100.64.9.1")};
+    memcpy(asker.mac, ctx.entries[1].server_mac, MAC_SIZE);
+    build_arp_reply(&expected, port_mac, ip("100.64.2.2"), asker);
+    ASSERT_EQ(told.bytes.size(), sizeof expected);
+    EXPECT_EQ(memcmp(told.bytes.data(), &expected, sizeof expected), 0);
+}
+
+TEST_F(dns_probe, a_port_does_not_answer_for_the_address_of_another)
+{
+    fake_wire.on_wait = [this](int, int ms) {
+        fake_wire.arrive("eth1", who_has(ctx.entries[1]));
+        fake_clock.advance_ms(ms);
+    };
+    EXPECT_EQ(dns_lookup_via_multi_eth(&ctx), 0);
+    EXPECT_EQ(fake_wire.sent().size(), 2u);
+}
+
+TEST_F(dns_probe, a_flood_of_questions_does_not_move_the_deadline_nor_hide_the_answer)
+{
+    auto ask_a_lot = [this] {
+        for (int i = 0; i < 3000; i++)
+            fake_wire.arrive(ctx.entries[0].answerer.watcher.fd, who_has(ctx.entries[0]));
+    };
+    fake_wire.on_wait = [&](int, int) {
+        ask_a_lot();
+        fake_clock.advance_ms(100);
+    };
+    EXPECT_EQ(dns_lookup_via_multi_eth(&ctx), 0);
+    EXPECT_EQ(fake_clock.now_us, 3'100'000);
+    EXPECT_EQ(fake_wire.sent().size(), 2u + 4 * ARP_ANSWERS_PER_SECOND);
+    fake_wire.on_wait = [&](int, int) {
+        ask_a_lot();
+        fake_wire.arrive(ctx.entries[0].watcher.fd, answer_to(ctx.entries[0]).bytes());
+        fake_clock.advance_ms(100);
+    };
+    EXPECT_EQ(dns_lookup_via_multi_eth(&ctx), 1);
+}
+
+TEST_F(dns_probe, an_answer_is_found_where_nobody_can_be_told_anything)
+{
+    fake_wire.fail(t_wire_call::OPEN, EMFILE, 2, 2); // the sockets of the queries can be made
+    at_waits({{1, 1}});
+    EXPECT_EQ(dns_lookup_via_multi_eth(&ctx), 1);
+    EXPECT_EQ(ctx.winner, &eth2);
 }
 
 TEST_F(dns_probe, an_entry_without_a_port_and_a_mad_count_are_survived)

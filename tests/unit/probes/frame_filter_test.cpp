@@ -246,6 +246,24 @@ TEST_P(frame_filter, for_the_recheck_of_a_host_drops_nothing_that_is_taken_or_to
     });
 }
 
+TEST_P(frame_filter, for_questions_about_an_address_drops_nothing_that_is_answered)
+{
+    const uint32_t own = ip("192.168.1.50");
+    t_frames frames = arp_packets();
+    for (const char *target : {"192.168.1.50", "192.168.1.51"}) {
+        t_arp_frame question;
+        build_arp_request(&question, mac("02:5e:00:00:00:99").data(), ip("10.0.0.1"), t_mac(MAC_SIZE).data(),
+                          ip(target));
+        const auto *first = reinterpret_cast<const uint8_t *>(&question);
+        frames.emplace_back(first, first + sizeof question);
+        frames.emplace_back(first, first + offsetof(t_arp_frame, padding));
+    }
+    expect_nothing_lost(arp_question_filter(own), with_mutations(frames), [own](const t_bytes &frame) {
+        t_arp_asker asker;
+        return parse_arp_question(frame, own, &asker);
+    });
+}
+
 // --- what a flood is made of does not come through
 
 struct t_flood {
@@ -335,6 +353,27 @@ TEST(quiet_filter, for_arp_drops_every_answer_with_a_flaw)
         t_kernel_filter(arp_search_filter(target, LOG_LEVEL_Critical)).passes(t_arp_answer{other, target}.bytes()));
     EXPECT_TRUE(
         t_kernel_filter(arp_host_filter(host.data(), LOG_LEVEL_Critical)).passes(t_arp_answer{host, 0}.bytes()));
+}
+
+TEST(quiet_filter, for_questions_about_an_address_drops_every_other_packet)
+{
+    const t_mac host = mac("02:5e:00:00:00:99");
+    t_arp_frame question;
+    build_arp_request(&question, host.data(), ip("10.0.0.1"), host.data(), ip("10.0.0.2"));
+    const auto *first = reinterpret_cast<const uint8_t *>(&question);
+    const t_bytes right(first, first + sizeof question);
+    expect_all_dropped({arp_question_filter(ip("10.0.0.2")),
+                        {patched(right, 41, {3}),
+                         patched(right, 12, {0x08, 0x00}),
+                         patched(right, 14, {0, 6}),
+                         patched(right, 16, {0x86, 0xdd}),
+                         patched(right, 18, {8}),
+                         patched(right, 19, {16}),
+                         patched(right, 20, {0, 2}),
+                         t_bytes(right.begin(), right.begin() + 41),
+                         t_bytes(60, 0xff),
+                         {0}}});
+    EXPECT_TRUE(t_kernel_filter(arp_question_filter(ip("10.0.0.2"))).passes(right));
 }
 
 TEST(frame_filter_parts, a_filter_that_grows_too_long_is_cut_and_never_overflows)

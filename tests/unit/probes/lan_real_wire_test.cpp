@@ -7,6 +7,7 @@
 #include "platform/clock.h"
 #include "platform/log.h"
 #include "probes/arp_probe.h"
+#include "probes/arp_probe_frame.h"
 #include "probes/dns_scene.h"
 #include "probes/lan_hosts.h"
 #include "probes/veth_net.h"
@@ -207,6 +208,10 @@ TEST_F(lan_real_wire, a_bridge_without_an_address_fails_every_question)
 
 // The DNS queries of an upstream host, answered by `answer_query` from the entry they belong to.
 class dns_real_wire : public lan_real_wire {
+public:
+    // A server that answers every query as asked, after `noise` frames that are none.
+    static t_frames answer_query(const t_bytes &query, size_t noise);
+
 protected:
     t_dns_ctx ctx = {};
 
@@ -221,22 +226,6 @@ protected:
         }
     }
 
-    // A server that answers every query as asked, after `noise` frames that are none.
-    static t_frames answer_query(const t_bytes &query, size_t noise)
-    {
-        if (query.size() < 54 || query[23] != 17)
-            return {};
-        t_dns_reply reply;
-        reply.id = static_cast<uint16_t>(query[42] << 8 | query[43]);
-        memcpy(&reply.source_be, &query[30], sizeof reply.source_be);
-        memcpy(&reply.destination_be, &query[26], sizeof reply.destination_be);
-        t_frames frames(noise, t_bytes(60, 0x08));
-        frames.push_back(reply.bytes());
-        memcpy(frames.back().data(), &query[6], MAC_SIZE);
-        frames.back()[12] = 0x08;
-        return frames;
-    }
-
     int64_t look_up_ms(int *result)
     {
         const t_time_stamp start = get_time_stamp();
@@ -244,6 +233,21 @@ protected:
         return time_stamp_diff_us(get_time_stamp(), start) / 1000;
     }
 };
+
+t_frames dns_real_wire::answer_query(const t_bytes &query, size_t noise)
+{
+    if (query.size() < 54 || query[23] != 17)
+        return {};
+    t_dns_reply reply;
+    reply.id = static_cast<uint16_t>(query[42] << 8 | query[43]);
+    memcpy(&reply.source_be, &query[30], sizeof reply.source_be);
+    memcpy(&reply.destination_be, &query[26], sizeof reply.destination_be);
+    t_frames frames(noise, t_bytes(60, 0x08));
+    frames.push_back(reply.bytes());
+    memcpy(frames.back().data(), &query[6], MAC_SIZE);
+    frames.back()[12] = 0x08;
+    return frames;
+}
 
 TEST_F(dns_real_wire, the_answering_port_wins_at_once)
 {
@@ -279,6 +283,110 @@ TEST_F(dns_real_wire, a_flood_of_near_misses_before_the_answer_does_not_drown_it
     int result;
     EXPECT_LT(look_up_ms(&result), 1000);
     EXPECT_EQ(ctx.winner, eth1);
+}
+
+// What a resolver that does not know the asker's address yet says instead of an answer: who has it?
+t_bytes who_has(uint32_t address_be, const t_mac &asker = HOST)
+{
+    t_arp_frame frame;
+    build_arp_request(&frame, asker.data(), ip("198.51.100.53"), t_mac(MAC_SIZE).data(), address_be);
+    const auto *first = reinterpret_cast<const uint8_t *>(&frame);
+    return {first, first + sizeof frame};
+}
+
+// A resolver that asks where its answer has to go, and answers when it was told: a row of frames for each frame heard.
+class t_asking_resolver {
+public:
+    t_frames ask_with; // what it asks, and who else asks
+
+    t_frames hear(const t_bytes &frame)
+    {
+        if (frame.size() >= 54 && frame[12] == 0x08 && frame[13] == 0x00 && frame[23] == 17) {
+            query_ = frame;
+            return ask_with;
+        }
+        if (frame.size() < 42 || frame[12] != 0x08 || frame[13] != 0x06 || frame[21] != 2 || query_.empty())
+            return {};
+        told = {frame.begin() + 22, frame.begin() + 28};
+        if (t_mac(frame.begin(), frame.begin() + MAC_SIZE) != HOST)
+            return {};
+        return dns_real_wire::answer_query(query_, 0);
+    }
+
+    std::vector<uint8_t> told;
+
+private:
+    t_bytes query_;
+};
+
+TEST_F(dns_real_wire, a_resolver_that_asks_where_its_answer_has_to_go_is_told_behind_a_port_of_the_bridge)
+{
+    t_asking_resolver resolver;
+    resolver.ask_with = {who_has(ip("100.64.2.2"))};
+    {
+        t_thread_peer host2(cable2, ETH_P_ALL, [&](const t_bytes &frame) { return resolver.hear(frame); });
+        int result;
+        EXPECT_LT(look_up_ms(&result), 1000);
+        EXPECT_EQ(result, 1);
+    }
+    EXPECT_EQ(ctx.winner, eth2);
+    EXPECT_EQ(resolver.told, cable2.mac());
+}
+
+TEST_F(dns_real_wire, a_resolver_is_told_behind_a_port_of_its_own_too)
+{
+    must_run("ip link set eth2 nomaster");
+    t_asking_resolver resolver;
+    resolver.ask_with = {who_has(ip("100.64.2.2"))};
+    t_thread_peer host2(cable2, ETH_P_ALL, [&](const t_bytes &frame) { return resolver.hear(frame); });
+    int result;
+    EXPECT_LT(look_up_ms(&result), 1000);
+    EXPECT_EQ(ctx.winner, eth2);
+}
+
+TEST_F(dns_real_wire, a_tagged_question_is_answered_as_the_query_went_out)
+{
+    t_bytes tagged = who_has(ip("100.64.2.2"));
+    const t_bytes tag = {0x81, 0x00, 0x00, 0x00};
+    tagged.insert(tagged.begin() + 12, tag.begin(), tag.end());
+    t_asking_resolver resolver;
+    resolver.ask_with = {tagged};
+    t_thread_peer host2(cable2, ETH_P_ALL, [&](const t_bytes &frame) { return resolver.hear(frame); });
+    int result;
+    EXPECT_LT(look_up_ms(&result), 1000);
+    EXPECT_EQ(ctx.winner, eth2);
+}
+
+TEST_F(dns_real_wire, strangers_who_flood_the_port_with_questions_do_not_keep_the_resolver_from_being_told)
+{
+    for (int level : {LOG_LEVEL_Critical, LOG_LEVEL_Debug}) {
+        log_set_level(level);
+        t_asking_resolver resolver;
+        resolver.ask_with = t_frames(200, who_has(ip("100.64.2.2"), {0xaa, 0xbb, 0xcc, 0, 0, 0x77}));
+        resolver.ask_with.push_back(who_has(ip("100.64.2.2")));
+        t_thread_peer host2(cable2, ETH_P_ALL, [&](const t_bytes &frame) { return resolver.hear(frame); });
+        int result;
+        EXPECT_LT(look_up_ms(&result), 1000);
+        EXPECT_EQ(ctx.winner, eth2) << "level " << level;
+    }
+}
+
+TEST_F(dns_real_wire, a_host_on_another_port_is_not_told_though_the_bridge_floods_its_question)
+{
+    std::atomic<int> replies = 0;
+    auto count_replies = [&replies](const t_bytes &frame) {
+        replies += frame.size() >= 42 && frame[12] == 0x08 && frame[13] == 0x06 && frame[21] == 2;
+        return t_frames();
+    };
+    t_thread_peer host1(cable1, ETH_P_ALL, count_replies), host2(cable2, ETH_P_ALL, [&](const t_bytes &frame) {
+        if (frame.size() >= 54 && frame[23] == 17)
+            host1.send(who_has(ip("100.64.2.2"), {0xaa, 0xbb, 0xcc, 0, 0, 0x55}));
+        return count_replies(frame);
+    });
+    int result;
+    look_up_ms(&result);
+    EXPECT_EQ(result, 0);
+    EXPECT_EQ(replies, 0);
 }
 
 TEST_F(dns_real_wire, silence_lasts_three_seconds_and_does_not_burn_the_processor)
