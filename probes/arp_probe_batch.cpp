@@ -73,6 +73,7 @@ bool open_arp_batch(uint8_t count, int longest_waits_ms)
         return false;
     arp_detect_handle.arp_num = count;
     arp_detect_handle.wait_left_ms = longest_waits_ms;
+    arp_detect_handle.lines.probe = "arp";
     for (uint8_t i = 0; i < count; i++)
         arp_detect_handle.contexts[i].watcher.fd = -1;
     return true;
@@ -152,6 +153,11 @@ void read_arp_replies(t_arp_detect *ctx, t_arp_judge judge)
         packet_socket_close(&ctx->watcher);
 }
 
+bool may_tell_of_packet(t_log_level level)
+{
+    return may_tell_of_frame(&arp_detect_handle.lines, level);
+}
+
 void void_arp_target(t_arp_detect *ctx)
 {
     memset(ctx->target_mac, 0, sizeof ctx->target_mac);
@@ -170,6 +176,7 @@ void release_arp_detect_handle()
     for (uint8_t i = 0; i < arp_detect_handle.arp_num; i++)
         packet_socket_close(&arp_detect_handle.contexts[i].watcher);
     packet_socket_close(&arp_detect_handle.ear);
+    tell_lines_left_out(&arp_detect_handle.lines);
     free(arp_detect_handle.contexts);
     LOG(Debug, "release arp_detect_handle success!\n");
     arp_detect_handle = {};

@@ -5,6 +5,7 @@
 
 #include "platform/ipv4_text.h"
 #include "probes/arp_probe_frame.h"
+#include "probes/frame_lines.h"
 
 extern "C" {
 #include <libubox/uloop.h>
@@ -33,6 +34,7 @@ struct t_arp_detect_handle {
     uint8_t sender_mac[MAC_SIZE];
     int wait_left_ms; // for all that is still to be sent
     uloop_fd ear; // re-check of the LAN ARP table only: hears what the contexts' filters keep from them; may be closed
+    t_frame_lines lines;
 };
 
 extern t_arp_detect_handle arp_detect_handle;
@@ -86,6 +88,9 @@ using t_arp_judge = bool (*)(t_read_stage, t_arp_detect *ctx, const t_arp_packet
 // Shows `judge` the ARP packets that a context's socket received on its port, until one is the awaited reply: the
 // context has replied then, and its socket is closed. Never waits.
 void read_arp_replies(t_arp_detect *ctx, t_arp_judge judge);
+
+// Whether a line of this level about a packet that is not the reply may be said.
+bool may_tell_of_packet(t_log_level level);
 
 // A context whose set-up or sending failed must not match anything.
 void void_arp_target(t_arp_detect *ctx);

@@ -35,17 +35,20 @@ static void double_check_arp_packet_all_blocked(t_send_stage, t_arp_detect *ctx)
 static bool double_check_arp_packet_all_blocked(t_read_stage, t_arp_detect *ctx, const t_arp_packet &packet)
 {
     if (memcmp(packet.ethernet_source, ctx->target_mac, MAC_SIZE) != 0) {
-        LOG(Info, "Not match eth header:%02X-%02X-%02X-%02X-%02X-%02X|%02X-%02X-%02X-%02X-%02X-%02X\n",
-            MAC_ARGS(packet.ethernet_source), MAC_ARGS(ctx->target_mac));
+        if (may_tell_of_packet(LOG_LEVEL_Info))
+            LOG(Info, "Not match eth header:%02X-%02X-%02X-%02X-%02X-%02X|%02X-%02X-%02X-%02X-%02X-%02X\n",
+                MAC_ARGS(packet.ethernet_source), MAC_ARGS(ctx->target_mac));
         return false;
     }
     if (memcmp(packet.sender_mac, ctx->target_mac, MAC_SIZE) != 0) {
-        LOG(Error, "Not match arp packet mac:%02X-%02X-%02X-%02X-%02X-%02X|%02X-%02X-%02X-%02X-%02X-%02X\n",
-            MAC_ARGS(packet.sender_mac), MAC_ARGS(ctx->target_mac));
+        if (may_tell_of_packet(LOG_LEVEL_Error))
+            LOG(Error, "Not match arp packet mac:%02X-%02X-%02X-%02X-%02X-%02X|%02X-%02X-%02X-%02X-%02X-%02X\n",
+                MAC_ARGS(packet.sender_mac), MAC_ARGS(ctx->target_mac));
         return false;
     }
     if (packet.opcode != ARP_OPCODE_REPLY) {
-        LOG(Error, "Not a arp reply packet\n");
+        if (may_tell_of_packet(LOG_LEVEL_Error))
+            LOG(Error, "Not a arp reply packet\n");
         return false;
     }
     if (packet.sender_ip_be == ctx->target_ip_be) {

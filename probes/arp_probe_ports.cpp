@@ -47,12 +47,15 @@ static void check_ip_using_arp_blocked(t_send_stage, t_arp_detect *ctx, int atte
 static bool check_ip_using_arp_blocked(t_read_stage, t_arp_detect *ctx, const t_arp_packet &packet)
 {
     if (packet.opcode != ARP_OPCODE_REPLY) {
-        LOG(Error, "Not a arp reply packet\n");
+        if (may_tell_of_packet(LOG_LEVEL_Error))
+            LOG(Error, "Not a arp reply packet\n");
         return false;
     }
     if (packet.sender_ip_be != ctx->target_ip_be) {
-        LOG(Info, "arp reply receieve a different ip:%s, Ignore!\n", t_ipv4_text(packet.sender_ip_be).text);
-        LOG(Info, "arp reply receieve a different ip, orig:%s, Ignore!\n", t_ipv4_text(ctx->target_ip_be).text);
+        if (may_tell_of_packet(LOG_LEVEL_Info))
+            LOG(Info, "arp reply receieve a different ip:%s, Ignore!\n", t_ipv4_text(packet.sender_ip_be).text);
+        if (may_tell_of_packet(LOG_LEVEL_Info))
+            LOG(Info, "arp reply receieve a different ip, orig:%s, Ignore!\n", t_ipv4_text(ctx->target_ip_be).text);
         return false;
     }
     memcpy(ctx->dev->result.server_mac, packet.sender_mac, MAC_SIZE);

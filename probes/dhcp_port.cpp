@@ -19,6 +19,11 @@
 
 constexpr size_t DHCP_FRAME_BUFFER_SIZE = 1024;
 
+static bool may_tell(t_log_level level)
+{
+    return may_tell_of_frame(&dhcp_detect_handle.lines, level);
+}
+
 int init_dhcp_sockfd(t_dhcp_detect_ctx *ctx)
 {
     const int first = rand(), second = rand();
@@ -31,6 +36,13 @@ int init_dhcp_sockfd(t_dhcp_detect_ctx *ctx)
         return DHCP_ERR_SOCKET;
     }
     return OK;
+}
+
+void filter_dhcp_offers(const t_dhcp_detect_ctx &ctx)
+{
+    if (ctx.watcher.fd > 0)
+        packet_socket_filter(ctx.watcher.fd,
+                             dhcp_offer_filter(ctx.random_xid, dhcp_detect_handle.lan_mac, log_get_level()));
 }
 
 int send_dhcp_discovery_packet(t_dhcp_detect_ctx *ctx)
@@ -46,8 +58,7 @@ int send_dhcp_discovery_packet(t_dhcp_detect_ctx *ctx)
     query_port(ctx->watcher.fd, device_name(ctx->dev), &ifindex, mac);
     LOG(Debug, "Get device:%s , index=%d, hw_addr=%02x-%02x-%02x-%02x-%02x-%02x\n", device_name(ctx->dev), ifindex,
         MAC_ARGS(mac));
-    packet_socket_filter(ctx->watcher.fd,
-                         dhcp_offer_filter(ctx->random_xid, dhcp_detect_handle.lan_mac, log_get_level()));
+    filter_dhcp_offers(*ctx);
     const sockaddr_ll everyone = packet_broadcast_address(ETH_P_ALL, ifindex);
     if (packet_socket_bind(ctx->watcher.fd, everyone) != 0) {
         LOG(Error, "Error binding socket!\n");
@@ -66,6 +77,25 @@ int send_dhcp_discovery_packet(t_dhcp_detect_ctx *ctx)
     return OK;
 }
 
+constexpr const char *RECEIVING = "recv_dhcp_discovery_packet"; // its part speaks in its name
+
+static void learn_options(t_dhcp_offer *offer, const char *name, t_detect_result *result)
+{
+    t_dhcp_option option;
+    while (next_dhcp_option(&offer->options, &option)) {
+        switch (learn_dhcp_option(option, result)) {
+        case t_dhcp_learned::gateway:
+            LOG_AS(RECEIVING, Debug, "dev:%s, GATEWAY=%s\n", name, t_ipv4_text(result->gateway.ipv4_be).text);
+            break;
+        case t_dhcp_learned::dns_server:
+            LOG_AS(RECEIVING, Debug, "dev:%s, DNS_SERVER=%s\n", name, t_ipv4_text(result->dns_server.ipv4_be).text);
+            break;
+        case t_dhcp_learned::nothing:
+            break;
+        }
+    }
+}
+
 void recv_dhcp_discovery_packet(uloop_fd *watcher, unsigned int events)
 {
     if (!(events & ULOOP_READ)) {
@@ -74,7 +104,8 @@ void recv_dhcp_discovery_packet(uloop_fd *watcher, unsigned int events)
     }
     t_dhcp_detect_ctx *ctx = container_of(watcher, t_dhcp_detect_ctx, watcher);
     const char *name = device_name(ctx->dev);
-    LOG(Debug, "recv dhcp discovery packet from dev:%s\n", name);
+    if (may_tell(LOG_LEVEL_Debug))
+        LOG(Debug, "recv dhcp discovery packet from dev:%s\n", name);
     uint8_t frame[DHCP_FRAME_BUFFER_SIZE];
     const ssize_t got = packet_socket_receive(watcher->fd, frame, sizeof frame, nullptr);
     if (got < 1) {
@@ -83,36 +114,29 @@ void recv_dhcp_discovery_packet(uloop_fd *watcher, unsigned int events)
     }
     t_dhcp_offer offer;
     if (!parse_dhcp_offer({frame, static_cast<size_t>(got)}, &offer)) {
-        LOG(Debug, "read from socket parse error, try again! dev=%s\n", name);
+        if (may_tell(LOG_LEVEL_Debug))
+            LOG(Debug, "read from socket parse error, try again! dev=%s\n", name);
         return;
     }
     if (offer.xid != ctx->random_xid) {
-        LOG(Info, "Not match: rdhcp->xid=0x%08x, dhcp_detect_ctx->random_xid=0x%08x\n", offer.xid, ctx->random_xid);
+        if (may_tell(LOG_LEVEL_Info))
+            LOG(Info, "Not match: rdhcp->xid=0x%08x, dhcp_detect_ctx->random_xid=0x%08x\n", offer.xid, ctx->random_xid);
         return;
     }
     ctx->result.address.ipv4_be = offer.address_be;
     memcpy(ctx->result.server_mac, offer.server_mac, MAC_SIZE);
-    LOG(Debug, "dev:%s, IPADDR=%s, MAC=%02X-%02X-%02X-%02X-%02X-%02X\n", name, t_ipv4_text(offer.address_be).text,
-        MAC_ARGS(offer.server_mac));
-    if (memcmp(offer.server_mac, dhcp_detect_handle.lan_mac, MAC_SIZE) == 0) {
-        LOG(Warning,
-            "Detecing dhcp offer from own mac:%02X-%02X-%02X-%02X-%02X-%02X, meaning there is a cirecle in lan!!\n",
+    const bool is_own = memcmp(offer.server_mac, dhcp_detect_handle.lan_mac, MAC_SIZE) == 0;
+    if (!is_own || may_tell(LOG_LEVEL_Debug))
+        LOG(Debug, "dev:%s, IPADDR=%s, MAC=%02X-%02X-%02X-%02X-%02X-%02X\n", name, t_ipv4_text(offer.address_be).text,
             MAC_ARGS(offer.server_mac));
+    if (is_own) {
+        if (may_tell(LOG_LEVEL_Warning))
+            LOG(Warning,
+                "Detecing dhcp offer from own mac:%02X-%02X-%02X-%02X-%02X-%02X, meaning there is a cirecle in lan!!\n",
+                MAC_ARGS(offer.server_mac));
         return;
     }
-    t_dhcp_option option;
-    while (next_dhcp_option(&offer.options, &option)) {
-        switch (learn_dhcp_option(option, &ctx->result)) {
-        case t_dhcp_learned::gateway:
-            LOG(Debug, "dev:%s, GATEWAY=%s\n", name, t_ipv4_text(ctx->result.gateway.ipv4_be).text);
-            break;
-        case t_dhcp_learned::dns_server:
-            LOG(Debug, "dev:%s, DNS_SERVER=%s\n", name, t_ipv4_text(ctx->result.dns_server.ipv4_be).text);
-            break;
-        case t_dhcp_learned::nothing:
-            break;
-        }
-    }
+    learn_options(&offer, name, &ctx->result);
     ctx->offer_received = 1;
     packet_socket_close(watcher);
     LOG(Info, "Success parse dhcp discovery packet in dev=%s\n", name);

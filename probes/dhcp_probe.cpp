@@ -21,6 +21,17 @@ static std::span<t_dhcp_detect_ctx> contexts_of_batch()
     return {dhcp_detect_handle.contexts, count};
 }
 
+// Somebody may want to see more, or less, while the probe runs.
+static void follow_log_level()
+{
+    const int level = log_get_level();
+    if (level == dhcp_detect_handle.filter_level)
+        return;
+    dhcp_detect_handle.filter_level = level;
+    for (const t_dhcp_detect_ctx &ctx : contexts_of_batch())
+        filter_dhcp_offers(ctx);
+}
+
 int send_dhcp_discovery_all(t_device_list_head *list)
 {
     LOG_ENTER();
@@ -45,6 +56,8 @@ int send_dhcp_discovery_all(t_device_list_head *list)
     }
     dhcp_detect_handle.device_num = list->count;
     dhcp_detect_handle.finished = 0;
+    dhcp_detect_handle.filter_level = log_get_level();
+    dhcp_detect_handle.lines.probe = "dhcp";
 
     const t_device_list *node = list->head.next;
     for (t_dhcp_detect_ctx &ctx : contexts_of_batch()) {
@@ -83,8 +96,10 @@ int process_dhcp_discovery_all(t_device *dev_hashmap_head, t_protocol *proto_has
     } else {
         result = probe_batch_result(contexts_of_batch(), &t_dhcp_detect_ctx::offer_received, final);
     }
-    if (result == PROBE_WAITING)
+    if (result == PROBE_WAITING) {
+        follow_log_level();
         return result;
+    }
 
     dhcp_detect_handle.finished = 1;
     for (t_dhcp_detect_ctx &ctx : contexts_of_batch()) {
@@ -116,6 +131,7 @@ void release_dhcp_detect_handle()
     if (dhcp_detect_handle.device_num == 0)
         LOG(Error, "dhcp_detect_handle not null but device_num=0, may cause unclosed socket fd \n");
     close_probe_sockets(contexts_of_batch());
+    tell_lines_left_out(&dhcp_detect_handle.lines);
     free(dhcp_detect_handle.contexts);
     LOG(Debug, "release dhcp_detect_handler success!\n");
     dhcp_detect_handle = {};

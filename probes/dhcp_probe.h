@@ -6,6 +6,7 @@
 #include <cstdint>
 
 #include "model/records.h"
+#include "probes/frame_lines.h"
 
 extern "C" {
 #include <libubox/uloop.h>
@@ -24,6 +25,8 @@ struct t_dhcp_detect_handle {
     uint8_t device_num;
     t_dhcp_detect_ctx *contexts; // owned; null when no batch is open
     uint8_t lan_mac[MAC_SIZE];
+    int filter_level; // the log level that the contexts' filters are made for
+    t_frame_lines lines;
 };
 
 extern t_dhcp_detect_handle dhcp_detect_handle;
@@ -45,6 +48,9 @@ int process_dhcp_discovery_all(t_device *dev_hashmap_head, t_protocol *proto_has
 
 // Closes the batch without looking at it.
 void release_dhcp_detect_handle();
+
+// Makes the filter of an open context for the current log level.
+void filter_dhcp_offers(const t_dhcp_detect_ctx &ctx);
 
 int init_dhcp_sockfd(t_dhcp_detect_ctx *ctx);
 int send_dhcp_discovery_packet(t_dhcp_detect_ctx *ctx);

@@ -210,13 +210,17 @@ int gethostbyname_own_implement(t_dns_ctx *ctx)
             LOG(Debug, "Send dns request to %s success using dev:%s\n", t_ipv4_text(entry.dns_server_be).text,
                 device_name(entry.dev));
     }
-    return wait_dns_response(ctx);
+    const int result = wait_dns_response(ctx);
+    tell_lines_left_out(&ctx->lines);
+    return result;
 }
 
 int dns_lookup_via_multi_eth(t_dns_ctx *ctx)
 {
     LOG_ENTER();
     ctx->winner = nullptr;
+    ctx->lines = {};
+    ctx->lines.probe = "dns";
     int32_t index = 0;
     for (t_dns_entry &entry : entries_of(ctx)) {
         entry.index = index++;

@@ -7,6 +7,7 @@
 #include <cstdint>
 
 #include "probes/arp_answer.h"
+#include "probes/frame_lines.h"
 
 constexpr int32_t DNS_MAX_ENTRIES = 16;
 
@@ -26,6 +27,7 @@ struct t_dns_ctx {
     int32_t count;
     t_device *winner; // borrowed; the port whose answer was accepted first
     t_dns_entry entries[DNS_MAX_ENTRIES];
+    t_frame_lines lines;
 };
 
 constexpr int DNS_ERR_BIND = -89;

@@ -26,6 +26,11 @@ t_dns_ctx *handle_of(t_dns_entry *entry)
     return reinterpret_cast<t_dns_ctx *>(first - offsetof(t_dns_ctx, entries));
 }
 
+bool may_tell(t_dns_entry *entry, t_log_level level)
+{
+    return may_tell_of_frame(&handle_of(entry)->lines, level);
+}
+
 // False when nothing is pending or reading failed.
 bool read_answer(const uloop_fd &watcher, t_dns_answer *answer, bool accept_empty)
 {
@@ -40,21 +45,26 @@ bool read_answer(const uloop_fd &watcher, t_dns_answer *answer, bool accept_empt
 } // namespace
 
 // Judges one frame; the messages are the waiting loop's own.
-static bool recv_dns_query(const t_dns_entry &entry, const t_dns_answer &answer)
+static bool recv_dns_query(t_dns_entry *entry, const t_dns_answer &answer)
 {
-    switch (find_dns_flaw(answer, entry, false)) {
+    switch (find_dns_flaw(answer, *entry, false)) {
     case t_dns_flaw::protocol:
-        LOG(Debug, "DNS response check fail at IP protocol: %d/%d\n", answer.protocol, IPV4_PROTOCOL_UDP);
+        if (may_tell(entry, LOG_LEVEL_Debug))
+            LOG(Debug, "DNS response check fail at IP protocol: %d/%d\n", answer.protocol, IPV4_PROTOCOL_UDP);
         return false;
     case t_dns_flaw::addresses:
-        LOG(Info, "DNS response check fail at IP addr dst_addr: %s\n", t_ipv4_text(answer.destination_be).text);
-        LOG(Info, "DNS response check fail at IP addr src_addr: %s\n", t_ipv4_text(answer.source_be).text);
+        if (may_tell(entry, LOG_LEVEL_Info))
+            LOG(Info, "DNS response check fail at IP addr dst_addr: %s\n", t_ipv4_text(answer.destination_be).text);
+        if (may_tell(entry, LOG_LEVEL_Info))
+            LOG(Info, "DNS response check fail at IP addr src_addr: %s\n", t_ipv4_text(answer.source_be).text);
         return false;
     case t_dns_flaw::port:
-        LOG(Info, "DNS response check fail at udp port: %d/%d\n", answer.source_port, DNS_SERVER_PORT);
+        if (may_tell(entry, LOG_LEVEL_Info))
+            LOG(Info, "DNS response check fail at udp port: %d/%d\n", answer.source_port, DNS_SERVER_PORT);
         return false;
     case t_dns_flaw::id:
-        LOG(Info, "DNS response check fail at dns id: %d/%d\n", answer.id, entry.query_id);
+        if (may_tell(entry, LOG_LEVEL_Info))
+            LOG(Info, "DNS response check fail at dns id: %d/%d\n", answer.id, entry->query_id);
         return false;
     case t_dns_flaw::identification:
     case t_dns_flaw::no_answers:
@@ -74,8 +84,9 @@ void recv_dns_query(uloop_fd *watcher)
     }
     t_dns_answer answer;
     for (int i = 0; i < DNS_FRAMES_PER_READ && read_answer(*watcher, &answer, false); i++) {
-        LOG(Info, "dns response from ip=%s!\n", t_ipv4_text(entry->dev_ip_be).text);
-        if (!recv_dns_query(*entry, answer))
+        if (may_tell(entry, LOG_LEVEL_Info))
+            LOG(Info, "dns response from ip=%s!\n", t_ipv4_text(entry->dev_ip_be).text);
+        if (!recv_dns_query(entry, answer))
             continue;
         entry->received = 1;
         handle_of(entry)->winner = entry->dev;
@@ -88,25 +99,31 @@ void recv_dns_query(uloop_fd *watcher)
 }
 
 // Judges one frame; unlike the waiting loop it looks at the identification and shows every protocol.
-static bool uloop_recv_dns_query(const t_dns_entry &entry, const t_dns_answer &answer)
+static bool uloop_recv_dns_query(t_dns_entry *entry, const t_dns_answer &answer)
 {
-    switch (find_dns_flaw(answer, entry, true)) {
+    switch (find_dns_flaw(answer, *entry, true)) {
     case t_dns_flaw::protocol:
-        LOG(Info, "DNS response check fail at IP protocol: %d/%d\n", answer.protocol, IPV4_PROTOCOL_UDP);
+        if (may_tell(entry, LOG_LEVEL_Info))
+            LOG(Info, "DNS response check fail at IP protocol: %d/%d\n", answer.protocol, IPV4_PROTOCOL_UDP);
         return false;
     case t_dns_flaw::identification:
-        LOG(Info, "DNS response check fail at IP id: %d/%d\n", answer.identification,
-            dns_ip_identification(entry.query_id));
+        if (may_tell(entry, LOG_LEVEL_Info))
+            LOG(Info, "DNS response check fail at IP id: %d/%d\n", answer.identification,
+                dns_ip_identification(entry->query_id));
         return false;
     case t_dns_flaw::addresses:
-        LOG(Info, "DNS response check fail at IP addr dst_addr: %s\n", t_ipv4_text(answer.destination_be).text);
-        LOG(Info, "DNS response check fail at IP addr src_addr: %s\n", t_ipv4_text(answer.source_be).text);
+        if (may_tell(entry, LOG_LEVEL_Info))
+            LOG(Info, "DNS response check fail at IP addr dst_addr: %s\n", t_ipv4_text(answer.destination_be).text);
+        if (may_tell(entry, LOG_LEVEL_Info))
+            LOG(Info, "DNS response check fail at IP addr src_addr: %s\n", t_ipv4_text(answer.source_be).text);
         return false;
     case t_dns_flaw::port:
-        LOG(Info, "DNS response check fail at udp port: %d/%d\n", answer.source_port, DNS_SERVER_PORT);
+        if (may_tell(entry, LOG_LEVEL_Info))
+            LOG(Info, "DNS response check fail at udp port: %d/%d\n", answer.source_port, DNS_SERVER_PORT);
         return false;
     case t_dns_flaw::id:
-        LOG(Info, "DNS response check fail at dns id: %d/%d\n", answer.id, entry.query_id);
+        if (may_tell(entry, LOG_LEVEL_Info))
+            LOG(Info, "DNS response check fail at dns id: %d/%d\n", answer.id, entry->query_id);
         return false;
     case t_dns_flaw::no_answers:
         return false;
@@ -123,12 +140,14 @@ void uloop_recv_dns_query(uloop_fd *watcher, unsigned int events)
         LOG(Debug, "Already receieved response!\n");
         return;
     }
-    LOG(Info, "dns response:events=%u, ip=%s!\n", events, t_ipv4_text(entry->dev_ip_be).text);
+    if (may_tell(entry, LOG_LEVEL_Info))
+        LOG(Info, "dns response:events=%u, ip=%s!\n", events, t_ipv4_text(entry->dev_ip_be).text);
     if (!(events & ULOOP_READ))
         return;
     t_dns_answer answer;
-    if (!read_answer(*watcher, &answer, true) || !uloop_recv_dns_query(*entry, answer)) {
-        LOG(Info, "dns through ip %s failed!\n", t_ipv4_text(entry->dev_ip_be).text);
+    if (!read_answer(*watcher, &answer, true) || !uloop_recv_dns_query(entry, answer)) {
+        if (may_tell(entry, LOG_LEVEL_Info))
+            LOG(Info, "dns through ip %s failed!\n", t_ipv4_text(entry->dev_ip_be).text);
         entry->received = 0;
         return;
     }

@@ -74,8 +74,11 @@ int packet_socket_set_option(int fd, int option, const void *value, size_t size)
 
 int packet_socket_filter(int fd, const t_frame_filter &filter)
 {
-    if (filter.length == 0)
-        return 0;
+    if (filter.length == 0) {
+        const int unused = 0;
+        const bool detached = packet_socket_set_option(fd, SO_DETACH_FILTER, &unused, sizeof unused) == 0;
+        return detached || errno == ENOENT ? 0 : -1; // there was none
+    }
     const sock_fprog program = {.len = filter.length, .filter = const_cast<sock_filter *>(filter.code)};
     return packet_socket_set_option(fd, SO_ATTACH_FILTER, &program, sizeof program);
 }

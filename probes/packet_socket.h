@@ -22,8 +22,8 @@ int packet_socket_bind_to_device(int fd, const char *name);
 int packet_socket_set_option(int fd, int option, const void *value, size_t size); // SOL_SOCKET
 int packet_socket_set_nonblocking(int fd);
 
-// From now on only what passes the filter is heard. Without instructions it changes nothing; -1 with errno set where
-// the kernel does not take it, and everything is heard as before.
+// From now on only what passes the filter is heard, in place of an earlier filter. Without instructions everything is
+// heard again; -1 with errno set where the kernel does not take it, and nothing changes.
 int packet_socket_filter(int fd, const t_frame_filter &filter);
 
 // Bytes sent or received, or -1 with errno set.

@@ -20,6 +20,11 @@
 
 constexpr size_t PPPOE_FRAME_BUFFER_SIZE = 1520;
 
+static bool may_tell(t_log_level level)
+{
+    return may_tell_of_frame(&pppoe_detect_handle.lines, level);
+}
+
 int init_pppoe_sockfd(t_pppoe_detect_ctx *ctx)
 {
     const int first = rand(), second = rand();
@@ -39,6 +44,12 @@ int init_pppoe_sockfd(t_pppoe_detect_ctx *ctx)
     return OK;
 }
 
+void filter_pados(const t_pppoe_detect_ctx &ctx)
+{
+    if (ctx.watcher.fd > 0)
+        packet_socket_filter(ctx.watcher.fd, pado_filter(ctx.host_uniq, log_get_level()));
+}
+
 int send_pppoe_discovery_packet(t_pppoe_detect_ctx *ctx)
 {
     LOG_ENTER();
@@ -52,7 +63,7 @@ int send_pppoe_discovery_packet(t_pppoe_detect_ctx *ctx)
     query_port(ctx->watcher.fd, device_name(ctx->dev), &ifindex, mac);
     LOG(Debug, "Get device:%s , index=%d, hw_addr=%02x-%02x-%02x-%02x-%02x-%02x\n", device_name(ctx->dev), ifindex,
         MAC_ARGS(mac));
-    packet_socket_filter(ctx->watcher.fd, pado_filter(ctx->host_uniq, log_get_level()));
+    filter_pados(*ctx);
     const sockaddr_ll everyone = packet_broadcast_address(ETH_P_ALL, ifindex);
     if (packet_socket_bind(ctx->watcher.fd, everyone) != 0) {
         LOG(Error, "Error binding socket!\n");
@@ -84,7 +95,8 @@ void recv_pppoe_discovery_packet(uloop_fd *watcher, unsigned int events)
     }
     t_pppoe_detect_ctx *ctx = container_of(watcher, t_pppoe_detect_ctx, watcher);
     const char *name = device_name(ctx->dev);
-    LOG(Debug, "recv pppoe discovery offer(PADO) packet from dev:%s\n", name);
+    if (may_tell(LOG_LEVEL_Debug))
+        LOG(Debug, "recv pppoe discovery offer(PADO) packet from dev:%s\n", name);
     uint8_t buffer[PPPOE_FRAME_BUFFER_SIZE];
     const ssize_t got = packet_socket_receive(watcher->fd, buffer, sizeof buffer, nullptr);
     if (got < 1) {
@@ -94,22 +106,27 @@ void recv_pppoe_discovery_packet(uloop_fd *watcher, unsigned int events)
     const std::span<const uint8_t> frame(buffer, static_cast<size_t>(got));
     switch (check_pado(frame)) {
     case t_pado_flaw::broadcast_source:
-        LOG(Debug, "Ignoring PADO packet from broadcast MAC address\n");
+        if (may_tell(LOG_LEVEL_Debug))
+            LOG(Debug, "Ignoring PADO packet from broadcast MAC address\n");
         return;
     case t_pado_flaw::other_ether_type:
-        LOG(Debug, "Ignoring packet because it is not a pppoe disover packet!\n");
+        if (may_tell(LOG_LEVEL_Debug))
+            LOG(Debug, "Ignoring packet because it is not a pppoe disover packet!\n");
         return;
     case t_pado_flaw::other_code:
-        LOG(Debug, "Ignoring packet because it is not a PADO packet!\n");
+        if (may_tell(LOG_LEVEL_Debug))
+            LOG(Debug, "Ignoring packet because it is not a PADO packet!\n");
         return;
     case t_pado_flaw::length:
-        LOG(Debug, "Bogus PPPoE length field (%u) dev=%s\n", ntohs(read_pppoe_start(frame).pppoe.length_be), name);
+        if (may_tell(LOG_LEVEL_Debug))
+            LOG(Debug, "Bogus PPPoE length field (%u) dev=%s\n", ntohs(read_pppoe_start(frame).pppoe.length_be), name);
         return;
     case t_pado_flaw::none:
         break;
     }
     if (packetIsForMe(frame.data(), frame.size(), ctx->host_uniq) != OK) {
-        LOG(Info, "read from socket parse error, try again! dev=%s\n", name);
+        if (may_tell(LOG_LEVEL_Info))
+            LOG(Info, "read from socket parse error, try again! dev=%s\n", name);
         return;
     }
     ctx->pado_received = 1;
@@ -124,16 +141,19 @@ int packetIsForMe(const uint8_t *frame, size_t size, uint32_t host_uniq)
     const int version = header.version_type >> 4;
     const int type = header.version_type & 0xf;
     if (version != 1) {
-        LOG(Info, "Invalid PPPoE version (%d)\n", version);
+        if (may_tell(LOG_LEVEL_Info))
+            LOG(Info, "Invalid PPPoE version (%d)\n", version);
         return ERR_INVALID_INPUT;
     }
     if (type != 1) {
-        LOG(Info, "Invalid PPPoE type (%d)\n", type);
+        if (may_tell(LOG_LEVEL_Info))
+            LOG(Info, "Invalid PPPoE type (%d)\n", type);
         return ERR_INVALID_INPUT;
     }
     const uint16_t payload = ntohs(header.length_be);
     if (payload > PPPOE_MAX_PAYLOAD) {
-        LOG(Info, "Invalid PPPoE packet length (%u)\n", payload);
+        if (may_tell(LOG_LEVEL_Info))
+            LOG(Info, "Invalid PPPoE packet length (%u)\n", payload);
         return ERR_INVALID_INPUT;
     }
     for (size_t position = 0; position < payload;) {
@@ -141,7 +161,8 @@ int packetIsForMe(const uint8_t *frame, size_t size, uint32_t host_uniq)
         if (tag.type == PPPOE_TAG_END_OF_LIST)
             return PPPOE_ERR_TAGS;
         if (!tag.whole) {
-            LOG(Info, "Invalid PPPoE tag length (%u)\n", tag.length);
+            if (may_tell(LOG_LEVEL_Info))
+                LOG(Info, "Invalid PPPoE tag length (%u)\n", tag.length);
             return PPPOE_ERR_TAGS;
         }
         uint32_t value;
@@ -150,7 +171,8 @@ int packetIsForMe(const uint8_t *frame, size_t size, uint32_t host_uniq)
             if (value == host_uniq)
                 return OK;
             // Another one may follow.
-            LOG(Info, "Invalid PPPoE unique host tag value (0x%08x)/(0x%08x)\n", value, host_uniq);
+            if (may_tell(LOG_LEVEL_Info))
+                LOG(Info, "Invalid PPPoE unique host tag value (0x%08x)/(0x%08x)\n", value, host_uniq);
         }
         position += sizeof(t_pppoe_tag) + tag.length;
     }

@@ -18,6 +18,17 @@ static std::span<t_pppoe_detect_ctx> contexts_of_batch()
     return {pppoe_detect_handle.contexts, count};
 }
 
+// Somebody may want to see more, or less, while the probe runs.
+static void follow_log_level()
+{
+    const int level = log_get_level();
+    if (level == pppoe_detect_handle.filter_level)
+        return;
+    pppoe_detect_handle.filter_level = level;
+    for (const t_pppoe_detect_ctx &ctx : contexts_of_batch())
+        filter_pados(ctx);
+}
+
 int send_pppoe_discovery_all(t_device_list_head *list)
 {
     LOG_ENTER();
@@ -36,6 +47,8 @@ int send_pppoe_discovery_all(t_device_list_head *list)
     }
     pppoe_detect_handle.device_num = list->count;
     pppoe_detect_handle.finished = 0;
+    pppoe_detect_handle.filter_level = log_get_level();
+    pppoe_detect_handle.lines.probe = "pppoe";
 
     const t_device_list *node = list->head.next;
     for (t_pppoe_detect_ctx &ctx : contexts_of_batch()) {
@@ -74,8 +87,10 @@ int process_pppoe_discovery_all(t_device *dev_hashmap_head, t_protocol *proto_ha
     } else {
         result = probe_batch_result(contexts_of_batch(), &t_pppoe_detect_ctx::pado_received, final);
     }
-    if (result == PROBE_WAITING)
+    if (result == PROBE_WAITING) {
+        follow_log_level();
         return result;
+    }
 
     pppoe_detect_handle.finished = 1;
     for (t_pppoe_detect_ctx &ctx : contexts_of_batch()) {
@@ -102,6 +117,7 @@ void release_pppoe_detect_handle()
     if (pppoe_detect_handle.device_num == 0)
         LOG(Error, "pppoe_detect_handle not null but device_num=0, may cause unclosed socket fd \n");
     close_probe_sockets(contexts_of_batch());
+    tell_lines_left_out(&pppoe_detect_handle.lines);
     free(pppoe_detect_handle.contexts);
     LOG(Debug, "release pppoe_detect_handler success!\n");
     pppoe_detect_handle = {};

@@ -7,6 +7,7 @@
 #include <cstdint>
 
 #include "model/records.h"
+#include "probes/frame_lines.h"
 
 extern "C" {
 #include <libubox/uloop.h>
@@ -23,6 +24,8 @@ struct t_pppoe_detect_handle {
     uint8_t finished;
     uint8_t device_num;
     t_pppoe_detect_ctx *contexts; // owned; null when no batch is open
+    int filter_level;             // the log level that the contexts' filters are made for
+    t_frame_lines lines;
 };
 
 extern t_pppoe_detect_handle pppoe_detect_handle;
@@ -40,6 +43,9 @@ int send_pppoe_discovery_all(t_device_list_head *list);
 int process_pppoe_discovery_all(t_device *dev_hashmap_head, t_protocol *proto_hashmap_head, bool final);
 
 void release_pppoe_detect_handle();
+
+// Makes the filter of an open context for the current log level.
+void filter_pados(const t_pppoe_detect_ctx &ctx);
 
 int init_pppoe_sockfd(t_pppoe_detect_ctx *ctx);
 int send_pppoe_discovery_packet(t_pppoe_detect_ctx *ctx);

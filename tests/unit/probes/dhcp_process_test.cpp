@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Collecting a DHCP batch and releasing it.
+#include "platform/log.h"
 #include "platform/result_codes.h"
 #include "probes/dhcp_probe.h"
 #include "probes/probe_fixture.h"
@@ -55,6 +56,29 @@ TEST_F(dhcp_process, without_a_batch_detection_is_over)
     EXPECT_TRUE(log.has("Info", "release_dhcp_detect_handle", "Release null dhcp_detect_handle fail!"));
     EXPECT_EQ(dhcp_detect_handle.finished, 1);
     EXPECT_EQ(process(true), 98);
+}
+
+TEST_F(dhcp_process, a_log_level_that_changes_meanwhile_makes_the_filters_anew)
+{
+    log_set_level(LOG_LEVEL_Critical);
+    send();
+    fake_wire.arrive("eth1", offer(101, usual_options()));
+    fake_wire.run_loop(); // this port is through
+    const size_t quiet = socket_of("eth2").filter_length;
+    ASSERT_GT(quiet, 0u);
+    log_set_level(LOG_LEVEL_Info);
+    EXPECT_EQ(process(false), 0);
+    EXPECT_LT(socket_of("eth2").filter_length, quiet);
+    EXPECT_GT(socket_of("eth2").filter_length, 0u);
+    log_set_level(LOG_LEVEL_Debug);
+    EXPECT_EQ(process(false), 0);
+    EXPECT_EQ(socket_of("eth2").filter_length, 0u);
+    log_set_level(LOG_LEVEL_Critical);
+    EXPECT_EQ(process(false), 0);
+    EXPECT_EQ(socket_of("eth2").filter_length, quiet);
+    socket_of("eth2").filter_length = 0;
+    EXPECT_EQ(process(false), 0);
+    EXPECT_EQ(socket_of("eth2").filter_length, 0u) << "the filter is left alone as long as the level stays";
 }
 
 TEST_F(dhcp_process, a_batch_of_no_ports_is_impossible_and_closed)

@@ -244,6 +244,7 @@ ssize_t packet_socket_receive(int fd, void *buffer, size_t size, sockaddr_ll *fr
     }
     const t_arrived_frame frame = socket->arrived.front();
     socket->arrived.pop_front();
+    fake_wire.received++;
     const size_t taken = std::min(size, frame.bytes.size());
     if (taken > 0)
         std::copy_n(frame.bytes.data(), taken, static_cast<uint8_t *>(buffer));

@@ -99,6 +99,7 @@ public:
     // calls.
     int run_loop();
 
+    int received = 0; // frames that were taken from sockets
     const std::vector<t_sent_frame> &sent() const { return sent_; }
     std::vector<t_sent_frame> sent_on(const std::string &port) const;
     // The descriptor of the port's open socket, -1 when there is none.

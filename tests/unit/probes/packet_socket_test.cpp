@@ -191,9 +191,33 @@ TEST_F(packet_socket, hears_only_what_its_filter_lets_through)
     EXPECT_EQ(from_.sll_pkttype, PACKET_BROADCAST);
 }
 
+TEST_F(packet_socket, a_filter_is_replaced_by_another_and_by_none_while_it_hears)
+{
+    t_frame_filter nothing = {}, some = {};
+    filter_drop(&nothing);
+    filter_require_half(&some, 12, 0x8863);
+    filter_keep(&some);
+    const t_bytes other = patched(FRAME, 12, {0x88, 0x64});
+    ASSERT_EQ(packet_socket_filter(watcher_.fd, nothing), 0);
+    bind_to(cable_);
+    t_loop_peer near(cable_);
+    near.send(FRAME);
+    ASSERT_EQ(packet_socket_filter(watcher_.fd, some), 0);
+    near.send(other);
+    near.send(FRAME);
+    ASSERT_EQ(packet_socket_wait_readable(watcher_.fd, ANSWER_LIMIT_MS), 1);
+    EXPECT_EQ(receive(), FRAME);
+    EXPECT_EQ(packet_socket_wait_readable(watcher_.fd, 50), 0);
+    ASSERT_EQ(packet_socket_filter(watcher_.fd, t_frame_filter()), 0);
+    near.send(other);
+    ASSERT_EQ(packet_socket_wait_readable(watcher_.fd, ANSWER_LIMIT_MS), 1);
+    EXPECT_EQ(receive(), other);
+}
+
 TEST_F(packet_socket, is_not_filtered_by_nothing_nor_by_what_the_kernel_refuses)
 {
-    EXPECT_EQ(packet_socket_filter(-1, t_frame_filter()), 0);
+    EXPECT_EQ(packet_socket_filter(watcher_.fd, t_frame_filter()), 0);
+    EXPECT_EQ(packet_socket_filter(-1, t_frame_filter()), -1);
     t_frame_filter endless = {};
     filter_require_half(&endless, 12, 0x8863);
     endless.length--;

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Collecting a PPPoE batch and releasing it.
+#include "platform/log.h"
 #include "platform/result_codes.h"
 #include "probes/dhcp_probe.h"
 #include "probes/pppoe_probe.h"
@@ -55,6 +56,25 @@ TEST_F(pppoe_process, without_a_batch_detection_is_over)
                         "pppoe detect array is null, no packet sent yet, treat as detect over!"));
     EXPECT_TRUE(log.has("Info", "release_pppoe_detect_handle", "Release null pppoe_detect_handle fail!"));
     EXPECT_EQ(pppoe_detect_handle.finished, 1);
+}
+
+TEST_F(pppoe_process, a_log_level_that_changes_meanwhile_makes_the_filters_anew)
+{
+    log_set_level(LOG_LEVEL_Critical);
+    send();
+    fake_wire.arrive("eth1", pado(usual_tags(101)));
+    fake_wire.run_loop(); // this port is through
+    const size_t quiet = socket_of("eth2").filter_length;
+    ASSERT_GT(quiet, 0u);
+    log_set_level(LOG_LEVEL_Debug);
+    EXPECT_EQ(process(false), 0);
+    EXPECT_EQ(socket_of("eth2").filter_length, 0u);
+    log_set_level(LOG_LEVEL_Critical);
+    EXPECT_EQ(process(false), 0);
+    EXPECT_EQ(socket_of("eth2").filter_length, quiet);
+    socket_of("eth2").filter_length = 0;
+    EXPECT_EQ(process(false), 0);
+    EXPECT_EQ(socket_of("eth2").filter_length, 0u) << "the filter is left alone as long as the level stays";
 }
 
 TEST_F(pppoe_process, a_batch_of_no_ports_is_impossible_and_closed)
