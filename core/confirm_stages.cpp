@@ -2,8 +2,10 @@
 #include "core/confirm_stages.h"
 
 #include <cstring>
+#include <netinet/in.h>
 
 #include "core/engine.h"
+#include "core/look_again.h"
 #include "model/port_model.h"
 #include "platform/ipv4_text.h"
 #include "platform/log.h"
@@ -28,6 +30,13 @@ static uint32_t target_address()
     return port_model.wan_proto ? port_model.wan_proto->static_config.gateway.ipv4_be : 0;
 }
 
+// 0 for the LAN bridge's. A gateway that answers nobody of a foreign network answers the connection's own address.
+static uint32_t asking_address()
+{
+    const uint32_t own = port_model.wan_proto ? port_model.wan_proto->static_config.address.ipv4_be : 0;
+    return asks_in_own_name() && own != INADDR_NONE ? own : 0;
+}
+
 void uloop_wan_detect_using_arp(uloop_timeout *)
 {
     LOG_ENTER();
@@ -36,7 +45,7 @@ void uloop_wan_detect_using_arp(uloop_timeout *)
     t_device_list_head &list = engine.possible_wan_dev_list;
     const t_ipv4_text target(target_address());
     const char *type = protocol_name(port_model.wan_proto);
-    if (find_target_ip_and_device_with_arp(&list, target_address()) != OK) {
+    if (find_target_ip_and_device_with_arp(&list, target_address(), asking_address()) != OK) {
         LOG(Error, "find_target_ip_and_device_with_arp failed with ip:%s, return null!\n", target.text);
         return end_cycle_with(nullptr);
     }

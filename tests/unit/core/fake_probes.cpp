@@ -133,9 +133,10 @@ int update_brlan_dev(t_port_model *model)
     return OK;
 }
 
-int find_target_ip_and_device_with_arp(t_device_list_head *list, uint32_t target_be, uint32_t)
+int find_target_ip_and_device_with_arp(t_device_list_head *list, uint32_t target_be, uint32_t sender_be)
 {
-    fake_probes.calls.push_back(std::string("arp ") + t_ipv4_text(target_be).text);
+    const std::string as = sender_be ? std::string(" as ") + t_ipv4_text(sender_be).text : "";
+    fake_probes.calls.push_back(std::string("arp ") + t_ipv4_text(target_be).text + as);
     if (!fake_probes.bridge_readable) {
         free_device_list(&list->head);
         list->count = 0;

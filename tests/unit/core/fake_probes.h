@@ -25,8 +25,8 @@ struct t_fake_probes {
     int send_result = 0; // of sending on every port
 
     // What was done.
-    std::vector<std::string>
-        calls; // "dhcp all", "pppoe eth1", "arp 10.0.0.1", "special eth1 8.8.8.8", "dns", "release dhcp"
+    std::vector<std::string> calls; // "dhcp all", "pppoe eth1", "arp 10.0.0.1", "arp 10.0.0.1 as 10.0.0.2", "special
+                                    // eth1 8.8.8.8", "dns", "release dhcp"
     std::vector<std::string>
         dns_entries; // "eth1 10.0.0.2 8.8.8.8 07": port, own address, server, last byte of the next hop
     int count(const std::string &call) const;

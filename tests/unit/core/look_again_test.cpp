@@ -310,4 +310,31 @@ TEST_F(look_again, every_second_look_asks_in_the_connections_own_name)
     EXPECT_FALSE(asks_in_own_name());
 }
 
+TEST_F(look_again, a_gateway_is_searched_for_in_the_bridges_name_first_and_in_the_connections_own_every_second_time)
+{
+    set_connection("static", "config static 'static'\n\toption ipaddr '10.0.0.2'\n\toption gateway '10.0.0.1'\n");
+    plug({"eth2"});
+    open_cycle();
+    for (int i = 0; i < 3; i++) {
+        fire(engine.using_arp);
+        fire(engine.start_wan_detect);
+        look();
+    }
+    fire(engine.using_arp);
+    EXPECT_EQ(fake_probes.calls, (std::vector<std::string>{"arp 10.0.0.1", "arp 10.0.0.1 as 10.0.0.2", "arp 10.0.0.1",
+                                                           "arp 10.0.0.1 as 10.0.0.2"}));
+}
+
+TEST_F(look_again, a_connection_without_an_address_of_its_own_asks_in_the_bridges_name)
+{
+    set_connection("static", "config static 'static'\n\toption gateway '10.0.0.1'\n");
+    plug({"eth2"});
+    open_cycle();
+    fire(engine.using_arp);
+    fire(engine.start_wan_detect);
+    look();
+    fire(engine.using_arp);
+    EXPECT_EQ(fake_probes.count("arp 10.0.0.1"), 2);
+}
+
 } // namespace
