@@ -9,6 +9,7 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
+#include <utility>
 
 #include <libubus.h>
 
@@ -22,14 +23,17 @@ constexpr int BUS_OFFER_LIMIT_MS = 1000;
 constexpr int BUS_START_LIMIT_MS = 30000; // a router that boots may keep its bus daemon busy
 
 struct t_bus {
-    ubus_context *context;    // owns; null before the set-up and after the shutdown
-    bool connected;           // the context can be used
-    const t_bus_offer *offer; // borrowed for the life of the connection
+    ubus_context *context;                 // owns; null before the set-up and after the shutdown
+    bool connected;                        // the context can be used
+    const t_bus_offer *offer;              // borrowed for the life of the connection
+    const char *path;                      // that the library is given; null leaves it to the library
+    uloop_fd_handler library_serve_socket; // what the library would do without a limit
+    uloop_timeout_handler library_serve_waiting;
     uloop_timeout retry_timer;
     uloop_fd knock; // a connection that only asks whether the bus daemon answers
 };
 
-t_bus bus = {.context = nullptr, .connected = false, .offer = nullptr, .retry_timer = {}, .knock = {}};
+t_bus bus;
 
 // A shutdown like any other: the signal handler releases what was built so far.
 int give_up()
@@ -62,10 +66,37 @@ bool offer_is_back()
     return ubus_register_event_handler(bus.context, bus.offer->event_handler, bus.offer->event_pattern) == 0;
 }
 
+const char *bus_path()
+{
+    return access(BUS_SOCKET_PATH, F_OK) == 0 ? BUS_SOCKET_PATH : nullptr;
+}
+
+void serve_socket(uloop_fd *socket, unsigned int events)
+{
+    t_bus_write_limit limit(bus.context);
+    bus.library_serve_socket(socket, events);
+}
+
+// What came in during a call to another service is served by a timer of the library.
+void serve_waiting(uloop_timeout *timer)
+{
+    t_bus_write_limit limit(bus.context);
+    bus.library_serve_waiting(timer);
+}
+
+void limit_callbacks()
+{
+    if (bus.context->sock.cb != serve_socket)
+        bus.library_serve_socket = std::exchange(bus.context->sock.cb, serve_socket);
+    if (bus.context->pending_timer.cb != serve_waiting)
+        bus.library_serve_waiting = std::exchange(bus.context->pending_timer.cb, serve_waiting);
+}
+
 // The library's call does not tell when there is no room for it, and an object that nobody listens for would stay
 // silent for good.
 bool watch_bus()
 {
+    limit_callbacks();
     ubus_add_uloop(bus.context);
     return bus.context->sock.registered;
 }
@@ -74,7 +105,7 @@ bool watch_bus()
 bool reconnect_within_limit()
 {
     t_bus_limit limit(bus.context, BUS_OFFER_LIMIT_MS);
-    return limit.is_set() && ubus_reconnect(bus.context, BUS_SOCKET_PATH) == 0 && offer_is_back();
+    return limit.is_set() && ubus_reconnect(bus.context, bus.path) == 0 && offer_is_back();
 }
 
 // After a failure the library may leave the number of a socket that it closed. It closes that number again the next
@@ -112,17 +143,15 @@ void knock_answered(uloop_fd *knock, unsigned int)
         restore_connection();
 }
 
-// The library waits for the greeting without a limit, and a bus daemon that hangs would take this one with it. So the
-// loop waits for the greeting on a connection of its own, and the library is asked only when there was one.
-void knock_at_bus()
+// Waits in the loop for the greeting of whoever listens at the path.
+void knock_at(const char *path)
 {
-    drop_knock();
     int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
     if (fd < 0)
         return;
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
-    strncpy(address.sun_path, BUS_SOCKET_PATH, sizeof address.sun_path - 1);
+    strncpy(address.sun_path, path, sizeof address.sun_path - 1);
     bus.knock.fd = fd;
     bus.knock.cb = knock_answered;
     if (connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0 ||
@@ -130,16 +159,31 @@ void knock_at_bus()
         drop_knock();
 }
 
+// The library waits for the greeting without a limit, and a bus daemon that hangs would take this one with it. So the
+// loop waits for the greeting on a connection of its own, and the library is asked only when there was one; unless its
+// default is a path that we do not know, where only the library itself can look.
+void look_for_bus()
+{
+    drop_knock();
+    bus.path = bus_path();
+    if (bus.path)
+        knock_at(bus.path);
+    else if (access(BUS_DEFAULT_SOCKET_PATH, F_OK) == 0)
+        knock_at(BUS_DEFAULT_SOCKET_PATH);
+    else
+        restore_connection();
+}
+
 void retry(uloop_timeout *timer)
 {
     uloop_timeout_set(timer, BUS_RECONNECT_INTERVAL_MS);
-    knock_at_bus();
+    look_for_bus();
 }
 
 ubus_context *connect_within_limit()
 {
     t_bus_limit limit(nullptr, BUS_START_LIMIT_MS);
-    return ubus_connect(BUS_SOCKET_PATH);
+    return ubus_connect(bus_path());
 }
 
 // May be called in the middle of a call to another service, so it only asks for what comes next.
@@ -183,7 +227,8 @@ void wan_detect_ubus_done()
     drop_knock();
     if (!bus.context)
         return;
-    LOG(Debug, "wan_detect_ubus closed\n");
+    if (bus.connected)
+        LOG(Debug, "wan_detect_ubus closed\n");
     ubus_free(bus.context);
     bus.context = nullptr;
     bus.connected = false;

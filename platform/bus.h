@@ -11,7 +11,10 @@ struct ubus_object;
 struct ubus_request;
 struct blob_attr;
 
+// Bus daemons of long standing listen at the first path. Where it does not exist the library's own default counts,
+// which no header tells; in current releases it is the second one.
 constexpr const char *BUS_SOCKET_PATH = "/var/run/ubus.sock";
+constexpr const char *BUS_DEFAULT_SOCKET_PATH = "/var/run/ubus/ubus.sock";
 constexpr int BUS_CALL_TIMEOUT_MS = 1000;
 constexpr int BUS_RECONNECT_INTERVAL_MS = 1000;
 

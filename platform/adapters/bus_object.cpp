@@ -12,6 +12,7 @@
 #include "model/port_model.h"
 #include "model/tables.h"
 #include "platform/adapters/bus_message.h"
+#include "platform/bus_limit.h"
 #include "platform/clock.h"
 #include "platform/engine_handlers.h"
 #include "platform/log.h"
@@ -51,8 +52,8 @@ constexpr blobmsg_policy BAN_POLICY[BAN_FIELDS] = {{"name", BLOBMSG_TYPE_STRING}
 
 blob_buf reply_buffer;
 
-// The library writes without a limit. A socket that can be written has room for a method's reply and for the library's
-// status after it; a bus daemon that makes none is given up, and the connection with it.
+// The library writes without a limit. A socket that can be written has room for a method's reply; a bus daemon that
+// makes none is given up, and the connection with it.
 void hang_up_on_deaf_bus(const ubus_context *context)
 {
     pollfd room = {context->sock.fd, POLLOUT, 0};
@@ -216,6 +217,7 @@ int ubus_wan_detect(ubus_context *context, ubus_object *, ubus_request_data *req
 
 void wan_detect_add_banned_dev(ubus_context *, ubus_event_handler *, const char *, blob_attr *message)
 {
+    t_bus_write_pause pause;
     blob_attr *fields[BAN_FIELDS];
     if (!parse_bus_message(BAN_POLICY, fields, message))
         return;
@@ -236,16 +238,24 @@ void wan_detect_add_banned_dev(ubus_context *, ubus_event_handler *, const char 
     remove_banned_device_from_list(port_model.dev_hashmap_head, &port_model.banned_list, name, nullptr);
 }
 
-template <size_t count>
-constexpr ubus_method method(const char *name, ubus_handler_t handler, const blobmsg_policy (&policy)[count])
+template <ubus_handler_t handler>
+int at_leisure(ubus_context *context, ubus_object *object, ubus_request_data *request, const char *name,
+               blob_attr *message)
 {
-    return {.name = name, .handler = handler, .mask = 0, .tags = 0, .policy = policy, .n_policy = count};
+    t_bus_write_pause pause;
+    return handler(context, object, request, name, message);
+}
+
+template <ubus_handler_t handler, size_t count>
+constexpr ubus_method method(const char *name, const blobmsg_policy (&policy)[count])
+{
+    return {.name = name, .handler = at_leisure<handler>, .mask = 0, .tags = 0, .policy = policy, .n_policy = count};
 }
 
 constexpr ubus_method METHODS[] = {
-    method("log", wan_detect_set_dbg_level, LOG_POLICY),  method("proto_detect", ubus_protocol_detect, PROTO_POLICY),
-    method("set", wan_detect_settings, SET_POLICY),       method("hotplug", device_hotplug_event, HOTPLUG_POLICY),
-    method("wan_detect", ubus_wan_detect, DETECT_POLICY),
+    method<wan_detect_set_dbg_level>("log", LOG_POLICY),  method<ubus_protocol_detect>("proto_detect", PROTO_POLICY),
+    method<wan_detect_settings>("set", SET_POLICY),       method<device_hotplug_event>("hotplug", HOTPLUG_POLICY),
+    method<ubus_wan_detect>("wan_detect", DETECT_POLICY),
 };
 constexpr int METHOD_COUNT = sizeof METHODS / sizeof METHODS[0];
 

@@ -21,6 +21,7 @@ namespace {
 volatile sig_atomic_t terminations;
 bool raise_fails;
 int number_left_behind = -1; // by a failed reconnect, once
+std::vector<const char *> reconnected_to;
 
 } // namespace
 
@@ -37,6 +38,7 @@ int __wrap_ubus_reconnect(ubus_context *context, const char *path);
 
 int __wrap_ubus_reconnect(ubus_context *context, const char *path)
 {
+    reconnected_to.push_back(path);
     if (number_left_behind < 0)
         return __real_ubus_reconnect(context, path);
     close(context->sock.fd);
@@ -57,6 +59,8 @@ protected:
     bus_connection()
     {
         terminations = 0;
+        reconnected_to.clear();
+        std::filesystem::create_directories(std::filesystem::path(BUS_DEFAULT_SOCKET_PATH).parent_path());
         struct sigaction count = {};
         count.sa_handler = [](int) { terminations = terminations + 1; };
         sigaction(SIGTERM, &count, &former_);
@@ -76,6 +80,7 @@ protected:
         uloop_done();
         sigaction(SIGTERM, &former_, nullptr);
         std::filesystem::remove(BUS_SOCKET_PATH);
+        std::filesystem::remove(BUS_DEFAULT_SOCKET_PATH);
     }
 
     static int init()
@@ -90,9 +95,9 @@ protected:
     }
 
     // Object and event, seen from another program.
-    bool object_answers()
+    bool object_answers(const char *path = BUS_SOCKET_PATH)
     {
-        t_bus_client client(BUS_SOCKET_PATH);
+        t_bus_client client(path);
         return client.is_connected() && client.knows("wan_detect") && client.call("wan_detect", "{}").err_code == 0;
     }
     bool event_arrives(t_device *dev)
@@ -138,6 +143,22 @@ TEST_F(bus_connection, offers_the_object_and_hears_the_event)
     EXPECT_TRUE(object_answers());
     EXPECT_TRUE(event_arrives(eth0));
     EXPECT_EQ(terminations, 0);
+}
+
+TEST_F(bus_connection, is_made_at_the_librarys_default_where_the_old_socket_does_not_exist)
+{
+    t_bus_daemon bus(BUS_DEFAULT_SOCKET_PATH);
+    EXPECT_EQ(init(), 0);
+    EXPECT_TRUE(object_answers(BUS_DEFAULT_SOCKET_PATH));
+}
+
+TEST_F(bus_connection, is_made_at_the_old_socket_where_both_exist)
+{
+    t_bus_daemon other(BUS_DEFAULT_SOCKET_PATH);
+    t_bus_daemon bus(BUS_SOCKET_PATH);
+    EXPECT_EQ(init(), 0);
+    EXPECT_TRUE(object_answers());
+    EXPECT_FALSE(object_answers(BUS_DEFAULT_SOCKET_PATH));
 }
 
 TEST_F(bus_connection, without_a_bus_ends_the_daemon)
@@ -259,6 +280,51 @@ TEST_F(lost_bus, sees_nothing_of_a_daemon_that_is_back_by_half)
     wan_detect_ubus_done();
 }
 
+TEST_F(lost_bus, is_found_where_the_next_bus_daemon_listens)
+{
+    bus.kill();
+    ASSERT_TRUE(lost_is_noticed());
+    std::filesystem::remove(BUS_SOCKET_PATH);
+    t_bus_daemon other(BUS_DEFAULT_SOCKET_PATH);
+    EXPECT_TRUE(loop_until(is_connected, BACK_WITHIN_MS));
+    EXPECT_TRUE(object_answers(BUS_DEFAULT_SOCKET_PATH));
+    other.kill();
+    ASSERT_TRUE(lost_is_noticed());
+    bus.start();
+    EXPECT_TRUE(loop_until(is_connected, BACK_WITHIN_MS));
+    EXPECT_TRUE(object_answers());
+}
+
+TEST_F(lost_bus, is_asked_for_by_the_library_where_no_socket_exists_that_we_know)
+{
+    bus.kill();
+    ASSERT_TRUE(lost_is_noticed());
+    std::filesystem::remove(BUS_SOCKET_PATH);
+    size_t before = open_descriptors();
+    EXPECT_TRUE(loop_until([] { return reconnected_to.size() >= 2; }));
+    EXPECT_EQ(reconnected_to, (std::vector<const char *>{nullptr, nullptr}));
+    EXPECT_LT(open_descriptors(), before);
+    bus.start();
+    EXPECT_TRUE(loop_until(is_connected, BACK_WITHIN_MS));
+    EXPECT_TRUE(object_answers());
+    EXPECT_TRUE(event_arrives(eth0));
+}
+
+TEST_F(lost_bus, at_the_librarys_default_that_never_greets_does_not_stop_the_loop)
+{
+    bus.kill();
+    ASSERT_TRUE(lost_is_noticed());
+    std::filesystem::remove(BUS_SOCKET_PATH);
+    t_bus_daemon other(BUS_DEFAULT_SOCKET_PATH);
+    other.stop();
+    int before = heartbeats_;
+    EXPECT_FALSE(loop_until([] { return false; }, 1500));
+    EXPECT_GT(heartbeats_ - before, 1500 / HEARTBEAT_MS / 2);
+    EXPECT_TRUE(reconnected_to.empty());
+    other.go_on();
+    EXPECT_TRUE(loop_until(is_connected, BACK_WITHIN_MS));
+}
+
 TEST_F(lost_bus, comes_back_when_the_restart_is_faster_than_the_loop)
 {
     bus.kill();
@@ -362,6 +428,14 @@ TEST_F(lost_bus, has_no_connection_for_callers)
     ASSERT_TRUE(lost_is_noticed());
     EXPECT_EQ(wan_detect_ubus_context(), nullptr);
     EXPECT_NE(ubus_call_method("network.interface", "status", nullptr, nullptr, nullptr), 0);
+}
+
+TEST_F(lost_bus, is_closed_without_a_word)
+{
+    bus.kill();
+    ASSERT_TRUE(lost_is_noticed());
+    wan_detect_ubus_done();
+    EXPECT_FALSE(log.has_body("wan_detect_ubus closed"));
 }
 
 TEST_F(lost_bus, can_be_closed_for_good)
