@@ -16,6 +16,7 @@
 #include "platform/clock.h"
 #include "platform/engine_handlers.h"
 #include "platform/log.h"
+#include "platform/printable_text.h"
 #include "platform/result_codes.h"
 #include "platform/uci_access.h"
 
@@ -61,14 +62,15 @@ void hang_up_on_deaf_bus(const ubus_context *context)
         shutdown(room.fd, SHUT_RDWR);
 }
 
-// Always 0, the status of a method that was answered.
+// The status for the caller: 0 with a reply. Who cannot be told the code is told at least that there is none, although
+// what was asked for is done.
 int reply_code(ubus_context *context, ubus_request_data *request, int code)
 {
     hang_up_on_deaf_bus(context);
-    blob_buf_init(&reply_buffer, 0);
-    blobmsg_add_u32(&reply_buffer, "err_code", static_cast<uint32_t>(code));
-    ubus_send_reply(context, request, reply_buffer.head);
-    return 0;
+    if (blob_buf_init(&reply_buffer, 0) != 0 ||
+        blobmsg_add_u32(&reply_buffer, "err_code", static_cast<uint32_t>(code)) != 0)
+        return UBUS_STATUS_NO_MEMORY;
+    return ubus_send_reply(context, request, reply_buffer.head);
 }
 
 int32_t int_argument(blob_attr *argument)
@@ -123,21 +125,21 @@ int ubus_protocol_detect(ubus_context *context, ubus_object *, ubus_request_data
     char text[ARGUMENT_SIZE];
     if (arguments[PROTO_DEVICE]) {
         bounded_copy(text, blobmsg_get_string(arguments[PROTO_DEVICE]), sizeof text);
-        LOG(Debug, "Ubus proto_detect.device rec:%s\n", text);
+        LOG(Debug, "Ubus proto_detect.device rec:%s\n", t_printable_text(text).text);
         wanted.dev = find_device(port_model.dev_hashmap_head, text);
         if (!wanted.dev)
-            LOG(Error, "Device:%s doesn't existed!\n", text);
+            LOG(Error, "Device:%s doesn't existed!\n", t_printable_text(text).text);
     }
     if (arguments[PROTO_PROTOCOL]) {
         bounded_copy(text, blobmsg_get_string(arguments[PROTO_PROTOCOL]), sizeof text);
-        LOG(Debug, "Ubus proto_detect.protocol rec:%s\n", text);
+        LOG(Debug, "Ubus proto_detect.protocol rec:%s\n", t_printable_text(text).text);
         // Only the beginning is compared here; the table then decides about the whole name.
         if (!has_prefix(text, "dhcp") && !has_prefix(text, "pppoe")) {
-            LOG(Error, "Protocol:%s not supported! dhcp/pppoe only!\n", text);
+            LOG(Error, "Protocol:%s not supported! dhcp/pppoe only!\n", t_printable_text(text).text);
         } else {
             wanted.protocol = find_protocol(port_model.proto_hashmap_head, text);
             if (!wanted.protocol)
-                LOG(Error, "Protocol:%s doesn't existed!\n", text);
+                LOG(Error, "Protocol:%s doesn't existed!\n", t_printable_text(text).text);
         }
     }
     if (arguments[PROTO_TIMEOUT]) {
@@ -187,7 +189,7 @@ int device_hotplug_event(ubus_context *context, ubus_object *, ubus_request_data
     bounded_copy(name, blobmsg_get_string(arguments[HOTPLUG_NAME]), sizeof name);
     t_device *dev = find_device(port_model.dev_hashmap_head, name);
     if (!dev) {
-        LOG(Error, "Device %s doesn't existed!\n", name);
+        LOG(Error, "Device %s doesn't existed!\n", t_printable_text(name).text);
         return reply_code(context, request, ERR_NOTHING_DONE);
     }
     bool up = blobmsg_get_bool(arguments[HOTPLUG_STATUS]);
@@ -227,6 +229,8 @@ void wan_detect_add_banned_dev(ubus_context *, ubus_event_handler *, const char 
     }
     char name[ARGUMENT_SIZE];
     bounded_copy(name, blobmsg_get_string(fields[BAN_NAME]), sizeof name);
+    if (!find_device(port_model.dev_hashmap_head, name))
+        make_printable(name); // the lists below only tell that it is none of ours
     begin_retries_anew();
     int32_t seconds = fields[BAN_TIME] ? int_argument(fields[BAN_TIME]) : 0;
     if (seconds != 0) {

@@ -9,10 +9,11 @@
 #include "model/records.h"
 #include "platform/adapters/bus_message.h"
 #include "platform/log.h"
+#include "platform/printable_text.h"
 
 namespace {
 
-// What an interface's status may hold; only the state is read.
+// What an interface's status may hold; only the state is read, or three flags without one.
 enum {
     INTERFACE_UP,
     INTERFACE_PENDING,
@@ -75,6 +76,16 @@ int network_state(const char *text)
     return NETWORK_DISCONNECTED;
 }
 
+// A stock network manager tells no state in a word. NETWORK_UNKNOWN when it does not tell these three either.
+int state_by_flags(blob_attr *const (&fields)[INTERFACE_FIELDS])
+{
+    if (!fields[INTERFACE_UP] || !fields[INTERFACE_PENDING] || !fields[INTERFACE_AVAILABLE])
+        return NETWORK_UNKNOWN;
+    if (blobmsg_get_bool(fields[INTERFACE_UP]))
+        return NETWORK_CONNECTED;
+    return blobmsg_get_bool(fields[INTERFACE_PENDING]) ? NETWORK_CONNECTING : NETWORK_DISCONNECTED;
+}
+
 const char *true_or_false(bool value)
 {
     return value ? "true" : "false";
@@ -97,11 +108,13 @@ void ubus_call_network_interface_cb(ubus_request *request, int, blob_attr *messa
         // Other programs read the log by this word.
         LOG(Info, "Error parsing data:\"%s\" in ubus call network.interface status '{\"interface\":\"...\"}'\n",
             "speed");
+        *state = state_by_flags(fields);
         return;
     }
     const char *text = blobmsg_get_string(fields[INTERFACE_STATE]);
     *state = network_state(text);
-    LOG(Debug, "ubus success get network.interface status '{\"interface\":\"...\"}' state=%s\n", text);
+    LOG(Debug, "ubus success get network.interface status '{\"interface\":\"...\"}' state=%s\n",
+        t_printable_text(text).text);
 }
 
 void ubus_call_network_device_cb(ubus_request *request, int, blob_attr *message)

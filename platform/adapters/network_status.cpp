@@ -5,9 +5,7 @@
 #include <csignal>
 #include <sys/wait.h>
 
-extern "C" {
-#include <libubox/blobmsg.h>
-}
+#include <libubus.h>
 
 #include "model/records.h"
 #include "platform/bus.h"
@@ -22,20 +20,38 @@ constexpr const char *ONLINE_TEST_COMMAND = "online-test";
 constexpr int ONLINE_TEST_ONLINE = 0;
 constexpr int ONLINE_TEST_OFFLINE = 1;
 
-bool manager_answered; // in this life of the process
-bool manager_missing;  // when it was asked last
+// What the questions so far tell of the network manager itself, whatever its answers were.
+struct t_network_manager {
+    bool has_answered; // ever
+    bool out_of_reach; // at the last question
+};
 
-// Status of the call; the answer goes to `state`, which is NETWORK_UNKNOWN without one.
+t_network_manager network_manager;
+
+void remember_manager(int status)
+{
+    network_manager.out_of_reach = status == ERR_BUS_OBJECT || status == UBUS_STATUS_CONNECTION_FAILED;
+    if (!network_manager.out_of_reach && status != UBUS_STATUS_TIMEOUT)
+        network_manager.has_answered = true;
+}
+
+// Status of the call, other than 0 without one; the answer goes to `state`.
+int call_network_manager(blob_buf *question, const char *interface, int *state)
+{
+    if (blob_buf_init(question, 0) != 0 || blobmsg_add_string(question, "interface", interface) != 0)
+        return UBUS_STATUS_NO_MEMORY;
+    const int status = ubus_call_method("network.interface", "status", question, ubus_call_network_interface_cb, state);
+    remember_manager(status);
+    return status;
+}
+
+// The same; `state` is NETWORK_UNKNOWN without an answer.
 int ask_network_manager(const char *interface, int *state)
 {
     *state = NETWORK_UNKNOWN;
-    blob_buf message = {};
-    blob_buf_init(&message, 0);
-    blobmsg_add_string(&message, "interface", interface);
-    int status = ubus_call_method("network.interface", "status", &message, ubus_call_network_interface_cb, state);
-    blob_buf_free(&message);
-    manager_missing = status == ERR_BUS_OBJECT;
-    manager_answered = manager_answered || status == 0;
+    blob_buf question = {};
+    const int status = call_network_manager(&question, interface, state);
+    blob_buf_free(&question);
     return status;
 }
 
@@ -45,11 +61,6 @@ bool ended_with(int status, int code)
 }
 
 } // namespace
-
-bool network_manager_is_away()
-{
-    return manager_missing && (manager_answered || !wan_detect_ubus_context());
-}
 
 int get_network_status(int ipv6, int check)
 {
@@ -94,6 +105,16 @@ int get_network_status(int ipv6, int check)
         break;
     }
     return state;
+}
+
+bool network_manager_is_away()
+{
+    return network_manager.out_of_reach && (network_manager.has_answered || !wan_detect_ubus_context());
+}
+
+void forget_network_manager()
+{
+    network_manager = {};
 }
 
 int check_online()

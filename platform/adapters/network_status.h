@@ -8,9 +8,13 @@
 // connected state is confirmed by the online test. One of the NETWORK_ values.
 int get_network_status(int ipv6, int check);
 
-// True while there is no connection to the bus, or the network manager's object is gone although it answered earlier in
-// this life of the process. Judged by the last question.
+// True when the last question learned nothing of the network because there is no connection to the bus, or because the
+// network manager is gone although it answered an earlier one in the life of this process. Asks nobody. Loop thread
+// only.
 bool network_manager_is_away();
+
+// For tests: as if no question had been asked yet.
+void forget_network_manager();
 
 // 1 when the command "online-test" says that the router is online, else 0.
 int check_online();

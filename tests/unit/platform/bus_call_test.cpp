@@ -72,6 +72,7 @@ protected:
             run_network_manager();
         uloop_handle_sigchld = false;
         uloop_init();
+        forget_network_manager();
         EXPECT_EQ(wan_detect_ubus_init(wan_detect_bus_offer()), 0);
         t_bus_client client(BUS_SOCKET_PATH);
         EXPECT_TRUE(loop_until([&client] { return client.knows("network.interface"); }));
@@ -181,4 +182,20 @@ TEST_F(bus_call, tells_the_network_status)
     EXPECT_EQ(get_network_status(1, 0), NETWORK_DISCONNECTED);
     EXPECT_TRUE(log.has("Info", "get_network_status",
                         R"(Failed to run ubus call network.interface status '{"interface":"wanv6"}')"));
+}
+
+TEST_F(bus_call, finds_the_network_manager_away_when_it_ended_or_the_bus_did)
+{
+    EXPECT_EQ(get_network_status(0, 0), NETWORK_CONNECTED);
+    EXPECT_FALSE(network_manager_is_away());
+    end_manager();
+    EXPECT_TRUE(loop_until([] { return get_network_status(0, 0) == NETWORK_DISCONNECTED; }));
+    EXPECT_TRUE(network_manager_is_away());
+    forget_network_manager();
+    EXPECT_EQ(get_network_status(0, 0), NETWORK_DISCONNECTED);
+    EXPECT_FALSE(network_manager_is_away());
+    bus.kill();
+    EXPECT_TRUE(loop_until([] { return wan_detect_ubus_context() == nullptr; }));
+    EXPECT_EQ(get_network_status(0, 0), NETWORK_DISCONNECTED);
+    EXPECT_TRUE(network_manager_is_away());
 }

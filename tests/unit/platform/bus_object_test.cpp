@@ -11,6 +11,7 @@
 #include "platform/adapters/bus_object.h"
 #include "platform/bus_fixture.h"
 #include "platform/command.h"
+#include "platform/failing_messages.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
 
@@ -23,7 +24,8 @@ protected:
     {
         uloop_handle_sigchld = false;
         uloop_init();
-        EXPECT_EQ(wan_detect_ubus_init(wan_detect_bus_offer()), 0);
+        offer = wan_detect_bus_offer();
+        EXPECT_EQ(wan_detect_ubus_init(offer), 0);
         client = std::make_unique<t_bus_client>(BUS_SOCKET_PATH);
         EXPECT_TRUE(client->is_connected());
     }
@@ -75,6 +77,7 @@ protected:
     t_bus_daemon bus{BUS_SOCKET_PATH};
     t_device *eth0, *eth1;
     t_protocol *dhcp, *pppoe;
+    const t_bus_offer *offer;
     std::unique_ptr<t_bus_client> client;
     t_log_capture log;
 };
@@ -409,6 +412,49 @@ TEST_F(bus_object, methods_without_an_engine_reply_all_the_same)
     EXPECT_EQ(reply_to("set", R"({"enable":true})"), 0);
     EXPECT_EQ(reply_to("hotplug", R"({"name":"eth1","status":true})"), 0);
     EXPECT_EQ(reply_to("proto_detect", "{}"), ERR_NOTHING_DONE);
+}
+
+TEST_F(bus_object, methods_without_memory_for_their_reply_say_so_and_send_none)
+{
+    ubus_object *object = offer->object;
+    ubus_request_data request = {};
+    t_message message("{}");
+    for (t_refusal what : {t_refusal::of_buffers, t_refusal::of_fields}) {
+        t_message_shortage shortage(what);
+        for (int i = 0; i < object->n_methods; i++) {
+            const ubus_method &method = object->methods[i];
+            EXPECT_EQ(method.handler(wan_detect_ubus_context(), object, &request, method.name, message.buffer.head),
+                      UBUS_STATUS_NO_MEMORY)
+                << method.name;
+        }
+    }
+    EXPECT_EQ(reply_to("wan_detect", "{}"), 0);
+}
+
+TEST_F(bus_object, foreign_text_is_logged_without_control_characters)
+{
+    const std::string foreign = R"("dhcp\n\u001b[2J")", shown = "dhcp??[2J";
+    EXPECT_EQ(reply_to("proto_detect", R"({"device":)" + foreign + R"(,"protocol":)" + foreign + "}"), 0);
+    EXPECT_EQ(reply_to("proto_detect", R"({"protocol":"\u001bppp"})"), 0);
+    EXPECT_EQ(reply_to("hotplug", R"({"status":true,"name":)" + foreign + "}"), ERR_NOTHING_DONE);
+    send_ban(R"({"time":5,"name":)" + foreign + "}");
+    send_ban(R"({"name":)" + foreign + "}");
+    for (const std::string &body :
+         {"Ubus proto_detect.device rec:" + shown, "Device:" + shown + " doesn't existed!",
+          "Ubus proto_detect.protocol rec:" + shown, "Protocol:" + shown + " doesn't existed!",
+          "Device " + shown + " doesn't existed!", std::string("Protocol:?ppp not supported! dhcp/pppoe only!")})
+        EXPECT_TRUE(log.has_body(body)) << body;
+    EXPECT_EQ(log.text().find('\x1b'), std::string::npos);
+}
+
+TEST_F(bus_object, a_port_whose_name_is_not_ascii_is_found_all_the_same)
+{
+    t_device *odd = add_port("b\xc3\xbcro", 2);
+    send_ban(R"({"name":"b\u00fcro","time":100})");
+    EXPECT_TRUE(is_banned(odd));
+    EXPECT_EQ(reply_to("hotplug", R"({"name":"b\u00fcro","status":true})"), 0);
+    EXPECT_EQ(reply_to("proto_detect", R"({"device":"b\u00fcro"})"), 0);
+    EXPECT_EQ(last_request().dev, odd);
 }
 
 TEST_F(bus_object, an_unknown_method_is_not_found)

@@ -75,6 +75,45 @@ TEST_F(bus_replies, a_status_without_a_state_is_unknown)
                         R"(Error parsing data:"speed" in ubus call network.interface status '{"interface":"..."}')"));
 }
 
+TEST_F(bus_replies, a_status_without_a_state_is_judged_by_its_three_flags)
+{
+    const auto judged = [this](const char *up, const char *pending, const char *available) {
+        return interface_state(std::string(R"({"up":)") + up + R"(,"pending":)" + pending + R"(,"available":)" +
+                               available + R"(,"proto":"dhcp"})");
+    };
+    EXPECT_EQ(judged("true", "false", "true"), NETWORK_CONNECTED);
+    EXPECT_EQ(judged("true", "true", "false"), NETWORK_CONNECTED);
+    EXPECT_EQ(judged("false", "true", "true"), NETWORK_CONNECTING);
+    EXPECT_EQ(judged("false", "true", "false"), NETWORK_CONNECTING);
+    EXPECT_EQ(judged("false", "false", "true"), NETWORK_DISCONNECTED);
+    EXPECT_EQ(judged("false", "false", "false"), NETWORK_DISCONNECTED);
+    EXPECT_EQ(log.count("Info", "ubus_call_network_interface_cb",
+                        R"(Error parsing data:"speed" in ubus call network.interface status '{"interface":"..."}')"),
+              6);
+}
+
+TEST_F(bus_replies, a_status_without_a_state_and_one_of_its_flags_is_unknown)
+{
+    EXPECT_EQ(interface_state(R"({"pending":false,"available":true})"), NETWORK_UNKNOWN);
+    EXPECT_EQ(interface_state(R"({"up":true,"available":true})"), NETWORK_UNKNOWN);
+    EXPECT_EQ(interface_state(R"({"up":true,"pending":false})"), NETWORK_UNKNOWN);
+    EXPECT_EQ(interface_state(R"({"up":1,"pending":false,"available":true})"), NETWORK_UNKNOWN);
+}
+
+TEST_F(bus_replies, a_state_in_a_word_wins_over_the_flags)
+{
+    EXPECT_EQ(interface_state(R"({"up":true,"pending":false,"available":true,"state":"disconnected"})"),
+              NETWORK_DISCONNECTED);
+}
+
+TEST_F(bus_replies, a_state_is_logged_without_control_characters_and_cut)
+{
+    EXPECT_EQ(interface_state(R"({"state":"a\nb\u001b[2J)" + std::string(5000, 'x') + "\"}"), NETWORK_DISCONNECTED);
+    EXPECT_TRUE(log.has("Debug", "ubus_call_network_interface_cb",
+                        R"(ubus success get network.interface status '{"interface":"..."}' state=a?b?[2J)" +
+                            std::string(255 - 7, 'x')));
+}
+
 TEST_F(bus_replies, an_empty_status_is_unknown)
 {
     EXPECT_EQ(interface_state(), NETWORK_UNKNOWN);

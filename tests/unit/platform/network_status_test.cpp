@@ -12,6 +12,7 @@ extern "C" {
 #include "platform/adapter_fixture.h"
 #include "platform/adapters/network_status.h"
 #include "platform/bus.h"
+#include "platform/failing_messages.h"
 #include "platform/result_codes.h"
 
 namespace {
@@ -24,6 +25,8 @@ struct t_answer {
 
 std::map<std::string, t_answer> answers;
 std::vector<std::string> asked;
+bool connected; // to the bus
+ubus_context connection;
 
 std::string asked_interface(blob_buf *message)
 {
@@ -34,6 +37,11 @@ std::string asked_interface(blob_buf *message)
 }
 
 } // namespace
+
+ubus_context *wan_detect_ubus_context()
+{
+    return connected ? &connection : nullptr;
+}
 
 int ubus_call_method(const char *object, const char *method, blob_buf *message, t_bus_reply_handler reply,
                      void *context)
@@ -66,11 +74,14 @@ protected:
     {
         answers.clear();
         asked.clear();
+        connected = true;
+        forget_network_manager();
     }
     static void answer(const std::string &interface, const std::string &state)
     {
         answers[interface] = {UBUS_STATUS_OK, R"({"state":")" + state + "\"}"};
     }
+    static void answer_all(int status) { answers[INTERNET] = answers[WAN] = {status, ""}; }
     static void answer_unreadable(const std::string &interface) { answers[interface] = {UBUS_STATUS_OK, "{}"}; }
     bool said(const std::string &level, const std::string &body) { return log.has(level, "get_network_status", body); }
     bool said_result() { return log.text().find("Get network status return") != std::string::npos; }
@@ -216,6 +227,89 @@ TEST_F(network_status, with_the_check_a_connecting_upstream_is_not_tested)
     install_program("online-test", "exit 1");
     EXPECT_EQ(get_network_status(0, 1), NETWORK_CONNECTING);
     EXPECT_EQ(calls_of("online-test"), "");
+}
+
+TEST_F(network_status, without_memory_for_the_question_nobody_is_asked_and_it_counts_as_failed)
+{
+    answer(INTERNET, "connected");
+    for (t_refusal what : {t_refusal::of_buffers, t_refusal::of_fields}) {
+        t_message_shortage shortage(what);
+        EXPECT_EQ(get_network_status(0, 0), NETWORK_DISCONNECTED);
+        EXPECT_TRUE(asked.empty());
+    }
+    EXPECT_TRUE(said("Info", R"(Failed to run ubus call network.interface status '{"interface":"internet"}')"));
+    EXPECT_TRUE(said("Error", R"(Failed to run ubus call network.interface status '{"interface":"wan"}')"));
+    EXPECT_EQ(get_network_status(0, 0), NETWORK_CONNECTED);
+}
+
+TEST_F(network_status, a_manager_that_never_was_there_is_not_away)
+{
+    EXPECT_FALSE(network_manager_is_away());
+    answer_all(ERR_BUS_OBJECT);
+    EXPECT_EQ(get_network_status(0, 0), NETWORK_DISCONNECTED);
+    EXPECT_FALSE(network_manager_is_away());
+}
+
+TEST_F(network_status, a_manager_that_answered_and_cannot_be_found_any_more_is_away_until_it_answers)
+{
+    answer(INTERNET, "disconnected");
+    EXPECT_EQ(get_network_status(0, 0), NETWORK_DISCONNECTED);
+    EXPECT_FALSE(network_manager_is_away());
+    answer_all(ERR_BUS_OBJECT);
+    EXPECT_EQ(get_network_status(0, 0), NETWORK_DISCONNECTED);
+    EXPECT_TRUE(network_manager_is_away());
+    answer(INTERNET, "connecting");
+    EXPECT_EQ(get_network_status(0, 0), NETWORK_CONNECTING);
+    EXPECT_FALSE(network_manager_is_away());
+}
+
+TEST_F(network_status, a_manager_that_refused_has_answered_too)
+{
+    answer_all(UBUS_STATUS_NOT_FOUND);
+    EXPECT_EQ(get_network_status(0, 0), NETWORK_DISCONNECTED);
+    EXPECT_FALSE(network_manager_is_away());
+    answer_all(UBUS_STATUS_CONNECTION_FAILED);
+    EXPECT_EQ(get_network_status(0, 0), NETWORK_DISCONNECTED);
+    EXPECT_TRUE(network_manager_is_away());
+}
+
+TEST_F(network_status, a_manager_that_hangs_is_not_away_and_has_not_answered)
+{
+    answer_all(UBUS_STATUS_TIMEOUT);
+    EXPECT_EQ(get_network_status(0, 0), NETWORK_DISCONNECTED);
+    EXPECT_FALSE(network_manager_is_away());
+    answer_all(ERR_BUS_OBJECT);
+    EXPECT_EQ(get_network_status(0, 0), NETWORK_DISCONNECTED);
+    EXPECT_FALSE(network_manager_is_away());
+}
+
+TEST_F(network_status, without_the_bus_the_manager_is_away_whether_it_ever_answered_or_not)
+{
+    answer_all(ERR_BUS_OBJECT);
+    connected = false;
+    EXPECT_EQ(get_network_status(0, 0), NETWORK_DISCONNECTED);
+    EXPECT_TRUE(network_manager_is_away());
+    connected = true;
+    EXPECT_FALSE(network_manager_is_away());
+}
+
+TEST_F(network_status, an_answer_counts_also_when_the_bus_is_lost_right_after_it)
+{
+    answer(INTERNET, "disconnected");
+    EXPECT_EQ(get_network_status(0, 0), NETWORK_DISCONNECTED);
+    connected = false;
+    EXPECT_FALSE(network_manager_is_away());
+}
+
+TEST_F(network_status, whether_the_manager_is_away_is_asked_of_nobody_and_said_to_nobody)
+{
+    answer(INTERNET, "connected");
+    EXPECT_EQ(get_network_status(0, 0), NETWORK_CONNECTED);
+    const std::string said_before = log.text();
+    connected = false;
+    network_manager_is_away();
+    EXPECT_EQ(log.text(), said_before);
+    EXPECT_EQ(asked, std::vector<std::string>{INTERNET});
 }
 
 TEST_F(online_test, exiting_with_0_means_online)
