@@ -92,6 +92,7 @@ if [ "$what" != lab ]; then
         step "program checks" program_checks
         step "unit tests" unit release
         step "behaviour document" tests/check_behaviour.py --build build/release --self-test
+        step "report on the libraries" tests/real_libraries_report.py --self-test
     }
     say "Static checks"
     step "formatting" formatting

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstring>
 #include <ctime>
+#include <future>
 #include <thread>
 
 #include <endian.h>
@@ -89,12 +90,19 @@ protected:
     {
         ASSERT_EQ(send(end_, frame.data(), frame.size(), MSG_NOSIGNAL), static_cast<ssize_t>(frame.size()));
     }
-    // Whether the connection is given up about when the limit is over.
-    static void expect_hang_up_in_time()
+    // That the connection is given up about when the limit is over; if not, the other end goes in the end.
+    void expect_hang_up_in_time() const
     {
+        std::promise<void> over;
+        std::thread watchdog([this, gone = over.get_future()] {
+            if (gone.wait_for(TOO_LONG) == std::future_status::timeout)
+                shutdown(end_, SHUT_RDWR);
+        });
         EXPECT_TRUE(loop_until([] { return !is_connected(); }));
         EXPECT_GE(clock_type::now() - start_, LIMIT - milliseconds(20));
         EXPECT_LT(clock_type::now() - start_, TOO_LONG);
+        over.set_value();
+        watchdog.join();
     }
     void send_event() { send_frame(frame_of_call(offer->event_handler->obj.id, offer->event_pattern, BAN)); }
     std::string read_all() const

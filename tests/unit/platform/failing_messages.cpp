@@ -2,6 +2,7 @@
 #include "platform/failing_messages.h"
 
 #include <cerrno>
+#include <cstdlib>
 
 extern "C" {
 #include <libubox/blobmsg.h>
@@ -25,7 +26,7 @@ int __real_blobmsg_add_field(blob_buf *buffer, int type, const char *name, const
 int __wrap_blob_buf_init(blob_buf *buffer, int id);
 int __wrap_blobmsg_add_field(blob_buf *buffer, int type, const char *name, const void *data, unsigned int length);
 
-// Without a head, as the library leaves it: whoever adds a field all the same dies.
+// Without a head, as the library leaves it.
 int __wrap_blob_buf_init(blob_buf *buffer, int id)
 {
     if (refused != t_refusal::of_buffers)
@@ -36,6 +37,8 @@ int __wrap_blob_buf_init(blob_buf *buffer, int id)
 
 int __wrap_blobmsg_add_field(blob_buf *buffer, int type, const char *name, const void *data, unsigned int length)
 {
+    if (!buffer->head)
+        abort(); // the library would look into it
     if (refused != t_refusal::of_fields)
         return __real_blobmsg_add_field(buffer, type, name, data, length);
     return -1;
