@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/sysinfo.h>
 #include <unistd.h>
 
@@ -32,12 +33,31 @@ void prepare_stream()
 }
 
 // Whatever stands at that path: a pipe that nobody reads, or a line without a carrier, does not hold the caller up.
-int open_for_writing(const char *path)
+int open_for_writing(const char *path, int flags = 0)
 {
-    const int fd = open(path, O_WRONLY | O_NOCTTY | O_CLOEXEC | O_NONBLOCK);
+    const int fd = open(path, O_WRONLY | O_NOCTTY | O_CLOEXEC | O_NONBLOCK | flags);
     if (fd >= 0)
         fcntl(fd, F_SETFL, O_WRONLY);
     return fd;
+}
+
+// Anybody may put something there. A link or a second name would lead root's pen into any file, a pipe would hold the
+// daemon up once it is full.
+bool is_plain_file_of_our_own(int fd)
+{
+    struct stat status = {};
+    return fstat(fd, &status) == 0 && S_ISREG(status.st_mode) && status.st_uid == geteuid() && status.st_nlink == 1;
+}
+
+// The file is never created here: whoever wants the log there creates it first.
+int open_destination()
+{
+    const int fd = open_for_writing(LOG_FILE, O_NOFOLLOW);
+    if (fd >= 0 && is_plain_file_of_our_own(fd))
+        return fd;
+    if (fd >= 0)
+        close(fd);
+    return open_for_writing(CONSOLE);
 }
 
 // A daemon started with closed standard descriptors would get one of them for the log and then close it itself.
@@ -100,9 +120,7 @@ void log_open()
     if (console_fd != -1)
         return;
     prepare_stream();
-    // The file is never created here: whoever wants the log there creates it first.
-    const char *path = access(LOG_FILE, F_OK) == 0 ? LOG_FILE : CONSOLE;
-    console_fd = above_standard_descriptors(open_for_writing(path));
+    console_fd = above_standard_descriptors(open_destination());
     if (console_fd == -1)
         return;
     fflush(stdout);

@@ -51,8 +51,8 @@ void log_print_always(const char *format, ...) __attribute__((format(printf, 1, 
 // System uptime in whole seconds; -1 when the kernel does not tell.
 long log_uptime();
 
-// Redirects descriptors 0 to 2 to /tmp/wan_detect.log if that file exists, else to /dev/console. Nothing if already
-// open.
+// Redirects descriptors 0 to 2 to /tmp/wan_detect.log if that is a plain file of our own with no other name, else to
+// /dev/console. Nothing if already open.
 void log_open();
 
 // Sets the level to 0, gives descriptors 0 to 2 back and closes the destination.

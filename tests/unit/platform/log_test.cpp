@@ -12,8 +12,10 @@
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/sysinfo.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
+#include "platform/guards.h"
 #include "platform/log.h"
 #include "support/sandbox.h"
 
@@ -35,6 +37,7 @@ extern "C" int sysinfo(struct sysinfo *info) noexcept
 namespace {
 
 const std::string LOG_FILE = "/tmp/wan_detect.log";
+constexpr uid_t NOBODY = 65534;
 
 size_t open_descriptors()
 {
@@ -117,6 +120,26 @@ protected:
         std::filesystem::remove(LOG_FILE);
     }
     t_log_capture capture{LOG_LEVEL_Debug};
+};
+
+// What anybody may have put where the log file would be.
+class log_destination_in_foreign_hands : public log_destination {
+protected:
+    ~log_destination_in_foreign_hands() override { std::filesystem::remove("/tmp/precious"); }
+
+    static void expect_the_console()
+    {
+        t_own_dev dev(true);
+        ASSERT_TRUE(dev.mounted());
+        const size_t descriptors = open_descriptors();
+        log_open();
+        const std::vector<std::pair<dev_t, ino_t>> led_to = {behind(0), behind(1), behind(2)};
+        LOG(Error, "on the console\n");
+        log_close();
+        EXPECT_EQ(led_to, std::vector(3, behind("/dev/console")));
+        EXPECT_EQ(open_descriptors(), descriptors);
+        EXPECT_NE(read_file("/dev/console").find("]: on the console\n"), std::string::npos);
+    }
 };
 
 } // namespace
@@ -319,14 +342,63 @@ TEST_F(log_destination, stays_as_it_is_when_neither_file_nor_console_can_be_open
     EXPECT_TRUE(capture.has_body("where it went before"));
 }
 
-TEST_F(log_destination, that_is_a_pipe_nobody_reads_holds_nobody_up)
+TEST_F(log_destination_in_foreign_hands, a_link_is_not_followed)
+{
+    write_file("/tmp/precious", "precious");
+    std::filesystem::create_symlink("/tmp/precious", LOG_FILE);
+    expect_the_console();
+    EXPECT_EQ(read_file("/tmp/precious"), "precious");
+}
+
+TEST_F(log_destination_in_foreign_hands, a_link_to_nothing_is_not_followed)
+{
+    std::filesystem::create_symlink("/tmp/no_such_file", LOG_FILE);
+    expect_the_console();
+    EXPECT_FALSE(file_exists("/tmp/no_such_file"));
+}
+
+TEST_F(log_destination_in_foreign_hands, another_name_of_a_file_is_not_written_to)
+{
+    write_file("/tmp/precious", "precious");
+    std::filesystem::create_hard_link("/tmp/precious", LOG_FILE);
+    expect_the_console();
+    EXPECT_EQ(read_file("/tmp/precious"), "precious");
+}
+
+TEST_F(log_destination_in_foreign_hands, the_file_of_another_user_gets_no_line)
+{
+    write_file(LOG_FILE, "");
+    ASSERT_EQ(chown(LOG_FILE.c_str(), NOBODY, NOBODY), 0);
+    expect_the_console();
+    EXPECT_EQ(read_file(LOG_FILE), "");
+}
+
+TEST_F(log_destination_in_foreign_hands, a_pipe_nobody_reads_holds_nobody_up)
 {
     ASSERT_EQ(mkfifo(LOG_FILE.c_str(), 0666), 0);
-    size_t descriptors = open_descriptors();
-    log_open();
-    LOG(Error, "where it went before\n");
-    EXPECT_EQ(open_descriptors(), descriptors);
-    EXPECT_TRUE(capture.has_body("where it went before"));
+    expect_the_console();
+}
+
+TEST_F(log_destination_in_foreign_hands, a_pipe_that_is_held_open_gets_no_line)
+{
+    ASSERT_EQ(mkfifo(LOG_FILE.c_str(), 0666), 0);
+    t_fd_guard reader(open(LOG_FILE.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    ASSERT_GE(reader.fd, 0);
+    expect_the_console();
+    char got = 0;
+    EXPECT_EQ(read(reader.fd, &got, 1), 0);
+}
+
+TEST_F(log_destination_in_foreign_hands, a_folder_does_not_silence_the_log)
+{
+    ASSERT_EQ(mkdir(LOG_FILE.c_str(), 0777), 0);
+    expect_the_console();
+}
+
+TEST_F(log_destination_in_foreign_hands, a_device_is_not_written_to)
+{
+    ASSERT_EQ(mknod(LOG_FILE.c_str(), S_IFCHR | 0666, makedev(1, 3)), 0);
+    expect_the_console();
 }
 
 TEST_F(log_destination, is_written_to_with_patience_once_it_is_open)
