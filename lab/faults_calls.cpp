@@ -7,6 +7,7 @@
 #include <csignal>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <fcntl.h>
@@ -161,6 +162,11 @@ int open(const char *path, int flags, ...)
 FILE *fopen(const char *path, const char *mode)
 {
     return fails("fopen") ? nullptr : real<FILE *(*)(const char *, const char *)>("fopen")(path, mode);
+}
+
+int mkostemp(char *path, int flags)
+{
+    return fails("mkostemp") ? -1 : real<int (*)(char *, int)>("mkostemp")(path, flags);
 }
 
 int posix_spawn(pid_t *child, const char *path, const posix_spawn_file_actions_t *actions,

@@ -44,7 +44,7 @@ FAILURES = [
     Failure("dhcp", "posix_spawn", (LATER,), "", "popen faild. (11, Resource temporarily unavailable)"),
     Failure("dhcp", "open", (TOO_MANY, FORBIDDEN), "update_wan_ipv4_protocol", "get_ipv4_conntype failed!"),
     Failure("dhcp", "fopen", (TOO_MANY,), "update_brlan_dev", "Failed to get arp table!"),
-    Failure("dhcp", "fopen", (TOO_MANY,), "", "Open Failed !"),
+    Failure("dhcp", "mkostemp", (TOO_MANY,), "", "Open Failed !"),
     Failure("dhcp", "timer_create", (LATER,), "ubus_call_method", "Can't find network.interface"),
     Failure("dhcp", "sendmsg", ("EPIPE", NO_ROOM), "connection_lost", "ubus connection lost"),
     Failure("dhcp", "connect", (FORBIDDEN,), "connection_lost", "ubus connection lost", meanwhile="restart_bus"),
@@ -75,7 +75,8 @@ WINNERS = {"dhcp": "eth2", "pppoe": "eth5", "static": "eth2"}
 CALLS = {"socket packet": NO_ROOM, "socket inet": TOO_MANY, "socket unix": TOO_MANY, "ioctl": NO_DEVICE, "bind": NO_DEVICE,
          "connect": "ECONNREFUSED", "setsockopt": NO_ROOM, "sendto": NO_ROOM, "recvfrom": NO_ROOM, "sendmsg": "EPIPE",
          "epoll_create1": TOO_MANY, "epoll_ctl add": "ENOSPC", "timer_create": LATER, "eventfd": TOO_MANY, "pipe2": TOO_MANY,
-         "open": TOO_MANY, "fopen": TOO_MANY, "posix_spawn": LATER, "pthread_create": LATER}
+         "open": TOO_MANY,
+         "fopen": TOO_MANY, "mkostemp": TOO_MANY, "posix_spawn": LATER, "pthread_create": LATER}
 NEVER = 1 << 30    # so many calls work first
 
 

@@ -2,6 +2,7 @@
 #include "core/cycle_end.h"
 
 #include <filesystem>
+#include <sys/mount.h>
 
 #include "core/candidates.h"
 #include "core/cycle_start.h"
@@ -179,7 +180,9 @@ TEST_F(cycle_end, does_not_end_a_request_and_the_file_of_the_request_is_written)
 TEST_F(cycle_end, a_file_that_cannot_be_written_is_told_and_the_cycle_ends)
 {
     std::filesystem::create_directory(WAN_RESULT_FILE);
+    ASSERT_EQ(mount("tmpfs", WAN_RESULT_FILE, "tmpfs", 0, nullptr), 0); // or it could be moved aside
     end_with(dev("eth2"));
+    umount(WAN_RESULT_FILE);
     EXPECT_TRUE(log->has("Error", "write_wan_detect_result_file", "File:/tmp/wan_detect_result Open Failed !"));
     EXPECT_FALSE(engine.detecting);
     std::filesystem::remove(WAN_RESULT_FILE);

@@ -2,6 +2,7 @@
 #include "core/proto_stage.h"
 
 #include <filesystem>
+#include <sys/mount.h>
 
 #include "core/candidates.h"
 #include "core/cycle_start.h"
@@ -265,10 +266,11 @@ TEST_F(one_shot, a_file_that_cannot_be_written_is_told_and_the_stage_ends)
     plug({"eth1"});
     t_proto_detect_request request = {2000, nullptr, nullptr};
     start_proto_detect(&request);
-    std::filesystem::create_directory(PROTO_RESULT_FILE);
+    ASSERT_EQ(mount("tmpfs", PROTO_RESULT_FILE, "tmpfs", 0, nullptr), 0); // or it could be moved aside
     fire(engine.proto_detect_start);
     while (engine.proto_detect_end.pending)
         fire(engine.proto_detect_end);
+    umount(PROTO_RESULT_FILE);
     EXPECT_TRUE(log->has("Error", "write_proto_detect_result_file", "File:/tmp/protocol_detect_result Open Failed !"));
     EXPECT_FALSE(port_model.proto_detect_running);
     std::filesystem::remove(PROTO_RESULT_FILE);
