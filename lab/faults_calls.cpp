@@ -12,7 +12,7 @@
 #include <ctime>
 #include <fcntl.h>
 #include <poll.h>
-#include <spawn.h>
+#include <sched.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
@@ -169,14 +169,11 @@ int mkostemp(char *path, int flags)
     return fails("mkostemp") ? -1 : real<int (*)(char *, int)>("mkostemp")(path, flags);
 }
 
-int posix_spawn(pid_t *child, const char *path, const posix_spawn_file_actions_t *actions,
-                const posix_spawnattr_t *attributes, char *const *arguments, char *const *environment)
+int clone(int (*body)(void *), void *stack, int flags, void *argument, ...) noexcept
 {
-    if (fails("posix_spawn"))
-        return errno;
-    return real<int (*)(pid_t *, const char *, const posix_spawn_file_actions_t *, const posix_spawnattr_t *,
-                        char *const *, char *const *)>("posix_spawn")(child, path, actions, attributes, arguments,
-                                                                      environment);
+    if (fails("clone"))
+        return -1;
+    return real<int (*)(int (*)(void *), void *, int, void *, ...)>("clone")(body, stack, flags, argument);
 }
 
 } // extern "C"

@@ -5,31 +5,18 @@
 #include <cerrno>
 #include <csignal>
 #include <pthread.h>
-#include <spawn.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include "platform/command.h"
 #include "platform/guards.h"
-
-// Not every C library has one call for it.
-#ifdef __GLIBC__
-#if __GLIBC_PREREQ(2, 34)
-#define CLOSES_FROM
-#endif
-#endif
+#include "platform/spawn.h"
 
 namespace {
 
-constexpr const char *SHELL = "/bin/sh";
 constexpr int64_t FIRST_PAUSE_MS = 1; // between two looks at a child, doubled each time
 constexpr int64_t LONGEST_PAUSE_MS = 20;
 constexpr size_t MOST_ABANDONED = 8;
 constexpr pid_t NO_CHILD = 0;
-constexpr int FIRST_OWN_FD = STDERR_FILENO + 1;
-#ifndef CLOSES_FROM
-constexpr int LAST_OWN_FD = 63; // beyond all that the daemon has at a time
-#endif
 
 t_shared<uint32_t> ending_seen_ms = {0}; // on the clock below; 0 while nobody has seen it
 
@@ -75,38 +62,6 @@ void abandon(pid_t child)
         *slot = child;
 }
 
-struct t_spawn_setup {
-    posix_spawn_file_actions_t actions;
-    posix_spawnattr_t attributes;
-
-    t_spawn_setup()
-    {
-        posix_spawn_file_actions_init(&actions);
-        posix_spawnattr_init(&attributes);
-    }
-    ~t_spawn_setup()
-    {
-        posix_spawn_file_actions_destroy(&actions);
-        posix_spawnattr_destroy(&attributes);
-    }
-    t_spawn_setup(const t_spawn_setup &) = delete;
-    t_spawn_setup &operator=(const t_spawn_setup &) = delete;
-};
-
-// Not all that the libraries open is close-on-exec. A program that inherited a configuration file while another thread
-// had it locked would hold that lock, and wait for it itself.
-int close_what_another_thread_opened(posix_spawn_file_actions_t *actions)
-{
-#ifdef CLOSES_FROM
-    return posix_spawn_file_actions_addclosefrom_np(actions, FIRST_OWN_FD);
-#else
-    int error = 0;
-    for (int fd = FIRST_OWN_FD; error == 0 && fd <= LAST_OWN_FD; fd++)
-        error = posix_spawn_file_actions_addclose(actions, fd);
-    return error == EBADF ? 0 : error; // the process may not have that many
-#endif
-}
-
 // A limit of its own, which the end of the process does not shorten. True once the child has ended or is lost, and is
 // not collected.
 bool ends_within(pid_t child, int64_t milliseconds)
@@ -137,25 +92,7 @@ bool t_time_limit::over() const
 
 int start_shell(const char *command, int output, pid_t *child)
 {
-    if (!collect_abandoned())
-        return EAGAIN;
-    t_spawn_setup setup;
-    sigset_t signals;
-    sigemptyset(&signals);
-    posix_spawnattr_setsigmask(&setup.attributes, &signals);
-    sigaddset(&signals, SIGPIPE);
-    posix_spawnattr_setsigdefault(&setup.attributes, &signals);
-    posix_spawnattr_setpgroup(&setup.attributes, 0);
-    posix_spawnattr_setflags(&setup.attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP);
-    int error = output < 0 ? 0 : posix_spawn_file_actions_adddup2(&setup.actions, output, STDOUT_FILENO);
-    if (error == 0)
-        error = close_what_another_thread_opened(&setup.actions);
-    if (error != 0)
-        return error;
-    char name[] = "sh";
-    char option[] = "-c";
-    char *arguments[] = {name, option, const_cast<char *>(command), nullptr};
-    return posix_spawn(child, SHELL, &setup.actions, &setup.attributes, arguments, environ);
+    return collect_abandoned() ? spawn_shell(command, output, child) : EAGAIN;
 }
 
 // Not with a blocking wait, which knows no limit.

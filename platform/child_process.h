@@ -20,8 +20,8 @@ private:
     int64_t limit_ms_;
 };
 
-// Starts a shell on `command` with an empty signal mask; `output`, unless negative, becomes its standard output. 0, or
-// an error number: EAGAIN when programs that cannot even be killed have piled up.
+// Starts a shell on `command` (platform/spawn.h); `output`, unless negative, becomes its standard output. 0, or an
+// error number: EAGAIN when programs that cannot even be killed have piled up.
 int start_shell(const char *command, int output, pid_t *child);
 
 enum class t_wait {

@@ -41,7 +41,7 @@ FAILURES = [
     Failure("dhcp", "recvfrom", (NO_ROOM,), "recv_dhcp_discovery_packet", "Cannot read from socket, try again! dev=", 3),
     Failure("dhcp", "epoll_ctl add", ("ENOSPC",), "remove_specific_proto_dev_from_list", "was detected after 3 times try!"),
     Failure("dhcp", "pipe2", (TOO_MANY,), "", "popen faild. (24, Too many open files)"),
-    Failure("dhcp", "posix_spawn", (LATER,), "", "popen faild. (11, Resource temporarily unavailable)"),
+    Failure("dhcp", "clone", (LATER,), "", "popen faild. (11, Resource temporarily unavailable)"),
     Failure("dhcp", "open", (TOO_MANY, FORBIDDEN), "update_wan_ipv4_protocol", "get_ipv4_conntype failed!"),
     Failure("dhcp", "fopen", (TOO_MANY,), "update_brlan_dev", "Failed to get arp table!"),
     Failure("dhcp", "mkostemp", (TOO_MANY,), "", "Open Failed !"),
@@ -75,8 +75,7 @@ WINNERS = {"dhcp": "eth2", "pppoe": "eth5", "static": "eth2"}
 CALLS = {"socket packet": NO_ROOM, "socket inet": TOO_MANY, "socket unix": TOO_MANY, "ioctl": NO_DEVICE, "bind": NO_DEVICE,
          "connect": "ECONNREFUSED", "setsockopt": NO_ROOM, "sendto": NO_ROOM, "recvfrom": NO_ROOM, "sendmsg": "EPIPE",
          "epoll_create1": TOO_MANY, "epoll_ctl add": "ENOSPC", "timer_create": LATER, "eventfd": TOO_MANY, "pipe2": TOO_MANY,
-         "open": TOO_MANY,
-         "fopen": TOO_MANY, "mkostemp": TOO_MANY, "posix_spawn": LATER, "pthread_create": LATER}
+         "open": TOO_MANY, "fopen": TOO_MANY, "mkostemp": TOO_MANY, "clone": LATER, "pthread_create": LATER}
 NEVER = 1 << 30    # so many calls work first
 
 

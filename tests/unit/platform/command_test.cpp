@@ -4,15 +4,22 @@
 #include <cstring>
 #include <string>
 #include <thread>
+#include <vector>
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
 #include <sys/mount.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
+#include <sys/syscall.h>
 #include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include "platform/command.h"
+#include "platform/guards.h"
 #include "support/sandbox.h"
 
 namespace {
@@ -67,6 +74,44 @@ public:
 private:
     bool mounted_;
 };
+
+// While it lives, there is no room for another descriptor.
+class t_full_table {
+public:
+    t_full_table()
+    {
+        getrlimit(RLIMIT_NOFILE, &limit_);
+        const rlimit small = {100, limit_.rlim_max};
+        setrlimit(RLIMIT_NOFILE, &small);
+        for (int fd = dup(STDERR_FILENO); fd >= 0; fd = dup(STDERR_FILENO))
+            fillers_.push_back(fd);
+    }
+    ~t_full_table()
+    {
+        for (int fd : fillers_)
+            close(fd);
+        setrlimit(RLIMIT_NOFILE, &limit_);
+    }
+
+private:
+    rlimit limit_ = {};
+    std::vector<int> fillers_;
+};
+
+constexpr int NO_FILTER = 99;
+
+// From now on this process is told that the kernel does not know the call.
+bool refuse_call(unsigned number)
+{
+    sock_filter program[] = {
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, number, 0, 1),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | ENOSYS),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+    };
+    const sock_fprog filter = {4, program};
+    return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 && prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0;
+}
 
 } // namespace
 
@@ -168,6 +213,99 @@ TEST(capture_command, hands_no_descriptor_on_but_the_standard_ones)
     EXPECT_STREQ(output, "0 1 2 ");
     EXPECT_EQ(run_command("[ ! -e /proc/self/fd/41 ]"), 0);
     close(OTHER_THREADS_FILE);
+}
+
+TEST(capture_command, gives_programs_nothing_to_read_and_no_terminal_that_could_stop_them)
+{
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    const t_fd_guard write_end(ends[1]);
+    ASSERT_EQ(write(write_end.fd, "typed", 5), 5);
+    const t_fd_guard saved(dup(STDIN_FILENO));
+    dup2(ends[0], STDIN_FILENO);
+    close(ends[0]);
+    char output[64];
+    EXPECT_EQ(capture_command(output, "readlink /proc/self/fd/0; cat", sizeof output), 0);
+    EXPECT_EQ(run_command("[ -z \"$(cat)\" ]"), 0);
+    dup2(saved.fd, STDIN_FILENO);
+    EXPECT_STREQ(output, "/dev/null\n");
+}
+
+TEST(capture_command, starts_programs_where_there_is_no_null_device)
+{
+    ASSERT_EQ(mount("tmpfs", "/dev", "tmpfs", 0, nullptr), 0);
+    char output[64];
+    EXPECT_EQ(capture_command(output, "echo started", sizeof output), 0);
+    umount2("/dev", MNT_DETACH);
+    EXPECT_STREQ(output, "started\n");
+}
+
+TEST(run_command, needs_no_descriptor)
+{
+    const t_full_table full;
+    const int status = run_command("exit 3");
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 3);
+}
+
+TEST(run_command, leaves_the_signals_of_its_caller_as_they_are)
+{
+    sigset_t before, after;
+    pthread_sigmask(SIG_SETMASK, nullptr, &before);
+    struct sigaction handler = {}, now = {};
+    handler.sa_handler = [](int) {};
+    sigaction(SIGTERM, &handler, &now);
+    const struct sigaction former = now;
+    EXPECT_EQ(run_command("exit 0"), 0);
+    pthread_sigmask(SIG_SETMASK, nullptr, &after);
+    sigaction(SIGTERM, &former, &now);
+    EXPECT_EQ(now.sa_handler, handler.sa_handler);
+    for (int signal = 1; signal < NSIG; signal++)
+        EXPECT_EQ(sigismember(&before, signal), sigismember(&after, signal)) << signal;
+}
+
+TEST(run_command, leaves_ignored_signals_ignored)
+{
+    t_shell_of_masks shell;
+    sighandler_t before = signal(SIGHUP, SIG_IGN);
+    char output[256];
+    capture_command(output, "", sizeof output);
+    signal(SIGHUP, before);
+    EXPECT_TRUE(has_signal(output, "SigIgn", SIGHUP)) << output;
+}
+
+// A kernel or a sandbox that does not know the call: looked at in a process of its own, for there is no way back.
+TEST(run_command, closes_foreign_descriptors_without_the_kernels_own_call_for_it)
+{
+    const pid_t process = fork();
+    if (process == 0) {
+        if (!refuse_call(SYS_close_range) || close_range(1000, 1000, 0) != -1)
+            _exit(NO_FILTER);
+        for (int fd : {40, 41, 62, 63, 64, 500, 900})
+            dup2(STDERR_FILENO, fd);
+        const int status = run_command("exec ls /proc/self/fd >/tmp/descriptors");
+        _exit(WIFEXITED(status) ? WEXITSTATUS(status) : NO_FILTER);
+    }
+    int status = -1;
+    waitpid(process, &status, 0);
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(read_file("/tmp/descriptors"), "0\n1\n2\n3\n"); // the last one is the folder that is read
+}
+
+TEST(run_command, closes_foreign_descriptors_when_the_table_is_full)
+{
+    const pid_t process = fork();
+    if (process == 0) {
+        if (!refuse_call(SYS_close_range))
+            _exit(NO_FILTER);
+        const t_full_table full;
+        const int status = run_command("exec ls /proc/self/fd >/tmp/descriptors");
+        _exit(WIFEXITED(status) ? WEXITSTATUS(status) : NO_FILTER);
+    }
+    int status = -1;
+    waitpid(process, &status, 0);
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(read_file("/tmp/descriptors"), "0\n1\n2\n3\n");
 }
 
 TEST(capture_command, that_cannot_be_started_says_so_whatever_the_log_level)
