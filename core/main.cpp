@@ -5,6 +5,8 @@
 #include <cstdlib>
 #include <ctime>
 #include <fcntl.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "core/background.h"
@@ -31,6 +33,8 @@
 constexpr int LINK_WAIT_TRIES = 30;
 constexpr uint32_t LINK_WAIT_INTERVAL_MS = 2000;
 constexpr uint32_t SETTLE_MS = 15000; // before the first cycle, link or no link
+constexpr mode_t FILE_MASK = 022;
+constexpr const char *PROGRAM_FOLDERS = "/usr/sbin:/usr/bin:/sbin:/bin"; // where none are named
 
 // Where start-up ends when somebody, maybe the daemon itself, sent a signal.
 static void stop_if_asked()
@@ -58,9 +62,21 @@ static void open_standard_descriptors()
         close(fd);
 }
 
+// Whatever the starter's own habits are: files that are nobody else's to write, the router's programs found, and no
+// program that could gain more rights than the daemon has.
+static void take_own_habits()
+{
+    umask(FILE_MASK);
+    const char *path = getenv("PATH");
+    if (!path || *path == '\0')
+        setenv("PATH", PROGRAM_FOLDERS, 1);
+    prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
+}
+
 // The loop thread and all it stands on, before the first message can go out.
 static void prepare_process(const t_options &options)
 {
+    take_own_habits();
     open_standard_descriptors();
     port_model = {};
     log_set_level(options.log_level);

@@ -7,6 +7,8 @@
 #include <sstream>
 
 #include <getopt.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
 #include <sys/types.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -81,6 +83,27 @@ using t_pauses = std::vector<uint32_t>;
 constexpr const char *LOG_FILE = "/tmp/wan_detect.log";
 constexpr const char *RELOAD = "/sbin/wanlan_port_reload";
 constexpr int NEVER_IN_THE_LOOP = -2;
+
+// What the daemon is started with; what the tests had comes back.
+class t_starter {
+public:
+    t_starter(mode_t mask, const char *path) : mask_(umask(mask)), path_(getenv("PATH"))
+    {
+        if (path)
+            setenv("PATH", path, 1);
+        else
+            unsetenv("PATH");
+    }
+    ~t_starter()
+    {
+        umask(mask_);
+        setenv("PATH", path_.c_str(), 1);
+    }
+
+private:
+    mode_t mask_;
+    std::string path_;
+};
 
 class start_up : public t_engine_test {
 protected:
@@ -239,6 +262,29 @@ TEST_F(start_up, the_loop_runs_without_end_and_begins_with_a_heartbeat)
     start();
     EXPECT_EQ(loop_timeout, -1);
     EXPECT_EQ(heartbeat, 0);
+}
+
+TEST_F(start_up, only_the_second_process_gives_up_what_it_was_started_with)
+{
+    const t_starter starter(0, nullptr);
+    start({}, 4711);
+    EXPECT_EQ(umask(0), 0u);
+    EXPECT_EQ(getenv("PATH"), nullptr);
+    EXPECT_EQ(start(), 0);
+    EXPECT_EQ(umask(0), 022u);
+    EXPECT_STREQ(getenv("PATH"), "/usr/sbin:/usr/bin:/sbin:/bin");
+    EXPECT_EQ(prctl(PR_GET_NO_NEW_PRIVS, 0, 0, 0, 0), 1);
+}
+
+TEST_F(start_up, a_path_that_was_given_stays_and_an_empty_one_is_none)
+{
+    const t_starter starter(077, "/opt/bin:/bin");
+    start();
+    EXPECT_STREQ(getenv("PATH"), "/opt/bin:/bin");
+    EXPECT_EQ(umask(0), 022u);
+    setenv("PATH", "", 1);
+    start();
+    EXPECT_STREQ(getenv("PATH"), "/usr/sbin:/usr/bin:/sbin:/bin");
 }
 
 TEST_F(start_up, without_options_or_with_a_wrong_level_the_loop_runs_at_level_critical_and_no_log_is_opened)
