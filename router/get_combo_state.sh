@@ -3,7 +3,8 @@
 # get_combo_state.sh portN: prints which media of a combo port have a link and which one its SerDes serves, as JSON.
 # The platform's driver keeps three one-word files per port: phy and sfp hold 1 or 0, serdes holds phy or sfp.
 
-DRIVER=${COMBO_DRIVER:-/var/run/combo}
+set -f
+DRIVER=/var/run/combo
 dir=$DRIVER/$1
 
 attribute() {
@@ -16,9 +17,15 @@ link() {
     if [ "$value" = 1 ]; then value=true; else value=false; fi
 }
 
+fail() {
+    echo "${0##*/}: $*" >&2
+    exit 1
+}
+
 case $1 in
-port*) [ -d "$dir" ] || { echo "${0##*/}: $1 is no combo port" >&2; exit 1; } ;;
-*) echo "usage: ${0##*/} port<number>" >&2; exit 1 ;;
+port*[!0-9]*) fail "usage: ${0##*/} port<number>" ;;
+port[0-9]*) [ -d "$dir" ] || fail "$1 is no combo port" ;;
+*) fail "usage: ${0##*/} port<number>" ;;
 esac
 
 link phy

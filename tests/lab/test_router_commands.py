@@ -24,6 +24,11 @@ def with_ports(shell, script, *preparation):
     return done.stdout
 
 
+def program(path, text):
+    path.write_text(text, encoding="ascii")
+    path.chmod(0o755)
+
+
 def veth(name):
     return [f"link add {name} type veth peer name far-{name}"]
 
@@ -43,26 +48,50 @@ def test_the_port_state_fits_the_reader_with_many_ports(shell):
     assert len(json.loads(told)) > 30
 
 
+def with_driver(driver, shell, script, *arguments, environment=None):
+    """Runs a router command where that folder is the combo driver's."""
+    lines = ["mount --make-rprivate /", "mount -t tmpfs tmpfs /run", "mkdir -p /var/run/combo",
+             f"mount --bind {driver} /var/run/combo", " ".join(["exec", *shell, str(ROUTER / script), *arguments])]
+    return subprocess.run(["unshare", "--mount", "sh", "-ec", "\n".join(lines)], capture_output=True, text=True,
+                          check=False, env={"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", **(environment or {})})
+
+
+def combo_port(driver, phy, sfp, serdes):
+    files = driver / "port5"
+    files.mkdir(parents=True)
+    for name, value in (("phy", phy), ("sfp", sfp), ("serdes", serdes)):
+        (files / name).write_text(value, encoding="ascii")
+
+
 @pytest.mark.parametrize("shell", SHELLS)
 @pytest.mark.parametrize("phy,sfp,serdes", [("1", "0", "phy"), ("0", "1", "sfp"), ("0\n", "1\n", "odd\n")])
 def test_the_combo_state_tells_both_media_and_the_choice(tmp_path, shell, phy, sfp, serdes):
-    files = tmp_path / "port5"
-    files.mkdir()
-    for name, value in (("phy", phy), ("sfp", sfp), ("serdes", serdes)):
-        (files / name).write_text(value, encoding="ascii")
-    done = subprocess.run([*shell, ROUTER / "get_combo_state.sh", "port5"], capture_output=True, text=True, check=True,
-                          env={"PATH": "/usr/bin:/bin", "COMBO_DRIVER": str(tmp_path)})
+    combo_port(tmp_path, phy, sfp, serdes)
+    done = with_driver(tmp_path, shell, "get_combo_state.sh", "port5")
     assert json.loads(done.stdout) == {"phy": phy.strip() == "1", "sfp": sfp.strip() == "1",
                                        "serdes": "sfp" if serdes == "sfp" else "phy"}
 
 
 @pytest.mark.parametrize("shell", SHELLS)
-@pytest.mark.parametrize("arguments", [[], ["eth5"], ["port9"]])
+@pytest.mark.parametrize("arguments", [[], ["eth5"], ["port9"], ["port5/."], ["port"]])
 def test_the_combo_state_refuses_what_is_no_combo_port(tmp_path, shell, arguments):
-    done = subprocess.run([*shell, ROUTER / "get_combo_state.sh", *arguments], capture_output=True, text=True,
-                          check=False, env={"PATH": "/usr/bin:/bin", "COMBO_DRIVER": str(tmp_path)})
+    combo_port(tmp_path, "1", "0", "phy")
+    done = with_driver(tmp_path, shell, "get_combo_state.sh", *arguments)
     assert done.returncode == 1
     assert done.stdout == ""
+
+
+@pytest.mark.parametrize("shell", SHELLS)
+def test_the_environment_does_not_choose_the_driver(tmp_path, shell):
+    combo_port(tmp_path / "real", "1", "0", "phy")
+    combo_port(tmp_path / "other", "0", "1", "sfp")
+    environment = {"COMBO_DRIVER": str(tmp_path / "other")}
+    told = with_driver(tmp_path / "real", shell, "get_combo_state.sh", "port5", environment=environment).stdout
+    assert json.loads(told) == {"phy": True, "sfp": False, "serdes": "phy"}
+    program(tmp_path / "uci", "#!/bin/sh\ntrue\n")    # whatever it is told
+    environment["PATH"] = f"{tmp_path}:/usr/sbin:/usr/bin:/sbin:/bin"
+    with_driver(tmp_path / "real", shell, "network_lanwan_swap", "set", "port5", "sfp", environment=environment)
+    assert (tmp_path / "real" / "port5" / "serdes").read_text() == "sfp\n"
 
 
 @pytest.mark.parametrize("shell", SHELLS)
@@ -80,6 +109,24 @@ def test_without_a_configuration_the_online_test_says_offline(tmp_path, shell):
     (tmp_path / "uci").chmod(0o755)
     done = subprocess.run([*shell, ROUTER / "online-test"], check=False, env={"PATH": f"{tmp_path}:/usr/bin:/bin"})
     assert done.returncode == 1
+
+
+@pytest.mark.parametrize("shell", [["sh"]])    # the other one has an `arping` of its own
+def test_a_gateway_that_looks_like_an_option_is_none(tmp_path, shell):
+    program(tmp_path / "uci", """#!/bin/sh
+case $3 in
+switch.wan.switch_port) echo port1 ;;
+switch.port1.ifname) echo eth0 ;;
+protocol.static.gateway) echo -V ;;
+esac
+""")
+    program(tmp_path / "arping", '#!/bin/sh\necho "$*" >"$0.asked"\n')
+    lines = ["mount -t sysfs sysfs /sys", *(f"ip {command}" for command in veth("eth0")), "ip link set eth0 up",
+             "ip link set far-eth0 up", f"exec {' '.join(shell)} {ROUTER / 'online-test'}"]
+    done = subprocess.run(["unshare", "--mount", "--net", "sh", "-ec", "\n".join(lines)], check=False,
+                          env={"PATH": f"{tmp_path}:/usr/sbin:/usr/bin:/sbin:/bin"})
+    assert done.returncode == 1
+    assert (tmp_path / "arping.asked").read_text() == "-q -D -c 2 -w 2 -I eth0 -- -V\n"
 
 
 CONFIGURATION = """#!/bin/sh
@@ -102,11 +149,6 @@ REBUILD = """#!/bin/sh
 kill -TERM $$
 echo "rebuilt for $(uci -q get switch.wan.switch_port)" >>"$STATE/rebuilt"
 """
-
-
-def program(path, text):
-    path.write_text(text, encoding="ascii")
-    path.chmod(0o755)
 
 
 def swap_told_to_end(tmp_path, shell, *slowness, when):
@@ -164,4 +206,27 @@ def test_a_port_leaves_the_bridge_before_another_joins(tmp_path, shell):
     *changes, first, second = done.stdout.splitlines()
     assert (first, second) == ("eth0", "eth1")
     if shell == ["sh"]:    # the other one has an `ip` of its own
-        assert changes == ["link set eth2 nomaster", "link set eth0 master br-lan"]
+        assert changes == ["link set dev eth2 nomaster", "link set dev eth0 master br-lan"]
+
+
+@pytest.mark.parametrize("shell", SHELLS)
+def test_a_section_without_a_name_is_no_pattern_for_files(tmp_path, shell):
+    program(tmp_path / "uci", """#!/bin/sh
+[ "$1" = -q ] && shift
+case $1:$2 in
+get:switch.wan.switch_port) echo port1 ;;
+get:switch.@switch_port\\[2\\].ifname) echo eth2 ;;
+get:switch.port1.ifname) echo eth0 ;;
+show:switch) printf 'switch.%s=switch_port\\n' port1 '@switch_port[2]' ;;
+*) exit 1 ;;
+esac
+""")
+    folder = tmp_path / "folder"
+    folder.mkdir()
+    (folder / "@switch_port2").touch()
+    lines = ["mount -t sysfs sysfs /sys", "ip link add br-lan type bridge",
+             *(f"ip link add eth{number} type veth peer name far{number}" for number in (0, 2)), f"cd {folder}",
+             f"{' '.join(shell)} {ROUTER / 'wanlan_port_reload'}", "ls /sys/class/net/br-lan/brif"]
+    done = subprocess.run(["unshare", "--mount", "--net", "sh", "-ec", "\n".join(lines)], capture_output=True,
+                          text=True, check=True, env={"PATH": f"{tmp_path}:/usr/sbin:/usr/bin:/sbin:/bin"})
+    assert done.stdout.split() == ["eth2"]
