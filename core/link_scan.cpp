@@ -30,18 +30,17 @@ static size_t scan_order(t_device *now_wan, t_device *(&order)[MAX_DEVICES])
 uint32_t update_eth_link_status_trigger()
 {
     char response[PORT_STATE_SIZE + 1] = "";
-    t_json_guard states(nullptr);
+    t_script_json states;
     if (!port_model.enable || !port_model.router_mode) {
         LOG(Debug, "Skip update eth link status due to wan detect switch off!\n");
     } else {
         LOG(Debug, "Entering function: update_eth_link_status_trigger!\n");
         if (capture_command(response, PORT_STATE_COMMAND, sizeof response) == OK) {
-            states.object = parse_json_object(response);
-            if (!states.object)
+            if (!states.parse(response))
                 LOG(Error, "Execute command:%s error!\n", PORT_STATE_COMMAND);
         }
     }
-    if (states.object) {
+    if (states.is_json) {
         LOG(Debug, "Success Cyclic scanning eth link status using script, result:%s\n", response);
         t_device *now_wan = port_model.wan_dev;
         if (!now_wan)

@@ -38,7 +38,7 @@ SILLY = {
     "is no program": "\x7fELF nonsense\n",
     "has an interpreter that is missing": "#!/no/such/shell\n",
 }
-KNOW_NOTHING = {"knows nobody", "knows only strangers", "answers null"}
+KNOW_NOTHING = {"prints an array", "knows nobody", "knows only strangers", "answers null"}
 SILENT = SILLY["prints nothing"]
 UNREADABLE = (f"Execute command:{SCRIPT} error!", f"Execute command:{COMBO} port5 error!")
 UNKNOWN = ("Invalid device state for:eth", "Invalid phy state!")

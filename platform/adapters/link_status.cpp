@@ -56,8 +56,8 @@ int update_eth_link_status_using_script(t_device *dev_hashmap_head)
     char output[PORT_STATE_SIZE + 1] = {};
     if (capture_command(output, PORT_STATE_COMMAND, sizeof output) != 0)
         return 0;
-    t_json_guard states(parse_json_object(output));
-    if (!states.object) {
+    t_script_json states;
+    if (!states.parse(output)) {
         LOG(Error, "Execute command:%s error!\n", PORT_STATE_COMMAND);
         return 0;
     }
@@ -93,8 +93,8 @@ int update_combo_device_status(t_device *dev)
     char output[COMBO_STATE_SIZE + 1] = {};
     if (capture_command(output, command, sizeof output) != 0)
         return 0;
-    t_json_guard states(parse_json_object(output));
-    if (!states.object) {
+    t_script_json states;
+    if (!states.parse(output)) {
         LOG(Error, "Execute command:%s error!\n", command);
         return 0;
     }

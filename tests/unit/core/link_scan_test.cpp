@@ -83,7 +83,7 @@ TEST_F(link_scan, a_port_that_the_script_forgets_is_told_and_the_others_are_look
 
 TEST_F(link_scan, garbage_from_the_script_changes_nothing)
 {
-    for (const char *garbage : {"", "garbage", "[true]", "7", "{\"eth1\":tr", "{"}) {
+    for (const char *garbage : {"", "garbage", "{\"eth1\":tr", "{"}) {
         log.reset();
         log = std::make_unique<t_log_capture>();
         fake_router.port_state_output = *garbage ? garbage : " ";
@@ -91,6 +91,25 @@ TEST_F(link_scan, garbage_from_the_script_changes_nothing)
         EXPECT_TRUE(log->has("Error", "update_eth_link_status_trigger",
                              "Execute command:/etc/wan_detect/get_all_port_state.sh error!"))
             << garbage;
+        EXPECT_FALSE(dev("eth1")->link_active);
+    }
+}
+
+TEST_F(link_scan, json_that_is_no_object_tells_of_no_port)
+{
+    for (const char *text : {"[true]", "7", "true", "null"}) {
+        log.reset();
+        log = std::make_unique<t_log_capture>();
+        fake_router.port_state_output = text;
+        EXPECT_EQ(update_eth_link_status_trigger(), 1u);
+        const char *function = "update_eth_link_status_trigger";
+        EXPECT_TRUE(log->has("Debug", function,
+                             std::string("Success Cyclic scanning eth link status using script, result:") + text));
+        for (const char *port : {"eth0", "eth1", "eth2", "eth3", "eth4"})
+            EXPECT_TRUE(
+                log->has("Error", function, std::string("Invalid device state for:") + port + "! Response:" + text))
+                << text;
+        EXPECT_EQ(log->lines().size(), 7u);
         EXPECT_FALSE(dev("eth1")->link_active);
     }
 }

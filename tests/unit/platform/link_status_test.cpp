@@ -133,18 +133,35 @@ TEST_F(port_states, states_of_other_types_are_read_as_booleans)
     EXPECT_EQ(engine.link_changes, (std::vector<t_link_change>{{eth0, true}, {eth1, true}}));
 }
 
-TEST_F(port_states, output_that_is_no_json_object_is_an_execution_error)
+TEST_F(port_states, output_that_is_no_json_is_an_execution_error)
 {
     const std::string deep(400, '[');
     for (const std::string &text :
-         {std::string(), std::string("garbage"), std::string("{\"eth0\":tr"), std::string("{\"eth0\" true}"),
-          std::string("[true,false]"), std::string("true"), std::string("42"), std::string("\"eth0\""),
-          std::string("null"), deep, std::string("\xff\xfe\x00\x01", 4), std::string("\0{}", 3)}) {
+         {std::string(), std::string("garbage"), std::string("{\"eth0\":tr"), std::string("{\"eth0\" true}"), deep,
+          std::string("\xff\xfe\x00\x01", 4), std::string("\0{}", 3)}) {
         t_log_capture own_log;
         EXPECT_EQ(scan(text), 0) << text;
         EXPECT_TRUE(own_log.has("Error", "update_eth_link_status_using_script",
                                 std::string("Execute command:") + PORT_STATE_COMMAND + " error!"))
             << text;
+    }
+    EXPECT_TRUE(engine.link_changes.empty());
+}
+
+TEST_F(port_states, json_that_is_no_object_tells_of_no_port)
+{
+    eth1->link_active = 1;
+    const std::string function = "update_eth_link_status_using_script";
+    for (const std::string text : {"[]", "[true,false]", "true", "7", "\"eth0\"", "null"}) {
+        t_log_capture own_log;
+        EXPECT_EQ(scan(text), 0) << text;
+        std::vector<std::string> said;
+        for (const t_log_line &line : own_log.lines())
+            said.push_back(line.level + " " + line.body);
+        EXPECT_EQ(said, (std::vector<std::string>{"Debug Success update eth link status using script, result:" + text,
+                                                  "Error Invalid device state for:eth0! Response:" + text,
+                                                  "Error Invalid device state for:eth1! Response:" + text,
+                                                  "Error Invalid device state for:eth2! Response:" + text}));
     }
     EXPECT_TRUE(engine.link_changes.empty());
 }
@@ -296,14 +313,29 @@ TEST_F(combo_state, each_missing_member_is_logged_and_left_alone)
     EXPECT_EQ(combo->sub_port, SUB_PORT_PHY);
 }
 
-TEST_F(combo_state, output_that_is_no_json_object_is_an_execution_error)
+TEST_F(combo_state, output_that_is_no_json_is_an_execution_error)
 {
-    for (const char *text : {"", "garbage", "[1]", "{\"phy\":"}) {
+    for (const char *text : {"", "garbage", "{\"phy\":"}) {
         t_log_capture own_log;
         EXPECT_EQ(refresh(text), 0) << text;
         EXPECT_TRUE(own_log.has("Error", "update_combo_device_status",
                                 "Execute command:/etc/wan_detect/get_combo_state.sh port5 error!"))
             << text;
+    }
+    EXPECT_EQ(combo->sub_port, SUB_PORT_PHY);
+}
+
+TEST_F(combo_state, json_that_is_no_object_has_no_state)
+{
+    for (const std::string text : {"[]", "true", "7", "null"}) {
+        t_log_capture own_log;
+        EXPECT_EQ(refresh(text), 0) << text;
+        std::vector<std::string> said;
+        for (const t_log_line &line : own_log.lines())
+            said.push_back(line.level + " " + line.body);
+        EXPECT_EQ(said, (std::vector<std::string>{"Error Invalid phy state! Response:" + text,
+                                                  "Error Invalid sfp state! Response:" + text,
+                                                  "Error Invalid serdes state! Response:" + text}));
     }
     EXPECT_EQ(combo->sub_port, SUB_PORT_PHY);
 }
