@@ -72,7 +72,8 @@ program_checks() {
         kind=$(readelf -h "$program") || return 1
     sed -n 's/.*(NEEDED).*\[\(.*\)\]/needs \1/p' <<<"$dynamic"
     ! grep -E 'NEEDED.*(stdc\+\+|gcc_s)' <<<"$dynamic" && grep BIND_NOW <<<"$dynamic" && grep GNU_RELRO <<<"$segments" &&
-        grep 'Type:.*DYN' <<<"$kind" && grep __stack_chk_fail <<<"$symbols"
+        grep 'Type:.*DYN' <<<"$kind" && grep __stack_chk_fail <<<"$symbols" && grep __printf_chk <<<"$symbols" &&
+        grep __glibcxx_assert_fail <<<"$symbols"
 }
 
 case $what in

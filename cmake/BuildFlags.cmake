@@ -10,24 +10,30 @@ check_pie_supported(LANGUAGES C CXX)
 # A compiler that we do not know may warn of more: cmake --compile-no-warning-as-error lets it.
 set(CMAKE_COMPILE_WARNING_AS_ERROR ON CACHE BOOL "Warnings are errors")
 
-# Everything that runs on a router.
-add_library(router_flags INTERFACE)
-target_compile_options(router_flags INTERFACE
+# How everything is compiled and linked that runs on a router.
+add_library(router_compile_flags INTERFACE)
+target_compile_options(router_compile_flags INTERFACE
   -Wall -Wextra -Wshadow -Wconversion -Wformat=2 -Wundef -Wnon-virtual-dtor
   -fno-exceptions -fno-rtti -fno-threadsafe-statics
   -fstack-protector-strong -ffunction-sections -fdata-sections -fvisibility=hidden)
-target_link_options(router_flags INTERFACE
+target_link_options(router_compile_flags INTERFACE
   -Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack -Wl,--gc-sections -Wl,--as-needed)
-target_compile_definitions(router_flags INTERFACE _GNU_SOURCE)
+target_compile_definitions(router_compile_flags INTERFACE _GNU_SOURCE _GLIBCXX_ASSERTIONS)
 
 include(CheckCXXCompilerFlag)
-foreach(flag -fstack-clash-protection -fcf-protection)
+set(wanted_flags -fstack-clash-protection -fcf-protection -mbranch-protection=standard)
+if(NOT WAN_DETECT_SANITIZE AND NOT WAN_DETECT_FUZZ AND NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
+  list(APPEND wanted_flags -ftrivial-auto-var-init=zero) # would hide from the tools what was never set
+endif()
+set(CMAKE_REQUIRED_FLAGS -Werror) # some compilers only warn of what is not for their processor
+foreach(flag ${wanted_flags})
   string(MAKE_C_IDENTIFIER "HAVE${flag}" have)
   check_cxx_compiler_flag(${flag} ${have})
   if(${have})
-    target_compile_options(router_flags INTERFACE ${flag})
+    target_compile_options(router_compile_flags INTERFACE ${flag})
   endif()
 endforeach()
+unset(CMAKE_REQUIRED_FLAGS)
 
 if(WAN_DETECT_FUZZ)
   set(WAN_DETECT_SANITIZE "fuzzer-no-link,address,undefined") # all of it counts its branches for the fuzzer
@@ -41,9 +47,35 @@ if(WAN_DETECT_SANITIZE)
       $<$<CXX_COMPILER_ID:Clang>:-fno-sanitize=function>) # both need RTTI
   endif()
 else()
-  # Fortification needs optimisation and would hide what the sanitizers look for.
-  target_compile_options(router_flags INTERFACE $<$<NOT:$<CONFIG:>>:-U_FORTIFY_SOURCE> $<$<NOT:$<CONFIG:>>:-D_FORTIFY_SOURCE=2>)
+  # Fortification needs optimisation and would hide what the sanitizers look for. A firmware's own level stays when it is
+  # not below what the compiler can do.
+  include(CheckCXXSourceCompiles)
+  check_cxx_source_compiles("
+    #if !__has_builtin(__builtin_dynamic_object_size)
+    #error
+    #endif
+    int main() { return 0; }" KNOWS_FORTIFY_3)
+  if(KNOWS_FORTIFY_3)
+    set(fortify_level 3)
+  else()
+    set(fortify_level 2)
+  endif()
+  check_cxx_source_compiles("
+    #if !defined _FORTIFY_SOURCE || _FORTIFY_SOURCE < ${fortify_level}
+    #error
+    #endif
+    int main() { return 0; }" IS_FORTIFIED_TO_${fortify_level})
+  if(NOT IS_FORTIFIED_TO_${fortify_level})
+    target_compile_options(router_compile_flags INTERFACE
+      $<$<NOT:$<CONFIG:>>:-U_FORTIFY_SOURCE> $<$<NOT:$<CONFIG:>>:-D_FORTIFY_SOURCE=${fortify_level}>)
+  endif()
 endif()
+
+# The same, with the place where the standard library's own checks end up.
+add_library(router_assertions STATIC "${CMAKE_CURRENT_LIST_DIR}/assertions.cpp")
+target_link_libraries(router_assertions PRIVATE router_compile_flags)
+add_library(router_flags INTERFACE)
+target_link_libraries(router_flags INTERFACE router_compile_flags router_assertions)
 
 # A program for the router: linked as C, so that it asks for no C++ runtime library. A sanitizer brings that runtime along
 # by itself.
