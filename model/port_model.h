@@ -28,6 +28,22 @@ struct t_port_model {
     t_arp_entry *arp_table_hashmap_head;   // owns, only during one refresh of the LAN hosts
     char wan_role[NAME_SIZE];              // the port that had the role when it was last taken over; loop thread
 };
+static_assert(offsetof(t_port_model, proto_detect_running) == 0 && offsetof(t_port_model, wan_detect_running) == 1);
+static_assert(offsetof(t_port_model, enable) == 2 && offsetof(t_port_model, router_mode) == 3);
+static_assert(offsetof(t_port_model, device_count) == 4 && offsetof(t_port_model, protocol_count) == 5);
+static_assert(offsetof(t_port_model, dev_hashmap_head) == 8);
+static_assert(offsetof(t_port_model, priority_order) == offsetof(t_port_model, dev_hashmap_head) + sizeof(void *));
+static_assert(offsetof(t_port_model, fake_wan) ==
+              offsetof(t_port_model, priority_order) + MAX_DEVICES * sizeof(void *));
+static_assert(offsetof(t_port_model, wan_port_pool) == offsetof(t_port_model, fake_wan) + sizeof(void *));
+static_assert(offsetof(t_port_model, lan_agg) == offsetof(t_port_model, wan_port_pool) + sizeof(void *));
+static_assert(offsetof(t_port_model, gaming) == offsetof(t_port_model, lan_agg) + LAN_AGG_TABLES * sizeof(void *));
+static_assert(offsetof(t_port_model, banned_list) == offsetof(t_port_model, gaming) + sizeof(void *));
+static_assert(offsetof(t_port_model, proto_hashmap_head) ==
+              offsetof(t_port_model, banned_list) + sizeof(t_device_list_head));
+static_assert(offsetof(t_port_model, wan_dev) == offsetof(t_port_model, proto_hashmap_head) + sizeof(void *));
+static_assert(offsetof(t_port_model, wan_proto) == offsetof(t_port_model, wan_dev) + sizeof(void *));
+static_assert(offsetof(t_port_model, arp_table_hashmap_head) == offsetof(t_port_model, wan_proto) + sizeof(void *));
 
 // Zero-filled at start-up, before anything else.
 extern t_port_model port_model;
