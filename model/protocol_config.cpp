@@ -3,6 +3,7 @@
 #include "model/protocol_config.h"
 
 #include <algorithm>
+#include <cstring>
 
 #include "model/config_text.h"
 #include "model/tables.h"
@@ -39,12 +40,30 @@ bool create_protocol(t_protocol **proto_hashmap_head, const char *name, bool is_
     return true;
 }
 
-bool read_proto_priority(char (&order)[NAME_SIZE])
+// A value that fills its buffer may have been cut; only the package itself tells how it goes on.
+bool ends_within_a_word(const char *value)
 {
-    char value[UCI_VALUE_SIZE];
-    if (_uci_get_value("network.auto_wan_detect.proto_priority", value) != OK)
+    t_uci_package network("network");
+    uci_section *section = network.package ? find_config_section(network.package, "auto_wan_detect") : nullptr;
+    const uci_option *option = find_config_option(section, "proto_priority");
+    const char *text = option ? option_text(option) : nullptr;
+    const size_t length = strlen(value);
+    return text && strncmp(text, value, length) == 0 && text[length] != '\0' && text[length] != ' ';
+}
+
+// Half a name could be the name of another protocol.
+void drop_last_word(char *text)
+{
+    char *space = strrchr(text, ' ');
+    *(space ? space : text) = '\0';
+}
+
+bool read_proto_priority(char (&order)[UCI_VALUE_SIZE])
+{
+    if (_uci_get_value("network.auto_wan_detect.proto_priority", order) != OK)
         return false;
-    copy_name(order, value);
+    if (strlen(order) == UCI_VALUE_SIZE - 1 && ends_within_a_word(order))
+        drop_last_word(order);
     return true;
 }
 
@@ -94,10 +113,10 @@ int init_all_protocols(t_protocol **proto_hashmap_head)
     LOG(Info, "Parse protocol success, count:%d\n", count);
     port_model.protocol_count = static_cast<uint8_t>(std::min(count, UINT8_MAX));
 
-    char order[NAME_SIZE];
+    char order[UCI_VALUE_SIZE];
     if (!read_proto_priority(order)) {
         LOG(Error, "Unable to get network.auto_wan_detect.proto_priority, treat it as \"pppoe dhcp static\"!\n");
-        copy_name(order, PROTO_PRIORITY_DEFAULT);
+        bounded_copy(order, PROTO_PRIORITY_DEFAULT, sizeof order);
     }
     int8_t priority = 0;
     char word[CONFIG_TEXT_SIZE];

@@ -82,17 +82,51 @@ TEST_F(protocol_config, a_missing_order_is_pppoe_dhcp_static)
     EXPECT_EQ(proto("static")->priority, 3);
 }
 
-TEST_F(protocol_config, an_order_longer_than_31_characters_is_cut)
+TEST_F(protocol_config, an_order_longer_than_31_characters_is_read_whole)
+{
+    configure({"dhcp", "pppoe", "static", "l2tp", "pptp", "v6plus", "ocn"}, {"slaac"});
+    const std::string order = "static v6plus ocn l2tp pptp pppoe dhcp";
+    prefer(order);
+    t_log_capture log;
+    load();
+    EXPECT_EQ(lines_of(log, "Error"), t_names{});
+    EXPECT_EQ(proto("static")->priority, 1);
+    EXPECT_EQ(proto("pppoe")->priority, 6);
+    EXPECT_EQ(proto("dhcp")->priority, 7);
+}
+
+TEST_F(protocol_config, an_order_of_64_characters_is_read_to_its_last_word)
 {
     configure({"dhcp", "pppoe"}, {"slaac"});
-    prefer("dhcp " + std::string(40, 'x') + " pppoe");
+    prefer("dhcp " + std::string(53, 'x') + " pppoe");
+    load();
+    EXPECT_EQ(proto("pppoe")->priority, 2);
+    prefer("dhcp " + std::string(53, 'x') + " pppoe static");
+    load();
+    EXPECT_EQ(proto("pppoe")->priority, 2) << "what is cut off are whole words";
+}
+
+TEST_F(protocol_config, a_longer_order_is_not_cut_within_a_word)
+{
+    configure({"dhcp", "pppoe"}, {"slaac"});
+    const std::string first = "dhcp " + std::string(53, 'x');
+    prefer(first + " pppoeshare");
     t_log_capture log;
     load();
     EXPECT_EQ(proto("dhcp")->priority, 1);
-    EXPECT_EQ(proto("pppoe")->priority, 0);
-    EXPECT_TRUE(log.has("Error", "init_all_protocols",
-                        "Unable to find " + std::string(26, 'x') + ", network.auto_wan_detect.proto_priority=dhcp " +
-                            std::string(26, 'x') + "!"));
+    EXPECT_EQ(proto("pppoe")->priority, 0) << "the beginning of another name";
+    EXPECT_EQ(lines_of(log, "Error"), t_names{"init_all_protocols: Unable to find " + std::string(53, 'x') +
+                                              ", network.auto_wan_detect.proto_priority=" + first + "!"});
+}
+
+TEST_F(protocol_config, an_order_of_one_word_that_is_too_long_orders_nothing)
+{
+    configure({"dhcp", "pppoe"}, {"slaac"});
+    prefer(std::string(100, 'x'));
+    t_log_capture log;
+    load();
+    EXPECT_EQ(lines_of(log, "Error"), t_names{});
+    EXPECT_EQ(proto("dhcp")->priority, 0);
 }
 
 TEST_F(protocol_config, a_protocol_preferred_twice_keeps_the_later_number)
