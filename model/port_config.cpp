@@ -60,6 +60,7 @@ int generate_eth_device(t_port_model *model)
     t_uci_package network("network");
     if (!network.package) {
         LOG(Error, "Unable to load uci network!\n");
+        network.tell_error();
         return ERR_CONFIG_PACKAGE;
     }
     int count = 0;

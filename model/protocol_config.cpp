@@ -75,6 +75,7 @@ int init_all_protocols(t_protocol **proto_hashmap_head)
     t_uci_package config_package("protocol");
     if (!config_package.package) {
         LOG(Error, "Unable to load uci protocol!\n");
+        config_package.tell_error();
         return ERR_CONFIG_PACKAGE;
     }
     int count = 0;

@@ -100,6 +100,7 @@ int update_lan_agg_port(t_device *dev_hashmap_head, t_device **lan_agg)
     t_uci_package config_package("switch");
     if (!config_package.package) {
         LOG(Error, "Unable to load uci switch!\n");
+        config_package.tell_error();
         return ERR_CONFIG_PACKAGE;
     }
     t_lan_agg_config config = {};

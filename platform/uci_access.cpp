@@ -3,12 +3,16 @@
 #include "platform/uci_access.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 
 #include <uci.h>
 
 #include "platform/log.h"
+#include "platform/uci_commit.h"
 #include "platform/uci_context.h"
+#include "platform/uci_lock.h"
+#include "platform/uci_save_folder.h"
 
 namespace {
 
@@ -16,6 +20,29 @@ namespace {
 bool lookup_reached_a_section_or_package(const uci_ptr &pointer)
 {
     return (pointer.flags & uci_ptr::UCI_LOOKUP_COMPLETE) || pointer.s;
+}
+
+// The library's own call for it writes beyond the end of a buffer.
+const char *error_text(int error)
+{
+    switch (error) {
+    case UCI_OK:
+        return "Success";
+    case UCI_ERR_MEM:
+        return "Out of memory";
+    case UCI_ERR_INVAL:
+        return "Invalid argument";
+    case UCI_ERR_NOTFOUND:
+        return "Entry not found";
+    case UCI_ERR_IO:
+        return "I/O error";
+    case UCI_ERR_PARSE:
+        return "Parse error";
+    case UCI_ERR_DUPLICATE:
+        return "Duplicate entry";
+    default:
+        return "Unknown error";
+    }
 }
 
 const char *text_or_none(const char *text)
@@ -30,10 +57,28 @@ uci_context *open_uci_context()
     uci_context *context = uci_alloc_context();
     if (!context)
         return nullptr;
-    if (uci_set_confdir(context, UCI_CONFIG_DIR) == UCI_OK)
+    if (uci_set_confdir(context, UCI_CONFIG_DIR) == UCI_OK && uci_guard_save_folder(context))
         return context;
     uci_free_context(context);
     return nullptr;
+}
+
+int load_uci_package(uci_context *context, const char *name, uci_package **package)
+{
+    const t_uci_lock_watch locks;
+    const int result = uci_load(context, name, package);
+    if (result != UCI_OK || !locks.gave_up())
+        return result;
+    uci_unload(context, *package);
+    *package = nullptr;
+    return UCI_ERR_IO;
+}
+
+int look_up_uci_path(uci_context *context, uci_ptr *pointer, char *path)
+{
+    const t_uci_lock_watch locks;
+    const int result = uci_lookup_ptr(context, pointer, path, true);
+    return result == UCI_OK && locks.gave_up() ? static_cast<int>(UCI_ERR_IO) : result;
 }
 
 size_t bounded_copy(char *destination, const char *source, size_t size)
@@ -61,7 +106,7 @@ int _uci_get_value(const char *p_uci_str, char *p_value)
         return UCI_ACCESS_FAILED;
     }
     uci_ptr pointer = {};
-    if (length >= sizeof path || uci_lookup_ptr(guard.context, &pointer, path, true) != UCI_OK ||
+    if (length >= sizeof path || look_up_uci_path(guard.context, &pointer, path) != UCI_OK ||
         !lookup_reached_a_section_or_package(pointer)) {
         LOG(Info, "fail to get ptr %s \n", p_uci_str);
         return UCI_ACCESS_FAILED;
@@ -93,7 +138,7 @@ int _uci_set_value_commit(char *p_uci_str, const char *p_value)
         return UCI_ACCESS_FAILED;
     }
     uci_ptr pointer = {};
-    if (length >= sizeof path || uci_lookup_ptr(guard.context, &pointer, p_uci_str, true) != UCI_OK) {
+    if (length >= sizeof path || look_up_uci_path(guard.context, &pointer, p_uci_str) != UCI_OK) {
         LOG(Error, "fail to get ptr again %s \n", length >= sizeof path ? p_uci_str : path);
         return UCI_ACCESS_FAILED;
     }
@@ -108,7 +153,7 @@ int _uci_set_value_commit(char *p_uci_str, const char *p_value)
         LOG(Error, "fail to set ptr %s (ret:%d)\n", path, result);
         return UCI_ACCESS_FAILED;
     }
-    if (uci_commit(guard.context, &pointer.p, false) != UCI_OK) {
+    if (commit_uci_package(guard.context, &pointer.p) != UCI_OK) {
         LOG(Error, "fail to commit %s\n", path);
         return UCI_ACCESS_FAILED;
     }
@@ -116,16 +161,21 @@ int _uci_set_value_commit(char *p_uci_str, const char *p_value)
     return 0;
 }
 
-t_uci_package::t_uci_package(const char *name) : context(open_uci_context()), package(nullptr)
+t_uci_package::t_uci_package(const char *name)
+    : context(open_uci_context()), package(nullptr), name_(name), error_(UCI_ERR_MEM)
 {
-    if (context && uci_load(context, name, &package) != UCI_OK) {
-        uci_perror(context, name);
-        package = nullptr;
-    }
+    if (context)
+        error_ = load_uci_package(context, name, &package);
 }
 
 t_uci_package::~t_uci_package()
 {
     if (context)
         uci_free_context(context);
+}
+
+void t_uci_package::tell_error() const
+{
+    fflush(stdout); // where the line stands to which this belongs
+    fprintf(stderr, "%s: %s\n", name_, error_text(error_));
 }

@@ -37,7 +37,7 @@ int _uci_get_state_value(const char *package, const char *section, const char *o
 size_t bounded_copy(char *destination, const char *source, size_t size);
 
 // A package opened for a walk over its sections; closed at the end of the scope. `package` is null when it could not be
-// loaded, and then the library's reason has gone to standard error.
+// loaded. The name is borrowed.
 struct t_uci_package {
     uci_context *context;
     uci_package *package;
@@ -46,4 +46,11 @@ struct t_uci_package {
     ~t_uci_package();
     t_uci_package(const t_uci_package &) = delete;
     t_uci_package &operator=(const t_uci_package &) = delete;
+
+    // Writes the library's reason to standard error, as the library would.
+    void tell_error() const;
+
+private:
+    const char *name_;
+    int error_;
 };

@@ -9,6 +9,11 @@ constexpr int UCI_ACCESS_FAILED = -1;
 // Null when memory is short. The caller frees it.
 uci_context *open_uci_context();
 
+// Like uci_load and, in the extended syntax, uci_lookup_ptr; but when a file stayed locked it is UCI_ERR_IO, whatever
+// the library made of that.
+int load_uci_package(uci_context *context, const char *name, uci_package **package);
+int look_up_uci_path(uci_context *context, uci_ptr *pointer, char *path);
+
 struct t_uci_context_guard {
     uci_context *context;
     explicit t_uci_context_guard(uci_context *made) : context(made) {}

@@ -3,8 +3,10 @@
 #include "platform/uci_access.h"
 
 #include <cstdio>
+#include <cstring>
 
 #include "platform/log.h"
+#include "platform/uci_commit.h"
 #include "platform/uci_context.h"
 
 namespace {
@@ -40,7 +42,7 @@ int look_up(uci_context *context, t_target *target, const char *package, const c
     int length = snprintf(target->path, sizeof target->path, "%s.%s.%s", package, section, option);
     if (length < 0 || static_cast<size_t>(length) >= sizeof target->path)
         return UCI_ERR_INVAL;
-    return uci_lookup_ptr(context, &target->pointer, target->path, true);
+    return look_up_uci_path(context, &target->pointer, target->path);
 }
 
 int change_option(uci_context *context, t_change change, const char *package, const char *section, const char *option,
@@ -54,11 +56,23 @@ int change_option(uci_context *context, t_change change, const char *package, co
     return change(context, &target.pointer);
 }
 
+// The library's call for it leaves a plain text alone, and adding an item makes that text the first one.
+int remove_from_list(uci_context *context, uci_ptr *pointer)
+{
+    const uci_option *option = pointer->o;
+    if (!option || option->type != UCI_TYPE_STRING)
+        return uci_del_list(context, pointer);
+    if (strcmp(option->v.string, pointer->value) != 0)
+        return UCI_OK;
+    pointer->value = nullptr;
+    return uci_delete(context, pointer);
+}
+
 // An item that is not in the list yet is simply added.
 int move_to_end_of_list(uci_context *context, const char *package, const char *section, const char *option,
                         const char *value)
 {
-    int result = change_option(context, uci_del_list, package, section, option, value);
+    int result = change_option(context, remove_from_list, package, section, option, value);
     if (result != UCI_OK)
         return result;
     return change_option(context, uci_add_list, package, section, option, value);
@@ -69,10 +83,10 @@ int commit_package(uci_context *context, const char *name)
     char path[UCI_PATH_SIZE];
     bounded_copy(path, name, sizeof path);
     uci_ptr pointer = {};
-    int result = uci_lookup_ptr(context, &pointer, path, true);
+    int result = look_up_uci_path(context, &pointer, path);
     if (result != UCI_OK)
         return result;
-    return uci_commit(context, &pointer.p, false);
+    return commit_uci_package(context, &pointer.p);
 }
 
 } // namespace

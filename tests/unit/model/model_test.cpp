@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "model/model_test.h"
 
+#include <sstream>
+
 #include "model/tables.h"
 
 namespace {
@@ -92,4 +94,18 @@ std::string list_option(const std::string &name, std::initializer_list<std::stri
     for (const std::string &item : items)
         text += "\tlist " + name + " '" + item + "'\n";
     return text;
+}
+
+t_names lines_and_errors_of(t_log_capture &log)
+{
+    t_names said;
+    std::stringstream all(log.text());
+    for (std::string line; std::getline(all, line);) {
+        const size_t place = line.rfind("]: ");
+        const size_t name = line.rfind('[', place);
+        const bool is_ours = place != std::string::npos && name != std::string::npos;
+        said.push_back(is_ours ? line.substr(name + 1, line.find(':', name) - name - 1) + line.substr(place + 1)
+                               : line);
+    }
+    return said;
 }

@@ -34,6 +34,9 @@ using t_names = std::vector<std::string>;
 // The log lines of one level, as "function: body".
 std::vector<std::string> lines_of(t_log_capture &log, const std::string &level);
 
+// Everything that was said, the daemon's lines as "function: body" without their prefixes, line by line.
+t_names lines_and_errors_of(t_log_capture &log);
+
 // Text of a section: "config TYPE 'NAME'" and its lines "option NAME 'VALUE'"; an empty name makes it anonymous.
 struct t_option {
     std::string name;

@@ -134,6 +134,15 @@ TEST_F(port_config, a_missing_network_package_is_reported)
     EXPECT_TRUE(log.has("Error", "init_all_eth_device", "Parse network devices fail!"));
 }
 
+TEST_F(port_config, the_librarys_reason_for_a_missing_package_follows_the_line_about_it)
+{
+    t_log_capture log(3);
+    const t_joined_errors joined;
+    generate_eth_device(&port_model);
+    EXPECT_EQ(lines_and_errors_of(log),
+              (t_names{"generate_eth_device: Unable to load uci network!", "network: Entry not found"}));
+}
+
 TEST_F(port_config, a_malformed_network_package_is_reported)
 {
     for (const std::string &garbage : {std::string("config device\n\toption name 'eth0"),

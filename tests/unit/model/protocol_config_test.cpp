@@ -145,6 +145,15 @@ TEST_F(protocol_config, a_missing_package_is_reported)
     EXPECT_EQ(lines_of(log, "Error"), t_names{"init_all_protocols: Unable to load uci protocol!"});
 }
 
+TEST_F(protocol_config, the_librarys_reason_for_a_missing_package_follows_the_line_about_it)
+{
+    t_log_capture log(3);
+    const t_joined_errors joined;
+    load();
+    EXPECT_EQ(lines_and_errors_of(log),
+              (t_names{"init_all_protocols: Unable to load uci protocol!", "protocol: Entry not found"}));
+}
+
 TEST_F(protocol_config, a_missing_ipv4_section_stops_at_once)
 {
     write_config("protocol", section("family", "ipv6", {}) + list_option("protos", {"slaac"}));

@@ -194,6 +194,15 @@ TEST_F(reserved_ports, a_missing_package_empties_the_table_and_is_reported)
     EXPECT_EQ(members(), t_names{});
 }
 
+TEST_F(reserved_ports, the_librarys_reason_for_a_missing_package_follows_the_line_about_it)
+{
+    t_log_capture log(3);
+    const t_joined_errors joined;
+    update();
+    EXPECT_EQ(lines_and_errors_of(log),
+              (t_names{"update_lan_agg_port: Unable to load uci switch!", "switch: Entry not found"}));
+}
+
 TEST_F(reserved_ports, the_table_is_rebuilt_each_time)
 {
     update_with({{"lanport", "LAN1 LAN2 LAN3"}, {"lacpports", "2"}});

@@ -70,6 +70,14 @@ TEST_F(static_config, a_missing_package_leaves_everything_0_and_is_reported)
     EXPECT_TRUE(log.has("Error", FUNCTION, "Unable to load uci protocol!"));
 }
 
+TEST_F(static_config, a_missing_package_is_told_without_the_librarys_reason)
+{
+    t_log_capture log(3);
+    const t_joined_errors joined;
+    update_static_protocol_ip_config("static", nullptr, &block);
+    EXPECT_EQ(lines_and_errors_of(log), (t_names{"update_static_protocol_ip_config: Unable to load uci protocol!"}));
+}
+
 TEST_F(static_config, a_type_that_begins_with_static_has_a_section_of_its_own_name)
 {
     read("static6", nullptr, {{"ipaddr", "10.0.0.1"}});

@@ -159,6 +159,14 @@ TEST_F(switch_attributes, a_missing_switch_package_is_reported)
     EXPECT_EQ(lines_of(log, "Error"), t_names{"get_eth_atrribute: Unable to load uci switch!"});
 }
 
+TEST_F(switch_attributes, a_missing_package_is_told_without_the_librarys_reason)
+{
+    t_log_capture log(3);
+    const t_joined_errors joined;
+    get_eth_atrribute(port_model.dev_hashmap_head);
+    EXPECT_EQ(lines_and_errors_of(log), (t_names{"get_eth_atrribute: Unable to load uci switch!"}));
+}
+
 TEST_F(switch_attributes, an_empty_device_table_gets_none)
 {
     write_config("switch", section("switch_port", "port4", {{"port", "4"}, {"ifname", "eth4"}}));

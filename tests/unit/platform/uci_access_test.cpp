@@ -294,15 +294,30 @@ TEST_F(uci_access, a_package_is_opened_for_a_walk)
     EXPECT_EQ(rules, 2);
 }
 
-TEST_F(uci_access, a_package_that_cannot_be_loaded_is_null_and_the_reason_goes_to_standard_error)
+TEST_F(uci_access, a_package_that_cannot_be_loaded_is_null_and_its_reason_is_told_on_standard_error_when_asked_for)
 {
+    write_config("broken", "config section 'a'\n\toption 'unterminated\n");
     testing::internal::CaptureStderr();
-    {
-        t_uci_package missing("nothing");
-        EXPECT_EQ(missing.package, nullptr);
-    }
-    std::string said = testing::internal::GetCapturedStderr();
-    EXPECT_EQ(said.rfind("nothing: Entry not found", 0), 0u) << said;
+    const t_uci_package missing("nothing");
+    const t_uci_package malformed("broken");
+    const t_uci_package refused("");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    EXPECT_TRUE(!missing.package && !malformed.package && !refused.package);
+    testing::internal::CaptureStderr();
+    for (const t_uci_package *package : {&missing, &malformed, &refused})
+        package->tell_error();
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "nothing: Entry not found\nbroken: Parse error\n: Invalid argument\n");
+}
+
+TEST_F(uci_access, the_reason_is_told_the_same_however_often)
+{
+    const t_uci_package missing("nothing");
+    testing::internal::CaptureStderr();
+    for (int i = 0; i < 200; i++)
+        missing.tell_error();
+    const std::string said = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(said.size(), 200 * strlen("nothing: Entry not found\n"));
 }
 
 TEST(bounded_copy, copies_what_fits_and_tells_the_wanted_length)

@@ -182,6 +182,21 @@ TEST_F(uci_edit, an_item_added_anew_to_a_list_without_it_is_just_added)
     EXPECT_TRUE(has("\tlist fresh 'x'\n"));
 }
 
+TEST_F(uci_edit, an_item_added_anew_to_a_plain_text_stands_once)
+{
+    EXPECT_EQ(_uci_del_add_list_commit("wan_detect", "main", "level", "2"), 0);
+    EXPECT_TRUE(has("\tlist level '2'\n"));
+    EXPECT_EQ(file().find("level"), file().rfind("level"));
+    EXPECT_EQ(_uci_del_add_list_commit("other", "main", "level", "3"), 0);
+    EXPECT_NE(file("other").find("\tlist level '2'\n\tlist level '3'\n"), std::string::npos);
+    EXPECT_EQ(_uci_set_value(&slot, "wan_detect", "main", "mode", "x"), 0);
+    EXPECT_EQ(_uci_del_add_list(&slot, "wan_detect", "main", "mode", "x"), 0);
+    EXPECT_EQ(_uci_commit(slot), 0);
+    slot = nullptr;
+    EXPECT_TRUE(has("\tlist mode 'x'\n"));
+    EXPECT_EQ(file().find("mode"), file().rfind("mode"));
+}
+
 TEST_F(uci_edit, an_item_added_anew_waits_in_its_slot)
 {
     EXPECT_EQ(_uci_del_add_list(&slot, "wan_detect", "main", "port", "eth1"), 0);

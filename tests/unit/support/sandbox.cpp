@@ -183,3 +183,14 @@ int t_log_capture::count(const std::string &level, const std::string &function, 
                  line.body == body;
     return found;
 }
+
+t_joined_errors::t_joined_errors() : saved_stderr_(dup(STDERR_FILENO))
+{
+    dup2(STDOUT_FILENO, STDERR_FILENO);
+}
+
+t_joined_errors::~t_joined_errors()
+{
+    dup2(saved_stderr_, STDERR_FILENO);
+    close(saved_stderr_);
+}

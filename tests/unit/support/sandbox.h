@@ -50,3 +50,15 @@ private:
     int saved_stdout_;
     int saved_level_;
 };
+
+// While it lives, standard error goes where standard output goes, into a log capture for example.
+class t_joined_errors {
+public:
+    t_joined_errors();
+    ~t_joined_errors();
+    t_joined_errors(const t_joined_errors &) = delete;
+    t_joined_errors &operator=(const t_joined_errors &) = delete;
+
+private:
+    int saved_stderr_;
+};

@@ -1,0 +1,70 @@
+// SPDX-License-Identifier: MIT
+// The library's only wait is inside flock(), so this program has a flock() of its own, which the library is linked to
+// like all of us: it gives up in time. A signal could end the wait, too, but it could also cut short the write of a
+// commit that follows it.
+#include "platform/uci_lock.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <sys/file.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include "platform/clock.h"
+
+namespace {
+
+constexpr uint32_t LOCK_POLL_MS = 5;
+
+struct t_patience {
+    int64_t spent_ms; // of the limit, at the end of the last wait
+    t_time_stamp last_wait;
+    unsigned given_up;
+};
+
+thread_local t_patience patience;
+
+int lock_at_once(int fd, int operation)
+{
+    return static_cast<int>(syscall(SYS_flock, fd, operation | LOCK_NB));
+}
+
+// With the error of a wait that a signal has ended.
+int give_up()
+{
+    patience.given_up++;
+    errno = EINTR;
+    return -1;
+}
+
+int lock_within_limit(int fd, int operation)
+{
+    int result = lock_at_once(fd, operation);
+    if (result == 0 || errno != EWOULDBLOCK)
+        return result;
+    const t_time_stamp start = get_time_stamp();
+    const int64_t spent_ms = std::max(patience.spent_ms - milliseconds_since(patience.last_wait), int64_t{0});
+    int64_t waited_ms = 0;
+    while (result != 0 && errno == EWOULDBLOCK && spent_ms + waited_ms < UCI_LOCK_LIMIT_MS) {
+        sleep_ms(LOCK_POLL_MS);
+        result = lock_at_once(fd, operation);
+        waited_ms = milliseconds_since(start);
+    }
+    patience.spent_ms = spent_ms + waited_ms;
+    patience.last_wait = get_time_stamp();
+    return result != 0 && errno == EWOULDBLOCK ? give_up() : result;
+}
+
+} // namespace
+
+unsigned uci_locks_given_up()
+{
+    return patience.given_up;
+}
+
+extern "C" __attribute__((visibility("default"))) int flock(int fd, int operation) noexcept(noexcept(flock(0, 0)))
+{
+    if (operation & (LOCK_NB | LOCK_UN))
+        return static_cast<int>(syscall(SYS_flock, fd, operation));
+    return lock_within_limit(fd, operation);
+}

@@ -1,0 +1,261 @@
+// SPDX-License-Identifier: MIT
+// Commits on disks without room. The library's own is counted, and may be made to do what a full disk makes of it.
+#include <fcntl.h>
+#include <filesystem>
+#include <string>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include "platform/disk_room.h"
+#include "platform/uci_access.h"
+#include "support/sandbox.h"
+
+extern "C" {
+#include <uci.h>
+}
+
+static int commits;
+static int cut_to = -1; // bytes that the library leaves of the file, or -1
+
+extern "C" {
+int __real_uci_commit(uci_context *context, uci_package **package, bool overwrite);
+int __wrap_uci_commit(uci_context *context, uci_package **package, bool overwrite);
+
+int __wrap_uci_commit(uci_context *context, uci_package **package, bool overwrite)
+{
+    commits++;
+    const std::string path = (*package)->path;
+    const int result = __real_uci_commit(context, package, overwrite);
+    if (cut_to >= 0) {
+        EXPECT_EQ(truncate(path.c_str(), cut_to), 0);
+    }
+    return result;
+}
+}
+
+namespace {
+
+namespace fs = std::filesystem;
+
+const std::string NETWORK =
+    "\nconfig interface 'wan'\n\toption proto 'dhcp'\n\nconfig rule 'last'\n\toption on '1'\n\n";
+
+// A small disk in a folder's place while it lives.
+class t_small_disk {
+public:
+    explicit t_small_disk(const char *folder) : folder_(folder)
+    {
+        EXPECT_EQ(mount("tmpfs", folder, "tmpfs", 0, "size=64k,mode=755"), 0);
+    }
+    ~t_small_disk() { EXPECT_EQ(umount2(folder_.c_str(), MNT_DETACH), 0); }
+
+    // Leaves room for so many blocks.
+    void fill(int but_for_blocks = 0) const
+    {
+        const std::string filler = folder_ + "/filler";
+        const int fd = open(filler.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+        const std::string block(4096, 'x');
+        while (write(fd, block.data(), block.size()) == static_cast<ssize_t>(block.size())) {
+        }
+        struct stat file = {};
+        EXPECT_EQ(fstat(fd, &file), 0);
+        EXPECT_EQ(ftruncate(fd, file.st_size - 4096 * but_for_blocks), 0);
+        close(fd);
+    }
+    void empty() const { fs::remove(folder_ + "/filler"); }
+
+private:
+    std::string folder_;
+};
+
+class uci_commit_room : public testing::Test {
+protected:
+    uci_commit_room() : disk("/etc/config")
+    {
+        write_config("network", NETWORK);
+        write_config("wan_detect", "\nconfig settings 'main'\n\toption level '2'\n\tlist port 'eth0'\n\n");
+        EXPECT_EQ(chmod("/etc/config/network", 0640), 0);
+        commits = 0;
+        cut_to = -1;
+    }
+    ~uci_commit_room() override { fs::remove_all("/tmp/.uci"); }
+
+    static int set(const char *path, const char *text)
+    {
+        char writable[UCI_PATH_SIZE];
+        bounded_copy(writable, path, sizeof writable);
+        return _uci_set_value_commit(writable, text);
+    }
+    static std::string file(const std::string &package) { return read_file("/etc/config/" + package); }
+    static ino_t inode_of_network()
+    {
+        struct stat status = {};
+        EXPECT_EQ(stat("/etc/config/network", &status), 0);
+        return status.st_ino;
+    }
+    // Besides the two packages and what fills the disk.
+    static long strange_files()
+    {
+        const fs::directory_iterator all("/etc/config");
+        return std::distance(begin(all), end(all)) - 2 - (file_exists("/etc/config/filler") ? 1 : 0);
+    }
+
+    t_log_capture log;
+    t_small_disk disk;
+};
+
+} // namespace
+
+TEST_F(uci_commit_room, without_room_nothing_is_committed)
+{
+    disk.fill();
+    EXPECT_EQ(set("network.wan.proto", "pppoe"), -1);
+    EXPECT_EQ(commits, 0);
+    EXPECT_EQ(file("network"), NETWORK);
+    EXPECT_EQ(strange_files(), 0);
+    EXPECT_FALSE(file_exists("/tmp/.uci/network")) << "nothing waits";
+    EXPECT_TRUE(log.has("Error", "has_disk_room",
+                        "no room in /etc/config for a file of " + std::to_string(NETWORK.size() + 1) + " bytes"));
+    EXPECT_TRUE(log.has("Error", "_uci_set_value_commit", "fail to commit network.wan.proto"));
+}
+
+TEST_F(uci_commit_room, too_little_room_counts_as_none)
+{
+    disk.fill(2);
+    EXPECT_EQ(set("network.wan.proto", "pppoe"), -1);
+    EXPECT_EQ(commits, 0);
+    disk.empty();
+    disk.fill(4);
+    EXPECT_EQ(set("network.wan.proto", "pppoe"), 0);
+    EXPECT_EQ(commits, 1);
+}
+
+TEST_F(uci_commit_room, without_room_the_other_members_commit_nothing_either)
+{
+    const std::string before = file("wan_detect");
+    disk.fill();
+    EXPECT_EQ(_uci_delete_commit("wan_detect", "main", "level"), -1);
+    EXPECT_EQ(_uci_add_list_commit("wan_detect", "main", "port", "eth1"), -1);
+    EXPECT_EQ(_uci_del_add_list_commit("wan_detect", "main", "port", "eth1"), -1);
+    uci_context *slot = nullptr;
+    EXPECT_EQ(_uci_set_value(&slot, "wan_detect", "main", "level", "7"), 0);
+    EXPECT_EQ(_uci_commit(slot), -1);
+    EXPECT_EQ(commits, 0);
+    EXPECT_EQ(file("wan_detect"), before);
+    for (const char *function :
+         {"_uci_delete_commit", "_uci_add_list_commit", "_uci_del_add_list_commit", "_uci_commit"})
+        EXPECT_TRUE(log.has("Error", function, "fail to commit wan_detect")) << function;
+}
+
+TEST_F(uci_commit_room, with_room_again_the_commit_is_made)
+{
+    disk.fill();
+    EXPECT_EQ(set("network.wan.proto", "pppoe"), -1);
+    disk.empty();
+    EXPECT_EQ(set("network.wan.proto", "pppoe"), 0);
+    EXPECT_NE(file("network").find("option proto 'pppoe'"), std::string::npos);
+}
+
+TEST_F(uci_commit_room, without_room_for_the_waiting_change_nothing_is_committed)
+{
+    const t_small_disk tmp("/tmp");
+    tmp.fill();
+    EXPECT_EQ(set("network.wan.proto", "pppoe"), -1);
+    EXPECT_EQ(commits, 0);
+    EXPECT_EQ(file("network"), NETWORK);
+    EXPECT_TRUE(log.has("Error", "has_disk_room", "no room in /tmp for a file of 1 bytes"));
+}
+
+TEST_F(uci_commit_room, on_a_read_only_disk_nothing_is_committed)
+{
+    ASSERT_EQ(mount(nullptr, "/etc/config", nullptr, MS_REMOUNT | MS_RDONLY, nullptr), 0);
+    EXPECT_EQ(set("network.wan.proto", "pppoe"), -1);
+    EXPECT_EQ(commits, 0);
+    EXPECT_EQ(file("network"), NETWORK);
+    EXPECT_TRUE(log.has("Error", "has_disk_room", "/etc/config cannot be written"));
+    EXPECT_TRUE(log.has("Error", "_uci_set_value_commit", "fail to commit network.wan.proto"));
+}
+
+TEST_F(uci_commit_room, a_commit_that_would_change_nothing_is_not_made)
+{
+    const ino_t before = inode_of_network();
+    disk.fill();
+    EXPECT_EQ(set("network.wan.proto", "dhcp"), 0);
+    EXPECT_EQ(commits, 0);
+    EXPECT_EQ(inode_of_network(), before);
+    EXPECT_TRUE(log.has("Info", "_uci_set_value_commit", "Success to set network.wan.proto = dhcp "));
+}
+
+TEST_F(uci_commit_room, a_value_that_only_the_file_has_is_committed_against_what_waits)
+{
+    write_file("/tmp/.uci/network", "network.wan.proto='pppoe'\n");
+    EXPECT_EQ(set("network.wan.proto", "dhcp"), 0);
+    EXPECT_EQ(commits, 1);
+    char value[UCI_VALUE_SIZE] = "";
+    EXPECT_EQ(_uci_get_value("network.wan.proto", value), 0);
+    EXPECT_STREQ(value, "dhcp");
+}
+
+TEST_F(uci_commit_room, what_waits_is_committed_along_with_our_change)
+{
+    write_file("/tmp/.uci/network", "network.wan.note='kept'\n");
+    EXPECT_EQ(set("network.wan.proto", "pppoe"), 0);
+    EXPECT_NE(file("network").find("option note 'kept'"), std::string::npos);
+    EXPECT_NE(file("network").find("option proto 'pppoe'"), std::string::npos);
+}
+
+TEST_F(uci_commit_room, a_file_that_a_commit_has_cut_gets_its_former_text_back)
+{
+    for (int bytes : {0, 20, static_cast<int>(NETWORK.size()) - 1}) {
+        cut_to = bytes;
+        EXPECT_EQ(set("network.wan.proto", "pppoe"), -1) << bytes;
+        EXPECT_EQ(file("network"), NETWORK) << bytes;
+        struct stat status = {};
+        EXPECT_EQ(stat("/etc/config/network", &status), 0);
+        EXPECT_EQ(status.st_mode & 07777, 0640u);
+        EXPECT_EQ(strange_files(), 0);
+    }
+    EXPECT_EQ(
+        log.count("Error", "look_after_commit", "/etc/config/network was cut by its commit, its former text is back"),
+        3);
+    EXPECT_EQ(log.count("Error", "_uci_set_value_commit", "fail to commit network.wan.proto"), 3);
+}
+
+TEST_F(uci_commit_room, a_link_to_the_file_stays_a_link)
+{
+    fs::rename("/etc/config/network", "/etc/config/.network");
+    fs::create_symlink(".network", "/etc/config/network");
+    EXPECT_EQ(set("network.wan.proto", "pppoe"), 0);
+    EXPECT_TRUE(fs::is_symlink("/etc/config/network"));
+    cut_to = 0;
+    EXPECT_EQ(set("network.wan.proto", "l2tp"), -1);
+    EXPECT_TRUE(fs::is_symlink("/etc/config/network"));
+    EXPECT_NE(file(".network").find("'pppoe'"), std::string::npos);
+}
+
+TEST(disk_room, a_disk_without_a_size_has_room)
+{
+    fs::create_directory("/run/endless");
+    ASSERT_EQ(mount("ramfs", "/run/endless", "ramfs", 0, nullptr), 0);
+    EXPECT_TRUE(has_disk_room("/run/endless", 1 << 30, 0));
+    EXPECT_EQ(umount("/run/endless"), 0);
+}
+
+TEST(disk_room, an_overlay_needs_room_for_a_copy_of_the_old_file_as_well)
+{
+    fs::create_directories("/run/small");
+    const t_small_disk disk("/run/small");
+    for (const char *folder : {"/run/small/upper", "/run/small/work", "/run/lower", "/run/merged"})
+        fs::create_directories(folder);
+    ASSERT_EQ(mount("overlay", "/run/merged", "overlay", 0,
+                    "lowerdir=/run/lower,upperdir=/run/small/upper,workdir=/run/small/work"),
+              0);
+    t_log_capture log;
+    EXPECT_TRUE(has_disk_room("/run/merged", 20000, 20000));
+    EXPECT_TRUE(has_disk_room("/run/small", 40000, 40000));
+    EXPECT_FALSE(has_disk_room("/run/merged", 40000, 40000));
+    EXPECT_EQ(umount("/run/merged"), 0);
+}
