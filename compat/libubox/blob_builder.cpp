@@ -23,10 +23,11 @@ size_t end_of_head(const struct blob_buf *buf)
     return blob_offset(buf, buf->head) + blob_pad_len(buf->head);
 }
 
-// Extends the innermost container by len bytes, padding included. Null if they do not fit.
+// Extends the innermost container by len bytes, padding included. Null if they do not fit. A buffer whose set-up failed
+// has no container, and nothing is done to survive that: its user did not look.
 struct blob_attr *append(struct blob_buf *buf, size_t len)
 {
-    if (!buf->head || len > LONGEST_BLOB_BYTES)
+    if (len > LONGEST_BLOB_BYTES)
         return nullptr;
     size_t start = end_of_head(buf);
     size_t end = start + blob_padded(len);

@@ -84,7 +84,7 @@ bool blobmsg_add_json_element(struct blob_buf *buf, const char *name, struct jso
 
 bool blobmsg_add_object(struct blob_buf *buf, struct json_object *obj)
 {
-    if (!buf->head || !json_object_is_type(obj, json_type_object))
+    if (!json_object_is_type(obj, json_type_object))
         return false;
     size_t before = blob_raw_len(buf->head);
     if (add_members(buf, obj))

@@ -50,7 +50,7 @@ int ubus_register_event_handler(ubus_context *ctx, ubus_event_handler *ev, const
     message request;
     request.add(UBUS_ATTR_OBJID, uint32_t{UBUS_SYSTEM_OBJECT_EVENT}).add(UBUS_ATTR_METHOD, "register");
     blob_buf *buffer = request.open(UBUS_ATTR_DATA);
-    request.finish(add_registration(buffer, ev->obj.id, pattern));
+    request.finish(buffer && add_registration(buffer, ev->obj.id, pattern));
     return call_event_object(ctx, request);
 }
 
@@ -64,6 +64,6 @@ int ubus_send_event(ubus_context *ctx, const char *id, blob_attr *data)
     message request;
     request.add(UBUS_ATTR_OBJID, uint32_t{UBUS_SYSTEM_OBJECT_EVENT}).add(UBUS_ATTR_METHOD, "send");
     blob_buf *buffer = request.open(UBUS_ATTR_DATA);
-    request.finish(add_event(buffer, id, data));
+    request.finish(buffer && add_event(buffer, id, data));
     return call_event_object(ctx, request);
 }

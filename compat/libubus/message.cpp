@@ -38,7 +38,7 @@ blob_buf *message::open(ubus_msg_attr id)
 {
     nest_ = is_complete_ ? blob_nest_start(&work_buffer, id) : nullptr;
     is_complete_ = nest_ != nullptr;
-    return &work_buffer;
+    return is_complete_ ? &work_buffer : nullptr;
 }
 
 message &message::finish(bool is_complete)

@@ -17,7 +17,7 @@ public:
     // The content of another message or attribute; NULL adds an empty one.
     message &add_fields(ubus_msg_attr id, const blob_attr *fields);
     message &add_fields(ubus_msg_attr id, const void *fields, size_t length);
-    // For nested attributes; what the caller adds to it is told by the result of finish().
+    // For nested attributes; NULL if the message is incomplete. How adding to it went is told to finish().
     blob_buf *open(ubus_msg_attr id);
     message &finish(bool is_complete);
 

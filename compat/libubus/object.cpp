@@ -44,7 +44,7 @@ void describe(message &request, const ubus_object &obj)
         return;
     }
     blob_buf *buffer = request.open(UBUS_ATTR_SIGNATURE);
-    request.finish(add_signature(buffer, *obj.type));
+    request.finish(buffer && add_signature(buffer, *obj.type));
 }
 
 void take_ids(ubus_request *req, int, blob_attr *answer)

@@ -1,25 +1,13 @@
 // SPDX-License-Identifier: MIT
-// Contexts: their directories, and the text of their last error.
+// Contexts and their directories.
 #include "support.h"
 #include "tree.h"
 
-#include <cstdio>
 #include <cstring>
 
 namespace uci_impl {
 
 namespace {
-
-const char *const error_texts[] = {
-    "Success",   "Out of memory", "Invalid argument", "Entry not found",
-    "I/O error", "Parse error",   "Duplicate entry",  "Unknown error",
-};
-
-const char *error_text(int code)
-{
-    bool known = code >= UCI_OK && code < UCI_ERR_LAST;
-    return error_texts[known ? code : static_cast<int>(UCI_ERR_UNKNOWN)];
-}
 
 struct path_record {
     uci_element e;
@@ -121,30 +109,4 @@ int uci_set_conf2dir(uci_context *ctx, const char *dir)
 int uci_add_delta_path(uci_context *ctx, const char *dir)
 {
     return guarded(ctx, [&] { return dir != nullptr ? add_delta_path(ctx, dir) : UCI_ERR_INVAL; });
-}
-
-void uci_get_errorstr(uci_context *ctx, char **dest, const char *prefix)
-{
-    if (dest == nullptr)
-        return;
-    int code = ctx != nullptr ? ctx->err : UCI_ERR_INVAL;
-    const char *start = prefix != nullptr ? prefix : "";
-    const char *separator = prefix != nullptr ? ": " : "";
-    const uci_parse_context *place = ctx != nullptr ? ctx->pctx : nullptr;
-    int length = 0;
-    if (code == UCI_ERR_PARSE && place != nullptr && place->reason != nullptr)
-        length = asprintf(dest, "%s%s%s (%s) at line %d, byte %d", start, separator, error_text(code), place->reason,
-                          place->line, place->byte);
-    else
-        length = asprintf(dest, "%s%s%s", start, separator, error_text(code));
-    if (length < 0)
-        *dest = nullptr;
-}
-
-void uci_perror(uci_context *ctx, const char *prefix)
-{
-    char *text = nullptr;
-    uci_get_errorstr(ctx, &text, prefix);
-    heap<char> guard(text);
-    fprintf(stderr, "%s\n", text != nullptr ? text : error_text(UCI_ERR_MEM));
 }

@@ -41,7 +41,11 @@ int apply_delta(uci_context *ctx, uci_package *package, const char *text, size_t
 int apply_delta_at(uci_context *ctx, uci_package *package, const char *path, int *applied)
 {
     scoped_fd fd;
-    return open_shared(path, &fd) == UCI_OK ? apply_delta_file(ctx, package, fd.get(), applied) : UCI_OK;
+    int rc = open_shared(path, &fd);
+    if (rc == UCI_OK)
+        return apply_delta_file(ctx, package, fd.get(), applied);
+    // One that is there and stays locked may hold some.
+    return fd.valid() && rc != UCI_ERR_NOTFOUND ? rc : UCI_OK;
 }
 
 mode_t mode_of_config(const uci_package *package)
@@ -82,7 +86,7 @@ int append_to_file(uci_context *ctx, const uci_package *package, const text_buil
     heap<char> path(saved_delta_path(ctx, package->e.name));
     if (path == nullptr)
         return UCI_ERR_MEM;
-    int rc = make_directory(ctx->savedir, ctx->confdir);
+    int rc = make_directory(ctx->savedir);
     if (rc != UCI_OK)
         return rc;
     scoped_fd fd;

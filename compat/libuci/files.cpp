@@ -23,13 +23,10 @@ int code_of_errno()
     return errno == ENOENT || errno == ENOTDIR || errno == ENXIO ? UCI_ERR_NOTFOUND : UCI_ERR_IO;
 }
 
+// A signal ends the wait, and whoever wants the file has failed.
 int wait_for_lock(int fd, int operation)
 {
-    while (flock(fd, operation) != 0) {
-        if (errno != EINTR)
-            return UCI_ERR_IO;
-    }
-    return UCI_OK;
+    return flock(fd, operation) == 0 ? UCI_OK : UCI_ERR_IO;
 }
 
 bool is_same_file(const struct stat &a, const struct stat &b)
@@ -253,14 +250,9 @@ void unlink_if_same(const char *path, int fd)
         unlink(path);
 }
 
-int make_directory(const char *path, const char *model)
+int make_directory(const char *path)
 {
-    struct stat like = {};
-    bool known = stat(model, &like) == 0 && S_ISDIR(like.st_mode);
-    mode_t mode = known ? like.st_mode & mode_bits : UCI_DIRMODE;
-    if (mkdir(path, mode) == 0 || errno == EEXIST)
-        return UCI_OK;
-    return UCI_ERR_IO;
+    return mkdir(path, UCI_DIRMODE) == 0 || errno == EEXIST ? UCI_OK : UCI_ERR_IO;
 }
 
 } // namespace uci_impl

@@ -82,9 +82,10 @@ bool line_reader::next_command()
 {
     if (end_ == end_of_word::line)
         return false;
+    bool must_follow = end_ == end_of_word::command;
     end_ = end_of_word::none;
     skip_blanks();
-    return pos_ < length_ && line_[pos_] != '\n' && line_[pos_] != '#';
+    return pos_ < length_ && line_[pos_] != '#' && (must_follow || line_[pos_] != '\n');
 }
 
 const char *line_reader::take_keyword()

@@ -20,7 +20,8 @@ public:
     // UCI_OK, UCI_ERR_NOTFOUND at the end of the text, UCI_ERR_MEM.
     int next_line();
 
-    // Goes to the next command on this line. False: the rest is blank, a comment, or was given up.
+    // Goes to the next command on this line. False: the rest is blank, a comment, or was given up. Behind a separator
+    // the bare end of the line stands for a command, which nobody knows.
     bool next_command();
 
     // Takes the keyword at the current place; it must be followed by a space or a tab. Null: there is none.

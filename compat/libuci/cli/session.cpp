@@ -2,6 +2,9 @@
 // The table of commands, and how errors are told.
 #include "session.h"
 
+#include "error_text.h"
+
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -25,8 +28,10 @@ const command commands[] = {
 
 int fail(const session &s)
 {
-    if (!s.quiet)
-        uci_perror(s.ctx, s.program);
+    if (s.quiet)
+        return EXIT_FAILURE;
+    uci_impl::heap<char> text = uci_impl::describe_error(s.ctx, s.program);
+    fprintf(stderr, "%s\n", text != nullptr ? text.get() : "Out of memory");
     return EXIT_FAILURE;
 }
 

@@ -205,23 +205,25 @@ int uci_reorder_section(struct uci_context *ctx, struct uci_section *s, int pos)
 /* Drops the waiting changes of a package, section or option and reloads the package into ptr. */
 int uci_revert(struct uci_context *ctx, struct uci_ptr *ptr);
 
-/* The text of the last error of the context; *dest is released with free(). */
-void uci_get_errorstr(struct uci_context *ctx, char **dest, const char *prefix);
-void uci_perror(struct uci_context *ctx, const char *prefix);
-
 bool uci_validate_text(const char *str);
 
 #pragma GCC visibility pop
 
 #define uci_list_empty(list) ((list)->next == (list))
 
-#define uci_container(ptr, type, member) ((type *)(void *)((char *)(ptr)-offsetof(type, member)))
+/* ptr must be a pointer to what the member is. */
+#define uci_container(ptr, type, member)                                                  \
+    __extension__({                                                                       \
+        const __typeof__(((type *)(void *)(ptr))->member) *uci_container_member_ = (ptr); \
+        (type *)(void *)((char *)uci_container_member_ - offsetof(type, member));         \
+    })
 #define list_to_element(ptr) uci_container(ptr, struct uci_element, list)
 #define uci_to_package(ptr) uci_container(ptr, struct uci_package, e)
 #define uci_to_section(ptr) uci_container(ptr, struct uci_section, e)
 #define uci_to_option(ptr) uci_container(ptr, struct uci_option, e)
 #define uci_to_delta(ptr) uci_container(ptr, struct uci_delta, e)
-#define uci_to_backend(ptr) ((struct uci_backend *)(void *)(ptr))
+/* The element is a backend's first member. */
+#define uci_to_backend(ptr) ((struct uci_backend *)(void *)uci_container(&(ptr)->list, struct uci_element, list))
 #define uci_dataptr(ptr) (((char *)(ptr)) + sizeof(*(ptr)))
 
 #define uci_foreach_element(_list, _ptr) \

@@ -77,20 +77,12 @@ static inline void avl_forget_nodes_(struct avl_tree *tree)
 #define avl_prev_element(element, node_member) avl_entry_((element)->node_member.list.prev, element, node_member)
 
 /* element is only there to name the type. */
-#define avl_find_element(tree, search_key, element, node_member)                \
-    ((__typeof__(*(element)) *)avl_node_to_element_(avl_find(tree, search_key), \
-                                                    offsetof(__typeof__(*(element)), node_member)))
-#define avl_find_ge_element(tree, search_key, element, node_member)                          \
-    ((__typeof__(*(element)) *)avl_node_to_element_(avl_find_greaterequal(tree, search_key), \
-                                                    offsetof(__typeof__(*(element)), node_member)))
-#define avl_find_le_element(tree, search_key, element, node_member)                       \
-    ((__typeof__(*(element)) *)avl_node_to_element_(avl_find_lessequal(tree, search_key), \
-                                                    offsetof(__typeof__(*(element)), node_member)))
-
-static inline void *avl_node_to_element_(struct avl_node *node, size_t offset)
-{
-    return node ? (char *)node - offset : NULL;
-}
+#define avl_find_element(tree, search_key, element, node_member) \
+    container_of_safe(avl_find(tree, search_key), __typeof__(*(element)), node_member)
+#define avl_find_ge_element(tree, search_key, element, node_member) \
+    container_of_safe(avl_find_greaterequal(tree, search_key), __typeof__(*(element)), node_member)
+#define avl_find_le_element(tree, search_key, element, node_member) \
+    container_of_safe(avl_find_lessequal(tree, search_key), __typeof__(*(element)), node_member)
 
 #define avl_for_each_element(tree, element, node_member)            \
     for ((element) = avl_first_element(tree, element, node_member); \

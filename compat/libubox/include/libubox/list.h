@@ -6,8 +6,22 @@
 #include <stdbool.h>
 #include <stddef.h>
 
+/* ptr must be a pointer to what the member is: one to an element of an array member is refused. */
 #ifndef container_of
-#define container_of(ptr, type, member) ((type *)(void *)((char *)(ptr)-offsetof(type, member)))
+#define container_of(ptr, type, member)                                                  \
+    __extension__({                                                                      \
+        const __typeof__(((type *)(void *)(ptr))->member) *container_of_member_ = (ptr); \
+        (type *)(void *)((char *)container_of_member_ - offsetof(type, member));         \
+    })
+#endif
+
+/* The same, and NULL for NULL. */
+#ifndef container_of_safe
+#define container_of_safe(ptr, type, member)                                                              \
+    __extension__({                                                                                       \
+        const __typeof__(((type *)(void *)(ptr))->member) *container_of_safe_member_ = (ptr);             \
+        container_of_safe_member_ ? container_of(container_of_safe_member_, type, member) : (type *)NULL; \
+    })
 #endif
 
 struct list_head {

@@ -55,14 +55,26 @@ TEST(blob_builder, a_freed_buffer_keeps_only_its_grow_function)
     EXPECT_EQ(hex(buf), "02000004");
 }
 
-TEST(blob_builder, nothing_is_added_to_a_buffer_without_memory)
+TEST(blob_builder, a_buffer_without_memory_is_not_set_up_and_has_no_head)
 {
+    test_buf buf;
+    EXPECT_EQ(blobmsg_add_u32(&buf, "a", 1), 0);
+    blob_buf_free(&buf);
+    buf.grow = [](blob_buf *, int) { return false; };
+    EXPECT_EQ(blob_buf_init(&buf, 0), -ENOMEM);
+    EXPECT_EQ(buf.head, nullptr);
+}
+
+TEST(blob_builder_death, whoever_adds_to_a_buffer_that_was_not_set_up_dies)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
     blob_buf buf = {};
-    EXPECT_EQ(blobmsg_add_u32(&buf, "a", 1), -1);
-    EXPECT_EQ(blob_put_u32(&buf, 1, 1), nullptr);
-    EXPECT_EQ(blobmsg_open_table(&buf, "t"), nullptr);
-    blobmsg_close_table(&buf, nullptr);
-    EXPECT_FALSE(blobmsg_add_json_from_string(&buf, "{\"a\":1}"));
+    buf.grow = [](blob_buf *, int) { return false; };
+    ASSERT_EQ(blob_buf_init(&buf, 0), -ENOMEM);
+    EXPECT_DEATH(blobmsg_add_u32(&buf, "a", 1), "");
+    EXPECT_DEATH(blob_put_u32(&buf, 1, 1), "");
+    EXPECT_DEATH(blobmsg_open_table(&buf, "t"), "");
+    EXPECT_DEATH(blobmsg_add_json_from_string(&buf, "{\"a\":1}"), "");
 }
 
 TEST(blob_builder, fifteen_strings_of_a_mebibyte_fit_and_the_sixteenth_leaves_the_buffer_usable)

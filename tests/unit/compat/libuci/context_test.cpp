@@ -186,17 +186,6 @@ TEST_F(contexts, tell_their_last_error)
     }
 }
 
-TEST_F(contexts, print_their_last_error_on_one_line_each_time)
-{
-    EXPECT_EQ(load("nosuch"), UCI_ERR_NOTFOUND);
-    testing::internal::CaptureStderr();
-    uci_perror(ctx_.get(), "p");
-    uci_perror(ctx_.get(), nullptr);
-    uci_perror(nullptr, "p");
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "p: Entry not found\nEntry not found\np: Invalid argument\n");
-    EXPECT_EQ(error_text(ctx_.get()), "Entry not found") << "printing adds nothing to later texts";
-}
-
 TEST_F(contexts, forget_the_place_of_an_error_with_the_error)
 {
     write_conf("bad", "bogus\n");

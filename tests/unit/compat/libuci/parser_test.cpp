@@ -39,6 +39,19 @@ TEST_F(parser, backslash_newline_joins_lines_between_words_too)
     EXPECT_EQ(normalized("config t \\\n  a\noption x \\\n\\\n1\n"), "\nconfig t 'a'\n\toption x '1'\n\n");
 }
 
+TEST_F(parser, behind_a_separator_the_line_does_not_end)
+{
+    for (const char *text :
+         {"config t a\n\toption x 'd';\n", "config t a\n\toption x 'd' ; \n", "config t a\n\toption x d ;\n",
+          "config t 'a';\r\n\toption x d\n", "config t 'a'; \\\n\toption x d\n"}) {
+        EXPECT_EQ(normalized(text), refused) << text;
+        EXPECT_EQ(reason_.rfind("Parse error (invalid command) at line ", 0), 0u) << reason_;
+    }
+    for (const char *text :
+         {"config t a\n\toption x 'd';", "config t a\n\toption x 'd'; # more\n", "config t 'a'; option x d\n"})
+        EXPECT_EQ(normalized(text), "\nconfig t 'a'\n\toption x 'd'\n\n") << text;
+}
+
 TEST_F(parser, a_separator_right_behind_an_unquoted_word_hides_the_rest_of_its_line_only)
 {
     EXPECT_EQ(normalized("config t a;option x 1\noption y 2\n"), "\nconfig t 'a'\n\toption y '2'\n\n");

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "place.h"
 
+#include "compat/libuci/error_text.h"
+
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -163,9 +165,6 @@ std::string exported(uci_context *ctx, const std::string &package)
 
 std::string error_text(uci_context *ctx, const char *prefix)
 {
-    char *text = nullptr;
-    uci_get_errorstr(ctx, &text, prefix);
-    std::string result = text != nullptr ? text : "(none)";
-    free(text);
-    return result;
+    uci_impl::heap<char> text = uci_impl::describe_error(ctx, prefix);
+    return text != nullptr ? text.get() : "(none)";
 }

@@ -3,10 +3,14 @@
 #include "faults.h"
 #include "place.h"
 
+#include <csignal>
+#include <fcntl.h>
 #include <filesystem>
 #include <functional>
 #include <poll.h>
 #include <set>
+#include <sys/file.h>
+#include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -242,6 +246,49 @@ TEST_F(sharing, programs_side_by_side_lose_nothing)
     expect_success(one);
     expect_success(two);
     EXPECT_EQ(options_in_file(), 1 + 2 * 25);
+}
+
+// A signal every 10 ms for this thread while it lives, as a limit of time would send one.
+class interruptions {
+public:
+    interruptions()
+    {
+        struct sigaction action = {};
+        action.sa_handler = [](int) {};
+        sigaction(SIGALRM, &action, &former_);
+        itimerval often = {{0, 10000}, {0, 10000}};
+        setitimer(ITIMER_REAL, &often, nullptr);
+    }
+    ~interruptions()
+    {
+        itimerval never = {};
+        setitimer(ITIMER_REAL, &never, nullptr);
+        sigaction(SIGALRM, &former_, nullptr);
+    }
+
+private:
+    struct sigaction former_ = {};
+};
+
+TEST_F(sharing, a_signal_ends_the_wait_for_a_lock_and_the_call_has_failed)
+{
+    write_conf("other", "config t 'a'\n");
+    context ctx = open();
+    EXPECT_EQ(edit(ctx.get(), uci_set, "other.a.x=1"), UCI_OK);
+    tuple other(ctx.get(), "other");
+    ASSERT_EQ(uci_save(ctx.get(), other.ptr.p), UCI_OK);
+    EXPECT_EQ(edit(ctx.get(), uci_set, "other.a.x=2"), UCI_OK);
+    for (const std::string &locked : {conf("other"), save("other")}) {
+        int fd = ::open(locked.c_str(), O_RDONLY | O_CLOEXEC);
+        ASSERT_EQ(flock(fd, LOCK_EX), 0);
+        interruptions often;
+        context reader = open();
+        uci_package *package = nullptr;
+        EXPECT_EQ(uci_load(reader.get(), "other", &package), UCI_ERR_IO) << locked;
+        EXPECT_EQ(uci_commit(ctx.get(), &other.ptr.p, false), UCI_ERR_IO) << locked;
+        close(fd);
+    }
+    EXPECT_EQ(read_text(conf("other")), "config t 'a'\n");
 }
 
 } // namespace
