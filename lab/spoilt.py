@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: MIT
 """Configuration files as a bad day leaves them."""
+import fcntl
 import os
 import random
 import shutil
@@ -86,6 +87,19 @@ class spoilt:
             draft = FOLDER / f".{path.name}.draft"    # in one step: the daemon may read it at any moment
             draft.write_bytes(text)
             os.replace(draft, path)
+
+
+class locked:
+    """Packages of the configuration kept locked for the body, as anybody may who may read them."""
+
+    def __enter__(self):
+        self.files = [open(FOLDER / package, "rb") for package in PACKAGES]
+        for file in self.files:
+            fcntl.flock(file, fcntl.LOCK_EX)
+
+    def __exit__(self, *_):
+        for file in self.files:
+            file.close()
 
 
 class spoilt_deltas:

@@ -5,7 +5,7 @@ from lab.life import Life, adopt_orphans, wait_until
 from lab.router import WAN_RESULT, content
 from lab.scenarios.life import END_REAL_S, LifeScenario
 from lab.scenarios.trouble import FOUND_S, Trouble, cycle_open
-from lab.spoilt import PACKAGES, SPOILS, spoilt, spoilt_deltas
+from lab.spoilt import PACKAGES, SPOILS, locked, spoilt, spoilt_deltas
 from lab.upstream import DhcpServer, PppoeServer, Silent
 
 LOOK_S = 1
@@ -19,7 +19,7 @@ SETTLED = ("init_all_eth_device failed", "init_all_protocols failed", "No device
 class BadConfig(Trouble):
     name = "bad-config"
     rank = 74
-    summary = "the configuration is cut, garbage, huge or gone while cycles run: what it said last holds"
+    summary = "the configuration is cut, garbage, huge, locked or gone while cycles run: what it said last holds"
     story = """
         All packages, or one of them, are spoilt while the daemon runs and a cycle is asked for. Then they are right
         again, and so is all the daemon does.
@@ -65,6 +65,10 @@ class BadConfig(Trouble):
         for what in spoilt_deltas.texts:
             self.spoil(stage, f"waiting changes: {what}", spoilt_deltas(what))
         self.finds_again(stage, "waiting changes")
+
+    def trouble_locked_files(self, stage, _title):
+        self.spoil(stage, "locked files", locked())
+        self.finds_again(stage, "locked files")
 
     def trouble_a_change_in_the_middle_of_a_cycle(self, stage, title):
         """The pass that runs ends as it began; the cycle after it looks for the other connection."""

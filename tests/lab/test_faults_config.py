@@ -21,6 +21,13 @@ def test_calls_are_answered_with_spoilt_files(seen, how):
 
 
 @bad_config
+def test_files_that_somebody_keeps_locked_do_not_stop_the_loop(seen):
+    passed = {check["what"] for check in seen.report["checks"] if check["passed"]}
+    assert {f"locked files: {what}" for what in ("proto_detect is answered", "wan_detect is answered",
+                                                 "the event loop goes on")} <= passed
+
+
+@bad_config
 def test_a_connection_type_that_cannot_be_read_is_told_and_the_old_one_stays(seen):
     assert seen.find("update_wan_ipv4_protocol", "get_ipv4_conntype failed!")
 
