@@ -36,7 +36,7 @@ bool has_disk_room(const char *folder, size_t bytes, size_t beside)
     }
     struct statfs disk = {};
     // Disks without a size, such as a RAM disk that may grow, give no blocks at all.
-    if (statfs(folder, &disk) != 0 || disk.f_blocks == 0 || disk.f_bsize <= 0)
+    if (statfs(folder, &disk) != 0 || disk.f_blocks == 0 || disk.f_bsize == 0)
         return true;
     const bool has_blocks = disk.f_bavail >= needed_blocks(disk, bytes, beside);
     if (has_blocks && (disk.f_files == 0 || disk.f_ffree > 0))

@@ -22,6 +22,7 @@
 namespace {
 
 constexpr const char *UCI_SAVEDIR_PARENT = "/tmp";
+constexpr mode_t MODE_BITS = 07777;
 
 struct t_text {
     char *bytes = nullptr; // owns
@@ -105,7 +106,7 @@ public:
         struct stat file = {};
         if (guard_.fd < 0 || flock(guard_.fd, LOCK_EX) != 0 || fstat(guard_.fd, &file) != 0 || !S_ISREG(file.st_mode))
             return false;
-        *mode = file.st_mode & ALLPERMS;
+        *mode = file.st_mode & MODE_BITS;
         return read_all(guard_.fd, static_cast<size_t>(file.st_size), text);
     }
 

@@ -22,7 +22,8 @@ struct t_patience {
     unsigned given_up;
 };
 
-thread_local t_patience patience;
+// Of the program itself, so that no call into the loader is needed to find it.
+__attribute__((tls_model("initial-exec"))) thread_local t_patience patience;
 
 int lock_at_once(int fd, int operation)
 {
