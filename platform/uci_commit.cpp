@@ -154,18 +154,22 @@ int look_after_commit(const char *path, const t_text &former, const t_text &want
     return UCI_ERR_IO;
 }
 
-// The room for the changes while they wait is asked for, too: half of one would be passed over in silence.
+// Half a change that waits would be passed over in silence.
+bool may_wait()
+{
+    return has_disk_room(access(UCI_SAVEDIR, F_OK) == 0 ? UCI_SAVEDIR : UCI_SAVEDIR_PARENT, 1, 0);
+}
+
 bool has_room(const char *path, const t_text &former, const t_text &wanted)
 {
     char folder[PATH_MAX];
     bounded_copy(folder, path, sizeof folder);
     *strrchr(folder, '/') = '\0';
-    const char *save_folder = access(UCI_SAVEDIR, F_OK) == 0 ? UCI_SAVEDIR : UCI_SAVEDIR_PARENT;
-    return has_disk_room(folder, wanted.size, former.size) && has_disk_room(save_folder, 1, 0);
+    return has_disk_room(folder, wanted.size, former.size);
 }
 
-// False when the file cannot be read or locked, or when there is no room.
-bool prepare(const char *path, const t_text &wanted, t_text *former)
+// False when the file cannot be read or locked, or when there is no room beside it.
+bool may_be_replaced(const char *path, const t_text &wanted, t_text *former)
 {
     mode_t mode = 0;
     return t_locked_file(path).read(former, &mode) && has_room(path, *former, wanted);
@@ -186,8 +190,12 @@ int commit_uci_package(uci_context *context, uci_package **package)
     char path[PATH_MAX];
     t_text former;
     const t_uci_own_save_folder folder(context, name);
-    if (!folder.is_ready() || !realpath((*package)->path, path) || !prepare(path, wanted, &former))
+    if (!folder.is_ready() || !realpath((*package)->path, path) || !may_wait())
         return UCI_ERR_IO;
+    if (!may_be_replaced(path, wanted, &former)) {
+        uci_save(context, *package);
+        return UCI_ERR_IO;
+    }
     const t_uci_lock_watch locks;
     const int result = uci_commit(context, package, false);
     if (result != UCI_OK || locks.gave_up())

@@ -6,5 +6,6 @@
 #include <uci.h>
 
 // Commits a package loaded in the context with its changes, unless the file holds them already. The library's code, and
-// UCI_ERR_IO, with an Error line, when there is no room for the new file beside the old one, which then stays whole.
+// UCI_ERR_IO, with an Error line, when there is no room for the new file beside the old one: that stays whole, and the
+// changes wait in the save folder, where they count.
 int commit_uci_package(uci_context *context, uci_package **package);

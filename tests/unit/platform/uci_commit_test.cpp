@@ -116,10 +116,22 @@ TEST_F(uci_commit_room, without_room_nothing_is_committed)
     EXPECT_EQ(commits, 0);
     EXPECT_EQ(file("network"), NETWORK);
     EXPECT_EQ(strange_files(), 0);
-    EXPECT_FALSE(file_exists("/tmp/.uci/network")) << "nothing waits";
     EXPECT_TRUE(log.has("Error", "has_disk_room",
                         "no room in /etc/config for a file of " + std::to_string(NETWORK.size() + 1) + " bytes"));
     EXPECT_TRUE(log.has("Error", "_uci_set_value_commit", "fail to commit network.wan.proto"));
+}
+
+TEST_F(uci_commit_room, without_room_the_change_waits_and_counts)
+{
+    disk.fill();
+    EXPECT_EQ(set("network.wan.proto", "pppoe"), -1);
+    EXPECT_EQ(read_file("/tmp/.uci/network"), "network.wan.proto='pppoe'\n");
+    char value[UCI_VALUE_SIZE] = "";
+    EXPECT_EQ(_uci_get_value("network.wan.proto", value), 0);
+    EXPECT_STREQ(value, "pppoe");
+    disk.empty();
+    EXPECT_EQ(set("network.wan.note", "x"), 0);
+    EXPECT_NE(file("network").find("option proto 'pppoe'"), std::string::npos) << "along with the next commit";
 }
 
 TEST_F(uci_commit_room, too_little_room_counts_as_none)
@@ -167,6 +179,7 @@ TEST_F(uci_commit_room, without_room_for_the_waiting_change_nothing_is_committed
     EXPECT_EQ(commits, 0);
     EXPECT_EQ(file("network"), NETWORK);
     EXPECT_TRUE(log.has("Error", "has_disk_room", "no room in /tmp for a file of 1 bytes"));
+    EXPECT_FALSE(file_exists("/tmp/.uci/network")) << "half a change would wait";
 }
 
 TEST_F(uci_commit_room, on_a_read_only_disk_nothing_is_committed)
