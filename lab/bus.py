@@ -16,7 +16,8 @@ POLL_REAL_S = 0.01
 
 
 class Bus:
-    def __init__(self):
+    def __init__(self, stock_manager=False):
+        self.stock_manager = stock_manager
         self.broker = None
         self.manager = None
 
@@ -25,9 +26,9 @@ class Bus:
         self.start_manager()
 
     def start_manager(self):
+        command = ["lab_network_interface", SOCKET, str(STATE_FILE)] + (["stock"] if self.stock_manager else [])
         with open(STATE / "network_interface.log", "ab") as output:
-            self.manager = subprocess.Popen(["lab_network_interface", SOCKET, str(STATE_FILE)], stdin=subprocess.DEVNULL,
-                                            stdout=output, stderr=output)
+            self.manager = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=output, stderr=output)
         if not self.wait_for_object("network.interface", READY_REAL_S):
             raise RuntimeError("the object network.interface did not appear on the bus")
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The virtual router's network manager as the bus sees it: the object "network.interface" with its method "status".
 // The lab looks at the WAN port for real and keeps the outcome in a file; an answer never waits for the network.
+// A "stock" manager knows no states: it tells whether the interface is up, on its way there, or could go there.
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -20,6 +21,7 @@ constexpr size_t STATE_SIZE = 32;
 
 const char *socket_path;
 const char *state_path;
+bool stock;
 ubus_context *bus;
 blob_buf reply;
 
@@ -41,6 +43,23 @@ bool is_ipv4_wan(const char *name)
     return strcmp(name, "internet") == 0 || strcmp(name, "wan") == 0;
 }
 
+void add_status(const char *state)
+{
+    const bool up = strcmp(state, "connected") == 0;
+    blobmsg_add_u8(&reply, "up", up);
+    if (!stock) {
+        blobmsg_add_string(&reply, "state", state);
+        return;
+    }
+    blobmsg_add_u8(&reply, "pending", strcmp(state, "connecting") == 0);
+    blobmsg_add_u8(&reply, "available", true);
+    blobmsg_add_u8(&reply, "autostart", true);
+    blobmsg_add_u8(&reply, "dynamic", false);
+    if (up)
+        blobmsg_add_u32(&reply, "uptime", 1);
+    blobmsg_add_string(&reply, "proto", "dhcp");
+}
+
 const blobmsg_policy status_policy[] = {{"interface", BLOBMSG_TYPE_STRING}};
 
 int answer_status(ubus_context *context, ubus_object *, ubus_request_data *request, const char *, blob_attr *message)
@@ -58,8 +77,7 @@ int answer_status(ubus_context *context, ubus_object *, ubus_request_data *reque
     else
         return UBUS_STATUS_NOT_FOUND;
     blob_buf_init(&reply, 0);
-    blobmsg_add_u8(&reply, "up", strcmp(state, "connected") == 0);
-    blobmsg_add_string(&reply, "state", state);
+    add_status(state);
     return ubus_send_reply(context, request, reply.head);
 }
 
@@ -97,8 +115,9 @@ void on_connection_lost(ubus_context *)
 
 int main(int argc, char **argv)
 {
-    if (argc != 3) {
-        fprintf(stderr, "usage: %s SOCKET STATE_FILE\n", argv[0]);
+    stock = argc == 4 && strcmp(argv[3], "stock") == 0;
+    if (argc != 3 && !stock) {
+        fprintf(stderr, "usage: %s SOCKET STATE_FILE [stock]\n", argv[0]);
         return EXIT_FAILURE;
     }
     socket_path = argv[1];

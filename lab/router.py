@@ -57,7 +57,7 @@ class Router:
         self.clock = Clock(speed)
         self.timeline = Timeline()
         self.waits = Waits()
-        self.bus = Bus()
+        self.bus = Bus(scenario.stock_manager)
         self.sniffer = Sniffer(self.clock)
         self.health = None
         self.daemon = Daemon(self.clock, self.take_log_line, under_valgrind)

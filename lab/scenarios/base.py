@@ -13,6 +13,11 @@ EARLY_REAL_S = 0.05
 LATE_REAL_S = 0.8
 
 
+def late_s(stage):
+    """How much later than it ought to something may seem to come, in the daemon's own seconds."""
+    return LATE_REAL_S * stage.router.clock.speed
+
+
 class Scenario:
     name = None           # a class without a name is no scenario of its own
     rank = 50             # place in the list
@@ -24,6 +29,7 @@ class Scenario:
     cables = {}           # what is plugged in at the start: {"eth2": DhcpServer()}
     managed = True        # the network manager looks at the WAN port; else it has no connection, ever
     places_address = True    # the network manager gives a static address to the WAN port
+    stock_manager = False    # its replies have no "state", as those of a stock network manager
     winner = None         # port that must hold the WAN role at the end
     reports_all = True    # log, events, waits and probes go into the report; not for hours of them
 
