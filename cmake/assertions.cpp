@@ -6,9 +6,9 @@
 
 namespace std {
 
-// The library declares it only where it uses it.
-[[noreturn]] void __glibcxx_assert_fail(const char *file, int line, const char *function,
-                                        const char *condition) noexcept;
+// Not every version of the library declares it here.
+__attribute__((noreturn)) void __glibcxx_assert_fail(const char *file, int line, const char *function,
+                                                     const char *condition) noexcept;
 
 void __glibcxx_assert_fail(const char *file, int line, const char *function, const char *condition) noexcept
 {
