@@ -154,15 +154,16 @@ static bool may_be_good(const t_device *now_wan)
 
 bool current_wan_is_good()
 {
+    update_banned_device_list(&port_model.banned_list); // nobody else does while there is no candidate
     return may_be_good(port_model.wan_dev) && get_network_status(0, connection_is("static")) == NETWORK_CONNECTED;
 }
 
 // A bus or a network manager that is away says nothing about the network; for a while it is waited for.
 static t_wan_state look_at_current_wan()
 {
-    if (!may_be_good(port_model.wan_dev))
-        return t_wan_state::bad;
     const bool good = current_wan_is_good();
+    if (!may_be_good(port_model.wan_dev))
+        return t_wan_state::bad; // nobody was asked
     if (!network_manager_is_away()) {
         engine.bus_waits = 0;
         return good ? t_wan_state::good : t_wan_state::bad;

@@ -35,7 +35,6 @@ static int pause_after(int pause_s)
 static void arm(int pause_s)
 {
     engine.retry.armed_s = pause_s;
-    engine.retry.next_s = pause_after(pause_s);
     uloop_timeout_set(&engine.look_again, pause_s * MILLISECONDS_PER_SECOND);
 }
 
@@ -63,8 +62,6 @@ void begin_retries_anew()
         engine.retry.next_s = 0;
     else if (engine.retry.armed_s > engine.retry.first_s)
         arm(engine.retry.first_s);
-    else
-        engine.retry.next_s = pause_after(engine.retry.first_s);
 }
 
 bool asks_in_own_name()
@@ -92,6 +89,7 @@ void uloop_look_again(uloop_timeout *)
     LOG_ENTER();
     if (!port_model.enable || !port_model.router_mode)
         return;
+    engine.retry.next_s = pause_after(engine.retry.armed_s); // a pause that was cut short does not count
     if (port_model.wan_detect_running) {
         engine.retry.round++;
         return list_anew();

@@ -269,6 +269,18 @@ TEST_F(cycle_order, a_banned_wan_port_that_works_is_not_good_and_the_others_are_
     EXPECT_EQ(armed(engine.proto_detect_start), 0);
 }
 
+TEST_F(cycle_order, a_banned_wan_port_is_good_again_when_its_ban_has_run_out)
+{
+    plug({"eth0"});
+    fake_router.network_state = 0;
+    ban("eth0", 100);
+    open_cycle();
+    ASSERT_EQ(armed(engine.start_wan_detect), 1000);
+    port_model.banned_list.head.next->aging_time = {};
+    fire(engine.start_wan_detect);
+    EXPECT_EQ(engine.result_dev, dev("eth0"));
+}
+
 TEST_F(cycle_order, no_notice_repeats_while_the_wan_port_is_banned)
 {
     plug({"eth0"});

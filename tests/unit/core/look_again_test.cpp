@@ -210,15 +210,22 @@ TEST_F(look_again, a_port_whose_ban_ran_out_is_listed_again)
     EXPECT_EQ(candidates(), "eth2");
 }
 
-TEST_F(look_again, a_stage_that_begins_ends_the_pause_and_the_next_one_is_longer)
+TEST_F(look_again, a_stage_that_begins_ends_the_pause_which_does_not_count_then)
 {
     open_cycle();
-    engine.possible_wan_dev_list_cache = {};
     plug({"eth2"});
     delay_trigger_thread(dev("eth2"), 0);
     fire(engine.start_wan_detect);
     EXPECT_EQ(armed(engine.proto_detect_start), 0);
     EXPECT_EQ(armed(engine.look_again), NOT_ARMED);
+    unplug({"eth2"});
+    fire(engine.start_wan_detect.pending ? engine.start_wan_detect : engine.using_proto_detect);
+    for (int i = 0; i < 20 && !engine.look_again.pending; i++)
+        fire(engine.proto_detect_start.pending   ? engine.proto_detect_start
+             : engine.proto_detect_end.pending   ? engine.proto_detect_end
+             : engine.using_proto_detect.pending ? engine.using_proto_detect
+                                                 : engine.start_wan_detect);
+    EXPECT_EQ(pause_s(), 30);
 }
 
 TEST_F(look_again, a_cycle_that_ended_without_a_result_looks_again_while_the_wan_port_is_down)
