@@ -4,8 +4,8 @@
 #include <cstring>
 #include <netinet/in.h>
 
-#include "core/engine.h"
-#include "core/look_again.h"
+#include "core/cycle.h"
+#include "core/retries.h"
 #include "model/port_model.h"
 #include "platform/ipv4_text.h"
 #include "platform/log.h"
@@ -17,11 +17,6 @@ static t_device *first_candidate()
 {
     const t_device_list *first = engine.possible_wan_dev_list.head.next;
     return first ? first->dev : nullptr;
-}
-
-static void send_cycle_back()
-{
-    uloop_timeout_set(&engine.start_wan_detect, CYCLE_POLL_MS);
 }
 
 // The gateway of a static connection, the server of a tunnel over a static address.
@@ -51,7 +46,7 @@ void uloop_wan_detect_using_arp(uloop_timeout *)
     }
     if (list.count == 0) {
         LOG(Info, "Can't find gateway ip:%s in arp table, waiting for another device\n", target.text);
-        return send_cycle_back();
+        return look_in(CYCLE_POLL_MS);
     }
     t_device *first = first_candidate();
     if (connection_is("static")) {
@@ -59,8 +54,7 @@ void uloop_wan_detect_using_arp(uloop_timeout *)
             LOG(Info, "Found %d devices provide %s protocol(have gateway ip in arp detect:%s)! Next try dns detect!\n",
                 list.count, type, target.text);
             LOG(Info, "Start to detect in %d device(s) using dns\n", list.count);
-            uloop_timeout_set(&engine.using_dns, 0);
-            return;
+            return ask_by_dns();
         }
         if (first)
             LOG(Info,
@@ -129,7 +123,7 @@ void uloop_wan_detect_using_dns(uloop_timeout *)
     }
     if (count == 0) {
         LOG(Error, "Shouldn't happen, no device need to query dns, wainting for other device connect!\n");
-        return send_cycle_back();
+        return look_in(CYCLE_POLL_MS);
     }
     engine.dns_ctx.count = count;
     if (dns_lookup_via_multi_eth(&engine.dns_ctx)) {

@@ -2,10 +2,9 @@
 #include "core/cycle_end.h"
 
 #include "core/candidates.h"
+#include "core/cycle.h"
 #include "core/cycle_start.h"
-#include "core/engine.h"
-#include "core/link_change.h"
-#include "core/look_again.h"
+#include "core/retries.h"
 #include "core/wan_role.h"
 #include "model/banned.h"
 #include "model/current_wan.h"
@@ -30,17 +29,6 @@ static void make_wan(t_device *winner)
         wan_detect_remove_fake_wan();
         switch_wan_to_dev(winner, 0);
     }
-}
-
-// A one-shot request that is running keeps its flag.
-static void clear_cycle_flags()
-{
-    port_model.wan_detect_running = 0;
-    if (engine.stage_owner != t_stage_owner::request)
-        port_model.proto_detect_running = 0;
-    engine.restart_requested = 0;
-    engine.detecting = 0;
-    engine.stage_was_cut = false;
 }
 
 static void clear_parked_devices()
@@ -73,7 +61,7 @@ void clear_dev_volatile_attribute()
 static void send_cycle_back()
 {
     engine.result_dev = nullptr;
-    uloop_timeout_set(&engine.start_wan_detect, CYCLE_POLL_MS);
+    look_in(CYCLE_POLL_MS);
 }
 
 // True when the verdict was sent back to the candidates: its port may not be WAN any more, or the role it was to take
@@ -131,8 +119,7 @@ static void plan_next_look(bool found)
 void uloop_wan_detect_end(uloop_timeout *)
 {
     LOG_ENTER();
-    bool wan_was_lost = engine.start_wan_detect.pending; // nothing else asks for a pass once there is a verdict
-    cancel_cycle_stage();
+    const bool wan_was_lost = begin_end();
     update_banned_device_list(&port_model.banned_list);
     if (!port_model.enable)
         engine.result_dev = nullptr; // off means off, also for a verdict
@@ -143,7 +130,7 @@ void uloop_wan_detect_end(uloop_timeout *)
     update_wan_device(&port_model);
     dump_all_device(port_model.dev_hashmap_head);
     dump_all_protocols(port_model.proto_hashmap_head);
-    clear_cycle_flags();
+    close_cycle();
     if (winner)
         write_wan_detect_result_file();
     engine.result_dev = nullptr;

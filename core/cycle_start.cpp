@@ -2,9 +2,9 @@
 #include "core/cycle_start.h"
 
 #include "core/candidates.h"
-#include "core/engine.h"
-#include "core/look_again.h"
+#include "core/cycle.h"
 #include "core/proto_stage.h"
+#include "core/retries.h"
 #include "core/wan_role.h"
 #include "core/wishes.h"
 #include "model/banned.h"
@@ -19,7 +19,6 @@
 #include "probes/lan_hosts.h"
 
 constexpr const char *PASS = "uloop_start_wan_detect"; // its parts speak in its name
-constexpr int AFTER_VERDICT_MS = 1;                    // behind the steps that are due now
 constexpr int MAX_BUS_WAITS = 10;
 
 // How the remaining candidates are confirmed.
@@ -43,26 +42,26 @@ void refresh_reserved_ports()
     update_lan_gaming_port(&port_model.gaming);
 }
 
-// A request goes first, and this cycle next.
-static void wait_for_request(uloop_timeout *timer)
+void start_wan_detect_all(int delay_ms)
 {
-    engine.put_off = true;
-    uloop_timeout_set(timer, CYCLE_RETRY_MS);
+    LOG(Notice, "Will begin to detect all device after %dms!\n", delay_ms);
+    request_fresh_retries();
+    open_cycle_over_all_in(delay_ms);
 }
 
-void uloop_init_wan_detect_all(uloop_timeout *timer)
+void uloop_init_wan_detect_all(uloop_timeout *)
 {
     LOG_ENTER();
-    if (port_model.wan_detect_running) {
+    if (cycle_is_running()) {
         LOG(Info, "Aleady has a instace is running wan detect! Multi instance not allowed, auto retry in 500ms!\n");
         engine.restart_requested = 1;
-        uloop_timeout_set(timer, CYCLE_RETRY_MS);
-        return;
+        return open_cycle_over_all_in(CYCLE_RETRY_MS);
     }
     if (port_model.proto_detect_running) {
         LOG(Info,
             "Aleady has a instace is running protocol detection! Multi instance not allowed, auto retry in 500ms!\n");
-        return wait_for_request(timer);
+        wait_behind_request();
+        return open_cycle_over_all_in(CYCLE_RETRY_MS);
     }
     engine.result_dev = nullptr;
     clear_candidates();
@@ -71,31 +70,12 @@ void uloop_init_wan_detect_all(uloop_timeout *timer)
     update_banned_device_list(&port_model.banned_list);
     open_cycle(); // before the list is made: a port that comes up meanwhile is in the one or among the parked ones
     generate_possible_wan_dev_list();
-    uloop_timeout_set(&engine.start_wan_detect, 0);
 }
 
-// A pass that fell due while a stage blocked must not throw away what that found, and one that keeps falling due (a WAN
-// port that flaps) must not cut every stage short.
-static bool yields_to_stage(uloop_timeout *timer)
-{
-    if (engine.end.pending || engine.using_dns.pending) {
-        uloop_timeout_set(timer, AFTER_VERDICT_MS);
-        return true;
-    }
-    if (!engine.verdict_pending)
-        return false;
-    const bool again = engine.stage_was_cut;
-    engine.stage_was_cut = true;
-    return again;
-}
-
-// The first pass of a cycle takes the stage; every pass reads the connection type anew.
+// Every pass reads the connection type anew, the first one of a cycle the port as well.
 static void open_pass()
 {
-    cancel_cycle_stage();
-    forget_requested_start();
-    if (!port_model.wan_detect_running) {
-        port_model.wan_detect_running = 1;
+    if (begin_pass()) {
         begin_rounds();
         delete_file(WAN_RESULT_FILE);
         update_wan_device(&port_model);
@@ -193,8 +173,7 @@ static void confirm_candidates()
     switch (choose_confirmation()) {
     case t_confirmation::arp:
         LOG_AS(PASS, Info, "Start to detect in %d device(s) using arp\n", engine.possible_wan_dev_list.count);
-        uloop_timeout_set(&engine.using_arp, 0);
-        return;
+        return ask_by_arp();
     case t_confirmation::probes:
         break;
     case t_confirmation::unsupported:
@@ -213,10 +192,10 @@ static void confirm_candidates()
     start_cycle_proto_stage();
 }
 
-void uloop_start_wan_detect(uloop_timeout *timer)
+void uloop_start_wan_detect(uloop_timeout *)
 {
     LOG_ENTER();
-    if (yields_to_stage(timer))
+    if (pass_yields())
         return;
     open_pass();
     if (!may_go_on())
@@ -224,7 +203,8 @@ void uloop_start_wan_detect(uloop_timeout *timer)
     if (port_model.proto_detect_running) {
         LOG(Info,
             "Aleady has a instace is running protocol detection! Multi instance not allowed, auto retry in 500ms!\n");
-        return wait_for_request(timer);
+        wait_behind_request();
+        return look_in(CYCLE_RETRY_MS);
     }
 
     adopt_parked_devices();
@@ -239,16 +219,15 @@ void uloop_start_wan_detect(uloop_timeout *timer)
         return end_cycle_with(port_model.wan_dev);
     case t_wan_state::unknown:
         LOG(Info, "The network manager is away, asking again in %dms!\n", CYCLE_POLL_MS);
-        uloop_timeout_set(timer, CYCLE_POLL_MS);
-        return;
+        return look_in(CYCLE_POLL_MS);
     case t_wan_state::bad:
         break;
     }
     drop_candidate(port_model.wan_dev); // it was listed only to be looked at first
-    engine.put_off = false;
+    give_way_to_requests();
     if (!filter_candidates()) {
         LOG(Debug, "Zero device need to detect after filter! waiting for other devices plug in trigger!\n");
-        uloop_timeout_set(timer, CYCLE_POLL_MS);
+        look_in(CYCLE_POLL_MS);
         return look_again_later();
     }
     stop_looking_again();

@@ -15,8 +15,9 @@ extern "C" {
 #include <libubox/uloop.h>
 }
 
-constexpr int CYCLE_RETRY_MS = 500; // another cycle or a request is running
-constexpr int CYCLE_POLL_MS = 1000; // no candidate left, or none answered
+// Where a cycle is; core/cycle.cpp holds the ways between these. It runs from its first pass (looking) on.
+enum class t_cycle_state : uint8_t { resting, waiting, looking, probing, judging, asking_arp, asking_dns, ending };
+
 // Who holds the one protocol-probe stage.
 enum class t_stage_owner : uint8_t { nobody, cycle, request };
 
@@ -53,11 +54,11 @@ struct t_wan_detect_engine {
     uloop_timeout proto_detect_start;
     uloop_timeout proto_detect_end;
 
+    t_shared<t_cycle_state> state;
     // Keeps a cycle and a one-shot request out of each other's way.
     t_stage_owner stage_owner;
-    bool verdict_pending; // the cycle's stage is over, its answers are not judged yet
-    bool put_off;         // the cycle waits for a request, and is next
-    bool stage_was_cut;   // a pass cut the cycle's last stage short; the next one is let through
+    bool put_off;       // the cycle waits for a request, and is next
+    bool stage_was_cut; // a pass cut the cycle's last stage short; the next one is let through
 
     t_shared<uint32_t> waiting_since_ms; // when the cycle was opened, on the clock of monotonic_ms
     int bus_waits;                       // passes that waited for a network manager that is away
@@ -72,26 +73,6 @@ static_assert(offsetof(t_wan_detect_engine, gate) > offsetof(t_wan_detect_engine
 static_assert(offsetof(t_wan_detect_engine, proto_detect_elapsed_ms) > offsetof(t_wan_detect_engine, gate));
 
 extern t_wan_detect_engine engine;
-
-// Opens a cycle: ports that come up from now on are parked, and its wait may be put off from now on. Any thread.
-void open_cycle();
-
-// Opens a cycle over all linked pool ports after `delay_ms`. The last request wins.
-void start_wan_detect_all(int delay_ms);
-
-// Ends the cycle with a verdict, or without one (null).
-void end_cycle_with(t_device *result);
-
-// True, and the cycle on its way to an end without a verdict, when detection was switched off. `step` is the function
-// that says so.
-bool end_if_switched_off(const char *step);
-
-// True when a one-shot request would get into the cycle's way: it has been put off by one already, or holds answers
-// that are not judged, or a verdict that is not carried out yet.
-bool cycle_needs_stage();
-
-// Stops whatever stage of the cycle is running, with its timers and sockets; a one-shot request is left alone.
-void cancel_cycle_stage();
 
 // True when the current connection type begins with `keyword`; false without one.
 bool connection_is(const char *keyword);

@@ -1,10 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "core/link_change.h"
 
-#include <algorithm>
-
 #include "core/background.h"
-#include "core/engine.h"
+#include "core/cycle.h"
 #include "core/wishes.h"
 #include "model/banned.h"
 #include "model/lists.h"
@@ -26,7 +24,7 @@ static const char *link_word(bool up)
 static int park_silently(t_device *dev, int *parked)
 {
     t_spin_guard guard(engine_gate->locks.cache_lock);
-    if (!engine.detecting)
+    if (!cycle_is_open())
         return ERR_NOTHING_DONE;
     t_device_list_head &cache = engine.possible_wan_dev_list_cache;
     int added = link_unique_device_inorder(&cache.head, dev);
@@ -78,55 +76,29 @@ static bool store_link(t_device *dev, bool up)
     return true;
 }
 
-void reopen_after_wan_loss()
-{
-    const t_device *now_wan = port_model.wan_dev;
-    if (!now_wan || now_wan->link_active)
-        return;
-    open_cycle();
-    uloop_timeout_set(&engine.start_wan_detect, WAN_DOWN_DELAY_MS);
-    LOG_AS(CHANGE, Info, "Wan down!! Begin detecting in %dms\n", WAN_DOWN_DELAY_MS);
-}
-
-// A WAN port that flaps puts its cycle off, but not for ever.
-static int quiet_wait_ms()
-{
-    const auto waited_ms = static_cast<int64_t>(monotonic_ms() - engine.waiting_since_ms);
-    const int64_t left_ms = WAN_DOWN_DELAY_MS + MAX_POSTPONED_MS - waited_ms;
-    return static_cast<int>(std::clamp<int64_t>(left_ms, 0, WAN_DOWN_DELAY_MS));
-}
-
 // True when that is all: the change opens the cycle, puts it off or brings its next pass forward, or means nothing.
 static bool wan_change_is_served(const t_device *dev, bool up)
 {
-    bool running = port_model.wan_detect_running;
-    if (!engine.detecting && !running) {
-        if (up) {
+    if (!cycle_is_open()) {
+        if (up)
             LOG_AS(CHANGE, Debug, "Ignore: Device %s link status change to %s!\n", dev->name, link_word(up));
-            return true;
-        }
-        open_cycle();
-        request_start_wan_detect(WAN_DOWN_DELAY_MS);
-        LOG_AS(CHANGE, Info, "Wan down!! Begin detecting in %dms\n", WAN_DOWN_DELAY_MS);
+        else
+            open_cycle_after_loss();
         return true;
     }
-    if (!running) {
-        const int wait_ms = quiet_wait_ms();
-        request_start_wan_detect(wait_ms);
-        LOG_AS(CHANGE, Info, "Reset start detecting time to %dms\n", wait_ms);
+    if (!cycle_is_running()) {
+        put_off_first_pass();
         return true;
     }
-    if (up)
-        return false;
-    request_start_wan_detect(WAN_DOWN_RETRY_MS);
-    LOG_AS(CHANGE, Info, "Wan down during detecting!! Begin detecting in %dms\n", WAN_DOWN_RETRY_MS);
-    return true;
+    if (!up)
+        interrupt_cycle();
+    return !up;
 }
 
 // A cycle is open: the port joins it when its link has settled.
 static void park_later(t_device *dev)
 {
-    if (port_model.wan_detect_running)
+    if (cycle_is_running())
         LOG_AS(CHANGE, Debug,
                "Noticed dev:%s turned up during detecting! Add it to possible_wan_dev_list_cache after %dms!\n",
                dev->name, static_cast<int>(PORT_SETTLE_MS));
@@ -149,7 +121,7 @@ static void act_on_change(t_device *dev, bool up)
     if (dev == port_model.wan_dev) {
         if (wan_change_is_served(dev, up))
             return;
-    } else if (!up || !(engine.detecting || port_model.wan_detect_running)) {
+    } else if (!up || !cycle_is_open()) {
         LOG_AS(CHANGE, Debug, "Ignore: Device %s link status change to %s!\n", dev->name, link_word(up));
         return;
     }

@@ -1,87 +1,20 @@
 // SPDX-License-Identifier: MIT
 #include "core/look_again.h"
 
-#include <algorithm>
-
 #include "core/candidates.h"
+#include "core/cycle.h"
 #include "core/cycle_start.h"
-#include "core/engine.h"
+#include "core/retries.h"
 #include "model/banned.h"
-#include "model/config_text.h"
 #include "model/port_model.h"
-#include "platform/clock.h"
 #include "platform/log.h"
-#include "platform/result_codes.h"
-#include "platform/uci_access.h"
-
-constexpr int NO_RETRIES = 0;
-
-static int first_pause_s()
-{
-    char value[UCI_VALUE_SIZE] = "";
-    int seconds = RETRY_FIRST_S;
-    if (_uci_get_value("network.auto_wan_detect.retry_interval", value) != OK ||
-        parse_decimal(value, NO_RETRIES, NO_RETRIES, &seconds))
-        return seconds;
-    parse_decimal(value, RETRY_SHORTEST_FIRST_S, RETRY_LONGEST_FIRST_S, &seconds);
-    return seconds;
-}
-
-static int pause_after(int pause_s)
-{
-    return std::min(2 * pause_s, std::max(engine.retry.first_s, RETRY_LONGEST_S));
-}
-
-static void arm(int pause_s)
-{
-    engine.retry.armed_s = pause_s;
-    uloop_timeout_set(&engine.look_again, pause_s * MILLISECONDS_PER_SECOND);
-}
-
-void look_again_later()
-{
-    if (engine.look_again.pending || !port_model.enable || !port_model.router_mode)
-        return;
-    engine.retry.first_s = first_pause_s();
-    if (engine.retry.first_s == NO_RETRIES)
-        return;
-    const int pause_s = std::max(engine.retry.next_s, engine.retry.first_s);
-    LOG(Info, "No port left to ask, looking at all ports again in %ds!\n", pause_s);
-    arm(pause_s);
-}
-
-void stop_looking_again()
-{
-    uloop_timeout_cancel(&engine.look_again);
-}
-
-// A pause that is already a first one runs on: who changes all the time does not put the look off for ever.
-void begin_retries_anew()
-{
-    if (!engine.look_again.pending)
-        engine.retry.next_s = 0;
-    else if (engine.retry.armed_s > engine.retry.first_s)
-        arm(engine.retry.first_s);
-}
-
-bool asks_in_own_name()
-{
-    return engine.retry.round % 2 != 0;
-}
-
-void begin_rounds()
-{
-    if (!engine.retry.opened_cycle)
-        engine.retry.round = 0;
-    engine.retry.opened_cycle = false;
-}
 
 static void list_anew()
 {
     refresh_reserved_ports();
     update_banned_device_list(&port_model.banned_list);
     generate_possible_wan_dev_list();
-    uloop_timeout_set(&engine.start_wan_detect, 0);
+    look_in(0);
 }
 
 void uloop_look_again(uloop_timeout *)
@@ -89,15 +22,13 @@ void uloop_look_again(uloop_timeout *)
     LOG_ENTER();
     if (!port_model.enable || !port_model.router_mode)
         return;
-    engine.retry.next_s = pause_after(engine.retry.armed_s); // a pause that was cut short does not count
-    if (port_model.wan_detect_running) {
-        engine.retry.round++;
+    if (cycle_is_running()) {
+        begin_look(false);
         return list_anew();
     }
     // A cycle that is about to open looks itself.
-    if (engine.detecting || engine.init_wan_detect_all.pending || current_wan_is_good())
+    if (cycle_is_open() || engine.init_wan_detect_all.pending || current_wan_is_good())
         return;
-    engine.retry.round++;
-    engine.retry.opened_cycle = true;
-    uloop_timeout_set(&engine.init_wan_detect_all, 0);
+    begin_look(true);
+    open_cycle_over_all_in(0);
 }

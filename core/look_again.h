@@ -1,31 +1,10 @@
 // SPDX-License-Identifier: MIT
-// A cycle that has nobody left to ask, or ended without a port, looks again after a pause that grows. Loop thread only.
+// The end of a pause between two looks. Timer callback.
 #pragma once
 
 extern "C" {
 #include <libubox/uloop.h>
 }
-
-constexpr int RETRY_FIRST_S = 30; // unless network.auto_wan_detect.retry_interval says otherwise; then twice as long
-constexpr int RETRY_LONGEST_S = 300;
-constexpr int RETRY_SHORTEST_FIRST_S = 10;
-constexpr int RETRY_LONGEST_FIRST_S = 3600;
-
-// Asks for the next look unless one is due already, and lengthens the pause before the one after it. Nothing happens
-// with detection off, outside router mode, or when the configuration wants no retries.
-void look_again_later();
-
-// Somebody is asked, or was found: no look is due any more.
-void stop_looking_again();
-
-// Something changed: the pauses begin with the shortest again, also the one that is running.
-void begin_retries_anew();
-
-// True in every second look: gateways that answer no stranger are asked in the connection's own name then.
-bool asks_in_own_name();
-
-// A cycle begins: unless it was opened by a look, its first search is asked in the bridge's name again.
-void begin_rounds();
 
 // Lists all ports that may be WAN anew, in a cycle of its own if none is open.
 void uloop_look_again(uloop_timeout *timer);

@@ -11,6 +11,8 @@
 
 #include "core/background.h"
 #include "core/combo_switch.h"
+#include "core/cycle.h"
+#include "core/cycle_start.h"
 #include "core/engine.h"
 #include "core/link_change.h"
 #include "core/link_scan.h"
@@ -118,7 +120,7 @@ static void open_first_cycle()
     if (get_network_status(0, connection_is("static")) == NETWORK_CONNECTED)
         wan_detect_remove_fake_wan();
     else
-        uloop_timeout_set(&engine.init_wan_detect_all, 0);
+        open_cycle_over_all_in(0);
 }
 
 static int start_worker(t_worker *worker, t_thread_body body)

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "core/proto_stage.h"
 
-#include "core/cycle_start.h"
-#include "core/engine.h"
+#include "core/cycle.h"
 #include "core/wishes.h"
 #include "model/banned.h"
 #include "model/current_wan.h"
@@ -26,14 +25,6 @@ static t_protocol *dhcp_protocol()
     return find_protocol(port_model.proto_hashmap_head, "dhcp");
 }
 
-static void take_stage(t_stage_owner owner)
-{
-    port_model.proto_detect_running = 1;
-    engine.stage_owner = owner;
-    engine.proto_detect_elapsed_ms = 0;
-    delete_file(PROTO_RESULT_FILE);
-}
-
 static void forget_recorded_protocols(t_device *only)
 {
     if (only)
@@ -46,7 +37,7 @@ static void forget_recorded_protocols(t_device *only)
 int start_proto_detect(const t_proto_detect_request *request)
 {
     LOG_ENTER();
-    if (port_model.proto_detect_running || cycle_needs_stage()) {
+    if (stage_is_taken()) {
         LOG(Error, "A instace is running protocol detection! Not allowed detect protocol now!\n");
         return ERR_BUSY;
     }
@@ -55,13 +46,14 @@ int start_proto_detect(const t_proto_detect_request *request)
     engine.proto_detect_dev = request->dev;
     engine.proto_detect_target = request->protocol;
     take_stage(t_stage_owner::request);
+    delete_file(PROTO_RESULT_FILE);
     update_lan_agg_port(port_model.dev_hashmap_head, &port_model.lan_agg[0]);
     update_lan_gaming_port(&port_model.gaming);
     update_eth_link_status(port_model.dev_hashmap_head);
     update_brlan_dev(&port_model);
     update_banned_device_list(&port_model.banned_list);
     forget_recorded_protocols(engine.proto_detect_dev);
-    uloop_timeout_set(&engine.proto_detect_start, 0);
+    send_probes_now();
     return OK;
 }
 
@@ -70,11 +62,10 @@ void start_cycle_proto_stage()
     engine.proto_detect_dev = nullptr;
     engine.proto_detect_target = tunnel_over("dynamic") ? dhcp_protocol() : port_model.wan_proto;
     engine.proto_detect_timeout_ms = CYCLE_STAGE_TIMEOUT_MS;
-    take_stage(t_stage_owner::cycle);
-    engine.verdict_pending = true;
+    begin_probing();
+    delete_file(PROTO_RESULT_FILE);
     forget_recorded_protocols(nullptr);
-    uloop_timeout_set(&engine.proto_detect_start, 0);
-    uloop_timeout_set(&engine.using_proto_detect, PROTO_JUDGE_INTERVAL_MS);
+    send_probes_now();
 }
 
 void uloop_proto_detect_start(uloop_timeout *)
@@ -109,16 +100,14 @@ void uloop_proto_detect_start(uloop_timeout *)
         if (dhcp_failed == want_dhcp && pppoe_failed == want_pppoe)
             end_delay_ms = 0;
     }
-    uloop_timeout_set(&engine.proto_detect_end, end_delay_ms);
+    collect_in(end_delay_ms);
 }
 
-static void finish_stage()
+static void close_stage()
 {
     dump_all_device(port_model.dev_hashmap_head);
     dump_all_protocols(port_model.proto_hashmap_head);
-    port_model.proto_detect_running = 0;
-    engine.stage_owner = t_stage_owner::nobody;
-    engine.proto_detect_elapsed_ms = 0;
+    finish_stage();
     write_proto_detect_result_file();
 }
 
@@ -133,7 +122,7 @@ static int collect_pppoe(bool final)
 }
 
 // Long because every line that tells how a stage went stands here.
-void uloop_proto_detect_end(uloop_timeout *timer)
+void uloop_proto_detect_end(uloop_timeout *)
 {
     const t_protocol *dhcp = dhcp_protocol();
     LOG_ENTER();
@@ -175,11 +164,9 @@ void uloop_proto_detect_end(uloop_timeout *timer)
             LOG(Debug, "pppoe discovery packet timeout!\n");
         }
     }
-    if (collected == t_collected::waiting) {
-        uloop_timeout_set(timer, PROTO_COLLECT_INTERVAL_MS);
-        return;
-    }
-    finish_stage();
+    if (collected == t_collected::waiting)
+        return collect_in(PROTO_COLLECT_INTERVAL_MS);
+    close_stage();
     LOG(Info, "Detection over!\n");
 }
 

@@ -11,7 +11,7 @@ extern "C" {
 
 constexpr const char *PROTO_RESULT_FILE = "/tmp/protocol_detect_result";
 constexpr int PROTO_COLLECT_INTERVAL_MS = 500;
-constexpr int PROTO_JUDGE_INTERVAL_MS = 100;
+constexpr int CYCLE_STAGE_TIMEOUT_MS = 2000;
 constexpr unsigned MAX_SILENT_RETRIES = 2; // a port stays after so many silent stages and leaves after the next
 
 // Takes a one-shot request over. 0, or ERR_BUSY when a detection is running; then nothing changes.

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // A cycle judges the answers of its probe stage.
 #include "core/candidates.h"
-#include "core/engine.h"
+#include "core/cycle.h"
 #include "core/proto_stage.h"
 #include "model/lists.h"
 #include "model/port_model.h"
@@ -71,7 +71,7 @@ int remove_specific_proto_dev_from_list()
     return found;
 }
 
-void uloop_wan_detect_using_proto_detect(uloop_timeout *timer)
+void uloop_wan_detect_using_proto_detect(uloop_timeout *)
 {
     LOG_ENTER();
     if (end_if_switched_off(__func__))
@@ -86,21 +86,16 @@ void uloop_wan_detect_using_proto_detect(uloop_timeout *timer)
             LOG(Debug, "Protocol%s detect is still in progress, Waiting...\n", type);
         else
             LOG(Debug, "Protocol %s detect is still in progress, Waiting...\n", type);
-        uloop_timeout_set(timer, PROTO_JUDGE_INTERVAL_MS);
-        return;
+        return judge_later();
     }
-    engine.verdict_pending = false;
-    engine.stage_was_cut = false;
     int found = remove_specific_proto_dev_from_list();
     if (found == 0) {
         LOG(Info, "No device using protocol %s! waiting for another device or retry!\n", type);
-        uloop_timeout_set(&engine.start_wan_detect, CYCLE_POLL_MS);
-        return;
+        return look_in(CYCLE_POLL_MS);
     }
     if (connection_is("dhcp") && found > 1) {
         LOG(Info, "Found %d devices provide %s protocol! Next try dns detect!\n", found, type);
-        uloop_timeout_set(&engine.using_dns, 0);
-        return;
+        return ask_by_dns();
     }
     const t_device_list *first = engine.possible_wan_dev_list.head.next;
     t_device *winner = first ? first->dev : nullptr;

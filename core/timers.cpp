@@ -1,13 +1,17 @@
 // SPDX-License-Identifier: MIT
-// Every timer of the engine and the step that it leads to.
+// Every timer of the engine and the step that it leads to, and who serves the wishes of other threads.
 #include "core/timers.h"
 
 #include "core/confirm_stages.h"
+#include "core/cycle.h"
 #include "core/cycle_end.h"
 #include "core/cycle_start.h"
 #include "core/engine.h"
 #include "core/look_again.h"
 #include "core/proto_stage.h"
+#include "core/retries.h"
+#include "core/wan_role.h"
+#include "core/wishes.h"
 #include "platform/log.h"
 
 // Wakes the loop at least ten times a second, whatever else sleeps.
@@ -35,4 +39,5 @@ void bind_engine_timers()
     engine.end.cb = uloop_wan_detect_end;
     engine.heartbeat.cb = uloop_heartbeat;
     engine.look_again.cb = uloop_look_again;
+    bind_wish_servers({serve_wished_pass, follow_moved_role, begin_retries_anew});
 }

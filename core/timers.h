@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Binding the engine's timers to their steps, once, at start-up.
+// Binding the engine's timers and wishes to its steps, once, at start-up.
 #pragma once
 
 constexpr int HEARTBEAT_INTERVAL_MS = 100;

@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "core/wan_role.h"
 
-#include "core/engine.h"
-#include "core/link_change.h"
-#include "core/look_again.h"
+#include "core/cycle.h"
+#include "core/retries.h"
 #include "model/current_wan.h"
 #include "model/port_model.h"
 #include "model/records.h"
@@ -25,7 +24,7 @@ t_role look_at_role()
 
 void follow_moved_role()
 {
-    if (engine.detecting || port_model.wan_detect_running)
+    if (cycle_is_open())
         return; // the cycle looks itself
     if (look_at_role() == t_role::moved && port_model.enable && port_model.router_mode)
         reopen_after_wan_loss();

@@ -2,15 +2,12 @@
 #include "core/wishes.h"
 
 #include "core/background.h"
-#include "core/engine.h"
-#include "core/link_change.h"
-#include "core/look_again.h"
-#include "core/wan_role.h"
-#include "model/port_model.h"
+#include "platform/shared.h"
 
 constexpr int NO_REQUEST = -1;
 
-static t_shared<int> wished_start_ms = {NO_REQUEST};
+static t_wish_servers serve;
+static t_shared<int> wished_pass_ms = {NO_REQUEST};
 static t_flag wished_role_look;
 static t_flag wished_fresh_retries;
 
@@ -20,26 +17,25 @@ static bool take(t_flag &wish)
     return __atomic_exchange_n(&wish.value, uint8_t{0}, __ATOMIC_ACQ_REL) != 0;
 }
 
-void request_start_wan_detect(int delay_ms)
+void bind_wish_servers(const t_wish_servers &servers)
 {
-    if (on_loop_thread()) {
-        forget_requested_start();
-        uloop_timeout_set(&engine.start_wan_detect, delay_ms);
-        return;
-    }
-    wished_start_ms = delay_ms;
-    wake_loop();
+    serve = servers;
 }
 
-void forget_requested_start()
+void request_pass(int delay_ms)
 {
-    wished_start_ms = NO_REQUEST;
+    if (on_loop_thread()) {
+        forget_requested_pass();
+        return serve.pass(delay_ms);
+    }
+    wished_pass_ms = delay_ms;
+    wake_loop();
 }
 
 void request_role_look()
 {
     if (on_loop_thread())
-        return follow_moved_role();
+        return serve.role_look();
     wished_role_look = 1;
     wake_loop();
 }
@@ -47,35 +43,30 @@ void request_role_look()
 void request_fresh_retries()
 {
     if (on_loop_thread())
-        return begin_retries_anew();
+        return serve.fresh_retries();
     wished_fresh_retries = 1;
     wake_loop();
 }
 
-// A cycle may have ended between the wish and now.
-static void serve_start()
+void forget_requested_pass()
 {
-    int delay_ms = __atomic_exchange_n(&wished_start_ms.value, NO_REQUEST, __ATOMIC_ACQ_REL);
-    if (delay_ms == NO_REQUEST)
-        return;
-    if (engine.detecting || port_model.wan_detect_running)
-        uloop_timeout_set(&engine.start_wan_detect, delay_ms);
-    else
-        reopen_after_wan_loss();
+    wished_pass_ms = NO_REQUEST;
 }
 
 void serve_wishes()
 {
     if (take(wished_fresh_retries))
-        begin_retries_anew();
-    serve_start();
+        serve.fresh_retries();
+    const int delay_ms = __atomic_exchange_n(&wished_pass_ms.value, NO_REQUEST, __ATOMIC_ACQ_REL);
+    if (delay_ms != NO_REQUEST)
+        serve.pass(delay_ms);
     if (take(wished_role_look))
-        follow_moved_role();
+        serve.role_look();
 }
 
 void forget_wishes()
 {
-    forget_requested_start();
+    forget_requested_pass();
     wished_role_look = 0;
     wished_fresh_retries = 0;
 }

@@ -3,17 +3,23 @@
 // its kind winning, and the loop is woken to serve it. On the loop thread a wish is served at once.
 #pragma once
 
-// Arms uloop_start_wan_detect after `delay_ms`. Any thread.
-void request_start_wan_detect(int delay_ms);
+// Who serves each kind of wish, on the loop thread.
+struct t_wish_servers {
+    void (*pass)(int delay_ms); // the cycle's next pass
+    void (*role_look)();        // the configuration gives the WAN role to another port than the engine knows
+    void (*fresh_retries)();    // the world changed: whoever pauses begins with the shortest pause again
+};
 
-// A pass that begins looks at all links itself: a start that is still wished for has been answered. Loop thread.
-void forget_requested_start();
+// Once, at start-up.
+void bind_wish_servers(const t_wish_servers &servers);
 
-// The configuration was seen to give the WAN role to another port than the engine knows. Any thread.
+// Any thread.
+void request_pass(int delay_ms);
 void request_role_look();
-
-// The world changed: whoever pauses between two looks begins with the shortest pause again. Any thread.
 void request_fresh_retries();
+
+// A pass that begins looks at all links itself: one that is still wished for has been answered. Loop thread.
+void forget_requested_pass();
 
 // Serves what was wished since the last time. Loop thread.
 void serve_wishes();

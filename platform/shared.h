@@ -9,8 +9,19 @@
 template <typename T> struct t_shared {
     T value;
 
-    T load() const { return __atomic_load_n(&value, __ATOMIC_ACQUIRE); }
-    void store(T wanted) { __atomic_store_n(&value, wanted, __ATOMIC_RELEASE); }
+    T load() const
+    {
+        T seen;
+        __atomic_load(&value, &seen, __ATOMIC_ACQUIRE);
+        return seen;
+    }
+    void store(T wanted) { __atomic_store(&value, &wanted, __ATOMIC_RELEASE); }
+
+    // Stores only where `expected` stands; true when it did.
+    bool replace(T expected, T wanted)
+    {
+        return __atomic_compare_exchange(&value, &expected, &wanted, false, __ATOMIC_ACQ_REL, __ATOMIC_ACQUIRE);
+    }
 
     operator T() const { return load(); }
     T operator->() const { return load(); }

@@ -11,6 +11,8 @@
 
 #include "core/background.h"
 #include "core/candidates.h"
+#include "core/cycle.h"
+#include "core/cycle_start.h"
 #include "core/fake_probes.h"
 #include "core/link_change.h"
 #include "core/link_scan.h"

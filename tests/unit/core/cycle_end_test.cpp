@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "core/cycle.h"
 #include "core/cycle_end.h"
 
 #include <filesystem>
@@ -19,8 +20,7 @@ protected:
     // The end of a cycle that was running, with a verdict.
     void end_with(t_device *winner)
     {
-        engine.detecting = 1;
-        port_model.wan_detect_running = 1;
+        be_running();
         end_cycle_with(winner);
         fire(engine.end);
     }

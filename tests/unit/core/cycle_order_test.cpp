@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 // Who goes first when a pass, a stage, a request, a ban and a bus that is away meet.
 #include "core/background.h"
+#include "core/cycle.h"
+#include "core/cycle_start.h"
 #include "core/engine_fixture.h"
 #include "core/link_change.h"
 #include "core/proto_stage.h"
@@ -361,8 +363,7 @@ TEST_F(cycle_order, a_port_that_comes_up_while_the_list_is_made_is_listed_or_par
 TEST_F(cycle_order, a_loss_that_is_served_after_its_cycle_says_how_long_the_next_one_waits)
 {
     plug({"eth0"});
-    engine.detecting = 1;
-    port_model.wan_detect_running = 1;
+    be_running();
     end_cycle_with(dev("eth0"));
     wan_detect_process_link_change(dev("eth0"), false);
     fire(engine.end);

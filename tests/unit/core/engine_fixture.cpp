@@ -6,6 +6,7 @@
 
 #include "core/background.h"
 #include "core/candidates.h"
+#include "core/cycle.h"
 #include "core/cycle_start.h"
 #include "core/link_change.h"
 #include "core/proto_stage.h"
@@ -189,4 +190,11 @@ std::string t_engine_test::candidates()
     for (t_device_list *node = engine.possible_wan_dev_list.head.next; node; node = node->next)
         names += (names.empty() ? "" : " ") + std::string(node->dev->name);
     return names;
+}
+
+void t_engine_test::be_in(t_cycle_state state)
+{
+    engine.state = state;
+    engine.detecting = state != t_cycle_state::resting;
+    port_model.wan_detect_running = state >= t_cycle_state::looking;
 }

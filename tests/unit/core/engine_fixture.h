@@ -44,5 +44,10 @@ protected:
 
     static std::string candidates();
 
+    // A cycle that is open, and one that runs, without the steps that lead there.
+    static void be_waiting() { be_in(t_cycle_state::waiting); }
+    static void be_running() { be_in(t_cycle_state::looking); }
+    static void be_in(t_cycle_state state);
+
     std::unique_ptr<t_log_capture> log;
 };

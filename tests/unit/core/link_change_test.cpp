@@ -4,6 +4,7 @@
 #include <cerrno>
 
 #include "core/background.h"
+#include "core/cycle.h"
 #include "core/cycle_start.h"
 #include "core/engine_fixture.h"
 #include "core/timers.h"
@@ -34,7 +35,7 @@ protected:
         ASSERT_EQ(start_background_thread(
                       &thread,
                       [](void *) -> void * {
-                          request_start_wan_detect(1000);
+                          request_pass(1000);
                           leave_background();
                           return nullptr;
                       },
@@ -105,8 +106,7 @@ TEST_F(link_change, a_second_loss_within_the_10_s_restarts_the_wait)
 
 TEST_F(link_change, a_loss_during_a_running_cycle_filters_again_after_a_second)
 {
-    engine.detecting = 1;
-    port_model.wan_detect_running = 1;
+    be_running();
     dev("eth0")->link_active = 1;
     wan_detect_process_link_change(dev("eth0"), false);
     EXPECT_EQ(armed(engine.start_wan_detect), 1000);
@@ -137,8 +137,7 @@ TEST_F(link_change, another_port_is_ignored_while_no_cycle_is_open)
 
 TEST_F(link_change, another_port_going_down_is_ignored_during_a_cycle_too)
 {
-    engine.detecting = 1;
-    port_model.wan_detect_running = 1;
+    be_running();
     dev("eth1")->link_active = 1;
     wan_detect_process_link_change(dev("eth1"), false);
     EXPECT_TRUE(log->has("Debug", "wan_detect_process_link_change", "Ignore: Device eth1 link status change to down!"));
@@ -147,7 +146,7 @@ TEST_F(link_change, another_port_going_down_is_ignored_during_a_cycle_too)
 
 TEST_F(link_change, a_port_that_comes_up_before_the_cycle_runs_is_noticed)
 {
-    engine.detecting = 1;
+    be_waiting();
     wan_detect_process_link_change(dev("eth1"), true);
     EXPECT_TRUE(log->has("Debug", "wan_detect_process_link_change",
                          "Noticed lan dev:eth1 turned up during delay! Add it to possible_wan_dev_list_cache after "
@@ -157,8 +156,7 @@ TEST_F(link_change, a_port_that_comes_up_before_the_cycle_runs_is_noticed)
 
 TEST_F(link_change, a_port_that_comes_up_during_the_cycle_is_noticed_and_so_is_the_wan_port)
 {
-    engine.detecting = 1;
-    port_model.wan_detect_running = 1;
+    be_running();
     wan_detect_process_link_change(dev("eth1"), true);
     wan_detect_process_link_change(dev("eth0"), true);
     for (const char *port : {"eth0", "eth1"})
@@ -170,7 +168,7 @@ TEST_F(link_change, a_port_that_comes_up_during_the_cycle_is_noticed_and_so_is_t
 
 TEST_F(link_change, shutdown_ends_a_settling_delay_at_once_and_the_thread_touches_nothing)
 {
-    engine.detecting = 1;
+    be_waiting();
     wan_detect_process_link_change(dev("eth1"), true);
     const t_time_stamp start = get_time_stamp();
     EXPECT_TRUE(stop_background_threads());
@@ -180,7 +178,7 @@ TEST_F(link_change, shutdown_ends_a_settling_delay_at_once_and_the_thread_touche
 
 TEST_F(link_change, a_settled_port_is_parked_and_joins_at_the_next_pass)
 {
-    engine.detecting = 1;
+    be_waiting();
     plug({"eth1"});
     delay_trigger_thread(dev("eth1"), 0);
     EXPECT_EQ(engine.possible_wan_dev_list_cache.count, 1);
@@ -195,7 +193,7 @@ TEST_F(link_change, a_settled_port_is_parked_and_joins_at_the_next_pass)
 
 TEST_F(link_change, a_port_parked_already_is_told)
 {
-    engine.detecting = 1;
+    be_waiting();
     dev("eth1")->link_active = 1;
     delay_trigger_thread(dev("eth1"), 0);
     delay_trigger_thread(dev("eth1"), 0);
@@ -206,7 +204,7 @@ TEST_F(link_change, a_port_parked_already_is_told)
 
 TEST_F(link_change, a_port_that_went_down_again_is_not_parked)
 {
-    engine.detecting = 1;
+    be_waiting();
     delay_trigger_thread(dev("eth1"), 0);
     EXPECT_EQ(engine.possible_wan_dev_list_cache.count, 0);
     EXPECT_TRUE(
@@ -252,14 +250,14 @@ TEST_F(link_change, the_last_of_several_wishes_wins)
     start_background_thread(
         &thread,
         [](void *) -> void * {
-            request_start_wan_detect(1000);
-            request_start_wan_detect(10000);
+            request_pass(1000);
+            request_pass(10000);
             leave_background();
             return nullptr;
         },
         nullptr);
     pthread_join(thread, nullptr);
-    engine.detecting = 1;
+    be_waiting();
     uloop_run_timeout(1000);
     EXPECT_EQ(armed(engine.start_wan_detect), 10000);
     detach_background_from_loop();
@@ -302,8 +300,7 @@ TEST_F(link_change, a_pass_answers_the_wishes_that_were_left_before_it)
 
 TEST_F(link_change, a_loss_of_the_wan_port_between_the_verdict_and_the_end_opens_the_next_cycle)
 {
-    engine.detecting = 1;
-    port_model.wan_detect_running = 1;
+    be_running();
     plug({"eth0"});
     end_cycle_with(dev("eth0"));
     wan_detect_process_link_change(dev("eth0"), false);
@@ -315,7 +312,7 @@ TEST_F(link_change, a_loss_of_the_wan_port_between_the_verdict_and_the_end_opens
 
 TEST_F(link_change, a_change_that_two_threads_see_is_acted_upon_once)
 {
-    engine.detecting = 1;
+    be_waiting();
     pthread_t threads[2];
     pthread_rwlock_rdlock(&engine.gate.locks.device_lock);
     for (pthread_t &thread : threads)
@@ -339,7 +336,7 @@ TEST_F(link_change, a_change_that_two_threads_see_is_acted_upon_once)
 
 TEST_F(link_change, a_port_that_settles_while_the_cycle_ends_is_not_left_behind)
 {
-    engine.detecting = 1;
+    be_waiting();
     dev("eth1")->link_active = 1;
     pthread_t thread;
     pthread_spin_lock(&engine.gate.locks.cache_lock);
@@ -353,7 +350,7 @@ TEST_F(link_change, a_port_that_settles_while_the_cycle_ends_is_not_left_behind)
                   dev("eth1")),
               0);
     sleep_ms(REACH_LOCK_MS);
-    engine.detecting = 0;
+    be_in(t_cycle_state::resting);
     pthread_spin_unlock(&engine.gate.locks.cache_lock);
     pthread_join(thread, nullptr);
     EXPECT_EQ(engine.possible_wan_dev_list_cache.count, 0);
@@ -398,7 +395,7 @@ TEST_F(link_change, threads_beyond_the_limit_are_refused_until_others_have_left)
         pthread_detach(thread);
     }
     EXPECT_EQ(start_background_thread(&thread, sleep_until_stopped, nullptr), EAGAIN);
-    engine.detecting = 1;
+    be_waiting();
     EXPECT_EQ(wan_detect_process_link_change(dev("eth1"), true), 0);
     EXPECT_TRUE(log->has("Error", "wan_detect_process_link_change",
                          "pthread_create pid_delay_trigger_thread failed...ret=11, continue whatever!"));

@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Off means off: whatever a cycle is doing when detection is switched off, no role is moved any more.
+#include "core/cycle.h"
+#include "core/cycle_start.h"
 #include "core/engine_fixture.h"
 
 namespace {

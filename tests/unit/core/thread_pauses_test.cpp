@@ -4,6 +4,8 @@
 
 #include "core/background.h"
 #include "core/combo_switch.h"
+#include "core/cycle.h"
+#include "core/cycle_start.h"
 #include "core/engine_fixture.h"
 #include "core/link_change.h"
 #include "core/link_scan.h"
@@ -99,7 +101,7 @@ TEST_F(thread_pauses, the_combo_switch_rests_20_s_once_after_a_switch)
 TEST_F(thread_pauses, a_port_that_came_up_is_parked_after_9_s)
 {
     recorded_pauses.reset(1);
-    engine.detecting = 1;
+    be_waiting();
     wan_detect_process_link_change(dev("eth1"), true);
     ASSERT_TRUE(recorded_pauses.others_reach(1));
     EXPECT_TRUE(stop_background_threads());
@@ -110,7 +112,7 @@ TEST_F(thread_pauses, a_port_that_came_up_is_parked_after_9_s)
 TEST_F(thread_pauses, whoever_started_a_settling_delay_sleeps_5_ms)
 {
     recorded_pauses.reset(1);
-    engine.detecting = 1;
+    be_waiting();
     wan_detect_process_link_change(dev("eth1"), true);
     EXPECT_EQ(recorded_pauses.short_ones(), t_pauses{5});
 }
@@ -118,7 +120,7 @@ TEST_F(thread_pauses, whoever_started_a_settling_delay_sleeps_5_ms)
 TEST_F(thread_pauses, a_settling_delay_that_cannot_be_detached_is_told_and_works_all_the_same)
 {
     recorded_pauses.reset(1);
-    engine.detecting = 1;
+    be_waiting();
     detaching_fails = true;
     EXPECT_EQ(wan_detect_process_link_change(dev("eth1"), true), 0);
     detaching_fails = false;

@@ -3,6 +3,8 @@
 
 #include "core/background.h"
 #include "core/combo_switch.h"
+#include "core/cycle.h"
+#include "core/cycle_start.h"
 #include "core/engine_fixture.h"
 #include "core/wishes.h"
 #include "model/current_wan.h"

@@ -1,0 +1,272 @@
+// SPDX-License-Identifier: MIT
+#include "core/cycle.h"
+
+#include <algorithm>
+
+#include "core/wishes.h"
+#include "model/port_model.h"
+#include "platform/clock.h"
+#include "platform/log.h"
+#include "probes/dhcp_probe.h"
+#include "probes/pppoe_probe.h"
+
+constexpr const char *CHANGE = "wan_detect_process_link_change"; // whose lines tell of an opening after a loss
+constexpr int AFTER_VERDICT_MS = 1;                              // behind the steps that are due now
+
+// The flags that others read say no more than the state does.
+static void enter(t_cycle_state state)
+{
+    engine.state = state;
+    port_model.wan_detect_running = state >= t_cycle_state::looking;
+    engine.detecting = state != t_cycle_state::resting;
+}
+
+static void arm_pass(int delay_ms)
+{
+    uloop_timeout_set(&engine.start_wan_detect, delay_ms);
+}
+
+bool cycle_is_open()
+{
+    return engine.state != t_cycle_state::resting;
+}
+
+bool cycle_is_running()
+{
+    return engine.state >= t_cycle_state::looking;
+}
+
+// --- opening
+
+// Nothing happens when the other thread that may open a cycle was faster. Any thread.
+static void begin_waiting()
+{
+    engine.waiting_since_ms = monotonic_ms();
+    if (engine.state.replace(t_cycle_state::resting, t_cycle_state::waiting))
+        engine.detecting = 1;
+}
+
+void open_cycle_over_all_in(int delay_ms)
+{
+    uloop_timeout_set(&engine.init_wan_detect_all, delay_ms);
+}
+
+void open_cycle()
+{
+    begin_waiting();
+    arm_pass(0);
+}
+
+void open_cycle_after_loss()
+{
+    begin_waiting();
+    request_pass(WAN_DOWN_DELAY_MS);
+    LOG_AS(CHANGE, Info, "Wan down!! Begin detecting in %dms\n", WAN_DOWN_DELAY_MS);
+}
+
+// A WAN port that flaps puts its cycle off, but not for ever.
+static int quiet_wait_ms()
+{
+    const auto waited_ms = static_cast<int64_t>(monotonic_ms() - engine.waiting_since_ms);
+    const int64_t left_ms = WAN_DOWN_DELAY_MS + MAX_POSTPONED_MS - waited_ms;
+    return static_cast<int>(std::clamp<int64_t>(left_ms, 0, WAN_DOWN_DELAY_MS));
+}
+
+void put_off_first_pass()
+{
+    const int wait_ms = quiet_wait_ms();
+    request_pass(wait_ms);
+    LOG_AS(CHANGE, Info, "Reset start detecting time to %dms\n", wait_ms);
+}
+
+void interrupt_cycle()
+{
+    request_pass(WAN_DOWN_RETRY_MS);
+    LOG_AS(CHANGE, Info, "Wan down during detecting!! Begin detecting in %dms\n", WAN_DOWN_RETRY_MS);
+}
+
+void reopen_after_wan_loss()
+{
+    const t_device *now_wan = port_model.wan_dev;
+    if (now_wan && !now_wan->link_active)
+        open_cycle_after_loss();
+}
+
+void serve_wished_pass(int delay_ms)
+{
+    if (cycle_is_open())
+        arm_pass(delay_ms);
+    else
+        reopen_after_wan_loss();
+}
+
+// --- passes
+
+static void close_probe_batches()
+{
+    if (dhcp_detect_handle.contexts)
+        release_dhcp_detect_handle();
+    if (pppoe_detect_handle.contexts)
+        release_pppoe_detect_handle();
+}
+
+static void leave_stage()
+{
+    port_model.proto_detect_running = 0;
+    engine.stage_owner = t_stage_owner::nobody;
+    engine.proto_detect_elapsed_ms = 0;
+}
+
+// Every step of the cycle, so that no timer of an earlier life brings one.
+static void cancel_steps()
+{
+    if (engine.stage_owner == t_stage_owner::cycle) {
+        uloop_timeout_cancel(&engine.proto_detect_start);
+        uloop_timeout_cancel(&engine.proto_detect_end);
+        close_probe_batches();
+        leave_stage();
+    }
+    for (uloop_timeout *step :
+         {&engine.start_wan_detect, &engine.using_proto_detect, &engine.using_arp, &engine.using_dns, &engine.end})
+        uloop_timeout_cancel(step);
+}
+
+// A pass that fell due while a stage blocked must not throw away what that found, and one that keeps falling due (a WAN
+// port that flaps) must not cut every stage short.
+bool pass_yields()
+{
+    switch (engine.state.load()) {
+    case t_cycle_state::asking_dns:
+    case t_cycle_state::ending:
+        arm_pass(AFTER_VERDICT_MS);
+        return true;
+    case t_cycle_state::probing:
+    case t_cycle_state::judging: {
+        const bool again = engine.stage_was_cut;
+        engine.stage_was_cut = true;
+        return again;
+    }
+    case t_cycle_state::resting:
+    case t_cycle_state::waiting:
+    case t_cycle_state::looking:
+    case t_cycle_state::asking_arp:
+        break;
+    }
+    return false;
+}
+
+bool begin_pass()
+{
+    const bool first = !cycle_is_running();
+    cancel_steps();
+    forget_requested_pass();
+    enter(t_cycle_state::looking);
+    return first;
+}
+
+void look_in(int delay_ms)
+{
+    enter(t_cycle_state::looking);
+    arm_pass(delay_ms);
+}
+
+void wait_behind_request()
+{
+    engine.put_off = true;
+}
+
+void give_way_to_requests()
+{
+    engine.put_off = false;
+}
+
+// --- stages
+
+void ask_by_arp()
+{
+    enter(t_cycle_state::asking_arp);
+    uloop_timeout_set(&engine.using_arp, 0);
+}
+
+void ask_by_dns()
+{
+    enter(t_cycle_state::asking_dns);
+    uloop_timeout_set(&engine.using_dns, 0);
+}
+
+void begin_probing()
+{
+    enter(t_cycle_state::probing);
+    take_stage(t_stage_owner::cycle);
+    judge_later();
+}
+
+void judge_later()
+{
+    uloop_timeout_set(&engine.using_proto_detect, PROTO_JUDGE_INTERVAL_MS);
+}
+
+void finish_stage()
+{
+    if (engine.stage_owner == t_stage_owner::cycle) {
+        engine.stage_was_cut = false;
+        enter(t_cycle_state::judging);
+    }
+    leave_stage();
+}
+
+bool stage_is_taken()
+{
+    return port_model.proto_detect_running || engine.put_off || engine.state >= t_cycle_state::probing;
+}
+
+void take_stage(t_stage_owner owner)
+{
+    engine.stage_owner = owner;
+    engine.proto_detect_elapsed_ms = 0;
+    port_model.proto_detect_running = 1;
+}
+
+void send_probes_now()
+{
+    uloop_timeout_set(&engine.proto_detect_start, 0);
+}
+
+void collect_in(int delay_ms)
+{
+    uloop_timeout_set(&engine.proto_detect_end, delay_ms);
+}
+
+// --- the end
+
+void end_cycle_with(t_device *result)
+{
+    engine.result_dev = result;
+    engine.put_off = false;
+    enter(t_cycle_state::ending);
+    uloop_timeout_set(&engine.end, 0);
+}
+
+bool end_if_switched_off(const char *step)
+{
+    if (port_model.enable)
+        return false;
+    LOG_AS(step, Info, "exiting detecting due to switch off!\n");
+    end_cycle_with(nullptr);
+    return true;
+}
+
+// Nothing but a loss asks for a pass once there is a verdict.
+bool begin_end()
+{
+    const bool wan_was_lost = engine.start_wan_detect.pending;
+    cancel_steps();
+    return wan_was_lost;
+}
+
+void close_cycle()
+{
+    engine.restart_requested = 0;
+    engine.stage_was_cut = false;
+    enter(t_cycle_state::resting);
+}
