@@ -6,6 +6,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -237,4 +238,12 @@ void wan_detect_ubus_done()
 ubus_context *wan_detect_ubus_context()
 {
     return bus.connected ? bus.context : nullptr;
+}
+
+bool wan_detect_ubus_is_lost()
+{
+    if (!bus.connected)
+        return true;
+    pollfd other_end = {bus.context->sock.fd, 0, 0}; // a hang-up is always told
+    return poll(&other_end, 1, 0) > 0;
 }

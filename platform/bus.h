@@ -36,6 +36,9 @@ void wan_detect_ubus_done();
 // The connection, or null. For handlers that reply.
 ubus_context *wan_detect_ubus_context();
 
+// True when there is no connection, also when the bus daemon closed it and the loop has not come to notice.
+bool wan_detect_ubus_is_lost();
+
 // Calls `method` of `object` and waits at most BUS_CALL_TIMEOUT_MS for the bus daemon, and as long for the answer. The
 // bus library's status (0 is success), ERR_INVALID_INPUT for a missing name, ERR_BUS_OBJECT when nobody offers the
 // object or the bus does not answer. `context` reaches the reply handler as request->priv.

@@ -24,6 +24,7 @@ constexpr int ONLINE_TEST_OFFLINE = 1;
 struct t_network_manager {
     bool has_answered; // ever
     bool out_of_reach; // at the last question
+    bool bus_was_lost; // then
 };
 
 t_network_manager network_manager;
@@ -31,6 +32,7 @@ t_network_manager network_manager;
 void remember_manager(int status)
 {
     network_manager.out_of_reach = status == ERR_BUS_OBJECT || status == UBUS_STATUS_CONNECTION_FAILED;
+    network_manager.bus_was_lost = network_manager.out_of_reach && wan_detect_ubus_is_lost();
     if (!network_manager.out_of_reach && status != UBUS_STATUS_TIMEOUT)
         network_manager.has_answered = true;
 }
@@ -109,7 +111,7 @@ int get_network_status(int ipv6, int check)
 
 bool network_manager_is_away()
 {
-    return network_manager.out_of_reach && (network_manager.has_answered || !wan_detect_ubus_context());
+    return network_manager.out_of_reach && (network_manager.has_answered || network_manager.bus_was_lost);
 }
 
 void forget_network_manager()

@@ -184,7 +184,7 @@ TEST_F(bus_call, tells_the_network_status)
                         R"(Failed to run ubus call network.interface status '{"interface":"wanv6"}')"));
 }
 
-TEST_F(bus_call, finds_the_network_manager_away_when_it_ended_or_the_bus_did)
+TEST_F(bus_call, finds_the_network_manager_away_when_it_ended_after_an_answer)
 {
     EXPECT_EQ(get_network_status(0, 0), NETWORK_CONNECTED);
     EXPECT_FALSE(network_manager_is_away());
@@ -194,7 +194,13 @@ TEST_F(bus_call, finds_the_network_manager_away_when_it_ended_or_the_bus_did)
     forget_network_manager();
     EXPECT_EQ(get_network_status(0, 0), NETWORK_DISCONNECTED);
     EXPECT_FALSE(network_manager_is_away());
+}
+
+TEST_F(bus_call, finds_the_network_manager_away_before_the_loop_notices_that_the_bus_is_gone)
+{
     bus.kill();
+    EXPECT_EQ(get_network_status(0, 0), NETWORK_DISCONNECTED);
+    EXPECT_TRUE(network_manager_is_away());
     EXPECT_TRUE(loop_until([] { return wan_detect_ubus_context() == nullptr; }));
     EXPECT_EQ(get_network_status(0, 0), NETWORK_DISCONNECTED);
     EXPECT_TRUE(network_manager_is_away());

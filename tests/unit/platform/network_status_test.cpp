@@ -26,7 +26,6 @@ struct t_answer {
 std::map<std::string, t_answer> answers;
 std::vector<std::string> asked;
 bool connected; // to the bus
-ubus_context connection;
 
 std::string asked_interface(blob_buf *message)
 {
@@ -38,9 +37,9 @@ std::string asked_interface(blob_buf *message)
 
 } // namespace
 
-ubus_context *wan_detect_ubus_context()
+bool wan_detect_ubus_is_lost()
 {
-    return connected ? &connection : nullptr;
+    return !connected;
 }
 
 int ubus_call_method(const char *object, const char *method, blob_buf *message, t_bus_reply_handler reply,
@@ -290,6 +289,7 @@ TEST_F(network_status, without_the_bus_the_manager_is_away_whether_it_ever_answe
     EXPECT_EQ(get_network_status(0, 0), NETWORK_DISCONNECTED);
     EXPECT_TRUE(network_manager_is_away());
     connected = true;
+    EXPECT_EQ(get_network_status(0, 0), NETWORK_DISCONNECTED);
     EXPECT_FALSE(network_manager_is_away());
 }
 
