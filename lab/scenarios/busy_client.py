@@ -144,20 +144,22 @@ class StaticBusyClient(BusyClient):
 
     def judge(self, stage):
         super().judge(stage)
-        windows, asked = requests_of(stage.router.daemon.lines), super().asked_at(stage)
-        amid = [at for at in asked if any(begun + RETRY_S < at < over - RETRY_S for begun, over in windows)]
-        stage.check("nobody is asked by ARP amid a request", windows and not amid, amid)
+        searches, amid = searches_of(stage.router.daemon.lines)
+        stage.check("no search by ARP begins while a request runs", searches and not amid, amid)
 
 
-def requests_of(lines):
-    """When each request that was taken began and was over; no cycle has a probe stage of its own here."""
-    windows, begun = [], None
+def searches_of(lines):
+    """When each search by ARP began, and when those did that began while a request ran; no cycle has a probe stage of
+    its own here."""
+    searches, amid, running, before = [], [], False, False
     for line in lines:
         if line.matches("start_proto_detect", "Entering function"):
-            before, begun = begun, line.at
+            before, running = running, True
         elif line.matches("start_proto_detect", "Not allowed"):
-            begun = before
-        elif line.matches("uloop_proto_detect_end", "Detection over!") and begun is not None:
-            windows.append((begun, line.at))
-            begun = None
-    return windows
+            running = before
+        elif line.matches("uloop_proto_detect_end", "Detection over!"):
+            running = False
+        elif line.matches("uloop_wan_detect_using_arp", "Entering function"):
+            searches.append(line.at)
+            amid += [line.at] if running else []
+    return searches, amid
