@@ -9,6 +9,7 @@
 #include "model/tables.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
+#include "platform/text.h"
 
 namespace {
 

@@ -9,6 +9,7 @@
 #include "platform/command.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
+#include "platform/text.h"
 
 namespace {
 

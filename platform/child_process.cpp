@@ -7,7 +7,6 @@
 #include <pthread.h>
 #include <sys/wait.h>
 
-#include "platform/command.h"
 #include "platform/guards.h"
 #include "platform/spawn.h"
 

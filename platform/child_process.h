@@ -7,8 +7,16 @@
 #include <sys/types.h>
 
 #include "platform/clock.h"
+#include "platform/shared.h"
 
-// How long a program may still run. Once the process is ending (`process_is_ending`, platform/command.h), no limit
+constexpr int64_t ENDING_LIMIT_MS = 2'500; // all programs together, once the process is about to end
+constexpr int64_t TERM_GRACE_MS = 500;     // from SIGTERM to SIGKILL
+constexpr int64_t KILLED_LIMIT_MS = 300;   // the kernel may hold a program that was killed
+
+// Set when the process is asked to end. Safe in a signal handler.
+inline t_shared<bool> process_is_ending = {false};
+
+// How long a program may still run. Once the process is ending (`process_is_ending`), no limit
 // lasts longer than ENDING_LIMIT_MS from the moment that the first of all limits noticed it.
 class t_time_limit {
 public:

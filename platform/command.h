@@ -6,16 +6,10 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "platform/shared.h"
+#include "platform/child_process.h"
 
 constexpr int64_t QUERY_LIMIT_MS = 10'000;  // a script that is only asked something
 constexpr int64_t ACTION_LIMIT_MS = 60'000; // a program that does something; a swap may restart the network
-constexpr int64_t ENDING_LIMIT_MS = 2'500;  // all programs together, once the process is about to end
-constexpr int64_t TERM_GRACE_MS = 500;      // from SIGTERM to SIGKILL
-constexpr int64_t KILLED_LIMIT_MS = 300;    // the kernel may hold a program that was killed
-
-// Set when the process is asked to end. Safe in a signal handler.
-inline t_shared<bool> process_is_ending = {false};
 
 // Runs `command` and keeps the first `size` - 1 bytes of its standard output, always terminated. 0 when it could be
 // started, -1 (and a line on standard output) otherwise, -1 also when it is too late for another program; its exit

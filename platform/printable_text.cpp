@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "platform/printable_text.h"
 
-#include "platform/uci_access.h"
+#include "platform/text.h"
 
 constexpr char FIRST_PRINTABLE = ' ';
 constexpr char LAST_PRINTABLE = '~';

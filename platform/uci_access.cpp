@@ -2,17 +2,14 @@
 // Single configuration values, each in a library context of its own.
 #include "platform/uci_access.h"
 
-#include <algorithm>
 #include <cstdio>
-#include <cstring>
 
 #include <uci.h>
 
 #include "platform/log.h"
+#include "platform/text.h"
 #include "platform/uci_commit.h"
 #include "platform/uci_context.h"
-#include "platform/uci_lock.h"
-#include "platform/uci_save_folder.h"
 
 namespace {
 
@@ -51,46 +48,6 @@ const char *text_or_none(const char *text)
 }
 
 } // namespace
-
-uci_context *open_uci_context()
-{
-    uci_context *context = uci_alloc_context();
-    if (!context)
-        return nullptr;
-    if (uci_set_confdir(context, UCI_CONFIG_DIR) == UCI_OK && uci_guard_save_folder(context))
-        return context;
-    uci_free_context(context);
-    return nullptr;
-}
-
-int load_uci_package(uci_context *context, const char *name, uci_package **package)
-{
-    const t_uci_lock_watch locks;
-    const int result = uci_load(context, name, package);
-    if (result != UCI_OK || !locks.gave_up())
-        return result;
-    uci_unload(context, *package);
-    *package = nullptr;
-    return UCI_ERR_IO;
-}
-
-int look_up_uci_path(uci_context *context, uci_ptr *pointer, char *path)
-{
-    const t_uci_lock_watch locks;
-    const int result = uci_lookup_ptr(context, pointer, path, true);
-    return result == UCI_OK && locks.gave_up() ? static_cast<int>(UCI_ERR_IO) : result;
-}
-
-size_t bounded_copy(char *destination, const char *source, size_t size)
-{
-    size_t wanted = strlen(source);
-    if (size == 0)
-        return wanted;
-    size_t copied = std::min(wanted, size - 1);
-    memcpy(destination, source, copied);
-    destination[copied] = '\0';
-    return wanted;
-}
 
 int _uci_get_value(const char *p_uci_str, char *p_value)
 {

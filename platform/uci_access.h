@@ -5,12 +5,10 @@
 
 #include <cstddef>
 
+#include "platform/uci_limits.h"
+
 struct uci_context;
 struct uci_package;
-
-constexpr const char *UCI_CONFIG_DIR = "/etc/config";
-constexpr size_t UCI_PATH_SIZE = 65;  // longest path that can be read, with its terminator
-constexpr size_t UCI_VALUE_SIZE = 65; // every value buffer; longer values are cut
 
 // Reads the string option at `p_uci_str` ("package.section.option") into `p_value`, a buffer of UCI_VALUE_SIZE bytes.
 // The buffer is left alone on failure. A path of UCI_PATH_SIZE characters or more is refused.
@@ -32,9 +30,6 @@ int _uci_del_add_list_commit(const char *package, const char *section, const cha
 
 // Reads a value of the runtime state kept in /var/state into `value` (`size` bytes, cut and terminated).
 int _uci_get_state_value(const char *package, const char *section, const char *option, char *value, size_t size);
-
-// Copies at most `size` - 1 characters and terminates; returns the length that was wanted.
-size_t bounded_copy(char *destination, const char *source, size_t size);
 
 // A package opened for a walk over its sections; closed at the end of the scope. `package` is null when it could not be
 // loaded. The name is borrowed.

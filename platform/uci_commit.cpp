@@ -14,8 +14,9 @@
 #include "platform/disk_room.h"
 #include "platform/guards.h"
 #include "platform/log.h"
-#include "platform/uci_access.h"
+#include "platform/text.h"
 #include "platform/uci_context.h"
+#include "platform/uci_limits.h"
 #include "platform/uci_lock.h"
 #include "platform/uci_save_folder.h"
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// A library context on the router's configuration, for the sources of uci_access.h only.
+// A library context on the router's configuration, for the sources of uci_access.h and for commits.
 #pragma once
 
 #include <uci.h>

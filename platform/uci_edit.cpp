@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "platform/log.h"
+#include "platform/text.h"
 #include "platform/uci_commit.h"
 #include "platform/uci_context.h"
 

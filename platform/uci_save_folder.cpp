@@ -14,7 +14,7 @@
 
 #include "platform/log.h"
 #include "platform/shared.h"
-#include "platform/uci_access.h"
+#include "platform/uci_limits.h"
 
 namespace {
 

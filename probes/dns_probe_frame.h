@@ -4,7 +4,7 @@
 
 #include <span>
 
-#include "probes/dns_probe.h"
+#include "probes/dns_entry.h"
 #include "probes/frame_filter.h"
 #include "probes/wire_formats.h"
 

@@ -18,7 +18,7 @@
 #include "platform/log.h"
 #include "platform/printable_text.h"
 #include "platform/result_codes.h"
-#include "platform/uci_access.h"
+#include "platform/text.h"
 
 namespace {
 

@@ -8,6 +8,7 @@
 #include "platform/adapters/link_status.h"
 #include "platform/bus.h"
 #include "platform/command.h"
+#include "platform/text.h"
 #include "platform/uci_access.h"
 #include "support/sandbox.h"
 

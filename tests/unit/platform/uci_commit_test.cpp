@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/disk_room.h"
+#include "platform/text.h"
 #include "platform/uci_access.h"
 #include "support/sandbox.h"
 

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 #include <uci.h>
 
+#include "platform/text.h"
 #include "platform/uci_access.h"
 #include "support/sandbox.h"
 

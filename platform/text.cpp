@@ -1,0 +1,16 @@
+// SPDX-License-Identifier: MIT
+#include "platform/text.h"
+
+#include <algorithm>
+#include <cstring>
+
+size_t bounded_copy(char *destination, const char *source, size_t size)
+{
+    size_t wanted = strlen(source);
+    if (size == 0)
+        return wanted;
+    size_t copied = std::min(wanted, size - 1);
+    memcpy(destination, source, copied);
+    destination[copied] = '\0';
+    return wanted;
+}

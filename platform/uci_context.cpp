@@ -1,0 +1,35 @@
+// SPDX-License-Identifier: MIT
+#include "platform/uci_context.h"
+
+#include "platform/uci_limits.h"
+#include "platform/uci_lock.h"
+#include "platform/uci_save_folder.h"
+
+uci_context *open_uci_context()
+{
+    uci_context *context = uci_alloc_context();
+    if (!context)
+        return nullptr;
+    if (uci_set_confdir(context, UCI_CONFIG_DIR) == UCI_OK && uci_guard_save_folder(context))
+        return context;
+    uci_free_context(context);
+    return nullptr;
+}
+
+int load_uci_package(uci_context *context, const char *name, uci_package **package)
+{
+    const t_uci_lock_watch locks;
+    const int result = uci_load(context, name, package);
+    if (result != UCI_OK || !locks.gave_up())
+        return result;
+    uci_unload(context, *package);
+    *package = nullptr;
+    return UCI_ERR_IO;
+}
+
+int look_up_uci_path(uci_context *context, uci_ptr *pointer, char *path)
+{
+    const t_uci_lock_watch locks;
+    const int result = uci_lookup_ptr(context, pointer, path, true);
+    return result == UCI_OK && locks.gave_up() ? static_cast<int>(UCI_ERR_IO) : result;
+}
