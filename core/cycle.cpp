@@ -88,7 +88,7 @@ void interrupt_cycle()
 void reopen_after_wan_loss()
 {
     const t_device *now_wan = port_model.wan_dev;
-    if (now_wan && !now_wan->link_active)
+    if (port_model.enable && port_model.router_mode && now_wan && !now_wan->link_active)
         open_cycle_after_loss();
 }
 
@@ -140,8 +140,9 @@ bool pass_yields()
     case t_cycle_state::ending:
         arm_pass(AFTER_VERDICT_MS);
         return true;
-    case t_cycle_state::probing:
-    case t_cycle_state::judging: {
+    case t_cycle_state::judging:
+        return true; // what comes of the answers asks for the next step within a moment
+    case t_cycle_state::probing: {
         const bool again = engine.stage_was_cut;
         engine.stage_was_cut = true;
         return again;
@@ -168,6 +169,12 @@ void look_in(int delay_ms)
 {
     enter(t_cycle_state::looking);
     arm_pass(delay_ms);
+}
+
+void poll_for_candidates()
+{
+    engine.stage_was_cut = false;
+    look_in(CYCLE_POLL_MS);
 }
 
 void wait_behind_request()
@@ -215,6 +222,12 @@ void finish_stage()
     leave_stage();
 }
 
+bool request_is_under_way()
+{
+    return engine.stage_owner == t_stage_owner::request &&
+           (engine.proto_detect_start.pending || engine.proto_detect_end.pending);
+}
+
 bool stage_is_taken()
 {
     return port_model.proto_detect_running || engine.put_off || engine.state >= t_cycle_state::probing;
@@ -256,7 +269,7 @@ bool end_if_switched_off(const char *step)
     return true;
 }
 
-// Nothing but a loss asks for a pass once there is a verdict.
+// Nothing but a loss asks for a pass once there is a verdict, and a look waits.
 bool begin_end()
 {
     const bool wan_was_lost = engine.start_wan_detect.pending;

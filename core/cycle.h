@@ -53,6 +53,9 @@ bool begin_pass();
 // looking, judging, asking -> looking: the next pass comes after `delay_ms`.
 void look_in(int delay_ms);
 
+// The same, with nobody left to ask.
+void poll_for_candidates();
+
 // The cycle stands behind a one-shot request, and is next: `look_in` or `open_cycle_over_all_in` brings it back.
 void wait_behind_request();
 
@@ -84,6 +87,9 @@ void close_cycle();
 // True when a one-shot request may not take the stage: somebody has it, or it would get into a cycle's way that was put
 // off by one already, or holds answers that are not judged or a verdict that is not carried out yet.
 bool stage_is_taken();
+
+// A request that will come to its end; one that found no record of DHCP never does.
+bool request_is_under_way();
 
 void take_stage(t_stage_owner owner);
 void send_probes_now();

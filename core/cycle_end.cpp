@@ -19,6 +19,11 @@
 
 constexpr const char *END = "uloop_wan_detect_end"; // its parts speak in its name
 
+static bool may_still_be_given_to(const t_device *winner)
+{
+    return look_at_role() == t_role::unmoved || winner == port_model.wan_dev;
+}
+
 // The fake WAN port gives way before another port takes over, but only after it has become the real one itself.
 static void make_wan(t_device *winner)
 {
@@ -27,7 +32,8 @@ static void make_wan(t_device *winner)
         wan_detect_remove_fake_wan();
     } else {
         wan_detect_remove_fake_wan();
-        switch_wan_to_dev(winner, 0);
+        if (may_still_be_given_to(winner)) // rebuilding the ports takes its time
+            switch_wan_to_dev(winner, 0);
     }
 }
 
@@ -100,15 +106,24 @@ static void carry_out(t_device *winner)
     if (winner)
         return make_wan(winner);
     LOG_AS(END, Warning, "Detect wan result is null! just keep the original wan\n");
-    // Whoever moved the role since the cycle began keeps what he chose, even a port that is none of ours.
-    if (update_wan_device(&port_model) != ERR_NOTHING_DONE)
+    look_at_role();
+    // Whoever moved the role keeps what he chose, also when it cannot be read just now, or is a port that is none of
+    // ours.
+    const t_device *now_wan = port_model.wan_dev;
+    if (!now_wan || wan_role_is_at(now_wan))
         switch_wan_to_dev(port_model.wan_dev, 0);
+}
+
+// A verdict whose port could not get the role, or has lost its link again, found nothing.
+static bool is_carried_out(const t_device *winner)
+{
+    return winner && winner == port_model.wan_dev && winner->link_active;
 }
 
 // A cycle that is already asked for looks by itself.
 static void plan_next_look(bool found)
 {
-    if (found) {
+    if (found || wan_role_is_foreign()) {
         begin_retries_anew();
         stop_looking_again();
     } else if (!engine.init_wan_detect_all.pending && !engine.start_wan_detect.pending) {
@@ -120,6 +135,7 @@ void uloop_wan_detect_end(uloop_timeout *)
 {
     LOG_ENTER();
     const bool wan_was_lost = begin_end();
+    const t_device *former_wan = port_model.wan_dev;
     update_banned_device_list(&port_model.banned_list);
     if (!port_model.enable)
         engine.result_dev = nullptr; // off means off, also for a verdict
@@ -139,7 +155,8 @@ void uloop_wan_detect_end(uloop_timeout *)
     clear_dev_volatile_attribute();
     engine.dns_ctx = {};
     LOG(Info, "Wan Detection over!\n");
-    if (wan_was_lost)
+    const bool was_adopted = port_model.wan_dev != former_wan && !engine.init_wan_detect_all.pending;
+    if (wan_was_lost || was_adopted)
         reopen_after_wan_loss();
-    plan_next_look(winner);
+    plan_next_look(is_carried_out(winner));
 }

@@ -46,6 +46,8 @@ void start_wan_detect_all(int delay_ms)
 {
     LOG(Notice, "Will begin to detect all device after %dms!\n", delay_ms);
     request_fresh_retries();
+    if (delay_ms > CYCLE_RETRY_MS && !cycle_is_running())
+        give_way_to_requests(); // whoever put it off so far does not wait for a request any more
     open_cycle_over_all_in(delay_ms);
 }
 
@@ -90,6 +92,8 @@ static bool may_go_on()
         LOG_AS(PASS, Info, "exiting detecting due to switch off!\n");
     else if (engine.restart_requested)
         LOG_AS(PASS, Info, "exiting this cycle of detecting, waiting for detect all!\n");
+    else if (wan_role_is_foreign())
+        LOG_AS(PASS, Info, "The wan role is at %s, none of the ports, and stays there!\n", port_model.wan_role);
     else if (!port_model.wan_proto)
         LOG_AS(PASS, Error, "Failed to get now protocol! Should not happen!\n");
     else
@@ -200,7 +204,7 @@ void uloop_start_wan_detect(uloop_timeout *)
     open_pass();
     if (!may_go_on())
         return end_cycle_with(nullptr);
-    if (port_model.proto_detect_running) {
+    if (request_is_under_way()) {
         LOG(Info,
             "Aleady has a instace is running protocol detection! Multi instance not allowed, auto retry in 500ms!\n");
         wait_behind_request();
@@ -212,8 +216,16 @@ void uloop_start_wan_detect(uloop_timeout *)
     const bool listed_now = list_current_wan();
     audit_candidates();
     update_eth_link_status(port_model.dev_hashmap_head);
-    if (look_at_role() == t_role::moved && listed_now)
-        drop_candidate(listed_wan); // it was listed only as the WAN port
+    switch (look_at_role()) {
+    case t_role::unmoved:
+        break;
+    case t_role::moved:
+        if (listed_now)
+            drop_candidate(listed_wan); // it was listed only as the WAN port
+        break;
+    case t_role::foreign:
+        return end_cycle_with(nullptr);
+    }
     switch (look_at_current_wan()) {
     case t_wan_state::good:
         return end_cycle_with(port_model.wan_dev);
@@ -227,7 +239,7 @@ void uloop_start_wan_detect(uloop_timeout *)
     give_way_to_requests();
     if (!filter_candidates()) {
         LOG(Debug, "Zero device need to detect after filter! waiting for other devices plug in trigger!\n");
-        look_in(CYCLE_POLL_MS);
+        poll_for_candidates();
         return look_again_later();
     }
     stop_looking_again();

@@ -20,8 +20,8 @@ static void list_anew()
 void uloop_look_again(uloop_timeout *)
 {
     LOG_ENTER();
-    if (!port_model.enable || !port_model.router_mode)
-        return;
+    if (!port_model.enable || !port_model.router_mode || engine.state == t_cycle_state::ending)
+        return; // the end plans the next look
     if (cycle_is_running()) {
         begin_look(false);
         return list_anew();

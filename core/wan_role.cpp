@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "core/wan_role.h"
 
+#include <cstring>
+
 #include "core/cycle.h"
 #include "core/retries.h"
 #include "model/current_wan.h"
@@ -28,4 +30,10 @@ void follow_moved_role()
         return; // the cycle looks itself
     if (look_at_role() == t_role::moved && port_model.enable && port_model.router_mode)
         reopen_after_wan_loss();
+}
+
+bool wan_role_is_foreign()
+{
+    const t_device *former = port_model.wan_dev;
+    return former && port_model.wan_role[0] && strcmp(port_model.wan_role, former->name) != 0;
 }

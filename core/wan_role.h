@@ -14,3 +14,7 @@ t_role look_at_role();
 
 // The same when no cycle is open: a port that holds the role without a link counts as a WAN loss seen now.
 void follow_moved_role();
+
+// True while somebody else has given the role to a port that is none of the table, as it was read last, and a port of
+// ours had it before: it stays his.
+bool wan_role_is_foreign();

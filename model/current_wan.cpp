@@ -110,6 +110,12 @@ bool wan_role_moved(const t_port_model *model)
     return read_wan_role(name) && strcmp(name, model->wan_role) != 0;
 }
 
+bool wan_role_is_at(const t_device *dev)
+{
+    char name[NAME_SIZE];
+    return read_wan_role(name) && strcmp(name, dev->name) == 0;
+}
+
 bool wan_role_is_elsewhere(const t_device *dev)
 {
     char name[NAME_SIZE];

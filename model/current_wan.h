@@ -15,8 +15,9 @@ int update_wan_device(t_port_model *model);
 // false also when it cannot be read. Says nothing unless a read fails. Loop thread.
 bool wan_role_moved(const t_port_model *model);
 
-// True when the configuration gives the role to another port than this one; false also when it cannot be read. Says
+// True when the configuration gives the role to this port, or to another one; both false when it cannot be read. Says
 // nothing unless a read fails. Any thread.
+bool wan_role_is_at(const t_device *dev);
 bool wan_role_is_elsewhere(const t_device *dev);
 
 // Sets the current connection type and refreshes its secondary type and static addresses. A failure leaves all as it

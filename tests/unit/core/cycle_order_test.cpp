@@ -171,6 +171,45 @@ TEST_F(cycle_order, a_wan_port_that_flaps_cuts_one_stage_and_the_next_one_comes_
     EXPECT_EQ(engine.result_dev, dev("eth2"));
 }
 
+TEST_F(cycle_order, answers_that_are_not_judged_yet_are_not_thrown_away_by_a_pass)
+{
+    plug({"eth2"});
+    fake_probes.dhcp_ports = {"eth2"};
+    open_cycle();
+    fire(engine.proto_detect_start);
+    while (port_model.proto_detect_running)
+        fire(engine.proto_detect_end);
+    uloop_timeout_set(&engine.start_wan_detect, 0);
+    fire(engine.start_wan_detect);
+    EXPECT_EQ(armed(engine.proto_detect_start), NOT_ARMED);
+    fire(engine.using_proto_detect);
+    EXPECT_EQ(engine.result_dev, dev("eth2"));
+}
+
+TEST_F(cycle_order, a_stage_after_a_poll_may_be_cut_again)
+{
+    plug({"eth2"});
+    open_cycle();
+    fire(engine.proto_detect_start);
+    unplug({"eth2"});
+    uloop_timeout_set(&engine.start_wan_detect, 0);
+    fire(engine.start_wan_detect); // cuts the stage, and finds nobody
+    EXPECT_FALSE(engine.stage_was_cut);
+}
+
+TEST_F(cycle_order, a_look_that_is_due_with_the_end_of_its_cycle_is_no_wan_loss)
+{
+    plug({"eth0"});
+    open_cycle();
+    end_cycle_with(nullptr);
+    uloop_timeout_set(&engine.look_again, 0);
+    fire(engine.look_again);
+    fire(engine.end);
+    EXPECT_FALSE(log->has("Info", "wan_detect_process_link_change", "Wan down!! Begin detecting in 10000ms"));
+    EXPECT_FALSE(engine.detecting);
+    EXPECT_EQ(armed(engine.look_again), 30000);
+}
+
 // --- requests and cycles
 
 TEST_F(cycle_order, a_cycle_waits_for_a_request_at_the_head_of_its_pass_whatever_its_method)
@@ -255,6 +294,35 @@ TEST_F(cycle_order, no_request_gets_between_a_search_by_arp_and_its_verdict)
     fire(engine.using_dns);
     EXPECT_EQ(ask_for("eth3"), ERR_BUSY);
     fire(engine.end);
+    EXPECT_EQ(ask_for("eth3"), OK);
+}
+
+TEST_F(cycle_order, a_stage_that_never_ends_for_want_of_a_dhcp_record_stops_no_search_by_arp)
+{
+    use_static_line();
+    plug({"eth2"});
+    t_protocol *dhcp = protocol("dhcp");
+    ASSERT_EQ(ask_for("eth3"), OK);
+    copy_name(dhcp->name, "other"); // as if the configuration had none
+    HASH_DELETE(hh, port_model.proto_hashmap_head, dhcp);
+    fire(engine.proto_detect_start);
+    ASSERT_TRUE(port_model.proto_detect_running);
+    uloop_timeout_set(&engine.start_wan_detect, 0); // the cycle after a WAN loss
+    be_waiting();
+    fire(engine.start_wan_detect);
+    EXPECT_TRUE(port_model.wan_detect_running);
+    EXPECT_EQ(armed(engine.look_again), 30000) << "nobody but the WAN port was listed";
+    free(dhcp);
+}
+
+TEST_F(cycle_order, a_cycle_that_was_put_off_and_then_asked_for_much_later_keeps_no_request_out)
+{
+    plug({"eth2"});
+    ASSERT_EQ(ask_for("eth3"), OK);
+    start_wan_detect_all(0);
+    fire(engine.init_wan_detect_all);
+    start_wan_detect_all(60000);
+    finish_request();
     EXPECT_EQ(ask_for("eth3"), OK);
 }
 

@@ -347,4 +347,29 @@ TEST_F(look_again, a_connection_without_an_address_of_its_own_asks_in_the_bridge
     EXPECT_EQ(fake_probes.count("arp 10.0.0.1"), 2);
 }
 
+TEST_F(look_again, an_own_address_that_is_none_is_not_asked_in)
+{
+    set_connection("static", "config static 'static'\n\toption ipaddr 'nonsense'\n\toption gateway '10.0.0.1'\n");
+    plug({"eth2"});
+    open_cycle();
+    fire(engine.using_arp);
+    fire(engine.start_wan_detect);
+    look();
+    fire(engine.using_arp);
+    EXPECT_EQ(fake_probes.count("arp 10.0.0.1"), 2);
+}
+
+TEST_F(look_again, a_winner_that_could_not_get_the_role_is_looked_for_again)
+{
+    plug({"eth2"});
+    fake_probes.dhcp_ports = {"eth2"};
+    open_cycle();
+    run_until_end();
+    ASSERT_EQ(engine.result_dev, dev("eth2"));
+    write_config("switch", ""); // as while somebody keeps it locked
+    fire(engine.end);
+    EXPECT_TRUE(fake_router.commands.empty());
+    EXPECT_EQ(pause_s(), 30);
+}
+
 } // namespace

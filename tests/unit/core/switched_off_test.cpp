@@ -105,6 +105,19 @@ TEST_F(switched_off, behind_the_verdict_the_role_stays_where_it_is)
     EXPECT_TRUE(log->has("Warning", "uloop_wan_detect_end", "Detect wan result is null! just keep the original wan"));
 }
 
+TEST_F(switched_off, a_loss_behind_the_verdict_opens_no_other_cycle)
+{
+    plug({"eth1"});
+    fake_probes.dhcp_ports = {"eth1"};
+    open_cycle();
+    run_until_end();
+    uloop_timeout_set(&engine.start_wan_detect, 1000);
+    port_model.enable = 0;
+    fire(engine.end);
+    EXPECT_FALSE(engine.detecting);
+    EXPECT_EQ(armed(engine.start_wan_detect), NOT_ARMED);
+}
+
 TEST_F(switched_off, a_request_for_one_port_goes_on)
 {
     const t_proto_detect_request request = {.timeout_ms = 2000, .dev = dev("eth1"), .protocol = nullptr};

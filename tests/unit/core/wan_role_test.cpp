@@ -137,6 +137,7 @@ TEST_F(wan_role, moved_during_a_cycle_to_a_port_that_is_none_of_ours_stays_there
 
 TEST_F(wan_role, that_was_at_a_foreign_port_all_the_time_may_be_taken)
 {
+    port_model.wan_dev = nullptr;
     write_switch_config(8, 7);
     plug({"eth2"});
     fake_probes.dhcp_ports = {"eth2"};
@@ -144,6 +145,106 @@ TEST_F(wan_role, that_was_at_a_foreign_port_all_the_time_may_be_taken)
     run_until_end();
     fire(engine.end);
     EXPECT_EQ(fake_router.count(TO_ETH2), 1);
+}
+
+TEST_F(wan_role, that_went_to_a_foreign_port_during_a_cycle_is_not_taken_by_a_later_one)
+{
+    plug({"eth2"});
+    fake_probes.dhcp_ports = {"eth2"};
+    open_cycle();
+    run_until_end();
+    write_switch_config(8, 7);
+    fire(engine.end);
+    EXPECT_EQ(armed(engine.look_again), NOT_ARMED);
+    open_cycle();
+    EXPECT_TRUE(
+        log->has("Info", "uloop_start_wan_detect", "The wan role is at eth7, none of the ports, and stays there!"));
+    fire(engine.end);
+    EXPECT_EQ(swaps(), 0);
+    EXPECT_EQ(fake_probes.count("dhcp all"), 1);
+    EXPECT_EQ(armed(engine.look_again), NOT_ARMED);
+}
+
+TEST_F(wan_role, that_went_to_a_foreign_port_between_cycles_is_not_given_to_the_former_one_that_seems_to_work)
+{
+    plug({"eth0"});
+    write_switch_config(8, 7);
+    fake_router.network_state = 0; // through the foreign port
+    open_cycle();
+    fire(engine.end);
+    EXPECT_EQ(swaps(), 0);
+}
+
+TEST_F(wan_role, that_goes_to_a_foreign_port_in_the_middle_of_a_cycle_ends_it)
+{
+    open_cycle();
+    write_switch_config(8, 7);
+    fire(engine.start_wan_detect);
+    EXPECT_EQ(armed(engine.end), 0);
+    EXPECT_EQ(engine.result_dev, nullptr);
+}
+
+TEST_F(wan_role, that_comes_back_from_a_foreign_port_is_adopted)
+{
+    plug({"eth3"});
+    write_switch_config(8, 7);
+    follow_moved_role();
+    move_role(3);
+    follow_moved_role();
+    EXPECT_EQ(port_model.wan_dev, dev("eth3"));
+}
+
+TEST_F(wan_role, moved_while_a_cycle_without_a_result_ended_counts_as_a_loss_when_its_port_has_no_link)
+{
+    plug({"eth0"});
+    open_cycle();
+    end_cycle_with(nullptr);
+    move_role(3);
+    fire(engine.end);
+    EXPECT_EQ(port_model.wan_dev, dev("eth3"));
+    EXPECT_EQ(swaps(), 0);
+    EXPECT_EQ(armed(engine.start_wan_detect), 10000);
+    EXPECT_TRUE(log->has("Info", "look_at_role", "The wan role was moved from eth0 to eth3!"));
+}
+
+TEST_F(wan_role, moved_to_a_winner_that_lost_its_link_meanwhile_is_no_success)
+{
+    plug({"eth2"});
+    fake_probes.dhcp_ports = {"eth2"};
+    open_cycle();
+    run_until_end();
+    ASSERT_EQ(engine.result_dev, dev("eth2"));
+    unplug({"eth2"});
+    move_role(2);
+    fire(engine.end);
+    EXPECT_EQ(armed(engine.start_wan_detect), 10000);
+}
+
+TEST_F(wan_role, moved_while_the_fake_wan_port_was_given_up_is_not_taken)
+{
+    plug({"eth2"});
+    fake_probes.dhcp_ports = {"eth2"};
+    open_cycle();
+    run_until_end();
+    port_model.fake_wan = dev("eth4");
+    fake_router.on_command = [](const std::string &command) {
+        if (command == "/sbin/wanlan_port_reload")
+            move_role(3);
+    };
+    fire(engine.end);
+    EXPECT_EQ(swaps(), 0);
+    EXPECT_EQ(port_model.wan_dev, dev("eth3"));
+}
+
+TEST_F(wan_role, that_cannot_be_read_is_not_given_back_by_an_end_without_a_result)
+{
+    plug({"eth0"});
+    open_cycle();
+    end_cycle_with(nullptr);
+    write_config("switch", "");
+    fire(engine.end);
+    EXPECT_EQ(swaps(), 0);
+    EXPECT_FALSE(port_model.wan_detect_running);
 }
 
 TEST_F(wan_role, a_pass_says_nothing_new_while_nothing_moved)
