@@ -50,7 +50,8 @@ def judge(kind, outcomes, exceptions):
     expected = {name: reason for name, reason in exceptions.items() if is_of_the_lab(name) == (kind == "lab")}
     excepted = [name for name, seen in outcomes.items() if seen == FAILED and name in expected]
     failed = [name for name, seen in outcomes.items() if seen == FAILED and name not in expected]
-    skipped = [name for name, seen in outcomes.items() if seen == SKIPPED]
+    skipped = [name for name, seen in outcomes.items() if seen == SKIPPED and name in expected]
+    failed += [name for name, seen in outcomes.items() if seen == SKIPPED and name not in expected]
     passed = [name for name, seen in outcomes.items() if seen == PASSED]
     unknown = [name for name in expected if name not in outcomes]
     figures = f"{TITLES[kind]}: {len(passed)} passed, {len(excepted)} excepted, {len(failed)} failed"
@@ -75,13 +76,15 @@ def self_test():
     units = {name: seen for name, seen in outcomes.items() if not is_of_the_lab(name)}
     lab = {name: seen for name, seen in outcomes.items() if is_of_the_lab(name)}
     exceptions = read_exceptions("# name, a tab, the reason\na.c\twhy not\ntest_x.py::test_z\tneither\n")
+    assert not judge("unit", units, exceptions).good, "what is skipped wants a reason, too"
+    exceptions["a.d"] = "nothing to look at"
     assert judge("unit", units, exceptions).good and judge("lab", lab, exceptions).good
     assert judge("unit", units, exceptions).lines[:2] == ["unit tests: 1 passed, 1 excepted, 0 failed, 1 skipped",
                                                           "   excepted: a.c: why not"]
     assert not judge("unit", units, {}).good and not judge("lab", lab, {}).good
     assert "   failed: a.c" in judge("unit", units, {}).lines
     assert "   an exception that passes: a.b" in judge("unit", units, {"a.c": "", "a.b": ""}).lines
-    assert not judge("unit", units, {"a.c": "", "a.e": ""}).good
+    assert not judge("unit", units, {"a.c": "", "a.d": "", "a.e": ""}).good
     assert not judge("unit", {}, {}).good
     print("the report notices what is wrong")
 

@@ -199,6 +199,15 @@ TEST_F(lan_hosts, without_the_bridges_address_only_the_flags_are_cleared)
     EXPECT_FALSE(log.has_body("Entering function: update_brlan_dev_index!"));
 }
 
+TEST_F(lan_hosts, invented_hosts_fill_no_log)
+{
+    give_number("eth1", "0x5");
+    learn(forwarding_records(1000));
+    update_brlan_dev(&model);
+    EXPECT_EQ(log.count("Debug", JOB, "No device index(1) match in device hashmap!"), 200);
+    EXPECT_TRUE(log.has("Info", "tell_lines_left_out", "lan hosts: 800 more lines about received frames left out"));
+}
+
 TEST_F(lan_hosts, without_forwarding_records_the_search_ends)
 {
     learn("");
