@@ -88,7 +88,7 @@ def test_the_environment_does_not_choose_the_driver(tmp_path, shell):
     environment = {"COMBO_DRIVER": str(tmp_path / "other")}
     told = with_driver(tmp_path / "real", shell, "get_combo_state.sh", "port5", environment=environment).stdout
     assert json.loads(told) == {"phy": True, "sfp": False, "serdes": "phy"}
-    program(tmp_path / "uci", "#!/bin/sh\ntrue\n")    # whatever it is told
+    program(tmp_path / "uci", "#!/bin/sh\ncase $3 in *.switch_port) echo port5 ;; *.wan_port) echo sfp ;; esac\n")
     environment["PATH"] = f"{tmp_path}:/usr/sbin:/usr/bin:/sbin:/bin"
     with_driver(tmp_path / "real", shell, "network_lanwan_swap", "set", "port5", "sfp", environment=environment)
     assert (tmp_path / "real" / "port5" / "serdes").read_text() == "sfp\n"
