@@ -18,6 +18,12 @@ uint64_t blocks_of(size_t bytes, uint64_t block_size)
     return (bytes + block_size - 1) / block_size;
 }
 
+// Some blocks of a disk are kept free for root.
+uint64_t free_blocks(const struct statfs &disk)
+{
+    return static_cast<uint64_t>(geteuid() == 0 ? disk.f_bfree : disk.f_bavail);
+}
+
 // An overlay copies a file that was delivered with the firmware as soon as it is opened for writing.
 uint64_t needed_blocks(const struct statfs &disk, size_t bytes, size_t beside)
 {
@@ -38,7 +44,7 @@ bool has_disk_room(const char *folder, size_t bytes, size_t beside)
     // Disks without a size, such as a RAM disk that may grow, give no blocks at all.
     if (statfs(folder, &disk) != 0 || disk.f_blocks == 0 || disk.f_bsize == 0)
         return true;
-    const bool has_blocks = disk.f_bavail >= needed_blocks(disk, bytes, beside);
+    const bool has_blocks = free_blocks(disk) >= needed_blocks(disk, bytes, beside);
     if (has_blocks && (disk.f_files == 0 || disk.f_ffree > 0))
         return true;
     LOG(Error, "no room in %s for a file of %zu bytes\n", folder, bytes);

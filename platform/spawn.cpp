@@ -104,7 +104,9 @@ IN_FOREIGN_MEMORY void close_what_another_thread_opened()
 // descriptor is the one that surely is free meanwhile.
 IN_FOREIGN_MEMORY void arrange_descriptors(int output)
 {
-    if (output >= 0)
+    if (output == STDOUT_FILENO)
+        syscall(SYS_fcntl, output, F_SETFD, 0); // the shell would not get it, and no copy onto itself clears that
+    else if (output >= 0)
         syscall(SYS_dup3, output, STDOUT_FILENO, 0);
     syscall(SYS_close, STDIN_FILENO);
     close_what_another_thread_opened();

@@ -22,7 +22,6 @@
 
 namespace {
 
-constexpr const char *UCI_SAVEDIR_PARENT = "/tmp";
 constexpr mode_t MODE_BITS = 07777;
 
 struct t_text {
@@ -96,24 +95,19 @@ bool read_all(int fd, size_t size, t_text *text)
     return true;
 }
 
-// A configuration file that nobody else reads or writes as long as this exists; for the library, too, it is locked.
-class t_locked_file {
-public:
-    explicit t_locked_file(const char *path) : guard_(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK)) {}
+enum class t_lock { none, exclusive };
 
-    // False when the file is no file or cannot be locked in time.
-    bool read(t_text *text, mode_t *mode) const
-    {
-        struct stat file = {};
-        if (guard_.fd < 0 || flock(guard_.fd, LOCK_EX) != 0 || fstat(guard_.fd, &file) != 0 || !S_ISREG(file.st_mode))
-            return false;
-        *mode = file.st_mode & MODE_BITS;
-        return read_all(guard_.fd, static_cast<size_t>(file.st_size), text);
-    }
-
-private:
-    t_fd_guard guard_;
-};
+// False when the file is no file, or cannot be locked in time; the lock ends with the call.
+bool read_file(const char *path, t_lock lock, t_text *text, mode_t *mode)
+{
+    const t_fd_guard guard(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    struct stat file = {};
+    if (guard.fd < 0 || (lock == t_lock::exclusive && flock(guard.fd, LOCK_EX) != 0) || fstat(guard.fd, &file) != 0 ||
+        !S_ISREG(file.st_mode))
+        return false;
+    *mode = file.st_mode & MODE_BITS;
+    return read_all(guard.fd, static_cast<size_t>(file.st_size), text);
+}
 
 bool write_draft(int fd, const t_text &text, mode_t mode)
 {
@@ -142,23 +136,21 @@ bool replace_file(const char *path, const t_text &text, mode_t mode)
     return false;
 }
 
-// Somebody else may have used up the room while the library wrote. The former text had room before.
+// Somebody else may have used up the room while the library wrote. The former text had room before. Whoever replaces
+// the file does so as a whole, so neither the look nor the return to the former text waits for a lock.
 int look_after_commit(const char *path, const t_text &former, const t_text &wanted)
 {
-    const t_locked_file file(path);
     t_text found;
     mode_t mode = 0;
-    if (!file.read(&found, &mode) || !is_cut(found, wanted))
+    if (!read_file(path, t_lock::none, &found, &mode)) {
+        LOG(Error, "%s cannot be read after its commit\n", path);
+        return UCI_ERR_IO;
+    }
+    if (!is_cut(found, wanted))
         return UCI_OK;
     const bool is_back = replace_file(path, former, mode);
     LOG(Error, "%s was cut by its commit, its former text is %s\n", path, is_back ? "back" : "lost");
     return UCI_ERR_IO;
-}
-
-// Half a change that waits would be passed over in silence.
-bool may_wait()
-{
-    return has_disk_room(access(UCI_SAVEDIR, F_OK) == 0 ? UCI_SAVEDIR : UCI_SAVEDIR_PARENT, 1, 0);
 }
 
 bool has_room(const char *path, const t_text &former, const t_text &wanted)
@@ -173,7 +165,7 @@ bool has_room(const char *path, const t_text &former, const t_text &wanted)
 bool may_be_replaced(const char *path, const t_text &wanted, t_text *former)
 {
     mode_t mode = 0;
-    return t_locked_file(path).read(former, &mode) && has_room(path, *former, wanted);
+    return read_file(path, t_lock::exclusive, former, &mode) && has_room(path, *former, wanted);
 }
 
 } // namespace
@@ -190,8 +182,10 @@ int commit_uci_package(uci_context *context, uci_package **package)
         return UCI_OK;
     char path[PATH_MAX];
     t_text former;
+    if (!realpath((*package)->path, path) || !uci_may_wait(context, name))
+        return UCI_ERR_IO;
     const t_uci_own_save_folder folder(context, name);
-    if (!folder.is_ready() || !realpath((*package)->path, path) || !may_wait())
+    if (!folder.is_ready())
         return UCI_ERR_IO;
     if (!may_be_replaced(path, wanted, &former)) {
         uci_save(context, *package);
@@ -199,7 +193,8 @@ int commit_uci_package(uci_context *context, uci_package **package)
     }
     const t_uci_lock_watch locks;
     const int result = uci_commit(context, package, false);
-    if (result != UCI_OK || locks.gave_up())
-        return result != UCI_OK ? result : static_cast<int>(UCI_ERR_IO);
-    return look_after_commit(path, former, wanted);
+    if (result != UCI_OK)
+        return result;
+    const int seen = look_after_commit(path, former, wanted);
+    return locks.gave_up() ? static_cast<int>(UCI_ERR_IO) : seen;
 }

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -15,11 +16,19 @@
 namespace {
 
 constexpr uint32_t LOCK_POLL_MS = 5;
+constexpr unsigned REFUSED_FILES = 8; // as many as are remembered
+
+struct t_file_id {
+    dev_t device;
+    ino_t number;
+};
 
 struct t_patience {
     int64_t spent_ms; // of the limit, at the end of the last wait
     t_time_stamp last_wait;
     unsigned given_up;
+    unsigned refusals; // since all of the time was got back
+    t_file_id refused[REFUSED_FILES];
 };
 
 // Of the program itself, so that no call into the loader is needed to find it.
@@ -30,9 +39,31 @@ int lock_at_once(int fd, int operation)
     return static_cast<int>(syscall(SYS_flock, fd, operation | LOCK_NB));
 }
 
-// With the error of a wait that a signal has ended.
-int give_up()
+t_file_id identify(int fd)
 {
+    struct stat file = {};
+    return fstat(fd, &file) == 0 ? t_file_id{file.st_dev, file.st_ino} : t_file_id{};
+}
+
+bool was_refused(const t_file_id &file)
+{
+    const t_file_id *first = patience.refused;
+    return std::any_of(first, first + std::min(patience.refusals, REFUSED_FILES),
+                       [&](const t_file_id &one) { return one.device == file.device && one.number == file.number; });
+}
+
+int64_t limit_of_wait_ms(const t_file_id &file, int64_t spent_ms)
+{
+    if (spent_ms == 0)
+        patience.refusals = 0;
+    const int64_t left_ms = UCI_LOCK_LIMIT_MS - spent_ms;
+    return was_refused(file) ? left_ms : std::max(left_ms, UCI_LOCK_FLOOR_MS);
+}
+
+// With the error of a wait that a signal has ended.
+int give_up(const t_file_id &file)
+{
+    patience.refused[patience.refusals++ % REFUSED_FILES] = file;
     patience.given_up++;
     errno = EINTR;
     return -1;
@@ -45,15 +76,18 @@ int lock_within_limit(int fd, int operation)
         return result;
     const t_time_stamp start = get_time_stamp();
     const int64_t spent_ms = std::max(patience.spent_ms - milliseconds_since(patience.last_wait), int64_t{0});
+    const t_file_id file = identify(fd);
+    const int64_t limit_ms = limit_of_wait_ms(file, spent_ms);
     int64_t waited_ms = 0;
-    while (result != 0 && errno == EWOULDBLOCK && spent_ms + waited_ms < UCI_LOCK_LIMIT_MS) {
+    errno = EWOULDBLOCK;
+    while (result != 0 && errno == EWOULDBLOCK && waited_ms < limit_ms) {
         sleep_ms(LOCK_POLL_MS);
         result = lock_at_once(fd, operation);
         waited_ms = milliseconds_since(start);
     }
     patience.spent_ms = spent_ms + waited_ms;
     patience.last_wait = get_time_stamp();
-    return result != 0 && errno == EWOULDBLOCK ? give_up() : result;
+    return result != 0 && errno == EWOULDBLOCK ? give_up(file) : result;
 }
 
 } // namespace

@@ -9,6 +9,9 @@
 // wait it gets that time back.
 constexpr int64_t UCI_LOCK_LIMIT_MS = 1000;
 
+// What is left of it at least for a file that was not waited for in vain meanwhile: somebody may just be writing it.
+constexpr int64_t UCI_LOCK_FLOOR_MS = 20;
+
 // How many waits of this thread came to nothing so far; those locks were not taken.
 unsigned uci_locks_given_up();
 

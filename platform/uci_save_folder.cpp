@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "platform/uci_save_folder.h"
 
-#include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -12,13 +12,17 @@
 
 #include <uci.h>
 
+#include "platform/disk_room.h"
 #include "platform/log.h"
 #include "platform/shared.h"
+#include "platform/text.h"
 #include "platform/uci_limits.h"
 
 namespace {
 
 constexpr char NOWHERE[] = "/dev/null"; // there is nothing below a device
+constexpr size_t ONE_CHANGE = 1;        // byte; a disk has room for a whole block or for none
+constexpr const char *OWN_FOLDERS[] = {"/var/run/wan_detect-XXXXXX", "/tmp/wan_detect-XXXXXX"};
 static_assert(sizeof NOWHERE <= sizeof UCI_SAVEDIR, "written over the name of the save folder");
 
 enum class t_folder { ours, foreign, unknown };
@@ -42,17 +46,24 @@ t_folder judge_files(DIR *folder)
     return t_folder::ours;
 }
 
-// No folder, and a file of ours in its place, hold no changes of anybody.
+bool is_writable_by_others(const struct stat &file)
+{
+    return (file.st_mode & S_IWOTH) || ((file.st_mode & S_IWGRP) && file.st_gid != getegid());
+}
+
+// A free place would be free for everybody, later as well: taken, it stays ours in a sticky /tmp. A file of ours in it
+// holds no changes of anybody.
 t_folder judge_save_folder()
 {
     struct stat file = {};
+    mkdir(UCI_SAVEDIR, S_IRWXU);
     if (lstat(UCI_SAVEDIR, &file) != 0)
-        return errno == ENOENT ? t_folder::ours : t_folder::unknown;
+        return t_folder::unknown;
     if (!is_ours(file) || S_ISLNK(file.st_mode))
         return t_folder::foreign;
     if (!S_ISDIR(file.st_mode))
         return t_folder::ours;
-    if (file.st_mode & (S_IWGRP | S_IWOTH))
+    if (is_writable_by_others(file))
         return t_folder::foreign;
     DIR *folder = opendir(UCI_SAVEDIR);
     if (!folder)
@@ -60,6 +71,28 @@ t_folder judge_save_folder()
     const t_folder result = judge_files(folder);
     closedir(folder);
     return result;
+}
+
+bool has_left(const uci_context *context)
+{
+    return strcmp(context->savedir, NOWHERE) == 0;
+}
+
+bool waits_already(const char *package)
+{
+    char path[sizeof UCI_SAVEDIR + UCI_PATH_SIZE];
+    snprintf(path, sizeof path, "%s/%s", UCI_SAVEDIR, package);
+    struct stat file = {};
+    return stat(path, &file) == 0 && file.st_size > 0;
+}
+
+// Its parent, with the last slash, is the part before the name.
+bool has_room_beside(const char *folder)
+{
+    char parent[PATH_MAX];
+    bounded_copy(parent, folder, sizeof parent);
+    *strrchr(parent, '/') = '\0';
+    return has_disk_room(parent, ONE_CHANGE, 0);
 }
 
 } // namespace
@@ -86,16 +119,25 @@ bool uci_leave_save_folder(uci_context *context)
     return uci_set_savedir(context, NOWHERE) == UCI_OK;
 }
 
-t_uci_own_save_folder::t_uci_own_save_folder(uci_context *context, const char *package)
-    : folder_("/tmp/wan_detect-XXXXXX"), package_(package), ready_(true)
+bool uci_may_wait(uci_context *context, const char *package)
 {
-    if (strcmp(context->savedir, NOWHERE) != 0) {
-        folder_[0] = '\0';
-        return;
+    if (has_left(context))
+        return true;
+    // Half a change that waits would be passed over in silence.
+    return has_disk_room(UCI_SAVEDIR, ONE_CHANGE, 0) || (!waits_already(package) && uci_leave_save_folder(context));
+}
+
+t_uci_own_save_folder::t_uci_own_save_folder(uci_context *context, const char *package)
+    : folder_(""), package_(package), ready_(!has_left(context))
+{
+    for (const char *name : OWN_FOLDERS) {
+        if (ready_ || !has_room_beside(name))
+            continue;
+        bounded_copy(folder_, name, sizeof folder_);
+        if (!mkdtemp(folder_))
+            folder_[0] = '\0';
+        ready_ = folder_[0] && uci_set_savedir(context, folder_) == UCI_OK;
     }
-    if (!mkdtemp(folder_))
-        folder_[0] = '\0';
-    ready_ = folder_[0] && uci_set_savedir(context, folder_) == UCI_OK;
 }
 
 t_uci_own_save_folder::~t_uci_own_save_folder()

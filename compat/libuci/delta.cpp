@@ -86,7 +86,7 @@ int append_to_file(uci_context *ctx, const uci_package *package, const text_buil
     heap<char> path(saved_delta_path(ctx, package->e.name));
     if (path == nullptr)
         return UCI_ERR_MEM;
-    int rc = make_directory(ctx->savedir);
+    int rc = make_directory(ctx->savedir, ctx->confdir);
     if (rc != UCI_OK)
         return rc;
     scoped_fd fd;

@@ -250,9 +250,11 @@ void unlink_if_same(const char *path, int fd)
         unlink(path);
 }
 
-int make_directory(const char *path)
+int make_directory(const char *path, const char *model)
 {
-    return mkdir(path, UCI_DIRMODE) == 0 || errno == EEXIST ? UCI_OK : UCI_ERR_IO;
+    struct stat status = {};
+    const mode_t mode = stat(model, &status) == 0 ? status.st_mode & mode_bits : UCI_DIRMODE;
+    return mkdir(path, mode) == 0 || errno == EEXIST ? UCI_OK : UCI_ERR_IO;
 }
 
 } // namespace uci_impl

@@ -60,7 +60,7 @@ bool is_same_file(const char *a, const char *b);
 // Removes the file at path if it still is the open one.
 void unlink_if_same(const char *path, int fd);
 
-// Creates the directory, if it is missing, for its owner alone.
-int make_directory(const char *path);
+// Creates the directory, if it is missing, with the mode of a model; for its owner alone where there is no model.
+int make_directory(const char *path, const char *model);
 
 } // namespace uci_impl

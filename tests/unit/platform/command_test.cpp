@@ -20,6 +20,7 @@
 
 #include "platform/command.h"
 #include "platform/guards.h"
+#include "platform/spawn.h"
 #include "support/sandbox.h"
 
 namespace {
@@ -411,4 +412,23 @@ TEST(run_command, shares_the_standard_output)
     t_log_capture log;
     run_command("echo said by the program");
     EXPECT_EQ(log.text(), "said by the program\n");
+}
+
+TEST(spawn, output_that_is_the_standard_one_already_reaches_the_shell)
+{
+    int pipe_ends[2];
+    ASSERT_EQ(pipe2(pipe_ends, O_CLOEXEC), 0);
+    const t_fd_guard reading(pipe_ends[0]), saved(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3));
+    ASSERT_EQ(dup3(pipe_ends[1], STDOUT_FILENO, O_CLOEXEC), STDOUT_FILENO);
+    close(pipe_ends[1]);
+    pid_t child = -1;
+    const int error = spawn_shell("echo here", STDOUT_FILENO, &child);
+    const int flags = fcntl(STDOUT_FILENO, F_GETFD);
+    dup2(saved.fd, STDOUT_FILENO);
+    ASSERT_EQ(error, 0);
+    EXPECT_EQ(waitpid(child, nullptr, 0), child);
+    EXPECT_EQ(flags, FD_CLOEXEC) << "in the daemon it stays as it is";
+    char text[16] = "";
+    EXPECT_EQ(read(reading.fd, text, sizeof text - 1), 5);
+    EXPECT_STREQ(text, "here\n");
 }

@@ -1,10 +1,13 @@
 // SPDX-License-Identifier: MIT
 // Commits on disks without room. The library's own is counted, and may be made to do what a full disk makes of it.
+#include <algorithm>
 #include <fcntl.h>
 #include <filesystem>
 #include <string>
+#include <sys/file.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -19,11 +22,24 @@ extern "C" {
 }
 
 static int commits;
-static int cut_to = -1; // bytes that the library leaves of the file, or -1
+static int cut_to = -1;        // bytes that the library leaves of the file, or -1
+static bool is_locked;         // somebody locks the file right after the commit
+static bool is_vanished;       // somebody puts a folder in its place
+static bool waits_for_another; // the library comes across another file that is locked, and goes on without it
+static fsblkcnt_t reserve;     // blocks of every disk that are root's alone
 
 extern "C" {
 int __real_uci_commit(uci_context *context, uci_package **package, bool overwrite);
 int __wrap_uci_commit(uci_context *context, uci_package **package, bool overwrite);
+int __real_statfs(const char *path, struct statfs *disk);
+int __wrap_statfs(const char *path, struct statfs *disk);
+
+int __wrap_statfs(const char *path, struct statfs *disk)
+{
+    const int result = __real_statfs(path, disk);
+    disk->f_bavail -= std::min(static_cast<fsblkcnt_t>(disk->f_bavail), reserve);
+    return result;
+}
 
 int __wrap_uci_commit(uci_context *context, uci_package **package, bool overwrite)
 {
@@ -32,6 +48,21 @@ int __wrap_uci_commit(uci_context *context, uci_package **package, bool overwrit
     const int result = __real_uci_commit(context, package, overwrite);
     if (cut_to >= 0) {
         EXPECT_EQ(truncate(path.c_str(), cut_to), 0);
+    }
+    if (is_locked) {
+        EXPECT_EQ(flock(open(path.c_str(), O_RDONLY | O_CLOEXEC), LOCK_EX | LOCK_NB), 0);
+    }
+    if (is_vanished) {
+        EXPECT_EQ(unlink(path.c_str()), 0);
+        EXPECT_EQ(mkdir(path.c_str(), 0755), 0);
+    }
+    if (waits_for_another) {
+        const int holder = open("/etc/config/wan_detect", O_RDONLY | O_CLOEXEC);
+        const int waiting = open("/etc/config/wan_detect", O_RDONLY | O_CLOEXEC);
+        EXPECT_EQ(flock(holder, LOCK_EX | LOCK_NB), 0);
+        EXPECT_EQ(flock(waiting, LOCK_SH), -1);
+        close(holder);
+        close(waiting);
     }
     return result;
 }
@@ -81,6 +112,7 @@ protected:
         EXPECT_EQ(chmod("/etc/config/network", 0640), 0);
         commits = 0;
         cut_to = -1;
+        is_locked = is_vanished = waits_for_another = false;
     }
     ~uci_commit_room() override { fs::remove_all("/tmp/.uci"); }
 
@@ -172,10 +204,44 @@ TEST_F(uci_commit_room, with_room_again_the_commit_is_made)
     EXPECT_NE(file("network").find("option proto 'pppoe'"), std::string::npos);
 }
 
-TEST_F(uci_commit_room, without_room_for_the_waiting_change_nothing_is_committed)
+TEST_F(uci_commit_room, without_room_where_changes_wait_they_go_through_another_place)
+{
+    const t_small_disk tmp("/tmp");
+    EXPECT_EQ(mkdir("/tmp/.uci", 0700), 0);
+    tmp.fill();
+    EXPECT_EQ(set("network.wan.proto", "pppoe"), 0);
+    EXPECT_EQ(commits, 1);
+    EXPECT_NE(file("network").find("option proto 'pppoe'"), std::string::npos);
+    EXPECT_TRUE(log.has("Error", "has_disk_room", "no room in /tmp/.uci for a file of 1 bytes"));
+    for (const auto &entry : fs::directory_iterator("/var/run/"))
+        EXPECT_EQ(entry.path().filename().string().rfind("wan_detect-", 0), std::string::npos) << entry.path();
+}
+
+TEST_F(uci_commit_room, without_room_for_the_folder_of_waiting_changes_they_go_through_another_place)
 {
     const t_small_disk tmp("/tmp");
     tmp.fill();
+    EXPECT_EQ(set("network.wan.proto", "pppoe"), 0);
+    EXPECT_NE(file("network").find("option proto 'pppoe'"), std::string::npos);
+}
+
+TEST_F(uci_commit_room, without_room_nothing_goes_past_what_waits_already)
+{
+    const t_small_disk tmp("/tmp");
+    write_file("/tmp/.uci/network", "network.wan.proto='l2tp'\n");
+    EXPECT_EQ(chmod("/tmp/.uci", 0700), 0);
+    tmp.fill();
+    EXPECT_EQ(set("network.wan.proto", "pppoe"), -1);
+    EXPECT_EQ(commits, 0);
+    EXPECT_EQ(file("network"), NETWORK);
+    EXPECT_EQ(read_file("/tmp/.uci/network"), "network.wan.proto='l2tp'\n");
+}
+
+TEST_F(uci_commit_room, without_room_for_the_waiting_change_anywhere_nothing_is_committed)
+{
+    const t_small_disk tmp("/tmp"), run("/var/run/");
+    tmp.fill();
+    run.fill();
     EXPECT_EQ(set("network.wan.proto", "pppoe"), -1);
     EXPECT_EQ(commits, 0);
     EXPECT_EQ(file("network"), NETWORK);
@@ -238,6 +304,36 @@ TEST_F(uci_commit_room, a_file_that_a_commit_has_cut_gets_its_former_text_back)
     EXPECT_EQ(log.count("Error", "_uci_set_value_commit", "fail to commit network.wan.proto"), 3);
 }
 
+TEST_F(uci_commit_room, a_cut_file_that_somebody_locks_gets_its_former_text_back)
+{
+    cut_to = 20;
+    is_locked = true;
+    EXPECT_EQ(set("network.wan.proto", "pppoe"), -1);
+    EXPECT_EQ(file("network"), NETWORK);
+}
+
+TEST_F(uci_commit_room, a_cut_file_gets_its_former_text_back_also_when_a_lock_was_given_up)
+{
+    cut_to = 20;
+    waits_for_another = true;
+    EXPECT_EQ(set("network.wan.proto", "pppoe"), -1);
+    EXPECT_EQ(file("network"), NETWORK);
+}
+
+TEST_F(uci_commit_room, a_commit_that_gave_up_a_lock_counts_as_failed)
+{
+    waits_for_another = true;
+    EXPECT_EQ(set("network.wan.proto", "pppoe"), -1);
+}
+
+TEST_F(uci_commit_room, a_commit_whose_file_cannot_be_read_counts_as_failed)
+{
+    is_vanished = true;
+    EXPECT_EQ(set("network.wan.proto", "pppoe"), -1);
+    EXPECT_TRUE(log.has("Error", "look_after_commit", "/etc/config/network cannot be read after its commit"));
+    EXPECT_TRUE(log.has("Error", "_uci_set_value_commit", "fail to commit network.wan.proto"));
+}
+
 TEST_F(uci_commit_room, a_link_to_the_file_stays_a_link)
 {
     fs::rename("/etc/config/network", "/etc/config/.network");
@@ -256,6 +352,20 @@ TEST(disk_room, a_disk_without_a_size_has_room)
     ASSERT_EQ(mount("ramfs", "/run/endless", "ramfs", 0, nullptr), 0);
     EXPECT_TRUE(has_disk_room("/run/endless", 1 << 30, 0));
     EXPECT_EQ(umount("/run/endless"), 0);
+}
+
+TEST(disk_room, what_is_kept_free_for_root_is_room_for_root_alone)
+{
+    fs::create_directories("/run/small");
+    const t_small_disk disk("/run/small");
+    EXPECT_EQ(chmod("/run/small", 0777), 0);
+    t_log_capture log;
+    reserve = 1000;
+    EXPECT_TRUE(has_disk_room("/run/small", 1, 0));
+    EXPECT_EQ(seteuid(65534), 0);
+    EXPECT_FALSE(has_disk_room("/run/small", 1, 0));
+    EXPECT_EQ(seteuid(0), 0);
+    reserve = 0;
 }
 
 TEST(disk_room, an_overlay_needs_room_for_a_copy_of_the_old_file_as_well)

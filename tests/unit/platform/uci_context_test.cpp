@@ -1,6 +1,10 @@
 // SPDX-License-Identifier: MIT
 // Configuration access when the library hands out no context.
+#include <filesystem>
 #include <string>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <gtest/gtest.h>
 
@@ -14,12 +18,38 @@ extern "C" {
 
 static bool no_context;   // the library has none to give
 static bool no_directory; // it has one, but refuses the configuration directory
+static bool is_prepared;  // a stranger has a save folder that he moves to its place before anything is loaded
+
+static void move_prepared_folder()
+{
+    if (!is_prepared)
+        return;
+    EXPECT_EQ(seteuid(65534), 0);
+    rename("/tmp/prepared", "/tmp/.uci");
+    EXPECT_EQ(seteuid(0), 0);
+}
 
 extern "C" {
 uci_context *__real_uci_alloc_context();
 uci_context *__wrap_uci_alloc_context();
 int __real_uci_set_confdir(uci_context *context, const char *directory);
 int __wrap_uci_set_confdir(uci_context *context, const char *directory);
+int __real_uci_load(uci_context *context, const char *name, uci_package **package);
+int __wrap_uci_load(uci_context *context, const char *name, uci_package **package);
+int __real_uci_lookup_ptr(uci_context *context, uci_ptr *pointer, char *path, bool extended);
+int __wrap_uci_lookup_ptr(uci_context *context, uci_ptr *pointer, char *path, bool extended);
+
+int __wrap_uci_load(uci_context *context, const char *name, uci_package **package)
+{
+    move_prepared_folder();
+    return __real_uci_load(context, name, package);
+}
+
+int __wrap_uci_lookup_ptr(uci_context *context, uci_ptr *pointer, char *path, bool extended)
+{
+    move_prepared_folder();
+    return __real_uci_lookup_ptr(context, pointer, path, extended);
+}
 
 uci_context *__wrap_uci_alloc_context()
 {
@@ -120,6 +150,58 @@ TEST_P(uci_without_context, a_package_that_is_to_be_walked_is_null)
 {
     t_uci_package network("network");
     EXPECT_EQ(network.package, nullptr);
+}
+
+// Between the look at the save folder and its use there is time for others.
+class uci_late_save_folder : public testing::Test {
+protected:
+    uci_late_save_folder()
+    {
+        write_config("network", "config interface 'wan'\n\toption proto 'dhcp'\n");
+        std::filesystem::remove_all("/tmp/.uci");
+        write_file("/tmp/prepared/network", "network.wan.proto='evil'\n");
+        for (const char *path : {"/tmp/prepared", "/tmp/prepared/network"})
+            EXPECT_EQ(chown(path, 65534, 65534), 0);
+        EXPECT_EQ(chmod("/tmp", 01777), 0);
+        is_prepared = true;
+    }
+    ~uci_late_save_folder() override
+    {
+        is_prepared = false;
+        for (const char *path : {"/tmp/.uci", "/tmp/prepared"})
+            std::filesystem::remove_all(path);
+        remove_config("network");
+    }
+    static std::string value()
+    {
+        char text[UCI_VALUE_SIZE] = "";
+        return _uci_get_value("network.wan.proto", text) == 0 ? text : "(failed)";
+    }
+};
+
+TEST_F(uci_late_save_folder, of_a_stranger_finds_its_place_taken)
+{
+    EXPECT_EQ(value(), "dhcp");
+    EXPECT_NE(t_uci_package("network").package, nullptr);
+    struct stat folder = {};
+    ASSERT_EQ(stat("/tmp/.uci", &folder), 0);
+    EXPECT_EQ(folder.st_uid, 0u);
+    EXPECT_EQ(folder.st_mode & 07777, 0700u);
+}
+
+TEST_F(uci_late_save_folder, is_not_read_where_none_could_be_made)
+{
+    std::filesystem::create_directory("/run/bare");
+    ASSERT_EQ(mount("tmpfs", "/run/bare", "tmpfs", 0, "nr_inodes=3,mode=1777"), 0);
+    std::filesystem::rename("/tmp/prepared", "/tmp/prepared.away");
+    std::filesystem::copy("/tmp/prepared.away", "/run/bare/prepared");
+    for (const char *path : {"/run/bare/prepared", "/run/bare/prepared/network"})
+        EXPECT_EQ(chown(path, 65534, 65534), 0);
+    ASSERT_EQ(mount("/run/bare", "/tmp", nullptr, MS_MOVE, nullptr), 0);
+    EXPECT_EQ(value(), "dhcp");
+    EXPECT_TRUE(file_exists("/tmp/.uci/network")) << "it did come";
+    EXPECT_EQ(umount2("/tmp", MNT_DETACH), 0);
+    std::filesystem::remove_all("/tmp/prepared.away");
 }
 
 } // namespace

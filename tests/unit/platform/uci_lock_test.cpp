@@ -124,7 +124,22 @@ TEST_F(uci_lock, reads_that_follow_each_other_share_the_second)
             EXPECT_EQ(get("network.wan.proto"), -1);
             EXPECT_EQ(get("switch.port1.ifname"), -1);
         }
+        EXPECT_NEAR(waited_ms(), UCI_LOCK_LIMIT_MS + UCI_LOCK_FLOOR_MS, ONE_POLL_MS);
+    });
+}
+
+TEST_F(uci_lock, a_file_that_is_just_written_is_read_although_the_second_is_spent_on_another)
+{
+    const t_foreign_lock lock("/etc/config/network");
+    t_foreign_lock writer("/etc/config/switch");
+    on_a_thread([&] {
+        get("network.wan.proto");
         EXPECT_NEAR(waited_ms(), UCI_LOCK_LIMIT_MS, ONE_POLL_MS);
+        fake_clock.during_sleep = [&](uint32_t) {
+            if (waited_ms() >= UCI_LOCK_FLOOR_MS / 4)
+                writer.let_go();
+        };
+        EXPECT_EQ(get("switch.port1.ifname"), 0);
     });
 }
 

@@ -34,7 +34,11 @@ void PrintTo(const t_way &way, std::ostream *out)
 
 const t_way WAYS[] = {
     {"a_folder_of_a_stranger", [] { EXPECT_EQ(chown(FOLDER, STRANGER, STRANGER), 0); }},
-    {"a_folder_that_its_group_may_write", [] { EXPECT_EQ(chmod(FOLDER, 0775), 0); }},
+    {"a_folder_that_another_group_may_write",
+     [] {
+         EXPECT_EQ(chmod(FOLDER, 0775), 0);
+         EXPECT_EQ(chown(FOLDER, 0, STRANGER), 0);
+     }},
     {"a_folder_that_all_may_write", [] { EXPECT_EQ(chmod(FOLDER, 01777), 0); }},
     {"a_file_of_a_stranger", [] { EXPECT_EQ(chown(WAITING, STRANGER, STRANGER), 0); }},
     {"a_link_to_a_folder",
@@ -103,6 +107,13 @@ TEST_F(uci_save_folder, of_our_own_holds_changes_that_count)
     EXPECT_EQ(log.count("Error", "", TOLD), 0);
 }
 
+TEST_F(uci_save_folder, that_our_own_group_may_write_holds_changes_that_count)
+{
+    EXPECT_EQ(chmod(FOLDER, 0775), 0);
+    EXPECT_EQ(value("network.wan.proto"), "evil");
+    EXPECT_EQ(log.count("Error", "", TOLD), 0);
+}
+
 TEST_P(strange_save_folder, is_not_read_from)
 {
     EXPECT_EQ(value("network.wan.proto"), "dhcp");
@@ -136,8 +147,9 @@ TEST_P(strange_save_folder, is_not_committed_and_our_own_change_is)
 TEST_P(strange_save_folder, leaves_nothing_of_ours_behind)
 {
     set("network.wan.port", "2");
-    for (const auto &entry : fs::directory_iterator("/tmp"))
-        EXPECT_EQ(entry.path().filename().string().rfind("wan_detect-", 0), std::string::npos) << entry.path();
+    for (const char *place : {"/tmp", "/var/run/"})
+        for (const auto &entry : fs::directory_iterator(place))
+            EXPECT_EQ(entry.path().filename().string().rfind("wan_detect-", 0), std::string::npos) << entry.path();
 }
 
 TEST_F(uci_save_folder, that_becomes_ours_again_counts_again)

@@ -29,7 +29,7 @@ protected:
 
 const std::string untouched = "\nconfig t 'a'\n\toption x '1'\n\tlist l 'p'\n\n";
 
-TEST_F(waiting_changes, are_appended_with_the_mode_of_their_file_in_a_folder_for_the_owner_alone)
+TEST_F(waiting_changes, are_appended_with_the_mode_of_their_file_in_a_folder_with_that_of_the_configuration)
 {
     ASSERT_EQ(chmod(conf().c_str(), 0711), 0);
     ASSERT_EQ(chmod(conf("net").c_str(), 0640), 0);
@@ -42,7 +42,7 @@ TEST_F(waiting_changes, are_appended_with_the_mode_of_their_file_in_a_folder_for
     ASSERT_EQ(stat(save("net").c_str(), &file), 0);
     ASSERT_EQ(stat(save().c_str(), &directory), 0);
     EXPECT_EQ(file.st_mode & 0777, 0640u);
-    EXPECT_EQ(directory.st_mode & 0777, 0700u);
+    EXPECT_EQ(directory.st_mode & 0777, 0711u);
 }
 
 TEST_F(waiting_changes, cannot_be_saved_where_no_directory_can_be_made)
