@@ -11,8 +11,8 @@ from lab.front import find_programs
 from test_swap_commit import ROUTER, SHELLS, STAGED, SWITCH, program
 
 COMMANDS = ["online-test", "wanlan_port_reload", "network_lanwan_swap set port2"]
-SOME_SECONDS = 4
-SOME_SECONDS_AND_A_COMMIT = 9
+SOME_SECONDS = 20                 # on a busy machine; the lock lasts a minute
+SOME_SECONDS_AND_A_COMMIT = 30
 LOCK = """#!/bin/sh
 # Locks the switch's file for a minute and goes to the background once that is done.
 flock "$1" /etc/config/switch sh -c 'echo $$ >"$STATE/holder"; exec sleep 60' >/dev/null 2>&1 &
