@@ -12,8 +12,8 @@ from lab.front import find_programs
 ROUTER = Path(__file__).resolve().parent.parent.parent / "router"
 SHELLS = [["sh"]] + ([["busybox", "ash"]] if shutil.which("busybox") else [])
 DISK_UCI = """#!/bin/sh
-# The real program, which tells of commits. With $STATE/cut it leaves that many bytes of the file, as on a full disk, with
-# $STATE/full nothing is left of the room either, and with $STATE/lost nothing waits any more, as in a full /tmp.
+# The real program, which tells of commits. With $STATE/cut it leaves that many bytes of the file, as on a full disk,
+# with $STATE/full nothing is left of the room either, and with $STATE/lost nothing waits any more, as in a full /tmp.
 [ ! -x "$STATE/stranger" ] || "$STATE/stranger"
 case "$*" in *commit*)
     echo committed >>"$STATE/commits"
@@ -51,8 +51,8 @@ class Swap:
                  "mkdir -p /etc/config", "mount -t tmpfs -o size=64k tmpfs /etc/config",
                  f"cp {state}/switch /etc/config/switch", f"mount --bind {state} /mnt/state",
                  "mount --bind /mnt/state /usr/sbin", "mount -t tmpfs -o mode=1777 tmpfs /tmp", *preparation,
-                 f"status=0; sh -c '{first}; exec \"$@\"' sh {' '.join(shell)} {ROUTER / 'network_lanwan_swap'} set {port} ||"
-                 " status=$?",
+                 f"status=0; sh -c '{first}; exec \"$@\"' sh {' '.join(shell)} {ROUTER / 'network_lanwan_swap'} set {port}"
+                 " || status=$?",
                  "cp /etc/config/switch /mnt/state/switch", "ls -A /tmp >/mnt/state/left", after, "exit $status"]
         uci = (find_programs(Path(request.config.getoption("--build"))) / "uci").resolve()
         self.done = subprocess.run(["unshare", "--mount", "sh", "-ec", "\n".join(lines)], capture_output=True,
