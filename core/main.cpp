@@ -31,6 +31,7 @@
 #include "platform/command.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
+#include "platform/uci_lock.h"
 
 constexpr int LINK_WAIT_TRIES = 30;
 constexpr uint32_t LINK_WAIT_INTERVAL_MS = 2000;
@@ -155,6 +156,7 @@ int main(int argc, char **argv)
     stop_if_asked();
     bind_engine_timers();
     LOG(Debug, "init over\n");
+    set_uci_lock_limit(UCI_LOCK_START_LIMIT_MS);
 
     if (init_all_protocols(&port_model.proto_hashmap_head) < 0) {
         LOG(Critical, "init_all_protocols failed!\n");
@@ -169,6 +171,7 @@ int main(int argc, char **argv)
     port_model.enable = static_cast<uint8_t>(get_wan_detect_enable());
     port_model.router_mode = static_cast<uint8_t>(get_is_router_mode());
     update_wan_device(&port_model);
+    set_uci_lock_limit(UCI_LOCK_LIMIT_MS);
 
     int tries = 0;
     for (; tries < LINK_WAIT_TRIES && !wan_port_has_link(); tries++) {

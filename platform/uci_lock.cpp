@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include "platform/clock.h"
+#include "platform/shared.h"
 
 namespace {
 
@@ -56,7 +57,7 @@ int64_t limit_of_wait_ms(const t_file_id &file, int64_t spent_ms)
 {
     if (spent_ms == 0)
         patience.refusals = 0;
-    const int64_t left_ms = UCI_LOCK_LIMIT_MS - spent_ms;
+    const int64_t left_ms = uci_lock_limit() - spent_ms;
     return was_refused(file) ? left_ms : std::max(left_ms, UCI_LOCK_FLOOR_MS);
 }
 
@@ -90,7 +91,19 @@ int lock_within_limit(int fd, int operation)
     return result != 0 && errno == EWOULDBLOCK ? give_up(file) : result;
 }
 
+t_shared<int> limit = {static_cast<int>(UCI_LOCK_LIMIT_MS)};
+
 } // namespace
+
+void set_uci_lock_limit(int64_t milliseconds)
+{
+    limit = static_cast<int>(milliseconds);
+}
+
+int64_t uci_lock_limit()
+{
+    return limit;
+}
 
 unsigned uci_locks_given_up()
 {

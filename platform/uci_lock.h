@@ -9,6 +9,14 @@
 // wait it gets that time back.
 constexpr int64_t UCI_LOCK_LIMIT_MS = 1000;
 
+// The same while the daemon starts: what it reads then counts for its whole life, and a router that boots may be
+// writing slowly.
+constexpr int64_t UCI_LOCK_START_LIMIT_MS = 30'000;
+
+// One of the two, for all threads; UCI_LOCK_LIMIT_MS until it is set. Any thread.
+void set_uci_lock_limit(int64_t milliseconds);
+int64_t uci_lock_limit();
+
 // What is left of it at least for a file that was not waited for in vain meanwhile: somebody may just be writing it.
 constexpr int64_t UCI_LOCK_FLOOR_MS = 20;
 

@@ -1,10 +1,14 @@
 // SPDX-License-Identifier: MIT
 // Start-up from the command line to the loop: the program's own main, called as a function, in a process that neither
 // forks nor sleeps and whose loop returns at once.
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <ctime>
+#include <fcntl.h>
 #include <sstream>
+#include <sys/file.h>
+#include <thread>
 
 #include <getopt.h>
 #include <sys/prctl.h>
@@ -19,6 +23,7 @@
 #include "model/lists.h"
 #include "platform/bus.h"
 #include "platform/log.h"
+#include "platform/uci_lock.h"
 #include "probes/arp_table.h"
 #include "probes/dhcp_probe.h"
 #include "probes/pppoe_probe.h"
@@ -413,6 +418,20 @@ TEST_F(start_up, a_fake_wan_port_that_cannot_be_set_up_is_told_and_start_up_goes
     EXPECT_EQ(start(), 0);
     EXPECT_EQ(said("Info", "init_fake_wan_device failed!"), 1);
     EXPECT_EQ(heartbeat, 0);
+}
+
+TEST_F(start_up, a_file_that_is_locked_for_longer_than_a_second_is_waited_for)
+{
+    const int fd = open("/etc/config/sysmode", O_RDONLY | O_CLOEXEC);
+    ASSERT_EQ(flock(fd, LOCK_EX | LOCK_NB), 0);
+    std::thread writer([fd] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+        close(fd);
+    });
+    EXPECT_EQ(start(), 0);
+    writer.join();
+    EXPECT_EQ(said("Error", "Unable to get sysmode.sysmode.mode, treat it as router!"), 0);
+    EXPECT_EQ(uci_lock_limit(), UCI_LOCK_LIMIT_MS);
 }
 
 // What cannot be done without ends the process by a signal that it sends to itself: a copy of it, for these tests.

@@ -96,6 +96,17 @@ TEST_F(uci_lock, a_read_of_a_locked_file_fails_after_a_second)
     EXPECT_TRUE(log.has("Info", "_uci_get_value", "fail to get ptr network.wan.proto "));
 }
 
+TEST_F(uci_lock, while_the_daemon_starts_a_locked_file_is_waited_for_longer)
+{
+    const t_foreign_lock lock("/etc/config/network");
+    set_uci_lock_limit(UCI_LOCK_START_LIMIT_MS);
+    on_a_thread([] {
+        EXPECT_EQ(get("network.wan.proto"), -1);
+        EXPECT_NEAR(waited_ms(), UCI_LOCK_START_LIMIT_MS, ONE_POLL_MS);
+    });
+    set_uci_lock_limit(UCI_LOCK_LIMIT_MS);
+}
+
 TEST_F(uci_lock, a_file_that_is_let_go_in_time_is_read)
 {
     t_foreign_lock lock("/etc/config/network");
