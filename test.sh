@@ -31,7 +31,7 @@ step() {
 
 . .ci/packages.sh
 packages=(g++ cmake ninja-build libjson-c-dev uthash-dev libgtest-dev iproute2 dnsmasq-base pppoe udhcpc faketime
-    iputils-arping iputils-ping python3 python3-pytest
+    iputils-arping iputils-ping python3 python3-pytest universal-ctags
     clang-14 libclang-rt-14-dev clang-format-14 clang-tidy-14 cppcheck valgrind)
 
 build() { # build PRESET; bundled, for the virtual router runs the bus daemon and the tools that come with those
@@ -39,7 +39,7 @@ build() { # build PRESET; bundled, for the virtual router runs the bus daemon an
 }
 
 unit() { # unit PRESET: what failed runs a second time, alone and talkative, but has failed all the same
-    ctest --preset "$1" -j "$jobs" --timeout 300 -Q -O "$logs/ctest-$1.log" && return 0
+    ctest --preset "$1" -j $((2 * jobs)) --timeout 300 -Q -O "$logs/ctest-$1.log" && return 0
     sed -n '/tests passed/,$p' "$logs/ctest-$1.log"
     echo "---- what failed, once more"
     ctest --preset "$1" --rerun-failed --output-on-failure | tail -n 100
@@ -48,6 +48,10 @@ unit() { # unit PRESET: what failed runs a second time, alone and talkative, but
 
 formatting() {
     git ls-files '*.cpp' '*.h' | xargs clang-format-14 --dry-run --Werror
+}
+
+log_lines() {
+    tests/check_log_lines.py --self-test && tests/check_log_lines.py
 }
 
 # Clang reads the same sources as a second opinion; .clang-tidy says which checks are left out, and why.
@@ -73,7 +77,9 @@ program_checks() {
     sed -n 's/.*(NEEDED).*\[\(.*\)\]/needs \1/p' <<<"$dynamic"
     ! grep -E 'NEEDED.*(stdc\+\+|gcc_s)' <<<"$dynamic" && grep BIND_NOW <<<"$dynamic" && grep GNU_RELRO <<<"$segments" &&
         grep 'Type:.*DYN' <<<"$kind" && grep __stack_chk_fail <<<"$symbols" && grep __printf_chk <<<"$symbols" &&
-        grep __glibcxx_assert_fail <<<"$symbols"
+        grep __glibcxx_assert_fail <<<"$symbols" &&
+        # a library that is linked to another one waits for locked configuration files for ever
+        readelf --dyn-syms -W "$program" | grep -E 'FUNC +GLOBAL +DEFAULT +[0-9]+ flock$'
 }
 
 case $what in
@@ -97,6 +103,8 @@ if [ "$what" != lab ]; then
     }
     say "Static checks"
     step "formatting" formatting
+    step "circles" tests/figures.py --circles
+    step "log lines" log_lines
     step "clang-tidy" tidy
     step "cppcheck" cppcheck_all
     say "Sanitizers"

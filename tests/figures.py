@@ -2,8 +2,9 @@
 # SPDX-License-Identifier: MIT
 """Figures of the house: lengths of functions and files, circles of units, written-twice code, mutable globals.
 
-    tools/figures.py             the table, room by room
-    tools/figures.py --check     only the daemon's bounds; status 1 when one is broken
+    tests/figures.py             the table, room by room
+    tests/figures.py --check     only the daemon's bounds; status 1 when one is broken
+    tests/figures.py --circles   only circles of units, and includes that do not go down; status 1 when there is one
 
 A unit is a source with its header. Code counts as written twice where 60 tokens in a row stand again elsewhere, names,
 numbers and texts counting as equal. Wants universal-ctags.
@@ -21,6 +22,17 @@ ROOT = Path(__file__).resolve().parent.parent
 DAEMON = ("core", "adapters", "model", "probes", "platform")
 ROOMS = DAEMON + ("compat", "lab", "bench", "tests/unit")
 WINDOW = 60
+# Which rooms each room may include, besides itself, as docs/architecture.md draws it.
+BELOW = {
+    "core": {"probes", "adapters", "platform/adapters", "model", "platform"},
+    "probes": {"model", "platform"},
+    "adapters": {"model", "platform"},
+    "platform/adapters": {"model", "platform"},
+    "model": {"platform"},
+    "platform": set(),
+}
+# Circles that are known, and are to go; none may come.
+KNOWN_CIRCLES = []
 BOUNDS = {"median": 9, "p90": 24, "longest": 60, "clones": 7.0}
 TOKEN = re.compile(r'"(?:[^"\\\n]|\\.)*"|\'(?:[^\'\\\n]|\\.)*\'|[A-Za-z_]\w*|\d[\w.\']*|[^\s\w]')
 KEYWORDS = frozenset("""auto bool break case char class const constexpr continue default delete do double else enum extern
@@ -137,6 +149,30 @@ def circles(arrows):
     return groups
 
 
+def room_of(unit):
+    return str(Path(unit).parent)
+
+
+def wrong_ways(arrows):
+    """Includes from one room into another that is not below it."""
+    return [f"{unit} includes {other}" for unit in sorted(arrows) for other in sorted(arrows[unit])
+            if room_of(other) != room_of(unit) and room_of(other) not in BELOW.get(room_of(unit), set())]
+
+
+def circles_and_directions(files):
+    """What is wrong with the includes, known circles apart; these must still be there, for else they are no longer known."""
+    arrows = units(files)
+    found = circles(arrows)
+    return (["a circle of units: " + ", ".join(group) for group in found if group not in KNOWN_CIRCLES] +
+            ["no circle any more, take it off the list: " + ", ".join(group) for group in KNOWN_CIRCLES if group not in found] +
+            ["an include that does not go down: " + way for way in wrong_ways(arrows)])
+
+
+def tell(broken, fine):
+    print("\n".join(broken) or fine)
+    return 1 if broken else 0
+
+
 def measure(files):
     lengths = function_lengths(files)
     lines = [path.read_text(encoding="utf-8").splitlines() for path in files]
@@ -168,12 +204,13 @@ def broken_bounds(files):
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--check", action="store_true", help="only the daemon's bounds")
-    check = parser.parse_args().check
+    parser.add_argument("--circles", action="store_true", help="only circles of units and the direction of includes")
+    options = parser.parse_args()
     daemon = [path for room in DAEMON for path in sources(room)]
-    if check:
-        broken = broken_bounds(daemon)
-        print("\n".join(broken) or "the daemon is within its bounds")
-        return 1 if broken else 0
+    if options.circles:
+        return tell(circles_and_directions(daemon), "no circle that is not known, and all includes go down")
+    if options.check:
+        return tell(broken_bounds(daemon), "the daemon is within its bounds")
     print(f"{'room':<12}{'lines':>7}{'funcs':>7}{'median':>8}{'p90':>5}{'max':>5}{'>60':>5}{'file m/p90/max':>14}"
           f"{'comments':>11}{'clones':>9}{'globals':>9}")
     for room in ROOMS:

@@ -38,7 +38,7 @@ class Play:
                  "mkdir /mnt/upper /mnt/work /mnt/state", f"mount --bind {state} /mnt/state",
                  "mount -t overlay -o lowerdir=/etc,upperdir=/mnt/upper,workdir=/mnt/work overlay /etc",
                  "rm -rf /etc/config", "mkdir /etc/config", "cp /mnt/state/switch /etc/config/switch",
-                 "mount -t tmpfs -o mode=1777 tmpfs /tmp", f"cp {ROUTER}/* /mnt",
+                 f"cp {ROUTER}/* /mnt", f"cp {uci} /mnt/real_uci", "mount -t tmpfs -o mode=1777 tmpfs /tmp",
                  "mount --bind /mnt /usr/sbin", "ip link add br-lan type bridge",
                  *(f"ip link add eth{number} type veth peer name far{number}" for number in (0, 1)), *preparation,
                  f"status=0; {' '.join(shell)} /mnt/{command} || status=$?", after,
@@ -48,7 +48,7 @@ class Play:
         begin = time.monotonic()
         self.status = subprocess.run(["unshare", "--mount", "--net", "sh", "-ec", "\n".join(lines)], check=False,
                                      env={**os.environ, "PATH": "/mnt/state:/usr/bin:/bin", "STATE": "/mnt/state",
-                                          "UCI": str(uci)}).returncode
+                                          "UCI": "/mnt/real_uci"}).returncode
         self.seconds = time.monotonic() - begin
         self.switch = (state / "switch").read_text(encoding="ascii")
         self.waiting = (state / "waiting").read_text(encoding="ascii")

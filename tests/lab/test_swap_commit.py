@@ -43,6 +43,7 @@ class Swap:
     `first` is run by the process that becomes the swap."""
 
     def __init__(self, state, shell, request, *preparation, port="port2", first="true", after="true"):
+        uci = (find_programs(Path(request.config.getoption("--build"))) / "uci").resolve()
         program(state / "uci", DISK_UCI)
         program(state / "wanlan_port_reload", '#!/bin/sh\necho rebuilt >>"$STATE/rebuilt"\n')
         (state / "switch").write_text(SWITCH, encoding="ascii")
@@ -50,15 +51,15 @@ class Swap:
                  "mount -t overlay -o lowerdir=/etc,upperdir=/mnt/upper,workdir=/mnt/work overlay /etc",
                  "mkdir -p /etc/config", "mount -t tmpfs -o size=64k tmpfs /etc/config",
                  f"cp {state}/switch /etc/config/switch", f"mount --bind {state} /mnt/state",
-                 "mount --bind /mnt/state /usr/sbin", "mount -t tmpfs -o mode=1777 tmpfs /tmp", *preparation,
-                 f"status=0; sh -c '{first}; exec \"$@\"' sh {' '.join(shell)} {ROUTER / 'network_lanwan_swap'} set {port}"
+                 "mount --bind /mnt/state /usr/sbin", f"cp {ROUTER / 'network_lanwan_swap'} /mnt",
+                 f"cp {uci} /mnt/real_uci", "mount -t tmpfs -o mode=1777 tmpfs /tmp", *preparation,
+                 f"status=0; sh -c '{first}; exec \"$@\"' sh {' '.join(shell)} /mnt/network_lanwan_swap set {port}"
                  " || status=$?",
                  "cp /etc/config/switch /mnt/state/switch", "ls -A /tmp >/mnt/state/left", after, "exit $status"]
-        uci = (find_programs(Path(request.config.getoption("--build"))) / "uci").resolve()
         self.done = subprocess.run(["unshare", "--mount", "sh", "-ec", "\n".join(lines)], capture_output=True,
                                    text=True, check=False,
                                    env={**os.environ, "PATH": "/mnt/state:/usr/bin:/bin", "STATE": "/mnt/state",
-                                        "UCI": str(uci)})
+                                        "UCI": "/mnt/real_uci"})
         self.switch = (state / "switch").read_text(encoding="ascii")
         self.committed = (state / "commits").exists()
         self.rebuilt = (state / "rebuilt").exists()

@@ -58,7 +58,7 @@ protected:
     }
 
     int any(int choices) { return static_cast<int>(random() % static_cast<unsigned>(choices)); }
-    static std::string port(int number) { return "eth" + std::to_string(number); }
+    static std::string port(int index) { return "eth" + std::to_string(index); }
     void note(const std::string &what) { history += " " + what; }
 
     void choose_connection()

@@ -77,6 +77,7 @@ void enter_sandbox()
     fs::create_directories("/etc/wan_detect");
     for (const char *left_over : {"/tmp/wan_detect_result", "/tmp/protocol_detect_result", "/tmp/wan_detect.log"})
         fs::remove(left_over);
+    fs::remove_all("/tmp/.uci"); // changes of the host's configuration that wait
 }
 
 void write_file(const std::string &path, const std::string &text)
