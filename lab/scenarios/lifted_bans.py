@@ -11,7 +11,7 @@ from lab.scenarios.modems import LISTING_S
 from lab.scenarios.polling import NOBODY
 from lab.upstream import DhcpServer, Silent
 
-TRIES = 12
+TRIES = 24
 SETTLE_S = 9
 BAN_S = 40
 WATCHED_S = 25
@@ -33,8 +33,10 @@ class LinkReturns(Ban):
     def link_returns(self, stage):
         """Whether the wanted observer was first; when another was, the port is banned anew and its cable pulled again."""
         router = stage.router
-        for _ in range(TRIES):
+        for number in range(TRIES):
             self.ban(stage, "eth2", FOREVER)
+            if number % 2:
+                self.await_moment(router)
             position = router.daemon.position()
             router.plug("eth2")
             self.tell(router)
@@ -48,6 +50,9 @@ class LinkReturns(Ban):
 
     def tell(self, router):
         """Of the link, to whoever wants to know."""
+
+    def await_moment(self, router):
+        """At which the wanted observer is likely to be first."""
 
     def judge(self, stage):
         stage.check(f"the first who saw the link was the {self.observer}", stage.facts["first"])
@@ -98,6 +103,10 @@ class BanLiftedInCycle(LinkReturns):
     """
     cables = {"eth0": Silent()}
     observer = "pass"
+
+    def await_moment(self, router):
+        router.daemon.wait_for("update_eth_link_status_trigger", "Success Cyclic scanning", LINK_SEEN_S,
+                               router.daemon.position())
 
     def play(self, stage):
         router = stage.router
