@@ -4,6 +4,7 @@
 #include <cstring>
 #include <netinet/in.h>
 
+#include "core/connection.h"
 #include "core/cycle.h"
 #include "core/retries.h"
 #include "model/port_model.h"
@@ -12,6 +13,10 @@
 #include "platform/result_codes.h"
 #include "probes/arp_probe.h"
 #include "probes/dns_probe.h"
+
+// The parts of the two stages speak in their names.
+constexpr const char *BY_ARP = "uloop_wan_detect_using_arp";
+constexpr const char *BY_DNS = "uloop_wan_detect_using_dns";
 
 static t_device *first_candidate()
 {
@@ -32,6 +37,48 @@ static uint32_t asking_address()
     return asks_in_own_name() && own != INADDR_NONE ? own : 0;
 }
 
+static void choose_among_static(int count, t_device *first)
+{
+    const char *type = protocol_name(port_model.wan_proto);
+    const t_ipv4_text gateway(target_address());
+    if (count > 1) {
+        LOG_AS(BY_ARP, Info,
+               "Found %d devices provide %s protocol(have gateway ip in arp detect:%s)! Next try dns detect!\n", count,
+               type, gateway.text);
+        LOG_AS(BY_ARP, Info, "Start to detect in %d device(s) using dns\n", count);
+        return ask_by_dns();
+    }
+    if (first)
+        LOG_AS(BY_ARP, Info,
+               "ARP shows Only one device:%s using protocol %s(have gateway ip in arp detect:%s)! treat it as wan!\n",
+               first->name, type, gateway.text);
+    else
+        LOG_AS(BY_ARP, Error, "That's impossible! device is lost? treat it as null!\n");
+    end_cycle_with(first);
+}
+
+static void choose_behind_gateway()
+{
+    t_device *first = first_candidate();
+    switch (connection_kind()) {
+    case t_connection::fixed:
+        return choose_among_static(engine.possible_wan_dev_list.count, first);
+    case t_connection::tunnel_fixed:
+        LOG_AS(BY_ARP, Info, "ARP shows server ip:%s in dev:%s, wan detect Success!\n",
+               t_ipv4_text(target_address()).text, device_name(first));
+        return end_cycle_with(first);
+    case t_connection::dhcp:
+    case t_connection::pppoe:
+    case t_connection::tunnel_dynamic:
+    case t_connection::other:
+        break;
+    }
+    const t_protocol *type = port_model.wan_proto;
+    LOG_AS(BY_ARP, Warning, "detecting protocol %s(sed_conn:%s) using arp is not supported!, exit!\n",
+           protocol_name(type), type ? type->snd_conn : "null");
+    end_cycle_with(nullptr);
+}
+
 void uloop_wan_detect_using_arp(uloop_timeout *)
 {
     LOG_ENTER();
@@ -39,7 +86,6 @@ void uloop_wan_detect_using_arp(uloop_timeout *)
         return;
     t_device_list_head &list = engine.possible_wan_dev_list;
     const t_ipv4_text target(target_address());
-    const char *type = protocol_name(port_model.wan_proto);
     if (find_target_ip_and_device_with_arp(&list, target_address(), asking_address()) != OK) {
         LOG(Error, "find_target_ip_and_device_with_arp failed with ip:%s, return null!\n", target.text);
         return end_cycle_with(nullptr);
@@ -48,29 +94,7 @@ void uloop_wan_detect_using_arp(uloop_timeout *)
         LOG(Info, "Can't find gateway ip:%s in arp table, waiting for another device\n", target.text);
         return look_in(CYCLE_POLL_MS);
     }
-    t_device *first = first_candidate();
-    if (connection_is("static")) {
-        if (list.count > 1) {
-            LOG(Info, "Found %d devices provide %s protocol(have gateway ip in arp detect:%s)! Next try dns detect!\n",
-                list.count, type, target.text);
-            LOG(Info, "Start to detect in %d device(s) using dns\n", list.count);
-            return ask_by_dns();
-        }
-        if (first)
-            LOG(Info,
-                "ARP shows Only one device:%s using protocol %s(have gateway ip in arp detect:%s)! treat it as wan!\n",
-                first->name, type, target.text);
-        else
-            LOG(Error, "That's impossible! device is lost? treat it as null!\n");
-        return end_cycle_with(first);
-    }
-    if (tunnel_over("static")) {
-        LOG(Info, "ARP shows server ip:%s in dev:%s, wan detect Success!\n", target.text, device_name(first));
-        return end_cycle_with(first);
-    }
-    LOG(Warning, "detecting protocol %s(sed_conn:%s) using arp is not supported!, exit!\n", type,
-        port_model.wan_proto ? port_model.wan_proto->snd_conn : "null");
-    end_cycle_with(nullptr);
+    choose_behind_gateway();
 }
 
 // A static connection asks with its configured addresses; the next hop stays the one that ARP learned on this port.
@@ -93,52 +117,68 @@ static t_dns_entry &fill_dns_entry(t_dns_entry &entry, t_device *dev)
     return entry;
 }
 
-void uloop_wan_detect_using_dns(uloop_timeout *)
+static void tell_question(const t_dns_entry &entry)
 {
-    LOG_ENTER();
-    if (end_if_switched_off(__func__))
-        return;
-    bool is_static = connection_is("static");
-    if (!is_static && !connection_is("dhcp")) {
-        LOG(Error, "DNS lookup only support static/dhcp\n");
-        return end_cycle_with(nullptr);
-    }
-    const char *type = port_model.wan_proto->name;
+    LOG_AS(BY_DNS, Debug, "Ready to dns detect for %s, ip_addr:%s, MAC=%02X-%02X-%02X-%02X-%02X-%02X\n",
+           entry.dev->name, t_ipv4_text(entry.dev_ip_be).text, MAC_ARGS(entry.server_mac));
+    LOG_AS(BY_DNS, Debug, "Ready to dns detect for %s, dns_server:%s\n", entry.dev->name,
+           t_ipv4_text(entry.dns_server_be).text);
+}
+
+// One question for each candidate, as far as there is room; their number.
+static int32_t gather_questions(bool is_fixed)
+{
     engine.dns_ctx = {};
     int32_t count = 0;
     for (t_device_list *node = engine.possible_wan_dev_list.head.next; node; node = node->next) {
         if (!node->dev)
             continue; // the next pass audits the list
-        if (is_static)
+        if (is_fixed)
             use_static_config(node->dev);
-        const t_dns_entry &entry = fill_dns_entry(engine.dns_ctx.entries[count++], node->dev);
-        LOG(Debug, "Ready to dns detect for %s, ip_addr:%s, MAC=%02X-%02X-%02X-%02X-%02X-%02X\n", node->dev->name,
-            t_ipv4_text(entry.dev_ip_be).text, MAC_ARGS(entry.server_mac));
-        LOG(Debug, "Ready to dns detect for %s, dns_server:%s\n", node->dev->name,
-            t_ipv4_text(entry.dns_server_be).text);
+        tell_question(fill_dns_entry(engine.dns_ctx.entries[count++], node->dev));
         if (count == DNS_MAX_ENTRIES) {
-            LOG(Error, "Count exceed maximum number of interfaces:%d\n", DNS_MAX_ENTRIES);
+            LOG_AS(BY_DNS, Error, "Count exceed maximum number of interfaces:%d\n", DNS_MAX_ENTRIES);
             break;
         }
     }
-    if (count == 0) {
+    engine.dns_ctx.count = count;
+    return count;
+}
+
+// No name server answered: the port of the highest priority is as good as any.
+static void take_first(bool is_fixed)
+{
+    t_device *first = first_candidate();
+    const int count = engine.possible_wan_dev_list.count;
+    if (is_fixed)
+        LOG_AS(BY_DNS, Info,
+               "Overall %d device using protocol %s(all have gateway ip in arp detect:%s)! Use first priority "
+               "device:%s as "
+               "wan!\n",
+               count, protocol_name(port_model.wan_proto), t_ipv4_text(target_address()).text, device_name(first));
+    else
+        LOG_AS(BY_DNS, Info, "Overall %d device using protocol %s! Use first priority device:%s as wan!\n", count,
+               protocol_name(port_model.wan_proto), device_name(first));
+    end_cycle_with(first);
+}
+
+void uloop_wan_detect_using_dns(uloop_timeout *)
+{
+    LOG_ENTER();
+    if (end_if_switched_off(__func__))
+        return;
+    const t_connection kind = connection_kind();
+    const bool is_fixed = kind == t_connection::fixed;
+    if (!is_fixed && kind != t_connection::dhcp) {
+        LOG(Error, "DNS lookup only support static/dhcp\n");
+        return end_cycle_with(nullptr);
+    }
+    if (gather_questions(is_fixed) == 0) {
         LOG(Error, "Shouldn't happen, no device need to query dns, wainting for other device connect!\n");
         return look_in(CYCLE_POLL_MS);
     }
-    engine.dns_ctx.count = count;
-    if (dns_lookup_via_multi_eth(&engine.dns_ctx)) {
-        LOG(Info, "DNS lookup shows dev:%s online, wan detect Success!\n", device_name(engine.dns_ctx.winner));
-        return end_cycle_with(engine.dns_ctx.winner);
-    }
-    t_device *first = first_candidate();
-    if (is_static)
-        LOG(Info,
-            "Overall %d device using protocol %s(all have gateway ip in arp detect:%s)! Use first priority device:%s "
-            "as "
-            "wan!\n",
-            engine.possible_wan_dev_list.count, type, t_ipv4_text(target_address()).text, device_name(first));
-    else
-        LOG(Info, "Overall %d device using protocol %s! Use first priority device:%s as wan!\n",
-            engine.possible_wan_dev_list.count, type, device_name(first));
-    end_cycle_with(first);
+    if (!dns_lookup_via_multi_eth(&engine.dns_ctx))
+        return take_first(is_fixed);
+    LOG(Info, "DNS lookup shows dev:%s online, wan detect Success!\n", device_name(engine.dns_ctx.winner));
+    end_cycle_with(engine.dns_ctx.winner);
 }

@@ -2,6 +2,7 @@
 #include "core/cycle_start.h"
 
 #include "core/candidates.h"
+#include "core/connection.h"
 #include "core/cycle.h"
 #include "core/proto_stage.h"
 #include "core/retries.h"
@@ -21,20 +22,8 @@
 constexpr const char *PASS = "uloop_start_wan_detect"; // its parts speak in its name
 constexpr int MAX_BUS_WAITS = 10;
 
-// How the remaining candidates are confirmed.
-enum class t_confirmation : uint8_t { probes, arp, unsupported };
-
 // What a look at the current WAN port says; unknown while nobody can tell.
 enum class t_wan_state : uint8_t { good, bad, unknown };
-
-static t_confirmation choose_confirmation()
-{
-    if (connection_is("static") || tunnel_over("static"))
-        return t_confirmation::arp;
-    if (connection_is("dhcp") || connection_is("pppoe") || tunnel_over("dynamic"))
-        return t_confirmation::probes;
-    return t_confirmation::unsupported;
-}
 
 void refresh_reserved_ports()
 {
@@ -139,7 +128,8 @@ static bool may_be_good(const t_device *now_wan)
 bool current_wan_is_good()
 {
     update_banned_device_list(&port_model.banned_list); // nobody else does while there is no candidate
-    return may_be_good(port_model.wan_dev) && get_network_status(0, connection_is("static")) == NETWORK_CONNECTED;
+    const bool is_fixed = connection_kind() == t_connection::fixed;
+    return may_be_good(port_model.wan_dev) && get_network_status(0, is_fixed) == NETWORK_CONNECTED;
 }
 
 // A bus or a network manager that is away says nothing about the network; for a while it is waited for.
@@ -171,21 +161,10 @@ static bool filter_candidates()
     return engine.possible_wan_dev_list.count != 0;
 }
 
-static void confirm_candidates()
+static void confirm_by_probes()
 {
     const t_protocol *type = port_model.wan_proto;
-    switch (choose_confirmation()) {
-    case t_confirmation::arp:
-        LOG_AS(PASS, Info, "Start to detect in %d device(s) using arp\n", engine.possible_wan_dev_list.count);
-        return ask_by_arp();
-    case t_confirmation::probes:
-        break;
-    case t_confirmation::unsupported:
-        LOG_AS(PASS, Warning, "detecting protocol %s(sed_conn:%s) is not supported!, exit!\n", type->name,
-               type->snd_conn);
-        return end_cycle_with(nullptr);
-    }
-    if (!connection_is("dhcp") && !connection_is("pppoe") && !tunnel_over("dynamic")) {
+    if (!is_probed(connection_kind())) { // never, where only the kinds that are probed lead here
         LOG_AS(PASS, Error,
                "wan protocol detect only support dhcp/pppoe/xxtp+dhcp! detecting protocol %s(sed_conn:%s) is not "
                "supported!\n",
@@ -194,6 +173,25 @@ static void confirm_candidates()
     }
     LOG_AS(PASS, Info, "Start to detect in %d device(s) using protocol detect\n", engine.possible_wan_dev_list.count);
     start_cycle_proto_stage();
+}
+
+static void confirm_candidates()
+{
+    const t_protocol *type = port_model.wan_proto;
+    switch (connection_kind()) {
+    case t_connection::fixed:
+    case t_connection::tunnel_fixed:
+        LOG_AS(PASS, Info, "Start to detect in %d device(s) using arp\n", engine.possible_wan_dev_list.count);
+        return ask_by_arp();
+    case t_connection::dhcp:
+    case t_connection::pppoe:
+    case t_connection::tunnel_dynamic:
+        return confirm_by_probes();
+    case t_connection::other:
+        break;
+    }
+    LOG_AS(PASS, Warning, "detecting protocol %s(sed_conn:%s) is not supported!, exit!\n", type->name, type->snd_conn);
+    end_cycle_with(nullptr);
 }
 
 void uloop_start_wan_detect(uloop_timeout *)

@@ -73,9 +73,3 @@ static_assert(offsetof(t_wan_detect_engine, gate) > offsetof(t_wan_detect_engine
 static_assert(offsetof(t_wan_detect_engine, proto_detect_elapsed_ms) > offsetof(t_wan_detect_engine, gate));
 
 extern t_wan_detect_engine engine;
-
-// True when the current connection type begins with `keyword`; false without one.
-bool connection_is(const char *keyword);
-
-// True for L2TP or PPTP over the given kind of secondary connection ("dynamic", "static").
-bool tunnel_over(const char *secondary);

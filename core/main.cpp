@@ -11,6 +11,7 @@
 
 #include "core/background.h"
 #include "core/combo_switch.h"
+#include "core/connection.h"
 #include "core/cycle.h"
 #include "core/cycle_start.h"
 #include "core/engine.h"
@@ -33,6 +34,7 @@
 #include "platform/result_codes.h"
 #include "platform/uci_lock.h"
 
+constexpr const char *MAIN = "main"; // the steps of start-up speak in its name
 constexpr int LINK_WAIT_TRIES = 30;
 constexpr uint32_t LINK_WAIT_INTERVAL_MS = 2000;
 constexpr uint32_t SETTLE_MS = 15000; // before the first cycle, link or no link
@@ -100,6 +102,35 @@ static void prepare_process(const t_options &options)
     }
 }
 
+static void come_onto_bus()
+{
+    if (wan_detect_ubus_init(wan_detect_bus_offer()) != OK) {
+        LOG_AS(MAIN, Critical, "ubus\n");
+        give_up();
+    }
+    stop_if_asked();
+}
+
+// What is read here counts for a whole life, so locked configuration files are waited for longer than later on.
+static void load_model()
+{
+    set_uci_lock_limit(UCI_LOCK_START_LIMIT_MS);
+    if (init_all_protocols(&port_model.proto_hashmap_head) < 0) {
+        LOG_AS(MAIN, Critical, "init_all_protocols failed!\n");
+        give_up();
+    }
+    if (init_all_eth_device(&port_model) < 1) {
+        LOG_AS(MAIN, Critical, "init_all_eth_device failed!\n");
+        give_up();
+    }
+    if (init_fake_wan_device(&port_model) != OK)
+        LOG_AS(MAIN, Info, "init_fake_wan_device failed!\n");
+    port_model.enable = static_cast<uint8_t>(get_wan_detect_enable());
+    port_model.router_mode = static_cast<uint8_t>(get_is_router_mode());
+    update_wan_device(&port_model);
+    set_uci_lock_limit(UCI_LOCK_LIMIT_MS);
+}
+
 static void pause_start_up(uint32_t milliseconds)
 {
     if (sleep_unless_stopped(milliseconds))
@@ -114,11 +145,25 @@ static bool wan_port_has_link()
     return now_wan && now_wan->link_active;
 }
 
+static void wait_for_link()
+{
+    int tries = 0;
+    for (; tries < LINK_WAIT_TRIES && !wan_port_has_link(); tries++) {
+        LOG_AS(MAIN, Debug, "No device has plugged in, Waiting & check after 2s!\n");
+        pause_start_up(LINK_WAIT_INTERVAL_MS);
+    }
+    if (tries == LINK_WAIT_TRIES)
+        LOG_AS(MAIN, Info, "No device plugged in in 60s, Waiting for another 15s before starting main!\n");
+    pause_start_up(SETTLE_MS);
+}
+
 // A working upstream needs no cycle, and no stand-in either.
 static void open_first_cycle()
 {
+    if (!port_model.enable || !port_model.router_mode)
+        return;
     update_wan_ipv4_protocol(&port_model);
-    if (get_network_status(0, connection_is("static")) == NETWORK_CONNECTED)
+    if (get_network_status(0, connection_kind() == t_connection::fixed) == NETWORK_CONNECTED)
         wan_detect_remove_fake_wan();
     else
         open_cycle_over_all_in(0);
@@ -131,7 +176,18 @@ static int start_worker(t_worker *worker, t_thread_body body)
     return result;
 }
 
-// Long because it is the order of start-up, with every line that tells of it.
+static void start_workers()
+{
+    if (int result = start_worker(&combo_worker, wan_combo_switch_thread)) {
+        LOG_AS(MAIN, Critical, "pthread_create wan_combo_auto_switch failed...%d\n", result);
+        give_up();
+    }
+    if (int result = start_worker(&link_worker, link_scan_thread)) {
+        LOG_AS(MAIN, Critical, "pthread_create update_eth_link_status_trigger failed...%d\n", result);
+        give_up();
+    }
+}
+
 int main(int argc, char **argv)
 {
     t_options options;
@@ -147,52 +203,15 @@ int main(int argc, char **argv)
         pass_on_ending_signals(child);
         return EXIT_SUCCESS;
     }
-
     prepare_process(options);
-    if (wan_detect_ubus_init(wan_detect_bus_offer()) != OK) {
-        LOG(Critical, "ubus\n");
-        give_up();
-    }
-    stop_if_asked();
+    come_onto_bus();
     bind_engine_timers();
     LOG(Debug, "init over\n");
-    set_uci_lock_limit(UCI_LOCK_START_LIMIT_MS);
-
-    if (init_all_protocols(&port_model.proto_hashmap_head) < 0) {
-        LOG(Critical, "init_all_protocols failed!\n");
-        give_up();
-    }
-    if (init_all_eth_device(&port_model) < 1) {
-        LOG(Critical, "init_all_eth_device failed!\n");
-        give_up();
-    }
-    if (init_fake_wan_device(&port_model) != OK)
-        LOG(Info, "init_fake_wan_device failed!\n");
-    port_model.enable = static_cast<uint8_t>(get_wan_detect_enable());
-    port_model.router_mode = static_cast<uint8_t>(get_is_router_mode());
-    update_wan_device(&port_model);
-    set_uci_lock_limit(UCI_LOCK_LIMIT_MS);
-
-    int tries = 0;
-    for (; tries < LINK_WAIT_TRIES && !wan_port_has_link(); tries++) {
-        LOG(Debug, "No device has plugged in, Waiting & check after 2s!\n");
-        pause_start_up(LINK_WAIT_INTERVAL_MS);
-    }
-    if (tries == LINK_WAIT_TRIES)
-        LOG(Info, "No device plugged in in 60s, Waiting for another 15s before starting main!\n");
-    pause_start_up(SETTLE_MS);
-    if (port_model.enable && port_model.router_mode)
-        open_first_cycle();
+    load_model();
+    wait_for_link();
+    open_first_cycle();
     stop_if_asked();
-
-    if (int result = start_worker(&combo_worker, wan_combo_switch_thread)) {
-        LOG(Critical, "pthread_create wan_combo_auto_switch failed...%d\n", result);
-        give_up();
-    }
-    if (int result = start_worker(&link_worker, link_scan_thread)) {
-        LOG(Critical, "pthread_create update_eth_link_status_trigger failed...%d\n", result);
-        give_up();
-    }
+    start_workers();
     LOG(Debug, "Wan detect start uloop!!!!!!\n");
     uloop_timeout_set(&engine.heartbeat, 0);
     uloop_run();

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "core/proto_stage.h"
 
+#include "core/connection.h"
 #include "core/cycle.h"
 #include "core/wishes.h"
 #include "model/banned.h"
@@ -17,8 +18,9 @@
 #include "probes/lan_hosts.h"
 #include "probes/pppoe_probe.h"
 
-// What a look at the batches said.
-enum class t_collected : uint8_t { waiting, over };
+// The parts of the stage's two callbacks speak in their names.
+constexpr const char *SEND = "uloop_proto_detect_start";
+constexpr const char *COLLECT = "uloop_proto_detect_end";
 
 static t_protocol *dhcp_protocol()
 {
@@ -60,12 +62,34 @@ int start_proto_detect(const t_proto_detect_request *request)
 void start_cycle_proto_stage()
 {
     engine.proto_detect_dev = nullptr;
-    engine.proto_detect_target = tunnel_over("dynamic") ? dhcp_protocol() : port_model.wan_proto;
+    engine.proto_detect_target = wanted_protocol();
     engine.proto_detect_timeout_ms = CYCLE_STAGE_TIMEOUT_MS;
     begin_probing();
     delete_file(PROTO_RESULT_FILE);
     forget_recorded_protocols(nullptr);
     send_probes_now();
+}
+
+static void ask_all_ports(bool want_dhcp, bool want_pppoe)
+{
+    if (want_dhcp && dhcp_detect_for_all_link_device(&port_model) != OK)
+        LOG_AS(SEND, Error, "Error sending dhcp discovery packet\n");
+    if (want_pppoe && pppoe_detect_for_all_link_device(&port_model) != OK)
+        LOG_AS(SEND, Error, "Error sending pppoe discovery packet\n");
+}
+
+// False when nothing went out at all.
+static bool ask_port(t_device *dev, bool want_dhcp, bool want_pppoe)
+{
+    const bool dhcp_failed = want_dhcp && dhcp_detect_for_specify_device(dev) != OK;
+    const bool pppoe_failed = want_pppoe && pppoe_detect_for_specify_device(dev) != OK;
+    if (dhcp_failed && pppoe_failed)
+        LOG_AS(SEND, Error, "Error sending dhcp discovery & pppoe discovery packet via dev:%s\n", dev->name);
+    else if (dhcp_failed && !want_pppoe)
+        LOG_AS(SEND, Error, "Error sending dhcp discovery packet via dev:%s\n", dev->name);
+    else if (pppoe_failed && !want_dhcp)
+        LOG_AS(SEND, Error, "Error sending pppoe discovery packet via dev:%s\n", dev->name);
+    return dhcp_failed != want_dhcp || pppoe_failed != want_pppoe;
 }
 
 void uloop_proto_detect_start(uloop_timeout *)
@@ -80,26 +104,13 @@ void uloop_proto_detect_start(uloop_timeout *)
         return;
     t_device *dev = engine.proto_detect_dev;
     const t_protocol *target = engine.proto_detect_target;
-    bool want_dhcp = !target || target == dhcp;
-    bool want_pppoe = target != dhcp;
+    const bool want_dhcp = !target || target == dhcp;
+    const bool want_pppoe = target != dhcp;
     int end_delay_ms = PROTO_COLLECT_INTERVAL_MS;
-    if (!dev) {
-        if (want_dhcp && dhcp_detect_for_all_link_device(&port_model) != OK)
-            LOG(Error, "Error sending dhcp discovery packet\n");
-        if (want_pppoe && pppoe_detect_for_all_link_device(&port_model) != OK)
-            LOG(Error, "Error sending pppoe discovery packet\n");
-    } else {
-        bool dhcp_failed = want_dhcp && dhcp_detect_for_specify_device(dev) != OK;
-        bool pppoe_failed = want_pppoe && pppoe_detect_for_specify_device(dev) != OK;
-        if (dhcp_failed && pppoe_failed)
-            LOG(Error, "Error sending dhcp discovery & pppoe discovery packet via dev:%s\n", dev->name);
-        else if (dhcp_failed && !want_pppoe)
-            LOG(Error, "Error sending dhcp discovery packet via dev:%s\n", dev->name);
-        else if (pppoe_failed && !want_dhcp)
-            LOG(Error, "Error sending pppoe discovery packet via dev:%s\n", dev->name);
-        if (dhcp_failed == want_dhcp && pppoe_failed == want_pppoe)
-            end_delay_ms = 0;
-    }
+    if (!dev)
+        ask_all_ports(want_dhcp, want_pppoe);
+    else if (!ask_port(dev, want_dhcp, want_pppoe))
+        end_delay_ms = 0;
     collect_in(end_delay_ms);
 }
 
@@ -121,50 +132,63 @@ static int collect_pppoe(bool final)
     return process_pppoe_discovery_all(port_model.dev_hashmap_head, port_model.proto_hashmap_head, final);
 }
 
-// Long because every line that tells how a stage went stands here.
+// True while answers may still come. A batch that failed is over.
+static bool dhcp_is_waiting(bool final)
+{
+    const int result = collect_dhcp(final);
+    if (result < 0)
+        LOG_AS(COLLECT, Error, "Error receiving dhcp discovery packet\n");
+    else if (result == PROBE_WAITING)
+        LOG_AS(COLLECT, Debug, "dhcp discovery packet not fully received\n");
+    else if (result == PROBE_ALL_ANSWERED)
+        LOG_AS(COLLECT, Info, "dhcp discovery packet all received offer\n");
+    else
+        LOG_AS(COLLECT, Debug, "dhcp discovery packet timeout!\n");
+    return result == PROBE_WAITING;
+}
+
+static bool pppoe_is_waiting(bool final)
+{
+    const int result = collect_pppoe(final);
+    if (result < 0)
+        LOG_AS(COLLECT, Error, "Error receiving pppoe discovery packet\n");
+    else if (result == PROBE_WAITING)
+        LOG_AS(COLLECT, Debug, "pppoe discovery packet not fully received\n");
+    else if (result == 1) // never the code for "all answered"; only this line depends on it
+        LOG_AS(COLLECT, Info, "pppoe discovery packet all received PADO\n");
+    else
+        LOG_AS(COLLECT, Debug, "pppoe discovery packet timeout!\n");
+    return result == PROBE_WAITING;
+}
+
+static bool one_is_waiting(bool final)
+{
+    const int dhcp = collect_dhcp(final);
+    const int pppoe = collect_pppoe(final);
+    const bool waiting = dhcp == PROBE_WAITING || pppoe == PROBE_WAITING;
+    if (waiting)
+        LOG_AS(COLLECT, Debug, "dhcp/pppoe discovery packet not fully received\n");
+    return waiting;
+}
+
+static bool stage_is_waiting(const t_protocol *dhcp, bool final)
+{
+    const t_protocol *target = engine.proto_detect_target;
+    if (!dhcp) {
+        LOG_AS(COLLECT, Error, "Couldn't find proto_dhcp! Skip detect!\n");
+        return false;
+    }
+    if (!target)
+        return one_is_waiting(final);
+    return target == dhcp ? dhcp_is_waiting(final) : pppoe_is_waiting(final);
+}
+
 void uloop_proto_detect_end(uloop_timeout *)
 {
     const t_protocol *dhcp = dhcp_protocol();
     LOG_ENTER();
-    t_collected collected = t_collected::over;
     engine.proto_detect_elapsed_ms += PROTO_COLLECT_INTERVAL_MS;
-    bool final = engine.proto_detect_elapsed_ms > engine.proto_detect_timeout_ms;
-    const t_protocol *target = engine.proto_detect_target;
-    if (!dhcp) {
-        LOG(Error, "Couldn't find proto_dhcp! Skip detect!\n");
-    } else if (!target) {
-        int dhcp_result = collect_dhcp(final);
-        int pppoe_result = collect_pppoe(final);
-        if (dhcp_result == PROBE_WAITING || pppoe_result == PROBE_WAITING) {
-            LOG(Debug, "dhcp/pppoe discovery packet not fully received\n");
-            collected = t_collected::waiting;
-        }
-    } else if (target == dhcp) {
-        int result = collect_dhcp(final);
-        if (result < 0) {
-            LOG(Error, "Error receiving dhcp discovery packet\n");
-        } else if (result == PROBE_WAITING) {
-            LOG(Debug, "dhcp discovery packet not fully received\n");
-            collected = t_collected::waiting;
-        } else if (result == PROBE_ALL_ANSWERED) {
-            LOG(Info, "dhcp discovery packet all received offer\n");
-        } else {
-            LOG(Debug, "dhcp discovery packet timeout!\n");
-        }
-    } else {
-        int result = collect_pppoe(final);
-        if (result < 0) {
-            LOG(Error, "Error receiving pppoe discovery packet\n");
-        } else if (result == PROBE_WAITING) {
-            LOG(Debug, "pppoe discovery packet not fully received\n");
-            collected = t_collected::waiting;
-        } else if (result == 1) { // never the code for "all answered"; only this line depends on it
-            LOG(Info, "pppoe discovery packet all received PADO\n");
-        } else {
-            LOG(Debug, "pppoe discovery packet timeout!\n");
-        }
-    }
-    if (collected == t_collected::waiting)
+    if (stage_is_waiting(dhcp, engine.proto_detect_elapsed_ms > engine.proto_detect_timeout_ms))
         return collect_in(PROTO_COLLECT_INTERVAL_MS);
     close_stage();
     LOG(Info, "Detection over!\n");

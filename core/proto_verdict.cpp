@@ -1,17 +1,14 @@
 // SPDX-License-Identifier: MIT
 // A cycle judges the answers of its probe stage.
 #include "core/candidates.h"
+#include "core/connection.h"
 #include "core/cycle.h"
 #include "core/proto_stage.h"
 #include "model/lists.h"
 #include "model/port_model.h"
-#include "model/tables.h"
 #include "platform/log.h"
 
-static const t_protocol *wanted_protocol()
-{
-    return tunnel_over("dynamic") ? find_protocol(port_model.proto_hashmap_head, "dhcp") : port_model.wan_proto;
-}
+constexpr const char *VERDICT = "uloop_wan_detect_using_proto_detect"; // its parts speak in its name
 
 static bool has_protocol(const t_device *dev, const t_protocol *wanted)
 {
@@ -71,40 +68,52 @@ int remove_specific_proto_dev_from_list()
     return found;
 }
 
+static void wait_for_stage(t_connection kind)
+{
+    const char *type = protocol_name(port_model.wan_proto);
+    if (kind == t_connection::pppoe)
+        LOG_AS(VERDICT, Debug, "Protocol%s detect is still in progress, Waiting...\n", type);
+    else
+        LOG_AS(VERDICT, Debug, "Protocol %s detect is still in progress, Waiting...\n", type);
+    judge_later();
+}
+
+static void take_first(t_connection kind, int found)
+{
+    const char *type = protocol_name(port_model.wan_proto);
+    const t_device_list *first = engine.possible_wan_dev_list.head.next;
+    t_device *winner = first ? first->dev : nullptr;
+    if (!winner)
+        LOG_AS(VERDICT, Error, "That's impossible! device is lost? treat it as null!\n");
+    else if (kind == t_connection::dhcp)
+        LOG_AS(VERDICT, Info, "Only one device:%s using protocol %s! treat it as wan!\n", winner->name, type);
+    else
+        LOG_AS(VERDICT, Info, "Overall %d device using protocol %s! Use first priority device:%s as wan!\n", found,
+               type, winner->name);
+    end_cycle_with(winner);
+}
+
 void uloop_wan_detect_using_proto_detect(uloop_timeout *)
 {
     LOG_ENTER();
     if (end_if_switched_off(__func__))
         return;
-    const char *type = protocol_name(port_model.wan_proto);
-    if (!connection_is("dhcp") && !connection_is("pppoe") && !tunnel_over("dynamic")) {
+    const t_connection kind = connection_kind();
+    if (!is_probed(kind)) {
         LOG(Error, "wan protocol detect only support dhcp/pppoe/xxtp+dhcp!\n");
         return end_cycle_with(nullptr);
     }
-    if (port_model.proto_detect_running) {
-        if (connection_is("pppoe"))
-            LOG(Debug, "Protocol%s detect is still in progress, Waiting...\n", type);
-        else
-            LOG(Debug, "Protocol %s detect is still in progress, Waiting...\n", type);
-        return judge_later();
-    }
-    int found = remove_specific_proto_dev_from_list();
+    if (port_model.proto_detect_running)
+        return wait_for_stage(kind);
+    const int found = remove_specific_proto_dev_from_list();
+    const char *type = protocol_name(port_model.wan_proto);
     if (found == 0) {
         LOG(Info, "No device using protocol %s! waiting for another device or retry!\n", type);
         return look_in(CYCLE_POLL_MS);
     }
-    if (connection_is("dhcp") && found > 1) {
+    if (kind == t_connection::dhcp && found > 1) {
         LOG(Info, "Found %d devices provide %s protocol! Next try dns detect!\n", found, type);
         return ask_by_dns();
     }
-    const t_device_list *first = engine.possible_wan_dev_list.head.next;
-    t_device *winner = first ? first->dev : nullptr;
-    if (!winner)
-        LOG(Error, "That's impossible! device is lost? treat it as null!\n");
-    else if (connection_is("dhcp"))
-        LOG(Info, "Only one device:%s using protocol %s! treat it as wan!\n", winner->name, type);
-    else
-        LOG(Info, "Overall %d device using protocol %s! Use first priority device:%s as wan!\n", found, type,
-            winner->name);
-    end_cycle_with(winner);
+    take_first(kind, found);
 }
