@@ -117,10 +117,14 @@ TEST_F(uloop_signals, a_stop_signal_before_the_run_is_forgotten)
 TEST_F(uloop_signals, a_stop_signal_wakes_the_loop_from_any_thread)
 {
     auto start = clock_now();
-    std::thread other([] {
-        usleep(5000);
-        raise(SIGTERM);
+    std::thread other;
+    timer running([&] {
+        other = std::thread([] {
+            usleep(5000);
+            raise(SIGTERM);
+        });
     });
+    uloop_timeout_set(&running, 0); // the loop's handler stands by then, however slow the machine
     EXPECT_EQ(run_for(20000), SIGTERM);
     other.join();
     EXPECT_LT(ms_since(start), 10000);
