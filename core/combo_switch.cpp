@@ -46,7 +46,7 @@ static void look_at_wan_port(bool sfp_first)
         LOG_AS(PASS, Error, "Can't find the device:%s in hash list!\n", name);
         return;
     }
-    if (dev != port_model.wan_dev)
+    if (dev != port_model.wan_dev || port_model.role_is_away)
         request_role_look();
     if (dev->is_combo)
         keep_on_wanted_side(dev, sfp_first);

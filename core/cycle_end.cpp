@@ -147,7 +147,7 @@ void uloop_wan_detect_end(uloop_timeout *)
     dump_all_device(port_model.dev_hashmap_head);
     dump_all_protocols(port_model.proto_hashmap_head);
     close_cycle();
-    if (winner)
+    if (winner && !wan_role_is_foreign())
         write_wan_detect_result_file();
     engine.result_dev = nullptr;
     clear_candidates();

@@ -13,13 +13,14 @@
 
 t_role look_at_role()
 {
-    const t_device *before = port_model.wan_dev;
-    if (!wan_role_moved(&port_model))
+    char before[NAME_SIZE];
+    copy_name(before, port_model.wan_role[0] ? port_model.wan_role : device_name(port_model.wan_dev));
+    char name[NAME_SIZE];
+    if (!wan_role_moved(&port_model, name))
         return t_role::unmoved;
-    if (update_wan_device(&port_model) != OK)
+    if (take_wan_role(&port_model, name) != OK)
         return t_role::foreign;
-    const t_device *now_wan = port_model.wan_dev;
-    LOG(Info, "The wan role was moved from %s to %s!\n", device_name(before), device_name(now_wan));
+    LOG(Info, "The wan role was moved from %s to %s!\n", before, name);
     begin_retries_anew();
     return t_role::moved;
 }
@@ -28,12 +29,15 @@ void follow_moved_role()
 {
     if (cycle_is_open())
         return; // the cycle looks itself
-    if (look_at_role() == t_role::moved && port_model.enable && port_model.router_mode)
-        reopen_after_wan_loss();
+    const bool was_away = wan_role_is_foreign();
+    if (look_at_role() != t_role::moved || !port_model.enable || !port_model.router_mode)
+        return;
+    reopen_after_wan_loss();
+    if (was_away)
+        look_again_later(); // nobody looked meanwhile
 }
 
 bool wan_role_is_foreign()
 {
-    const t_device *former = port_model.wan_dev;
-    return former && port_model.wan_role[0] && strcmp(port_model.wan_role, former->name) != 0;
+    return port_model.role_is_away;
 }

@@ -94,19 +94,24 @@ int update_wan_device(t_port_model *model)
         LOG(Error, "get_wan_device_name failed!\n");
         return ERR_CONFIG_VALUE;
     }
+    return take_wan_role(model, name);
+}
+
+int take_wan_role(t_port_model *model, const char (&name)[NAME_SIZE])
+{
     memcpy(model->wan_role, name, sizeof name);
     t_device *device = find_device(model->dev_hashmap_head, name);
+    model->role_is_away = !device && model->wan_dev;
     if (!device) {
-        LOG(Error, "Can't find the device:%s in hash list!\n", name);
+        LOG_AS("update_wan_device", Error, "Can't find the device:%s in hash list!\n", name);
         return ERR_NOTHING_DONE;
     }
     model->wan_dev = device;
     return OK;
 }
 
-bool wan_role_moved(const t_port_model *model)
+bool wan_role_moved(const t_port_model *model, char (&name)[NAME_SIZE])
 {
-    char name[NAME_SIZE];
     return read_wan_role(name) && strcmp(name, model->wan_role) != 0;
 }
 

@@ -11,9 +11,12 @@ int get_wan_device_name(char *buffer, size_t size);
 // the previous port in place.
 int update_wan_device(t_port_model *model);
 
-// True when the configuration gives the role to another port than update_wan_device saw last, be it one of ours or not;
-// false also when it cannot be read. Says nothing unless a read fails. Loop thread.
-bool wan_role_moved(const t_port_model *model);
+// True when the configuration gives the role to another port than was seen last, be it one of ours or not, and whose
+// name that is; false also when it cannot be read. Says nothing unless a read fails. Loop thread.
+bool wan_role_moved(const t_port_model *model, char (&name)[NAME_SIZE]);
+
+// The same as update_wan_device for a name that was read already: 0, or ERR_NOTHING_DONE for an unknown port.
+int take_wan_role(t_port_model *model, const char (&name)[NAME_SIZE]);
 
 // True when the configuration gives the role to this port, or to another one; both false when it cannot be read. Says
 // nothing unless a read fails. Any thread.

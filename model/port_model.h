@@ -27,6 +27,7 @@ struct t_port_model {
     t_protocol *wan_proto;                 // its connection type, borrowed; null when unknown
     t_arp_entry *arp_table_hashmap_head;   // owns, only during one refresh of the LAN hosts
     char wan_role[NAME_SIZE];              // the port that had the role when it was last taken over; loop thread
+    t_flag role_is_away;                   // that port is none of the table, though one of the table had it before
 };
 static_assert(offsetof(t_port_model, proto_detect_running) == 0 && offsetof(t_port_model, wan_detect_running) == 1);
 static_assert(offsetof(t_port_model, enable) == 2 && offsetof(t_port_model, router_mode) == 3);

@@ -11,6 +11,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include "platform/child_process.h"
 #include "platform/clock.h"
 #include "platform/shared.h"
 
@@ -61,10 +62,18 @@ int64_t limit_of_wait_ms(const t_file_id &file, int64_t spent_ms)
     return was_refused(file) ? left_ms : std::max(left_ms, UCI_LOCK_FLOOR_MS);
 }
 
+// What was spent of a longer limit counts as all of the shorter one that came after it.
+int64_t spent_of_limit_ms()
+{
+    const int64_t spent_ms = std::min(patience.spent_ms, uci_lock_limit());
+    return std::max(spent_ms - milliseconds_since(patience.last_wait), int64_t{0});
+}
+
 // With the error of a wait that a signal has ended.
 int give_up(const t_file_id &file)
 {
-    patience.refused[patience.refusals++ % REFUSED_FILES] = file;
+    if (!was_refused(file))
+        patience.refused[patience.refusals++ % REFUSED_FILES] = file;
     patience.given_up++;
     errno = EINTR;
     return -1;
@@ -76,12 +85,11 @@ int lock_within_limit(int fd, int operation)
     if (result == 0 || errno != EWOULDBLOCK)
         return result;
     const t_time_stamp start = get_time_stamp();
-    const int64_t spent_ms = std::max(patience.spent_ms - milliseconds_since(patience.last_wait), int64_t{0});
+    const int64_t spent_ms = spent_of_limit_ms();
     const t_file_id file = identify(fd);
-    const int64_t limit_ms = limit_of_wait_ms(file, spent_ms);
     int64_t waited_ms = 0;
     errno = EWOULDBLOCK;
-    while (result != 0 && errno == EWOULDBLOCK && waited_ms < limit_ms) {
+    while (result != 0 && errno == EWOULDBLOCK && waited_ms < limit_of_wait_ms(file, spent_ms)) {
         sleep_ms(LOCK_POLL_MS);
         result = lock_at_once(fd, operation);
         waited_ms = milliseconds_since(start);
@@ -102,7 +110,8 @@ void set_uci_lock_limit(int64_t milliseconds)
 
 int64_t uci_lock_limit()
 {
-    return limit;
+    const int64_t wanted_ms = limit;
+    return process_is_ending ? std::min(wanted_ms, UCI_LOCK_LIMIT_MS) : wanted_ms;
 }
 
 unsigned uci_locks_given_up()

@@ -23,6 +23,11 @@ LATE_UCI = """#!/bin/sh
 case "$*" in *commit*) lock "$(cat "$STATE/operation")" ;; esac
 exec "$UCI" "$@"
 """
+LOCKED_AFTER_COMMIT = """#!/bin/sh
+# The real program, whose file is locked for a while behind a commit: for longer than the ports' set-up waits.
+"$UCI" "$@" || exit
+case "$*" in *commit*) flock -x /etc/config/switch sleep 5.5 >/dev/null 2>&1 & ;; esac
+"""
 
 
 class Play:
@@ -73,6 +78,14 @@ def test_a_lock_that_stops_the_commit_of_a_swap_leaves_nothing_of_it(tmp_path, s
     assert play.status == 1
     assert play.seconds < SOME_SECONDS_AND_A_COMMIT
     assert (play.switch, play.waiting, play.members) == (SWITCH, "", [])
+
+
+@pytest.mark.parametrize("shell", SHELLS)
+def test_a_rebuild_that_a_lock_stops_behind_the_commit_is_made_again(tmp_path, shell, request):
+    program(tmp_path / "uci", LOCKED_AFTER_COMMIT)
+    play = Play(tmp_path, shell, request, "network_lanwan_swap set port2")
+    assert (play.status, play.members) == (0, ["eth0"])
+    assert play.seconds < SOME_SECONDS_AND_A_COMMIT
 
 
 @pytest.mark.parametrize("shell", SHELLS)

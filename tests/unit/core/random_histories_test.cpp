@@ -73,7 +73,8 @@ protected:
     {
         swaps++;
         EXPECT_TRUE(port_model.enable) << "a role is moved though detection is off:" << history;
-        EXPECT_FALSE(wan_role_moved(&port_model)) << "a role is taken from somebody:" << history;
+        char name[NAME_SIZE];
+        EXPECT_FALSE(wan_role_moved(&port_model, name)) << "a role is taken from somebody:" << history;
         EXPECT_FALSE(wan_role_is_foreign()) << "a role is taken from a port that is none of ours:" << history;
     }
 
@@ -194,9 +195,13 @@ protected:
         ASSERT_EQ(state == t_cycle_state::asking_arp, static_cast<bool>(engine.using_arp.pending)) << history;
         ASSERT_EQ(state == t_cycle_state::asking_dns, static_cast<bool>(engine.using_dns.pending)) << history;
         ASSERT_EQ(state == t_cycle_state::ending, static_cast<bool>(engine.end.pending)) << history;
+        if (wan_role_is_foreign()) { // within two seconds the thread of the combo ports has looked whether it still is
+            t_combo_state pass = {};
+            wan_combo_auto_switch(&pass);
+        }
         const t_device *now_wan = port_model.wan_dev;
         const bool is_left_alone =
-            state == t_cycle_state::resting && !engine.init_wan_detect_all.pending && !engine.look_again.pending;
+            engine.state == t_cycle_state::resting && !engine.init_wan_detect_all.pending && !engine.look_again.pending;
         ASSERT_TRUE(!is_left_alone || !port_model.enable || !now_wan || wan_role_is_foreign() || now_wan->link_active)
             << "the WAN port is down, and nobody looks:" << history;
     }

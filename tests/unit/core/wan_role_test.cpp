@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "core/wan_role.h"
 
+#include <filesystem>
+
 #include "core/background.h"
 #include "core/combo_switch.h"
 #include "core/cycle.h"
@@ -192,6 +194,50 @@ TEST_F(wan_role, that_comes_back_from_a_foreign_port_is_adopted)
     move_role(3);
     follow_moved_role();
     EXPECT_EQ(port_model.wan_dev, dev("eth3"));
+}
+
+TEST_F(wan_role, that_comes_back_from_a_foreign_port_to_the_former_one_is_noticed)
+{
+    write_switch_config(8, 7);
+    open_cycle();
+    fire(engine.end);
+    ASSERT_EQ(armed(engine.look_again), NOT_ARMED);
+    move_role(0);
+    t_combo_state state = {};
+    wan_combo_auto_switch(&state);
+    EXPECT_TRUE(log->has("Info", "look_at_role", "The wan role was moved from eth7 to eth0!"));
+    EXPECT_EQ(armed(engine.start_wan_detect), 10000) << "it has no link";
+}
+
+TEST_F(wan_role, that_comes_back_from_a_foreign_port_is_looked_after_although_it_has_a_link)
+{
+    plug({"eth0", "eth3"});
+    for (int port : {0, 3}) {
+        write_switch_config(8, 7);
+        open_cycle();
+        fire(engine.end);
+        ASSERT_EQ(armed(engine.look_again), NOT_ARMED);
+        move_role(port);
+        t_combo_state state = {};
+        wan_combo_auto_switch(&state);
+        EXPECT_EQ(armed(engine.look_again), 30000) << port;
+    }
+}
+
+TEST_F(wan_role, given_to_a_foreign_port_while_the_fake_wan_port_was_given_up_leaves_no_result)
+{
+    plug({"eth2"});
+    fake_probes.dhcp_ports = {"eth2"};
+    open_cycle();
+    run_until_end();
+    port_model.fake_wan = dev("eth4");
+    fake_router.on_command = [](const std::string &command) {
+        if (command == "/sbin/wanlan_port_reload")
+            write_switch_config(8, 7);
+    };
+    fire(engine.end);
+    EXPECT_EQ(swaps(), 0);
+    EXPECT_FALSE(std::filesystem::exists(WAN_RESULT_FILE));
 }
 
 TEST_F(wan_role, moved_while_a_cycle_without_a_result_ended_counts_as_a_loss_when_its_port_has_no_link)

@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 #include <uci.h>
 
+#include "platform/child_process.h"
 #include "platform/uci_access.h"
 #include "platform/uci_lock.h"
 #include "support/fake_clock.h"
@@ -105,6 +106,47 @@ TEST_F(uci_lock, while_the_daemon_starts_a_locked_file_is_waited_for_longer)
         EXPECT_NEAR(waited_ms(), UCI_LOCK_START_LIMIT_MS, ONE_POLL_MS);
     });
     set_uci_lock_limit(UCI_LOCK_LIMIT_MS);
+}
+
+TEST_F(uci_lock, what_start_up_waited_is_not_held_against_what_comes_after_it)
+{
+    const t_foreign_lock lock("/etc/config/network"), other("/etc/config/switch");
+    on_a_thread([&] {
+        set_uci_lock_limit(UCI_LOCK_START_LIMIT_MS);
+        get("network.wan.proto");
+        set_uci_lock_limit(UCI_LOCK_LIMIT_MS);
+        waited_ms();
+        fake_clock.advance_ms(UCI_LOCK_LIMIT_MS);
+        get("switch.port1.ifname");
+        EXPECT_NEAR(waited_ms(), UCI_LOCK_LIMIT_MS, ONE_POLL_MS);
+    });
+}
+
+TEST_F(uci_lock, a_process_that_is_told_to_end_while_it_starts_waits_no_longer_than_later_on)
+{
+    const t_foreign_lock lock("/etc/config/network"), other("/etc/config/switch");
+    set_uci_lock_limit(UCI_LOCK_START_LIMIT_MS);
+    fake_clock.during_sleep = [](uint32_t) { process_is_ending = true; };
+    on_a_thread([&] {
+        get("network.wan.proto");
+        get("switch.port1.ifname");
+        EXPECT_NEAR(waited_ms(), UCI_LOCK_LIMIT_MS + UCI_LOCK_FLOOR_MS, ONE_POLL_MS);
+    });
+    process_is_ending = false;
+    set_uci_lock_limit(UCI_LOCK_LIMIT_MS);
+}
+
+TEST_F(uci_lock, a_file_refused_again_and_again_does_not_let_another_one_be_forgotten)
+{
+    const t_foreign_lock lock("/etc/config/network"), other("/etc/config/switch");
+    on_a_thread([&] {
+        get("switch.port1.ifname");
+        for (int i = 0; i < 20; i++)
+            get("network.wan.proto");
+        waited_ms();
+        get("switch.port1.ifname");
+        EXPECT_EQ(waited_ms(), 0);
+    });
 }
 
 TEST_F(uci_lock, a_file_that_is_let_go_in_time_is_read)
