@@ -31,33 +31,11 @@ void generate_possible_wan_dev_list()
     for (t_device *dev = port_model.dev_hashmap_head; dev; dev = static_cast<t_device *>(dev->hh.next)) {
         if (!may_be_wan(dev))
             continue;
-        if (add_candidate(dev) == OK)
+        if (engine.possible_wan_dev_list.add(dev) == OK)
             LOG(Debug, "Add device %s to possible wan list!\n", dev->name);
         else
             LOG(Info, "Failed to add device %s to possible wan list!\n", dev->name);
     }
-}
-
-void clear_candidates()
-{
-    free_device_list(&engine.possible_wan_dev_list.head);
-    engine.possible_wan_dev_list.count = 0;
-}
-
-int add_candidate(t_device *dev)
-{
-    int added = add_unique_device_inorder_to_list(&engine.possible_wan_dev_list.head, dev);
-    if (added == OK)
-        engine.possible_wan_dev_list.count++;
-    return added;
-}
-
-int drop_candidate(const t_device *dev)
-{
-    int removed = remove_unique_device_from_list(&engine.possible_wan_dev_list.head, dev);
-    if (removed == OK)
-        engine.possible_wan_dev_list.count--;
-    return removed;
 }
 
 void adopt_parked_devices()
@@ -70,25 +48,9 @@ void adopt_parked_devices()
     merge_two_list(&engine.possible_wan_dev_list, &adopted); // tells of each, so without the lock
 }
 
-// Unlinks a candidate and returns the next one, so that the walk keeps its place.
-static t_device_list *unlink_candidate(t_device_list *node)
-{
-    engine.possible_wan_dev_list.count--;
-    return unlink_list_node(node);
-}
-
 int drop_void_candidates()
 {
-    int dropped = 0;
-    for (t_device_list *node = engine.possible_wan_dev_list.head.next; node;) {
-        if (node->dev) {
-            node = node->next;
-            continue;
-        }
-        node = unlink_candidate(node);
-        dropped++;
-    }
-    return dropped;
+    return engine.possible_wan_dev_list.drop_if([](const t_device_list &node) { return !node.dev; });
 }
 
 int join_candidate_names(char (&names)[JOINED_NAMES_SIZE])
@@ -123,16 +85,14 @@ void remove_impossble_wan_dev_from_list()
     t_leaving_fake_wan fake_wan;
     {
         t_read_guard guard(engine_gate->locks.device_lock);
-        for (t_device_list *node = engine.possible_wan_dev_list.head.next; node;) {
-            if (may_be_wan(node->dev)) {
-                node = node->next;
-                continue;
-            }
-            LOG(Debug, "Remove %s out of pssible wan list due to link down or not allow to use as wan!\n",
-                node->dev->name);
-            fake_wan.note(node->dev);
-            node = unlink_candidate(node);
-        }
+        engine.possible_wan_dev_list.drop_if([&fake_wan](const t_device_list &node) {
+            if (may_be_wan(node.dev))
+                return false;
+            LOG_AS("remove_impossble_wan_dev_from_list", Debug,
+                   "Remove %s out of pssible wan list due to link down or not allow to use as wan!\n", node.dev->name);
+            fake_wan.note(node.dev);
+            return true;
+        });
     }
     fake_wan.remove(true);
 }
@@ -142,16 +102,14 @@ void remove_brlan_dev_from_list()
     t_leaving_fake_wan fake_wan;
     {
         t_read_guard guard(engine_gate->locks.device_lock);
-        for (t_device_list *node = engine.possible_wan_dev_list.head.next; node;) {
-            if (node->dev->link_active && !node->dev->is_brlan_dev) {
-                node = node->next;
-                continue;
-            }
-            LOG(Debug, "Remove %s out of pssible wan list due to link down or has br-lan device(s)!\n",
-                node->dev->name);
-            fake_wan.note(node->dev);
-            node = unlink_candidate(node);
-        }
+        engine.possible_wan_dev_list.drop_if([&fake_wan](const t_device_list &node) {
+            if (node.dev->link_active && !node.dev->is_brlan_dev)
+                return false;
+            LOG_AS("remove_brlan_dev_from_list", Debug,
+                   "Remove %s out of pssible wan list due to link down or has br-lan device(s)!\n", node.dev->name);
+            fake_wan.note(node.dev);
+            return true;
+        });
     }
     if (fake_wan.remove(true))
         LOG(Error, "Impossibe! fake_wan has a br-lan device?\n");

@@ -11,17 +11,10 @@ constexpr size_t JOINED_NAMES_SIZE = 512;
 // Fills the empty list with every linked port of the pool that is neither reserved nor banned.
 void generate_possible_wan_dev_list();
 
-// Empties the list.
-void clear_candidates();
-
-// Adds or drops one port and keeps the count; results as those of the list operations.
-int add_candidate(t_device *dev);
-int drop_candidate(const t_device *dev);
-
 // Moves the ports that were parked during the cycle into the list.
 void adopt_parked_devices();
 
-// Unlinks nodes without a device and returns how many there were.
+// Drops nodes without a device and returns how many there were.
 int drop_void_candidates();
 
 // Writes every candidate's name, each followed by an ideographic comma, and returns how many candidates there are.

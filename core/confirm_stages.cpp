@@ -18,12 +18,6 @@
 constexpr const char *BY_ARP = "uloop_wan_detect_using_arp";
 constexpr const char *BY_DNS = "uloop_wan_detect_using_dns";
 
-static t_device *first_candidate()
-{
-    const t_device_list *first = engine.possible_wan_dev_list.head.next;
-    return first ? first->dev : nullptr;
-}
-
 // The gateway of a static connection, the server of a tunnel over a static address.
 static uint32_t target_address()
 {
@@ -59,7 +53,7 @@ static void choose_among_static(int count, t_device *first)
 
 static void choose_behind_gateway()
 {
-    t_device *first = first_candidate();
+    t_device *first = engine.possible_wan_dev_list.first();
     switch (connection_kind()) {
     case t_connection::fixed:
         return choose_among_static(engine.possible_wan_dev_list.count, first);
@@ -148,7 +142,7 @@ static int32_t gather_questions(bool is_fixed)
 // No name server answered: the port of the highest priority is as good as any.
 static void take_first(bool is_fixed)
 {
-    t_device *first = first_candidate();
+    t_device *first = engine.possible_wan_dev_list.first();
     const int count = engine.possible_wan_dev_list.count;
     if (is_fixed)
         LOG_AS(BY_DNS, Info,

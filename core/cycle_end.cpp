@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "core/cycle_end.h"
 
-#include "core/candidates.h"
 #include "core/cycle.h"
 #include "core/cycle_start.h"
 #include "core/retries.h"
@@ -9,7 +8,6 @@
 #include "model/banned.h"
 #include "model/current_wan.h"
 #include "model/fake_wan.h"
-#include "model/lists.h"
 #include "model/port_model.h"
 #include "model/tables.h"
 #include "platform/adapters/wan_switch.h"
@@ -40,8 +38,7 @@ static void make_wan(t_device *winner)
 static void clear_parked_devices()
 {
     t_spin_guard guard(engine_gate->locks.cache_lock);
-    free_device_list(&engine.possible_wan_dev_list_cache.head);
-    engine.possible_wan_dev_list_cache.count = 0;
+    engine.possible_wan_dev_list_cache.clear();
 }
 
 void write_wan_detect_result_file()
@@ -150,7 +147,7 @@ void uloop_wan_detect_end(uloop_timeout *)
     if (winner && !wan_role_is_foreign())
         write_wan_detect_result_file();
     engine.result_dev = nullptr;
-    clear_candidates();
+    engine.possible_wan_dev_list.clear();
     clear_parked_devices();
     clear_dev_volatile_attribute();
     engine.dns_ctx = {};

@@ -55,7 +55,7 @@ void uloop_init_wan_detect_all(uloop_timeout *)
         return open_cycle_over_all_in(CYCLE_RETRY_MS);
     }
     engine.result_dev = nullptr;
-    clear_candidates();
+    engine.possible_wan_dev_list.clear();
     refresh_reserved_ports();
     update_eth_link_status(port_model.dev_hashmap_head);
     update_banned_device_list(&port_model.banned_list);
@@ -94,7 +94,7 @@ static bool may_go_on()
 static bool list_current_wan()
 {
     t_device *now_wan = port_model.wan_dev;
-    const int added = add_candidate(now_wan);
+    const int added = engine.possible_wan_dev_list.add(now_wan);
     if (added == OK)
         LOG_AS(PASS, Debug, "Always add now wan:%s to detect list!\n", now_wan->name);
     else if (added == ERR_ALREADY_PRESENT)
@@ -219,7 +219,7 @@ void uloop_start_wan_detect(uloop_timeout *)
         break;
     case t_role::moved:
         if (listed_now)
-            drop_candidate(listed_wan); // it was listed only as the WAN port
+            engine.possible_wan_dev_list.remove(listed_wan); // it was listed only as the WAN port
         break;
     case t_role::foreign:
         return end_cycle_with(nullptr);
@@ -233,7 +233,7 @@ void uloop_start_wan_detect(uloop_timeout *)
     case t_wan_state::bad:
         break;
     }
-    drop_candidate(port_model.wan_dev); // it was listed only to be looked at first
+    engine.possible_wan_dev_list.remove(port_model.wan_dev); // it was listed only to be looked at first
     give_way_to_requests();
     if (!filter_candidates()) {
         LOG(Debug, "Zero device need to detect after filter! waiting for other devices plug in trigger!\n");

@@ -5,7 +5,6 @@
 #include "core/cycle.h"
 #include "core/wishes.h"
 #include "model/banned.h"
-#include "model/lists.h"
 #include "model/port_model.h"
 #include "platform/clock.h"
 #include "platform/log.h"
@@ -27,16 +26,19 @@ static int park_silently(t_device *dev, int *parked)
     if (!cycle_is_open())
         return ERR_NOTHING_DONE;
     t_device_list_head &cache = engine.possible_wan_dev_list_cache;
-    int added = link_unique_device_inorder(&cache.head, dev);
-    if (added == OK)
-        *parked = ++cache.count;
+    int added = cache.add_silently(dev);
+    *parked = cache.count;
     return added;
 }
 
 static int park_device(t_device *dev, int *parked)
 {
     int result = park_silently(dev, parked);
-    add_unique_device_inorder_to_list(dev, result);
+    if (result == ERR_ALREADY_PRESENT)
+        LOG_AS("add_unique_device_inorder_to_list", Info, "dev:%s already in list, Reset its retry count!\n",
+               dev->name);
+    else if (result == ERR_NO_MEMORY)
+        LOG_AS("add_unique_device_inorder_to_list", Error, "malloc new t_device_list for dev:%s failed!\n", dev->name);
     return result;
 }
 

@@ -4,15 +4,36 @@
 #include "core/connection.h"
 #include "core/cycle.h"
 #include "core/proto_stage.h"
-#include "model/lists.h"
 #include "model/port_model.h"
 #include "platform/log.h"
 
-constexpr const char *VERDICT = "uloop_wan_detect_using_proto_detect"; // its parts speak in its name
+constexpr const char *VERDICT = "uloop_wan_detect_using_proto_detect";
+constexpr const char *SORTING = "remove_specific_proto_dev_from_list"; // their parts speak in their names
 
-static bool has_protocol(const t_device *dev, const t_protocol *wanted)
+static bool has_answered(const t_device *dev, const t_protocol *wanted)
 {
-    return wanted && dev->proto == wanted;
+    return dev->link_active && wanted && dev->proto == wanted;
+}
+
+// A port that has not answered: false when its link or its last attempt is gone.
+static bool may_try_again(t_device_list *node)
+{
+    const char *name = node->dev->name;
+    const char *type = protocol_name(port_model.wan_proto);
+    if (!node->dev->link_active) {
+        LOG_AS(SORTING, Debug, "Remove %s out of possible wan list due to %s down!\n", name, name);
+        return false;
+    }
+    if (node->retry_count >= MAX_SILENT_RETRIES) {
+        LOG_AS(SORTING, Debug, "Remove %s out of possible wan list due to no %s was detected after %d times try!\n",
+               name, type, static_cast<int>(MAX_SILENT_RETRIES + 1));
+        return false;
+    }
+    node->retry_count++;
+    LOG_AS(SORTING, Debug,
+           "Continue keep it in possible wan list due to no %s was detected in %s, retry! retry times:%d/%d\n", type,
+           name, static_cast<int>(node->retry_count), static_cast<int>(MAX_SILENT_RETRIES));
+    return true;
 }
 
 int remove_specific_proto_dev_from_list()
@@ -24,45 +45,27 @@ int remove_specific_proto_dev_from_list()
     int found = 0;
     {
         t_read_guard guard(engine_gate->locks.device_lock);
-        for (t_device_list *node = list.head.next; node;) {
-            t_device *dev = node->dev;
-            bool stays = false;
-            if (!dev) {
-                stays = true; // the next pass audits the list
-            } else if (!dev->link_active) {
-                LOG(Debug, "Remove %s out of possible wan list due to %s down!\n", dev->name, dev->name);
-            } else if (has_protocol(dev, wanted)) {
-                LOG(Debug, "Detect device:%s using protocol %s!\n", dev->name, type);
+        list.drop_if([&](t_device_list &node) {
+            if (!node.dev)
+                return false; // the next pass audits the list
+            if (has_answered(node.dev, wanted)) {
+                LOG_AS(SORTING, Debug, "Detect device:%s using protocol %s!\n", node.dev->name, type);
                 found++;
-                stays = true;
-            } else if (node->retry_count < MAX_SILENT_RETRIES) {
-                node->retry_count++;
-                LOG(Debug,
-                    "Continue keep it in possible wan list due to no %s was detected in %s, retry! retry times:%d/%d\n",
-                    type, dev->name, static_cast<int>(node->retry_count), static_cast<int>(MAX_SILENT_RETRIES));
-                stays = true;
-            } else {
-                LOG(Debug, "Remove %s out of possible wan list due to no %s was detected after %d times try!\n",
-                    dev->name, type, static_cast<int>(MAX_SILENT_RETRIES + 1));
+                return false;
             }
-            if (stays) {
-                node = node->next;
-                continue;
-            }
-            fake_wan.note(dev);
-            list.count--;
-            node = unlink_list_node(node);
-        }
-        for (t_device_list *node = found > 0 ? list.head.next : nullptr; node;) {
-            if (!node->dev || (node->dev->link_active && has_protocol(node->dev, wanted))) {
-                node = node->next;
-                continue;
-            }
-            LOG(Debug, "Remove %s out of possible wan list due to other device detected success!\n", node->dev->name);
-            fake_wan.note(node->dev);
-            list.count--;
-            node = unlink_list_node(node);
-        }
+            if (may_try_again(&node))
+                return false;
+            fake_wan.note(node.dev);
+            return true;
+        });
+        list.drop_if([&](const t_device_list &node) {
+            if (found == 0 || !node.dev || has_answered(node.dev, wanted))
+                return false;
+            LOG_AS(SORTING, Debug, "Remove %s out of possible wan list due to other device detected success!\n",
+                   node.dev->name);
+            fake_wan.note(node.dev);
+            return true;
+        });
     }
     fake_wan.remove(false);
     return found;
@@ -81,8 +84,7 @@ static void wait_for_stage(t_connection kind)
 static void take_first(t_connection kind, int found)
 {
     const char *type = protocol_name(port_model.wan_proto);
-    const t_device_list *first = engine.possible_wan_dev_list.head.next;
-    t_device *winner = first ? first->dev : nullptr;
+    t_device *winner = engine.possible_wan_dev_list.first();
     if (!winner)
         LOG_AS(VERDICT, Error, "That's impossible! device is lost? treat it as null!\n");
     else if (kind == t_connection::dhcp)

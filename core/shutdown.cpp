@@ -9,10 +9,8 @@
 #include <unistd.h>
 
 #include "core/background.h"
-#include "core/candidates.h"
 #include "core/engine.h"
 #include "core/wishes.h"
-#include "model/lists.h"
 #include "model/port_model.h"
 #include "platform/adapters/bus_object.h"
 #include "platform/log.h"
@@ -82,18 +80,10 @@ void install_signal_handlers()
     pthread_sigmask(SIG_UNBLOCK, &ends, nullptr);
 }
 
-static void release_lists()
-{
-    clear_candidates();
-    free_device_list(&engine.possible_wan_dev_list_cache.head);
-    engine.possible_wan_dev_list_cache.count = 0;
-    free_device_list(&port_model.banned_list.head);
-    port_model.banned_list.count = 0;
-}
-
 static void release_model()
 {
-    release_lists();
+    engine.possible_wan_dev_list.clear();
+    engine.possible_wan_dev_list_cache.clear();
     release_port_model(&port_model);
     if (port_model.arp_table_hashmap_head)
         release_arp_table(&port_model.arp_table_hashmap_head);

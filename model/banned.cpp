@@ -3,12 +3,8 @@
 // nobody should spin while a console is written.
 #include "model/banned.h"
 
-#include <cstdlib>
-
 #include "model/gate.h"
-#include "model/lists.h"
 #include "model/tables.h"
-#include "platform/clock.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
 
@@ -17,17 +13,6 @@ namespace {
 constexpr t_time_stamp NEVER = {0, INT32_MAX};
 
 enum class t_ban_change { created, made_infinite, extended, kept, no_memory };
-
-t_time_stamp end_of_ban(const t_device_list &node)
-{
-    return {node.aging_time.sec, node.aging_time.usec};
-}
-
-void set_end_of_ban(t_device_list *node, t_time_stamp end)
-{
-    node->aging_time.sec = end.sec;
-    node->aging_time.usec = end.usec;
-}
 
 bool is_infinite(const t_device_list &node)
 {
@@ -48,24 +33,16 @@ int32_t wrapped_microseconds(int32_t seconds)
     return static_cast<int32_t>(static_cast<uint32_t>(seconds) * static_cast<uint32_t>(MICROSECONDS_PER_SECOND));
 }
 
-t_device_list *find_ban(t_device_list_head *banned_list, const t_device *device)
-{
-    t_device_list *node = banned_list->head.next;
-    while (node && node->dev != device)
-        node = node->next;
-    return node;
-}
-
 // Under the banned lock.
 t_ban_change renew_ban(t_device_list *node, int32_t seconds, t_time_stamp now)
 {
     if (seconds == BAN_FOREVER) {
-        set_end_of_ban(node, NEVER);
+        node->aging_time = NEVER;
         return t_ban_change::made_infinite;
     }
-    if (time_stamp_diff_us(end_of_ban(*node), now) >= wrapped_microseconds(seconds))
+    if (time_stamp_diff_us(node->aging_time, now) >= wrapped_microseconds(seconds))
         return t_ban_change::kept;
-    set_end_of_ban(node, end_after(now, seconds));
+    node->aging_time = end_after(now, seconds);
     return t_ban_change::extended;
 }
 
@@ -73,24 +50,22 @@ t_ban_change ban(t_device_list_head *banned_list, t_device *device, int32_t seco
 {
     t_spin_guard banning(engine_gate->locks.banned_lock);
     const t_time_stamp now = get_time_stamp();
-    if (t_device_list *node = find_ban(banned_list, device))
+    if (t_device_list *node = banned_list->find(device))
         return renew_ban(node, seconds, now);
-    t_device_list *node = insert_list_node(&banned_list->head, device);
+    t_device_list *node = banned_list->insert(&banned_list->head, device);
     if (!node)
         return t_ban_change::no_memory;
-    set_end_of_ban(node, end_after(now, seconds));
-    banned_list->count++;
+    node->aging_time = end_after(now, seconds);
     return t_ban_change::created;
 }
 
 bool unlink_ban(t_device_list_head *banned_list, const t_device *device, bool infinite_only)
 {
     t_spin_guard banning(engine_gate->locks.banned_lock);
-    t_device_list *node = find_ban(banned_list, device);
+    t_device_list *node = banned_list->find(device);
     if (!node || (infinite_only && !is_infinite(*node)))
         return false;
-    unlink_list_node(node);
-    banned_list->count--;
+    banned_list->drop(node);
     return true;
 }
 
@@ -105,28 +80,19 @@ int lift_ban(t_device *dev_hashmap_head, t_device_list_head *banned_list, const 
     return *device && unlink_ban(banned_list, *device, infinite_only) ? OK : ERR_NOTHING_DONE;
 }
 
-void move_node(t_device_list *node, t_device_list *place)
-{
-    node->prev->next = node->next;
-    if (node->next)
-        node->next->prev = node->prev;
-    node->prev = place;
-    node->next = nullptr;
-    place->next = node;
-}
-
 // Moves the bans that ran out to `expired`, in list order.
-void take_expired_bans(t_device_list_head *banned_list, t_device_list *expired)
+void take_expired_bans(t_device_list_head *banned_list, t_device_list_head *expired)
 {
     t_spin_guard banning(engine_gate->locks.banned_lock);
     const t_time_stamp now = get_time_stamp();
+    t_device_list *last = &expired->head;
     for (t_device_list *node = banned_list->head.next, *next; node; node = next) {
         next = node->next;
-        if (is_infinite(*node) || time_stamp_diff_us(end_of_ban(*node), now) >= 1)
+        if (is_infinite(*node) || time_stamp_diff_us(node->aging_time, now) >= 1)
             continue;
-        move_node(node, expired);
-        expired = node;
-        banned_list->count--;
+        banned_list->unlink(node);
+        expired->link(last, node);
+        last = node;
     }
 }
 
@@ -136,12 +102,12 @@ void update_banned_device_list(t_device_list_head *banned_list)
 {
     if (!banned_list)
         return;
-    t_device_list expired = {};
+    t_device_list_head expired = {};
     take_expired_bans(banned_list, &expired);
-    for (const t_device_list *node = expired.next; node; node = node->next)
+    for (const t_device_list *node = expired.head.next; node; node = node->next)
         LOG(Info, "banned dev:%s out of time, remove it from banned list, now allow it to be wan!\n",
             device_name(node->dev));
-    free_device_list(&expired);
+    expired.clear();
 }
 
 int add_unique_banned_device_to_list(t_device *dev_hashmap_head, t_device_list_head *banned_list, const char *name,
@@ -204,5 +170,5 @@ bool is_banned_device(t_device_list_head *banned_list, const t_device *device)
     if (!banned_list)
         return false;
     t_spin_guard banning(engine_gate->locks.banned_lock);
-    return check_device_in_list(&banned_list->head, device) != 0;
+    return check_device_in_list(&banned_list->head, device);
 }

@@ -2,7 +2,6 @@
 // The rule by which a port's recorded protocol may change, and the two ways of forgetting it.
 #include "model/current_wan.h"
 
-#include "model/lists.h"
 #include "model/tables.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
@@ -12,15 +11,15 @@ namespace {
 void leave_protocol(t_device *device)
 {
     t_protocol *former = device->proto;
-    if (former && remove_unique_device_from_list(&former->devices.head, device) == OK)
-        former->devices.count--;
+    if (former)
+        former->devices.remove(device);
 }
 
 void join_protocol(t_device *device, t_protocol *wanted)
 {
     device->proto = wanted;
-    if (wanted && add_unique_device_inorder_to_list(&wanted->devices.head, device) == OK)
-        wanted->devices.count++;
+    if (wanted)
+        wanted->devices.add(device);
 }
 
 } // namespace

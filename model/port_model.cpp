@@ -4,23 +4,16 @@
 
 #include <cstdlib>
 
-#include "model/lists.h"
 #include "model/tables.h"
 
 t_port_model port_model;
 
 namespace {
 
-void empty_list(t_device_list_head *list)
-{
-    free_device_list(&list->head);
-    list->count = 0;
-}
-
 void release_all_protocols(t_protocol **proto_hashmap_head)
 {
     while (t_protocol *protocol = *proto_hashmap_head) {
-        empty_list(&protocol->devices);
+        protocol->devices.clear();
         HASH_DEL(*proto_hashmap_head, protocol);
         free(protocol);
     }
@@ -36,7 +29,7 @@ void release_port_model(t_port_model *model)
     model->fake_wan = nullptr;
     for (t_device *&entry : model->priority_order)
         entry = nullptr;
-    empty_list(&model->banned_list);
+    model->banned_list.clear();
 
     release_all_protocols(&model->proto_hashmap_head);
     release_any_device(&model->dev_hashmap_head);

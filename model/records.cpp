@@ -1,20 +1,8 @@
 // SPDX-License-Identifier: MIT
-// Names of records: copying, showing and comparing them.
+// Names of protocols: showing and comparing them.
 #include "model/records.h"
 
 #include <cstring>
-
-void copy_name(char (&field)[NAME_SIZE], const char *name)
-{
-    memset(field, 0, NAME_SIZE);
-    if (name)
-        memcpy(field, name, strnlen(name, NAME_SIZE - 1));
-}
-
-const char *device_name(const t_device *dev)
-{
-    return dev ? dev->name : "null";
-}
 
 const char *protocol_name(const t_protocol *protocol)
 {

@@ -10,7 +10,6 @@
 #include <vector>
 
 #include "core/background.h"
-#include "core/candidates.h"
 #include "core/cycle.h"
 #include "core/cycle_start.h"
 #include "core/fake_probes.h"
@@ -24,7 +23,6 @@
 #include "fuzz/support/private_files.h"
 #include "model/current_wan.h"
 #include "model/fake_wan.h"
-#include "model/lists.h"
 #include "model/port_config.h"
 #include "model/protocol_config.h"
 #include "model/tables.h"
@@ -234,9 +232,9 @@ t_engine_scene::~t_engine_scene()
     REQUIRE(stop_background_threads());
     detach_background_from_loop();
     release_background();
-    clear_candidates();
-    free_device_list(&engine.possible_wan_dev_list_cache.head);
-    free_device_list(&port_model.banned_list.head);
+    engine.possible_wan_dev_list.clear();
+    engine.possible_wan_dev_list_cache.clear();
+    port_model.banned_list.clear();
     release_port_model(&port_model);
     destroy_engine_gate(&engine.gate);
     wan_detect_bus_offer_release();

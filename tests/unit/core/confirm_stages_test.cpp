@@ -3,7 +3,6 @@
 
 #include <arpa/inet.h>
 
-#include "core/candidates.h"
 #include "core/engine_fixture.h"
 #include "model/tables.h"
 
@@ -20,7 +19,7 @@ protected:
     static void candidates_are(std::initializer_list<const char *> ports)
     {
         for (const char *port : ports)
-            add_candidate(dev(port));
+            engine.possible_wan_dev_list.add(dev(port));
     }
     static void run(uloop_timeout &timer)
     {
@@ -191,7 +190,7 @@ TEST_F(confirm_stages, of_17_candidates_only_the_first_16_are_asked)
     for (size_t i = 0; i < ports.size(); i++) {
         snprintf(ports[i].name, NAME_SIZE, "eth%zu", i);
         ports[i].priority = static_cast<int8_t>(i + 1);
-        add_candidate(&ports[i]);
+        engine.possible_wan_dev_list.add(&ports[i]);
     }
     fake_probes.dns_ports = {"eth16"};
     run(engine.using_dns);
@@ -201,7 +200,7 @@ TEST_F(confirm_stages, of_17_candidates_only_the_first_16_are_asked)
     EXPECT_EQ(engine.dns_ctx.count, 16);
     EXPECT_EQ(engine.result_dev, &ports[0]);
     EXPECT_TRUE(log->has("Error", "uloop_wan_detect_using_dns", "Count exceed maximum number of interfaces:16"));
-    clear_candidates();
+    engine.possible_wan_dev_list.clear();
 }
 
 TEST_F(confirm_stages, without_candidates_the_cycle_goes_back)

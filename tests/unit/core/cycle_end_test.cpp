@@ -5,12 +5,10 @@
 #include <filesystem>
 #include <sys/mount.h>
 
-#include "core/candidates.h"
 #include "core/cycle_start.h"
 #include "core/engine_fixture.h"
 #include "core/proto_stage.h"
 #include "model/banned.h"
-#include "model/lists.h"
 #include "platform/result_codes.h"
 
 namespace {
@@ -103,7 +101,7 @@ TEST_F(cycle_end, another_winner_is_switched_to_after_the_fake_wan_port_is_forgo
 
 TEST_F(cycle_end, a_winner_banned_meanwhile_sends_the_cycle_back_after_a_second)
 {
-    add_candidate(dev("eth2"));
+    engine.possible_wan_dev_list.add(dev("eth2"));
     add_unique_banned_device_to_list(port_model.dev_hashmap_head, &port_model.banned_list, "eth2", 100);
     end_with(dev("eth2"));
     EXPECT_EQ(armed(engine.start_wan_detect), 1000);
@@ -123,9 +121,8 @@ TEST_F(cycle_end, a_winner_banned_meanwhile_sends_the_cycle_back_after_a_second)
 
 TEST_F(cycle_end, returns_the_engine_to_rest)
 {
-    add_candidate(dev("eth2"));
-    add_unique_device_inorder_to_list(&engine.possible_wan_dev_list_cache.head, dev("eth3"));
-    engine.possible_wan_dev_list_cache.count = 1;
+    engine.possible_wan_dev_list.add(dev("eth2"));
+    engine.possible_wan_dev_list_cache.add(dev("eth3"));
     engine.restart_requested = 1;
     engine.dns_ctx.count = 3;
     dev("eth4")->is_brlan_dev = 1;

@@ -4,7 +4,6 @@
 #include "core/engine_fixture.h"
 #include "core/proto_stage.h"
 #include "model/banned.h"
-#include "model/lists.h"
 #include "model/tables.h"
 
 namespace {
@@ -65,7 +64,7 @@ TEST_F(cycle_start, reserved_and_banned_ports_are_no_candidates)
 TEST_F(cycle_start, a_candidate_that_cannot_be_added_is_told)
 {
     plug({"eth1", "eth2"});
-    add_candidate(dev("eth1"));
+    engine.possible_wan_dev_list.add(dev("eth1"));
     generate_possible_wan_dev_list();
     EXPECT_TRUE(log->has("Info", "generate_possible_wan_dev_list", "Failed to add device eth1 to possible wan list!"));
     EXPECT_EQ(candidates(), "eth1 eth2");
@@ -251,8 +250,8 @@ TEST_F(cycle_start, an_unlinked_current_port_is_added_for_the_listing)
 
 TEST_F(cycle_start, joined_names_end_with_the_ideographic_comma_after_the_last_one_too)
 {
-    add_candidate(dev("eth1"));
-    add_candidate(dev("eth3"));
+    engine.possible_wan_dev_list.add(dev("eth1"));
+    engine.possible_wan_dev_list.add(dev("eth3"));
     char names[JOINED_NAMES_SIZE];
     EXPECT_EQ(join_candidate_names(names), 2);
     EXPECT_STREQ(names, "eth1\xE3\x80\x81"
@@ -264,13 +263,13 @@ TEST_F(cycle_start, joined_names_that_do_not_fit_are_left_out_whole)
     t_device ports[20] = {};
     for (t_device &port : ports) {
         memset(port.name, 'x', NAME_SIZE - 1);
-        add_candidate(&port);
+        engine.possible_wan_dev_list.add(&port);
     }
     char names[JOINED_NAMES_SIZE];
     EXPECT_EQ(join_candidate_names(names), 20);
     EXPECT_EQ(strlen(names) % (NAME_SIZE - 1 + 3), 0u);
     EXPECT_LT(strlen(names), sizeof names);
-    clear_candidates();
+    engine.possible_wan_dev_list.clear();
 }
 
 TEST_F(cycle_start, parked_ports_join_and_a_count_that_went_wrong_is_repaired)
@@ -278,8 +277,7 @@ TEST_F(cycle_start, parked_ports_join_and_a_count_that_went_wrong_is_repaired)
     plug({"eth1", "eth2"});
     start_wan_detect_all(0);
     fire(engine.init_wan_detect_all);
-    add_unique_device_inorder_to_list(&engine.possible_wan_dev_list_cache.head, dev("eth1"));
-    engine.possible_wan_dev_list_cache.count = 1;
+    engine.possible_wan_dev_list_cache.add(dev("eth1"));
     fire(engine.start_wan_detect);
     EXPECT_TRUE(log->has("Error", "uloop_start_wan_detect",
                          "Impossible to happen! Check code carefully! traverse found 3 device, But the original "
@@ -395,7 +393,7 @@ TEST_F(cycle_start, the_fake_wan_port_matches_by_name_only)
 
 TEST_F(cycle_start, list_members_lose_what_the_cycle_learned)
 {
-    add_candidate(dev("eth1"));
+    engine.possible_wan_dev_list.add(dev("eth1"));
     dev("eth1")->is_brlan_dev = 1;
     dev("eth1")->result.gateway.ipv4_be = 7;
     dev("eth2")->is_brlan_dev = 1;

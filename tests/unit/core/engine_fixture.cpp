@@ -5,7 +5,6 @@
 #include <filesystem>
 
 #include "core/background.h"
-#include "core/candidates.h"
 #include "core/cycle.h"
 #include "core/cycle_start.h"
 #include "core/link_change.h"
@@ -14,7 +13,6 @@
 #include "core/wishes.h"
 #include "model/current_wan.h"
 #include "model/fake_wan.h"
-#include "model/lists.h"
 #include "model/port_config.h"
 #include "model/protocol_config.h"
 #include "model/tables.h"
@@ -72,9 +70,9 @@ void t_engine_test::TearDown()
     log.reset();
     for (uloop_timeout *timer : timers)
         uloop_timeout_cancel(timer);
-    clear_candidates();
-    free_device_list(&engine.possible_wan_dev_list_cache.head);
-    free_device_list(&port_model.banned_list.head);
+    engine.possible_wan_dev_list.clear();
+    engine.possible_wan_dev_list_cache.clear();
+    port_model.banned_list.clear();
     release_port_model(&port_model);
     destroy_engine_gate(&engine.gate);
     engine = {};

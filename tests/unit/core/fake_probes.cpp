@@ -138,23 +138,19 @@ int find_target_ip_and_device_with_arp(t_device_list_head *list, uint32_t target
     const std::string as = sender_be ? std::string(" as ") + t_ipv4_text(sender_be).text : "";
     fake_probes.calls.push_back(std::string("arp ") + t_ipv4_text(target_be).text + as);
     if (!fake_probes.bridge_readable) {
-        free_device_list(&list->head);
-        list->count = 0;
+        list->clear();
         return ARP_ERR_LAN_BRIDGE;
     }
     if (fake_probes.lose_nodes) {
         free_device_list(&list->head);
         return OK;
     }
-    for (t_device_list *node = list->head.next; node;) {
-        if (fake_probes.gateway_ports.contains(node->dev->name)) {
-            node->dev->result.server_mac[MAC_SIZE - 1] = fake_probes.gateway_mac[node->dev->name];
-            node = node->next;
-            continue;
-        }
-        node = unlink_list_node(node);
-        list->count--;
-    }
+    list->drop_if([](const t_device_list &node) {
+        if (!fake_probes.gateway_ports.contains(node.dev->name))
+            return true;
+        node.dev->result.server_mac[MAC_SIZE - 1] = fake_probes.gateway_mac[node.dev->name];
+        return false;
+    });
     return OK;
 }
 

@@ -20,7 +20,6 @@
 #include "core/engine_fixture.h"
 #include "core/recorded_pauses.h"
 #include "core/shutdown.h"
-#include "model/lists.h"
 #include "platform/bus.h"
 #include "platform/log.h"
 #include "platform/uci_lock.h"
@@ -476,8 +475,8 @@ TEST_F(start_up, shutdown_releases_what_a_cycle_left_open)
         dhcp_detect_handle.contexts = &dhcp_batch;
         pppoe_detect_handle.contexts = &pppoe_batch;
         add_arp_entry(&port_model.arp_table_hashmap_head, create_new_arp_entry(mac, 1, 1));
-        add_unique_device_inorder_to_list(&engine.possible_wan_dev_list.head, dev("eth1"));
-        add_unique_device_inorder_to_list(&engine.possible_wan_dev_list_cache.head, dev("eth2"));
+        engine.possible_wan_dev_list.add(dev("eth1"));
+        engine.possible_wan_dev_list_cache.add(dev("eth2"));
     };
     EXPECT_EQ(start(), 0);
     EXPECT_EQ(fake_probes.count("release dhcp"), 1);

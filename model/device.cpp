@@ -1,0 +1,17 @@
+// SPDX-License-Identifier: MIT
+// Names of ports: copying and showing them.
+#include "model/device.h"
+
+#include <cstring>
+
+void copy_name(char (&field)[NAME_SIZE], const char *name)
+{
+    memset(field, 0, NAME_SIZE);
+    if (name)
+        memcpy(field, name, strnlen(name, NAME_SIZE - 1));
+}
+
+const char *device_name(const t_device *dev)
+{
+    return dev ? dev->name : "null";
+}
