@@ -27,7 +27,7 @@ static bool may_be_wan(const t_device *dev)
 void generate_possible_wan_dev_list()
 {
     LOG_ENTER();
-    t_read_guard guard(engine_gate->locks.device_lock);
+    t_read_guard guard(engine.gate.locks.device_lock);
     for (t_device *dev = port_model.dev_hashmap_head; dev; dev = static_cast<t_device *>(dev->hh.next)) {
         if (!may_be_wan(dev))
             continue;
@@ -42,7 +42,7 @@ void adopt_parked_devices()
 {
     t_device_list_head adopted = {};
     {
-        t_spin_guard guard(engine_gate->locks.cache_lock);
+        t_spin_guard guard(engine.gate.locks.cache_lock);
         std::swap(adopted, engine.possible_wan_dev_list_cache);
     }
     merge_two_list(&engine.possible_wan_dev_list, &adopted); // tells of each, so without the lock
@@ -84,7 +84,7 @@ void remove_impossble_wan_dev_from_list()
 {
     t_leaving_fake_wan fake_wan;
     {
-        t_read_guard guard(engine_gate->locks.device_lock);
+        t_read_guard guard(engine.gate.locks.device_lock);
         engine.possible_wan_dev_list.drop_if([&fake_wan](const t_device_list &node) {
             if (may_be_wan(node.dev))
                 return false;
@@ -101,7 +101,7 @@ void remove_brlan_dev_from_list()
 {
     t_leaving_fake_wan fake_wan;
     {
-        t_read_guard guard(engine_gate->locks.device_lock);
+        t_read_guard guard(engine.gate.locks.device_lock);
         engine.possible_wan_dev_list.drop_if([&fake_wan](const t_device_list &node) {
             if (node.dev->link_active && !node.dev->is_brlan_dev)
                 return false;

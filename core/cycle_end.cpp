@@ -37,7 +37,7 @@ static void make_wan(t_device *winner)
 
 static void clear_parked_devices()
 {
-    t_spin_guard guard(engine_gate->locks.cache_lock);
+    t_spin_guard guard(engine.gate.locks.cache_lock);
     engine.possible_wan_dev_list_cache.clear();
 }
 

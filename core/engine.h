@@ -32,7 +32,7 @@ struct t_retry {
 
 struct t_wan_detect_engine {
     t_flag detecting;                               // a cycle is open; ports that come up are parked. Shared.
-    t_flag restart_requested;                       // the running cycle gives up at its next pass
+    uint8_t restart_requested;                      // the running cycle gives up at its next pass
     t_device *result_dev;                           // verdict, borrowed; null for none
     t_device_list_head possible_wan_dev_list;       // candidates, by priority
     t_device_list_head possible_wan_dev_list_cache; // parked ports, under the cache lock

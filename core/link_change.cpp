@@ -22,7 +22,7 @@ static const char *link_word(bool up)
 // empties the list under the same lock, so nothing is left behind for the next cycle.
 static int park_silently(t_device *dev, int *parked)
 {
-    t_spin_guard guard(engine_gate->locks.cache_lock);
+    t_spin_guard guard(engine.gate.locks.cache_lock);
     if (!cycle_is_open())
         return ERR_NOTHING_DONE;
     t_device_list_head &cache = engine.possible_wan_dev_list_cache;
@@ -71,7 +71,7 @@ static void *run_delay_trigger(void *dev)
 // False when the state was stored already: of several threads that see a change, one acts upon it.
 static bool store_link(t_device *dev, bool up)
 {
-    t_write_guard guard(engine_gate->locks.device_lock);
+    t_write_guard guard(engine.gate.locks.device_lock);
     if (static_cast<bool>(dev->link_active) == up)
         return false;
     dev->link_active = up;

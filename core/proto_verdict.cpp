@@ -44,7 +44,7 @@ int remove_specific_proto_dev_from_list()
     t_leaving_fake_wan fake_wan;
     int found = 0;
     {
-        t_read_guard guard(engine_gate->locks.device_lock);
+        t_read_guard guard(engine.gate.locks.device_lock);
         list.drop_if([&](t_device_list &node) {
             if (!node.dev)
                 return false; // the next pass audits the list
