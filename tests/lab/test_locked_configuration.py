@@ -110,12 +110,10 @@ def test_a_rebuild_takes_the_save_folder_before_a_stranger_can(tmp_path, shell, 
     assert (tmp_path / "folder").read_text() == "700 0\n"
 
 
-@pytest.mark.parametrize("shell", SHELLS)
+@pytest.mark.parametrize("shell", [shell for shell in SHELLS if shell == ["sh"]])  # busybox has an arping of its own
 @pytest.mark.parametrize("owner,asked", [("0", ["10.0.0.9"]), ("65534", [])])
 def test_an_online_test_ignores_what_a_stranger_lets_wait(tmp_path, shell, request, owner, asked):
     program(tmp_path / "arping", '#!/bin/sh\nfor last; do true; done; echo "$last" >>"$STATE/asked"; exit 1\n')
-    if shell != ["sh"]:
-        pytest.skip("it has an arping of its own")
     Play(tmp_path, shell, request, "online-test", "ip link set eth0 up", "ip link set far0 up",
          "printf 'config connection static\\n' >/etc/config/protocol",
          STAGED.replace("switch.wan.evil='1'", "protocol.static.gateway='10.0.0.9'").replace("/switch", "/protocol"),
