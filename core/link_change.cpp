@@ -9,14 +9,10 @@
 #include "platform/clock.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
+#include "platform/text.h"
 
 constexpr uint32_t AFTER_THREAD_START_MS = 5;
 constexpr const char *CHANGE = "wan_detect_process_link_change"; // its parts speak in its name
-
-static const char *link_word(bool up)
-{
-    return up ? "up" : "down";
-}
 
 // Adds the port to the parked ones and gives their number. ERR_NOTHING_DONE when the cycle is over: its end
 // empties the list under the same lock, so nothing is left behind for the next cycle.
@@ -83,7 +79,7 @@ static bool wan_change_is_served(const t_device *dev, bool up)
 {
     if (!cycle_is_open()) {
         if (up)
-            LOG_AS(CHANGE, Debug, "Ignore: Device %s link status change to %s!\n", dev->name, link_word(up));
+            LOG_AS(CHANGE, Debug, "Ignore: Device %s link status change to %s!\n", dev->name, up_or_down(up));
         else
             open_cycle_after_loss();
         return true;
@@ -124,7 +120,7 @@ static void act_on_change(t_device *dev, bool up)
         if (wan_change_is_served(dev, up))
             return;
     } else if (!up || !cycle_is_open()) {
-        LOG_AS(CHANGE, Debug, "Ignore: Device %s link status change to %s!\n", dev->name, link_word(up));
+        LOG_AS(CHANGE, Debug, "Ignore: Device %s link status change to %s!\n", dev->name, up_or_down(up));
         return;
     }
     park_later(dev);
@@ -140,7 +136,7 @@ int wan_detect_process_link_change(t_device *dev, bool up)
         LOG(Debug, "Device %s status not change!\n", dev->name);
         return OK;
     }
-    LOG(Info, "Device %s link status change to %s!\n", dev->name, link_word(up));
+    LOG(Info, "Device %s link status change to %s!\n", dev->name, up_or_down(up));
     if (port_model.enable)
         act_on_change(dev, up);
     else

@@ -12,6 +12,7 @@
 #include "platform/json_object.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
+#include "platform/text.h"
 
 // The current WAN port first: its loss opens the cycle that ports of the same scan may join. Returns how many there
 // are.
@@ -57,7 +58,7 @@ uint32_t update_eth_link_status_trigger()
             bool up = json_object_get_boolean(state) != 0;
             if (up == static_cast<bool>(dev->link_active))
                 continue;
-            LOG(Info, "Cyclic scanning found %s link change to %s, pull trigger!\n", dev->name, up ? "up" : "down");
+            LOG(Info, "Cyclic scanning found %s link change to %s, pull trigger!\n", dev->name, up_or_down(up));
             wan_detect_process_link_change(dev, up);
         }
     }

@@ -194,7 +194,7 @@ int device_hotplug_event(ubus_context *context, ubus_object *, ubus_request_data
     }
     bool up = blobmsg_get_bool(arguments[HOTPLUG_STATUS]);
     if ((dev->link_active != 0) != up) {
-        LOG(Info, "Device %s link status change to %s by ubus!\n", name, up ? "up" : "down");
+        LOG(Info, "Device %s link status change to %s by ubus!\n", name, up_or_down(up));
         if (engine_handlers.process_link_change)
             engine_handlers.process_link_change(dev, up);
     } else {

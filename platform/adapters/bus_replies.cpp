@@ -10,6 +10,7 @@
 #include "platform/adapters/bus_message.h"
 #include "platform/log.h"
 #include "platform/printable_text.h"
+#include "platform/text.h"
 
 namespace {
 
@@ -84,11 +85,6 @@ int state_by_flags(blob_attr *const (&fields)[INTERFACE_FIELDS])
     if (blobmsg_get_bool(fields[INTERFACE_UP]))
         return NETWORK_CONNECTED;
     return blobmsg_get_bool(fields[INTERFACE_PENDING]) ? NETWORK_CONNECTING : NETWORK_DISCONNECTED;
-}
-
-const char *true_or_false(bool value)
-{
-    return value ? "true" : "false";
 }
 
 } // namespace

@@ -10,6 +10,7 @@
 #include "platform/engine_handlers.h"
 #include "platform/json_object.h"
 #include "platform/log.h"
+#include "platform/text.h"
 
 namespace {
 
@@ -43,7 +44,7 @@ bool is_lost(const t_device *now_wan, json_object *states)
 int hand_on(t_device *dev, bool up)
 {
     LOG_AS("update_eth_link_status_using_script", Info,
-           "Single shot scanning found %s link change to %s, pull trigger!\n", dev->name, up ? "up" : "down");
+           "Single shot scanning found %s link change to %s, pull trigger!\n", dev->name, up_or_down(up));
     if (engine_handlers.process_link_change)
         engine_handlers.process_link_change(dev, up);
     return 1;

@@ -13,6 +13,7 @@
 #include "platform/command.h"
 #include "platform/engine_handlers.h"
 #include "platform/log.h"
+#include "platform/text.h"
 
 namespace {
 
@@ -21,17 +22,12 @@ constexpr uint32_t SETTLE_MS = 1;
 
 const char *side_name(uint8_t sub_port)
 {
-    return sub_port == SUB_PORT_PHY ? "phy" : "sfp";
+    return phy_or_sfp(sub_port == SUB_PORT_PHY);
 }
 
 const char *other_side_name(uint8_t sub_port)
 {
-    return sub_port == SUB_PORT_PHY ? "sfp" : "phy";
-}
-
-const char *up_or_down(uint8_t link)
-{
-    return link ? "up" : "down";
+    return phy_or_sfp(sub_port != SUB_PORT_PHY);
 }
 
 // Both block locks are held.
