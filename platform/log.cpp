@@ -11,29 +11,28 @@
 #include <sys/sysinfo.h>
 #include <unistd.h>
 
-t_shared<int> log_level = {LOG_LEVEL_Error};
-
-namespace {
+std::atomic<int> log_level = LOG_LEVEL_Error;
 
 constexpr const char *LOG_FILE = "/tmp/wan_detect.log";
 constexpr const char *CONSOLE = "/dev/console";
 constexpr int STANDARD_DESCRIPTORS = 3;
+constexpr const char *LEVEL_WORDS[] = {"", "", "Critical", "Error", "Warning", "Notice", "Info", "Debug"};
 
-t_shared<uint8_t> stream_prepared;
-int console_fd = -1;
-int saved_fds[STANDARD_DESCRIPTORS] = {-1, -1, -1};
+static std::atomic<bool> stream_prepared;
+static int console_fd = -1;
+static int saved_fds[STANDARD_DESCRIPTORS] = {-1, -1, -1};
 
 // A file or pipe as standard output would be buffered in blocks, and a reader of the log would see lines late and cut.
-void prepare_stream()
+static void prepare_stream()
 {
     if (stream_prepared)
         return;
-    stream_prepared = 1;
+    stream_prepared = true;
     setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
 }
 
 // Whatever stands at that path: a pipe that nobody reads, or a line without a carrier, does not hold the caller up.
-int open_for_writing(const char *path, int flags = 0)
+static int open_for_writing(const char *path, int flags = 0)
 {
     const int fd = open(path, O_WRONLY | O_NOCTTY | O_CLOEXEC | O_NONBLOCK | flags);
     if (fd >= 0)
@@ -43,14 +42,14 @@ int open_for_writing(const char *path, int flags = 0)
 
 // Anybody may put something there. A link or a second name would lead root's pen into any file, a pipe would hold the
 // daemon up once it is full.
-bool is_plain_file_of_our_own(int fd)
+static bool is_plain_file_of_our_own(int fd)
 {
     struct stat status = {};
     return fstat(fd, &status) == 0 && S_ISREG(status.st_mode) && status.st_uid == geteuid() && status.st_nlink == 1;
 }
 
 // The file is never created here: whoever wants the log there creates it first.
-int open_destination()
+static int open_destination()
 {
     const int fd = open_for_writing(LOG_FILE, O_NOFOLLOW);
     if (fd >= 0 && is_plain_file_of_our_own(fd))
@@ -61,7 +60,7 @@ int open_destination()
 }
 
 // A daemon started with closed standard descriptors would get one of them for the log and then close it itself.
-int above_standard_descriptors(int fd)
+static int above_standard_descriptors(int fd)
 {
     if (fd < 0 || fd >= STANDARD_DESCRIPTORS)
         return fd;
@@ -70,30 +69,22 @@ int above_standard_descriptors(int fd)
     return moved;
 }
 
-} // namespace
-
-void log_say(const char *level_word, const char *function, int line, const char *format, ...)
+void log_say(t_log_place place, const char *function, const char *format, ...)
 {
     prepare_stream();
     const long uptime = log_uptime();
     va_list arguments;
     va_start(arguments, format);
     flockfile(stdout);
-    printf("[wan_detect][%s][%ld][%s:%d]: ", level_word, uptime, function, line);
+    printf("[wan_detect][%s][%ld][%s:%d]: ", LEVEL_WORDS[place.level], uptime, function, place.line);
     vprintf(format, arguments);
     funlockfile(stdout);
     va_end(arguments);
 }
 
-void log_print(int level, const char *format, ...)
+void log_enter(t_log_place place, const char *function)
 {
-    if (log_level < level)
-        return;
-    prepare_stream();
-    va_list arguments;
-    va_start(arguments, format);
-    vprintf(format, arguments);
-    va_end(arguments);
+    log_say(place, function, "Entering function: %s!\n", function);
 }
 
 void log_print_always(const char *format, ...)

@@ -225,22 +225,6 @@ TEST(log, a_line_is_written_out_at_once_even_into_a_file)
     EXPECT_NE(std::string(written).find("]: now\n"), std::string::npos);
 }
 
-TEST(log, the_printer_adds_nothing_to_the_text)
-{
-    t_log_capture log;
-    log_print(LOG_LEVEL_Error, "%s|%d", "a", 1);
-    log_print(LOG_LEVEL_Error, "b");
-    EXPECT_EQ(log.text(), "a|1b");
-}
-
-TEST(log, the_printer_keeps_to_the_level)
-{
-    t_log_capture log(LOG_LEVEL_Error);
-    log_print(LOG_LEVEL_Warning, "not said");
-    log_print(LOG_LEVEL_Error, "said");
-    EXPECT_EQ(log.text(), "said");
-}
-
 TEST(log, a_failing_sysinfo_makes_the_uptime_minus_one_and_says_why_on_standard_error)
 {
     t_log_capture log;
