@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "core/background.h"
 
+#include <atomic>
 #include <cerrno>
 #include <initializer_list>
 #include <poll.h>
@@ -12,16 +13,14 @@ extern "C" {
 }
 
 #include "platform/clock.h"
-#include "platform/command.h"
-#include "platform/shared.h"
+#include "platform/ending.h"
 
 constexpr size_t LARGEST_STACK = size_t{256} * 1024; // the C library's default may be megabytes for each flapping port
 constexpr int NOT_STOPPING = -1;
 
-static t_shared<int> stop_reason = {NOT_STOPPING}; // signal number, or 0 for an end without one
-static t_shared<int> threads_at_work = {0};        // started, and not yet counted as gone
+static std::atomic<int> stop_reason = NOT_STOPPING; // signal number, or 0 for an end without one
+static std::atomic<int> threads_at_work;            // started, and not yet counted as gone
 static pthread_t loop_thread;
-static int stop_fd = -1;  // readable for good once the end is asked for
 static int leave_fd = -1; // counts the threads that left since somebody looked last
 static int wake_fd = -1;  // readable when there is a wish for the loop
 static uloop_fd stop_watcher;
@@ -51,16 +50,16 @@ static void serve_wake(uloop_fd *watcher, unsigned int)
 bool init_background()
 {
     loop_thread = pthread_self();
-    stop_fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    const bool ending_is_heard = init_ending();
     wake_fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     leave_fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    return stop_fd >= 0 && wake_fd >= 0 && leave_fd >= 0;
+    return ending_is_heard && wake_fd >= 0 && leave_fd >= 0;
 }
 
 bool attach_background_to_loop(void (*serve)())
 {
     serve_others = serve;
-    stop_watcher.fd = stop_fd;
+    stop_watcher.fd = ending_fd();
     stop_watcher.cb = end_loop;
     wake_watcher.fd = wake_fd;
     wake_watcher.cb = serve_wake;
@@ -77,10 +76,8 @@ bool request_stop(int signal_number)
 {
     int saved_errno = errno;
     int expected = NOT_STOPPING;
-    bool first = __atomic_compare_exchange_n(&stop_reason.value, &expected, signal_number, false, __ATOMIC_ACQ_REL,
-                                             __ATOMIC_ACQUIRE);
-    process_is_ending = true;
-    wake(stop_fd);
+    bool first = stop_reason.compare_exchange_strong(expected, signal_number);
+    ask_for_end();
     errno = saved_errno;
     return first;
 }
@@ -110,7 +107,7 @@ static bool wait_readable(int fd, uint32_t milliseconds)
 
 bool sleep_unless_stopped(uint32_t milliseconds)
 {
-    return wait_readable(stop_fd, milliseconds);
+    return wait_readable(ending_fd(), milliseconds);
 }
 
 sigset_t ending_signals()
@@ -127,7 +124,7 @@ static void count_leavers()
 {
     uint64_t leavers;
     if (read(leave_fd, &leavers, sizeof leavers) == sizeof leavers)
-        __atomic_sub_fetch(&threads_at_work.value, static_cast<int>(leavers), __ATOMIC_ACQ_REL);
+        threads_at_work -= static_cast<int>(leavers);
 }
 
 // With a small stack where the C library lets us choose, with its own otherwise, or where that is smaller.
@@ -147,8 +144,8 @@ static int create_thread(pthread_t *thread, t_thread_body body, void *argument)
 int start_background_thread(pthread_t *thread, t_thread_body body, void *argument)
 {
     count_leavers();
-    if (__atomic_add_fetch(&threads_at_work.value, 1, __ATOMIC_ACQ_REL) > MAX_BACKGROUND_THREADS) {
-        __atomic_sub_fetch(&threads_at_work.value, 1, __ATOMIC_ACQ_REL);
+    if (++threads_at_work > MAX_BACKGROUND_THREADS) {
+        --threads_at_work;
         return EAGAIN;
     }
     const sigset_t ends = ending_signals();
@@ -157,7 +154,7 @@ int start_background_thread(pthread_t *thread, t_thread_body body, void *argumen
     int result = create_thread(thread, body, argument);
     pthread_sigmask(SIG_SETMASK, &saved, nullptr);
     if (result != 0)
-        __atomic_sub_fetch(&threads_at_work.value, 1, __ATOMIC_ACQ_REL);
+        --threads_at_work;
     return result;
 }
 
@@ -196,14 +193,14 @@ bool stop_background_threads()
 
 void release_background()
 {
-    for (int *fd : {&stop_fd, &wake_fd, &leave_fd}) {
+    for (int *fd : {&wake_fd, &leave_fd}) {
         if (*fd >= 0)
             close(*fd);
         *fd = -1;
     }
     threads_at_work = 0;
     stop_reason = NOT_STOPPING;
-    process_is_ending = false;
+    release_ending();
 }
 
 bool on_loop_thread()

@@ -36,7 +36,7 @@ uint32_t update_eth_link_status_trigger()
         LOG(Debug, "Skip update eth link status due to wan detect switch off!\n");
     } else {
         LOG(Debug, "Entering function: update_eth_link_status_trigger!\n");
-        if (capture_command(response, PORT_STATE_COMMAND, sizeof response) == OK) {
+        if (capture_command(response, PORT_STATE_COMMAND) == OK) {
             if (!states.parse(response))
                 LOG(Error, "Execute command:%s error!\n", PORT_STATE_COMMAND);
         }

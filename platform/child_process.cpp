@@ -4,44 +4,27 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <iterator>
+#include <poll.h>
 #include <pthread.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
+#include "platform/ending.h"
 #include "platform/guards.h"
 #include "platform/spawn.h"
 
-namespace {
-
-constexpr int64_t FIRST_PAUSE_MS = 1; // between two looks at a child, doubled each time
-constexpr int64_t LONGEST_PAUSE_MS = 20;
+constexpr uint32_t FIRST_PAUSE_MS = 1; // between two looks at a child, doubled each time
+constexpr uint32_t LONGEST_PAUSE_MS = 20;
 constexpr size_t MOST_ABANDONED = 8;
 constexpr pid_t NO_CHILD = 0;
 
-t_shared<uint32_t> ending_seen_ms = {0}; // on the clock below; 0 while nobody has seen it
-
-pthread_mutex_t abandoned_lock = PTHREAD_MUTEX_INITIALIZER;
-pid_t abandoned[MOST_ABANDONED]; // killed, but held by the kernel when last looked at
-
-// Wraps around; never 0.
-uint32_t clock_ms()
-{
-    const t_time_stamp now = get_time_stamp();
-    const int64_t ms = int64_t{now.sec} * MILLISECONDS_PER_SECOND + now.usec / MICROSECONDS_PER_MILLISECOND;
-    return static_cast<uint32_t>(ms) | 1;
-}
-
-bool ending_limit_is_over()
-{
-    const uint32_t now_ms = clock_ms();
-    uint32_t seen_ms = 0;
-    if (__atomic_compare_exchange_n(&ending_seen_ms.value, &seen_ms, now_ms, false, __ATOMIC_ACQ_REL, __ATOMIC_ACQUIRE))
-        return false;
-    // Another thread's stamp may be younger than our clock's reading.
-    return static_cast<int32_t>(now_ms - seen_ms) >= ENDING_LIMIT_MS;
-}
+static pthread_mutex_t abandoned_lock = PTHREAD_MUTEX_INITIALIZER;
+static pid_t abandoned[MOST_ABANDONED]; // killed, but held by the kernel when last looked at
 
 // False when there is no room to abandon another one.
-bool collect_abandoned()
+static bool collect_abandoned()
 {
     t_mutex_guard guard(abandoned_lock);
     bool room = false;
@@ -53,7 +36,7 @@ bool collect_abandoned()
     return room;
 }
 
-void abandon(pid_t child)
+static void abandon(pid_t child)
 {
     t_mutex_guard guard(abandoned_lock);
     pid_t *slot = std::find(abandoned, abandoned + MOST_ABANDONED, NO_CHILD);
@@ -61,43 +44,86 @@ void abandon(pid_t child)
         *slot = child;
 }
 
-// A limit of its own, which the end of the process does not shorten. True once the child has ended or is lost, and is
-// not collected.
-bool ends_within(pid_t child, int64_t milliseconds)
+// A descriptor that can be read once the child has ended; negative where the kernel has none to give.
+static int open_end_of(pid_t child)
 {
-    const t_time_stamp start = get_time_stamp();
-    for (int64_t pause_ms = FIRST_PAUSE_MS;; pause_ms = std::min(2 * pause_ms, LONGEST_PAUSE_MS)) {
-        siginfo_t ended = {};
-        if (waitid(P_PID, static_cast<id_t>(child), &ended, WEXITED | WNOWAIT | WNOHANG) != 0 || ended.si_pid == child)
-            return true;
-        if (milliseconds_since(start) >= milliseconds)
-            return false;
-        sleep_ms(static_cast<uint32_t>(pause_ms));
-    }
+#ifdef SYS_pidfd_open
+    return static_cast<int>(syscall(SYS_pidfd_open, child, 0));
+#else
+    static_cast<void>(child);
+    return -1;
+#endif
 }
+
+namespace {
+
+// The rest between two looks at a child.
+class t_rest {
+public:
+    // The first one lasts until the child has ended. Where it does not, because there is no descriptor for it or
+    // because a debugger is told first, pauses follow.
+    void take(pid_t child, const t_time_limit &limit)
+    {
+        if (pause_ms_ == 0) {
+            pause_ms_ = FIRST_PAUSE_MS;
+            const t_fd_guard end(open_end_of(child));
+            if (end.fd >= 0)
+                readable_within(end.fd, limit);
+            return;
+        }
+        sleep_ms(pause_ms_);
+        pause_ms_ = std::min(2 * pause_ms_, LONGEST_PAUSE_MS);
+    }
+
+private:
+    uint32_t pause_ms_ = 0;
+};
 
 } // namespace
 
-t_time_limit::t_time_limit(int64_t limit_ms) : start_(get_time_stamp()), limit_ms_(limit_ms)
+// True once the child has ended or is lost, and is not collected.
+static bool ends_within(pid_t child, int64_t milliseconds)
 {
-    if (!process_is_ending)
-        ending_seen_ms = 0;
+    const t_time_limit limit(milliseconds, t_at_end::kept);
+    for (t_rest rest;; rest.take(child, limit)) {
+        siginfo_t ended = {};
+        if (waitid(P_PID, static_cast<id_t>(child), &ended, WEXITED | WNOWAIT | WNOHANG) != 0 || ended.si_pid == child)
+            return true;
+        if (limit.over())
+            return false;
+    }
 }
 
-bool t_time_limit::over() const
+int64_t t_time_limit::left_ms() const
 {
-    return milliseconds_since(start_) >= limit_ms_ || (process_is_ending && ending_limit_is_over());
+    int64_t left_ms = limit_ms_ - milliseconds_since(start_);
+    if (at_end_ == t_at_end::shortened && end_is_asked_for())
+        left_ms = std::min(left_ms, ENDING_LIMIT_MS - asked_for_end_since_ms());
+    return std::max<int64_t>(left_ms, 0);
 }
 
-int start_shell(const char *command, int output, pid_t *child)
+bool readable_within(int fd, const t_time_limit &limit)
 {
-    return collect_abandoned() ? spawn_shell(command, output, child) : EAGAIN;
+    while (const int64_t left_ms = limit.left_ms()) {
+        pollfd wanted[] = {{fd, POLLIN, 0}, {end_is_asked_for() ? -1 : ending_fd(), POLLIN, 0}};
+        const int ready = poll(wanted, std::size(wanted), static_cast<int>(left_ms));
+        if (ready > 0 && wanted[0].revents != 0)
+            return true;
+        if (ready < 0 && errno != EINTR)
+            sleep_ms(LONGEST_PAUSE_MS); // it would fail again at once
+    }
+    return false;
+}
+
+int start_command(const char *command, int output, pid_t *child)
+{
+    return collect_abandoned() ? spawn_command(command, output, child) : EAGAIN;
 }
 
 // Not with a blocking wait, which knows no limit.
 t_wait wait_for_child(pid_t child, const t_time_limit &limit, int *status)
 {
-    for (int64_t pause_ms = FIRST_PAUSE_MS;; pause_ms = std::min(2 * pause_ms, LONGEST_PAUSE_MS)) {
+    for (t_rest rest;; rest.take(child, limit)) {
         const pid_t got = waitpid(child, status, WNOHANG);
         if (got == child)
             return t_wait::ended;
@@ -105,7 +131,6 @@ t_wait wait_for_child(pid_t child, const t_time_limit &limit, int *status)
             return t_wait::lost;
         if (limit.over())
             return t_wait::over;
-        sleep_ms(static_cast<uint32_t>(pause_ms));
     }
 }
 

@@ -6,45 +6,38 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
-#include <poll.h>
 #include <unistd.h>
 
 #include "platform/child_process.h"
 #include "platform/guards.h"
 #include "platform/log.h"
+#include "platform/result_codes.h"
 
-namespace {
-
-constexpr int LOOK_AT_LIMIT_MS = 20;
-
-// False when the time was over before the program closed its output or the buffer was full.
-bool read_output(int fd, char *buffer, size_t size, const t_time_limit &limit)
+// False when the time was over before the program closed its output or the room was full.
+static bool read_output(int fd, std::span<char> output, const t_time_limit &limit)
 {
     size_t length = 0;
     bool in_time = true;
-    while (length < size - 1 && (in_time = !limit.over())) {
-        pollfd wanted = {fd, POLLIN, 0};
-        if (poll(&wanted, 1, LOOK_AT_LIMIT_MS) <= 0)
-            continue;
-        const ssize_t got = read(fd, buffer + length, size - 1 - length);
+    while (length < output.size() - 1 && (in_time = readable_within(fd, limit))) {
+        const ssize_t got = read(fd, &output[length], output.size() - 1 - length);
         if (got == -1 && errno == EINTR)
             continue;
         if (got <= 0)
             break;
         length += static_cast<size_t>(got);
     }
-    buffer[length] = '\0';
+    output[length] = '\0';
     return in_time;
 }
 
 // Starts `command` with its standard output in a pipe. The pipe's read end, or -1 with errno set.
-int start_captured(const char *command, pid_t *child)
+static int start_captured(const char *command, pid_t *child)
 {
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0)
         return -1;
     t_fd_guard write_end(ends[1]);
-    int error = start_shell(command, ends[1], child);
+    int error = start_command(command, ends[1], child);
     if (error == 0)
         return ends[0];
     close(ends[0]);
@@ -52,9 +45,7 @@ int start_captured(const char *command, pid_t *child)
     return -1;
 }
 
-} // namespace
-
-int capture_command(char *buffer, const char *command, size_t size)
+int capture_command(std::span<char> output, const char *command)
 {
     const t_time_limit limit(QUERY_LIMIT_MS);
     if (limit.over())
@@ -65,22 +56,22 @@ int capture_command(char *buffer, const char *command, size_t size)
         log_print_always("popen faild. (%d, %s)\n", errno, strerror(errno));
         return -1;
     }
-    bool in_time = size == 0 || read_output(fd, buffer, size, limit);
+    const bool in_time = output.empty() || read_output(fd, output, limit);
     // Closed before the wait: a program that goes on writing must not wait for us while we wait for it.
     close(fd);
     int status = -1;
     if (in_time && wait_for_child(child, limit, &status) != t_wait::over)
-        return 0;
+        return OK;
     end_group(child, &status);
     LOG(Warning, "%s does not end, killed\n", command);
-    return 0;
+    return OK;
 }
 
 int run_command(const char *command)
 {
     const t_time_limit limit(ACTION_LIMIT_MS);
     pid_t child = -1;
-    if (limit.over() || start_shell(command, -1, &child) != 0)
+    if (limit.over() || start_command(command, -1, &child) != 0)
         return -1;
     int status = -1;
     switch (wait_for_child(child, limit, &status)) {

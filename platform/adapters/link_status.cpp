@@ -10,6 +10,7 @@
 #include "platform/engine_handlers.h"
 #include "platform/json_object.h"
 #include "platform/log.h"
+#include "platform/result_codes.h"
 #include "platform/text.h"
 
 namespace {
@@ -55,7 +56,7 @@ int hand_on(t_device *dev, bool up)
 int update_eth_link_status_using_script(t_device *dev_hashmap_head)
 {
     char output[PORT_STATE_SIZE + 1] = {};
-    if (capture_command(output, PORT_STATE_COMMAND, sizeof output) != 0)
+    if (capture_command(output, PORT_STATE_COMMAND) != OK)
         return 0;
     t_script_json states;
     if (!states.parse(output)) {
@@ -92,7 +93,7 @@ int update_combo_device_status(t_device *dev)
     char command[COMMAND_SIZE];
     snprintf(command, sizeof command, COMBO_STATE_FORMAT, dev->port_num);
     char output[COMBO_STATE_SIZE + 1] = {};
-    if (capture_command(output, command, sizeof output) != 0)
+    if (capture_command(output, command) != OK)
         return 0;
     t_script_json states;
     if (!states.parse(output)) {

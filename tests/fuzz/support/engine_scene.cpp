@@ -30,6 +30,7 @@
 #include "platform/adapters/link_status.h"
 #include "platform/bus.h"
 #include "platform/command.h"
+#include "platform/ending.h"
 #include "platform/log.h"
 #include "support/fake_clock.h"
 
@@ -176,7 +177,7 @@ extern "C" pthread_t __wrap_pthread_self()
 
 extern "C" int __wrap_poll(pollfd *, nfds_t, int timeout_ms)
 {
-    if (process_is_ending)
+    if (end_is_asked_for())
         return 1;
     fake_clock.advance_ms(timeout_ms);
     return 0;

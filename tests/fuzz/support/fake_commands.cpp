@@ -14,15 +14,15 @@ void commands_print(const std::string &text)
     fake_commands.prints = [text](const std::string &) { return text; };
 }
 
-int capture_command(char *buffer, const char *command, size_t size)
+int capture_command(std::span<char> room, const char *command)
 {
-    REQUIRE(size > 0 && *command);
+    REQUIRE(!room.empty() && *command);
     if (!fake_commands.start)
         return -1;
     const std::string output = fake_commands.prints ? fake_commands.prints(command) : "";
-    const size_t taken = std::min(output.size(), size - 1);
-    memcpy(buffer, output.data(), taken);
-    buffer[taken] = '\0';
+    const size_t taken = std::min(output.size(), room.size() - 1);
+    memcpy(room.data(), output.data(), taken);
+    room[taken] = '\0';
     return 0;
 }
 

@@ -27,9 +27,9 @@ static std::string port_state_json()
     return json + "}";
 }
 
-int capture_command(char *buffer, const char *command, size_t size)
+int capture_command(std::span<char> room, const char *command)
 {
-    buffer[0] = '\0';
+    room[0] = '\0';
     if (fake_router.on_capture)
         fake_router.on_capture(command);
     if (!fake_router.commands_start)
@@ -37,7 +37,7 @@ int capture_command(char *buffer, const char *command, size_t size)
     std::string output = fake_router.outputs[command];
     if (std::string(command) == PORT_STATE_COMMAND)
         output = fake_router.port_state_output.empty() ? port_state_json() : fake_router.port_state_output;
-    bounded_copy(buffer, output.c_str(), size);
+    bounded_copy(room.data(), output.c_str(), room.size());
     return 0;
 }
 

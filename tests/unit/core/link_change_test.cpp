@@ -13,6 +13,7 @@
 #include "model/lists.h"
 #include "platform/clock.h"
 #include "platform/command.h"
+#include "platform/ending.h"
 
 namespace {
 
@@ -425,9 +426,9 @@ TEST_F(link_change, a_thread_that_left_makes_room_for_another)
 
 TEST_F(link_change, the_end_of_the_process_is_told_to_running_commands)
 {
-    EXPECT_FALSE(process_is_ending);
+    EXPECT_FALSE(end_is_asked_for());
     request_stop(SIGTERM);
-    EXPECT_TRUE(process_is_ending);
+    EXPECT_TRUE(end_is_asked_for());
 }
 
 TEST_F(link_change, signals_that_end_the_process_are_blocked_in_background_threads)

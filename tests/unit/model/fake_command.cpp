@@ -5,11 +5,11 @@
 
 std::vector<std::string> commands_run;
 
-int capture_command(char *buffer, const char *command, size_t size)
+int capture_command(std::span<char> room, const char *command)
 {
     commands_run.push_back(command);
-    if (size > 0)
-        buffer[0] = '\0';
+    if (!room.empty())
+        room[0] = '\0';
     return 0;
 }
 

@@ -93,7 +93,7 @@ TEST_F(bus_object, is_published_with_its_five_methods_and_their_arguments)
     std::thread caller;
     std::atomic<bool> done = false;
     caller = std::thread([&] {
-        capture_command(listing, (program + " -s " + BUS_SOCKET_PATH + " -v list wan_detect").c_str(), sizeof listing);
+        capture_command(listing, (program + " -s " + BUS_SOCKET_PATH + " -v list wan_detect").c_str());
         done = true;
     });
     EXPECT_TRUE(loop_until([&done] { return done.load(); }));
@@ -117,7 +117,7 @@ TEST_F(bus_object, answers_the_command_line_program)
     std::atomic<bool> done = false;
     std::thread caller([&] {
         std::string command = program + " -S -s " + BUS_SOCKET_PATH + " call wan_detect wan_detect '{\"delay\":5}'";
-        capture_command(answer, command.c_str(), sizeof answer);
+        capture_command(answer, command.c_str());
         done = true;
     });
     EXPECT_TRUE(loop_until([&done] { return done.load(); }));

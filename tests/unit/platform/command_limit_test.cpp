@@ -6,20 +6,28 @@
 #include <thread>
 
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "platform/child_process.h"
 #include "platform/clock.h"
 #include "platform/command.h"
+#include "platform/ending.h"
+#include "platform/refused_call.h"
+#include "platform/result_codes.h"
 #include "support/sandbox.h"
 
 namespace {
 
 constexpr int64_t SPEED = 50;
 constexpr int64_t MICROSECONDS = 1'000'000;
+constexpr int FEW_LOOKS = 3; // at first, at the end, and one that a signal or a slow machine adds
+constexpr int MANY_LOOKS = 20;
 
+int looks;                  // for children that may have ended
 bool kernel_holds_children; // nobody is seen to end, and every look for it takes ten minutes
 int64_t held_us;
 
@@ -42,6 +50,7 @@ extern "C" int waitid(idtype_t type, id_t child, siginfo_t *ended, int options)
 
 extern "C" pid_t waitpid(pid_t child, int *status, int options)
 {
+    looks++;
     if (!kernel_holds_children)
         return static_cast<pid_t>(syscall(SYS_wait4, child, status, options, nullptr));
     held_us += 600 * MICROSECONDS;
@@ -61,6 +70,13 @@ int64_t time_stamp_diff_us(t_time_stamp first, t_time_stamp second)
     return (static_cast<int64_t>(first.sec) - second.sec) * MICROSECONDS + (first.usec - second.usec);
 }
 
+extern "C" int poll(pollfd *wanted, nfds_t count, int milliseconds)
+{
+    const int64_t us = milliseconds * int64_t{1000} / SPEED;
+    const timespec limit = {us / MICROSECONDS, us % MICROSECONDS * 1000};
+    return ppoll(wanted, count, milliseconds < 0 ? nullptr : &limit, nullptr);
+}
+
 void sleep_ms(uint32_t milliseconds)
 {
     usleep(static_cast<useconds_t>(milliseconds * 1000 / SPEED));
@@ -74,16 +90,24 @@ protected:
     {
         // What a killed program leaves behind comes to this process instead of going away unseen.
         ASSERT_EQ(prctl(PR_SET_CHILD_SUBREAPER, 1), 0);
+        ASSERT_TRUE(init_ending());
         start_ = get_time_stamp();
     }
     void TearDown() override
     {
-        process_is_ending = false;
-        run_command("true"); // the end is called off, and what was given up on is collected
+        release_ending();
+        run_command("true"); // what was given up on is collected
         // A killed grandchild may still be on its way here.
         for (int tries = 0; tries < 100 && waitpid(-1, nullptr, WNOHANG) >= 0; tries++)
             usleep(10'000);
         EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a process is left";
+    }
+    // How often a child is looked for while it takes its time.
+    static int looks_for_a_slow_program()
+    {
+        looks = 0;
+        EXPECT_EQ(run_command("sleep 0.3; exit 3") >> 8, 3);
+        return looks;
     }
     int64_t passed_ms() const { return milliseconds_since(start_); }
 
@@ -96,7 +120,7 @@ private:
 
 TEST_F(command_limit, a_query_that_hangs_is_killed_after_its_limit_and_said)
 {
-    EXPECT_EQ(capture_command(output_, "sleep 1000; echo never", sizeof output_), 0);
+    EXPECT_EQ(capture_command(output_, "sleep 1000; echo never"), OK);
     EXPECT_GE(passed_ms(), QUERY_LIMIT_MS);
     EXPECT_LT(passed_ms(), ACTION_LIMIT_MS);
     EXPECT_STREQ(output_, "");
@@ -105,13 +129,13 @@ TEST_F(command_limit, a_query_that_hangs_is_killed_after_its_limit_and_said)
 
 TEST_F(command_limit, what_a_query_printed_before_it_hung_counts)
 {
-    EXPECT_EQ(capture_command(output_, "printf '{}'; sleep 1000", sizeof output_), 0);
+    EXPECT_EQ(capture_command(output_, "printf '{}'; sleep 1000"), OK);
     EXPECT_STREQ(output_, "{}");
 }
 
 TEST_F(command_limit, a_query_that_closes_its_output_and_hangs_is_killed_as_well)
 {
-    EXPECT_EQ(capture_command(output_, "echo done; exec >&-; sleep 1000", sizeof output_), 0);
+    EXPECT_EQ(capture_command(output_, "echo done; exec >&-; sleep 1000"), OK);
     EXPECT_GE(passed_ms(), QUERY_LIMIT_MS);
     EXPECT_STREQ(output_, "done\n");
     EXPECT_TRUE(log_.has_body("echo done; exec >&-; sleep 1000 does not end, killed"));
@@ -119,21 +143,21 @@ TEST_F(command_limit, a_query_that_closes_its_output_and_hangs_is_killed_as_well
 
 TEST_F(command_limit, a_query_that_writes_for_ever_without_filling_the_buffer_is_killed)
 {
-    EXPECT_EQ(capture_command(output_, "while :; do sleep 0.05; echo; done", sizeof output_), 0);
+    EXPECT_EQ(capture_command(output_, "while :; do sleep 0.05; echo; done"), OK);
     EXPECT_GE(passed_ms(), QUERY_LIMIT_MS);
     EXPECT_EQ(output_[0], '\n');
 }
 
 TEST_F(command_limit, a_process_that_keeps_the_output_open_is_killed_with_its_starter)
 {
-    EXPECT_EQ(capture_command(output_, "sleep 1000 & echo started", sizeof output_), 0);
+    EXPECT_EQ(capture_command(output_, "sleep 1000 & echo started"), OK);
     EXPECT_GE(passed_ms(), QUERY_LIMIT_MS);
     EXPECT_STREQ(output_, "started\n");
 }
 
 TEST_F(command_limit, a_query_that_refuses_to_be_asked_to_end_is_killed)
 {
-    EXPECT_EQ(capture_command(output_, "trap '' TERM INT HUP; sleep 1000; sleep 1000", sizeof output_), 0);
+    EXPECT_EQ(capture_command(output_, "trap '' TERM INT HUP; sleep 1000; sleep 1000"), OK);
     EXPECT_LT(passed_ms(), ACTION_LIMIT_MS);
 }
 
@@ -150,6 +174,34 @@ TEST_F(command_limit, an_action_has_more_time_than_a_query)
     EXPECT_EQ(run_command("sleep 0.4"), 0);
     EXPECT_GT(passed_ms(), QUERY_LIMIT_MS);
     EXPECT_EQ(log_.text(), "");
+}
+
+TEST_F(command_limit, the_end_of_a_program_is_waited_for_and_not_looked_for)
+{
+    EXPECT_LE(looks_for_a_slow_program(), FEW_LOOKS);
+}
+
+// A kernel that has no descriptor for a program: looked at in a process of its own, for there is no way back.
+TEST_F(command_limit, without_a_descriptor_of_the_kernel_the_end_of_a_program_is_looked_for)
+{
+    const pid_t process = fork();
+    if (process == 0) {
+        const bool refused =
+            refuse_call(SYS_pidfd_open) && syscall(SYS_pidfd_open, getpid(), 0) == -1 && errno == ENOSYS;
+        const bool looked = looks_for_a_slow_program() > MANY_LOOKS;
+        const t_time_stamp start = get_time_stamp();
+        const bool ended_at_limit =
+            WTERMSIG(run_command("sleep 1000")) == SIGTERM && milliseconds_since(start) >= ACTION_LIMIT_MS;
+        ask_for_end();
+        const t_time_stamp end = get_time_stamp();
+        run_command("trap '' TERM; sleep 1000 & wait; wait");
+        const bool ended_in_time = milliseconds_since(end) < ACTION_LIMIT_MS / 2;
+        _exit(refused << 0 | looked << 1 | ended_at_limit << 2 | ended_in_time << 3);
+    }
+    int status = -1;
+    waitpid(process, &status, 0);
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 0b1111) << "refused, looked for, ended at its limit, ended with the process";
 }
 
 TEST_F(command_limit, an_action_that_stops_itself_is_killed)
@@ -175,7 +227,7 @@ TEST_F(command_limit, programs_that_pile_up_dead_or_alive_let_no_other_start)
     for (int i = 0; i < 8; i++)
         EXPECT_EQ(run_command("sleep 1000"), -1);
     EXPECT_EQ(run_command("echo one too many >/tmp/piled_up"), -1);
-    EXPECT_EQ(capture_command(output_, "echo x", sizeof output_), -1);
+    EXPECT_EQ(capture_command(output_, "echo x"), -1);
     EXPECT_TRUE(log_.text().find("popen faild. (11, ") != std::string::npos);
     EXPECT_FALSE(file_exists("/tmp/piled_up"));
     kernel_holds_children = false;
@@ -208,7 +260,7 @@ TEST_F(command_limit, the_end_of_the_process_shortens_a_running_action)
 {
     std::thread end([] {
         usleep(50'000);
-        process_is_ending = true;
+        ask_for_end();
     });
     run_command("sleep 1000");
     end.join();
@@ -218,19 +270,19 @@ TEST_F(command_limit, the_end_of_the_process_shortens_a_running_action)
 
 TEST_F(command_limit, the_end_of_the_process_shortens_a_running_query)
 {
-    process_is_ending = true;
-    capture_command(output_, "sleep 1000", sizeof output_);
+    ask_for_end();
+    capture_command(output_, "sleep 1000");
     EXPECT_GE(passed_ms(), ENDING_LIMIT_MS);
     EXPECT_LT(passed_ms(), QUERY_LIMIT_MS);
 }
 
 TEST_F(command_limit, commands_share_the_time_that_is_left_when_the_process_ends)
 {
-    process_is_ending = true;
+    ask_for_end();
     run_command("sleep 1000");
     const int64_t first_ms = passed_ms();
     EXPECT_EQ(run_command("echo late >/tmp/late"), -1);
-    EXPECT_EQ(capture_command(output_, "echo late", sizeof output_), -1);
+    EXPECT_EQ(capture_command(output_, "echo late"), -1);
     EXPECT_STREQ(output_, "before");
     EXPECT_FALSE(file_exists("/tmp/late"));
     EXPECT_LT(passed_ms() - first_ms, ENDING_LIMIT_MS / 2);
@@ -238,19 +290,19 @@ TEST_F(command_limit, commands_share_the_time_that_is_left_when_the_process_ends
 
 TEST_F(command_limit, the_time_that_is_left_begins_anew_when_the_end_was_called_off)
 {
-    process_is_ending = true;
+    ask_for_end();
     run_command("sleep 1000");
-    process_is_ending = false;
+    release_ending();
     EXPECT_EQ(run_command("exit 3") >> 8, 3);
-    process_is_ending = true;
+    ask_for_end();
     EXPECT_EQ(run_command("exit 4") >> 8, 4);
 }
 
 TEST_F(command_limit, a_program_that_ends_in_time_ends_in_time_while_the_process_ends)
 {
-    process_is_ending = true;
+    ask_for_end();
     EXPECT_EQ(run_command("exit 0"), 0);
-    EXPECT_EQ(capture_command(output_, "echo x", sizeof output_), 0);
+    EXPECT_EQ(capture_command(output_, "echo x"), OK);
     EXPECT_STREQ(output_, "x\n");
     EXPECT_EQ(log_.text(), "");
 }
