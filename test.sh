@@ -98,7 +98,7 @@ if [ "$what" != lab ]; then
     step "build release" build release && {
         step "program checks" program_checks
         step "unit tests" unit release
-        step "behaviour document" tests/check_behaviour.py --build build/release --self-test
+        step "behaviour document" tests/behaviour.py --self-test --check --build build/release
         step "report on the libraries" tests/real_libraries_report.py --self-test
     }
     say "Static checks"
