@@ -7,6 +7,7 @@ def scenario(name):
     return pytest.mark.scenario(name)
 
 
+# holds: ban-end-in-time
 @scenario("ban")
 def test_a_port_banned_for_a_time_wins_after_it(seen):
     assert seen.failed_checks() == []
@@ -24,6 +25,7 @@ def test_a_ban_without_an_end_is_lifted_by_the_return_of_the_link(seen):
     assert seen.find("update_banned_device_list", "out of time") == []
 
 
+# holds: winner-banned
 @scenario("ban-late")
 def test_a_winner_banned_before_the_swap_sends_the_cycle_back_after_1_s(seen):
     assert seen.failed_checks() == []

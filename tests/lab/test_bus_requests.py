@@ -9,6 +9,7 @@ def scenario(name):
     return pytest.mark.scenario(name)
 
 
+# holds: one-shot-dhcp
 @scenario("proto-detect")
 def test_every_one_shot_request_leaves_its_protocol_in_the_file(seen):
     assert seen.failed_checks() == []
@@ -26,6 +27,7 @@ def test_a_request_for_one_protocol_sends_only_its_probe(seen):
     assert seen.facts["answers"]["a DHCP port asked for PPPoE only"]["probes"] == [["eth1", "padi"]]
 
 
+# holds: request-without-link
 @scenario("proto-detect")
 def test_a_request_for_a_port_without_a_link_ends_at_once(seen):
     answer = seen.facts["answers"]["a port without a cable"]
@@ -34,6 +36,7 @@ def test_a_request_for_a_port_without_a_link_ends_at_once(seen):
                      "Error sending dhcp discovery & pppoe discovery packet via dev:eth4", *answer["lines"])
 
 
+# holds: one-shot-timeout
 @scenario("proto-detect")
 def test_a_silent_port_ends_the_stage_at_its_time_out(seen):
     default, longest = (seen.facts["answers"][name] for name in ("a silent port", "the longest time-out"))
@@ -41,6 +44,7 @@ def test_a_silent_port_ends_the_stage_at_its_time_out(seen):
     assert 4 <= longest["seconds"] <= 4.5 + LATE_S
 
 
+# holds: bus-request-static
 @scenario("proto-detect")
 def test_odd_arguments_are_reported_and_replaced(seen):
     for name, function, text in (
@@ -51,12 +55,14 @@ def test_odd_arguments_are_reported_and_replaced(seen):
         seen.one(function, text, *seen.facts["answers"][name]["lines"])
 
 
+# holds: request-while-stage-runs
 @scenario("proto-detect")
 def test_a_request_while_one_runs_is_refused(seen):
     assert seen.facts["busy"] == {"first": {"err_code": 0}, "second": {"err_code": -85}, "file": "static"}
     seen.one("start_proto_detect", "A instace is running protocol detection! Not allowed detect protocol now!")
 
 
+# holds: request-while-cycle-runs
 @scenario("restart")
 def test_a_running_cycle_gives_up_for_a_requested_one(seen):
     assert seen.failed_checks() == []
@@ -65,6 +71,7 @@ def test_a_running_cycle_gives_up_for_a_requested_one(seen):
                      seen.facts["asked"], seen.facts["given_up"])
 
 
+# holds: request-while-cycle-runs
 @scenario("restart")
 def test_the_new_cycle_follows_the_old_ones_end(seen):
     ended, reopened = seen.lines[seen.facts["given_up"]], seen.lines[seen.facts["reopened"]]

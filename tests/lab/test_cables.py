@@ -17,6 +17,7 @@ def test_the_wan_role_follows_the_cable(seen):
     assert seen.status == 0
 
 
+# holds: loss-opens-cycle
 @scenario("cable-move")
 def test_a_cycle_opens_10_s_after_the_wan_port_lost_its_link(seen):
     loss = seen.lines[seen.facts["loss_seen"]]
@@ -25,6 +26,7 @@ def test_a_cycle_opens_10_s_after_the_wan_port_lost_its_link(seen):
     assert FIRST_DETECTION_S - 0.5 <= opened["at"] - loss["at"] <= FIRST_DETECTION_S + LATE_S
 
 
+# holds: plugged-in-joins
 @scenario("cable-move")
 def test_a_port_that_came_up_joins_9_s_later(seen):
     noticed = seen.find("wan_detect_process_link_change", "turned up during")[0]
@@ -32,6 +34,7 @@ def test_a_port_that_came_up_joins_9_s_later(seen):
     assert 8.5 <= joined["at"] - noticed["at"] <= 9 + LATE_S
 
 
+# holds: threads-rest-after-switch
 @scenario("cable-move")
 def test_both_threads_pause_once_for_20_s_after_a_swap(seen):
     for kind, function, text in (("scan pause", "update_eth_link_status_trigger", "Block update eth link for 20s"),
@@ -44,6 +47,7 @@ def test_both_threads_pause_once_for_20_s_after_a_swap(seen):
         assert fixed - EARLY_S <= lasted <= fixed + slack + LATE_S
 
 
+# holds: confirming-cycle
 @scenario("cable-move")
 def test_the_confirming_cycle_opens_21_s_after_the_swap_and_keeps_the_port(seen):
     (lasted, fixed, _), = seen.waits("full")
@@ -98,6 +102,7 @@ def test_a_cable_that_comes_back_keeps_the_wan_role_without_probes(seen):
     assert seen.find("wan_detect_process_link_change", "Reset start detecting time to 10000ms")
 
 
+# holds: wait-for-link
 @scenario("late-cable")
 def test_without_any_link_the_daemon_waits_75_s_and_then_takes_the_first_line(seen):
     assert seen.failed_checks() == []
@@ -107,6 +112,7 @@ def test_without_any_link_the_daemon_waits_75_s_and_then_takes_the_first_line(se
     assert 74 <= opened["at"] <= 75 + 2 * LATE_S
 
 
+# holds: loss-again
 @scenario("cable-twice")
 def test_a_second_loss_within_the_10_s_begins_them_anew(seen):
     assert seen.failed_checks() == []
@@ -114,6 +120,7 @@ def test_a_second_loss_within_the_10_s_begins_them_anew(seen):
     assert len(seen.find("wan_detect_process_link_change", "Wan down!!")) == 1
 
 
+# holds: loss-in-cycle
 @scenario("pull-in-cycle")
 def test_a_loss_during_a_cycle_filters_the_candidates_again_after_1_s(seen):
     assert seen.failed_checks() == []
@@ -122,6 +129,7 @@ def test_a_loss_during_a_cycle_filters_the_candidates_again_after_1_s(seen):
     assert 1 - EARLY_S <= again["at"] - lost["at"] <= 1 + LATE_S
 
 
+# holds: pass-cuts-stage
 @scenario("pull-in-cycle")
 def test_a_loss_in_the_middle_of_a_stage_drops_the_stage(seen):
     lost = seen.facts["loss_seen"]
@@ -131,6 +139,7 @@ def test_a_loss_in_the_middle_of_a_stage_drops_the_stage(seen):
     assert seen.find("uloop_wan_detect_using_proto_detect", "No device using", lost, restarted) == []
 
 
+# holds: plugged-in-too-late
 @scenario("short-link")
 def test_a_port_that_goes_down_within_its_9_s_does_not_join(seen):
     assert seen.failed_checks() == []
@@ -139,18 +148,21 @@ def test_a_port_that_goes_down_within_its_9_s_does_not_join(seen):
     assert seen.one("delay_trigger_thread", "Add device eth2 to backup")
 
 
+# holds: plugged-in-at-rest
 @scenario("plug-at-rest")
 def test_a_port_plugged_in_while_no_cycle_is_open_is_ignored(seen):
     assert seen.failed_checks() == []
     assert seen.find("delay_trigger_thread", "") == []
 
 
+# holds: change-seen-twice
 @scenario("hotplug")
 def test_a_change_told_over_the_bus_and_seen_by_the_scan_counts_once(seen):
     assert seen.failed_checks() == []
     assert len(seen.find("delay_trigger_thread", "Add device eth3 to backup")) == 1
 
 
+# holds: bus-hotplug-codes
 @scenario("hotplug")
 def test_odd_hotplug_reports_are_refused_with_a_line_each(seen):
     assert seen.one("device_hotplug_event", "Device eth77 doesn't existed!")

@@ -10,6 +10,7 @@ def scenario(name):
     return pytest.mark.scenario(name)
 
 
+# holds: combo-falls-back
 @scenario("combo")
 def test_a_combo_port_follows_its_media(seen):
     assert seen.failed_checks() == []
@@ -20,6 +21,7 @@ def test_a_combo_port_follows_its_media(seen):
         "Toggle combo eth4 state, phy up, sfp up, serdes was using sfp, success switch it to phy!")
 
 
+# holds: combo-cadence
 @scenario("combo-preference")
 def test_the_preference_is_read_again_every_ten_passes(seen):
     assert seen.failed_checks() == []
@@ -38,6 +40,7 @@ def test_a_preference_that_no_port_has_counts_as_copper(seen):
     assert seen.facts["changes"][1]["serdes"] == "phy"
 
 
+# holds: threads-rest-after-switch
 @scenario("combo-preference")
 def test_a_toggle_lets_both_threads_pause_once(seen):
     for change in seen.facts["changes"]:

@@ -16,6 +16,7 @@ def rejections(seen):
     return [line["body"] for line in seen.find("recv_dns_query", "DNS response check fail")]
 
 
+# holds: two-answers
 @scenario("two-dhcp")
 def test_of_two_dhcp_lines_the_one_that_resolves_names_wins(seen):
     assert seen.failed_checks() == []
@@ -26,6 +27,7 @@ def test_of_two_dhcp_lines_the_one_that_resolves_names_wins(seen):
     assert {probe["port"] for probe in seen.probes(kinds=DNS)} == {"eth1", "eth3"}
 
 
+# holds: two-gateways-silent-dns
 @scenario("dhcp-priority")
 def test_of_two_dhcp_lines_without_dns_the_one_with_the_higher_priority_wins(seen):
     assert seen.failed_checks() == []
@@ -34,6 +36,7 @@ def test_of_two_dhcp_lines_without_dns_the_one_with_the_higher_priority_wins(see
         "Overall 2 device using protocol dhcp! Use first priority device:eth3 as wan!")
 
 
+# holds: dhcp-tie
 @pytest.mark.parametrize((), UNLEARNED)
 def test_of_two_dhcp_lines_that_leave_no_arp_entry_behind_the_one_that_resolves_names_wins(seen):
     assert seen.failed_checks() == []
@@ -41,6 +44,7 @@ def test_of_two_dhcp_lines_that_leave_no_arp_entry_behind_the_one_that_resolves_
         "DNS lookup shows dev:eth3 online, wan detect Success!")
 
 
+# holds: dhcp-tie
 @pytest.mark.parametrize((), UNLEARNED)
 def test_who_asks_for_an_offered_address_is_told_while_the_question_is_out(seen):
     sent = seen.find("gethostbyname_own_implement", "Send dns request to")
@@ -56,6 +60,7 @@ def test_forged_and_foreign_dns_answers_do_not_count(seen):
     assert seen.find("recv_dns_query", "dns response checked! eth=eth1") == []
 
 
+# holds: dns-other-server
 @scenario("forged-dns")
 @pytest.mark.parametrize("said", ["IP protocol: 6/17", "src_addr: 192.0.2.66", "dst_addr: 192.0.2.66",
                                   "udp port: 5353/53", "dns id: "])
@@ -63,6 +68,7 @@ def test_a_forged_answer_is_rejected_for_its_flaw(seen, said):
     assert any(said in body for body in rejections(seen))
 
 
+# holds: dns-no-records
 @scenario("forged-dns")
 def test_an_answer_without_answers_in_it_is_dropped_without_a_word(seen):
     read = seen.find("recv_dns_query", "dns response from ip=10.10.2.")
@@ -72,6 +78,7 @@ def test_an_answer_without_answers_in_it_is_dropped_without_a_word(seen):
     assert len(read) + len(others) - len(told) - len(accepted) == 1
 
 
+# holds: dns-timeout
 @scenario("late-dns")
 def test_a_dns_answer_after_3_s_does_not_count(seen):
     assert seen.failed_checks() == []
@@ -80,6 +87,7 @@ def test_a_dns_answer_after_3_s_does_not_count(seen):
         "Overall 2 device using protocol dhcp! Use first priority device:eth1 as wan!")
 
 
+# holds: dns-timeout
 @scenario("late-dns")
 def test_the_wait_for_dns_answers_ends_after_3_s(seen):
     sent = seen.find("gethostbyname_own_implement", "Send dns request to")[-1]

@@ -20,6 +20,7 @@ def test_calls_are_answered_with_spoilt_files(seen, how):
     assert {f"all files: {how}: {method} is answered" for method in ("proto_detect", "wan_detect")} <= passed
 
 
+# holds: locked-read
 @bad_config
 def test_files_that_somebody_keeps_locked_do_not_stop_the_loop(seen):
     passed = {check["what"] for check in seen.report["checks"] if check["passed"]}

@@ -29,6 +29,7 @@ def test_a_deleted_log_goes_to_the_console_when_it_is_opened_again(seen):
     assert any("Success Cyclic scanning" in line for line in seen.console)
 
 
+# holds: commit-without-room
 @pytest.mark.scenario("disk-full-at-first", "--speed", "20")
 def test_a_commit_that_fails_leaves_the_file_and_the_next_cycle_commits(seen):
     assert seen.failed_checks() == []

@@ -10,6 +10,7 @@ def dropped(seen):
     return {line["body"].split()[1] for line in seen.find("remove_brlan_dev_from_list", "Remove ")}
 
 
+# holds: lan-port-no-candidate
 @both_ways
 def test_ports_with_lan_hosts_behind_them_are_no_candidates_though_a_dhcp_server_answers_there(seen):
     assert seen.failed_checks() == []
@@ -17,6 +18,7 @@ def test_ports_with_lan_hosts_behind_them_are_no_candidates_though_a_dhcp_server
     assert seen.probes("eth1") == seen.probes("eth3") == []
 
 
+# holds: arp-other-subnet
 @both_ways
 def test_a_host_of_another_network_does_not_count(seen):
     assert "eth2" not in dropped(seen)
@@ -34,6 +36,7 @@ def test_a_host_that_is_gone_drops_out_though_the_arp_cache_still_holds_it(seen)
     assert seen.find("update_brlan_dev", f"Failed to find arp entry for {mac}!")
 
 
+# holds: many-forwarding-records
 @both_ways
 def test_more_than_64_forwarding_entries_are_joined(seen):
     assert seen.facts["place"] >= 64
@@ -41,6 +44,7 @@ def test_more_than_64_forwarding_entries_are_joined(seen):
     assert min(counts) > 100
 
 
+# holds: no-forwarding-file
 @pytest.mark.scenario("lan-ioctl")
 def test_without_the_forwarding_file_the_private_request_is_used(seen):
     assert seen.facts["told_by_request"] == 64

@@ -14,6 +14,7 @@ def said(life):
     return [tuple(line) for line in life["lines"]]
 
 
+# holds: help
 @scenario("start-up")
 def test_help_prints_the_usage_and_exits_with_status_1_before_forking(seen):
     life = seen.facts["lives"]["help"]
@@ -22,6 +23,7 @@ def test_help_prints_the_usage_and_exits_with_status_1_before_forking(seen):
         "Usage: /usr/sbin/wan_detect -d/--debug [0(emergy)~7(debug)] to specify the debug level!"]
 
 
+# holds: wrong-options
 @scenario("start-up")
 @pytest.mark.parametrize("line", ["an unknown option", "a missing level"])
 def test_a_wrong_command_line_points_to_help_and_exits_with_status_1(seen, line):
@@ -30,6 +32,7 @@ def test_a_wrong_command_line_points_to_help_and_exits_with_status_1(seen, line)
     assert life["console"] == ["Try: /usr/sbin/wan_detect --help for more information!"]
 
 
+# holds: failed-fork
 @scenario("start-up")
 def test_a_failed_fork_is_told_on_the_console_and_gives_status_1(seen):
     life = seen.facts["lives"]["no fork"]
@@ -37,6 +40,7 @@ def test_a_failed_fork_is_told_on_the_console_and_gives_status_1(seen):
     assert life["console"] == ["[wan_detect][Error] error fork!!!"]
 
 
+# holds: no-options, log-level-2
 @scenario("start-up")
 def test_without_options_the_level_is_critical_and_start_up_goes_on(seen):
     life = seen.facts["lives"]["no options"]
@@ -44,6 +48,7 @@ def test_without_options_the_level_is_critical_and_start_up_goes_on(seen):
     assert (life["output"], life["lines"]) == ("", [])
 
 
+# holds: level-out-of-range
 @scenario("start-up")
 @pytest.mark.parametrize("level", ["0", "8"])
 def test_a_level_of_0_or_8_is_refused_and_the_daemon_still_starts(seen, level):
@@ -53,6 +58,7 @@ def test_a_level_of_0_or_8_is_refused_and_the_daemon_still_starts(seen, level):
     assert (life["output"], life["lines"]) == ("", [])
 
 
+# holds: first-process-ends
 @scenario("start-up")
 @pytest.mark.parametrize("life", FORKED_LIVES)
 def test_the_first_process_ends_with_status_0_as_soon_as_it_has_forked(seen, life):
@@ -76,6 +82,7 @@ def test_a_bus_that_restarts_during_start_up_finds_the_daemon(seen):
     assert life["status"] == 0
 
 
+# holds: start-up-fails
 @scenario("start-up")
 def test_without_a_bus_the_daemon_says_so_and_ends_with_status_0(seen):
     life = seen.facts["lives"]["no bus"]
@@ -83,11 +90,13 @@ def test_without_a_bus_the_daemon_says_so_and_ends_with_status_0(seen):
     assert (life["first_status"], life["status"]) == (0, 0)
 
 
+# holds: signal-cannot-be-raised
 @scenario("start-up")
 def test_a_fatal_error_that_cannot_even_raise_its_signal_gives_status_1(seen):
     assert seen.facts["lives"]["no bus and no signal"]["status"] == 1
 
 
+# holds: start-up-fails
 @scenario("start-up")
 @pytest.mark.parametrize("package, line", [("protocol", "init_all_protocols failed!"),
                                            ("network", "init_all_eth_device failed!")])
@@ -98,6 +107,7 @@ def test_a_missing_package_is_fatal_and_ends_with_status_0(seen, package, line):
     assert life["status"] == 0
 
 
+# holds: start-up-fails
 @scenario("start-up")
 def test_without_descriptors_for_the_loop_the_daemon_says_so_and_ends_with_status_0(seen):
     life = seen.facts["lives"]["no descriptors"]
@@ -105,6 +115,7 @@ def test_without_descriptors_for_the_loop_the_daemon_says_so_and_ends_with_statu
     assert life["status"] == 0
 
 
+# holds: start-up-fails
 @scenario("start-up")
 @pytest.mark.parametrize("life, line", [
     ("no first thread", "pthread_create wan_combo_auto_switch failed...11"),
@@ -116,6 +127,7 @@ def test_a_thread_that_cannot_be_created_is_fatal_and_ends_with_status_0(seen, l
     assert found["status"] == 0
 
 
+# holds: no-router-at-start
 @scenario("start-up")
 def test_outside_router_mode_no_cycle_starts_and_the_fake_wan_stays(seen):
     life = seen.facts["lives"]["an access point with a fake wan"]
@@ -125,6 +137,7 @@ def test_outside_router_mode_no_cycle_starts_and_the_fake_wan_stays(seen):
     assert not any(function == "uloop_init_wan_detect_all" for _, function, _ in said(life))
 
 
+# holds: shutdown-releases
 @scenario("start-up")
 def test_no_life_leaves_a_process_behind(seen):
     assert {name: life["left"] for name, life in seen.facts["lives"].items() if life["left"]} == {}
@@ -137,6 +150,7 @@ HANGING_MOMENTS = ["in a hanging script at the start", "by signals that keep com
                    "while the link scan hangs"]
 
 
+# holds: signal-ends
 @scenario("shutdown")
 @pytest.mark.parametrize("moment", QUIET_MOMENTS + HANGING_MOMENTS)
 def test_a_signal_ends_the_daemon_with_status_0_within_5_s(seen, moment):
@@ -145,12 +159,14 @@ def test_a_signal_ends_the_daemon_with_status_0_within_5_s(seen, moment):
     assert life["seconds"] <= 5
 
 
+# holds: shutdown-releases
 @scenario("shutdown")
 @pytest.mark.parametrize("moment", QUIET_MOMENTS + HANGING_MOMENTS)
 def test_a_signal_leaves_no_process_behind(seen, moment):
     assert seen.facts["lives"][moment]["left"] == []
 
 
+# holds: hanging-at-shutdown
 @scenario("shutdown")
 @pytest.mark.parametrize("moment, function", [
     ("in a hanging script at the start", "capture_command"), ("by signals that keep coming", "capture_command"),
@@ -162,6 +178,7 @@ def test_a_script_that_hangs_is_ended_with_the_daemon_and_everything_is_released
     assert ("Debug", "wan_detect_ubus_done", "wan_detect_ubus closed") in messages
 
 
+# holds: signal-ends
 @scenario("shutdown")
 def test_every_moment_is_looked_at(seen):
     assert sorted(seen.facts["lives"]) == sorted(QUIET_MOMENTS + HANGING_MOMENTS)

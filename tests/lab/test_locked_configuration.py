@@ -60,6 +60,7 @@ class Play:
         self.members = (state / "members").read_text(encoding="ascii").split()
 
 
+# holds: router-commands-locked
 @pytest.mark.parametrize("shell", SHELLS)
 @pytest.mark.parametrize("command", COMMANDS)
 def test_a_locked_configuration_fails_a_command_within_seconds(tmp_path, shell, request, command):
@@ -69,6 +70,7 @@ def test_a_locked_configuration_fails_a_command_within_seconds(tmp_path, shell, 
     assert (play.switch, play.waiting, play.members) == (SWITCH, "", [])
 
 
+# holds: router-commands-locked
 @pytest.mark.parametrize("shell", SHELLS)
 @pytest.mark.parametrize("operation", ["-x", "-s"])
 def test_a_lock_that_stops_the_commit_of_a_swap_leaves_nothing_of_it(tmp_path, shell, request, operation):
@@ -80,6 +82,7 @@ def test_a_lock_that_stops_the_commit_of_a_swap_leaves_nothing_of_it(tmp_path, s
     assert (play.switch, play.waiting, play.members) == (SWITCH, "", [])
 
 
+# holds: router-commands-save-folder
 @pytest.mark.parametrize("shell", SHELLS)
 def test_a_rebuild_that_a_lock_stops_behind_the_commit_is_made_again(tmp_path, shell, request):
     program(tmp_path / "uci", LOCKED_AFTER_COMMIT)
@@ -88,12 +91,14 @@ def test_a_rebuild_that_a_lock_stops_behind_the_commit_is_made_again(tmp_path, s
     assert play.seconds < SOME_SECONDS_AND_A_COMMIT
 
 
+# holds: router-commands-save-folder
 @pytest.mark.parametrize("shell", SHELLS)
 def test_a_rebuild_counts_what_an_administrator_lets_wait(tmp_path, shell, request):
     play = Play(tmp_path, shell, request, "wanlan_port_reload", STAGED.replace("evil='1'", "switch_port='port2'"))
     assert (play.status, play.members) == (0, ["eth0"])
 
 
+# holds: router-commands-save-folder
 @pytest.mark.parametrize("shell", SHELLS)
 @pytest.mark.parametrize("strange", ["chown 65534 /tmp/.uci", "chmod 777 /tmp/.uci", "chown 65534 /tmp/.uci/switch",
                                      "mv /tmp/.uci /tmp/theirs; ln -s theirs /tmp/.uci"])
@@ -103,6 +108,7 @@ def test_a_rebuild_ignores_what_a_stranger_lets_wait(tmp_path, shell, request, s
     assert (play.status, play.members) == (0, ["eth1"])
 
 
+# holds: router-commands-save-folder
 @pytest.mark.parametrize("shell", SHELLS)
 def test_a_rebuild_takes_the_save_folder_before_a_stranger_can(tmp_path, shell, request):
     play = Play(tmp_path, shell, request, "wanlan_port_reload", after="stat -c '%a %u' /tmp/.uci >/mnt/state/folder")
@@ -110,6 +116,7 @@ def test_a_rebuild_takes_the_save_folder_before_a_stranger_can(tmp_path, shell, 
     assert (tmp_path / "folder").read_text() == "700 0\n"
 
 
+# holds: router-commands-save-folder
 @pytest.mark.parametrize("shell", [shell for shell in SHELLS if shell == ["sh"]])  # busybox has an arping of its own
 @pytest.mark.parametrize("owner,asked", [("0", ["10.0.0.9"]), ("65534", [])])
 def test_an_online_test_ignores_what_a_stranger_lets_wait(tmp_path, shell, request, owner, asked):
@@ -122,6 +129,7 @@ def test_an_online_test_ignores_what_a_stranger_lets_wait(tmp_path, shell, reque
     assert (told.read_text().split() if told.exists() else []) == asked
 
 
+# holds: router-commands-save-folder
 def test_the_guard_is_the_same_in_all_commands():
     """Each stands for itself, as a firmware may replace any of them."""
     guards = set()

@@ -13,12 +13,14 @@ def test_a_pppoe_line_wins_among_dhcp_servers(seen):
     assert seen.status == 0
 
 
+# holds: way-of-confirming
 @scenario("pppoe")
 def test_a_pppoe_cycle_asks_for_pppoe_only(seen):
     assert seen.probes(kinds=("discover",)) == []
     assert {probe["port"] for probe in seen.probes(kinds=("padi",))} == {"eth1", "eth2", "eth3", "eth0"}
 
 
+# holds: two-answers
 @scenario("two-pppoe")
 def test_of_two_pppoe_lines_the_one_with_the_higher_priority_wins(seen):
     assert seen.failed_checks() == []
@@ -26,12 +28,14 @@ def test_of_two_pppoe_lines_the_one_with_the_higher_priority_wins(seen):
         "Overall 2 device using protocol pppoe! Use first priority device:eth4 as wan!")
 
 
+# holds: three-stages
 @scenario("slow-dhcp")
 def test_a_slow_dhcp_server_is_found_in_a_later_stage(seen):
     assert seen.failed_checks() == []
     assert len(seen.find("uloop_start_wan_detect", "using protocol detect")) >= 2
 
 
+# holds: three-stages
 @scenario("slow-dhcp")
 def test_a_silent_port_stays_a_candidate_after_its_first_stage(seen):
     kept = seen.find("remove_specific_proto_dev_from_list", "Continue keep it")

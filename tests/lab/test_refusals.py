@@ -7,6 +7,7 @@ def scenario(name):
     return pytest.mark.scenario(name)
 
 
+# holds: candidates
 @scenario("reserved")
 def test_reserved_ports_never_win(seen):
     assert seen.failed_checks() == []
@@ -14,6 +15,7 @@ def test_reserved_ports_never_win(seen):
     assert winners == {"eth6"}
 
 
+# holds: candidates
 @scenario("reserved")
 def test_aggregated_gaming_and_lan_ports_are_not_even_asked(seen):
     assert {probe["port"] for probe in seen.probes()}.isdisjoint({"eth1", "eth2", "eth5"})
@@ -30,24 +32,28 @@ def test_the_bus_bans_a_port(seen):
     assert seen.one("add_unique_banned_device_to_list", "dev:eth3 is banned to act as wan now for 1800s!")
 
 
+# holds: off-at-start
 @scenario("disabled")
 def test_with_detection_off_nothing_happens(seen):
     assert seen.failed_checks() == []
     assert seen.find("update_eth_link_status_trigger", "Skip update eth link status due to wan detect switch off!")
 
 
+# holds: no-router-at-start
 @scenario("ap-mode")
 def test_in_access_point_mode_nothing_happens(seen):
     assert seen.failed_checks() == []
     assert seen.find("update_eth_link_status_trigger", "Skip update eth link status due to wan detect switch off!")
 
 
+# holds: link-outside-router-mode
 @scenario("ap-mode")
 def test_in_access_point_mode_link_changes_are_not_even_stored(seen):
     assert len(seen.find("device_hotplug_event", "Device eth2 link status change to up by ubus!")) == 2
     assert seen.find("wan_detect_process_link_change", "Device eth2 link status change") == []
 
 
+# holds: working-wan-ends-cycle
 @scenario("good-wan")
 def test_a_good_wan_port_is_left_alone_without_a_probe(seen):
     assert seen.failed_checks() == []
@@ -62,6 +68,7 @@ def test_a_failed_swap_is_repeated_by_the_next_cycle(seen):
     assert 20.5 <= swaps[1]["at"] - swaps[0]["at"] <= 35
 
 
+# holds: no-result
 @scenario("fake-wan")
 def test_the_fake_wan_is_kept_without_and_dropped_with_a_verdict(seen):
     assert seen.failed_checks() == []
@@ -69,6 +76,7 @@ def test_the_fake_wan_is_kept_without_and_dropped_with_a_verdict(seen):
     assert dropped["body"] == "Set fake_wan_dev=null, network.auto_wan_detect.fake_wan_port=-1."
 
 
+# holds: fake-wan-wins
 @scenario("fake-wan-wins")
 def test_a_fake_wan_port_that_wins_is_swapped_before_it_is_dropped(seen):
     assert seen.failed_checks() == []

@@ -81,6 +81,7 @@ def test_the_combo_state_refuses_what_is_no_combo_port(tmp_path, shell, argument
     assert done.stdout == ""
 
 
+# holds: router-commands-words
 @pytest.mark.parametrize("shell", SHELLS)
 def test_the_environment_does_not_choose_the_driver(tmp_path, shell):
     combo_port(tmp_path / "real", "1", "0", "phy")
@@ -111,6 +112,7 @@ def test_without_a_configuration_the_online_test_says_offline(tmp_path, shell):
     assert done.returncode == 1
 
 
+# holds: router-commands-words
 @pytest.mark.parametrize("shell", [["sh"]])    # the other one has an `arping` of its own
 def test_a_gateway_that_looks_like_an_option_is_none(tmp_path, shell):
     program(tmp_path / "uci", """#!/bin/sh
@@ -209,6 +211,7 @@ def test_a_port_leaves_the_bridge_before_another_joins(tmp_path, shell):
         assert changes == ["link set dev eth2 nomaster", "link set dev eth0 master br-lan"]
 
 
+# holds: router-commands-words
 @pytest.mark.parametrize("shell", SHELLS)
 def test_a_section_without_a_name_is_no_pattern_for_files(tmp_path, shell):
     program(tmp_path / "uci", """#!/bin/sh

@@ -11,6 +11,7 @@ def scenario(name):
     return pytest.mark.scenario(name)
 
 
+# holds: one-gateway
 @scenario("static")
 def test_the_port_behind_which_the_gateway_answers_wins(seen):
     assert seen.failed_checks() == []
@@ -19,11 +20,13 @@ def test_the_port_behind_which_the_gateway_answers_wins(seen):
         "treat it as wan!")
 
 
+# holds: way-of-confirming
 @scenario("static")
 def test_a_static_line_is_not_asked_for_dhcp_or_pppoe(seen):
     assert seen.probes() == []
 
 
+# holds: two-gateways-dns
 @scenario("two-gateways")
 def test_of_two_gateways_the_one_that_resolves_names_wins(seen):
     assert seen.failed_checks() == []
@@ -31,18 +34,21 @@ def test_of_two_gateways_the_one_that_resolves_names_wins(seen):
         "DNS lookup shows dev:eth3 online, wan detect Success!")
 
 
+# holds: way-of-confirming
 @scenario("l2tp")
 def test_an_l2tp_tunnel_over_a_dynamic_address_is_found_by_dhcp_alone(seen):
     assert seen.failed_checks() == []
     assert seen.probes(kinds=("padi",)) == []
 
 
+# holds: way-of-confirming
 @scenario("pptp-dynamic")
 def test_a_pptp_tunnel_over_a_dynamic_address_is_found_by_dhcp_alone(seen):
     assert seen.failed_checks() == []
     assert seen.probes(kinds=("padi",)) == []
 
 
+# holds: way-of-confirming
 @scenario("pptp")
 def test_a_pptp_tunnel_over_a_static_address_is_found_by_its_server(seen):
     assert seen.failed_checks() == []
@@ -51,6 +57,7 @@ def test_a_pptp_tunnel_over_a_static_address_is_found_by_its_server(seen):
         "ARP shows server ip:203.0.113.1 in dev:eth2, wan detect Success!")
 
 
+# holds: static-tunnel, two-ports-answer
 @scenario("l2tp-static")
 def test_an_l2tp_tunnel_over_a_static_address_takes_the_first_port_of_its_server_without_dns(seen):
     assert seen.failed_checks() == []
@@ -60,6 +67,7 @@ def test_an_l2tp_tunnel_over_a_static_address_takes_the_first_port_of_its_server
         "ARP shows server ip:203.0.113.1 in dev:eth3, wan detect Success!")
 
 
+# holds: two-gateways-silent-dns
 @scenario("static-priority")
 def test_of_two_gateways_without_dns_the_one_with_the_higher_priority_wins(seen):
     assert seen.failed_checks() == []
@@ -70,6 +78,7 @@ def test_of_two_gateways_without_dns_the_one_with_the_higher_priority_wins(seen)
         "Use first priority device:eth3 as wan!")
 
 
+# holds: no-name-server
 @scenario("static-no-dns")
 def test_without_a_dns_server_the_gateway_is_asked(seen):
     assert seen.failed_checks() == []
@@ -85,6 +94,7 @@ def test_a_dns_server_outside_the_subnet_is_asked_by_way_of_the_gateway(seen):
     assert seen.one("uloop_wan_detect_using_dns", "DNS lookup shows dev:eth3 online")
 
 
+# holds: static-tie
 @pytest.mark.parametrize((), UNPLACED)
 def test_of_two_gateways_the_one_that_resolves_names_wins_though_the_router_does_not_own_its_address(seen):
     assert seen.failed_checks() == []
@@ -92,6 +102,7 @@ def test_of_two_gateways_the_one_that_resolves_names_wins_though_the_router_does
     assert seen.find("answer_arp_questions", "Told 203.0.113.1, who asked via dev:eth3, that this port has 203.0.113.2")
 
 
+# holds: gateway-ignores-strangers
 @scenario("strict-gateway")
 def test_a_gateway_that_ignores_a_foreign_network_is_found_in_the_connections_own_name(seen):
     assert seen.failed_checks() == []
@@ -101,6 +112,7 @@ def test_a_gateway_that_ignores_a_foreign_network_is_found_in_the_connections_ow
         "treat it as wan!")
 
 
+# holds: nobody-left, no-gateway
 @scenario("static-late")
 def test_while_nobody_answers_for_the_gateway_the_cycle_goes_on(seen):
     assert seen.failed_checks() == []

@@ -5,11 +5,13 @@ import pytest
 pytestmark = pytest.mark.scenario("stock-manager")
 
 
+# holds: live-status-without-state
 def test_up_pending_and_available_tell_what_a_state_would(seen):
     assert seen.failed_checks() == []
     assert seen.status == 0
 
 
+# holds: live-status-without-state
 def test_the_missing_state_is_told_each_time(seen):
     assert seen.find("ubus_call_network_interface_cb", 'Error parsing data:"speed"')
     assert seen.find("get_network_status", "Get network status return: connected")

@@ -66,6 +66,7 @@ class Swap:
         self.left = (state / "left").read_text(encoding="ascii").split()
 
 
+# holds: swap-commit
 @pytest.mark.parametrize("shell", SHELLS)
 def test_a_swap_is_committed_where_there_is_room(tmp_path, shell, request):
     swap = Swap(tmp_path, shell, request)
@@ -74,6 +75,7 @@ def test_a_swap_is_committed_where_there_is_room(tmp_path, shell, request):
     assert swap.committed and swap.rebuilt
 
 
+# holds: swap-commit
 @pytest.mark.parametrize("shell", SHELLS)
 def test_a_swap_without_room_commits_nothing(tmp_path, shell, request):
     swap = Swap(tmp_path, shell, request, FILL)
@@ -83,6 +85,7 @@ def test_a_swap_without_room_commits_nothing(tmp_path, shell, request):
     assert not swap.committed and not swap.rebuilt
 
 
+# holds: swap-commit
 @pytest.mark.parametrize("shell", SHELLS)
 def test_a_swap_to_the_port_that_has_the_role_writes_nothing(tmp_path, shell, request):
     swap = Swap(tmp_path, shell, request, FILL, port="port1")
@@ -91,6 +94,7 @@ def test_a_swap_to_the_port_that_has_the_role_writes_nothing(tmp_path, shell, re
     assert not swap.committed and swap.rebuilt
 
 
+# holds: swap-commit
 @pytest.mark.parametrize("shell", SHELLS)
 @pytest.mark.parametrize("left", [0, 70, 100, len(SWITCH) - 3])
 def test_a_configuration_cut_by_its_commit_is_put_back(tmp_path, shell, request, left):
@@ -104,6 +108,7 @@ def test_a_configuration_cut_by_its_commit_is_put_back(tmp_path, shell, request,
     assert swap.committed and not swap.rebuilt
 
 
+# holds: swap-commit
 @pytest.mark.parametrize("shell", SHELLS)
 def test_a_configuration_that_cannot_be_put_back_is_told_lost_and_not_spoilt_further(tmp_path, shell, request):
     swap = Swap(tmp_path, shell, request, "echo 70 >/mnt/state/cut; touch /mnt/state/full")
@@ -112,6 +117,7 @@ def test_a_configuration_that_cannot_be_put_back_is_told_lost_and_not_spoilt_fur
     assert swap.switch == SWITCH[:70]
 
 
+# holds: swap-commit
 @pytest.mark.parametrize("shell", SHELLS)
 def test_a_commit_of_nothing_is_no_swap(tmp_path, shell, request):
     swap = Swap(tmp_path, shell, request, "touch /mnt/state/lost")
@@ -121,6 +127,7 @@ def test_a_commit_of_nothing_is_no_swap(tmp_path, shell, request):
     assert swap.committed and not swap.rebuilt
 
 
+# holds: swap-commit
 @pytest.mark.parametrize("shell", SHELLS)
 @pytest.mark.parametrize("free_for_all,status", [("0", 0), ("60", 1)])
 def test_what_a_disk_keeps_free_for_root_is_room(tmp_path, shell, request, free_for_all, status):
@@ -130,6 +137,7 @@ def test_what_a_disk_keeps_free_for_root_is_room(tmp_path, shell, request, free_
     assert Swap(tmp_path, shell, request).done.returncode == status
 
 
+# holds: swap-commit
 @pytest.mark.parametrize("shell", SHELLS)
 @pytest.mark.parametrize("strange", ["chown 65534 /tmp/.uci", "chmod 777 /tmp/.uci", "chown 65534 /tmp/.uci/switch",
                                      "mv /tmp/.uci /tmp/theirs; ln -s theirs /tmp/.uci"])
@@ -140,6 +148,7 @@ def test_what_a_stranger_lets_wait_is_not_committed(tmp_path, shell, request, st
     assert any(name.startswith(".uci.refused.") for name in swap.left)
 
 
+# holds: swap-commit
 @pytest.mark.parametrize("shell", SHELLS)
 def test_a_folder_put_aside_goes_nowhere_that_a_stranger_chose(tmp_path, shell, request):
     swap = Swap(tmp_path, shell, request, STAGED, "chown 65534 /tmp/.uci", "mkdir -m 777 /tmp/theirs",
@@ -148,6 +157,7 @@ def test_a_folder_put_aside_goes_nowhere_that_a_stranger_chose(tmp_path, shell, 
     assert (tmp_path / "theirs").read_text() == ""
 
 
+# holds: swap-commit
 @pytest.mark.parametrize("shell", SHELLS)
 def test_a_folder_that_appears_during_the_swap_is_not_committed(tmp_path, shell, request):
     program(tmp_path / "stranger", """#!/bin/sh
@@ -160,11 +170,13 @@ def test_a_folder_that_appears_during_the_swap_is_not_committed(tmp_path, shell,
     assert "port2'\n\n" in swap.switch and "evil" not in swap.switch
 
 
+# holds: swap-commit
 @pytest.mark.parametrize("shell", SHELLS)
 def test_what_an_administrator_lets_wait_is_committed(tmp_path, shell, request):
     assert "option evil '1'" in Swap(tmp_path, shell, request, STAGED).switch
 
 
+# holds: swap-commit
 @pytest.mark.parametrize("shell", SHELLS)
 def test_what_waits_in_a_folder_that_our_own_group_may_write_is_committed(tmp_path, shell, request):
     swap = Swap(tmp_path, shell, request, STAGED, "chmod 775 /tmp/.uci")
@@ -172,6 +184,7 @@ def test_what_waits_in_a_folder_that_our_own_group_may_write_is_committed(tmp_pa
     assert ".uci.refused" not in " ".join(swap.left)
 
 
+# holds: swap-commit
 @pytest.mark.parametrize("shell", SHELLS)
 def test_what_waits_in_a_folder_that_another_group_may_write_is_not(tmp_path, shell, request):
     assert "evil" not in Swap(tmp_path, shell, request, STAGED, "chmod 775 /tmp/.uci; chgrp 65534 /tmp/.uci").switch

@@ -45,6 +45,7 @@ protected:
     }
 };
 
+// holds: combo-falls-back
 TEST_F(combo_switch, copper_first_falls_back_to_sfp_and_moves_back)
 {
     t_combo_state state = {};
@@ -55,6 +56,7 @@ TEST_F(combo_switch, copper_first_falls_back_to_sfp_and_moves_back)
     EXPECT_EQ(decide(true, true, "phy", &state), "");
 }
 
+// holds: combo-falls-back
 TEST_F(combo_switch, sfp_first_falls_back_to_copper_and_moves_back)
 {
     prefer("sfp");
@@ -64,6 +66,7 @@ TEST_F(combo_switch, sfp_first_falls_back_to_copper_and_moves_back)
     EXPECT_EQ(decide(true, false, "phy", &state), "");
 }
 
+// holds: combo-falls-back
 TEST_F(combo_switch, nothing_changes_while_neither_side_has_a_link)
 {
     prefer("sfp");
@@ -84,6 +87,7 @@ TEST_F(combo_switch, a_toggle_blocks_both_threads_once)
     EXPECT_EQ(wan_combo_auto_switch(&state), 1u);
 }
 
+// holds: combo-cadence
 TEST_F(combo_switch, the_preference_is_read_again_every_ten_passes)
 {
     t_combo_state state = {};
@@ -102,6 +106,7 @@ TEST_F(combo_switch, the_preference_is_read_again_every_ten_passes)
               1);
 }
 
+// holds: combo-cadence
 TEST_F(combo_switch, decides_on_every_second_pass_only)
 {
     t_combo_state state = {};
@@ -113,6 +118,7 @@ TEST_F(combo_switch, decides_on_every_second_pass_only)
     EXPECT_EQ(fake_router.count(TO_SFP), 1);
 }
 
+// holds: combo-cadence
 TEST_F(combo_switch, the_pass_counter_wraps_from_59_to_0)
 {
     t_combo_state state = {59, false};
@@ -120,6 +126,7 @@ TEST_F(combo_switch, the_pass_counter_wraps_from_59_to_0)
     EXPECT_EQ(state.pass, 0u);
 }
 
+// holds: combo-cadence
 TEST_F(combo_switch, a_missing_preference_means_copper)
 {
     remove_config("network");
@@ -133,6 +140,7 @@ TEST_F(combo_switch, a_missing_preference_means_copper)
         log->has("Debug", "wan_combo_auto_switch", "Success get network.auto_wan_detect.wan_combo_first_priority=phy"));
 }
 
+// holds: combo-cadence
 TEST_F(combo_switch, an_unknown_preference_means_copper)
 {
     prefer("fibre");
@@ -175,6 +183,7 @@ TEST_F(combo_switch, rests_while_detection_is_off)
     EXPECT_EQ(state.pass, 1u);
 }
 
+// holds: threads-rest-after-switch
 TEST_F(combo_switch, sleeps_20_s_once_after_a_switch)
 {
     engine_gate->combo_switch_blocked = 1;

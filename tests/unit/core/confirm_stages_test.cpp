@@ -28,6 +28,7 @@ protected:
     }
 };
 
+// holds: one-gateway
 TEST_F(confirm_stages, the_one_port_with_the_gateway_behind_it_wins)
 {
     offer("static", STATIC_OPTIONS);
@@ -42,6 +43,7 @@ TEST_F(confirm_stages, the_one_port_with_the_gateway_behind_it_wins)
                          "detect:10.0.0.1)! treat it as wan!"));
 }
 
+// holds: no-gateway
 TEST_F(confirm_stages, a_gateway_behind_nobody_sends_the_cycle_back_after_a_second)
 {
     offer("static", STATIC_OPTIONS);
@@ -53,6 +55,7 @@ TEST_F(confirm_stages, a_gateway_behind_nobody_sends_the_cycle_back_after_a_seco
                          "Can't find gateway ip:10.0.0.1 in arp table, waiting for another device"));
 }
 
+// holds: search-fails
 TEST_F(confirm_stages, a_failed_search_ends_the_cycle_without_a_result)
 {
     offer("static", STATIC_OPTIONS);
@@ -65,6 +68,7 @@ TEST_F(confirm_stages, a_failed_search_ends_the_cycle_without_a_result)
                          "find_target_ip_and_device_with_arp failed with ip:10.0.0.1, return null!"));
 }
 
+// holds: two-gateways-dns
 TEST_F(confirm_stages, a_gateway_behind_two_ports_goes_on_to_dns)
 {
     offer("static", STATIC_OPTIONS);
@@ -78,6 +82,7 @@ TEST_F(confirm_stages, a_gateway_behind_two_ports_goes_on_to_dns)
     EXPECT_TRUE(log->has("Info", "uloop_wan_detect_using_arp", "Start to detect in 2 device(s) using dns"));
 }
 
+// holds: static-tunnel
 TEST_F(confirm_stages, a_tunnel_over_a_static_address_takes_the_first_port_and_never_asks_dns)
 {
     offer("pptp", "config proto 'pptp'\n\toption snd_conn 'static'\n\toption static_ip '10.0.0.2'\n"
@@ -103,6 +108,7 @@ TEST_F(confirm_stages, other_connection_types_cannot_be_found_by_arp)
                          "detecting protocol ocn(sed_conn:) using arp is not supported!, exit!"));
 }
 
+// holds: search-fails
 TEST_F(confirm_stages, a_lost_first_candidate_means_no_result)
 {
     offer("static", STATIC_OPTIONS);
@@ -115,6 +121,7 @@ TEST_F(confirm_stages, a_lost_first_candidate_means_no_result)
         log->has("Error", "uloop_wan_detect_using_arp", "That's impossible! device is lost? treat it as null!"));
 }
 
+// holds: two-gateways-dns
 TEST_F(confirm_stages, dns_answered_only_through_the_port_of_lower_priority_lets_that_one_win)
 {
     offer("static", STATIC_OPTIONS);
@@ -127,6 +134,7 @@ TEST_F(confirm_stages, dns_answered_only_through_the_port_of_lower_priority_lets
         log->has("Info", "uloop_wan_detect_using_dns", "DNS lookup shows dev:eth2 online, wan detect Success!"));
 }
 
+// holds: two-gateways-silent-dns
 TEST_F(confirm_stages, without_a_dns_answer_a_static_connection_takes_the_port_of_higher_priority)
 {
     offer("static", STATIC_OPTIONS);
@@ -140,6 +148,7 @@ TEST_F(confirm_stages, without_a_dns_answer_a_static_connection_takes_the_port_o
                  "priority device:eth1 as wan!"));
 }
 
+// holds: two-gateways-silent-dns
 TEST_F(confirm_stages, without_a_dns_answer_dhcp_takes_the_port_of_higher_priority)
 {
     candidates_are({"eth2", "eth1"});
@@ -165,6 +174,7 @@ TEST_F(confirm_stages, a_static_connection_asks_with_its_own_addresses_and_keeps
     EXPECT_TRUE(log->has("Debug", "uloop_wan_detect_using_dns", "Ready to dns detect for eth1, dns_server:9.9.9.9"));
 }
 
+// holds: no-name-server
 TEST_F(confirm_stages, without_a_configured_name_server_the_gateway_is_asked)
 {
     offer("static", STATIC_WITHOUT_DNS);
@@ -184,6 +194,7 @@ TEST_F(confirm_stages, dhcp_asks_with_what_each_offer_said)
               (std::vector<std::string>{"eth1 1.1.1.2 8.8.8.8 00", "eth2 2.2.2.2 2.2.2.1 00"}));
 }
 
+// holds: first-16-asked
 TEST_F(confirm_stages, of_17_candidates_only_the_first_16_are_asked)
 {
     std::vector<t_device> ports(17);
@@ -203,6 +214,7 @@ TEST_F(confirm_stages, of_17_candidates_only_the_first_16_are_asked)
     engine.possible_wan_dev_list.clear();
 }
 
+// holds: no-gateway
 TEST_F(confirm_stages, without_candidates_the_cycle_goes_back)
 {
     run(engine.using_dns);

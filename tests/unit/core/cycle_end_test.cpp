@@ -24,6 +24,7 @@ protected:
     }
 };
 
+// holds: no-result
 TEST_F(cycle_end, no_result_writes_no_file_and_keeps_the_wan_port_and_the_fake_wan_port)
 {
     port_model.fake_wan = dev("eth3");
@@ -37,6 +38,7 @@ TEST_F(cycle_end, no_result_writes_no_file_and_keeps_the_wan_port_and_the_fake_w
     EXPECT_TRUE(log->has("Info", "uloop_wan_detect_end", "Wan Detection over!"));
 }
 
+// holds: no-result
 TEST_F(cycle_end, no_result_leaves_the_role_to_a_port_that_somebody_else_gave_it_meanwhile)
 {
     write_switch_config(5, 3);
@@ -48,6 +50,7 @@ TEST_F(cycle_end, no_result_leaves_the_role_to_a_port_that_somebody_else_gave_it
     EXPECT_TRUE(fake_router.commands.empty());
 }
 
+// holds: confirming-cycle
 TEST_F(cycle_end, the_winner_becomes_the_wan_port_and_a_new_cycle_follows_in_21_s)
 {
     end_with(dev("eth2"));
@@ -58,12 +61,14 @@ TEST_F(cycle_end, the_winner_becomes_the_wan_port_and_a_new_cycle_follows_in_21_
     EXPECT_TRUE(engine_gate->combo_switch_blocked);
 }
 
+// holds: result-file
 TEST_F(cycle_end, the_file_holds_the_name_of_the_wan_port_after_the_switch_without_a_newline)
 {
     end_with(dev("eth2"));
     EXPECT_EQ(read_file(WAN_RESULT_FILE), "eth2");
 }
 
+// holds: result-file
 TEST_F(cycle_end, after_a_swap_that_failed_the_file_names_the_old_port)
 {
     fake_router.swap_works = false;
@@ -82,6 +87,7 @@ TEST_F(cycle_end, the_current_port_as_the_winner_needs_no_swap_and_loses_the_fak
     EXPECT_FALSE(engine_gate->link_trigger_blocked);
 }
 
+// holds: fake-wan-wins
 TEST_F(cycle_end, the_fake_wan_port_itself_is_switched_to_before_it_is_forgotten)
 {
     port_model.fake_wan = dev("eth2");
@@ -91,6 +97,7 @@ TEST_F(cycle_end, the_fake_wan_port_itself_is_switched_to_before_it_is_forgotten
     EXPECT_EQ(port_model.fake_wan, nullptr);
 }
 
+// holds: fake-wan-wins
 TEST_F(cycle_end, another_winner_is_switched_to_after_the_fake_wan_port_is_forgotten)
 {
     port_model.fake_wan = dev("eth3");
@@ -99,6 +106,7 @@ TEST_F(cycle_end, another_winner_is_switched_to_after_the_fake_wan_port_is_forgo
               (std::vector<std::string>{"/sbin/wanlan_port_reload", "network_lanwan_swap set port2"}));
 }
 
+// holds: winner-banned
 TEST_F(cycle_end, a_winner_banned_meanwhile_sends_the_cycle_back_after_a_second)
 {
     engine.possible_wan_dev_list.add(dev("eth2"));
@@ -119,6 +127,7 @@ TEST_F(cycle_end, a_winner_banned_meanwhile_sends_the_cycle_back_after_a_second)
     EXPECT_EQ(candidates(), "");
 }
 
+// holds: back-to-rest
 TEST_F(cycle_end, returns_the_engine_to_rest)
 {
     engine.possible_wan_dev_list.add(dev("eth2"));
@@ -143,6 +152,7 @@ TEST_F(cycle_end, returns_the_engine_to_rest)
     EXPECT_TRUE(log->has("Debug", "clear_dev_volatile_attribute", "Entering function: clear_dev_volatile_attribute!"));
 }
 
+// holds: back-to-rest
 TEST_F(cycle_end, leaves_no_timer_that_opens_a_cycle_behind_its_back)
 {
     plug({"eth0"});
@@ -153,6 +163,7 @@ TEST_F(cycle_end, leaves_no_timer_that_opens_a_cycle_behind_its_back)
     EXPECT_EQ(armed(engine.using_dns), NOT_ARMED);
 }
 
+// holds: back-to-rest
 TEST_F(cycle_end, keeps_a_pending_cycle_over_all_ports)
 {
     uloop_timeout_set(&engine.init_wan_detect_all, 700);
@@ -174,6 +185,7 @@ TEST_F(cycle_end, does_not_end_a_request_and_the_file_of_the_request_is_written)
     EXPECT_EQ(read_file(PROTO_RESULT_FILE), "static");
 }
 
+// holds: result-file-fails
 TEST_F(cycle_end, a_file_that_cannot_be_written_is_told_and_the_cycle_ends)
 {
     std::filesystem::create_directory(WAN_RESULT_FILE);
@@ -203,6 +215,7 @@ TEST_F(cycle_end, dumps_both_tables)
     EXPECT_NE(log->text().find("Dumping protocols"), std::string::npos);
 }
 
+// holds: confirming-cycle
 TEST_F(cycle_end, a_whole_cycle_runs_from_the_request_to_the_confirming_one)
 {
     plug({"eth0", "eth1", "eth2"});

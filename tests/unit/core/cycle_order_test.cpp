@@ -62,6 +62,7 @@ protected:
 
 // --- a bus that is away
 
+// holds: absent-manager
 TEST_F(cycle_order, a_working_wan_port_is_not_dropped_while_the_bus_is_away)
 {
     plug({"eth0", "eth2"});
@@ -77,6 +78,7 @@ TEST_F(cycle_order, a_working_wan_port_is_not_dropped_while_the_bus_is_away)
     EXPECT_EQ(engine.result_dev, dev("eth0"));
 }
 
+// holds: absent-manager
 TEST_F(cycle_order, after_ten_waits_the_port_is_judged_all_the_same)
 {
     plug({"eth0", "eth2"});
@@ -91,6 +93,7 @@ TEST_F(cycle_order, after_ten_waits_the_port_is_judged_all_the_same)
     EXPECT_EQ(armed(engine.proto_detect_start), 0);
 }
 
+// holds: absent-manager
 TEST_F(cycle_order, an_absence_is_waited_for_once_and_the_next_one_again)
 {
     plug({"eth0"});
@@ -106,6 +109,7 @@ TEST_F(cycle_order, an_absence_is_waited_for_once_and_the_next_one_again)
     EXPECT_EQ(log->count("Info", "uloop_start_wan_detect", AWAY), 11);
 }
 
+// holds: absent-manager
 TEST_F(cycle_order, a_wan_port_without_a_link_is_judged_at_once)
 {
     plug({"eth2"});
@@ -117,6 +121,7 @@ TEST_F(cycle_order, a_wan_port_without_a_link_is_judged_at_once)
 
 // --- a verdict and a pass
 
+// holds: verdict-kept
 TEST_F(cycle_order, a_verdict_is_carried_out_before_a_pass_that_fell_due_while_its_stage_blocked)
 {
     use_static_line();
@@ -134,6 +139,7 @@ TEST_F(cycle_order, a_verdict_is_carried_out_before_a_pass_that_fell_due_while_i
     EXPECT_EQ(fake_router.count("network_lanwan_swap set port2"), 1);
 }
 
+// holds: verdict-kept
 TEST_F(cycle_order, ports_found_by_arp_are_told_apart_before_such_a_pass)
 {
     use_static_line();
@@ -152,6 +158,7 @@ TEST_F(cycle_order, ports_found_by_arp_are_told_apart_before_such_a_pass)
     EXPECT_EQ(fake_probes.count("arp 10.0.0.1"), 1);
 }
 
+// holds: flapping-cuts-once
 TEST_F(cycle_order, a_wan_port_that_flaps_cuts_one_stage_and_the_next_one_comes_to_its_end)
 {
     plug({"eth2"});
@@ -171,6 +178,7 @@ TEST_F(cycle_order, a_wan_port_that_flaps_cuts_one_stage_and_the_next_one_comes_
     EXPECT_EQ(engine.result_dev, dev("eth2"));
 }
 
+// holds: answers-kept
 TEST_F(cycle_order, answers_that_are_not_judged_yet_are_not_thrown_away_by_a_pass)
 {
     plug({"eth2"});
@@ -186,6 +194,7 @@ TEST_F(cycle_order, answers_that_are_not_judged_yet_are_not_thrown_away_by_a_pas
     EXPECT_EQ(engine.result_dev, dev("eth2"));
 }
 
+// holds: cut-after-poll
 TEST_F(cycle_order, a_stage_after_a_poll_may_be_cut_again)
 {
     plug({"eth2"});
@@ -197,6 +206,7 @@ TEST_F(cycle_order, a_stage_after_a_poll_may_be_cut_again)
     EXPECT_FALSE(engine.stage_was_cut);
 }
 
+// holds: look-at-end-of-cycle
 TEST_F(cycle_order, a_look_that_is_due_with_the_end_of_its_cycle_is_no_wan_loss)
 {
     plug({"eth0"});
@@ -212,6 +222,7 @@ TEST_F(cycle_order, a_look_that_is_due_with_the_end_of_its_cycle_is_no_wan_loss)
 
 // --- requests and cycles
 
+// holds: request-heads-pass
 TEST_F(cycle_order, a_cycle_waits_for_a_request_at_the_head_of_its_pass_whatever_its_method)
 {
     for (bool by_arp : {false, true}) {
@@ -237,6 +248,7 @@ TEST_F(cycle_order, a_cycle_waits_for_a_request_at_the_head_of_its_pass_whatever
     }
 }
 
+// holds: put-off-is-next
 TEST_F(cycle_order, a_cycle_that_was_put_off_is_next)
 {
     plug({"eth2"});
@@ -256,6 +268,7 @@ TEST_F(cycle_order, a_cycle_that_was_put_off_is_next)
     EXPECT_EQ(ask_for("eth3"), OK);
 }
 
+// holds: put-off-is-next
 TEST_F(cycle_order, a_cycle_that_was_put_off_and_finds_nobody_lets_requests_in_again)
 {
     ASSERT_EQ(ask_for("eth3"), OK);
@@ -267,6 +280,7 @@ TEST_F(cycle_order, a_cycle_that_was_put_off_and_finds_nobody_lets_requests_in_a
     EXPECT_EQ(ask_for("eth3"), OK);
 }
 
+// holds: put-off-is-next
 TEST_F(cycle_order, a_cycle_that_was_put_off_and_ends_lets_requests_in_again)
 {
     plug({"eth0"});
@@ -282,6 +296,7 @@ TEST_F(cycle_order, a_cycle_that_was_put_off_and_ends_lets_requests_in_again)
     EXPECT_EQ(ask_for("eth3"), OK);
 }
 
+// holds: no-request-before-verdict
 TEST_F(cycle_order, no_request_gets_between_a_search_by_arp_and_its_verdict)
 {
     use_static_line();
@@ -297,6 +312,7 @@ TEST_F(cycle_order, no_request_gets_between_a_search_by_arp_and_its_verdict)
     EXPECT_EQ(ask_for("eth3"), OK);
 }
 
+// holds: endless-request
 TEST_F(cycle_order, a_stage_that_never_ends_for_want_of_a_dhcp_record_stops_no_search_by_arp)
 {
     use_static_line();
@@ -315,6 +331,7 @@ TEST_F(cycle_order, a_stage_that_never_ends_for_want_of_a_dhcp_record_stops_no_s
     free(dhcp);
 }
 
+// holds: put-off-long-ago
 TEST_F(cycle_order, a_cycle_that_was_put_off_and_then_asked_for_much_later_keeps_no_request_out)
 {
     plug({"eth2"});
@@ -328,6 +345,7 @@ TEST_F(cycle_order, a_cycle_that_was_put_off_and_then_asked_for_much_later_keeps
 
 // --- a WAN port that is banned
 
+// holds: banned-wan-in-pass
 TEST_F(cycle_order, a_banned_wan_port_that_works_is_not_good_and_the_others_are_asked)
 {
     plug({"eth0", "eth2"});
@@ -339,6 +357,7 @@ TEST_F(cycle_order, a_banned_wan_port_that_works_is_not_good_and_the_others_are_
     EXPECT_EQ(armed(engine.proto_detect_start), 0);
 }
 
+// holds: banned-wan-in-pass
 TEST_F(cycle_order, a_banned_wan_port_is_good_again_when_its_ban_has_run_out)
 {
     plug({"eth0"});
@@ -351,6 +370,7 @@ TEST_F(cycle_order, a_banned_wan_port_is_good_again_when_its_ban_has_run_out)
     EXPECT_EQ(engine.result_dev, dev("eth0"));
 }
 
+// holds: banned-wan-in-pass
 TEST_F(cycle_order, no_notice_repeats_while_the_wan_port_is_banned)
 {
     plug({"eth0"});
@@ -366,6 +386,7 @@ TEST_F(cycle_order, no_notice_repeats_while_the_wan_port_is_banned)
 
 // --- a link that returns, and one that is lost
 
+// holds: link-lifts-ban
 TEST_F(cycle_order, a_link_that_returns_lifts_the_ban_whoever_sees_it_first)
 {
     ban("eth1", -1);
@@ -383,6 +404,7 @@ TEST_F(cycle_order, a_link_that_returns_lifts_the_ban_whoever_sees_it_first)
     EXPECT_TRUE(stop_background_threads());
 }
 
+// holds: link-lifts-ban
 TEST_F(cycle_order, a_link_that_is_lost_lifts_no_ban)
 {
     plug({"eth1"});
@@ -391,6 +413,7 @@ TEST_F(cycle_order, a_link_that_is_lost_lifts_no_ban)
     EXPECT_TRUE(is_banned_device(&port_model.banned_list, dev("eth1")));
 }
 
+// holds: loss-handed-on-first
 TEST_F(cycle_order, a_cable_that_moved_between_two_looks_is_found_in_its_new_port)
 {
     load("dhcp");
@@ -407,6 +430,7 @@ TEST_F(cycle_order, a_cable_that_moved_between_two_looks_is_found_in_its_new_por
     EXPECT_TRUE(stop_background_threads());
 }
 
+// holds: open-before-list
 TEST_F(cycle_order, a_port_that_comes_up_while_the_list_is_made_is_listed_or_parked)
 {
     bool open_before_the_list;
@@ -428,6 +452,7 @@ TEST_F(cycle_order, a_port_that_comes_up_while_the_list_is_made_is_listed_or_par
     EXPECT_TRUE(open_before_the_list);
 }
 
+// holds: loss-served-late
 TEST_F(cycle_order, a_loss_that_is_served_after_its_cycle_says_how_long_the_next_one_waits)
 {
     plug({"eth0"});
@@ -439,6 +464,7 @@ TEST_F(cycle_order, a_loss_that_is_served_after_its_cycle_says_how_long_the_next
     EXPECT_TRUE(log->has("Info", "wan_detect_process_link_change", "Wan down!! Begin detecting in 10000ms"));
 }
 
+// holds: flapping-wan
 TEST_F(cycle_order, flapping_puts_the_wait_off_by_60_s_at_most)
 {
     plug({"eth0"});

@@ -25,6 +25,7 @@ protected:
     }
 };
 
+// holds: request-arms-cycle
 TEST_F(cycle_start, a_request_tells_its_delay_and_the_last_one_wins)
 {
     start_wan_detect_all(21000);
@@ -34,6 +35,7 @@ TEST_F(cycle_start, a_request_tells_its_delay_and_the_last_one_wins)
     EXPECT_TRUE(log->has("Notice", "start_wan_detect_all", "Will begin to detect all device after 3000ms!"));
 }
 
+// holds: candidates
 TEST_F(cycle_start, every_linked_port_of_the_pool_is_a_candidate_in_the_order_of_priority)
 {
     load("dhcp", "4 2 1 0 3", "0 1 2 3");
@@ -48,6 +50,7 @@ TEST_F(cycle_start, every_linked_port_of_the_pool_is_a_candidate_in_the_order_of
     EXPECT_TRUE(log->has("Debug", "generate_possible_wan_dev_list", "Add device eth1 to possible wan list!"));
 }
 
+// holds: candidates
 TEST_F(cycle_start, reserved_and_banned_ports_are_no_candidates)
 {
     write_switch_config(5, 0,
@@ -61,6 +64,7 @@ TEST_F(cycle_start, reserved_and_banned_ports_are_no_candidates)
     EXPECT_EQ(candidates(), "eth3");
 }
 
+// holds: candidates
 TEST_F(cycle_start, a_candidate_that_cannot_be_added_is_told)
 {
     plug({"eth1", "eth2"});
@@ -79,6 +83,7 @@ TEST_F(cycle_start, an_empty_reserved_table_is_not_searched)
     EXPECT_FALSE(log->has("Info", "find_device", "Invalid dev_hashmap_head input!"));
 }
 
+// holds: candidates
 TEST_F(cycle_start, without_a_pool_nobody_is_a_candidate)
 {
     load("dhcp", "0 1 2 3 4", "");
@@ -88,6 +93,7 @@ TEST_F(cycle_start, without_a_pool_nobody_is_a_candidate)
     EXPECT_EQ(candidates(), "");
 }
 
+// holds: request-while-cycle-runs
 TEST_F(cycle_start, a_request_while_a_cycle_runs_makes_that_one_give_up_and_starts_500_ms_after_its_end)
 {
     plug({"eth1"});
@@ -111,6 +117,7 @@ TEST_F(cycle_start, a_request_while_a_cycle_runs_makes_that_one_give_up_and_star
     EXPECT_EQ(candidates(), "eth1");
 }
 
+// holds: cycle-waits-for-request
 TEST_F(cycle_start, a_cycle_waits_in_steps_of_500_ms_while_a_protocol_detection_runs)
 {
     plug({"eth1"});
@@ -123,6 +130,7 @@ TEST_F(cycle_start, a_cycle_waits_in_steps_of_500_ms_while_a_protocol_detection_
     EXPECT_FALSE(engine.detecting);
 }
 
+// holds: cycle-waits-for-request
 TEST_F(cycle_start, a_cycle_that_wants_to_probe_waits_for_a_running_request)
 {
     plug({"eth1"});
@@ -164,6 +172,7 @@ TEST_F(cycle_start, later_passes_keep_the_current_port_but_read_the_connection_t
     EXPECT_EQ(armed(engine.using_arp), 0);
 }
 
+// holds: cycle-without-result
 TEST_F(cycle_start, a_cycle_gives_up_when_detection_is_switched_off)
 {
     plug({"eth1"});
@@ -174,6 +183,7 @@ TEST_F(cycle_start, a_cycle_gives_up_when_detection_is_switched_off)
     EXPECT_EQ(engine.result_dev, nullptr);
 }
 
+// holds: cycle-without-result
 TEST_F(cycle_start, without_a_connection_type_a_cycle_ends_without_a_result)
 {
     plug({"eth1"});
@@ -195,6 +205,7 @@ TEST_F(cycle_start, without_a_current_port_the_others_are_looked_at)
     EXPECT_EQ(armed(engine.using_proto_detect), 100);
 }
 
+// holds: working-wan-ends-cycle
 TEST_F(cycle_start, a_working_current_port_ends_the_cycle_at_once_and_no_probe_is_sent)
 {
     plug({"eth0", "eth1"});
@@ -209,6 +220,7 @@ TEST_F(cycle_start, a_working_current_port_ends_the_cycle_at_once_and_no_probe_i
     EXPECT_FALSE(port_model.proto_detect_running);
 }
 
+// holds: working-wan-ends-cycle
 TEST_F(cycle_start, a_static_connection_is_good_only_when_the_online_test_says_so)
 {
     set_connection("static");
@@ -221,6 +233,7 @@ TEST_F(cycle_start, a_static_connection_is_good_only_when_the_online_test_says_s
     EXPECT_EQ(armed(engine.using_arp), 0);
 }
 
+// holds: working-wan-ends-cycle
 TEST_F(cycle_start, the_network_is_not_asked_when_the_current_port_has_no_link)
 {
     plug({"eth1"});
@@ -248,6 +261,7 @@ TEST_F(cycle_start, an_unlinked_current_port_is_added_for_the_listing)
     EXPECT_TRUE(log->has("Info", "uloop_start_wan_detect", "Start to detect in 2 device(s):eth0、eth1、"));
 }
 
+// holds: joined-names
 TEST_F(cycle_start, joined_names_end_with_the_ideographic_comma_after_the_last_one_too)
 {
     engine.possible_wan_dev_list.add(dev("eth1"));
@@ -258,6 +272,7 @@ TEST_F(cycle_start, joined_names_end_with_the_ideographic_comma_after_the_last_o
                         "eth3\xE3\x80\x81");
 }
 
+// holds: joined-names
 TEST_F(cycle_start, joined_names_that_do_not_fit_are_left_out_whole)
 {
     t_device ports[20] = {};
@@ -272,6 +287,7 @@ TEST_F(cycle_start, joined_names_that_do_not_fit_are_left_out_whole)
     engine.possible_wan_dev_list.clear();
 }
 
+// holds: parked-ports-join
 TEST_F(cycle_start, parked_ports_join_and_a_count_that_went_wrong_is_repaired)
 {
     plug({"eth1", "eth2"});
@@ -286,6 +302,7 @@ TEST_F(cycle_start, parked_ports_join_and_a_count_that_went_wrong_is_repaired)
     EXPECT_EQ(engine.possible_wan_dev_list.count, 2);
 }
 
+// holds: parked-ports-join
 TEST_F(cycle_start, a_candidate_without_a_device_is_removed)
 {
     plug({"eth1", "eth2"});
@@ -299,6 +316,7 @@ TEST_F(cycle_start, a_candidate_without_a_device_is_removed)
     EXPECT_EQ(engine.possible_wan_dev_list.count, 1);
 }
 
+// holds: nobody-left
 TEST_F(cycle_start, with_all_candidates_filtered_out_the_pass_repeats_every_second_and_the_cycle_stays_open)
 {
     open_cycle();
@@ -311,6 +329,7 @@ TEST_F(cycle_start, with_all_candidates_filtered_out_the_pass_repeats_every_seco
     EXPECT_EQ(log->count("Debug", "uloop_start_wan_detect", NOBODY), 2);
 }
 
+// holds: lan-port-no-candidate
 TEST_F(cycle_start, a_port_with_lan_hosts_behind_it_is_never_a_candidate)
 {
     plug({"eth1", "eth2"});
@@ -321,6 +340,7 @@ TEST_F(cycle_start, a_port_with_lan_hosts_behind_it_is_never_a_candidate)
                          "Remove eth1 out of pssible wan list due to link down or has br-lan device(s)!"));
 }
 
+// holds: lan-port-no-candidate, nobody-left
 TEST_F(cycle_start, when_only_ports_with_lan_hosts_are_left_the_pass_repeats)
 {
     plug({"eth1"});
@@ -342,6 +362,7 @@ TEST_F(cycle_start, a_parked_port_that_lost_its_link_is_removed)
                          "Remove eth2 out of pssible wan list due to link down or not allow to use as wan!"));
 }
 
+// holds: fake-wan-dropped
 TEST_F(cycle_start, a_fake_wan_port_among_the_removed_ones_is_forgotten_when_it_has_a_link)
 {
     plug({"eth1", "eth2"});
@@ -358,6 +379,7 @@ TEST_F(cycle_start, a_fake_wan_port_among_the_removed_ones_is_forgotten_when_it_
     EXPECT_EQ(fake_router.count("/sbin/wanlan_port_reload"), 1);
 }
 
+// holds: fake-wan-dropped
 TEST_F(cycle_start, a_fake_wan_port_without_a_link_stays)
 {
     plug({"eth1", "eth2"});
@@ -369,6 +391,7 @@ TEST_F(cycle_start, a_fake_wan_port_without_a_link_stays)
     EXPECT_EQ(port_model.fake_wan, dev("eth2"));
 }
 
+// holds: fake-wan-dropped
 TEST_F(cycle_start, a_fake_wan_port_with_lan_hosts_is_an_oddity_that_is_told)
 {
     plug({"eth1", "eth2"});
@@ -379,6 +402,7 @@ TEST_F(cycle_start, a_fake_wan_port_with_lan_hosts_is_an_oddity_that_is_told)
     EXPECT_EQ(port_model.fake_wan, nullptr);
 }
 
+// holds: fake-wan-dropped
 TEST_F(cycle_start, the_fake_wan_port_matches_by_name_only)
 {
     t_device twin = {};
@@ -413,6 +437,7 @@ struct t_method_case {
 
 class confirmation : public cycle_start, public testing::WithParamInterface<t_method_case> {};
 
+// holds: way-of-confirming, probe-stage-times
 TEST_P(confirmation, follows_the_connection_type)
 {
     const t_method_case &wanted = GetParam();
@@ -463,6 +488,7 @@ TEST_F(cycle_start, a_stage_starts_with_no_result_file_and_no_recorded_protocol)
     EXPECT_TRUE(port_model.proto_detect_running);
 }
 
+// holds: pass-cuts-stage
 TEST_F(cycle_start, a_pass_in_the_middle_of_a_stage_cuts_that_stage)
 {
     plug({"eth1"});
@@ -480,6 +506,7 @@ TEST_F(cycle_start, a_pass_in_the_middle_of_a_stage_cuts_that_stage)
     EXPECT_EQ(fake_probes.count("release dhcp"), 1);
 }
 
+// holds: pass-cuts-stage
 TEST_F(cycle_start, a_cut_stage_closes_the_pppoe_batch_too)
 {
     load("pppoe");
@@ -492,6 +519,7 @@ TEST_F(cycle_start, a_cut_stage_closes_the_pppoe_batch_too)
     EXPECT_EQ(fake_probes.count("release dhcp"), 0);
 }
 
+// holds: timers-bound
 TEST_F(cycle_start, trying_each_port_is_not_supported)
 {
     engine.try_each.cb(&engine.try_each);
@@ -499,6 +527,7 @@ TEST_F(cycle_start, trying_each_port_is_not_supported)
                          "Impossible to get here, try each port as wan is not supported!"));
 }
 
+// holds: heartbeat
 TEST_F(cycle_start, the_heartbeat_rearms_itself_every_100_ms)
 {
     uloop_timeout_set(&engine.heartbeat, 0);

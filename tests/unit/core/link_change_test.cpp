@@ -50,6 +50,7 @@ protected:
 // the race; it never fails for it.
 constexpr uint32_t REACH_LOCK_MS = 50;
 
+// holds: link-outside-router-mode
 TEST_F(link_change, outside_router_mode_not_even_the_state_is_stored)
 {
     port_model.router_mode = 0;
@@ -63,12 +64,14 @@ TEST_F(link_change, outside_router_mode_not_even_the_state_is_stored)
     EXPECT_EQ(armed(engine.start_wan_detect), NOT_ARMED);
 }
 
+// holds: link-while-off
 TEST_F(link_change, an_unchanged_state_is_ignored)
 {
     wan_detect_process_link_change(dev("eth1"), false);
     EXPECT_TRUE(log->has("Debug", "wan_detect_process_link_change", "Device eth1 status not change!"));
 }
 
+// holds: link-while-off
 TEST_F(link_change, with_detection_off_the_state_is_stored_and_nothing_more)
 {
     port_model.enable = 0;
@@ -81,6 +84,7 @@ TEST_F(link_change, with_detection_off_the_state_is_stored_and_nothing_more)
     EXPECT_EQ(armed(engine.start_wan_detect), NOT_ARMED);
 }
 
+// holds: loss-opens-cycle
 TEST_F(link_change, the_wan_port_losing_its_link_opens_a_cycle_10_s_later)
 {
     dev("eth0")->link_active = 1;
@@ -92,6 +96,7 @@ TEST_F(link_change, the_wan_port_losing_its_link_opens_a_cycle_10_s_later)
     EXPECT_EQ(engine.possible_wan_dev_list.count, 0);
 }
 
+// holds: loss-again
 TEST_F(link_change, a_second_loss_within_the_10_s_restarts_the_wait)
 {
     dev("eth0")->link_active = 1;
@@ -105,6 +110,7 @@ TEST_F(link_change, a_second_loss_within_the_10_s_restarts_the_wait)
     EXPECT_EQ(log->count("Info", "wan_detect_process_link_change", "Reset start detecting time to 10000ms"), 2);
 }
 
+// holds: loss-in-cycle
 TEST_F(link_change, a_loss_during_a_running_cycle_filters_again_after_a_second)
 {
     be_running();
@@ -115,6 +121,7 @@ TEST_F(link_change, a_loss_during_a_running_cycle_filters_again_after_a_second)
         log->has("Info", "wan_detect_process_link_change", "Wan down during detecting!! Begin detecting in 1000ms"));
 }
 
+// holds: plugged-in-at-rest
 TEST_F(link_change, the_wan_port_coming_up_while_no_cycle_is_open_is_ignored)
 {
     wan_detect_process_link_change(dev("eth0"), true);
@@ -123,6 +130,7 @@ TEST_F(link_change, the_wan_port_coming_up_while_no_cycle_is_open_is_ignored)
     EXPECT_TRUE(log->has("Debug", "wan_detect_process_link_change", "Ignore: Device eth0 link status change to up!"));
 }
 
+// holds: plugged-in-at-rest
 TEST_F(link_change, another_port_is_ignored_while_no_cycle_is_open)
 {
     wan_detect_process_link_change(dev("eth1"), true);
@@ -155,6 +163,7 @@ TEST_F(link_change, a_port_that_comes_up_before_the_cycle_runs_is_noticed)
     EXPECT_TRUE(stop_background_threads());
 }
 
+// holds: plugged-in-joins
 TEST_F(link_change, a_port_that_comes_up_during_the_cycle_is_noticed_and_so_is_the_wan_port)
 {
     be_running();
@@ -177,6 +186,7 @@ TEST_F(link_change, shutdown_ends_a_settling_delay_at_once_and_the_thread_touche
     EXPECT_EQ(engine.possible_wan_dev_list_cache.count, 0);
 }
 
+// holds: plugged-in-joins
 TEST_F(link_change, a_settled_port_is_parked_and_joins_at_the_next_pass)
 {
     be_waiting();
@@ -203,6 +213,7 @@ TEST_F(link_change, a_port_parked_already_is_told)
                          "Failed to add device eth1 to backup possible wan list! might add reapeatly"));
 }
 
+// holds: plugged-in-too-late
 TEST_F(link_change, a_port_that_went_down_again_is_not_parked)
 {
     be_waiting();
@@ -213,6 +224,7 @@ TEST_F(link_change, a_port_that_went_down_again_is_not_parked)
                  "device eth1 turned down during 9000ms delay, skipping add it to possible_wan_dev_list_cache"));
 }
 
+// holds: plugged-in-too-late
 TEST_F(link_change, a_port_that_settles_after_the_cycle_is_not_parked)
 {
     dev("eth1")->link_active = 1;
@@ -223,6 +235,7 @@ TEST_F(link_change, a_port_that_settles_after_the_cycle_is_not_parked)
 }
 
 // A background thread's wish reaches the loop, which arms the timer itself.
+// holds: loss-opens-cycle
 TEST_F(link_change, a_loss_seen_by_a_background_thread_arms_the_timer_on_the_loop)
 {
     ASSERT_TRUE(attach_background_to_loop(serve_wishes));
@@ -311,6 +324,7 @@ TEST_F(link_change, a_loss_of_the_wan_port_between_the_verdict_and_the_end_opens
     EXPECT_EQ(armed(engine.start_wan_detect), 10000);
 }
 
+// holds: change-seen-twice
 TEST_F(link_change, a_change_that_two_threads_see_is_acted_upon_once)
 {
     be_waiting();
@@ -335,6 +349,7 @@ TEST_F(link_change, a_change_that_two_threads_see_is_acted_upon_once)
     EXPECT_EQ(log->count("Debug", "wan_detect_process_link_change", "Device eth1 status not change!"), 1);
 }
 
+// holds: plugged-in-too-late
 TEST_F(link_change, a_port_that_settles_while_the_cycle_ends_is_not_left_behind)
 {
     be_waiting();
@@ -388,6 +403,7 @@ static void *sleep_until_stopped(void *)
 }
 
 // Whoever pulls and plugs cables as fast as he can must not use up the router's memory.
+// holds: link-while-off, settling-fails
 TEST_F(link_change, threads_beyond_the_limit_are_refused_until_others_have_left)
 {
     pthread_t thread;

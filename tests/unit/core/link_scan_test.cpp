@@ -23,6 +23,7 @@ protected:
     }
 };
 
+// holds: scan-order
 TEST_F(link_scan, a_change_pulls_the_trigger_and_an_unchanged_port_does_not)
 {
     fake_router.links["eth2"] = true;
@@ -36,6 +37,7 @@ TEST_F(link_scan, a_change_pulls_the_trigger_and_an_unchanged_port_does_not)
                          "result:{\"eth0\":false,\"eth1\":false,\"eth2\":true,\"eth3\":false,\"eth4\":false}"));
 }
 
+// holds: scan-order
 TEST_F(link_scan, the_wan_port_is_looked_at_first_so_that_its_loss_opens_the_cycle_for_the_others)
 {
     load("dhcp");
@@ -49,6 +51,7 @@ TEST_F(link_scan, the_wan_port_is_looked_at_first_so_that_its_loss_opens_the_cyc
                               "after 9000ms!"));
 }
 
+// holds: scan-order, ban-without-end
 TEST_F(link_scan, a_link_that_returns_lifts_any_ban_of_the_port)
 {
     add_unique_banned_device_to_list(port_model.dev_hashmap_head, &port_model.banned_list, "eth1", BAN_FOREVER);
@@ -61,6 +64,7 @@ TEST_F(link_scan, a_link_that_returns_lifts_any_ban_of_the_port)
     EXPECT_TRUE(is_banned_device(&port_model.banned_list, dev("eth3")));
 }
 
+// holds: link-lifts-ban
 TEST_F(link_scan, a_wan_port_that_comes_up_is_not_banned_any_more_either)
 {
     add_unique_banned_device_to_list(port_model.dev_hashmap_head, &port_model.banned_list, "eth0", BAN_FOREVER);
@@ -70,6 +74,7 @@ TEST_F(link_scan, a_wan_port_that_comes_up_is_not_banned_any_more_either)
     EXPECT_FALSE(is_banned_device(&port_model.banned_list, dev("eth0")));
 }
 
+// holds: scan-survives
 TEST_F(link_scan, a_port_that_the_script_forgets_is_told_and_the_others_are_looked_at)
 {
     fake_router.port_state_output = "{\"eth2\":true,\"eth1\":null}";
@@ -81,6 +86,7 @@ TEST_F(link_scan, a_port_that_the_script_forgets_is_told_and_the_others_are_look
                      std::string("Invalid device state for:") + port + "! Response:{\"eth2\":true,\"eth1\":null}"));
 }
 
+// holds: scan-survives, script-no-json
 TEST_F(link_scan, garbage_from_the_script_changes_nothing)
 {
     for (const char *garbage : {"", "garbage", "{\"eth1\":tr", "{"}) {
@@ -95,6 +101,7 @@ TEST_F(link_scan, garbage_from_the_script_changes_nothing)
     }
 }
 
+// holds: script-no-object
 TEST_F(link_scan, json_that_is_no_object_tells_of_no_port)
 {
     for (const char *text : {"[true]", "7", "true", "null"}) {
@@ -114,6 +121,7 @@ TEST_F(link_scan, json_that_is_no_object_tells_of_no_port)
     }
 }
 
+// holds: scan-survives
 TEST_F(link_scan, a_script_that_cannot_be_started_is_passed_over_silently)
 {
     fake_router.commands_start = false;
@@ -121,6 +129,7 @@ TEST_F(link_scan, a_script_that_cannot_be_started_is_passed_over_silently)
     EXPECT_EQ(log->lines().size(), 1u);
 }
 
+// holds: scan-survives
 TEST_F(link_scan, rests_while_detection_is_off_or_outside_router_mode)
 {
     fake_router.links["eth1"] = true;
@@ -143,6 +152,7 @@ TEST_F(link_scan, without_a_current_wan_port_the_others_are_looked_at)
     EXPECT_TRUE(dev("eth0")->link_active);
 }
 
+// holds: threads-rest-after-switch
 TEST_F(link_scan, sleeps_20_s_once_after_a_switch)
 {
     engine_gate->link_trigger_blocked = 1;

@@ -46,6 +46,7 @@ protected:
     static int pause_s() { return armed(engine.look_again) / 1000; }
 };
 
+// holds: look-again-list
 TEST_F(look_again, an_open_cycle_with_nobody_left_lists_all_ports_anew_after_30_s)
 {
     open_cycle();
@@ -59,6 +60,7 @@ TEST_F(look_again, an_open_cycle_with_nobody_left_lists_all_ports_anew_after_30_
     EXPECT_EQ(armed(engine.proto_detect_start), 0) << "the port is asked";
 }
 
+// holds: look-again-list
 TEST_F(look_again, a_port_that_was_silent_in_three_stages_is_asked_again_and_wins)
 {
     plug({"eth2"});
@@ -81,6 +83,7 @@ TEST_F(look_again, a_port_that_was_silent_in_three_stages_is_asked_again_and_win
     EXPECT_EQ(engine.result_dev, dev("eth2"));
 }
 
+// holds: look-again-pauses
 TEST_F(look_again, the_pauses_grow_from_30_s_to_300_s)
 {
     open_cycle();
@@ -90,6 +93,7 @@ TEST_F(look_again, the_pauses_grow_from_30_s_to_300_s)
     }
 }
 
+// holds: look-again-pauses
 TEST_F(look_again, the_polls_of_a_pause_neither_tell_of_it_again_nor_put_it_off)
 {
     open_cycle();
@@ -100,6 +104,7 @@ TEST_F(look_again, the_polls_of_a_pause_neither_tell_of_it_again_nor_put_it_off)
     EXPECT_EQ(log->count("Info", "look_again_later", "No port left to ask, looking at all ports again in 30s!"), 1);
 }
 
+// holds: retry-interval
 TEST_F(look_again, the_configured_interval_is_the_first_pause)
 {
     configure_interval("10");
@@ -110,6 +115,7 @@ TEST_F(look_again, the_configured_interval_is_the_first_pause)
     }
 }
 
+// holds: retry-interval
 TEST_F(look_again, an_interval_beyond_300_s_is_every_pause)
 {
     configure_interval("3600");
@@ -120,6 +126,7 @@ TEST_F(look_again, an_interval_beyond_300_s_is_every_pause)
     }
 }
 
+// holds: retry-interval
 TEST_F(look_again, an_interval_of_0_switches_it_off)
 {
     configure_interval("0");
@@ -128,6 +135,7 @@ TEST_F(look_again, an_interval_of_0_switches_it_off)
     EXPECT_EQ(armed(engine.start_wan_detect), 1000);
 }
 
+// holds: retry-interval
 TEST_F(look_again, a_wrong_interval_means_30_s)
 {
     for (const char *wrong : {"9", "3601", "-1", "often", "30s", ""}) {
@@ -140,6 +148,7 @@ TEST_F(look_again, a_wrong_interval_means_30_s)
     }
 }
 
+// holds: pause-begins-anew
 TEST_F(look_again, a_link_change_of_any_port_begins_with_the_first_pause_again)
 {
     load("dhcp", "0 1 2 3", "0 1 2 3"); // eth4 is not in the pool
@@ -155,6 +164,7 @@ TEST_F(look_again, a_link_change_of_any_port_begins_with_the_first_pause_again)
     EXPECT_TRUE(stop_background_threads());
 }
 
+// holds: pause-begins-anew
 TEST_F(look_again, a_link_that_changes_all_the_time_does_not_put_it_off)
 {
     open_cycle();
@@ -165,6 +175,7 @@ TEST_F(look_again, a_link_that_changes_all_the_time_does_not_put_it_off)
     EXPECT_TRUE(stop_background_threads());
 }
 
+// holds: pause-begins-anew
 TEST_F(look_again, a_change_seen_by_another_thread_counts_too)
 {
     ASSERT_TRUE(attach_background_to_loop(serve_wishes));
@@ -188,6 +199,7 @@ TEST_F(look_again, a_change_seen_by_another_thread_counts_too)
     detach_background_from_loop();
 }
 
+// holds: pause-begins-anew
 TEST_F(look_again, requests_begin_with_the_first_pause_again)
 {
     open_cycle();
@@ -202,6 +214,7 @@ TEST_F(look_again, requests_begin_with_the_first_pause_again)
     EXPECT_EQ(pause_s(), 30);
 }
 
+// holds: look-again-list
 TEST_F(look_again, a_port_whose_ban_ran_out_is_listed_again)
 {
     plug({"eth2"});
@@ -213,6 +226,7 @@ TEST_F(look_again, a_port_whose_ban_ran_out_is_listed_again)
     EXPECT_EQ(candidates(), "eth2");
 }
 
+// holds: stage-ends-pause
 TEST_F(look_again, a_stage_that_begins_ends_the_pause_which_does_not_count_then)
 {
     open_cycle();
@@ -231,6 +245,7 @@ TEST_F(look_again, a_stage_that_begins_ends_the_pause_which_does_not_count_then)
     EXPECT_EQ(pause_s(), 30);
 }
 
+// holds: look-again-cycle
 TEST_F(look_again, a_cycle_that_ended_without_a_result_looks_again_while_the_wan_port_is_down)
 {
     set_connection("ocn");
@@ -249,6 +264,7 @@ TEST_F(look_again, a_cycle_that_ended_without_a_result_looks_again_while_the_wan
     EXPECT_EQ(armed(engine.look_again), NOT_ARMED);
 }
 
+// holds: look-again-cycle
 TEST_F(look_again, the_pause_after_such_a_cycle_grows_as_well)
 {
     set_connection("ocn");
@@ -264,6 +280,7 @@ TEST_F(look_again, the_pause_after_such_a_cycle_grows_as_well)
     }
 }
 
+// holds: look-again-cycle
 TEST_F(look_again, a_wan_port_that_works_by_then_needs_no_cycle)
 {
     set_connection("ocn");
@@ -277,6 +294,7 @@ TEST_F(look_again, a_wan_port_that_works_by_then_needs_no_cycle)
     EXPECT_EQ(armed(engine.look_again), NOT_ARMED);
 }
 
+// holds: look-again-cycle
 TEST_F(look_again, with_detection_off_or_outside_router_mode_nobody_looks)
 {
     open_cycle();
@@ -291,6 +309,7 @@ TEST_F(look_again, with_detection_off_or_outside_router_mode_nobody_looks)
     EXPECT_EQ(candidates(), "");
 }
 
+// holds: look-again-cycle
 TEST_F(look_again, a_cycle_that_another_one_follows_plans_no_look)
 {
     set_connection("ocn");
@@ -303,6 +322,7 @@ TEST_F(look_again, a_cycle_that_another_one_follows_plans_no_look)
     EXPECT_EQ(armed(engine.init_wan_detect_all), 500);
 }
 
+// holds: every-second-look-arp
 TEST_F(look_again, every_second_look_asks_in_the_connections_own_name)
 {
     open_cycle();
@@ -320,6 +340,7 @@ TEST_F(look_again, every_second_look_asks_in_the_connections_own_name)
     EXPECT_FALSE(asks_in_own_name());
 }
 
+// holds: every-second-look-arp
 TEST_F(look_again, a_gateway_is_searched_for_in_the_bridges_name_first_and_in_the_connections_own_every_second_time)
 {
     set_connection("static", "config static 'static'\n\toption ipaddr '10.0.0.2'\n\toption gateway '10.0.0.1'\n");
@@ -335,6 +356,7 @@ TEST_F(look_again, a_gateway_is_searched_for_in_the_bridges_name_first_and_in_th
                                                            "arp 10.0.0.1 as 10.0.0.2"}));
 }
 
+// holds: every-second-look-arp
 TEST_F(look_again, a_connection_without_an_address_of_its_own_asks_in_the_bridges_name)
 {
     set_connection("static", "config static 'static'\n\toption gateway '10.0.0.1'\n");
@@ -347,6 +369,7 @@ TEST_F(look_again, a_connection_without_an_address_of_its_own_asks_in_the_bridge
     EXPECT_EQ(fake_probes.count("arp 10.0.0.1"), 2);
 }
 
+// holds: own-address-unusable
 TEST_F(look_again, an_own_address_that_is_none_is_not_asked_in)
 {
     set_connection("static", "config static 'static'\n\toption ipaddr 'nonsense'\n\toption gateway '10.0.0.1'\n");
@@ -359,6 +382,7 @@ TEST_F(look_again, an_own_address_that_is_none_is_not_asked_in)
     EXPECT_EQ(fake_probes.count("arp 10.0.0.1"), 2);
 }
 
+// holds: winner-lost
 TEST_F(look_again, a_winner_that_could_not_get_the_role_is_looked_for_again)
 {
     plug({"eth2"});

@@ -30,6 +30,7 @@ constexpr const char *TRY = "echo 'Try: /usr/sbin/wan_detect --help for more inf
 constexpr const char *USAGE =
     "echo 'Usage: /usr/sbin/wan_detect -d/--debug [0(emergy)~7(debug)] to specify the debug level!' > /dev/console";
 
+// holds: no-options, options-result
 TEST_F(options, without_options_the_level_is_critical_and_start_up_goes_on)
 {
     EXPECT_EQ(parse({}), 999);
@@ -38,6 +39,7 @@ TEST_F(options, without_options_the_level_is_critical_and_start_up_goes_on)
     EXPECT_TRUE(fake_router.commands.empty());
 }
 
+// holds: level-1-to-7, options-result
 TEST_F(options, each_level_from_1_to_7_is_taken)
 {
     for (int level = 1; level <= 7; level++) {
@@ -54,6 +56,7 @@ TEST_F(options, each_level_from_1_to_7_is_taken)
     EXPECT_EQ(found.log_level, 6);
 }
 
+// holds: level-out-of-range
 TEST_F(options, a_level_of_0_or_8_is_refused_and_start_up_goes_on)
 {
     for (const char *level : {"0", "8", "-1", "x", "99999999999"}) {
@@ -67,6 +70,7 @@ TEST_F(options, a_level_of_0_or_8_is_refused_and_start_up_goes_on)
     }
 }
 
+// holds: help, options-result
 TEST_F(options, help_prints_the_usage_and_stops)
 {
     EXPECT_EQ(parse({"-h"}), 0);
@@ -74,6 +78,7 @@ TEST_F(options, help_prints_the_usage_and_stops)
     EXPECT_EQ(parse({"--help"}), 0);
 }
 
+// holds: wrong-options
 TEST_F(options, an_unknown_option_or_a_missing_level_points_to_help_and_stops)
 {
     for (const char *word : {"-x", "--nonsense", "-d"}) {
@@ -83,6 +88,7 @@ TEST_F(options, an_unknown_option_or_a_missing_level_points_to_help_and_stops)
     }
 }
 
+// holds: wrong-options
 TEST_F(options, a_later_option_overrides_an_earlier_result)
 {
     EXPECT_EQ(parse({"-d", "5", "-h"}), 0);

@@ -31,6 +31,7 @@ protected:
     }
 };
 
+// holds: one-shot-dhcp, collection-lines
 TEST_F(one_shot, a_port_whose_dhcp_server_answers_gives_dhcp_without_a_newline)
 {
     plug({"eth1"});
@@ -43,6 +44,7 @@ TEST_F(one_shot, a_port_whose_dhcp_server_answers_gives_dhcp_without_a_newline)
     EXPECT_EQ(engine.proto_detect_elapsed_ms, 0u);
 }
 
+// holds: request-while-stage-runs
 TEST_F(one_shot, a_request_while_a_stage_runs_is_refused_and_changes_nothing)
 {
     plug({"eth1", "eth2"});
@@ -66,6 +68,7 @@ TEST_F(one_shot, a_request_while_a_stage_runs_is_refused_and_changes_nothing)
     EXPECT_EQ(armed(engine.proto_detect_start), 700);
 }
 
+// holds: probe-stage-times, one-shot-timeout
 TEST_F(one_shot, without_answers_the_default_time_is_over_at_the_fifth_look_and_the_file_says_static)
 {
     plug({"eth1"});
@@ -74,6 +77,7 @@ TEST_F(one_shot, without_answers_the_default_time_is_over_at_the_fifth_look_and_
     EXPECT_EQ(log->count("Debug", "uloop_proto_detect_end", "dhcp/pppoe discovery packet not fully received"), 4);
 }
 
+// holds: collecting-interval
 TEST_F(one_shot, answers_are_collected_every_500_ms)
 {
     plug({"eth1"});
@@ -125,6 +129,7 @@ TEST_F(one_shot, without_a_target_both_protocols_are_asked)
     EXPECT_EQ(fake_probes.count("pppoe all"), 1);
 }
 
+// holds: collection-lines
 TEST_F(one_shot, a_dhcp_target_asks_dhcp_only)
 {
     plug({"eth1"});
@@ -134,6 +139,7 @@ TEST_F(one_shot, a_dhcp_target_asks_dhcp_only)
     EXPECT_TRUE(log->has("Debug", "uloop_proto_detect_end", "dhcp discovery packet timeout!"));
 }
 
+// holds: collection-lines
 TEST_F(one_shot, any_other_target_asks_pppoe_only)
 {
     plug({"eth1"});
@@ -143,6 +149,7 @@ TEST_F(one_shot, any_other_target_asks_pppoe_only)
     EXPECT_TRUE(log->has("Debug", "uloop_proto_detect_end", "pppoe discovery packet timeout!"));
 }
 
+// holds: collection-lines
 TEST_F(one_shot, pppoe_answers_of_every_port_are_told_as_a_timeout)
 {
     plug({"eth1"});
@@ -153,6 +160,7 @@ TEST_F(one_shot, pppoe_answers_of_every_port_are_told_as_a_timeout)
     EXPECT_EQ(read_file(PROTO_RESULT_FILE), "pppoe");
 }
 
+// holds: collection-lines
 TEST_F(one_shot, the_line_for_all_pados_needs_a_result_of_1)
 {
     plug({"eth1"});
@@ -161,6 +169,7 @@ TEST_F(one_shot, the_line_for_all_pados_needs_a_result_of_1)
     EXPECT_TRUE(log->has("Info", "uloop_proto_detect_end", "pppoe discovery packet all received PADO"));
 }
 
+// holds: collection-lines
 TEST_F(one_shot, a_failed_collection_ends_the_stage)
 {
     plug({"eth1"});
@@ -172,6 +181,7 @@ TEST_F(one_shot, a_failed_collection_ends_the_stage)
     EXPECT_TRUE(log->has("Error", "uloop_proto_detect_end", "Error receiving pppoe discovery packet"));
 }
 
+// holds: collection-lines
 TEST_F(one_shot, a_batch_that_is_gone_counts_as_a_timeout)
 {
     plug({"eth1"});
@@ -183,6 +193,7 @@ TEST_F(one_shot, a_batch_that_is_gone_counts_as_a_timeout)
     EXPECT_EQ(run_request(), 1);
 }
 
+// holds: request-without-link
 TEST_F(one_shot, a_port_without_link_ends_the_stage_at_once_and_the_file_is_written)
 {
     struct {
@@ -205,6 +216,7 @@ TEST_F(one_shot, a_port_without_link_ends_the_stage_at_once_and_the_file_is_writ
     }
 }
 
+// holds: collecting-interval
 TEST_F(one_shot, a_sending_that_failed_on_every_port_is_told_and_the_answers_are_awaited_all_the_same)
 {
     fake_probes.send_result = -98;
@@ -216,6 +228,7 @@ TEST_F(one_shot, a_sending_that_failed_on_every_port_is_told_and_the_answers_are
     EXPECT_EQ(armed(engine.proto_detect_end), 500);
 }
 
+// holds: no-dhcp-record
 TEST_F(one_shot, without_a_dhcp_record_the_stage_never_starts_and_stays_taken)
 {
     release_port_model(&port_model);
@@ -227,6 +240,7 @@ TEST_F(one_shot, without_a_dhcp_record_the_stage_never_starts_and_stays_taken)
     EXPECT_TRUE(port_model.proto_detect_running);
 }
 
+// holds: no-dhcp-record
 TEST_F(one_shot, a_dhcp_record_lost_in_the_middle_finishes_the_stage)
 {
     plug({"eth1"});
@@ -295,6 +309,7 @@ protected:
     }
 };
 
+// holds: one-answer
 TEST_F(verdict, one_answering_dhcp_port_wins)
 {
     fake_probes.dhcp_ports = {"eth2"};
@@ -309,6 +324,7 @@ TEST_F(verdict, one_answering_dhcp_port_wins)
                          "Only one device:eth2 using protocol dhcp! treat it as wan!"));
 }
 
+// holds: two-answers
 TEST_F(verdict, two_answering_dhcp_ports_go_on_to_dns)
 {
     fake_probes.dhcp_ports = {"eth1", "eth2"};
@@ -321,6 +337,7 @@ TEST_F(verdict, two_answering_dhcp_ports_go_on_to_dns)
                          "Found 2 devices provide dhcp protocol! Next try dns detect!"));
 }
 
+// holds: two-answers
 TEST_F(verdict, of_two_answering_pppoe_ports_the_one_of_higher_priority_wins_at_once)
 {
     load("pppoe", "0 3 1 2 4");
@@ -345,6 +362,7 @@ TEST_F(verdict, a_tunnel_over_a_dynamic_address_wants_dhcp_and_priority_decides)
                          "Overall 2 device using protocol l2tp! Use first priority device:eth1 as wan!"));
 }
 
+// holds: three-stages
 TEST_F(verdict, a_silent_port_is_dropped_after_three_stages)
 {
     open_cycle({"eth1"});
@@ -395,6 +413,7 @@ TEST_F(verdict, a_dropped_fake_wan_port_is_forgotten_without_a_lock_held)
     EXPECT_EQ(port_model.fake_wan, nullptr);
 }
 
+// holds: probe-stage-times, verdict-waits
 TEST_F(verdict, waits_100_ms_at_a_time_while_the_stage_runs)
 {
     open_cycle({"eth1"});
@@ -404,6 +423,7 @@ TEST_F(verdict, waits_100_ms_at_a_time_while_the_stage_runs)
                          "Protocol dhcp detect is still in progress, Waiting..."));
 }
 
+// holds: verdict-waits
 TEST_F(verdict, tells_of_pppoe_without_a_blank)
 {
     load("pppoe");
@@ -438,6 +458,7 @@ TEST_F(verdict, a_first_candidate_without_a_device_means_no_result)
                          "That's impossible! device is lost? treat it as null!"));
 }
 
+// holds: request-while-stage-runs
 TEST_F(verdict, a_request_cannot_wipe_answers_that_are_not_judged_yet)
 {
     fake_probes.dhcp_ports = {"eth1"};

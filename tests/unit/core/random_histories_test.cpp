@@ -214,6 +214,7 @@ protected:
 
 unsigned random_histories::number;
 
+// holds: never-stuck
 TEST_F(random_histories, leave_the_engine_neither_stuck_nor_against_anybody)
 {
     int all_swaps = 0;

@@ -178,6 +178,7 @@ protected:
     int heartbeat = NEVER_IN_THE_LOOP;
 };
 
+// holds: help
 TEST_F(start_up, a_wrong_command_line_gives_status_1_before_any_fork)
 {
     EXPECT_EQ(start({"-h"}), 1);
@@ -186,6 +187,7 @@ TEST_F(start_up, a_wrong_command_line_gives_status_1_before_any_fork)
     EXPECT_EQ(bus_inits, 0);
 }
 
+// holds: failed-fork
 TEST_F(start_up, a_failed_fork_is_told_on_the_console_and_gives_status_1)
 {
     EXPECT_EQ(start({}, -1), 1);
@@ -215,6 +217,7 @@ int status_of(pid_t process)
     return status;
 }
 
+// holds: signal-around-fork
 TEST_F(start_up, a_wish_to_end_that_comes_just_before_the_fork_reaches_the_daemon)
 {
     for (int wish : {SIGTERM, SIGINT}) {
@@ -226,6 +229,7 @@ TEST_F(start_up, a_wish_to_end_that_comes_just_before_the_fork_reaches_the_daemo
     }
 }
 
+// holds: signal-around-fork
 TEST_F(start_up, a_wish_to_end_in_the_last_moment_of_the_first_process_reaches_the_daemon)
 {
     for (int wish : {SIGTERM, SIGINT}) {
@@ -237,6 +241,7 @@ TEST_F(start_up, a_wish_to_end_in_the_last_moment_of_the_first_process_reaches_t
     }
 }
 
+// holds: first-process-ends
 TEST_F(start_up, the_first_process_ends_with_status_0_and_does_nothing_more)
 {
     EXPECT_EQ(start({}, 4711), 0);
@@ -245,6 +250,7 @@ TEST_F(start_up, the_first_process_ends_with_status_0_and_does_nothing_more)
     EXPECT_EQ(heartbeat, NEVER_IN_THE_LOOP);
 }
 
+// holds: loop-returns
 TEST_F(start_up, the_second_process_reaches_the_loop_and_ends_with_status_0_when_that_returns)
 {
     EXPECT_EQ(start(), 0);
@@ -255,6 +261,7 @@ TEST_F(start_up, the_second_process_reaches_the_loop_and_ends_with_status_0_when
     EXPECT_TRUE(link_worker.started);
 }
 
+// holds: heartbeat
 TEST_F(start_up, the_loop_runs_without_end_and_begins_with_a_heartbeat)
 {
     int loop_timeout = 0;
@@ -268,6 +275,7 @@ TEST_F(start_up, the_loop_runs_without_end_and_begins_with_a_heartbeat)
     EXPECT_EQ(heartbeat, 0);
 }
 
+// holds: own-habits
 TEST_F(start_up, only_the_second_process_gives_up_what_it_was_started_with)
 {
     const t_starter starter(0, nullptr);
@@ -280,6 +288,7 @@ TEST_F(start_up, only_the_second_process_gives_up_what_it_was_started_with)
     EXPECT_EQ(prctl(PR_GET_NO_NEW_PRIVS, 0, 0, 0, 0), 1);
 }
 
+// holds: path-that-was-given
 TEST_F(start_up, a_path_that_was_given_stays_and_an_empty_one_is_none)
 {
     const t_starter starter(077, "/opt/bin:/bin");
@@ -291,6 +300,7 @@ TEST_F(start_up, a_path_that_was_given_stays_and_an_empty_one_is_none)
     EXPECT_STREQ(getenv("PATH"), "/usr/sbin:/usr/bin:/sbin:/bin");
 }
 
+// holds: no-options, level-out-of-range
 TEST_F(start_up, without_options_or_with_a_wrong_level_the_loop_runs_at_level_critical_and_no_log_is_opened)
 {
     for (const auto &words : {std::vector<std::string>{}, {"-d", "0"}, {"-d", "8"}}) {
@@ -303,6 +313,7 @@ TEST_F(start_up, without_options_or_with_a_wrong_level_the_loop_runs_at_level_cr
     }
 }
 
+// holds: timers-bound
 TEST_F(start_up, every_timer_has_its_callback_before_the_loop)
 {
     int bound = 0;
@@ -317,6 +328,7 @@ TEST_F(start_up, every_timer_has_its_callback_before_the_loop)
     EXPECT_EQ(bound, 10);
 }
 
+// holds: wait-for-link
 TEST_F(start_up, without_a_link_it_waits_30_times_2_s_and_then_15_s)
 {
     start();
@@ -327,6 +339,7 @@ TEST_F(start_up, without_a_link_it_waits_30_times_2_s_and_then_15_s)
     EXPECT_EQ(said("Info", "No device plugged in in 60s, Waiting for another 15s before starting main!"), 1);
 }
 
+// holds: wait-for-link
 TEST_F(start_up, with_a_link_at_the_first_look_it_waits_15_s)
 {
     fake_router.links["eth0"] = true;
@@ -336,6 +349,7 @@ TEST_F(start_up, with_a_link_at_the_first_look_it_waits_15_s)
     EXPECT_EQ(said("Info", "No device plugged in in 60s, Waiting for another 15s before starting main!"), 0);
 }
 
+// holds: wait-for-link
 TEST_F(start_up, a_link_that_comes_meanwhile_ends_the_wait_but_not_the_15_s)
 {
     recorded_pauses.on_main_thread = [](uint32_t) {
@@ -347,6 +361,7 @@ TEST_F(start_up, a_link_that_comes_meanwhile_ends_the_wait_but_not_the_15_s)
     EXPECT_EQ(said("Info", "No device plugged in in 60s, Waiting for another 15s before starting main!"), 0);
 }
 
+// holds: wait-for-link
 TEST_F(start_up, the_link_of_another_port_is_not_waited_for)
 {
     fake_router.links["eth1"] = true;
@@ -354,6 +369,7 @@ TEST_F(start_up, the_link_of_another_port_is_not_waited_for)
     EXPECT_EQ(recorded_pauses.of_main_thread().size(), 31u);
 }
 
+// holds: first-cycle
 TEST_F(start_up, opens_a_cycle_at_once_when_the_upstream_does_not_work)
 {
     for (int state : {-1, 1}) {
@@ -364,6 +380,7 @@ TEST_F(start_up, opens_a_cycle_at_once_when_the_upstream_does_not_work)
     EXPECT_EQ(fake_router.count("online-test"), 0);
 }
 
+// holds: first-cycle
 TEST_F(start_up, a_working_upstream_needs_no_cycle_and_no_fake_wan_port)
 {
     change("network", "fake_wan_port '-1'", "fake_wan_port '2'");
@@ -374,6 +391,7 @@ TEST_F(start_up, a_working_upstream_needs_no_cycle_and_no_fake_wan_port)
     EXPECT_NE(read_file("/etc/config/network").find("fake_wan_port '-1'"), std::string::npos);
 }
 
+// holds: first-cycle
 TEST_F(start_up, a_static_upstream_works_only_when_the_online_test_says_so)
 {
     write_router_config("static");
@@ -387,6 +405,7 @@ TEST_F(start_up, a_static_upstream_works_only_when_the_online_test_says_so)
     EXPECT_EQ(fake_router.count("online-test"), 2);
 }
 
+// holds: off-at-start
 TEST_F(start_up, with_detection_off_no_cycle_opens_the_network_is_not_asked_and_the_fake_wan_port_goes)
 {
     change("network", "fake_wan_port '-1'", "fake_wan_port '2'");
@@ -399,6 +418,7 @@ TEST_F(start_up, with_detection_off_no_cycle_opens_the_network_is_not_asked_and_
     EXPECT_NE(read_file("/etc/config/network").find("fake_wan_port '-1'"), std::string::npos);
 }
 
+// holds: no-router-at-start
 TEST_F(start_up, outside_router_mode_no_cycle_opens_and_the_fake_wan_port_stays)
 {
     change("network", "fake_wan_port '-1'", "fake_wan_port '2'");
@@ -411,6 +431,7 @@ TEST_F(start_up, outside_router_mode_no_cycle_opens_and_the_fake_wan_port_stays)
     EXPECT_NE(read_file("/etc/config/network").find("fake_wan_port '2'"), std::string::npos);
 }
 
+// holds: fake-wan-set-up-fails
 TEST_F(start_up, a_fake_wan_port_that_cannot_be_set_up_is_told_and_start_up_goes_on)
 {
     change("network", "fake_wan_port '-1'", "fake_wan_port '77'");
@@ -419,6 +440,7 @@ TEST_F(start_up, a_fake_wan_port_that_cannot_be_set_up_is_told_and_start_up_goes
     EXPECT_EQ(heartbeat, 0);
 }
 
+// holds: locked-read
 TEST_F(start_up, a_file_that_is_locked_for_longer_than_a_second_is_waited_for)
 {
     const int fd = open("/etc/config/sysmode", O_RDONLY | O_CLOEXEC);
@@ -436,6 +458,7 @@ TEST_F(start_up, a_file_that_is_locked_for_longer_than_a_second_is_waited_for)
 // What cannot be done without ends the process by a signal that it sends to itself: a copy of it, for these tests.
 using start_up_death = start_up;
 
+// holds: start-up-fails
 TEST_F(start_up_death, without_a_bus_the_process_ends_with_status_0)
 {
     bus_result = -1;
@@ -444,6 +467,7 @@ TEST_F(start_up_death, without_a_bus_the_process_ends_with_status_0)
     EXPECT_EQ(said("Debug", "init over"), 0);
 }
 
+// holds: signal-cannot-be-raised
 TEST_F(start_up_death, a_signal_that_cannot_be_sent_gives_status_1)
 {
     bus_result = -1;
@@ -452,6 +476,7 @@ TEST_F(start_up_death, a_signal_that_cannot_be_sent_gives_status_1)
     EXPECT_EQ(said("Critical", "ubus"), 1);
 }
 
+// holds: start-up-fails
 TEST_F(start_up_death, without_the_protocols_the_process_ends_with_status_0)
 {
     remove_config("protocol");
@@ -459,6 +484,7 @@ TEST_F(start_up_death, without_the_protocols_the_process_ends_with_status_0)
     EXPECT_EQ(said("Critical", "init_all_protocols failed!"), 1);
 }
 
+// holds: start-up-fails
 TEST_F(start_up_death, without_any_port_the_process_ends_with_status_0)
 {
     write_config("switch", "");
@@ -466,6 +492,7 @@ TEST_F(start_up_death, without_any_port_the_process_ends_with_status_0)
     EXPECT_EQ(said("Critical", "init_all_eth_device failed!"), 1);
 }
 
+// holds: shutdown-releases
 TEST_F(start_up, shutdown_releases_what_a_cycle_left_open)
 {
     static t_dhcp_detect_ctx dhcp_batch;

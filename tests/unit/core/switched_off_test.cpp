@@ -28,6 +28,7 @@ protected:
     }
 };
 
+// holds: off-in-cycle
 TEST_F(switched_off, before_the_pass_nobody_is_asked)
 {
     plug({"eth1"});
@@ -39,6 +40,7 @@ TEST_F(switched_off, before_the_pass_nobody_is_asked)
     expect_an_end_without_a_result();
 }
 
+// holds: off-in-cycle
 TEST_F(switched_off, before_the_probes_go_out_none_does)
 {
     plug({"eth1"});
@@ -50,6 +52,7 @@ TEST_F(switched_off, before_the_probes_go_out_none_does)
     expect_an_end_without_a_result();
 }
 
+// holds: off-in-cycle
 TEST_F(switched_off, while_answers_are_collected_the_cycle_ends_at_its_next_look)
 {
     plug({"eth1"});
@@ -63,6 +66,7 @@ TEST_F(switched_off, while_answers_are_collected_the_cycle_ends_at_its_next_look
     EXPECT_FALSE(port_model.proto_detect_running);
 }
 
+// holds: off-in-cycle
 TEST_F(switched_off, before_the_search_by_arp_nobody_is_asked)
 {
     set_connection("static", "config static 'static'\n\toption gateway '10.0.0.1'\n");
@@ -75,6 +79,7 @@ TEST_F(switched_off, before_the_search_by_arp_nobody_is_asked)
     expect_an_end_without_a_result();
 }
 
+// holds: off-in-cycle
 TEST_F(switched_off, before_the_names_are_asked_for_nobody_is_asked)
 {
     plug({"eth1", "eth2"});
@@ -91,6 +96,7 @@ TEST_F(switched_off, before_the_names_are_asked_for_nobody_is_asked)
     expect_an_end_without_a_result();
 }
 
+// holds: off-in-cycle
 TEST_F(switched_off, behind_the_verdict_the_role_stays_where_it_is)
 {
     plug({"eth1"});
@@ -105,6 +111,7 @@ TEST_F(switched_off, behind_the_verdict_the_role_stays_where_it_is)
     EXPECT_TRUE(log->has("Warning", "uloop_wan_detect_end", "Detect wan result is null! just keep the original wan"));
 }
 
+// holds: off-behind-verdict
 TEST_F(switched_off, a_loss_behind_the_verdict_opens_no_other_cycle)
 {
     plug({"eth1"});
@@ -118,6 +125,7 @@ TEST_F(switched_off, a_loss_behind_the_verdict_opens_no_other_cycle)
     EXPECT_EQ(armed(engine.start_wan_detect), NOT_ARMED);
 }
 
+// holds: off-in-cycle
 TEST_F(switched_off, a_request_for_one_port_goes_on)
 {
     const t_proto_detect_request request = {.timeout_ms = 2000, .dev = dev("eth1"), .protocol = nullptr};

@@ -76,28 +76,33 @@ protected:
     }
 };
 
+// holds: threads-rest
 TEST_F(thread_pauses, the_link_scan_rests_1_s_between_its_passes)
 {
     EXPECT_EQ(first_pauses(link_scan_thread, 3), (t_pauses{1000, 1000, 1000}));
 }
 
+// holds: threads-rest-after-switch
 TEST_F(thread_pauses, the_link_scan_rests_20_s_once_after_a_switch)
 {
     engine_gate->link_trigger_blocked = 1;
     EXPECT_EQ(first_pauses(link_scan_thread, 3), (t_pauses{20000, 1000, 1000}));
 }
 
+// holds: threads-rest
 TEST_F(thread_pauses, the_combo_switch_rests_1_s_between_its_passes)
 {
     EXPECT_EQ(first_pauses(wan_combo_switch_thread, 3), (t_pauses{1000, 1000, 1000}));
 }
 
+// holds: threads-rest-after-switch
 TEST_F(thread_pauses, the_combo_switch_rests_20_s_once_after_a_switch)
 {
     engine_gate->combo_switch_blocked = 1;
     EXPECT_EQ(first_pauses(wan_combo_switch_thread, 3), (t_pauses{20000, 1000, 1000}));
 }
 
+// holds: plugged-in-joins
 TEST_F(thread_pauses, a_port_that_came_up_is_parked_after_9_s)
 {
     recorded_pauses.reset(1);
@@ -109,6 +114,7 @@ TEST_F(thread_pauses, a_port_that_came_up_is_parked_after_9_s)
     EXPECT_EQ(engine.possible_wan_dev_list_cache.count, 1);
 }
 
+// holds: settling-fails
 TEST_F(thread_pauses, whoever_started_a_settling_delay_sleeps_5_ms)
 {
     recorded_pauses.reset(1);
@@ -117,6 +123,7 @@ TEST_F(thread_pauses, whoever_started_a_settling_delay_sleeps_5_ms)
     EXPECT_EQ(recorded_pauses.short_ones(), t_pauses{5});
 }
 
+// holds: settling-fails
 TEST_F(thread_pauses, a_settling_delay_that_cannot_be_detached_is_told_and_works_all_the_same)
 {
     recorded_pauses.reset(1);
@@ -131,6 +138,7 @@ TEST_F(thread_pauses, a_settling_delay_that_cannot_be_detached_is_told_and_works
 }
 
 // A thread that sits in a command is left behind: the process ends without it.
+// holds: hanging-at-shutdown
 TEST_F(thread_pauses, shutdown_waits_3_s_for_a_thread_and_no_longer)
 {
     static std::atomic<bool> may_leave;
@@ -155,6 +163,7 @@ TEST_F(thread_pauses, shutdown_waits_3_s_for_a_thread_and_no_longer)
     pthread_join(thread, nullptr);
 }
 
+// holds: switch-locks
 TEST_F(thread_pauses, a_switch_sleeps_1_ms_before_it_lets_the_threads_go_on)
 {
     expect_short_pauses_under_both_locks();
@@ -163,6 +172,7 @@ TEST_F(thread_pauses, a_switch_sleeps_1_ms_before_it_lets_the_threads_go_on)
     EXPECT_EQ(fake_router.count("network_lanwan_swap set port2"), 1);
 }
 
+// holds: switch-locks
 TEST_F(thread_pauses, a_toggle_sleeps_1_ms_before_it_lets_the_threads_go_on)
 {
     expect_short_pauses_under_both_locks();

@@ -47,6 +47,7 @@ protected:
     }
 };
 
+// holds: role-moves-in-cycle
 TEST_F(wan_role, moved_during_a_cycle_goes_to_the_new_port_and_not_back)
 {
     plug({"eth0"}); // linked, without service: the cycle polls
@@ -64,6 +65,7 @@ TEST_F(wan_role, moved_during_a_cycle_goes_to_the_new_port_and_not_back)
     EXPECT_EQ(read_file("/tmp/wan_detect_result"), "eth3");
 }
 
+// holds: role-moves-in-cycle
 TEST_F(wan_role, moved_after_the_pass_judged_the_old_port_good_is_not_taken_back)
 {
     plug({"eth0", "eth3"});
@@ -81,6 +83,7 @@ TEST_F(wan_role, moved_after_the_pass_judged_the_old_port_good_is_not_taken_back
     EXPECT_EQ(port_model.wan_dev, dev("eth3"));
 }
 
+// holds: role-moves-in-cycle
 TEST_F(wan_role, moved_between_the_verdict_and_the_end_sends_the_cycle_back_to_look_at_the_new_port)
 {
     plug({"eth2"});
@@ -97,6 +100,7 @@ TEST_F(wan_role, moved_between_the_verdict_and_the_end_sends_the_cycle_back_to_l
     EXPECT_EQ(engine.result_dev, dev("eth3"));
 }
 
+// holds: role-moves-in-cycle
 TEST_F(wan_role, moved_to_a_port_that_does_not_work_yields_to_the_port_that_answers)
 {
     plug({"eth2"});
@@ -111,6 +115,7 @@ TEST_F(wan_role, moved_to_a_port_that_does_not_work_yields_to_the_port_that_answ
     EXPECT_EQ(fake_router.count(TO_ETH0) + fake_router.count(TO_ETH3), 0);
 }
 
+// holds: role-moves-in-cycle
 TEST_F(wan_role, moved_to_the_winner_itself_ends_the_cycle_without_a_switch)
 {
     plug({"eth2"});
@@ -124,6 +129,7 @@ TEST_F(wan_role, moved_to_the_winner_itself_ends_the_cycle_without_a_switch)
     EXPECT_EQ(read_file("/tmp/wan_detect_result"), "eth2");
 }
 
+// holds: role-at-foreign-port
 TEST_F(wan_role, moved_during_a_cycle_to_a_port_that_is_none_of_ours_stays_there)
 {
     plug({"eth2"});
@@ -137,6 +143,7 @@ TEST_F(wan_role, moved_during_a_cycle_to_a_port_that_is_none_of_ours_stays_there
     EXPECT_FALSE(file_exists("/tmp/wan_detect_result"));
 }
 
+// holds: role-at-foreign-port
 TEST_F(wan_role, that_was_at_a_foreign_port_all_the_time_may_be_taken)
 {
     port_model.wan_dev = nullptr;
@@ -149,6 +156,7 @@ TEST_F(wan_role, that_was_at_a_foreign_port_all_the_time_may_be_taken)
     EXPECT_EQ(fake_router.count(TO_ETH2), 1);
 }
 
+// holds: live-role-at-foreign-port
 TEST_F(wan_role, that_went_to_a_foreign_port_during_a_cycle_is_not_taken_by_a_later_one)
 {
     plug({"eth2"});
@@ -167,6 +175,7 @@ TEST_F(wan_role, that_went_to_a_foreign_port_during_a_cycle_is_not_taken_by_a_la
     EXPECT_EQ(armed(engine.look_again), NOT_ARMED);
 }
 
+// holds: live-role-at-foreign-port
 TEST_F(wan_role, that_went_to_a_foreign_port_between_cycles_is_not_given_to_the_former_one_that_seems_to_work)
 {
     plug({"eth0"});
@@ -177,6 +186,7 @@ TEST_F(wan_role, that_went_to_a_foreign_port_between_cycles_is_not_given_to_the_
     EXPECT_EQ(swaps(), 0);
 }
 
+// holds: live-role-at-foreign-port
 TEST_F(wan_role, that_goes_to_a_foreign_port_in_the_middle_of_a_cycle_ends_it)
 {
     open_cycle();
@@ -186,6 +196,7 @@ TEST_F(wan_role, that_goes_to_a_foreign_port_in_the_middle_of_a_cycle_ends_it)
     EXPECT_EQ(engine.result_dev, nullptr);
 }
 
+// holds: live-role-at-foreign-port
 TEST_F(wan_role, that_comes_back_from_a_foreign_port_is_adopted)
 {
     plug({"eth3"});
@@ -240,6 +251,7 @@ TEST_F(wan_role, given_to_a_foreign_port_while_the_fake_wan_port_was_given_up_le
     EXPECT_FALSE(std::filesystem::exists(WAN_RESULT_FILE));
 }
 
+// holds: role-moves-at-end
 TEST_F(wan_role, moved_while_a_cycle_without_a_result_ended_counts_as_a_loss_when_its_port_has_no_link)
 {
     plug({"eth0"});
@@ -253,6 +265,7 @@ TEST_F(wan_role, moved_while_a_cycle_without_a_result_ended_counts_as_a_loss_whe
     EXPECT_TRUE(log->has("Info", "look_at_role", "The wan role was moved from eth0 to eth3!"));
 }
 
+// holds: winner-lost
 TEST_F(wan_role, moved_to_a_winner_that_lost_its_link_meanwhile_is_no_success)
 {
     plug({"eth2"});
@@ -266,6 +279,7 @@ TEST_F(wan_role, moved_to_a_winner_that_lost_its_link_meanwhile_is_no_success)
     EXPECT_EQ(armed(engine.start_wan_detect), 10000);
 }
 
+// holds: role-moves-in-fake-wan-removal
 TEST_F(wan_role, moved_while_the_fake_wan_port_was_given_up_is_not_taken)
 {
     plug({"eth2"});
@@ -282,6 +296,7 @@ TEST_F(wan_role, moved_while_the_fake_wan_port_was_given_up_is_not_taken)
     EXPECT_EQ(port_model.wan_dev, dev("eth3"));
 }
 
+// holds: role-unreadable
 TEST_F(wan_role, that_cannot_be_read_is_not_given_back_by_an_end_without_a_result)
 {
     plug({"eth0"});
@@ -293,6 +308,7 @@ TEST_F(wan_role, that_cannot_be_read_is_not_given_back_by_an_end_without_a_resul
     EXPECT_FALSE(port_model.wan_detect_running);
 }
 
+// holds: role-read-silently
 TEST_F(wan_role, a_pass_says_nothing_new_while_nothing_moved)
 {
     open_cycle();
@@ -303,6 +319,7 @@ TEST_F(wan_role, a_pass_says_nothing_new_while_nothing_moved)
     EXPECT_FALSE(log->has("Debug", "update_wan_device", "Entering function: update_wan_device!"));
 }
 
+// holds: role-moves-in-cycle
 TEST_F(wan_role, the_old_port_leaves_the_candidates_with_the_role_unless_it_was_one_itself)
 {
     open_cycle();
@@ -311,6 +328,7 @@ TEST_F(wan_role, the_old_port_leaves_the_candidates_with_the_role_unless_it_was_
     EXPECT_EQ(candidates(), "");
 }
 
+// holds: role-moves-at-rest
 TEST_F(wan_role, moved_while_no_cycle_is_open_is_adopted_when_the_combo_thread_sees_it)
 {
     plug({"eth3"});
@@ -322,6 +340,7 @@ TEST_F(wan_role, moved_while_no_cycle_is_open_is_adopted_when_the_combo_thread_s
     EXPECT_EQ(armed(engine.start_wan_detect), NOT_ARMED);
 }
 
+// holds: role-moves-at-rest
 TEST_F(wan_role, adopted_by_a_port_without_a_link_counts_as_a_wan_loss)
 {
     plug({"eth0"});
@@ -333,6 +352,7 @@ TEST_F(wan_role, adopted_by_a_port_without_a_link_counts_as_a_wan_loss)
     EXPECT_TRUE(log->has("Info", "wan_detect_process_link_change", "Wan down!! Begin detecting in 10000ms"));
 }
 
+// holds: role-moves-at-rest
 TEST_F(wan_role, unknown_at_start_up_is_adopted_once_it_can_be_read)
 {
     port_model.wan_dev = nullptr;
@@ -344,6 +364,7 @@ TEST_F(wan_role, unknown_at_start_up_is_adopted_once_it_can_be_read)
     EXPECT_TRUE(log->has("Info", "look_at_role", "The wan role was moved from null to eth0!"));
 }
 
+// holds: role-at-foreign-port
 TEST_F(wan_role, at_a_foreign_port_is_left_alone_and_told_once)
 {
     write_switch_config(8, 7);
@@ -356,6 +377,7 @@ TEST_F(wan_role, at_a_foreign_port_is_left_alone_and_told_once)
     EXPECT_FALSE(engine.detecting);
 }
 
+// holds: role-moves-at-rest
 TEST_F(wan_role, seen_by_another_thread_is_adopted_on_the_loop)
 {
     ASSERT_TRUE(attach_background_to_loop(serve_wishes));
@@ -379,6 +401,7 @@ TEST_F(wan_role, seen_by_another_thread_is_adopted_on_the_loop)
     detach_background_from_loop();
 }
 
+// holds: toggle-gives-nothing-back
 TEST_F(wan_role, moved_while_the_sides_of_a_combo_port_were_read_is_not_taken_back_by_a_toggle)
 {
     write_switch_config(5, 0, "", 0);

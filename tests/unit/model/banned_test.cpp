@@ -48,6 +48,7 @@ protected:
 
 } // namespace
 
+// holds: ban-codes
 TEST_F(bans, a_ban_ends_its_seconds_from_now)
 {
     t_log_capture log;
@@ -69,6 +70,7 @@ TEST_F(bans, the_latest_ban_stands_in_front)
     EXPECT_EQ(list->count, 2);
 }
 
+// holds: ban-end-moves
 TEST_F(bans, a_shorter_ban_keeps_the_first_end_and_a_longer_one_moves_it)
 {
     ban("eth1", 30);
@@ -94,6 +96,7 @@ TEST_F(bans, a_ban_of_the_time_that_is_left_changes_nothing)
     EXPECT_TRUE(log.has_body("dev:eth1 already in list, Remain aging_time unchanged!"));
 }
 
+// holds: ban-without-end
 TEST_F(bans, an_infinite_ban_outlasts_every_update_and_ends_when_asked)
 {
     t_log_capture log;
@@ -124,6 +127,7 @@ TEST_F(bans, a_finite_ban_becomes_infinite)
     EXPECT_EQ(first().aging_time.usec, INT32_MAX);
 }
 
+// holds: ban-long
 TEST_F(bans, an_infinite_ban_yields_to_a_finite_one_once_the_clock_is_past_2147_seconds)
 {
     fake_clock.set(1000);
@@ -136,6 +140,7 @@ TEST_F(bans, an_infinite_ban_yields_to_a_finite_one_once_the_clock_is_past_2147_
     EXPECT_EQ(first().aging_time.usec, 0);
 }
 
+// holds: ban-time-0
 TEST_F(bans, a_ban_of_0_seconds_lifts_the_ban)
 {
     ban("eth1", 30);
@@ -146,6 +151,7 @@ TEST_F(bans, a_ban_of_0_seconds_lifts_the_ban)
     EXPECT_EQ(ban("eth1", 0), ERR_NOTHING_DONE);
 }
 
+// holds: ban-time-0, ban-codes
 TEST_F(bans, a_ban_of_minus_2_seconds_is_refused)
 {
     EXPECT_EQ(ban("eth1", -2), ERR_INVALID_INPUT);
@@ -153,6 +159,7 @@ TEST_F(bans, a_ban_of_minus_2_seconds_is_refused)
     EXPECT_EQ(list->count, 0);
 }
 
+// holds: ban-end-in-time
 TEST_F(bans, a_ban_of_1_second_is_gone_1_second_later_and_not_before)
 {
     ban("eth1", 1);
@@ -169,6 +176,7 @@ TEST_F(bans, a_ban_of_1_second_is_gone_1_second_later_and_not_before)
     EXPECT_TRUE(lock_is_free());
 }
 
+// holds: ban-end-in-time
 TEST_F(bans, an_update_takes_out_only_what_ran_out)
 {
     for (const char *name : {"eth3", "eth4", "eth5"})
@@ -190,6 +198,7 @@ TEST_F(bans, an_update_takes_out_only_what_ran_out)
                        "it to be wan!"}));
 }
 
+// holds: ban-long
 TEST_F(bans, long_bans_compare_by_what_is_left_of_a_32_bit_product)
 {
     ban("eth1", 10);
@@ -212,6 +221,7 @@ TEST_F(bans, the_longest_ban_ends_with_the_clock)
     EXPECT_EQ(list->count, 1);
 }
 
+// holds: ban-codes, ban-lift-codes
 TEST_F(bans, an_unknown_port_is_neither_banned_nor_freed)
 {
     t_log_capture log;
@@ -225,6 +235,7 @@ TEST_F(bans, an_unknown_port_is_neither_banned_nor_freed)
     EXPECT_EQ(ban(std::string(3000, 'x').c_str(), 30), ERR_NOTHING_DONE);
 }
 
+// holds: ban-codes, ban-lift-codes
 TEST_F(bans, null_arguments_are_reported_by_code_only)
 {
     t_device *table = port_model.dev_hashmap_head;
@@ -244,6 +255,7 @@ TEST_F(bans, null_arguments_are_reported_by_code_only)
     EXPECT_TRUE(log.lines().empty());
 }
 
+// holds: ban-lift-codes
 TEST_F(bans, a_ban_is_lifted_by_record_or_by_name)
 {
     ban("eth1", 30);
@@ -258,6 +270,7 @@ TEST_F(bans, a_ban_is_lifted_by_record_or_by_name)
     EXPECT_TRUE(lock_is_free());
 }
 
+// holds: ban-lift-codes
 TEST_F(bans, lifting_infinite_bans_leaves_finite_ones)
 {
     ban("eth1", 30);
@@ -267,6 +280,7 @@ TEST_F(bans, lifting_infinite_bans_leaves_finite_ones)
     EXPECT_TRUE(lock_is_free());
 }
 
+// holds: ban-codes
 TEST_F(bans, a_ban_without_memory_changes_nothing)
 {
     t_log_capture log;

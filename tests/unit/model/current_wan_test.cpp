@@ -29,6 +29,7 @@ protected:
 
 } // namespace
 
+// holds: wan-port-codes
 TEST_F(current_wan, the_interface_of_the_wan_section_is_the_wan_port)
 {
     wan_section("port4");
@@ -41,6 +42,7 @@ TEST_F(current_wan, the_interface_of_the_wan_section_is_the_wan_port)
     EXPECT_EQ(lines_of(log, "Error"), t_names{});
 }
 
+// holds: bridge-wan, wan-port-codes
 TEST_F(current_wan, a_section_of_a_bridge_is_rejected)
 {
     wan_section("bridge");
@@ -54,6 +56,7 @@ TEST_F(current_wan, a_section_of_a_bridge_is_rejected)
     EXPECT_EQ(port_model.wan_dev.load(), former);
 }
 
+// holds: wan-port-codes
 TEST_F(current_wan, a_missing_section_name_is_reported_with_the_code_of_the_read)
 {
     char name[NAME_SIZE] = "before";
@@ -64,6 +67,7 @@ TEST_F(current_wan, a_missing_section_name_is_reported_with_the_code_of_the_read
     EXPECT_EQ(update_wan_device(&port_model), ERR_CONFIG_VALUE);
 }
 
+// holds: wan-port-codes
 TEST_F(current_wan, a_section_that_leads_nowhere_is_rejected)
 {
     char name[NAME_SIZE];
@@ -91,6 +95,7 @@ TEST_F(current_wan, a_name_is_cut_to_the_buffer_and_terminated)
     EXPECT_EQ(get_wan_device_name(nullptr, 10), ERR_INVALID_INPUT);
 }
 
+// holds: wan-port-codes
 TEST_F(current_wan, a_port_that_is_no_device_leaves_the_former_one)
 {
     wan_section("port4");
@@ -102,6 +107,7 @@ TEST_F(current_wan, a_port_that_is_no_device_leaves_the_former_one)
     EXPECT_EQ(port_model.wan_dev.load(), former);
 }
 
+// holds: pppoeshare
 TEST_F(current_wan, pppoeshare_is_pppoe)
 {
     add_proto("pppoe");
@@ -109,6 +115,7 @@ TEST_F(current_wan, pppoeshare_is_pppoe)
     EXPECT_EQ(type_after_update(), "pppoe");
 }
 
+// holds: type-unknown
 TEST_F(current_wan, without_a_wan_type_the_protocol_counts)
 {
     t_protocol *dhcp = add_proto("dhcp");
@@ -121,6 +128,7 @@ TEST_F(current_wan, without_a_wan_type_the_protocol_counts)
                                                "update_wan_ipv4_protocol: get wan device: null using conntype: dhcp"}));
 }
 
+// holds: type-unknown
 TEST_F(current_wan, an_empty_wan_type_counts_as_missing)
 {
     add_proto("dhcp");
@@ -128,6 +136,7 @@ TEST_F(current_wan, an_empty_wan_type_counts_as_missing)
     EXPECT_EQ(type_after_update(), "dhcp");
 }
 
+// holds: type-unknown
 TEST_F(current_wan, without_both_nothing_changes)
 {
     t_protocol *former = add_proto("dhcp");
@@ -148,6 +157,7 @@ TEST_F(current_wan, a_list_as_wan_type_falls_back_to_the_protocol)
     EXPECT_EQ(type_after_update(), "dhcp");
 }
 
+// holds: v6plus-carrier
 TEST_F(current_wan, v6plus_over_carrier_4_is_ocn)
 {
     add_proto("v6plus");
@@ -198,6 +208,7 @@ TEST_F(current_wan, a_secondary_type_is_taken_from_the_protocols_section)
     }
 }
 
+// holds: secondary-type
 TEST_F(current_wan, without_a_secondary_type_pppoe_has_none_and_the_tunnels_are_dynamic)
 {
     const struct {

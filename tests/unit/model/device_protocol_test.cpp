@@ -35,6 +35,7 @@ const char FUNCTION[] = "set_dev_using_specific_proto";
 
 } // namespace
 
+// holds: record-protocol-codes
 TEST_F(device_protocol, a_protocol_is_recorded_on_both_sides)
 {
     t_log_capture log;
@@ -51,6 +52,7 @@ TEST_F(device_protocol, names_serve_as_well_as_records)
     EXPECT_EQ(device->proto.load(), pppoe);
 }
 
+// holds: pppoe-kept
 TEST_F(device_protocol, pppoe_is_kept_when_dhcp_is_offered)
 {
     set(device, pppoe);
@@ -62,6 +64,7 @@ TEST_F(device_protocol, pppoe_is_kept_when_dhcp_is_offered)
               t_names{"set_dev_using_specific_proto: Ignore change dev:eth1 proto from pppoe(prio:1) to dhcp(prio:2)"});
 }
 
+// holds: pppoe-kept
 TEST_F(device_protocol, dhcp_yields_to_pppoe)
 {
     set(device, dhcp);
@@ -74,6 +77,7 @@ TEST_F(device_protocol, dhcp_yields_to_pppoe)
     EXPECT_TRUE(log.has("Info", FUNCTION, "Success change device:eth1 protocol from dhcp to pppoe"));
 }
 
+// holds: record-protocol-codes
 TEST_F(device_protocol, the_same_protocol_again_is_ignored)
 {
     set(device, dhcp);
@@ -113,6 +117,7 @@ TEST_F(device_protocol, the_ports_of_a_protocol_stand_in_priority_order)
     EXPECT_EQ(dhcp->devices.count, 3);
 }
 
+// holds: record-protocol-codes
 TEST_F(device_protocol, what_cannot_be_found_is_refused)
 {
     t_log_capture log;
@@ -140,6 +145,7 @@ TEST_F(device_protocol, without_memory_the_port_has_its_protocol_but_is_not_list
     EXPECT_EQ(dhcp->devices.count, 0);
 }
 
+// holds: clear-protocols-codes
 TEST_F(device_protocol, all_ports_lose_their_protocols)
 {
     t_device *second = add_port("eth2", 2);
@@ -156,6 +162,7 @@ TEST_F(device_protocol, all_ports_lose_their_protocols)
                        "set_dev_using_specific_proto: Success change device:eth3 protocol from null to null"}));
 }
 
+// holds: clear-protocols-codes
 TEST_F(device_protocol, the_ports_of_one_protocol_lose_it_and_the_others_keep_theirs)
 {
     t_device *second = add_port("eth2", 2), *third = add_port("eth3", 3);
@@ -169,6 +176,7 @@ TEST_F(device_protocol, the_ports_of_one_protocol_lose_it_and_the_others_keep_th
     EXPECT_EQ(dhcp->devices.count, 0);
 }
 
+// holds: clear-protocols-codes
 TEST_F(device_protocol, an_empty_model_has_nothing_to_clear)
 {
     release_port_model(&port_model);

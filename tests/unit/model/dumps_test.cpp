@@ -21,6 +21,7 @@ const std::string PROTOCOL_HEADER =
 
 } // namespace
 
+// holds: dump-levels
 TEST_F(dumps, nothing_is_dumped_at_level_6)
 {
     add_port("eth0");
@@ -31,6 +32,7 @@ TEST_F(dumps, nothing_is_dumped_at_level_6)
     EXPECT_EQ(log.text(), "");
 }
 
+// holds: dump-levels
 TEST_F(dumps, an_empty_device_table_still_shows_its_frame)
 {
     t_log_capture log;
@@ -38,6 +40,7 @@ TEST_F(dumps, an_empty_device_table_still_shows_its_frame)
     EXPECT_EQ(log.text(), DEVICE_HEADER + RULE + "\n");
 }
 
+// holds: dump-levels
 TEST_F(dumps, an_empty_protocol_table_still_shows_its_frame)
 {
     t_log_capture log;
@@ -45,6 +48,7 @@ TEST_F(dumps, an_empty_protocol_table_still_shows_its_frame)
     EXPECT_EQ(log.text(), PROTOCOL_HEADER + RULE + "\n");
 }
 
+// holds: dump-device
 TEST_F(dumps, a_device_without_protocol_shows_null_and_a_combo_port_on_its_fibre_side_sfp)
 {
     t_device *first = add_port("eth0");
@@ -81,6 +85,7 @@ TEST_F(dumps, a_protocol_shows_its_family_and_its_devices_in_list_order)
     EXPECT_EQ(log.text(), PROTOCOL_HEADER + "\tdhcp\t\ttrue\t\teth1\teth2\n" + "\tslaac\t\tfalse\t\n" + RULE + "\n");
 }
 
+// holds: dump-waits
 TEST_F(dumps, the_device_dump_waits_for_a_writer)
 {
     add_port("eth0");
@@ -105,6 +110,7 @@ TEST_F(dumps, the_device_dump_waits_for_a_writer)
     EXPECT_NE(log.text().find("eth0"), std::string::npos);
 }
 
+// holds: dump-waits
 TEST_F(dumps, the_device_dump_gives_the_lock_back)
 {
     t_log_capture log;

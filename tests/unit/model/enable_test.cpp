@@ -19,12 +19,14 @@ protected:
 
 } // namespace
 
+// holds: enabling-words
 TEST_F(enable_switch, on_and_true_and_what_begins_so_enable)
 {
     for (const char *value : {"on", "true", "true1", "once", "on "})
         EXPECT_EQ(enabled_with(value), 1) << value;
 }
 
+// holds: enabling-words
 TEST_F(enable_switch, everything_else_disables)
 {
     t_log_capture log;
@@ -34,6 +36,7 @@ TEST_F(enable_switch, everything_else_disables)
     EXPECT_EQ(lines_of(log, "Error"), t_names{});
 }
 
+// holds: enabling-words
 TEST_F(enable_switch, a_missing_switch_is_off_and_reported)
 {
     write_config("network", section("wan_detect", "auto_wan_detect", {{"other", "1"}}));
@@ -45,6 +48,7 @@ TEST_F(enable_switch, a_missing_switch_is_off_and_reported)
     EXPECT_EQ(get_wan_detect_enable(), 0);
 }
 
+// holds: off-at-start, enabling-words
 TEST_F(enable_switch, switched_off_the_fake_wan_port_is_given_up)
 {
     for (const char *value : {"off", ""}) {

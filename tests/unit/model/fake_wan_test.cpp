@@ -33,6 +33,7 @@ protected:
 
 } // namespace
 
+// holds: fake-wan-codes
 TEST_F(fake_wan, the_configured_port_is_found)
 {
     t_log_capture log;
@@ -41,6 +42,7 @@ TEST_F(fake_wan, the_configured_port_is_found)
     EXPECT_TRUE(log.has("Debug", "init_fake_wan_device", "Success get fake_wan :eth1"));
 }
 
+// holds: fake-wan-codes
 TEST_F(fake_wan, minus_1_means_none)
 {
     port_model.fake_wan = device;
@@ -51,6 +53,7 @@ TEST_F(fake_wan, minus_1_means_none)
                         "network.auto_wan_detect.fake_wan_port=-1, meaning there is no fake_wan"));
 }
 
+// holds: fake-wan-default, fake-wan-codes
 TEST_F(fake_wan, a_missing_setting_is_written_as_minus_1)
 {
     port_model.fake_wan = device;
@@ -74,6 +77,7 @@ TEST_F(fake_wan, without_the_package_or_its_section_nothing_is_invented)
     EXPECT_EQ(read_file("/etc/config/network").find("fake_wan_port"), std::string::npos);
 }
 
+// holds: fake-wan-codes
 TEST_F(fake_wan, a_port_that_is_no_ethernet_port_is_refused)
 {
     port_model.fake_wan = device;
@@ -83,6 +87,7 @@ TEST_F(fake_wan, a_port_that_is_no_ethernet_port_is_refused)
     EXPECT_TRUE(log.has("Error", "init_fake_wan_device", "switch.port2.ifname=br-lan, or not begin with \"eth\""));
 }
 
+// holds: fake-wan-codes
 TEST_F(fake_wan, a_port_without_interface_is_refused)
 {
     t_log_capture log;
@@ -102,6 +107,7 @@ TEST_F(fake_wan, an_ethernet_port_that_is_no_device_means_none)
     EXPECT_TRUE(log.has("Debug", "init_fake_wan_device", "Success get fake_wan :null"));
 }
 
+// holds: fake-wan-removal-codes
 TEST_F(fake_wan, removing_it_writes_minus_1_and_rebuilds_the_ports)
 {
     init_with("1");
@@ -114,6 +120,7 @@ TEST_F(fake_wan, removing_it_writes_minus_1_and_rebuilds_the_ports)
                         "Set fake_wan_dev=null, network.auto_wan_detect.fake_wan_port=-1."));
 }
 
+// holds: fake-wan-removal-codes
 TEST_F(fake_wan, removing_none_does_nothing)
 {
     init_with("-1");

@@ -21,6 +21,7 @@ protected:
 
 } // namespace
 
+// holds: list-order, list-add-codes
 TEST_F(lists, devices_are_ordered_by_priority_and_ties_keep_the_order_of_adding)
 {
     for (t_device *device : {add_port("two", 2), add_port("minus", -1), add_port("zero", 0), add_port("two_too", 2)})
@@ -28,6 +29,7 @@ TEST_F(lists, devices_are_ordered_by_priority_and_ties_keep_the_order_of_adding)
     EXPECT_EQ(names_of(list), (t_names{"minus", "zero", "two", "two_too"}));
 }
 
+// holds: list-order
 TEST_F(lists, priorities_are_compared_as_signed_bytes)
 {
     for (t_device *device : {add_port("high", 127), add_port("low", -128), add_port("none", 0)})
@@ -35,6 +37,7 @@ TEST_F(lists, priorities_are_compared_as_signed_bytes)
     EXPECT_EQ(names_of(list), (t_names{"low", "none", "high"}));
 }
 
+// holds: list-add-twice
 TEST_F(lists, a_device_added_twice_stays_once_and_starts_counting_anew)
 {
     t_device *device = add_port("eth1", 1);
@@ -62,6 +65,7 @@ TEST_F(lists, a_new_node_is_zero_but_for_its_device)
     EXPECT_EQ(node->next, nullptr);
 }
 
+// holds: list-add-codes
 TEST_F(lists, adding_without_memory_changes_nothing)
 {
     list.add(add_port("eth0", 0));
@@ -73,6 +77,7 @@ TEST_F(lists, adding_without_memory_changes_nothing)
     EXPECT_EQ(names_of(list), t_names{"eth0"});
 }
 
+// holds: list-null
 TEST_F(lists, null_arguments_are_reported_by_code_only)
 {
     t_device *device = add_port("eth0");
@@ -91,6 +96,7 @@ TEST_F(lists, null_arguments_are_reported_by_code_only)
     EXPECT_TRUE(log.lines().empty());
 }
 
+// holds: list-remove-codes
 TEST_F(lists, a_member_is_removed_from_any_place)
 {
     t_device *first = add_port("eth1", 1), *middle = add_port("eth2", 2), *last = add_port("eth3", 3);
@@ -106,6 +112,7 @@ TEST_F(lists, a_member_is_removed_from_any_place)
     EXPECT_EQ(list.remove(first), ERR_NOTHING_DONE);
 }
 
+// holds: list-remove-codes
 TEST_F(lists, membership_goes_by_record_and_not_by_name)
 {
     t_device *member = add_port("eth1", 1), *stranger = add_port("eth2", 1);
@@ -117,6 +124,7 @@ TEST_F(lists, membership_goes_by_record_and_not_by_name)
     EXPECT_FALSE(check_device_in_list(&list.head, &twin));
 }
 
+// holds: list-merge
 TEST_F(lists, merging_a_device_that_is_there_already_counts_it_again)
 {
     t_device *common = add_port("eth1", 1);
@@ -133,6 +141,7 @@ TEST_F(lists, merging_a_device_that_is_there_already_counts_it_again)
                                                "merge_two_list: Move deivce eth2 to main list"}));
 }
 
+// holds: list-merge
 TEST_F(lists, merging_keeps_the_main_list_in_order)
 {
     list.add(add_port("eth1", 1));
@@ -156,6 +165,7 @@ TEST_F(lists, a_node_without_device_breaks_neither_merging_nor_adding)
     EXPECT_EQ(names_of(list), (t_names{"null", "eth1"}));
 }
 
+// holds: list-copy-codes
 TEST_F(lists, a_copy_has_the_devices_in_order_but_not_their_counters)
 {
     for (t_device *device : {add_port("eth1", 1), add_port("eth2", 2)})
@@ -173,6 +183,7 @@ TEST_F(lists, a_copy_has_the_devices_in_order_but_not_their_counters)
               (t_names{"copy_list: Copy deivce eth1 to list", "copy_list: Copy deivce eth2 to list"}));
 }
 
+// holds: list-copy-codes
 TEST_F(lists, a_copy_drops_what_the_destination_held)
 {
     list.add(add_port("eth8", 8));
@@ -191,6 +202,7 @@ TEST_F(lists, copying_an_empty_list_changes_nothing)
     EXPECT_EQ(list.count, 1);
 }
 
+// holds: list-copy-codes
 TEST_F(lists, a_copy_that_runs_out_of_memory_keeps_what_it_has)
 {
     for (t_device *device : {add_port("eth1", 1), add_port("eth2", 2), add_port("eth3", 3)})

@@ -55,6 +55,7 @@ protected:
 
 } // namespace
 
+// holds: loader-codes
 TEST_F(port_config, devices_order_and_pool_are_loaded)
 {
     configure(4, "3 1", "0 3");
@@ -77,6 +78,7 @@ TEST_F(port_config, devices_order_and_pool_are_loaded)
                         "Parse network devices success, count:4, lan_dev count:0, wan_port_pool count:2"));
 }
 
+// holds: priority-from-1
 TEST_F(port_config, the_first_port_in_the_order_has_priority_1_and_unlisted_ports_0)
 {
     configure(6, "4 2", "");
@@ -98,6 +100,7 @@ TEST_F(port_config, records_of_the_main_table_start_at_0_and_those_of_the_pool_a
     EXPECT_EQ(port_model.wan_port_pool->priority, -1);
 }
 
+// holds: device-16
 TEST_F(port_config, the_sixteenth_device_is_kept_and_ends_the_parse)
 {
     configure(16, "1 2", "1 2");
@@ -108,6 +111,7 @@ TEST_F(port_config, the_sixteenth_device_is_kept_and_ends_the_parse)
     refuses_everything_after_the_devices(log);
 }
 
+// holds: device-16
 TEST_F(port_config, a_seventeenth_device_is_not_read)
 {
     configure(17, "1 2", "1 2");
@@ -117,6 +121,7 @@ TEST_F(port_config, a_seventeenth_device_is_not_read)
     refuses_everything_after_the_devices(log);
 }
 
+// holds: device-16
 TEST_F(port_config, fifteen_devices_are_within_the_limit)
 {
     configure(15, "14", "14");
@@ -125,6 +130,7 @@ TEST_F(port_config, fifteen_devices_are_within_the_limit)
     EXPECT_EQ(port_model.device_count, 15);
 }
 
+// holds: loader-codes
 TEST_F(port_config, a_missing_network_package_is_reported)
 {
     t_log_capture log;
@@ -134,6 +140,7 @@ TEST_F(port_config, a_missing_network_package_is_reported)
     EXPECT_TRUE(log.has("Error", "init_all_eth_device", "Parse network devices fail!"));
 }
 
+// holds: load-reason-line
 TEST_F(port_config, the_librarys_reason_for_a_missing_package_follows_the_line_about_it)
 {
     t_log_capture log(3);
@@ -256,6 +263,7 @@ TEST_F(port_config, names_of_arbitrary_bytes_are_kept)
     EXPECT_STREQ(port_model.dev_hashmap_head->name, "\xff\x80%n%s");
 }
 
+// holds: port-without-interface
 TEST_F(port_config, a_port_number_without_interface_is_skipped_and_uses_no_priority)
 {
     configure(3, "9 2 8 1", "9 2");
@@ -359,6 +367,7 @@ TEST_F(port_config, a_pool_record_that_cannot_be_allocated_ends_the_parse)
     EXPECT_EQ(port_model.device_count, 0);
 }
 
+// holds: loader-codes
 TEST_F(port_config, ports_and_attributes_are_loaded_together)
 {
     configure(3, "1", "1");
@@ -368,6 +377,7 @@ TEST_F(port_config, ports_and_attributes_are_loaded_together)
     EXPECT_EQ(lines_of(log, "Error"), t_names{});
 }
 
+// holds: loader-codes
 TEST_F(port_config, ports_without_any_attribute_are_reported)
 {
     configure(1, "", "");

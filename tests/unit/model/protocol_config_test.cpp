@@ -25,6 +25,7 @@ protected:
 
 } // namespace
 
+// holds: loader-codes
 TEST_F(protocol_config, the_protocols_of_both_families_are_created_in_order)
 {
     configure({"dhcp", "pppoe", "static"}, {"dhcpv6", "slaac"});
@@ -55,6 +56,7 @@ TEST_F(protocol_config, the_count_does_not_depend_on_the_log_level)
     EXPECT_EQ(proto("dhcp")->priority, 2);
 }
 
+// holds: unknown-protocol-name
 TEST_F(protocol_config, an_unknown_name_in_the_order_is_reported_and_uses_no_number)
 {
     configure({"dhcp", "pppoe", "static"}, {"slaac"});
@@ -82,6 +84,7 @@ TEST_F(protocol_config, a_missing_order_is_pppoe_dhcp_static)
     EXPECT_EQ(proto("static")->priority, 3);
 }
 
+// holds: protocol-order-whole
 TEST_F(protocol_config, an_order_longer_than_31_characters_is_read_whole)
 {
     configure({"dhcp", "pppoe", "static", "l2tp", "pptp", "v6plus", "ocn"}, {"slaac"});
@@ -95,6 +98,7 @@ TEST_F(protocol_config, an_order_longer_than_31_characters_is_read_whole)
     EXPECT_EQ(proto("dhcp")->priority, 7);
 }
 
+// holds: protocol-order-whole
 TEST_F(protocol_config, an_order_of_64_characters_is_read_to_its_last_word)
 {
     configure({"dhcp", "pppoe"}, {"slaac"});
@@ -106,6 +110,7 @@ TEST_F(protocol_config, an_order_of_64_characters_is_read_to_its_last_word)
     EXPECT_EQ(proto("pppoe")->priority, 2) << "what is cut off are whole words";
 }
 
+// holds: protocol-order-whole
 TEST_F(protocol_config, a_longer_order_is_not_cut_within_a_word)
 {
     configure({"dhcp", "pppoe"}, {"slaac"});
@@ -119,6 +124,7 @@ TEST_F(protocol_config, a_longer_order_is_not_cut_within_a_word)
                                               ", network.auto_wan_detect.proto_priority=" + first + "!"});
 }
 
+// holds: protocol-order-whole
 TEST_F(protocol_config, an_order_of_one_word_that_is_too_long_orders_nothing)
 {
     configure({"dhcp", "pppoe"}, {"slaac"});
@@ -138,6 +144,7 @@ TEST_F(protocol_config, a_protocol_preferred_twice_keeps_the_later_number)
     EXPECT_EQ(proto("pppoe")->priority, 2);
 }
 
+// holds: loader-codes
 TEST_F(protocol_config, a_missing_package_is_reported)
 {
     t_log_capture log;
@@ -145,6 +152,7 @@ TEST_F(protocol_config, a_missing_package_is_reported)
     EXPECT_EQ(lines_of(log, "Error"), t_names{"init_all_protocols: Unable to load uci protocol!"});
 }
 
+// holds: load-reason-line
 TEST_F(protocol_config, the_librarys_reason_for_a_missing_package_follows_the_line_about_it)
 {
     t_log_capture log(3);

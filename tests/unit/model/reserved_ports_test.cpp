@@ -36,6 +36,7 @@ const char GAMING[] = "update_lan_gaming_port";
 
 } // namespace
 
+// holds: aggregation-positions, reserved-codes
 TEST_F(reserved_ports, the_ports_at_the_given_positions_are_members)
 {
     t_log_capture log;
@@ -52,6 +53,7 @@ TEST_F(reserved_ports, the_ports_at_the_given_positions_are_members)
     EXPECT_EQ(port_model.lan_agg[0]->priority, -1);
 }
 
+// holds: aggregation-off
 TEST_F(reserved_ports, a_switched_off_aggregation_has_no_members)
 {
     for (const char *off : {"off", "0", "false"}) {
@@ -64,6 +66,7 @@ TEST_F(reserved_ports, a_switched_off_aggregation_has_no_members)
     }
 }
 
+// holds: aggregation-off
 TEST_F(reserved_ports, any_other_switch_value_is_on)
 {
     for (const char *on : {"1", "on", "Off", "offx", "no", "00"}) {
@@ -72,6 +75,7 @@ TEST_F(reserved_ports, any_other_switch_value_is_on)
     }
 }
 
+// holds: aggregation-no-section
 TEST_F(reserved_ports, without_a_section_aggregation_is_on_and_empty)
 {
     write_config("switch", section("switch_port", "port1", {{"ifname", "eth1"}}));
@@ -82,6 +86,7 @@ TEST_F(reserved_ports, without_a_section_aggregation_is_on_and_empty)
     EXPECT_EQ(lines_of(log, "Error"), t_names{});
 }
 
+// holds: aggregation-position-1
 TEST_F(reserved_ports, position_1_is_refused_and_position_2_used)
 {
     t_log_capture log;
@@ -92,6 +97,7 @@ TEST_F(reserved_ports, position_1_is_refused_and_position_2_used)
                       "device in LAN1 LAN2 LAN3!"});
 }
 
+// holds: aggregation-position-1
 TEST_F(reserved_ports, positions_that_name_no_label_are_refused)
 {
     t_log_capture log;
@@ -102,6 +108,7 @@ TEST_F(reserved_ports, positions_that_name_no_label_are_refused)
     EXPECT_EQ(lines_of(log, "Error").size(), 9u);
 }
 
+// holds: aggregation-label
 TEST_F(reserved_ports, a_label_that_no_port_carries_ends_the_walk)
 {
     t_log_capture log;
@@ -143,6 +150,7 @@ TEST_F(reserved_ports, several_spaces_do_not_shift_the_labels)
     EXPECT_EQ(members(), t_names{"eth2"});
 }
 
+// holds: aggregation-positions
 TEST_F(reserved_ports, options_of_no_interest_are_passed_over)
 {
     write_config("switch", section("agg", "lan_agg", {{"mode", "off"}, {"lanport", "LAN1 LAN2"}, {"lacpports", "2"}}) +
@@ -165,6 +173,7 @@ TEST_F(reserved_ports, values_of_absurd_length_are_cut)
     EXPECT_EQ(members(), t_names{});
 }
 
+// holds: reserved-codes
 TEST_F(reserved_ports, a_list_where_a_text_is_needed_ends_with_an_error)
 {
     for (const char *name : {"enable_agg", "lanport", "lacpports"}) {
@@ -184,6 +193,7 @@ TEST_F(reserved_ports, the_first_of_switch_and_unreadable_entry_decides)
     EXPECT_EQ(update(), ERR_CONFIG_PACKAGE);
 }
 
+// holds: reserved-codes
 TEST_F(reserved_ports, a_missing_package_empties_the_table_and_is_reported)
 {
     update_with({{"lanport", "LAN1 LAN2"}, {"lacpports", "2"}});
@@ -194,6 +204,7 @@ TEST_F(reserved_ports, a_missing_package_empties_the_table_and_is_reported)
     EXPECT_EQ(members(), t_names{});
 }
 
+// holds: load-reason-line
 TEST_F(reserved_ports, the_librarys_reason_for_a_missing_package_follows_the_line_about_it)
 {
     t_log_capture log(3);
@@ -222,6 +233,7 @@ TEST_F(reserved_ports, a_member_that_cannot_be_allocated_ends_the_walk)
     EXPECT_FALSE(log.has("Info", AGG, "Parse lan_agg devices success"));
 }
 
+// holds: reserved-codes
 TEST_F(reserved_ports, the_gaming_port_is_read)
 {
     gaming_section("port2", "eth2");
@@ -232,6 +244,7 @@ TEST_F(reserved_ports, the_gaming_port_is_read)
     EXPECT_TRUE(log.has("Info", GAMING, "Suceess get gaming device:eth2"));
 }
 
+// holds: gaming-bridge
 TEST_F(reserved_ports, the_gaming_port_may_be_a_bridge)
 {
     gaming_section("port2", "br-lan");
@@ -239,6 +252,7 @@ TEST_F(reserved_ports, the_gaming_port_may_be_a_bridge)
     EXPECT_EQ(names_of(port_model.gaming), t_names{"br-lan"});
 }
 
+// holds: reserved-codes
 TEST_F(reserved_ports, without_a_gaming_section_the_table_is_emptied)
 {
     gaming_section("port2", "eth2");
@@ -251,6 +265,7 @@ TEST_F(reserved_ports, without_a_gaming_section_the_table_is_emptied)
     EXPECT_EQ(lines_of(log, "Error"), t_names{});
 }
 
+// holds: reserved-codes
 TEST_F(reserved_ports, a_gaming_section_without_interface_is_reported)
 {
     gaming_section("port7", "eth2");

@@ -70,6 +70,7 @@ TEST_F(static_config, a_missing_package_leaves_everything_0_and_is_reported)
     EXPECT_TRUE(log.has("Error", FUNCTION, "Unable to load uci protocol!"));
 }
 
+// holds: load-reason-line
 TEST_F(static_config, a_missing_package_is_told_without_the_librarys_reason)
 {
     t_log_capture log(3);
@@ -149,6 +150,7 @@ TEST_F(static_config, pppoe_has_address_and_dns_but_no_gateway)
                         "get secondary static ip info for pppoe, ip:10.1.0.2, gateway:0.0.0.0, dns:10.1.0.3"));
 }
 
+// holds: pppoe-dns-mode
 TEST_F(static_config, the_dns_mode_of_pppoe_ends_its_dns_before_and_after)
 {
     t_log_capture log;
@@ -158,6 +160,7 @@ TEST_F(static_config, the_dns_mode_of_pppoe_ends_its_dns_before_and_after)
     EXPECT_TRUE(log.has("Debug", FUNCTION, "Parse pppoe sndconn: static pri dns addr: 10.1.0.3"));
 }
 
+// holds: pppoe-dns-mode
 TEST_F(static_config, a_dns_mode_first_makes_pppoe_ignore_its_dns)
 {
     t_log_capture log;

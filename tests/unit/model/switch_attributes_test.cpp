@@ -22,6 +22,7 @@ protected:
 
 } // namespace
 
+// holds: loader-codes
 TEST_F(switch_attributes, a_plain_port_gets_its_number_and_label)
 {
     t_log_capture log;
@@ -54,6 +55,7 @@ TEST_F(switch_attributes, a_combo_port_on_its_copper_side_is_phy)
     EXPECT_TRUE(log.has("Debug", "get_eth_atrribute", "Success get device:eth4,Port:5,sub_port:phy,port_addr=0"));
 }
 
+// holds: no-combo-is-phy
 TEST_F(switch_attributes, a_port_with_a_fibre_side_that_is_no_combo_port_is_phy)
 {
     load({{"port", "4"}, {"ifname", "eth4"}, {"wan_port", "sfp"}, {"addr", "3"}});
@@ -62,6 +64,7 @@ TEST_F(switch_attributes, a_port_with_a_fibre_side_that_is_no_combo_port_is_phy)
     EXPECT_EQ(device->port_addr, -1);
 }
 
+// holds: combo-without-address
 TEST_F(switch_attributes, a_combo_port_without_address_has_minus_1)
 {
     load({{"port", "4"}, {"ifname", "eth4"}, {"type", "combo"}, {"wan_port", "sfp"}});
@@ -152,6 +155,7 @@ TEST_F(switch_attributes, an_address_that_is_no_small_number_is_none)
     }
 }
 
+// holds: loader-codes
 TEST_F(switch_attributes, a_missing_switch_package_is_reported)
 {
     t_log_capture log;
@@ -159,6 +163,7 @@ TEST_F(switch_attributes, a_missing_switch_package_is_reported)
     EXPECT_EQ(lines_of(log, "Error"), t_names{"get_eth_atrribute: Unable to load uci switch!"});
 }
 
+// holds: load-reason-line
 TEST_F(switch_attributes, a_missing_package_is_told_without_the_librarys_reason)
 {
     t_log_capture log(3);

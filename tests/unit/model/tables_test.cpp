@@ -26,6 +26,7 @@ TEST_F(tables, a_new_device_is_zero_but_for_its_name_and_two_numbers)
     free(device);
 }
 
+// holds: record-without-memory
 TEST_F(tables, a_device_that_cannot_be_allocated_is_null_and_logged)
 {
     t_log_capture log;
@@ -34,6 +35,7 @@ TEST_F(tables, a_device_that_cannot_be_allocated_is_null_and_logged)
     EXPECT_TRUE(log.has("Error", "create_new_device", "Malloc new device failed!"));
 }
 
+// holds: record-without-memory
 TEST_F(tables, a_protocol_that_cannot_be_allocated_is_null_and_logged)
 {
     t_log_capture log;
@@ -42,6 +44,7 @@ TEST_F(tables, a_protocol_that_cannot_be_allocated_is_null_and_logged)
     EXPECT_TRUE(log.has("Error", "create_new_protocol", "Create new protocol failed!"));
 }
 
+// holds: first-device
 TEST_F(tables, the_first_device_enters_an_empty_table_with_an_info_line)
 {
     t_log_capture log;
@@ -52,6 +55,7 @@ TEST_F(tables, the_first_device_enters_an_empty_table_with_an_info_line)
     EXPECT_EQ(find_device(port_model.dev_hashmap_head, "eth1"), device);
 }
 
+// holds: device-twice
 TEST_F(tables, a_second_device_of_the_same_name_is_refused_and_stays_the_callers)
 {
     t_device *first = add_port("eth1");
@@ -100,6 +104,7 @@ TEST_F(tables, protocols_are_added_once_each)
     free(second);
 }
 
+// holds: empty-table
 TEST_F(tables, looking_for_a_device_in_an_empty_table_is_worth_an_info_line)
 {
     t_log_capture log;
@@ -108,6 +113,7 @@ TEST_F(tables, looking_for_a_device_in_an_empty_table_is_worth_an_info_line)
     EXPECT_EQ(lines_of(log, "Error"), t_names{});
 }
 
+// holds: empty-table
 TEST_F(tables, looking_for_a_protocol_in_an_empty_table_is_an_error)
 {
     t_log_capture log;
@@ -188,6 +194,7 @@ TEST_F(tables, releasing_nothing_is_an_error)
     EXPECT_EQ(log.count("Error", "release_all_device", "Invalid dev_hashmap_head input!"), 2);
 }
 
+// holds: table-cannot-grow
 TEST_F(tables_death, a_table_that_cannot_grow_ends_the_process_with_status_minus_one)
 {
     t_device *device = create_new_device("eth0");

@@ -110,18 +110,21 @@ private:
 
 } // namespace
 
+// holds: bus-call-codes
 TEST_F(bus_call, hands_the_reply_to_the_handler)
 {
     EXPECT_EQ(ask("internet", &state), 0);
     EXPECT_EQ(state, NETWORK_CONNECTED);
 }
 
+// holds: status-codes
 TEST_F(bus_call, without_a_reply_leaves_the_value_alone)
 {
     EXPECT_EQ(ask("silent", &state), 0);
     EXPECT_EQ(state, NETWORK_UNKNOWN);
 }
 
+// holds: bus-call-codes
 TEST_F(bus_call, returns_the_status_of_the_other_side)
 {
     EXPECT_EQ(ask("nothing", &state), UBUS_STATUS_NOT_FOUND);
@@ -129,6 +132,7 @@ TEST_F(bus_call, returns_the_status_of_the_other_side)
               UBUS_STATUS_METHOD_NOT_FOUND);
 }
 
+// holds: bus-call-time
 TEST_F(bus_call, waits_one_second_at_most)
 {
     auto start = clock_type::now();
@@ -151,6 +155,7 @@ TEST_F(bus_call, does_not_wait_for_ever_for_a_bus_that_hangs)
     EXPECT_EQ(state, NETWORK_CONNECTED);
 }
 
+// holds: bus-call-codes
 TEST_F(bus_call, of_an_object_that_nobody_offers_fails)
 {
     EXPECT_EQ(ubus_call_method("nobody", "status", nullptr, nullptr, nullptr), ERR_BUS_OBJECT);
@@ -160,6 +165,7 @@ TEST_F(bus_call, of_an_object_that_nobody_offers_fails)
     EXPECT_TRUE(log.has("Error", "ubus_call_method", "Can't find network.interface"));
 }
 
+// holds: bus-call-codes
 TEST_F(bus_call, without_a_name_is_invalid)
 {
     EXPECT_EQ(ubus_call_method(nullptr, "status", nullptr, nullptr, nullptr), ERR_INVALID_INPUT);
@@ -184,6 +190,7 @@ TEST_F(bus_call, tells_the_network_status)
                         R"(Failed to run ubus call network.interface status '{"interface":"wanv6"}')"));
 }
 
+// holds: manager-away
 TEST_F(bus_call, finds_the_network_manager_away_when_it_ended_after_an_answer)
 {
     EXPECT_EQ(get_network_status(0, 0), NETWORK_CONNECTED);
@@ -196,6 +203,7 @@ TEST_F(bus_call, finds_the_network_manager_away_when_it_ended_after_an_answer)
     EXPECT_FALSE(network_manager_is_away());
 }
 
+// holds: manager-away
 TEST_F(bus_call, finds_the_network_manager_away_before_the_loop_notices_that_the_bus_is_gone)
 {
     bus.kill();

@@ -134,6 +134,7 @@ size_t open_descriptors()
 
 } // namespace
 
+// holds: bus-connection
 TEST_F(bus_connection, offers_the_object_and_hears_the_event)
 {
     t_device *eth0 = add_port("eth0", 0);
@@ -145,6 +146,7 @@ TEST_F(bus_connection, offers_the_object_and_hears_the_event)
     EXPECT_EQ(terminations, 0);
 }
 
+// holds: bus-place
 TEST_F(bus_connection, is_made_at_the_librarys_default_where_the_old_socket_does_not_exist)
 {
     t_bus_daemon bus(BUS_DEFAULT_SOCKET_PATH);
@@ -152,6 +154,7 @@ TEST_F(bus_connection, is_made_at_the_librarys_default_where_the_old_socket_does
     EXPECT_TRUE(object_answers(BUS_DEFAULT_SOCKET_PATH));
 }
 
+// holds: bus-place
 TEST_F(bus_connection, is_made_at_the_old_socket_where_both_exist)
 {
     t_bus_daemon other(BUS_DEFAULT_SOCKET_PATH);
@@ -161,6 +164,7 @@ TEST_F(bus_connection, is_made_at_the_old_socket_where_both_exist)
     EXPECT_FALSE(object_answers(BUS_DEFAULT_SOCKET_PATH));
 }
 
+// holds: bus-connection
 TEST_F(bus_connection, without_a_bus_ends_the_daemon)
 {
     EXPECT_EQ(init(), -1);
@@ -169,6 +173,7 @@ TEST_F(bus_connection, without_a_bus_ends_the_daemon)
     EXPECT_TRUE(log.has("Critical", "wan_detect_ubus_init", "ubus connect fail!"));
 }
 
+// holds: bus-connection
 TEST_F(bus_connection, with_its_name_in_use_ends_the_daemon)
 {
     t_bus_daemon bus(BUS_SOCKET_PATH);
@@ -183,6 +188,7 @@ TEST_F(bus_connection, with_its_name_in_use_ends_the_daemon)
     EXPECT_TRUE(log.has("Critical", "wan_detect_ubus_init", "ubus_add_object: Invalid argument"));
 }
 
+// holds: bus-connection
 TEST_F(bus_connection, with_its_event_refused_ends_the_daemon)
 {
     t_bus_daemon bus(BUS_SOCKET_PATH);
@@ -197,6 +203,7 @@ TEST_F(bus_connection, with_its_event_refused_ends_the_daemon)
     EXPECT_EQ(text.substr(text.size() - last.size()), last);
 }
 
+// holds: signal-cannot-be-raised
 TEST_F(bus_connection, ends_the_process_with_status_1_when_the_signal_cannot_be_sent)
 {
     EXPECT_EXIT(
@@ -207,6 +214,7 @@ TEST_F(bus_connection, ends_the_process_with_status_1_when_the_signal_cannot_be_
         testing::ExitedWithCode(EXIT_FAILURE), "");
 }
 
+// holds: bus-shutdown-line
 TEST_F(bus_connection, closing_says_so_and_leaves_nothing_open)
 {
     t_bus_daemon bus(BUS_SOCKET_PATH);
@@ -280,6 +288,7 @@ TEST_F(lost_bus, sees_nothing_of_a_daemon_that_is_back_by_half)
     wan_detect_ubus_done();
 }
 
+// holds: bus-place
 TEST_F(lost_bus, is_found_where_the_next_bus_daemon_listens)
 {
     bus.kill();
@@ -295,6 +304,7 @@ TEST_F(lost_bus, is_found_where_the_next_bus_daemon_listens)
     EXPECT_TRUE(object_answers());
 }
 
+// holds: bus-place
 TEST_F(lost_bus, is_asked_for_by_the_library_where_no_socket_exists_that_we_know)
 {
     bus.kill();
@@ -310,6 +320,7 @@ TEST_F(lost_bus, is_asked_for_by_the_library_where_no_socket_exists_that_we_know
     EXPECT_TRUE(event_arrives(eth0));
 }
 
+// holds: bus-place
 TEST_F(lost_bus, at_the_librarys_default_that_never_greets_does_not_stop_the_loop)
 {
     bus.kill();
@@ -430,6 +441,7 @@ TEST_F(lost_bus, has_no_connection_for_callers)
     EXPECT_NE(ubus_call_method("network.interface", "status", nullptr, nullptr, nullptr), 0);
 }
 
+// holds: bus-shutdown-line
 TEST_F(lost_bus, is_closed_without_a_word)
 {
     bus.kill();

@@ -136,6 +136,7 @@ TEST_F(bus_limit, ends_a_write_that_nobody_reads)
     ubus_free(context);
 }
 
+// holds: bus-deaf
 TEST_F(bus_limit, hangs_up_when_nobody_takes_a_reply)
 {
     t_hanging_bus bus(true);
@@ -176,6 +177,7 @@ TEST_F(bus_limit, has_nothing_to_do_with_a_signal_of_others)
     EXPECT_FALSE(limit.reached());
 }
 
+// holds: bus-slow
 TEST_F(bus_limit, may_stand_within_another_one)
 {
     t_bus_limit outer(nullptr, LIMIT_MS);

@@ -126,6 +126,7 @@ TEST_F(bus_object, answers_the_command_line_program)
     EXPECT_EQ(engine.detections, std::vector<int>{5000});
 }
 
+// holds: bus-log-off
 TEST_F(bus_object, log_stores_each_level_from_0_to_7)
 {
     write_file("/tmp/wan_detect.log", "");
@@ -154,6 +155,7 @@ TEST_F(bus_object, log_opens_the_destination)
     EXPECT_NE(read_file("/tmp/wan_detect.log").find("]: Device eth9 doesn't existed!\n"), std::string::npos);
 }
 
+// holds: bus-log-refused
 TEST_F(bus_object, log_with_level_8_or_minus_2_is_refused_and_names_7_and_0_as_its_bounds)
 {
     int before = log_get_level();
@@ -167,6 +169,7 @@ TEST_F(bus_object, log_with_level_8_or_minus_2_is_refused_and_names_7_and_0_as_i
     EXPECT_EQ(log_get_level(), before);
 }
 
+// holds: bus-log-off
 TEST_F(bus_object, log_with_minus_1_turns_the_output_off)
 {
     write_file("/tmp/wan_detect.log", "");
@@ -182,6 +185,7 @@ TEST_F(bus_object, log_with_minus_1_turns_the_output_off)
     EXPECT_NE(log.text().find("set debug level:-1."), std::string::npos);
 }
 
+// holds: bus-log-refused
 TEST_F(bus_object, log_without_a_level_is_refused)
 {
     int before = log_get_level();
@@ -192,6 +196,7 @@ TEST_F(bus_object, log_without_a_level_is_refused)
     EXPECT_EQ(log_get_level(), before);
 }
 
+// holds: bus-request-time
 TEST_F(bus_object, proto_detect_without_arguments_asks_for_everything_with_the_default_time)
 {
     EXPECT_EQ(reply_to("proto_detect", "{}"), 0);
@@ -220,6 +225,7 @@ TEST_F(bus_object, proto_detect_forgets_the_request_before)
     EXPECT_EQ(last_request().protocol, nullptr);
 }
 
+// holds: bus-request-time
 TEST_F(bus_object, proto_detect_keeps_times_from_1000_to_4000_and_takes_2000_for_others)
 {
     for (int timeout : {1000, 1001, 3999, 4000}) {
@@ -238,6 +244,7 @@ TEST_F(bus_object, proto_detect_keeps_times_from_1000_to_4000_and_takes_2000_for
         6);
 }
 
+// holds: bus-request-static
 TEST_F(bus_object, proto_detect_with_an_unsupported_protocol_still_starts_without_one)
 {
     add_proto("static");
@@ -247,6 +254,7 @@ TEST_F(bus_object, proto_detect_with_an_unsupported_protocol_still_starts_withou
     EXPECT_EQ(last_request().protocol, nullptr);
 }
 
+// holds: bus-request-static
 TEST_F(bus_object, proto_detect_with_a_longer_name_passes_the_prefix_and_fails_the_table)
 {
     EXPECT_EQ(reply_to("proto_detect", R"({"protocol":"dhcpx"})"), 0);
@@ -282,18 +290,21 @@ TEST_F(bus_object, proto_detect_ignores_empty_names_and_arguments_of_other_types
     EXPECT_EQ(last_request().protocol, nullptr);
 }
 
+// holds: bus-request-codes
 TEST_F(bus_object, proto_detect_replies_what_the_engine_says)
 {
     engine.proto_detect_result = ERR_BUSY;
     EXPECT_EQ(reply_to("proto_detect", "{}"), ERR_BUSY);
 }
 
+// holds: bus-request-codes
 TEST_F(bus_object, proto_detect_with_a_malformed_message_starts_nothing)
 {
     EXPECT_EQ(reply_to_malformed("proto_detect", "timeout"), -1);
     EXPECT_TRUE(engine.proto_detections.empty());
 }
 
+// holds: bus-set-on
 TEST_F(bus_object, set_to_on_starts_a_detection_before_the_flag_is_stored)
 {
     static uint8_t flag_at_start;
@@ -308,6 +319,7 @@ TEST_F(bus_object, set_to_on_starts_a_detection_before_the_flag_is_stored)
     EXPECT_TRUE(log.has("Info", "wan_detect_settings", "wan detect success turn on!"));
 }
 
+// holds: bus-set-on
 TEST_F(bus_object, set_to_on_while_on_starts_no_detection)
 {
     port_model.enable = 1;
@@ -316,6 +328,7 @@ TEST_F(bus_object, set_to_on_while_on_starts_no_detection)
     EXPECT_EQ(port_model.enable, 1);
 }
 
+// holds: bus-set-on
 TEST_F(bus_object, set_to_off_removes_the_fake_wan_port)
 {
     write_config("network", "config auto_wan_detect 'auto_wan_detect'\n\toption fake_wan_port 'port1'\n");
@@ -331,6 +344,7 @@ TEST_F(bus_object, set_to_off_removes_the_fake_wan_port)
     EXPECT_TRUE(log.has("Info", "wan_detect_settings", "wan detect success turn off!"));
 }
 
+// holds: bus-set-malformed
 TEST_F(bus_object, set_without_a_boolean_is_refused)
 {
     port_model.enable = 1;
@@ -349,6 +363,7 @@ TEST_F(bus_object, hotplug_reports_a_link_change_to_the_engine)
     EXPECT_TRUE(log.has("Info", "device_hotplug_event", "Device eth1 link status change to down by ubus!"));
 }
 
+// holds: bus-hotplug-codes
 TEST_F(bus_object, hotplug_with_an_unchanged_status_changes_nothing)
 {
     eth1->link_active = 1;
@@ -357,6 +372,7 @@ TEST_F(bus_object, hotplug_with_an_unchanged_status_changes_nothing)
     EXPECT_TRUE(log.has("Debug", "device_hotplug_event", "Device eth1 status not change!"));
 }
 
+// holds: bus-hotplug-codes
 TEST_F(bus_object, hotplug_of_an_unknown_port_is_refused)
 {
     EXPECT_EQ(reply_to("hotplug", R"({"name":"eth9","status":true})"), ERR_NOTHING_DONE);
@@ -366,6 +382,7 @@ TEST_F(bus_object, hotplug_of_an_unknown_port_is_refused)
     EXPECT_TRUE(engine.link_changes.empty());
 }
 
+// holds: bus-hotplug-malformed
 TEST_F(bus_object, hotplug_without_a_name_or_a_status_is_invalid)
 {
     EXPECT_EQ(reply_to("hotplug", R"({"status":true})"), ERR_INVALID_INPUT);
@@ -379,12 +396,14 @@ TEST_F(bus_object, hotplug_without_a_name_or_a_status_is_invalid)
     EXPECT_TRUE(engine.link_changes.empty());
 }
 
+// holds: bus-cycle-delay
 TEST_F(bus_object, wan_detect_with_delay_60_starts_after_60_seconds)
 {
     EXPECT_EQ(reply_to("wan_detect", R"({"delay":60})"), 0);
     EXPECT_EQ(engine.detections, std::vector<int>{60000});
 }
 
+// holds: bus-cycle-delay
 TEST_F(bus_object, wan_detect_without_a_delay_starts_at_once)
 {
     EXPECT_EQ(reply_to("wan_detect", "{}"), 0);
@@ -393,6 +412,7 @@ TEST_F(bus_object, wan_detect_without_a_delay_starts_at_once)
     EXPECT_EQ(engine.detections, (std::vector<int>{0, 0, 0}));
 }
 
+// holds: bus-cycle-delay
 TEST_F(bus_object, wan_detect_with_delay_61_or_a_negative_one_is_refused)
 {
     for (const char *delay : {"61", "-1", "2147483647", "-2147483648"}) {
@@ -414,6 +434,7 @@ TEST_F(bus_object, methods_without_an_engine_reply_all_the_same)
     EXPECT_EQ(reply_to("proto_detect", "{}"), ERR_NOTHING_DONE);
 }
 
+// holds: bus-no-memory
 TEST_F(bus_object, methods_without_memory_for_their_reply_say_so_and_send_none)
 {
     ubus_object *object = offer->object;
@@ -431,6 +452,7 @@ TEST_F(bus_object, methods_without_memory_for_their_reply_say_so_and_send_none)
     EXPECT_EQ(reply_to("wan_detect", "{}"), 0);
 }
 
+// holds: bus-text
 TEST_F(bus_object, foreign_text_is_logged_without_control_characters)
 {
     const std::string foreign = R"("dhcp\n\u001b[2J")", shown = "dhcp??[2J";
@@ -447,6 +469,7 @@ TEST_F(bus_object, foreign_text_is_logged_without_control_characters)
     EXPECT_EQ(log.text().find('\x1b'), std::string::npos);
 }
 
+// holds: bus-text
 TEST_F(bus_object, a_port_whose_name_is_not_ascii_is_found_all_the_same)
 {
     t_device *odd = add_port("b\xc3\xbcro", 2);
@@ -462,6 +485,7 @@ TEST_F(bus_object, an_unknown_method_is_not_found)
     EXPECT_EQ(client->call("nothing", "{}").status, UBUS_STATUS_METHOD_NOT_FOUND);
 }
 
+// holds: bus-ban-time-0
 TEST_F(bus_object, the_ban_event_bans_a_port_for_its_time)
 {
     send_ban(R"({"name":"eth1","time":100})");
@@ -471,6 +495,7 @@ TEST_F(bus_object, the_ban_event_bans_a_port_for_its_time)
     EXPECT_TRUE(is_banned(eth0));
 }
 
+// holds: bus-ban-time-0
 TEST_F(bus_object, the_ban_event_with_time_0_removes_the_ban_silently)
 {
     send_ban(R"({"name":"eth1","time":100})");
@@ -479,6 +504,7 @@ TEST_F(bus_object, the_ban_event_with_time_0_removes_the_ban_silently)
     EXPECT_FALSE(log.has_body("No device banned time, treat as remove the device from banned list!"));
 }
 
+// holds: bus-ban-time-0
 TEST_F(bus_object, the_ban_event_without_a_time_removes_the_ban_and_says_so)
 {
     send_ban(R"({"name":"eth1","time":100})");

@@ -48,6 +48,7 @@ protected:
 
 } // namespace
 
+// holds: bus-status-reply
 TEST_F(bus_replies, connected_and_connecting_have_codes_of_their_own_and_any_other_state_is_disconnected)
 {
     EXPECT_EQ(interface_state(R"({"state":"connected"})"), NETWORK_CONNECTED);
@@ -68,6 +69,7 @@ TEST_F(bus_replies, a_full_interface_status_is_read)
               NETWORK_CONNECTED);
 }
 
+// holds: bus-status-reply
 TEST_F(bus_replies, a_status_without_a_state_is_unknown)
 {
     EXPECT_EQ(interface_state(R"({"up":true})"), NETWORK_UNKNOWN);
@@ -75,6 +77,7 @@ TEST_F(bus_replies, a_status_without_a_state_is_unknown)
                         R"(Error parsing data:"speed" in ubus call network.interface status '{"interface":"..."}')"));
 }
 
+// holds: bus-status-without-state
 TEST_F(bus_replies, a_status_without_a_state_is_judged_by_its_three_flags)
 {
     const auto judged = [this](const char *up, const char *pending, const char *available) {
@@ -92,6 +95,7 @@ TEST_F(bus_replies, a_status_without_a_state_is_judged_by_its_three_flags)
               6);
 }
 
+// holds: bus-status-without-state
 TEST_F(bus_replies, a_status_without_a_state_and_one_of_its_flags_is_unknown)
 {
     EXPECT_EQ(interface_state(R"({"pending":false,"available":true})"), NETWORK_UNKNOWN);
@@ -100,12 +104,14 @@ TEST_F(bus_replies, a_status_without_a_state_and_one_of_its_flags_is_unknown)
     EXPECT_EQ(interface_state(R"({"up":1,"pending":false,"available":true})"), NETWORK_UNKNOWN);
 }
 
+// holds: bus-status-without-state
 TEST_F(bus_replies, a_state_in_a_word_wins_over_the_flags)
 {
     EXPECT_EQ(interface_state(R"({"up":true,"pending":false,"available":true,"state":"disconnected"})"),
               NETWORK_DISCONNECTED);
 }
 
+// holds: bus-text
 TEST_F(bus_replies, a_state_is_logged_without_control_characters_and_cut)
 {
     EXPECT_EQ(interface_state(R"({"state":"a\nb\u001b[2J)" + std::string(5000, 'x') + "\"}"), NETWORK_DISCONNECTED);
@@ -126,6 +132,7 @@ TEST_F(bus_replies, a_state_that_is_no_text_is_unknown)
         EXPECT_EQ(interface_state(std::string(R"({"state":)") + state + "}"), NETWORK_UNKNOWN) << state;
 }
 
+// holds: bus-status-reply
 TEST_F(bus_replies, a_malformed_status_is_unknown)
 {
     fill_malformed();

@@ -130,6 +130,7 @@ public:
 
 } // namespace
 
+// holds: command-codes
 TEST(capture_command, keeps_what_the_program_prints)
 {
     char output[64];
@@ -167,6 +168,7 @@ TEST(capture_command, of_a_silent_program_is_empty)
     EXPECT_STREQ(output, "");
 }
 
+// holds: command-codes
 TEST(capture_command, does_not_look_at_the_exit_status)
 {
     char output[8];
@@ -217,6 +219,7 @@ TEST(capture_command, leaves_no_descriptor_and_no_child_behind)
     EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
 }
 
+// holds: programs-descriptors
 TEST(capture_command, hands_no_descriptor_on_but_the_standard_ones)
 {
     constexpr int OTHER_THREADS_FILE = 41;
@@ -228,6 +231,7 @@ TEST(capture_command, hands_no_descriptor_on_but_the_standard_ones)
     close(OTHER_THREADS_FILE);
 }
 
+// holds: programs-input
 TEST(capture_command, gives_programs_nothing_to_read_and_no_terminal_that_could_stop_them)
 {
     int ends[2];
@@ -244,6 +248,7 @@ TEST(capture_command, gives_programs_nothing_to_read_and_no_terminal_that_could_
     EXPECT_STREQ(output, "/dev/null\n");
 }
 
+// holds: programs-input
 TEST(capture_command, starts_programs_where_there_is_no_null_device)
 {
     ASSERT_EQ(mount("tmpfs", "/dev", "tmpfs", 0, nullptr), 0);
@@ -253,6 +258,7 @@ TEST(capture_command, starts_programs_where_there_is_no_null_device)
     EXPECT_STREQ(output, "started\n");
 }
 
+// holds: programs-descriptors
 TEST(run_command, needs_no_descriptor)
 {
     const t_full_table full;
@@ -261,6 +267,7 @@ TEST(run_command, needs_no_descriptor)
     EXPECT_EQ(WEXITSTATUS(status), 3);
 }
 
+// holds: programs-signals
 TEST(run_command, leaves_the_signals_of_its_caller_as_they_are)
 {
     sigset_t before, after;
@@ -277,6 +284,7 @@ TEST(run_command, leaves_the_signals_of_its_caller_as_they_are)
         EXPECT_EQ(sigismember(&before, signal), sigismember(&after, signal)) << signal;
 }
 
+// holds: programs-signals
 TEST(run_command, leaves_ignored_signals_ignored)
 {
     t_shell_of_masks shell;
@@ -288,6 +296,7 @@ TEST(run_command, leaves_ignored_signals_ignored)
 }
 
 // A kernel or a sandbox that does not know the call: looked at in a process of its own, for there is no way back.
+// holds: programs-descriptors
 TEST(run_command, closes_foreign_descriptors_without_the_kernels_own_call_for_it)
 {
     const pid_t process = fork();
@@ -305,6 +314,7 @@ TEST(run_command, closes_foreign_descriptors_without_the_kernels_own_call_for_it
     EXPECT_EQ(read_file("/tmp/descriptors"), "0\n1\n2\n3\n"); // the last one is the folder that is read
 }
 
+// holds: programs-descriptors
 TEST(run_command, closes_foreign_descriptors_when_the_table_is_full)
 {
     const pid_t process = fork();
@@ -321,6 +331,7 @@ TEST(run_command, closes_foreign_descriptors_when_the_table_is_full)
     EXPECT_EQ(read_file("/tmp/descriptors"), "0\n1\n2\n3\n");
 }
 
+// holds: command-codes
 TEST(capture_command, that_cannot_be_started_says_so_whatever_the_log_level)
 {
     t_log_capture log(0);
@@ -532,6 +543,7 @@ TEST(run_command, shares_the_standard_output)
     EXPECT_EQ(log.text(), "said by the program\n");
 }
 
+// holds: output-already-standard
 TEST(spawn, output_that_is_the_standard_one_already_reaches_the_shell)
 {
     int pipe_ends[2];

@@ -125,6 +125,7 @@ protected:
 
 } // namespace
 
+// holds: bus-deaf
 TEST_F(deaf_bus, is_given_up_after_an_event)
 {
     send_event();
@@ -134,6 +135,7 @@ TEST_F(deaf_bus, is_given_up_after_an_event)
     EXPECT_TRUE(log.has("Notice", "connection_lost", "ubus connection lost"));
 }
 
+// holds: bus-deaf
 TEST_F(deaf_bus, is_given_up_after_a_call_of_an_unknown_method)
 {
     send_frame(frame_of_call(offer->object->id, "nothing", "{}"));
@@ -141,6 +143,7 @@ TEST_F(deaf_bus, is_given_up_after_a_call_of_an_unknown_method)
     expect_hang_up_in_time();
 }
 
+// holds: bus-deaf
 TEST_F(deaf_bus, is_given_up_after_an_event_that_waited_for_a_call_of_ours)
 {
     constexpr int CALL_MS = 50;
@@ -152,6 +155,7 @@ TEST_F(deaf_bus, is_given_up_after_an_event_that_waited_for_a_call_of_ours)
     EXPECT_TRUE(is_banned());
 }
 
+// holds: bus-slow
 TEST_F(deaf_bus, that_reads_again_in_time_gets_every_byte)
 {
     send_frame(frame_of_call(offer->object->id, "nothing", "{}"));
@@ -174,6 +178,7 @@ TEST_F(deaf_bus, that_reads_again_in_time_gets_every_byte)
     EXPECT_EQ(got.size(), before + sizeof head + blob_raw_len(blob));
 }
 
+// holds: bus-slow
 TEST_F(deaf_bus, does_not_shorten_what_our_own_methods_do)
 {
     static int interrupted;
@@ -188,6 +193,7 @@ TEST_F(deaf_bus, does_not_shorten_what_our_own_methods_do)
     EXPECT_EQ(interrupted, 0);
 }
 
+// holds: bus-slow
 TEST_F(deaf_bus, is_given_up_by_the_write_limit_only_when_nothing_is_taken_for_its_whole_time)
 {
     const ubus_context *context = wan_detect_ubus_context();

@@ -122,6 +122,7 @@ TEST(write_whole_file, fails_without_its_folder)
     EXPECT_FALSE(write_whole_file("/tmp/no_such_folder/result", "eth1"));
 }
 
+// holds: result-place-taken
 TEST_F(result_folder, a_folder_in_the_results_place_is_moved_aside_with_what_it_holds)
 {
     for (const char *held : {"first", "second"}) {
@@ -140,6 +141,7 @@ TEST_F(result_folder, a_folder_in_the_results_place_is_moved_aside_with_what_it_
     EXPECT_EQ(names().size(), 2u);
 }
 
+// holds: result-place-taken
 TEST_F(result_folder, a_folder_that_cannot_be_moved_leaves_no_draft)
 {
     std::filesystem::create_directory(path);
@@ -149,6 +151,7 @@ TEST_F(result_folder, a_folder_that_cannot_be_moved_leaves_no_draft)
     umount(path.c_str());
 }
 
+// holds: result-file-safe
 TEST_F(result_folder, nobody_can_stand_in_the_way_of_a_draft)
 {
     std::filesystem::create_directory(path + ".new");
@@ -157,6 +160,7 @@ TEST_F(result_folder, nobody_can_stand_in_the_way_of_a_draft)
     EXPECT_EQ(names(), (std::set<std::string>{"result", "result.draft", "result.new"}));
 }
 
+// holds: result-file-safe
 TEST_F(result_folder, everybody_may_read_a_result_and_nobody_else_may_write_it)
 {
     for (mode_t mask : {0000, 0077}) {
@@ -169,6 +173,7 @@ TEST_F(result_folder, everybody_may_read_a_result_and_nobody_else_may_write_it)
     }
 }
 
+// holds: result-drafts
 TEST_F(result_folder, drafts_of_lives_that_ended_in_the_middle_do_not_pile_up)
 {
     const std::string draft = draft_left_behind();
@@ -180,6 +185,7 @@ TEST_F(result_folder, drafts_of_lives_that_ended_in_the_middle_do_not_pile_up)
     EXPECT_EQ(names(), std::set<std::string>{"result"});
 }
 
+// holds: result-drafts
 TEST_F(result_folder, what_only_looks_like_a_draft_stays)
 {
     const std::string draft = draft_left_behind();
@@ -206,6 +212,7 @@ TEST(write_whole_file, of_a_path_that_leaves_no_room_for_a_draft_fails)
     std::filesystem::remove(folder);
 }
 
+// holds: result-place-taken
 TEST_F(result_folder, a_link_in_the_results_place_is_replaced_and_not_followed)
 {
     write_file("/tmp/elsewhere", "untouched");
@@ -234,6 +241,7 @@ TEST(write_whole_file, on_a_full_disk_fails_and_leaves_the_former_file)
 }
 
 // A reader that never rests sees the one text or the other, and nothing in between.
+// holds: result-file-safe
 TEST(write_whole_file, is_never_seen_half_written)
 {
     constexpr int ROUNDS = 2000;

@@ -64,6 +64,7 @@ protected:
 
 } // namespace
 
+// holds: loss-handed-on-first
 TEST_F(port_states, the_loss_of_the_wan_port_is_handed_on_before_the_changes_of_the_ports_ahead_of_it)
 {
     port_model.wan_dev = eth2;
@@ -75,6 +76,7 @@ TEST_F(port_states, the_loss_of_the_wan_port_is_handed_on_before_the_changes_of_
                         "Single shot scanning found eth2 link change to down, pull trigger!"));
 }
 
+// holds: loss-handed-on-first
 TEST_F(port_states, a_wan_port_that_comes_up_keeps_its_place)
 {
     port_model.wan_dev = eth2;
@@ -83,6 +85,7 @@ TEST_F(port_states, a_wan_port_that_comes_up_keeps_its_place)
     EXPECT_EQ(engine.link_changes, wanted);
 }
 
+// holds: scan-codes
 TEST_F(port_states, each_changed_port_is_reported_in_table_order)
 {
     eth1->link_active = 1;
@@ -96,6 +99,7 @@ TEST_F(port_states, each_changed_port_is_reported_in_table_order)
                 R"(Success update eth link status using script, result:{"eth1":false,"eth2":false,"eth0":true})"));
 }
 
+// holds: scan-codes
 TEST_F(port_states, without_a_change_nothing_is_reported)
 {
     eth1->link_active = 1;
@@ -103,6 +107,7 @@ TEST_F(port_states, without_a_change_nothing_is_reported)
     EXPECT_TRUE(engine.link_changes.empty());
 }
 
+// holds: script-forgets-port
 TEST_F(port_states, a_port_missing_from_the_output_is_logged_and_left_alone_and_the_others_are_processed)
 {
     eth1->link_active = 1;
@@ -133,6 +138,7 @@ TEST_F(port_states, states_of_other_types_are_read_as_booleans)
     EXPECT_EQ(engine.link_changes, (std::vector<t_link_change>{{eth0, true}, {eth1, true}}));
 }
 
+// holds: script-no-json
 TEST_F(port_states, output_that_is_no_json_is_an_execution_error)
 {
     const std::string deep(400, '[');
@@ -148,6 +154,7 @@ TEST_F(port_states, output_that_is_no_json_is_an_execution_error)
     EXPECT_TRUE(engine.link_changes.empty());
 }
 
+// holds: script-no-object
 TEST_F(port_states, json_that_is_no_object_tells_of_no_port)
 {
     eth1->link_active = 1;
@@ -187,6 +194,7 @@ TEST_F(port_states, an_empty_object_leaves_every_port_alone)
     EXPECT_EQ(eth0->link_active, 1);
 }
 
+// holds: script-output-bound
 TEST_F(port_states, exactly_512_bytes_of_output_are_read)
 {
     std::string text = R"({"eth0":true,"eth1":true,"eth2":true)";
@@ -196,6 +204,7 @@ TEST_F(port_states, exactly_512_bytes_of_output_are_read)
     EXPECT_EQ(engine.link_changes.size(), 3u);
 }
 
+// holds: script-output-bound
 TEST_F(port_states, output_of_600_bytes_is_cut_and_therefore_an_execution_error)
 {
     std::string text = R"({"eth0":true,"padding":")" + std::string(600, 'x') + R"("})";
@@ -216,6 +225,7 @@ TEST_F(port_states, a_missing_script_is_an_execution_error)
     EXPECT_TRUE(is_execution_error());
 }
 
+// holds: scan-codes
 TEST_F(port_states, a_script_that_cannot_be_started_changes_nothing)
 {
     eth0->link_active = 1;
@@ -246,6 +256,7 @@ TEST_F(port_states, an_empty_table_has_no_changes)
     EXPECT_EQ(update_eth_link_status_using_script(nullptr), 0);
 }
 
+// holds: scan-codes
 TEST_F(port_states, the_plain_update_traces_scans_and_returns_0)
 {
     write_program(PORT_STATE_COMMAND, "#!/bin/sh\necho '{\"eth0\":true,\"eth1\":false,\"eth2\":false}'\n");
@@ -260,6 +271,7 @@ TEST_F(combo_state, is_asked_for_by_port_number)
     EXPECT_EQ(calls_of("combo"), "port5\n");
 }
 
+// holds: combo-codes
 TEST_F(combo_state, a_link_change_of_either_side_is_a_change)
 {
     EXPECT_EQ(refresh(R"({"phy":true,"sfp":false,"serdes":"phy"})"), 1);
@@ -280,6 +292,7 @@ TEST_F(combo_state, both_links_may_change_at_once)
     EXPECT_EQ(combo->sfp_link, 0);
 }
 
+// holds: combo-side-alone, combo-codes
 TEST_F(combo_state, a_change_of_the_side_in_use_alone_is_stored_but_no_change)
 {
     EXPECT_EQ(refresh(R"({"phy":false,"sfp":false,"serdes":"sfp"})"), 0);
@@ -313,6 +326,7 @@ TEST_F(combo_state, each_missing_member_is_logged_and_left_alone)
     EXPECT_EQ(combo->sub_port, SUB_PORT_PHY);
 }
 
+// holds: script-no-json
 TEST_F(combo_state, output_that_is_no_json_is_an_execution_error)
 {
     for (const char *text : {"", "garbage", "{\"phy\":"}) {
@@ -325,6 +339,7 @@ TEST_F(combo_state, output_that_is_no_json_is_an_execution_error)
     EXPECT_EQ(combo->sub_port, SUB_PORT_PHY);
 }
 
+// holds: script-no-object
 TEST_F(combo_state, json_that_is_no_object_has_no_state)
 {
     for (const std::string text : {"[]", "true", "7", "null"}) {
@@ -346,6 +361,7 @@ TEST_F(combo_state, a_missing_script_is_an_execution_error)
     EXPECT_TRUE(says("Execute command:/etc/wan_detect/get_combo_state.sh port5 error!"));
 }
 
+// holds: combo-codes
 TEST_F(combo_state, a_script_that_cannot_be_started_changes_nothing)
 {
     {
@@ -357,6 +373,7 @@ TEST_F(combo_state, a_script_that_cannot_be_started_changes_nothing)
     EXPECT_FALSE(says("Execute command:/etc/wan_detect/get_combo_state.sh port5 error!"));
 }
 
+// holds: script-output-bound
 TEST_F(combo_state, exactly_128_bytes_of_output_are_read)
 {
     std::string text = R"({"phy":true,"sfp":true,"serdes":"sfp")";

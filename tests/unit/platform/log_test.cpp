@@ -149,11 +149,13 @@ TEST(log, starts_at_level_error)
     EXPECT_EQ(log_get_level(), LOG_LEVEL_Error);
 }
 
+// holds: log-level-2
 TEST(log, at_level_critical_only_critical_lines_appear)
 {
     EXPECT_EQ(levels_said_at(LOG_LEVEL_Critical), std::vector<std::string>({"Critical"}));
 }
 
+// holds: log-level-7
 TEST(log, each_level_adds_its_own_lines)
 {
     EXPECT_EQ(levels_said_at(LOG_LEVEL_Error), std::vector<std::string>({"Critical", "Error"}));
@@ -162,12 +164,14 @@ TEST(log, each_level_adds_its_own_lines)
     EXPECT_EQ(levels_said_at(LOG_LEVEL_Info).size(), 5u);
 }
 
+// holds: log-level-7
 TEST(log, level_debug_prints_every_line)
 {
     EXPECT_EQ(levels_said_at(LOG_LEVEL_Debug),
               std::vector<std::string>({"Critical", "Error", "Warning", "Notice", "Info", "Debug"}));
 }
 
+// holds: log-level-7
 TEST(log, level_0_prints_none)
 {
     t_log_capture log(LOG_LEVEL_NONE);
@@ -175,6 +179,7 @@ TEST(log, level_0_prints_none)
     EXPECT_EQ(log.text(), "");
 }
 
+// holds: log-prefix
 TEST(log, a_line_carries_its_level_the_uptime_the_function_and_the_source_line)
 {
     t_log_capture log;
@@ -225,6 +230,7 @@ TEST(log, a_line_is_written_out_at_once_even_into_a_file)
     EXPECT_NE(std::string(written).find("]: now\n"), std::string::npos);
 }
 
+// holds: log-uptime-fails
 TEST(log, a_failing_sysinfo_makes_the_uptime_minus_one_and_says_why_on_standard_error)
 {
     t_log_capture log;
@@ -252,6 +258,7 @@ TEST(log, lines_of_several_threads_stay_whole)
     EXPECT_EQ(log.count("Info", "say_many_lines", LONG_LINE), THREADS * LINES_OF_A_THREAD);
 }
 
+// holds: log-destination
 TEST_F(log_destination, is_the_file_when_somebody_created_it)
 {
     write_file(LOG_FILE, "");
@@ -277,6 +284,7 @@ TEST_F(log_destination, file_is_written_from_its_beginning_and_neither_cut_nor_a
     EXPECT_EQ(text.back(), 'x');
 }
 
+// holds: log-destination
 TEST_F(log_destination, is_the_console_without_the_file_and_the_file_only_after_the_next_close)
 {
     t_own_dev dev(true);
@@ -299,6 +307,7 @@ TEST_F(log_destination, is_the_console_without_the_file_and_the_file_only_after_
     EXPECT_NE(read_file(LOG_FILE).find("third"), std::string::npos);
 }
 
+// holds: log-opened-twice
 TEST_F(log_destination, is_left_alone_by_a_second_open)
 {
     write_file(LOG_FILE, "");
@@ -326,6 +335,7 @@ TEST_F(log_destination, stays_as_it_is_when_neither_file_nor_console_can_be_open
     EXPECT_TRUE(capture.has_body("where it went before"));
 }
 
+// holds: log-file-plain
 TEST_F(log_destination_in_foreign_hands, a_link_is_not_followed)
 {
     write_file("/tmp/precious", "precious");
@@ -334,6 +344,7 @@ TEST_F(log_destination_in_foreign_hands, a_link_is_not_followed)
     EXPECT_EQ(read_file("/tmp/precious"), "precious");
 }
 
+// holds: log-file-plain
 TEST_F(log_destination_in_foreign_hands, a_link_to_nothing_is_not_followed)
 {
     std::filesystem::create_symlink("/tmp/no_such_file", LOG_FILE);
@@ -341,6 +352,7 @@ TEST_F(log_destination_in_foreign_hands, a_link_to_nothing_is_not_followed)
     EXPECT_FALSE(file_exists("/tmp/no_such_file"));
 }
 
+// holds: log-file-plain
 TEST_F(log_destination_in_foreign_hands, another_name_of_a_file_is_not_written_to)
 {
     write_file("/tmp/precious", "precious");
@@ -349,6 +361,7 @@ TEST_F(log_destination_in_foreign_hands, another_name_of_a_file_is_not_written_t
     EXPECT_EQ(read_file("/tmp/precious"), "precious");
 }
 
+// holds: log-file-plain
 TEST_F(log_destination_in_foreign_hands, the_file_of_another_user_gets_no_line)
 {
     write_file(LOG_FILE, "");
@@ -357,12 +370,14 @@ TEST_F(log_destination_in_foreign_hands, the_file_of_another_user_gets_no_line)
     EXPECT_EQ(read_file(LOG_FILE), "");
 }
 
+// holds: log-never-waits
 TEST_F(log_destination_in_foreign_hands, a_pipe_nobody_reads_holds_nobody_up)
 {
     ASSERT_EQ(mkfifo(LOG_FILE.c_str(), 0666), 0);
     expect_the_console();
 }
 
+// holds: log-file-plain, log-never-waits
 TEST_F(log_destination_in_foreign_hands, a_pipe_that_is_held_open_gets_no_line)
 {
     ASSERT_EQ(mkfifo(LOG_FILE.c_str(), 0666), 0);
@@ -373,12 +388,14 @@ TEST_F(log_destination_in_foreign_hands, a_pipe_that_is_held_open_gets_no_line)
     EXPECT_EQ(read(reader.fd, &got, 1), 0);
 }
 
+// holds: log-file-plain
 TEST_F(log_destination_in_foreign_hands, a_folder_does_not_silence_the_log)
 {
     ASSERT_EQ(mkdir(LOG_FILE.c_str(), 0777), 0);
     expect_the_console();
 }
 
+// holds: log-file-plain
 TEST_F(log_destination_in_foreign_hands, a_device_is_not_written_to)
 {
     ASSERT_EQ(mknod(LOG_FILE.c_str(), S_IFCHR | 0666, makedev(1, 3)), 0);

@@ -111,6 +111,7 @@ protected:
 
 } // namespace
 
+// holds: status-codes
 TEST_F(network_status, is_that_of_the_internet_interface)
 {
     answer(INTERNET, "connected");
@@ -125,6 +126,7 @@ TEST_F(network_status, is_that_of_the_internet_interface)
     EXPECT_EQ(asked, (std::vector<std::string>{INTERNET, INTERNET, INTERNET}));
 }
 
+// holds: status-fallback
 TEST_F(network_status, of_ipv4_falls_back_to_wan_when_internet_is_not_there)
 {
     answer(WAN, "connected");
@@ -133,6 +135,7 @@ TEST_F(network_status, of_ipv4_falls_back_to_wan_when_internet_is_not_there)
     EXPECT_TRUE(said("Info", R"(Failed to run ubus call network.interface status '{"interface":"internet"}')"));
 }
 
+// holds: status-fallback
 TEST_F(network_status, of_ipv4_falls_back_to_wan_when_internet_cannot_be_read)
 {
     answer_unreadable(INTERNET);
@@ -149,6 +152,7 @@ TEST_F(network_status, of_ipv4_is_disconnected_at_once_when_wan_is_not_there_eit
     EXPECT_FALSE(said_result());
 }
 
+// holds: status-codes
 TEST_F(network_status, of_ipv4_is_disconnected_when_wan_cannot_be_read_either)
 {
     answer_unreadable(WAN);
@@ -165,6 +169,7 @@ TEST_F(network_status, of_ipv4_with_the_check_reports_the_disconnection_without_
     EXPECT_EQ(calls_of("online-test"), "");
 }
 
+// holds: status-fallback
 TEST_F(network_status, of_ipv6_never_falls_back)
 {
     answer(INTERNET, "connected");
@@ -176,6 +181,7 @@ TEST_F(network_status, of_ipv6_never_falls_back)
     EXPECT_FALSE(said_result());
 }
 
+// holds: status-fallback
 TEST_F(network_status, of_ipv6_is_disconnected_when_it_cannot_be_read)
 {
     answer_unreadable(WANV6);
@@ -196,6 +202,7 @@ TEST_F(network_status, a_call_that_fails_after_its_reply_counts_as_failed)
     EXPECT_EQ(get_network_status(0, 0), NETWORK_DISCONNECTED);
 }
 
+// holds: status-codes
 TEST_F(network_status, with_the_check_a_connected_upstream_that_is_not_online_is_poor)
 {
     answer(INTERNET, "connected");
@@ -228,6 +235,7 @@ TEST_F(network_status, with_the_check_a_connecting_upstream_is_not_tested)
     EXPECT_EQ(calls_of("online-test"), "");
 }
 
+// holds: question-without-memory
 TEST_F(network_status, without_memory_for_the_question_nobody_is_asked_and_it_counts_as_failed)
 {
     answer(INTERNET, "connected");
@@ -241,6 +249,7 @@ TEST_F(network_status, without_memory_for_the_question_nobody_is_asked_and_it_co
     EXPECT_EQ(get_network_status(0, 0), NETWORK_CONNECTED);
 }
 
+// holds: manager-away
 TEST_F(network_status, a_manager_that_never_was_there_is_not_away)
 {
     EXPECT_FALSE(network_manager_is_away());
@@ -249,6 +258,7 @@ TEST_F(network_status, a_manager_that_never_was_there_is_not_away)
     EXPECT_FALSE(network_manager_is_away());
 }
 
+// holds: manager-away
 TEST_F(network_status, a_manager_that_answered_and_cannot_be_found_any_more_is_away_until_it_answers)
 {
     answer(INTERNET, "disconnected");
@@ -262,6 +272,7 @@ TEST_F(network_status, a_manager_that_answered_and_cannot_be_found_any_more_is_a
     EXPECT_FALSE(network_manager_is_away());
 }
 
+// holds: manager-away
 TEST_F(network_status, a_manager_that_refused_has_answered_too)
 {
     answer_all(UBUS_STATUS_NOT_FOUND);
@@ -272,6 +283,7 @@ TEST_F(network_status, a_manager_that_refused_has_answered_too)
     EXPECT_TRUE(network_manager_is_away());
 }
 
+// holds: manager-away
 TEST_F(network_status, a_manager_that_hangs_is_not_away_and_has_not_answered)
 {
     answer_all(UBUS_STATUS_TIMEOUT);
@@ -282,6 +294,7 @@ TEST_F(network_status, a_manager_that_hangs_is_not_away_and_has_not_answered)
     EXPECT_FALSE(network_manager_is_away());
 }
 
+// holds: manager-away
 TEST_F(network_status, without_the_bus_the_manager_is_away_whether_it_ever_answered_or_not)
 {
     answer_all(ERR_BUS_OBJECT);
@@ -293,6 +306,7 @@ TEST_F(network_status, without_the_bus_the_manager_is_away_whether_it_ever_answe
     EXPECT_FALSE(network_manager_is_away());
 }
 
+// holds: manager-away
 TEST_F(network_status, an_answer_counts_also_when_the_bus_is_lost_right_after_it)
 {
     answer(INTERNET, "disconnected");
@@ -301,6 +315,7 @@ TEST_F(network_status, an_answer_counts_also_when_the_bus_is_lost_right_after_it
     EXPECT_FALSE(network_manager_is_away());
 }
 
+// holds: manager-away
 TEST_F(network_status, whether_the_manager_is_away_is_asked_of_nobody_and_said_to_nobody)
 {
     answer(INTERNET, "connected");
@@ -312,6 +327,7 @@ TEST_F(network_status, whether_the_manager_is_away_is_asked_of_nobody_and_said_t
     EXPECT_EQ(asked, std::vector<std::string>{INTERNET});
 }
 
+// holds: online-test-codes
 TEST_F(online_test, exiting_with_0_means_online)
 {
     install_program("online-test", "exit 0");
@@ -319,6 +335,7 @@ TEST_F(online_test, exiting_with_0_means_online)
     EXPECT_EQ(runs(), 1u);
 }
 
+// holds: online-test-again, online-test-codes
 TEST_F(online_test, exiting_with_1_means_offline_and_is_not_tried_again)
 {
     install_program("online-test", "exit 1");
@@ -327,6 +344,7 @@ TEST_F(online_test, exiting_with_1_means_offline_and_is_not_tried_again)
     EXPECT_FALSE(tried_again());
 }
 
+// holds: online-test-again
 TEST_F(online_test, exiting_with_2_is_tried_once_more)
 {
     install_program("online-test", "exit 2");
@@ -335,6 +353,7 @@ TEST_F(online_test, exiting_with_2_is_tried_once_more)
     EXPECT_TRUE(tried_again());
 }
 
+// holds: online-test-codes
 TEST_F(online_test, the_second_try_may_succeed)
 {
     install_program("online-test", "[ $(wc -l < /tmp/calls_of_online-test) = 2 ] || exit 2");
@@ -342,6 +361,7 @@ TEST_F(online_test, the_second_try_may_succeed)
     EXPECT_EQ(runs(), 2u);
 }
 
+// holds: online-test-again
 TEST_F(online_test, ended_by_a_signal_is_tried_once_more)
 {
     install_program("online-test", "kill -KILL $$");
@@ -371,6 +391,7 @@ TEST_F(online_test, whose_exit_status_is_lost_is_tried_again_with_children_of_ou
     EXPECT_EQ(after.sa_handler, SIG_IGN);
 }
 
+// holds: router-mode
 TEST_F(router_mode, is_any_mode_that_begins_with_router)
 {
     EXPECT_EQ(with("router"), 1);
@@ -378,12 +399,14 @@ TEST_F(router_mode, is_any_mode_that_begins_with_router)
     EXPECT_EQ(with(std::string("router") + std::string(500, 'x')), 1);
 }
 
+// holds: router-mode
 TEST_F(router_mode, is_no_other_mode)
 {
     for (const char *mode : {"ap", "repeater", "route", "Router", " router", "wds-router"})
         EXPECT_EQ(with(mode), 0) << mode;
 }
 
+// holds: router-mode
 TEST_F(router_mode, is_assumed_when_the_setting_is_missing)
 {
     EXPECT_EQ(get_is_router_mode(), 1);

@@ -8,6 +8,7 @@
 #include "platform/adapters/link_status.h"
 #include "platform/bus.h"
 
+// holds: result-codes
 TEST(result_codes, of_failures_are_told_by_their_numbers)
 {
     EXPECT_EQ(OK, 0);
@@ -21,6 +22,7 @@ TEST(result_codes, of_failures_are_told_by_their_numbers)
     EXPECT_EQ(ERR_BUSY, -85);
 }
 
+// holds: result-codes
 TEST(result_codes, of_probes_are_told_by_their_numbers)
 {
     EXPECT_EQ(DEVICE_WITHOUT_LINK, 99);
@@ -30,6 +32,7 @@ TEST(result_codes, of_probes_are_told_by_their_numbers)
     EXPECT_EQ(PROBE_WAITING, 0);
 }
 
+// holds: bus-status-reply, status-codes
 TEST(result_codes, of_the_network_are_told_by_their_numbers)
 {
     EXPECT_EQ(NETWORK_UNKNOWN, -2);
@@ -39,6 +42,7 @@ TEST(result_codes, of_the_network_are_told_by_their_numbers)
     EXPECT_EQ(NETWORK_POOR_CONNECTED, 2);
 }
 
+// holds: bus-call-time, script-output-bound
 TEST(limits, of_script_output_and_bus_calls_are_the_agreed_ones)
 {
     EXPECT_EQ(PORT_STATE_SIZE, 512u);

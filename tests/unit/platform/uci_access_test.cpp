@@ -68,6 +68,7 @@ using bounded = testing::Test;
 
 } // namespace
 
+// holds: read-codes
 TEST_F(uci_access, reads_a_string_option)
 {
     EXPECT_EQ(get("network.wan.proto"), 0);
@@ -83,6 +84,7 @@ TEST_F(uci_access, reads_an_anonymous_section_by_type_and_index)
     EXPECT_EQ(value(), "first");
 }
 
+// holds: option-short-path
 TEST_F(uci_access, a_path_of_package_and_section_only_is_not_an_option)
 {
     EXPECT_EQ(get("network.wan"), -1);
@@ -90,12 +92,14 @@ TEST_F(uci_access, a_path_of_package_and_section_only_is_not_an_option)
     EXPECT_TRUE(log.has("Info", "_uci_get_value", "element type is not option:3"));
 }
 
+// holds: option-short-path
 TEST_F(uci_access, a_path_of_a_package_only_is_not_an_option)
 {
     EXPECT_EQ(get("network"), -1);
     EXPECT_TRUE(log.has("Info", "_uci_get_value", "element type is not option:2"));
 }
 
+// holds: option-is-list
 TEST_F(uci_access, a_list_option_is_not_a_string)
 {
     EXPECT_EQ(get("network.wan.dns"), -1);
@@ -103,6 +107,7 @@ TEST_F(uci_access, a_list_option_is_not_a_string)
     EXPECT_TRUE(log.has("Info", "_uci_get_value", "option type is not string:1"));
 }
 
+// holds: option-missing
 TEST_F(uci_access, a_missing_option_stops_at_its_section)
 {
     EXPECT_EQ(get("network.wan.nothing"), -1);
@@ -110,6 +115,7 @@ TEST_F(uci_access, a_missing_option_stops_at_its_section)
     EXPECT_TRUE(log.has("Info", "_uci_get_value", "element type is not option:3"));
 }
 
+// holds: option-missing
 TEST_F(uci_access, a_missing_section_is_a_failed_lookup)
 {
     EXPECT_EQ(get("network.nothing.proto"), -1);
@@ -121,6 +127,7 @@ TEST_F(uci_access, a_missing_section_is_a_failed_lookup)
     EXPECT_TRUE(log.has("Info", "_uci_get_value", "fail to get ptr network.@rule[7].name "));
 }
 
+// holds: option-missing
 TEST_F(uci_access, a_missing_package_is_a_failed_lookup)
 {
     EXPECT_EQ(get("sysmode.sysmode.mode"), -1);
@@ -145,6 +152,7 @@ TEST_F(uci_access, a_malformed_path_is_a_failed_lookup)
     }
 }
 
+// holds: option-long-value
 TEST_F(uci_access, a_value_of_100_characters_is_returned_as_its_first_64)
 {
     std::string wanted = std::string(60, 'a') + "bcdefg";
@@ -179,6 +187,7 @@ TEST_F(uci_access, a_path_of_65_characters_is_refused_and_not_cut_to_another_one
     EXPECT_TRUE(log.has("Info", "_uci_get_value", "fail to get ptr " + path + " "));
 }
 
+// holds: read-codes
 TEST_F(uci_access, a_null_argument_is_refused)
 {
     EXPECT_EQ(_uci_get_value("network.wan.proto", nullptr), -1);
@@ -194,6 +203,7 @@ TEST_F(uci_access, a_read_sees_what_another_program_wrote_meanwhile)
     EXPECT_EQ(value(), "pppoe");
 }
 
+// holds: write-codes
 TEST_F(uci_access, a_write_is_in_the_file_at_once)
 {
     EXPECT_EQ(set("network.auto_wan_detect.fake_wan_port", "eth3"), 0);
@@ -215,6 +225,7 @@ TEST_F(uci_access, a_write_tells_each_step)
     EXPECT_TRUE(log.has("Info", function, "Success to set network.auto_wan_detect.fake_wan_port = eth3 "));
 }
 
+// holds: write-path-cut
 TEST_F(uci_access, a_write_cuts_the_callers_path_at_its_first_dot)
 {
     std::string left;
@@ -229,6 +240,7 @@ TEST_F(uci_access, a_write_adds_a_missing_option_to_its_section)
     EXPECT_EQ(value(), "10");
 }
 
+// holds: write-codes
 TEST_F(uci_access, a_write_into_a_missing_section_fails)
 {
     std::string before = read_file("/etc/config/network");
@@ -237,6 +249,7 @@ TEST_F(uci_access, a_write_into_a_missing_section_fails)
     EXPECT_EQ(read_file("/etc/config/network"), before);
 }
 
+// holds: write-codes
 TEST_F(uci_access, a_write_into_a_missing_package_fails)
 {
     EXPECT_EQ(set("nothing.wan.metric", "10"), -1);
@@ -258,6 +271,7 @@ TEST_F(uci_access, a_write_to_a_path_of_more_than_64_characters_is_refused)
     EXPECT_TRUE(log.has("Error", "_uci_set_value_commit", "fail to get ptr again " + path + " "));
 }
 
+// holds: write-codes
 TEST_F(uci_access, a_write_that_cannot_be_committed_says_so)
 {
     // The configuration library replaces the file; a folder in its place lets the look-up fail, so the save folder is
@@ -275,6 +289,7 @@ TEST_F(uci_access, a_written_value_may_hold_quotes_and_lines)
     EXPECT_EQ(value(), odd);
 }
 
+// holds: write-codes
 TEST_F(uci_access, null_arguments_of_a_write_are_refused)
 {
     char path[] = "network.wan.proto";
@@ -295,6 +310,7 @@ TEST_F(uci_access, a_package_is_opened_for_a_walk)
     EXPECT_EQ(rules, 2);
 }
 
+// holds: load-reason
 TEST_F(uci_access, a_package_that_cannot_be_loaded_is_null_and_its_reason_is_told_on_standard_error_when_asked_for)
 {
     write_config("broken", "config section 'a'\n\toption 'unterminated\n");
@@ -311,6 +327,7 @@ TEST_F(uci_access, a_package_that_cannot_be_loaded_is_null_and_its_reason_is_tol
               "nothing: Entry not found\nbroken: Parse error\n: Invalid argument\n");
 }
 
+// holds: load-reason
 TEST_F(uci_access, the_reason_is_told_the_same_however_often)
 {
     const t_uci_package missing("nothing");

@@ -142,6 +142,7 @@ protected:
 
 } // namespace
 
+// holds: commit-without-room
 TEST_F(uci_commit_room, without_room_nothing_is_committed)
 {
     disk.fill();
@@ -154,6 +155,7 @@ TEST_F(uci_commit_room, without_room_nothing_is_committed)
     EXPECT_TRUE(log.has("Error", "_uci_set_value_commit", "fail to commit network.wan.proto"));
 }
 
+// holds: commit-without-room
 TEST_F(uci_commit_room, without_room_the_change_waits_and_counts)
 {
     disk.fill();
@@ -167,6 +169,7 @@ TEST_F(uci_commit_room, without_room_the_change_waits_and_counts)
     EXPECT_NE(file("network").find("option proto 'pppoe'"), std::string::npos) << "along with the next commit";
 }
 
+// holds: commit-without-room
 TEST_F(uci_commit_room, too_little_room_counts_as_none)
 {
     disk.fill(2);
@@ -178,6 +181,7 @@ TEST_F(uci_commit_room, too_little_room_counts_as_none)
     EXPECT_EQ(commits, 1);
 }
 
+// holds: commit-without-room
 TEST_F(uci_commit_room, without_room_the_other_members_commit_nothing_either)
 {
     const std::string before = file("wan_detect");
@@ -195,6 +199,7 @@ TEST_F(uci_commit_room, without_room_the_other_members_commit_nothing_either)
         EXPECT_TRUE(log.has("Error", function, "fail to commit wan_detect")) << function;
 }
 
+// holds: commit-without-room
 TEST_F(uci_commit_room, with_room_again_the_commit_is_made)
 {
     disk.fill();
@@ -204,6 +209,7 @@ TEST_F(uci_commit_room, with_room_again_the_commit_is_made)
     EXPECT_NE(file("network").find("option proto 'pppoe'"), std::string::npos);
 }
 
+// holds: own-save-folder
 TEST_F(uci_commit_room, without_room_where_changes_wait_they_go_through_another_place)
 {
     const t_small_disk tmp("/tmp");
@@ -217,6 +223,7 @@ TEST_F(uci_commit_room, without_room_where_changes_wait_they_go_through_another_
         EXPECT_EQ(entry.path().filename().string().rfind("wan_detect-", 0), std::string::npos) << entry.path();
 }
 
+// holds: own-save-folder
 TEST_F(uci_commit_room, without_room_for_the_folder_of_waiting_changes_they_go_through_another_place)
 {
     const t_small_disk tmp("/tmp");
@@ -225,6 +232,7 @@ TEST_F(uci_commit_room, without_room_for_the_folder_of_waiting_changes_they_go_t
     EXPECT_NE(file("network").find("option proto 'pppoe'"), std::string::npos);
 }
 
+// holds: own-save-folder
 TEST_F(uci_commit_room, without_room_nothing_goes_past_what_waits_already)
 {
     const t_small_disk tmp("/tmp");
@@ -237,6 +245,7 @@ TEST_F(uci_commit_room, without_room_nothing_goes_past_what_waits_already)
     EXPECT_EQ(read_file("/tmp/.uci/network"), "network.wan.proto='l2tp'\n");
 }
 
+// holds: commit-without-room, own-save-folder
 TEST_F(uci_commit_room, without_room_for_the_waiting_change_anywhere_nothing_is_committed)
 {
     const t_small_disk tmp("/tmp"), run("/var/run/");
@@ -249,6 +258,7 @@ TEST_F(uci_commit_room, without_room_for_the_waiting_change_anywhere_nothing_is_
     EXPECT_FALSE(file_exists("/tmp/.uci/network")) << "half a change would wait";
 }
 
+// holds: commit-without-room
 TEST_F(uci_commit_room, on_a_read_only_disk_nothing_is_committed)
 {
     ASSERT_EQ(mount(nullptr, "/etc/config", nullptr, MS_REMOUNT | MS_RDONLY, nullptr), 0);
@@ -259,6 +269,7 @@ TEST_F(uci_commit_room, on_a_read_only_disk_nothing_is_committed)
     EXPECT_TRUE(log.has("Error", "_uci_set_value_commit", "fail to commit network.wan.proto"));
 }
 
+// holds: commit-nothing
 TEST_F(uci_commit_room, a_commit_that_would_change_nothing_is_not_made)
 {
     const ino_t before = inode_of_network();
@@ -269,6 +280,7 @@ TEST_F(uci_commit_room, a_commit_that_would_change_nothing_is_not_made)
     EXPECT_TRUE(log.has("Info", "_uci_set_value_commit", "Success to set network.wan.proto = dhcp "));
 }
 
+// holds: commit-nothing
 TEST_F(uci_commit_room, a_value_that_only_the_file_has_is_committed_against_what_waits)
 {
     write_file("/tmp/.uci/network", "network.wan.proto='pppoe'\n");
@@ -279,6 +291,7 @@ TEST_F(uci_commit_room, a_value_that_only_the_file_has_is_committed_against_what
     EXPECT_STREQ(value, "dhcp");
 }
 
+// holds: commit-nothing
 TEST_F(uci_commit_room, what_waits_is_committed_along_with_our_change)
 {
     write_file("/tmp/.uci/network", "network.wan.note='kept'\n");
@@ -287,6 +300,7 @@ TEST_F(uci_commit_room, what_waits_is_committed_along_with_our_change)
     EXPECT_NE(file("network").find("option proto 'pppoe'"), std::string::npos);
 }
 
+// holds: commit-cut
 TEST_F(uci_commit_room, a_file_that_a_commit_has_cut_gets_its_former_text_back)
 {
     for (int bytes : {0, 20, static_cast<int>(NETWORK.size()) - 1}) {
@@ -304,6 +318,7 @@ TEST_F(uci_commit_room, a_file_that_a_commit_has_cut_gets_its_former_text_back)
     EXPECT_EQ(log.count("Error", "_uci_set_value_commit", "fail to commit network.wan.proto"), 3);
 }
 
+// holds: commit-looked-after
 TEST_F(uci_commit_room, a_cut_file_that_somebody_locks_gets_its_former_text_back)
 {
     cut_to = 20;
@@ -312,6 +327,7 @@ TEST_F(uci_commit_room, a_cut_file_that_somebody_locks_gets_its_former_text_back
     EXPECT_EQ(file("network"), NETWORK);
 }
 
+// holds: commit-looked-after
 TEST_F(uci_commit_room, a_cut_file_gets_its_former_text_back_also_when_a_lock_was_given_up)
 {
     cut_to = 20;
@@ -320,12 +336,14 @@ TEST_F(uci_commit_room, a_cut_file_gets_its_former_text_back_also_when_a_lock_wa
     EXPECT_EQ(file("network"), NETWORK);
 }
 
+// holds: commit-looked-after
 TEST_F(uci_commit_room, a_commit_that_gave_up_a_lock_counts_as_failed)
 {
     waits_for_another = true;
     EXPECT_EQ(set("network.wan.proto", "pppoe"), -1);
 }
 
+// holds: commit-looked-after
 TEST_F(uci_commit_room, a_commit_whose_file_cannot_be_read_counts_as_failed)
 {
     is_vanished = true;
@@ -334,6 +352,7 @@ TEST_F(uci_commit_room, a_commit_whose_file_cannot_be_read_counts_as_failed)
     EXPECT_TRUE(log.has("Error", "_uci_set_value_commit", "fail to commit network.wan.proto"));
 }
 
+// holds: commit-cut
 TEST_F(uci_commit_room, a_link_to_the_file_stays_a_link)
 {
     fs::rename("/etc/config/network", "/etc/config/.network");
@@ -346,6 +365,7 @@ TEST_F(uci_commit_room, a_link_to_the_file_stays_a_link)
     EXPECT_NE(file(".network").find("'pppoe'"), std::string::npos);
 }
 
+// holds: commit-without-room
 TEST(disk_room, a_disk_without_a_size_has_room)
 {
     fs::create_directory("/run/endless");
@@ -354,6 +374,7 @@ TEST(disk_room, a_disk_without_a_size_has_room)
     EXPECT_EQ(umount("/run/endless"), 0);
 }
 
+// holds: commit-without-room
 TEST(disk_room, what_is_kept_free_for_root_is_room_for_root_alone)
 {
     fs::create_directories("/run/small");
@@ -368,6 +389,7 @@ TEST(disk_room, what_is_kept_free_for_root_is_room_for_root_alone)
     reserve = 0;
 }
 
+// holds: commit-without-room
 TEST(disk_room, an_overlay_needs_room_for_a_copy_of_the_old_file_as_well)
 {
     fs::create_directories("/run/small");

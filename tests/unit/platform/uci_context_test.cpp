@@ -92,6 +92,7 @@ protected:
 INSTANTIATE_TEST_SUITE_P(for_want_of, uci_without_context, testing::Values(&no_context, &no_directory),
                          [](const auto &parameter) { return parameter.index == 0 ? "memory" : "its_directory"; });
 
+// holds: read-codes
 TEST_P(uci_without_context, a_read_fails_and_leaves_the_buffer_alone)
 {
     char value[UCI_VALUE_SIZE] = "before";
@@ -100,6 +101,7 @@ TEST_P(uci_without_context, a_read_fails_and_leaves_the_buffer_alone)
     EXPECT_TRUE(said("_uci_get_value", "network.wan.proto"));
 }
 
+// holds: write-codes
 TEST_P(uci_without_context, a_write_fails_and_leaves_the_path_whole)
 {
     char path[] = "network.wan.proto";
@@ -108,6 +110,7 @@ TEST_P(uci_without_context, a_write_fails_and_leaves_the_path_whole)
     EXPECT_TRUE(said("_uci_set_value_commit", "network.wan.proto"));
 }
 
+// holds: edit-codes
 TEST_P(uci_without_context, a_change_that_would_wait_in_its_slot_fails)
 {
     EXPECT_EQ(_uci_set_value(&slot, "network", "wan", "proto", "pppoe"), -1);
@@ -120,6 +123,7 @@ TEST_P(uci_without_context, a_change_that_would_wait_in_its_slot_fails)
     EXPECT_TRUE(said("_uci_del_add_list", "network.wan.dns"));
 }
 
+// holds: edit-codes
 TEST_P(uci_without_context, a_change_that_is_committed_at_once_fails)
 {
     EXPECT_EQ(_uci_delete_commit("network", "wan", "proto"), -1);
@@ -130,6 +134,7 @@ TEST_P(uci_without_context, a_change_that_is_committed_at_once_fails)
     EXPECT_TRUE(said("_uci_del_add_list_commit", "network.wan.dns"));
 }
 
+// holds: edit-codes
 TEST_P(uci_without_context, a_commit_without_a_slot_fails)
 {
     EXPECT_EQ(_uci_commit(slot), -1);
@@ -137,6 +142,7 @@ TEST_P(uci_without_context, a_commit_without_a_slot_fails)
     EXPECT_TRUE(log.has("Error", "_uci_commit", "commit failed"));
 }
 
+// holds: edit-codes
 TEST_P(uci_without_context, the_runtime_state_is_not_there_and_the_line_about_it_bypasses_the_level)
 {
     char value[16] = "before";
@@ -179,6 +185,7 @@ protected:
     }
 };
 
+// holds: save-folder-made
 TEST_F(uci_late_save_folder, of_a_stranger_finds_its_place_taken)
 {
     EXPECT_EQ(value(), "dhcp");
@@ -189,6 +196,7 @@ TEST_F(uci_late_save_folder, of_a_stranger_finds_its_place_taken)
     EXPECT_EQ(folder.st_mode & 07777, 0700u);
 }
 
+// holds: save-folder-made
 TEST_F(uci_late_save_folder, is_not_read_where_none_could_be_made)
 {
     std::filesystem::create_directory("/run/bare");

@@ -40,6 +40,7 @@ const std::string PORTS_IN_ORDER = "\tlist port 'eth0'\n\tlist port 'eth1'\n\tli
 
 } // namespace
 
+// holds: edit-codes
 TEST_F(uci_edit, a_set_value_waits_in_its_slot_until_the_commit)
 {
     EXPECT_EQ(_uci_set_value(&slot, "wan_detect", "main", "level", "7"), 0);
@@ -68,6 +69,7 @@ TEST_F(uci_edit, several_changes_share_one_slot)
     EXPECT_TRUE(has("option level '7'") && has("option mode 'router'") && has("list port 'eth3'"));
 }
 
+// holds: edit-codes
 TEST_F(uci_edit, a_set_that_fails_frees_the_context_and_clears_the_slot)
 {
     EXPECT_EQ(_uci_set_value(&slot, "wan_detect", "nothing", "level", "7"), -1);
@@ -166,6 +168,7 @@ TEST_F(uci_edit, a_change_that_cannot_be_committed_says_so)
     EXPECT_EQ(file(), before);
 }
 
+// holds: list-item-once
 TEST_F(uci_edit, an_item_added_anew_stands_once_at_the_end)
 {
     EXPECT_EQ(_uci_del_add_list_commit("wan_detect", "main", "port", "eth0"), 0);
@@ -182,6 +185,7 @@ TEST_F(uci_edit, an_item_added_anew_to_a_list_without_it_is_just_added)
     EXPECT_TRUE(has("\tlist fresh 'x'\n"));
 }
 
+// holds: list-item-once
 TEST_F(uci_edit, an_item_added_anew_to_a_plain_text_stands_once)
 {
     EXPECT_EQ(_uci_del_add_list_commit("wan_detect", "main", "level", "2"), 0);

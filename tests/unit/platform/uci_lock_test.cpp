@@ -87,6 +87,7 @@ protected:
 
 } // namespace
 
+// holds: locked-read
 TEST_F(uci_lock, a_read_of_a_locked_file_fails_after_a_second)
 {
     const t_foreign_lock lock("/etc/config/network");
@@ -97,6 +98,7 @@ TEST_F(uci_lock, a_read_of_a_locked_file_fails_after_a_second)
     EXPECT_TRUE(log.has("Info", "_uci_get_value", "fail to get ptr network.wan.proto "));
 }
 
+// holds: locked-read
 TEST_F(uci_lock, while_the_daemon_starts_a_locked_file_is_waited_for_longer)
 {
     const t_foreign_lock lock("/etc/config/network");
@@ -149,6 +151,7 @@ TEST_F(uci_lock, a_file_refused_again_and_again_does_not_let_another_one_be_forg
     });
 }
 
+// holds: locked-read
 TEST_F(uci_lock, a_file_that_is_let_go_in_time_is_read)
 {
     t_foreign_lock lock("/etc/config/network");
@@ -162,6 +165,7 @@ TEST_F(uci_lock, a_file_that_is_let_go_in_time_is_read)
     });
 }
 
+// holds: locked-read
 TEST_F(uci_lock, whoever_only_reads_is_not_waited_for)
 {
     const t_foreign_lock lock("/etc/config/network", LOCK_SH);
@@ -169,6 +173,7 @@ TEST_F(uci_lock, whoever_only_reads_is_not_waited_for)
     EXPECT_EQ(waited_ms(), 0);
 }
 
+// holds: locked-read
 TEST_F(uci_lock, reads_that_follow_each_other_share_the_second)
 {
     const t_foreign_lock lock("/etc/config/network"), other("/etc/config/switch");
@@ -181,6 +186,7 @@ TEST_F(uci_lock, reads_that_follow_each_other_share_the_second)
     });
 }
 
+// holds: locked-read
 TEST_F(uci_lock, a_file_that_is_just_written_is_read_although_the_second_is_spent_on_another)
 {
     const t_foreign_lock lock("/etc/config/network");
@@ -196,6 +202,7 @@ TEST_F(uci_lock, a_file_that_is_just_written_is_read_although_the_second_is_spen
     });
 }
 
+// holds: locked-read
 TEST_F(uci_lock, time_without_a_wait_is_got_back)
 {
     const t_foreign_lock lock("/etc/config/network");
@@ -211,6 +218,7 @@ TEST_F(uci_lock, time_without_a_wait_is_got_back)
     });
 }
 
+// holds: locked-read
 TEST_F(uci_lock, after_a_wait_in_vain_a_free_file_is_read_at_once)
 {
     const t_foreign_lock lock("/etc/config/network");
@@ -222,6 +230,7 @@ TEST_F(uci_lock, after_a_wait_in_vain_a_free_file_is_read_at_once)
     });
 }
 
+// holds: locked-read
 TEST_F(uci_lock, each_thread_has_its_own_second)
 {
     const t_foreign_lock lock("/etc/config/network");
@@ -231,6 +240,7 @@ TEST_F(uci_lock, each_thread_has_its_own_second)
     }
 }
 
+// holds: locked-read
 TEST_F(uci_lock, a_locked_package_cannot_be_loaded_and_the_reason_is_that_it_cannot_be_read)
 {
     const t_foreign_lock lock("/etc/config/network");
@@ -243,6 +253,7 @@ TEST_F(uci_lock, a_locked_package_cannot_be_loaded_and_the_reason_is_that_it_can
     });
 }
 
+// holds: locked-read
 TEST_F(uci_lock, changes_that_wait_and_are_locked_are_not_passed_over)
 {
     write_file("/tmp/.uci/network", "network.wan.proto='pppoe'\n");
@@ -255,6 +266,7 @@ TEST_F(uci_lock, changes_that_wait_and_are_locked_are_not_passed_over)
     });
 }
 
+// holds: locked-read
 TEST_F(uci_lock, a_locked_file_leaks_no_descriptor)
 {
     const auto open_ones = [] {
@@ -270,6 +282,7 @@ TEST_F(uci_lock, a_locked_file_leaks_no_descriptor)
     });
 }
 
+// holds: locked-commit
 TEST_F(uci_lock, a_commit_of_a_locked_file_fails_after_a_second)
 {
     const std::string before = read_file("/etc/config/network");
@@ -284,6 +297,7 @@ TEST_F(uci_lock, a_commit_of_a_locked_file_fails_after_a_second)
     EXPECT_TRUE(log.has("Error", "_uci_set_value_commit", "fail to commit network.wan.proto"));
 }
 
+// holds: locked-commit
 TEST_F(uci_lock, the_other_members_wait_no_longer)
 {
     const t_foreign_lock lock("/etc/config/wan_detect");

@@ -99,6 +99,7 @@ INSTANTIATE_TEST_SUITE_P(with, strange_save_folder, testing::ValuesIn(WAYS),
 
 } // namespace
 
+// holds: foreign-save-folder
 TEST_F(uci_save_folder, of_our_own_holds_changes_that_count)
 {
     EXPECT_EQ(value("network.wan.proto"), "evil");
@@ -107,6 +108,7 @@ TEST_F(uci_save_folder, of_our_own_holds_changes_that_count)
     EXPECT_EQ(log.count("Error", "", TOLD), 0);
 }
 
+// holds: foreign-save-folder
 TEST_F(uci_save_folder, that_our_own_group_may_write_holds_changes_that_count)
 {
     EXPECT_EQ(chmod(FOLDER, 0775), 0);
@@ -114,6 +116,7 @@ TEST_F(uci_save_folder, that_our_own_group_may_write_holds_changes_that_count)
     EXPECT_EQ(log.count("Error", "", TOLD), 0);
 }
 
+// holds: foreign-save-folder
 TEST_P(strange_save_folder, is_not_read_from)
 {
     EXPECT_EQ(value("network.wan.proto"), "dhcp");
@@ -122,6 +125,7 @@ TEST_P(strange_save_folder, is_not_read_from)
     EXPECT_EQ(value("network.wan.port"), "1");
 }
 
+// holds: foreign-save-folder
 TEST_P(strange_save_folder, is_told_once)
 {
     for (int i = 0; i < 3; i++)
@@ -129,6 +133,7 @@ TEST_P(strange_save_folder, is_told_once)
     EXPECT_EQ(log.count("Error", "", TOLD), 1);
 }
 
+// holds: foreign-save-folder
 TEST_P(strange_save_folder, is_not_committed_and_our_own_change_is)
 {
     EXPECT_EQ(set("network.wan.port", "2"), 0);
@@ -144,6 +149,7 @@ TEST_P(strange_save_folder, is_not_committed_and_our_own_change_is)
     EXPECT_EQ(file("wan_detect").find("evil"), std::string::npos);
 }
 
+// holds: foreign-save-folder
 TEST_P(strange_save_folder, leaves_nothing_of_ours_behind)
 {
     set("network.wan.port", "2");
@@ -152,6 +158,7 @@ TEST_P(strange_save_folder, leaves_nothing_of_ours_behind)
             EXPECT_EQ(entry.path().filename().string().rfind("wan_detect-", 0), std::string::npos) << entry.path();
 }
 
+// holds: foreign-save-folder
 TEST_F(uci_save_folder, that_becomes_ours_again_counts_again)
 {
     ASSERT_EQ(chown(FOLDER, STRANGER, STRANGER), 0);

@@ -75,6 +75,7 @@ protected:
 
 } // namespace
 
+// holds: confirming-cycle
 TEST_F(wan_switch, makes_another_port_the_wan_port)
 {
     switch_wan_to_dev(eth3, 0);
@@ -91,6 +92,7 @@ TEST_F(wan_switch, makes_another_port_the_wan_port)
     EXPECT_TRUE(log.has("Notice", function, "wan_detect:success switching wan dev to eth3, port:3!"));
 }
 
+// holds: switch-to-current
 TEST_F(wan_switch, to_the_current_wan_port_does_nothing)
 {
     switch_wan_to_dev(eth0, 0);
@@ -100,6 +102,7 @@ TEST_F(wan_switch, to_the_current_wan_port_does_nothing)
     EXPECT_TRUE(log.has("Debug", "switch_wan_to_dev", "Same wan device, no need to switch!"));
 }
 
+// holds: switch-to-current
 TEST_F(wan_switch, to_the_current_wan_port_happens_when_forced)
 {
     switch_wan_to_dev(eth0, 1);
@@ -168,6 +171,7 @@ TEST_F(wan_switch, survives_a_missing_command_and_a_missing_engine)
     EXPECT_TRUE(none_taken());
 }
 
+// holds: switch-locks
 TEST_F(wan_switch, holds_both_locks_while_the_command_runs_and_sets_the_flags_afterwards)
 {
     EXPECT_TRUE(holds_both_locks_while_the_command_runs([this] { switch_wan_to_dev(eth3, 0); }));
@@ -189,6 +193,7 @@ TEST_F(wan_switch, asks_for_the_new_detection_with_both_locks_held_and_both_flag
     EXPECT_TRUE(blocked);
 }
 
+// holds: switch-locks
 TEST_F(wan_switch, takes_the_link_lock_before_the_combo_lock)
 {
     EXPECT_TRUE(takes_the_link_lock_first([this] { switch_wan_to_dev(eth3, 0); }));
@@ -199,6 +204,7 @@ TEST_F(wan_switch, a_toggle_takes_the_link_lock_before_the_combo_lock)
     EXPECT_TRUE(takes_the_link_lock_first([this] { toggle_combo_state(combo); }));
 }
 
+// holds: switch-locks
 TEST_F(wan_switch, a_toggle_holds_both_locks_while_the_command_runs)
 {
     EXPECT_TRUE(holds_both_locks_while_the_command_runs([this] { toggle_combo_state(combo); }));
@@ -242,6 +248,7 @@ TEST_F(wan_switch, a_toggle_reads_the_state_of_the_port_anew_at_its_end)
     EXPECT_EQ(combo->sfp_link, 1);
 }
 
+// holds: toggle-after-switch
 TEST_F(wan_switch, a_toggle_that_waited_for_the_locks_does_not_undo_the_switch_that_held_them)
 {
     pthread_mutex_lock(&gate.locks.link_block_lock);
@@ -254,6 +261,7 @@ TEST_F(wan_switch, a_toggle_that_waited_for_the_locks_does_not_undo_the_switch_t
     EXPECT_TRUE(none_taken());
 }
 
+// holds: toggle-after-switch
 TEST_F(wan_switch, a_toggle_that_waited_for_the_locks_does_nothing_once_detection_is_off)
 {
     port_model.enable = 0;

@@ -68,6 +68,7 @@ protected:
     }
 };
 
+// holds: dns-address-answered-for
 TEST_F(arp_answer, tells_the_asker_alone_the_ports_mac)
 {
     start_arp_answers(&answerer);
@@ -98,6 +99,7 @@ TEST_F(arp_answer, tells_the_asker_alone_the_ports_mac)
                         "Told 100.64.1.1, who asked via dev:eth1, that this port has 100.64.1.2"));
 }
 
+// holds: dns-address-answered-for
 TEST_F(arp_answer, an_asker_by_broadcast_by_unicast_or_to_the_macs_former_owner_is_told)
 {
     start_arp_answers(&answerer);
@@ -113,6 +115,7 @@ TEST_F(arp_answer, an_asker_by_broadcast_by_unicast_or_to_the_macs_former_owner_
     EXPECT_EQ(answers_to(unpadded), 1u);
 }
 
+// holds: dns-address-not-answered
 TEST_F(arp_answer, nothing_else_is_answered)
 {
     start_arp_answers(&answerer);
@@ -133,6 +136,7 @@ TEST_F(arp_answer, nothing_else_is_answered)
         EXPECT_EQ(answers_to(t_bytes(right.begin(), right.begin() + static_cast<long>(size))), 0u) << size;
 }
 
+// holds: dns-address-not-answered
 TEST_F(arp_answer, what_the_port_sent_itself_is_not_answered)
 {
     start_arp_answers(&answerer);
@@ -144,6 +148,7 @@ TEST_F(arp_answer, what_the_port_sent_itself_is_not_answered)
     EXPECT_TRUE(fake_wire.sent().empty());
 }
 
+// holds: dns-next-hop-flood
 TEST_F(arp_answer, strangers_who_ask_all_the_time_are_answered_ten_times_a_second_and_do_not_keep_the_next_hop_waiting)
 {
     start_arp_answers(&answerer);
@@ -156,6 +161,7 @@ TEST_F(arp_answer, strangers_who_ask_all_the_time_are_answered_ten_times_a_secon
     EXPECT_EQ(answers_to(question(), 200), 0u);
 }
 
+// holds: dns-next-hop-flood
 TEST_F(arp_answer, of_a_flood_a_bounded_number_is_read_at_a_time)
 {
     start_arp_answers(&answerer);
@@ -180,6 +186,7 @@ TEST_F(arp_answer, the_socket_hears_all_frames_of_its_port_through_a_filter_at_e
     }
 }
 
+// holds: dns-cannot-tell
 TEST_F(arp_answer, without_a_filter_the_right_questions_are_answered_as_well)
 {
     fake_wire.fail(t_wire_call::FILTER, ENOMEM);
@@ -188,6 +195,7 @@ TEST_F(arp_answer, without_a_filter_the_right_questions_are_answered_as_well)
     EXPECT_EQ(answers_to(question()), 1u);
 }
 
+// holds: dns-cannot-tell
 TEST_F(arp_answer, without_a_socket_or_an_address_nothing_is_answered_and_nothing_breaks)
 {
     for (t_wire_call call : {t_wire_call::OPEN, t_wire_call::BIND}) {
@@ -203,6 +211,7 @@ TEST_F(arp_answer, without_a_socket_or_an_address_nothing_is_answered_and_nothin
     EXPECT_EQ(log.text(), "");
 }
 
+// holds: dns-cannot-tell
 TEST_F(arp_answer, an_answer_that_cannot_be_sent_is_not_told_of)
 {
     start_arp_answers(&answerer);

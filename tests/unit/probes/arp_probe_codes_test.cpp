@@ -29,6 +29,7 @@ protected:
     t_log_capture log;
 };
 
+// holds: arp-socket-codes
 TEST_F(arp_codes, a_socket_that_opens_is_0_with_and_without_a_port)
 {
     EXPECT_EQ(open(&eth1), 0);
@@ -40,6 +41,7 @@ TEST_F(arp_codes, a_socket_that_opens_is_0_with_and_without_a_port)
     EXPECT_EQ(mac_of(ctx.target_mac), mac("aa:bb:cc:00:00:32"));
 }
 
+// holds: arp-socket-codes
 TEST_F(arp_codes, a_socket_that_cannot_be_made_is_minus_92)
 {
     fake_wire.fail(t_wire_call::OPEN, EMFILE);
@@ -47,6 +49,7 @@ TEST_F(arp_codes, a_socket_that_cannot_be_made_is_minus_92)
     EXPECT_EQ(ctx.watcher.fd, -1);
 }
 
+// holds: arp-socket-codes
 TEST_F(arp_codes, a_socket_that_cannot_be_bound_to_its_port_is_minus_90_and_closed)
 {
     for (t_wire_call call : {t_wire_call::QUERY_PORT, t_wire_call::BIND_TO_DEVICE, t_wire_call::BIND}) {
@@ -57,6 +60,7 @@ TEST_F(arp_codes, a_socket_that_cannot_be_bound_to_its_port_is_minus_90_and_clos
     }
 }
 
+// holds: arp-wait-codes
 TEST_F(arp_codes, a_wait_that_ends_without_a_frame_is_0_and_leaves_the_socket_nonblocking)
 {
     ASSERT_EQ(open(&eth1), 0);
@@ -64,6 +68,7 @@ TEST_F(arp_codes, a_wait_that_ends_without_a_frame_is_0_and_leaves_the_socket_no
     EXPECT_TRUE(fake_wire.socket(ctx.watcher.fd).nonblocking);
 }
 
+// holds: arp-wait-codes
 TEST_F(arp_codes, a_wait_that_fails_is_minus_87)
 {
     ASSERT_EQ(open(&eth1), 0);
@@ -72,6 +77,7 @@ TEST_F(arp_codes, a_wait_that_fails_is_minus_87)
     EXPECT_TRUE(log.has("Error", "setTimeOut", "select error!"));
 }
 
+// holds: arp-request-codes
 TEST_F(arp_codes, a_request_that_leaves_is_0)
 {
     ASSERT_EQ(open(&eth1), 0);
@@ -79,6 +85,7 @@ TEST_F(arp_codes, a_request_that_leaves_is_0)
     EXPECT_EQ(fake_wire.sent_on("eth1").size(), 1u);
 }
 
+// holds: arp-request-codes
 TEST_F(arp_codes, a_request_without_a_socket_is_minus_91)
 {
     for (int fd : {-1, 0}) {
@@ -89,6 +96,7 @@ TEST_F(arp_codes, a_request_without_a_socket_is_minus_91)
     EXPECT_TRUE(fake_wire.sent().empty());
 }
 
+// holds: arp-request-codes
 TEST_F(arp_codes, a_request_whose_wait_or_sending_fails_is_minus_88)
 {
     ASSERT_EQ(open(&eth1), 0);

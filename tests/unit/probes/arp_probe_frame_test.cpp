@@ -16,6 +16,7 @@ t_bytes request(const t_mac &source, const char *sender, const t_mac &target_mac
     return {first, first + sizeof frame};
 }
 
+// holds: arp-frame
 TEST(arp_request, asks_a_known_host_by_unicast)
 {
     // clang-format off
@@ -39,6 +40,7 @@ TEST(arp_request, asks_a_known_host_by_unicast)
     EXPECT_EQ(request(mac("02:00:00:00:00:01"), "192.168.1.1", mac("aa:bb:cc:00:00:32"), "192.168.1.50"), expected);
 }
 
+// holds: arp-frame
 TEST(arp_request, asks_an_unknown_host_by_broadcast)
 {
     // clang-format off

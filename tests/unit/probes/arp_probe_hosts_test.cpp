@@ -65,6 +65,7 @@ protected:
     }
 };
 
+// holds: host-check-codes
 TEST_F(arp_host_check, a_host_that_answers_stays_and_a_silent_one_is_removed)
 {
     add_host("192.168.1.50", "aa:bb:cc:00:00:32");
@@ -110,6 +111,7 @@ TEST_F(arp_host_check, asks_every_host_once_by_unicast_in_the_bridges_name)
     }
 }
 
+// holds: arp-waits
 TEST_F(arp_host_check, waits_300_ms_before_each_sending_and_310_ms_for_the_answers)
 {
     add_host("192.168.1.50", "aa:bb:cc:00:00:32");
@@ -187,6 +189,7 @@ TEST_F(arp_host_check, is_not_filtered_while_every_packet_is_told_of)
     EXPECT_EQ(fake_wire.sockets().begin()->second.filter_length, 0u);
 }
 
+// holds: host-moves
 TEST_F(arp_host_check, a_new_address_inside_the_subnet_keeps_the_host_and_its_stored_address)
 {
     add_host("192.168.1.50", "aa:bb:cc:00:00:32");
@@ -199,6 +202,7 @@ TEST_F(arp_host_check, a_new_address_inside_the_subnet_keeps_the_host_and_its_st
     EXPECT_TRUE(log.has("Debug", JOB, "arp reply new ip still remains same subnet with br-lan!"));
 }
 
+// holds: host-moves
 TEST_F(arp_host_check, a_new_address_outside_the_subnet_removes_the_host)
 {
     add_host("192.168.1.50", "aa:bb:cc:00:00:32");
@@ -290,6 +294,7 @@ TEST_F(arp_host_check, an_endless_flood_ends_as_no_answer)
     EXPECT_EQ(fake_wire.received, ARP_FRAMES_PER_READ);
 }
 
+// holds: host-check-codes
 TEST_F(arp_host_check, without_its_parameters_nothing_is_sent)
 {
     const uint32_t lan = ip("192.168.1.1"), netmask = ip("255.255.255.0");
@@ -304,6 +309,7 @@ TEST_F(arp_host_check, without_its_parameters_nothing_is_sent)
     EXPECT_TRUE(listed("aa:bb:cc:00:00:32"));
 }
 
+// holds: arp-256-hosts
 TEST_F(arp_host_check, a_table_of_256_hosts_counts_as_empty)
 {
     for (int i = 0; i < 256; i++)
@@ -314,6 +320,7 @@ TEST_F(arp_host_check, a_table_of_256_hosts_counts_as_empty)
     EXPECT_EQ(arp_table_count(table), 256u);
 }
 
+// holds: arp-256-hosts
 TEST_F(arp_host_check, a_table_of_257_hosts_has_its_first_one_checked)
 {
     for (int i = 0; i < 257; i++)
@@ -324,6 +331,7 @@ TEST_F(arp_host_check, a_table_of_257_hosts_has_its_first_one_checked)
     EXPECT_FALSE(listed("02:01:00:00:00:00"));
 }
 
+// holds: arp-256-hosts
 TEST_F(arp_host_check, a_full_batch_of_255_hosts_is_checked)
 {
     for (int i = 0; i < 255; i++)
@@ -380,6 +388,7 @@ TEST_F(arp_host_check, a_failed_wait_sends_nothing)
     EXPECT_TRUE(log.has("Error", JOB, "Failed to send ARP socket for: 192.168.1.50|AA-BB-CC-00-00-32"));
 }
 
+// holds: host-check-codes
 TEST_F(arp_host_check, without_memory_the_table_stays_as_it_is)
 {
     add_host("192.168.1.50", "aa:bb:cc:00:00:32");

@@ -63,6 +63,7 @@ protected:
     }
 };
 
+// holds: port-search-codes
 TEST_F(arp_port_search, only_the_answering_port_stays_and_learns_the_mac)
 {
     t_port_list ports = {&eth1, &eth2};
@@ -89,6 +90,7 @@ TEST_F(arp_port_search, only_the_answering_port_stays_and_learns_the_mac)
         "Info", JOB, "No arp reply from 10.0.0.1|00-00-00-00-00-00 via dev:eth1! Remove it from possible wan list!"));
 }
 
+// holds: arp-asks-from
 TEST_F(arp_port_search, asks_in_the_ports_own_mac_and_the_bridges_address)
 {
     t_port_list ports = {&eth1, &eth2};
@@ -140,6 +142,7 @@ TEST_F(arp_port_search, filters_its_sockets_before_they_hear_and_without_a_filte
     EXPECT_EQ(ports.names(), t_names{"eth1"});
 }
 
+// holds: port-search-other-address
 TEST_F(arp_port_search, an_answer_with_another_address_is_ignored_even_from_the_right_mac)
 {
     t_port_list ports = {&eth1};
@@ -214,6 +217,7 @@ TEST_F(arp_port_search, foreign_frames_before_the_answer_do_no_harm)
     EXPECT_EQ(ports.names(), t_names{"eth1"});
 }
 
+// holds: port-search-twice, arp-waits
 TEST_F(arp_port_search, asks_a_second_time_when_nobody_answers)
 {
     t_port_list ports = {&eth1, &eth2};
@@ -231,6 +235,7 @@ TEST_F(arp_port_search, asks_a_second_time_when_nobody_answers)
     EXPECT_FALSE(log.has_body("arp reply success in dev:eth1"));
 }
 
+// holds: port-search-twice
 TEST_F(arp_port_search, does_not_ask_again_when_one_port_answered)
 {
     t_port_list ports = {&eth1, &eth2};
@@ -350,6 +355,7 @@ TEST_F(arp_port_search, a_list_shorter_than_its_count_and_a_node_without_a_port_
     EXPECT_TRUE(log.has("Error", JOB, "Failed to init ARP socket for: 10.0.0.1|00-00-00-00-00-00, bind to dev:null"));
 }
 
+// holds: port-search-codes
 TEST_F(arp_port_search, without_its_parameters_nothing_is_sent)
 {
     t_port_list ports = {&eth1};
@@ -367,6 +373,7 @@ TEST_F(arp_port_search, without_its_parameters_nothing_is_sent)
     EXPECT_EQ(ports.list.count, 1);
 }
 
+// holds: port-search-codes
 TEST_F(arp_port_search, without_memory_the_list_stays_as_it_is)
 {
     t_port_list ports = {&eth1, &eth2};
@@ -410,6 +417,7 @@ TEST_F(arp_port_search, a_silent_fake_wan_port_is_given_up_with_or_without_link)
 
 // The two questions of the engine.
 
+// holds: finding-codes
 TEST_F(arp_port_search, finding_leaves_the_one_owner_of_an_address)
 {
     t_port_list ports = {&eth1, &eth2};
@@ -425,6 +433,7 @@ TEST_F(arp_port_search, finding_leaves_the_one_owner_of_an_address)
     EXPECT_TRUE(log.has("Debug", find, "Success get br-lan ip:192.168.1.1, mac:02-00-00-00-00-01"));
 }
 
+// holds: gateway-ignores-strangers, arp-asks-from
 TEST_F(arp_port_search, finding_may_ask_in_another_address_than_the_bridges)
 {
     t_port_list ports = {&eth1, &eth2};
@@ -440,6 +449,7 @@ TEST_F(arp_port_search, finding_may_ask_in_another_address_than_the_bridges)
                         "Success get br-lan ip:192.168.1.1, mac:02-00-00-00-00-01"));
 }
 
+// holds: arp-asks-from
 TEST_F(arp_port_search, finding_in_another_address_needs_the_bridge_as_well)
 {
     t_port_list ports = {&eth1};
@@ -448,6 +458,7 @@ TEST_F(arp_port_search, finding_in_another_address_needs_the_bridge_as_well)
     EXPECT_EQ(ports.list.count, 0);
 }
 
+// holds: two-ports-answer
 TEST_F(arp_port_search, two_ports_that_both_answer_stay_and_are_warned_of)
 {
     t_port_list ports = {&eth1, &eth2, &eth3};
@@ -460,6 +471,7 @@ TEST_F(arp_port_search, two_ports_that_both_answer_stay_and_are_warned_of)
     EXPECT_EQ(log.count("Debug", JOB, "arp reply success in dev:eth3"), 0);
 }
 
+// holds: finding-codes
 TEST_F(arp_port_search, finding_nobody_is_no_failure)
 {
     t_port_list ports = {&eth1, &eth2};
@@ -469,6 +481,7 @@ TEST_F(arp_port_search, finding_nobody_is_no_failure)
                         "Target ip:10.0.0.1 not found with arp in each device!"));
 }
 
+// holds: finding-codes
 TEST_F(arp_port_search, finding_without_a_bridge_empties_the_list)
 {
     t_port_list ports = {&eth1, &eth2};
@@ -479,6 +492,7 @@ TEST_F(arp_port_search, finding_without_a_bridge_empties_the_list)
     EXPECT_TRUE(log.has("Error", "find_target_ip_and_device_with_arp", "Couldn't get br-lan ip, netmask, mac!"));
 }
 
+// holds: finding-codes
 TEST_F(arp_port_search, finding_no_address_at_all_empties_the_list)
 {
     t_port_list ports = {&eth1, &eth2};
@@ -489,6 +503,7 @@ TEST_F(arp_port_search, finding_no_address_at_all_empties_the_list)
     EXPECT_EQ(find_target_ip_and_device_with_arp(nullptr, ip(TARGET)), -91);
 }
 
+// holds: one-port-codes
 TEST_F(arp_port_search, asking_one_port_stores_the_mac_of_the_answer)
 {
     answer_on({"eth2"});
@@ -501,6 +516,7 @@ TEST_F(arp_port_search, asking_one_port_stores_the_mac_of_the_answer)
     EXPECT_EQ(fake_wire.sent().size(), 1u);
 }
 
+// holds: one-port-codes
 TEST_F(arp_port_search, asking_one_silent_port_keeps_the_mac_it_had)
 {
     memcpy(eth2.result.server_mac, BRIDGE_MAC.data(), MAC_SIZE);
@@ -510,6 +526,7 @@ TEST_F(arp_port_search, asking_one_silent_port_keeps_the_mac_it_had)
         log.has("Debug", "send_special_arp", "Send a arp packet to ip:10.0.0.1 via eth2, however no response!!"));
 }
 
+// holds: one-port-codes
 TEST_F(arp_port_search, asking_one_port_tells_when_it_could_not_run)
 {
     EXPECT_EQ(send_special_arp(nullptr, ip(TARGET)), 0);

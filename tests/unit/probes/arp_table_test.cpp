@@ -53,6 +53,7 @@ const std::string RECORDED = std::string(HEADER) +
                              "192.168.1.7      0x1         0x6         aa:bb:cc:00:00:07     *        br-lan\n"
                              "192.168.1.99     0x1         0x0         00:00:00:00:00:00     *        br-lan\n";
 
+// holds: arp-cache-codes
 TEST_F(arp_table, holds_the_complete_entries_of_the_subnet_in_the_order_of_the_cache)
 {
     EXPECT_EQ(read(RECORDED), 0);
@@ -76,6 +77,7 @@ TEST_F(arp_table, an_entry_keeps_hardware_type_address_and_mac)
         EXPECT_EQ(word, 0u);
 }
 
+// holds: arp-incomplete
 TEST_F(arp_table, incomplete_entries_alone_leave_it_empty)
 {
     EXPECT_EQ(read(std::string(HEADER) + "192.168.1.50 0x1 0x0 00:00:00:00:00:00 * br-lan\n"
@@ -84,6 +86,7 @@ TEST_F(arp_table, incomplete_entries_alone_leave_it_empty)
     EXPECT_EQ(head, nullptr);
 }
 
+// holds: arp-other-subnet
 TEST_F(arp_table, a_host_of_another_subnet_is_left_out)
 {
     EXPECT_EQ(read(std::string(HEADER) + "192.168.2.50 0x1 0x2 aa:bb:cc:00:00:32 * br-lan\n"), 0);
@@ -94,6 +97,7 @@ TEST_F(arp_table, a_host_of_another_subnet_is_left_out)
     EXPECT_EQ(addresses(), t_texts{"192.168.2.50"});
 }
 
+// holds: same-mac-twice
 TEST_F(arp_table, the_first_line_of_a_mac_wins)
 {
     EXPECT_EQ(read(std::string(HEADER) + "192.168.1.50 0x1 0x2 aa:bb:cc:00:00:32 * br-lan\n"
@@ -121,6 +125,7 @@ TEST_F(arp_table, a_cache_with_its_header_only_is_simply_empty)
     EXPECT_FALSE(log.has_body("Couldn't parse ARP table!"));
 }
 
+// holds: arp-cache-codes
 TEST_F(arp_table, a_missing_cache_is_an_error)
 {
     EXPECT_EQ(update_filtered_arp_table(&head, ip("192.168.1.1"), ip("255.255.255.0"), "/tmp/no_such_cache"), -86);
@@ -205,6 +210,7 @@ TEST_F(arp_table, finding_in_nothing_or_for_nothing_says_so)
     EXPECT_TRUE(log.has("Error", "find_arp_entry", "Invalid mac input!"));
 }
 
+// holds: arp-remove-codes
 TEST_F(arp_table, removing_the_last_entry_leaves_no_table)
 {
     add("192.168.1.50", "aa:bb:cc:00:00:32");
@@ -215,6 +221,7 @@ TEST_F(arp_table, removing_the_last_entry_leaves_no_table)
     EXPECT_EQ(head, nullptr);
 }
 
+// holds: arp-remove-codes
 TEST_F(arp_table, removing_refuses_what_it_is_not_given)
 {
     EXPECT_EQ(remove_arp_entry(nullptr, mac("aa:bb:cc:00:00:32").data()), -99);

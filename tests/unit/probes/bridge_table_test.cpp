@@ -113,6 +113,7 @@ protected:
     }
 };
 
+// holds: many-forwarding-records
 TEST_F(bridge_table, more_records_than_a_chunk_are_read_in_chunks_and_all_are_there)
 {
     const t_hidden_sysfs sysfs;
@@ -126,6 +127,7 @@ TEST_F(bridge_table, more_records_than_a_chunk_are_read_in_chunks_and_all_are_th
     EXPECT_EQ(kernel.private_ioctls, 0);
 }
 
+// holds: many-forwarding-records
 TEST_F(bridge_table, a_number_of_records_at_a_chunks_edge_is_exact)
 {
     for (int count : {0, 1, 63, 64, 65, 127, 128, 129}) {
@@ -144,6 +146,7 @@ TEST_F(bridge_table, a_record_cut_short_is_left_out)
     EXPECT_EQ(get_bridge_table("br-lan", &records), 3);
 }
 
+// holds: forwarding-codes
 TEST_F(bridge_table, a_record_tells_mac_and_port)
 {
     const t_hidden_sysfs sysfs;
@@ -163,6 +166,7 @@ TEST_F(bridge_table, a_real_bridge_with_many_hosts_is_read_whole)
     EXPECT_EQ(kernel.private_ioctls, 0);
 }
 
+// holds: many-forwarding-records, no-forwarding-file
 TEST_F(bridge_table, without_the_forwarding_file_the_bridge_is_asked_by_ioctl)
 {
     make_bridge(100);
@@ -193,6 +197,7 @@ TEST_F(bridge_table, a_bridge_that_learns_faster_than_it_is_read_is_read_to_a_li
     EXPECT_EQ(get_bridge_table("br-lan", &records), BRIDGE_MAX_RECORDS);
 }
 
+// holds: no-forwarding-file
 TEST_F(bridge_table, a_busy_bridge_is_asked_again)
 {
     make_bridge(5);
@@ -208,6 +213,7 @@ TEST_F(bridge_table, a_busy_bridge_is_asked_again)
     EXPECT_EQ(kernel.private_ioctls, 11); // ten attempts for the first chunk, one for the end
 }
 
+// holds: no-forwarding-file
 TEST_F(bridge_table, a_bridge_that_stays_busy_is_given_up_after_ten_attempts)
 {
     make_bridge(5);
@@ -224,12 +230,14 @@ TEST_F(bridge_table, a_bridge_that_stays_busy_is_given_up_after_ten_attempts)
     EXPECT_TRUE(log.has("Debug", "get_bridge_table", "get br:br-lan, overall -1 entry in fdb table"));
 }
 
+// holds: forwarding-codes
 TEST_F(bridge_table, a_bridge_that_does_not_exist_is_a_read_error)
 {
     EXPECT_EQ(get_bridge_table("br-none", &records), -1);
     EXPECT_TRUE(log.has("Error", "br_get_fdb", "read of forward table failed: No such device"));
 }
 
+// holds: forwarding-codes
 TEST_F(bridge_table, without_a_channel_nothing_is_read)
 {
     kernel.socket_error = EMFILE;
@@ -239,6 +247,7 @@ TEST_F(bridge_table, without_a_channel_nothing_is_read)
     EXPECT_FALSE(log.has_body("Entering function: br_get_fdb!"));
 }
 
+// holds: forwarding-codes
 TEST_F(bridge_table, without_memory_the_result_says_so)
 {
     const t_hidden_sysfs sysfs;
@@ -298,6 +307,7 @@ protected:
     }
 };
 
+// holds: device-outside-bridge
 TEST_F(bridge_port_numbers, come_from_the_kernel_for_members_and_are_minus_one_for_others)
 {
     t_device *member = add("eth1"), *stranger = add("peer1"), *missing = add("eth9");
@@ -314,6 +324,7 @@ TEST_F(bridge_port_numbers, come_from_the_kernel_for_members_and_are_minus_one_f
     EXPECT_TRUE(log.has("Info", "fetch_int", "Failed to open /sys/class/net/eth9/brport/port_no, not a br-lan deive"));
 }
 
+// holds: other-bridge
 TEST_F(bridge_port_numbers, of_a_port_of_another_bridge_are_none)
 {
     t_device *guest = add("eth2"), *member = add("eth1");

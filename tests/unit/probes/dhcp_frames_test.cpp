@@ -20,12 +20,14 @@ TEST(probe_identifier, is_the_product_of_two_random_values_in_32_bits)
     EXPECT_EQ(probe_identifier(0, 77), 0u);
 }
 
+// holds: dhcp-all-ones
 TEST(probe_identifier, of_all_ones_becomes_zero)
 {
     EXPECT_EQ(probe_identifier(65535, 65537), 0u);
     EXPECT_EQ(probe_identifier(65537, 65535), 0u);
 }
 
+// holds: dhcp-frame
 TEST(dhcp_discover, is_the_described_410_bytes)
 {
     t_bytes buffer(1024, 0xaa);
@@ -144,12 +146,14 @@ TEST(dhcp_options, end_at_an_end_byte)
     EXPECT_EQ(t_walk({0x06, 0x04, 10, 0, 0, 2, 0xff, 0x03, 0x04, 10, 0, 0, 1}).result.gateway.ipv4_be, 0u);
 }
 
+// holds: dhcp-pad-first
 TEST(dhcp_options, end_at_a_pad_byte)
 {
     const t_walk walk({0x06, 0x04, 10, 0, 0, 2, 0x00, 0x03, 0x04, 10, 0, 0, 1});
     EXPECT_EQ(walk.codes, (std::vector<int>{6}));
 }
 
+// holds: dhcp-gateways
 TEST(dhcp_options, two_gateways_are_no_gateway)
 {
     const t_walk walk({0x03, 0x08, 10, 0, 0, 1, 10, 0, 0, 2, 0xff});
@@ -163,6 +167,7 @@ TEST(dhcp_options, a_router_of_another_length_is_no_gateway)
         EXPECT_EQ(t_walk(join({{0x03, length}, t_bytes(length, 9), {0xff}})).result.gateway.ipv4_be, 0u) << +length;
 }
 
+// holds: dhcp-gateways
 TEST(dhcp_options, of_two_dns_servers_the_first_counts)
 {
     EXPECT_EQ(t_walk({0x06, 0x08, 10, 0, 0, 1, 10, 0, 0, 2, 0xff}).result.dns_server.ipv4_be, inet_addr("10.0.0.1"));

@@ -46,6 +46,7 @@ protected:
     t_device *eth2_ = nullptr;
 };
 
+// holds: dhcp-collect-codes
 TEST_F(dhcp_process, without_a_batch_detection_is_over)
 {
     t_log_capture log;
@@ -58,6 +59,7 @@ TEST_F(dhcp_process, without_a_batch_detection_is_over)
     EXPECT_EQ(process(true), 98);
 }
 
+// holds: dhcp-log-level
 TEST_F(dhcp_process, a_log_level_that_changes_meanwhile_makes_the_filters_anew)
 {
     log_set_level(LOG_LEVEL_Critical);
@@ -81,6 +83,7 @@ TEST_F(dhcp_process, a_log_level_that_changes_meanwhile_makes_the_filters_anew)
     EXPECT_EQ(socket_of("eth2").filter_length, 0u) << "the filter is left alone as long as the level stays";
 }
 
+// holds: dhcp-collect-codes
 TEST_F(dhcp_process, a_batch_of_no_ports_is_impossible_and_closed)
 {
     send();
@@ -98,6 +101,7 @@ TEST_F(dhcp_process, a_batch_of_no_ports_is_impossible_and_closed)
     fake_wire.close_socket(second);
 }
 
+// holds: dhcp-batch-time
 TEST_F(dhcp_process, one_silent_port_keeps_the_batch_open_until_the_time_is_over)
 {
     send();
@@ -118,6 +122,7 @@ TEST_F(dhcp_process, one_silent_port_keeps_the_batch_open_until_the_time_is_over
     EXPECT_TRUE(log.has("Debug", "process_dhcp_discovery_all", "No dhcp Service detect in dev:eth2 yet!"));
 }
 
+// holds: dhcp-collect-codes
 TEST_F(dhcp_process, a_port_that_answers_later_completes_the_batch)
 {
     send();
@@ -129,6 +134,7 @@ TEST_F(dhcp_process, a_port_that_answers_later_completes_the_batch)
     EXPECT_EQ(process(false), 98);
 }
 
+// holds: dhcp-collect-codes
 TEST_F(dhcp_process, everyone_answered_counts_also_when_the_time_is_over)
 {
     send();

@@ -83,6 +83,7 @@ TEST_F(dhcp_receive, only_the_described_bytes_of_the_result_are_set)
     EXPECT_EQ(t_bytes(bytes, bytes + sizeof ctx().result), expected);
 }
 
+// holds: dhcp-other-identifier
 TEST_F(dhcp_receive, an_offer_for_another_identifier_is_logged_and_ignored)
 {
     t_log_capture log;
@@ -95,6 +96,7 @@ TEST_F(dhcp_receive, an_offer_for_another_identifier_is_logged_and_ignored)
     EXPECT_EQ(ctx().offer_received, 1);
 }
 
+// holds: dhcp-own-bridge
 TEST_F(dhcp_receive, an_offer_from_our_own_bridge_never_marks_the_port)
 {
     t_log_capture log;
@@ -107,6 +109,7 @@ TEST_F(dhcp_receive, an_offer_from_our_own_bridge_never_marks_the_port)
     EXPECT_EQ(dhcp_->devices.count, 0);
 }
 
+// holds: dhcp-own-bridge
 TEST_F(dhcp_receive, a_genuine_offer_counts_after_one_from_our_own_bridge)
 {
     receive(patched(offer(XID, {0xff}), 6, mac_bytes(LAN_MAC)));
@@ -115,6 +118,7 @@ TEST_F(dhcp_receive, a_genuine_offer_counts_after_one_from_our_own_bridge)
     EXPECT_EQ(t_bytes(ctx().result.server_mac, ctx().result.server_mac + MAC_SIZE), mac_bytes(SERVER_MAC));
 }
 
+// holds: dhcp-gateways
 TEST_F(dhcp_receive, two_gateways_are_no_gateway_and_two_dns_servers_are_the_first)
 {
     t_log_capture log;
@@ -125,6 +129,7 @@ TEST_F(dhcp_receive, two_gateways_are_no_gateway_and_two_dns_servers_are_the_fir
     EXPECT_FALSE(log.text().find("GATEWAY") != std::string::npos);
 }
 
+// holds: dhcp-pad-first
 TEST_F(dhcp_receive, options_that_start_with_a_pad_byte_tell_nothing_but_the_offer_counts)
 {
     receive(offer(XID, join({{0x00}, usual_options()})));

@@ -46,6 +46,7 @@ TEST_F(dhcp_send, a_kernel_that_refuses_the_filter_changes_nothing)
     EXPECT_EQ(fake_wire.watched_sockets(), 1);
 }
 
+// holds: dhcp-batch-codes
 TEST_F(dhcp_send, a_null_list_is_refused)
 {
     t_log_capture log;
@@ -54,6 +55,7 @@ TEST_F(dhcp_send, a_null_list_is_refused)
     EXPECT_TRUE(log.has("Error", "send_dhcp_discovery_all", "invalid parameters! Send failed!"));
 }
 
+// holds: dhcp-batch-codes
 TEST_F(dhcp_send, an_empty_list_is_refused)
 {
     t_log_capture log;
@@ -62,6 +64,7 @@ TEST_F(dhcp_send, an_empty_list_is_refused)
     EXPECT_EQ(dhcp_detect_handle.contexts, nullptr);
 }
 
+// holds: dhcp-256-ports
 TEST_F(dhcp_send, a_list_of_256_ports_counts_as_empty)
 {
     for (int i = 0; i < 256; i++)
@@ -72,6 +75,7 @@ TEST_F(dhcp_send, a_list_of_256_ports_counts_as_empty)
     EXPECT_TRUE(fake_wire.sockets().empty());
 }
 
+// holds: dhcp-256-ports
 TEST_F(dhcp_send, a_list_of_257_ports_probes_the_first)
 {
     for (int i = 0; i < 257; i++)
@@ -82,6 +86,7 @@ TEST_F(dhcp_send, a_list_of_257_ports_probes_the_first)
     EXPECT_EQ(fake_wire.sent()[0].port, "port0");
 }
 
+// holds: dhcp-batch-codes
 TEST_F(dhcp_send, without_a_readable_lan_bridge_nothing_is_sent)
 {
     list_port(add_port("eth1", 1));
@@ -93,6 +98,7 @@ TEST_F(dhcp_send, without_a_readable_lan_bridge_nothing_is_sent)
     EXPECT_TRUE(fake_wire.sockets().empty());
 }
 
+// holds: dhcp-batch-codes
 TEST_F(dhcp_send, without_memory_nothing_is_sent)
 {
     list_port(add_port("eth1", 1));
@@ -107,6 +113,7 @@ TEST_F(dhcp_send, without_memory_nothing_is_sent)
     EXPECT_EQ(process_dhcp_discovery_all(model_.dev_hashmap_head, model_.proto_hashmap_head, true), PROBE_NO_BATCH);
 }
 
+// holds: dhcp-batch-sent
 TEST_F(dhcp_send, one_discover_leaves_every_port)
 {
     list_port(add_port("eth2", 2));
@@ -168,6 +175,7 @@ TEST_F(dhcp_send, a_socket_hears_every_frame_of_its_port_and_sends_to_everyone)
     }
 }
 
+// holds: dhcp-all-ones
 TEST_F(dhcp_send, a_product_of_all_ones_sends_identifier_zero)
 {
     list_port(add_port("eth1", 1));
@@ -177,6 +185,7 @@ TEST_F(dhcp_send, a_product_of_all_ones_sends_identifier_zero)
     EXPECT_EQ(fake_wire.sent()[0].bytes, expected_discover({0x02, 0, 0, 0, 0x01, 0x01}, 0));
 }
 
+// holds: dhcp-batch-sent
 TEST_F(dhcp_send, a_port_without_socket_does_not_stop_the_others)
 {
     list_port(add_port("eth1", 1));
@@ -196,6 +205,7 @@ TEST_F(dhcp_send, a_port_without_socket_does_not_stop_the_others)
     EXPECT_EQ(fake_wire.sent_on("eth2").size(), 1u);
 }
 
+// holds: dhcp-batch-sent
 TEST_F(dhcp_send, a_port_that_cannot_be_bound_does_not_stop_the_others)
 {
     list_port(add_port("eth1", 1));
@@ -210,6 +220,7 @@ TEST_F(dhcp_send, a_port_that_cannot_be_bound_does_not_stop_the_others)
     EXPECT_EQ(fake_wire.sent_on("eth2").size(), 1u);
 }
 
+// holds: dhcp-batch-sent
 TEST_F(dhcp_send, a_port_that_cannot_send_does_not_stop_the_others)
 {
     list_port(add_port("eth1", 1));
@@ -277,6 +288,7 @@ TEST_F(dhcp_send, a_port_that_vanished_is_not_sent_to)
     EXPECT_EQ(fake_wire.open_sockets(), 0);
 }
 
+// holds: dhcp-port-codes
 TEST_F(dhcp_send, result_codes_of_one_port)
 {
     t_device *eth1 = add_port("eth1", 1);
@@ -307,6 +319,7 @@ TEST_F(dhcp_send, result_codes_of_one_port)
     packet_socket_close(&ctx.watcher);
 }
 
+// holds: dhcp-port-codes
 TEST_F(dhcp_send, a_zeroed_context_is_closed)
 {
     t_dhcp_detect_ctx ctx = {};

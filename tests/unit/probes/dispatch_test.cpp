@@ -83,6 +83,7 @@ TEST_P(dispatch, all_linked_ports_are_probed_in_priority_order)
     EXPECT_TRUE(log.has("Debug", all_function(), "Overall 3 devices Send " + word() + " discovery success!"));
 }
 
+// holds: nobody-linked
 TEST_P(dispatch, without_a_linked_port_nothing_is_sent)
 {
     add_port("eth1", 1)->link_active = 0;
@@ -94,12 +95,14 @@ TEST_P(dispatch, without_a_linked_port_nothing_is_sent)
     EXPECT_TRUE(fake_wire.sockets().empty());
 }
 
+// holds: nobody-linked
 TEST_P(dispatch, without_any_port_nothing_is_sent)
 {
     EXPECT_EQ(GetParam().for_all(&model_), 0);
     EXPECT_TRUE(fake_wire.sockets().empty());
 }
 
+// holds: who-is-left-out
 TEST_P(dispatch, ports_with_lan_hosts_and_reserved_ports_are_left_out)
 {
     add_port("eth1", 1)->is_brlan_dev = 1;
@@ -114,6 +117,7 @@ TEST_P(dispatch, ports_with_lan_hosts_and_reserved_ports_are_left_out)
     EXPECT_EQ(probed(), (std::vector<std::string>{"eth5"}));
 }
 
+// holds: who-is-left-out
 TEST_P(dispatch, ports_with_lan_hosts_and_reserved_ports_are_probed_when_asked_for)
 {
     t_device *eth1 = add_port("eth1", 1);
@@ -138,6 +142,7 @@ TEST_P(dispatch, success_on_one_port_is_told_by_pppoe_only)
     EXPECT_FALSE(log.has_body("dev:eth1 has a lan device, cotinue the detect as device has been specified!"));
 }
 
+// holds: one-port-without-link
 TEST_P(dispatch, a_port_without_link_is_skipped_when_asked_for)
 {
     t_device *eth1 = add_port("eth1", 1);
@@ -149,6 +154,7 @@ TEST_P(dispatch, a_port_without_link_is_skipped_when_asked_for)
     EXPECT_TRUE(lock_is_free());
 }
 
+// holds: one-port-without-link
 TEST_P(dispatch, a_null_port_is_refused)
 {
     t_log_capture log;
@@ -157,6 +163,7 @@ TEST_P(dispatch, a_null_port_is_refused)
     EXPECT_TRUE(fake_wire.sockets().empty());
 }
 
+// holds: one-port-sending-fails
 TEST_P(dispatch, a_batch_that_cannot_be_opened_still_yields_zero)
 {
     t_device *eth1 = add_port("eth1", 1);
@@ -185,6 +192,7 @@ TEST_P(dispatch, without_memory_for_the_list_nothing_is_sent)
     EXPECT_TRUE(fake_wire.sockets().empty());
 }
 
+// holds: one-port-sending-fails
 TEST_P(dispatch, a_port_that_cannot_send_still_yields_zero)
 {
     t_device *eth1 = add_port("eth1", 1);

@@ -34,6 +34,7 @@ t_bytes udp_sum_input(const t_bytes &frame)
     return input;
 }
 
+// holds: dns-frame
 TEST(dns_query, stands_on_the_wire_as_documented)
 {
     t_dns_entry entry = {};
@@ -75,6 +76,7 @@ TEST(dns_query, stands_on_the_wire_as_documented)
     EXPECT_EQ(query(entry, "100.64.0.2", mac("02:00:00:00:00:0b")), expected);
 }
 
+// holds: dns-frame
 TEST(dns_query, has_valid_checksums_for_every_id)
 {
     t_dns_entry entry = {};

@@ -78,6 +78,7 @@ protected:
     }
 };
 
+// holds: dns-look-up-codes
 TEST_F(dns_probe, the_answering_port_wins)
 {
     at_waits({{1, 1}});
@@ -110,6 +111,7 @@ TEST_F(dns_probe, every_query_is_sent_before_any_answer_is_awaited)
     EXPECT_EQ(sent_before_waiting, 2u);
 }
 
+// holds: dns-query-codes
 TEST_F(dns_probe, each_query_leaves_its_port_for_its_next_hop)
 {
     dns_lookup_via_multi_eth(&ctx);
@@ -129,6 +131,7 @@ TEST_F(dns_probe, each_query_leaves_its_port_for_its_next_hop)
     }
 }
 
+// holds: dns-sockets
 TEST_F(dns_probe, sockets_are_set_up_as_documented)
 {
     dns_lookup_via_multi_eth(&ctx);
@@ -159,6 +162,7 @@ TEST_F(dns_probe, sockets_are_filtered_before_they_hear_unless_every_frame_is_to
     EXPECT_GT(fake_wire.socket(next_fd).filter_length, 0u);
 }
 
+// holds: dns-timeout
 TEST_F(dns_probe, without_any_answer_the_probe_ends_after_three_seconds)
 {
     ctx.winner = &eth3;
@@ -172,6 +176,7 @@ TEST_F(dns_probe, without_any_answer_the_probe_ends_after_three_seconds)
     EXPECT_TRUE(log.has("Error", "wait_dns_response", "gethostbyname_own_implement resolve failed!, ret = 96"));
 }
 
+// holds: dns-timeout, dns-look-up-codes
 TEST_F(dns_probe, the_lookup_itself_returns_96_without_any_answer)
 {
     ctx.winner = &eth3;
@@ -181,6 +186,7 @@ TEST_F(dns_probe, the_lookup_itself_returns_96_without_any_answer)
     EXPECT_EQ(gethostbyname_own_implement(&ctx), 0);
 }
 
+// holds: dns-timeout
 TEST_F(dns_probe, an_answer_after_the_third_second_is_too_late)
 {
     at_waits({{2, 0}});
@@ -202,6 +208,7 @@ TEST_F(dns_probe, an_endless_flood_does_not_move_the_deadline)
     EXPECT_EQ(log.count("Info", "recv_dns_query", "dns response from ip=100.64.1.2!"), 4 * 100);
 }
 
+// holds: dns-two-answers
 TEST_F(dns_probe, of_two_ready_answers_the_earlier_port_in_the_table_wins)
 {
     at_waits({{1, 1}, {1, 0}});
@@ -209,6 +216,7 @@ TEST_F(dns_probe, of_two_ready_answers_the_earlier_port_in_the_table_wins)
     EXPECT_EQ(ctx.winner, &eth1);
 }
 
+// holds: dns-two-answers
 TEST_F(dns_probe, of_two_answers_at_different_times_the_first_wins)
 {
     at_waits({{1, 1}, {2, 0}});
@@ -216,6 +224,7 @@ TEST_F(dns_probe, of_two_answers_at_different_times_the_first_wins)
     EXPECT_EQ(ctx.winner, &eth2);
 }
 
+// holds: dns-no-records
 TEST_F(dns_probe, an_answer_without_records_is_not_accepted)
 {
     at_waits({{1, 0, [](t_dns_reply &reply) { reply.answers = 0; }}});
@@ -224,6 +233,7 @@ TEST_F(dns_probe, an_answer_without_records_is_not_accepted)
     EXPECT_EQ(log.text().find("DNS response check fail"), std::string::npos) << "it is dropped in silence";
 }
 
+// holds: dns-other-server
 TEST_F(dns_probe, an_answer_from_another_server_is_dropped)
 {
     at_waits({{1, 0, [](t_dns_reply &reply) { reply.source_be = ip("198.51.100.9"); }}});
@@ -232,6 +242,7 @@ TEST_F(dns_probe, an_answer_from_another_server_is_dropped)
     EXPECT_TRUE(log.has("Info", "recv_dns_query", "DNS response check fail at IP addr src_addr: 198.51.100.9"));
 }
 
+// holds: dns-other-server
 TEST_F(dns_probe, an_answer_to_another_address_is_dropped)
 {
     at_waits({{1, 0, [](t_dns_reply &reply) { reply.destination_be = ip("100.64.9.9"); }}});
@@ -268,6 +279,7 @@ TEST_F(dns_probe, bad_frames_before_a_good_one_do_no_harm)
     EXPECT_EQ(ctx.winner, &eth1);
 }
 
+// holds: dns-own-query
 TEST_F(dns_probe, the_query_itself_is_no_answer)
 {
     fake_wire.on_send = [](const t_sent_frame &sent) { fake_wire.arrive(sent.fd, sent.bytes); };
@@ -308,6 +320,7 @@ TEST_F(dns_probe, a_huge_answer_is_read_as_far_as_it_matters)
     EXPECT_EQ(ctx.winner, &eth2);
 }
 
+// holds: dns-no-socket
 TEST_F(dns_probe, a_port_without_a_socket_never_wins_and_is_not_reported)
 {
     fake_wire.fail(t_wire_call::OPEN, EMFILE); // the first port's
@@ -319,6 +332,7 @@ TEST_F(dns_probe, a_port_without_a_socket_never_wins_and_is_not_reported)
     EXPECT_EQ(ctx.entries[0].watcher.fd, -1);
 }
 
+// holds: dns-no-socket
 TEST_F(dns_probe, a_port_that_cannot_be_bound_never_wins_and_is_not_reported)
 {
     fake_wire.fail(t_wire_call::BIND_TO_DEVICE, ENODEV, 0, 1, "eth1");
@@ -334,6 +348,7 @@ TEST_F(dns_probe, a_port_that_cannot_be_bound_never_wins_and_is_not_reported)
     EXPECT_TRUE(log.has_body("dnslookup failed at: eth2, dev_ip:100.64.2.2"));
 }
 
+// holds: dns-sockets
 TEST_F(dns_probe, a_socket_that_refuses_the_reuse_option_is_closed)
 {
     fake_wire.fail(t_wire_call::SET_OPTION, EPERM, 0, 1, "eth1");
@@ -344,6 +359,7 @@ TEST_F(dns_probe, a_socket_that_refuses_the_reuse_option_is_closed)
     EXPECT_TRUE(log.has_body("dnslookup failed at: eth2, dev_ip:100.64.2.2"));
 }
 
+// holds: dns-query-codes
 TEST_F(dns_probe, a_failed_bind_or_sending_closes_that_socket_only)
 {
     fake_wire.fail(t_wire_call::BIND, ENETDOWN, 0, 1, "eth1");
@@ -358,6 +374,7 @@ TEST_F(dns_probe, a_failed_bind_or_sending_closes_that_socket_only)
     EXPECT_FALSE(log.has_body("Send dns request to 198.51.100.1 success using dev:eth1"));
 }
 
+// holds: dns-query-codes
 TEST_F(dns_probe, sending_tells_what_failed)
 {
     t_dns_entry &entry = ctx.entries[0];
@@ -381,6 +398,7 @@ t_bytes who_has(const t_dns_entry &entry)
     return {first, first + sizeof frame};
 }
 
+// holds: dns-address-answered-for
 TEST_F(dns_probe, who_asks_for_the_querys_address_is_told_before_he_answers)
 {
     fake_wire.on_wait = [this](int, int) {
@@ -404,6 +422,7 @@ TEST_F(dns_probe, who_asks_for_the_querys_address_is_told_before_he_answers)
     EXPECT_EQ(memcmp(told.bytes.data(), &expected, sizeof expected), 0);
 }
 
+// holds: dns-address-not-answered
 TEST_F(dns_probe, a_port_does_not_answer_for_the_address_of_another)
 {
     fake_wire.on_wait = [this](int, int ms) {
@@ -414,6 +433,7 @@ TEST_F(dns_probe, a_port_does_not_answer_for_the_address_of_another)
     EXPECT_EQ(fake_wire.sent().size(), 2u);
 }
 
+// holds: dns-next-hop-flood
 TEST_F(dns_probe, a_flood_of_questions_does_not_move_the_deadline_nor_hide_the_answer)
 {
     auto ask_a_lot = [this] {
@@ -435,6 +455,7 @@ TEST_F(dns_probe, a_flood_of_questions_does_not_move_the_deadline_nor_hide_the_a
     EXPECT_EQ(dns_lookup_via_multi_eth(&ctx), 1);
 }
 
+// holds: dns-cannot-tell
 TEST_F(dns_probe, an_answer_is_found_where_nobody_can_be_told_anything)
 {
     fake_wire.fail(t_wire_call::OPEN, EMFILE, 2, 2); // the sockets of the queries can be made

@@ -65,6 +65,7 @@ protected:
     t_log_capture log_;
 };
 
+// holds: frame-lines
 TEST_F(frame_lines, two_hundred_a_second_are_said_and_the_others_summed_up_in_one)
 {
     EXPECT_EQ(said_of(500), 200);
@@ -77,6 +78,7 @@ TEST_F(frame_lines, two_hundred_a_second_are_said_and_the_others_summed_up_in_on
     EXPECT_EQ(said_of(500), 199);
 }
 
+// holds: frame-lines
 TEST_F(frame_lines, the_sum_of_the_last_second_is_said_once_and_only_when_something_was_left_out)
 {
     said_of(200);
@@ -91,6 +93,7 @@ TEST_F(frame_lines, the_sum_of_the_last_second_is_said_once_and_only_when_someth
     EXPECT_EQ(sums(), 1);
 }
 
+// holds: frame-lines
 TEST_F(frame_lines, what_the_level_does_not_show_does_not_count)
 {
     log_set_level(LOG_LEVEL_Info);
@@ -99,6 +102,7 @@ TEST_F(frame_lines, what_the_level_does_not_show_does_not_count)
     EXPECT_EQ(lines_.left_out, 800u);
 }
 
+// holds: frame-lines
 TEST_F(frame_lines, below_level_info_nothing_is_left_out)
 {
     log_set_level(LOG_LEVEL_Notice);
@@ -115,6 +119,7 @@ TEST_F(frame_lines, a_clock_that_goes_back_begins_a_new_second)
     EXPECT_EQ(said_of(300), 200);
 }
 
+// holds: frame-lines
 TEST_F(frame_lines, a_flood_of_offers_is_summed_up_and_the_awaited_one_is_told_of)
 {
     next_random = {1, 101};
@@ -133,6 +138,7 @@ TEST_F(frame_lines, a_flood_of_offers_is_summed_up_and_the_awaited_one_is_told_o
     EXPECT_EQ(sums("dhcp: 1801 more lines about received frames left out"), 1);
 }
 
+// holds: frame-lines
 TEST_F(frame_lines, offers_of_the_routers_own_server_are_summed_up)
 {
     next_random = {1, 101};
@@ -146,6 +152,7 @@ TEST_F(frame_lines, offers_of_the_routers_own_server_are_summed_up)
     EXPECT_EQ(sums("dhcp: 2800 more lines about received frames left out"), 1);
 }
 
+// holds: frame-lines
 TEST_F(frame_lines, a_flood_of_pados_is_summed_up_and_the_awaited_one_is_told_of)
 {
     next_random = {1, 101};
@@ -166,6 +173,7 @@ TEST_F(frame_lines, a_flood_of_pados_is_summed_up_and_the_awaited_one_is_told_of
     EXPECT_EQ(sums(), 1);
 }
 
+// holds: frame-lines
 TEST_F(frame_lines, a_flood_while_dns_answers_are_awaited_is_summed_up_each_second)
 {
     t_dns_ctx ctx = {};
@@ -190,6 +198,7 @@ TEST_F(frame_lines, a_flood_while_dns_answers_are_awaited_is_summed_up_each_seco
     EXPECT_EQ(sums("dns: 801 more lines about received frames left out"), 1);
 }
 
+// holds: frame-lines
 TEST_F(frame_lines, a_flood_of_arp_packets_is_summed_up_and_the_reply_is_told_of)
 {
     fake_wire.on_send = [](const t_sent_frame &request) {
@@ -210,6 +219,7 @@ TEST_F(frame_lines, a_flood_of_arp_packets_is_summed_up_and_the_reply_is_told_of
     EXPECT_EQ(sums("arp: 1000 more lines about received frames left out"), 1);
 }
 
+// holds: frame-lines
 TEST_F(frame_lines, a_flood_during_the_recheck_of_hosts_is_summed_up_and_the_host_stays)
 {
     const t_mac host = {2, 0, 0, 0, 0, 9}, other = {2, 0, 0, 0, 0, 8};

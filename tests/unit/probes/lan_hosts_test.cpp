@@ -74,6 +74,7 @@ protected:
     static void nobody_answers() { fake_wire.on_send = nullptr; }
 };
 
+// holds: lan-look-codes
 TEST_F(lan_hosts, a_port_with_a_live_host_of_the_subnet_is_flagged)
 {
     remember("192.168.1.50", "aa:bb:cc:00:00:32");
@@ -101,6 +102,7 @@ TEST_F(lan_hosts, the_bridge_is_announced_with_its_index)
     EXPECT_TRUE(announced);
 }
 
+// holds: arp-incomplete
 TEST_F(lan_hosts, incomplete_entries_flag_nothing)
 {
     must_run("ip neigh replace 192.168.1.50 lladdr aa:bb:cc:00:00:32 dev br-lan nud failed");
@@ -113,6 +115,7 @@ TEST_F(lan_hosts, incomplete_entries_flag_nothing)
         log.has("Error", "double_checkarp_table", "failed to send&recv ARP sniffer packet, continue whatever!"));
 }
 
+// holds: arp-other-subnet
 TEST_F(lan_hosts, a_host_of_another_subnet_flags_nothing)
 {
     remember("10.0.0.50", "aa:bb:cc:00:00:32");
@@ -141,6 +144,7 @@ TEST_F(lan_hosts, a_record_of_a_port_that_is_not_ours_is_passed_over)
     EXPECT_EQ(eth1->is_brlan_dev + eth2->is_brlan_dev + eth3->is_brlan_dev, 0);
 }
 
+// holds: device-outside-bridge
 TEST_F(lan_hosts, a_port_outside_the_bridge_matches_no_record)
 {
     remember("192.168.1.50", "aa:bb:cc:00:00:32");
@@ -170,6 +174,7 @@ TEST_F(lan_hosts, further_hosts_of_a_flagged_port_are_not_looked_up)
     EXPECT_EQ(log.count("Debug", JOB, "device:eth1 already has an ip that has same subnet as LAN!"), 1);
 }
 
+// holds: many-forwarding-records
 TEST_F(lan_hosts, all_of_more_than_64_records_are_joined)
 {
     remember("192.168.1.50", "aa:bb:cc:00:00:32");
@@ -179,6 +184,7 @@ TEST_F(lan_hosts, all_of_more_than_64_records_are_joined)
     EXPECT_TRUE(log.has("Debug", "get_bridge_table", "get br:br-lan, overall 131 entry in fdb table"));
 }
 
+// holds: same-mac-twice
 TEST_F(lan_hosts, a_mac_with_two_addresses_is_asked_once)
 {
     remember("192.168.1.50", "aa:bb:cc:00:00:32");
@@ -189,6 +195,7 @@ TEST_F(lan_hosts, a_mac_with_two_addresses_is_asked_once)
     EXPECT_EQ(eth1->is_brlan_dev, 1);
 }
 
+// holds: lan-look-codes
 TEST_F(lan_hosts, without_the_bridges_address_only_the_flags_are_cleared)
 {
     eth1->is_brlan_dev = 1;
@@ -199,6 +206,7 @@ TEST_F(lan_hosts, without_the_bridges_address_only_the_flags_are_cleared)
     EXPECT_FALSE(log.has_body("Entering function: update_brlan_dev_index!"));
 }
 
+// holds: lan-host-lines
 TEST_F(lan_hosts, invented_hosts_fill_no_log)
 {
     give_number("eth1", "0x5");
@@ -208,6 +216,7 @@ TEST_F(lan_hosts, invented_hosts_fill_no_log)
     EXPECT_TRUE(log.has("Info", "tell_lines_left_out", "lan hosts: 800 more lines about received frames left out"));
 }
 
+// holds: lan-look-codes
 TEST_F(lan_hosts, without_forwarding_records_the_search_ends)
 {
     learn("");
@@ -217,6 +226,7 @@ TEST_F(lan_hosts, without_forwarding_records_the_search_ends)
     EXPECT_FALSE(log.has_body("Entering function: update_filtered_arp_table!"));
 }
 
+// holds: lan-look-codes
 TEST_F(lan_hosts, an_arp_cache_that_cannot_be_opened_ends_the_search)
 {
     learn(forwarding_records(1));

@@ -168,6 +168,7 @@ TEST_F(lan_real_wire, a_live_host_flags_its_port_and_a_dead_one_does_not)
     EXPECT_EQ(model.arp_table_hashmap_head, nullptr);
 }
 
+// holds: other-bridge
 TEST_F(lan_real_wire, a_host_behind_a_port_of_another_bridge_does_not_count_for_the_lan_port_of_the_same_number)
 {
     t_device *stranger = nullptr;
@@ -319,6 +320,7 @@ private:
     t_bytes query_;
 };
 
+// holds: dns-address-answered-for
 TEST_F(dns_real_wire, a_resolver_that_asks_where_its_answer_has_to_go_is_told_behind_a_port_of_the_bridge)
 {
     t_asking_resolver resolver;
@@ -333,6 +335,7 @@ TEST_F(dns_real_wire, a_resolver_that_asks_where_its_answer_has_to_go_is_told_be
     EXPECT_EQ(resolver.told, cable2.mac());
 }
 
+// holds: dns-address-answered-for
 TEST_F(dns_real_wire, a_resolver_is_told_behind_a_port_of_its_own_too)
 {
     must_run("ip link set eth2 nomaster");
@@ -344,6 +347,7 @@ TEST_F(dns_real_wire, a_resolver_is_told_behind_a_port_of_its_own_too)
     EXPECT_EQ(ctx.winner, eth2);
 }
 
+// holds: dns-address-answered-for
 TEST_F(dns_real_wire, a_tagged_question_is_answered_as_the_query_went_out)
 {
     t_bytes tagged = who_has(ip("100.64.2.2"));
@@ -357,6 +361,7 @@ TEST_F(dns_real_wire, a_tagged_question_is_answered_as_the_query_went_out)
     EXPECT_EQ(ctx.winner, eth2);
 }
 
+// holds: dns-next-hop-flood
 TEST_F(dns_real_wire, strangers_who_flood_the_port_with_questions_do_not_keep_the_resolver_from_being_told)
 {
     for (int level : {LOG_LEVEL_Critical, LOG_LEVEL_Debug}) {
@@ -371,6 +376,7 @@ TEST_F(dns_real_wire, strangers_who_flood_the_port_with_questions_do_not_keep_th
     }
 }
 
+// holds: dns-address-not-answered
 TEST_F(dns_real_wire, a_host_on_another_port_is_not_told_though_the_bridge_floods_its_question)
 {
     std::atomic<int> replies = 0;
@@ -389,6 +395,7 @@ TEST_F(dns_real_wire, a_host_on_another_port_is_not_told_though_the_bridge_flood
     EXPECT_EQ(replies, 0);
 }
 
+// holds: dns-timeout
 TEST_F(dns_real_wire, silence_lasts_three_seconds_and_does_not_burn_the_processor)
 {
     timespec busy_before, busy_after;

@@ -191,6 +191,7 @@ TEST_F(packet_socket, hears_only_what_its_filter_lets_through)
     EXPECT_EQ(from_.sll_pkttype, PACKET_BROADCAST);
 }
 
+// holds: dhcp-log-level, pppoe-log-level
 TEST_F(packet_socket, a_filter_is_replaced_by_another_and_by_none_while_it_hears)
 {
     t_frame_filter nothing = {}, some = {};

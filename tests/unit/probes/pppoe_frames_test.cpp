@@ -24,6 +24,7 @@ int judge(const t_bytes &frame)
     return packetIsForMe(exact.get(), frame.size(), HOST_UNIQ);
 }
 
+// holds: padi-frame
 TEST(padi, is_the_described_32_bytes)
 {
     t_bytes buffer(1520, 0xaa);
@@ -47,6 +48,7 @@ TEST(pado, without_flaw_is_found_whole)
     EXPECT_EQ(check_pado(pado({})), t_pado_flaw::none);
 }
 
+// holds: pado-all-ones
 TEST(pado, flaws_are_found_in_their_order)
 {
     t_bytes frame = patched(pado(usual_tags(HOST_UNIQ)), PADO_LENGTH, {0x40, 0x00});
@@ -79,11 +81,13 @@ TEST(pado, of_any_length_below_its_headers_has_a_flaw)
             << size;
 }
 
+// holds: pado-codes
 TEST(packet_is_for_me, with_our_host_uniq)
 {
     EXPECT_EQ(judge(pado(usual_tags(HOST_UNIQ))), 0);
 }
 
+// holds: pado-second-host-uniq
 TEST(packet_is_for_me, with_a_wrong_host_uniq_before_ours)
 {
     t_log_capture log;
@@ -92,11 +96,13 @@ TEST(packet_is_for_me, with_a_wrong_host_uniq_before_ours)
     EXPECT_TRUE(log.has("Info", "packetIsForMe", "Invalid PPPoE unique host tag value (0x0badcafe)/(0x11223344)"));
 }
 
+// holds: pado-codes
 TEST(packet_is_for_me, not_with_another_host_uniq_only)
 {
     EXPECT_EQ(judge(pado(usual_tags(HOST_UNIQ + 1))), -99);
 }
 
+// holds: pado-codes
 TEST(packet_is_for_me, not_without_host_uniq)
 {
     t_log_capture log;
@@ -114,6 +120,7 @@ TEST(packet_is_for_me, not_with_a_host_uniq_of_another_length)
     EXPECT_EQ(log.text(), "");
 }
 
+// holds: pado-end-of-list
 TEST(packet_is_for_me, not_when_the_tags_start_with_an_end_of_list)
 {
     t_log_capture log;
@@ -121,6 +128,7 @@ TEST(packet_is_for_me, not_when_the_tags_start_with_an_end_of_list)
     EXPECT_EQ(log.text(), "");
 }
 
+// holds: pado-codes
 TEST(packet_is_for_me, not_in_another_version_or_type)
 {
     t_log_capture log;
@@ -141,6 +149,7 @@ t_bytes long_pado(size_t size)
     return pado(join({tag(0x0102, t_bytes(size - host_uniq.size() - 4, 'x')), host_uniq}));
 }
 
+// holds: pado-length, pado-codes
 TEST(packet_is_for_me, a_payload_of_1494_bytes_is_walked_and_one_of_1495_refused)
 {
     t_log_capture log;
@@ -149,6 +158,7 @@ TEST(packet_is_for_me, a_payload_of_1494_bytes_is_walked_and_one_of_1495_refused
     EXPECT_TRUE(log.has("Info", "packetIsForMe", "Invalid PPPoE packet length (1495)"));
 }
 
+// holds: pado-codes
 TEST(packet_is_for_me, not_with_a_tag_longer_than_the_payload)
 {
     t_log_capture log;

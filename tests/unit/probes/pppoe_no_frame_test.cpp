@@ -34,6 +34,7 @@ namespace {
 
 class pppoe_no_frame : public t_probe_test {};
 
+// holds: pppoe-port-codes
 TEST_F(pppoe_no_frame, is_not_sent_and_closes_the_socket)
 {
     t_pppoe_detect_ctx ctx = {};

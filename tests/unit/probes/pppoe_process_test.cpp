@@ -47,6 +47,7 @@ protected:
     t_device *eth2_ = nullptr;
 };
 
+// holds: pppoe-collect-codes
 TEST_F(pppoe_process, without_a_batch_detection_is_over)
 {
     t_log_capture log;
@@ -58,6 +59,7 @@ TEST_F(pppoe_process, without_a_batch_detection_is_over)
     EXPECT_EQ(pppoe_detect_handle.finished, 1);
 }
 
+// holds: pppoe-log-level
 TEST_F(pppoe_process, a_log_level_that_changes_meanwhile_makes_the_filters_anew)
 {
     log_set_level(LOG_LEVEL_Critical);
@@ -77,6 +79,7 @@ TEST_F(pppoe_process, a_log_level_that_changes_meanwhile_makes_the_filters_anew)
     EXPECT_EQ(socket_of("eth2").filter_length, 0u) << "the filter is left alone as long as the level stays";
 }
 
+// holds: pppoe-collect-codes
 TEST_F(pppoe_process, a_batch_of_no_ports_is_impossible_and_closed)
 {
     send();
@@ -94,6 +97,7 @@ TEST_F(pppoe_process, a_batch_of_no_ports_is_impossible_and_closed)
     fake_wire.close_socket(second);
 }
 
+// holds: pppoe-collect-codes
 TEST_F(pppoe_process, one_silent_port_keeps_the_batch_open_until_the_time_is_over)
 {
     send();
@@ -112,6 +116,7 @@ TEST_F(pppoe_process, one_silent_port_keeps_the_batch_open_until_the_time_is_ove
     EXPECT_TRUE(log.has("Info", "process_pppoe_discovery_all", "dev:eth2 detect pppoe Service!"));
 }
 
+// holds: pppoe-collect-codes
 TEST_F(pppoe_process, every_port_answered)
 {
     send();

@@ -60,6 +60,7 @@ TEST_F(pppoe_receive, a_valid_pado_closes_the_socket)
         log.has("Info", "recv_pppoe_discovery_packet", "Success parse pppoe discovery offer(PADO) packet in dev=eth1"));
 }
 
+// holds: pado-all-ones
 TEST_F(pppoe_receive, a_pado_from_an_all_ones_source_is_ignored)
 {
     expect_ignored(patched(pado(usual_tags(HOST_UNIQ)), PADO_SOURCE, t_bytes(6, 0xff)), "Debug",
@@ -74,6 +75,7 @@ TEST_F(pppoe_receive, other_traffic_of_the_port_is_ignored)
     expect_ignored(t_bytes(1520, 0), "Debug", "Ignoring packet because it is not a pppoe disover packet!");
 }
 
+// holds: padi-own
 TEST_F(pppoe_receive, a_padi_of_this_router_on_another_port_is_ignored)
 {
     expect_ignored(expected_padi({0x02, 0, 0, 0, 0x01, 0x02}, HOST_UNIQ), "Debug",
@@ -93,12 +95,14 @@ TEST_F(pppoe_receive, a_payload_longer_than_the_buffer_is_ignored)
     expect_ignored(pado(t_bytes(1501, 1)), "Debug", "Bogus PPPoE length field (1501) dev=eth1");
 }
 
+// holds: pado-length
 TEST_F(pppoe_receive, a_payload_of_1495_bytes_is_refused)
 {
     expect_ignored(pado(join({usual_tags(HOST_UNIQ), t_bytes(1495 - 18, 1)})), "Info",
                    "read from socket parse error, try again! dev=eth1");
 }
 
+// holds: pado-end-of-list
 TEST_F(pppoe_receive, a_pado_for_someone_else_is_ignored)
 {
     expect_ignored(pado(usual_tags(HOST_UNIQ + 1)), "Info", "read from socket parse error, try again! dev=eth1");
@@ -108,6 +112,7 @@ TEST_F(pppoe_receive, a_pado_for_someone_else_is_ignored)
     EXPECT_EQ(ctx().pado_received, 1);
 }
 
+// holds: pado-second-host-uniq
 TEST_F(pppoe_receive, the_second_of_two_host_uniq_tags_may_be_ours)
 {
     receive(pado(join({tag(0x0103, native(7)), tag(0x0103, native(HOST_UNIQ))})));

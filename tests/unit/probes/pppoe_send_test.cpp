@@ -47,6 +47,7 @@ TEST_F(pppoe_send, a_kernel_that_refuses_the_filter_changes_nothing)
     EXPECT_EQ(fake_wire.watched_sockets(), 1);
 }
 
+// holds: pppoe-batch-codes
 TEST_F(pppoe_send, a_null_list_is_refused)
 {
     t_log_capture log;
@@ -55,6 +56,7 @@ TEST_F(pppoe_send, a_null_list_is_refused)
     EXPECT_TRUE(log.has("Error", "send_pppoe_discovery_all", "Invalid parameters! Send failed!"));
 }
 
+// holds: pppoe-batch-codes
 TEST_F(pppoe_send, an_empty_list_is_refused)
 {
     EXPECT_EQ(send_pppoe_discovery_all(&list_), -99);
@@ -69,6 +71,7 @@ TEST_F(pppoe_send, a_list_of_256_ports_counts_as_empty)
     EXPECT_TRUE(fake_wire.sockets().empty());
 }
 
+// holds: pppoe-batch-codes
 TEST_F(pppoe_send, without_memory_nothing_is_sent)
 {
     list_port(add_port("eth1", 1));
@@ -89,6 +92,7 @@ TEST_F(pppoe_send, the_lan_bridge_is_not_needed)
     EXPECT_EQ(fake_wire.sent().size(), 1u);
 }
 
+// holds: pppoe-batch-codes
 TEST_F(pppoe_send, one_padi_leaves_every_port)
 {
     t_device *eth1 = add_port("eth1", 1);
@@ -221,6 +225,7 @@ TEST_F(pppoe_send, a_batch_left_over_is_released_first)
     EXPECT_EQ(fake_wire.open_sockets(), 1);
 }
 
+// holds: pppoe-port-codes
 TEST_F(pppoe_send, result_codes_of_one_port)
 {
     t_device *eth1 = add_port("eth1", 1);

@@ -113,6 +113,7 @@ TEST_F(real_wire, a_dhcp_server_is_found_behind_its_port)
     EXPECT_EQ(eth1_->result.dns_server.ipv4_be, htonl(0x0a141e35));
 }
 
+// holds: dhcp-other-identifier
 TEST_F(real_wire, forged_offers_before_the_genuine_one_do_not_matter)
 {
     t_loop_peer server(cable1_);
