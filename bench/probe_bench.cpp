@@ -5,7 +5,7 @@
 #include "bench/arp_bench.h"
 #include "bench/dhcp_bench.h"
 #include "bench/networks.h"
-#include "core/engine.h"
+#include "core/engine_life.h"
 #include "model/port_model.h"
 #include "model/tables.h"
 #include "platform/log.h"
@@ -17,8 +17,7 @@ void prepare_daemon()
 {
     uloop_handle_sigchld = false;
     uloop_init();
-    init_engine_gate(&engine.gate);
-    engine_gate = &engine.gate;
+    init_engine();
     log_set_level(LOG_LEVEL_Critical);
     add_protocol(&port_model.proto_hashmap_head, create_new_protocol("dhcp"));
 }

@@ -13,14 +13,11 @@
 #include "core/combo_switch.h"
 #include "core/connection.h"
 #include "core/cycle.h"
-#include "core/cycle_start.h"
 #include "core/engine.h"
-#include "core/link_change.h"
+#include "core/engine_life.h"
 #include "core/link_scan.h"
 #include "core/options.h"
-#include "core/proto_stage.h"
 #include "core/shutdown.h"
-#include "core/timers.h"
 #include "core/wishes.h"
 #include "model/current_wan.h"
 #include "model/fake_wan.h"
@@ -93,9 +90,7 @@ static void prepare_process(const t_options &options)
     uloop_handle_sigchld = false; // else the loop would reap the children of other threads' commands
     ready = uloop_init() == 0 && ready;
     ready = attach_background_to_loop(serve_wishes) && ready;
-    init_engine_gate(&engine.gate);
-    engine_gate = &engine.gate;
-    engine_handlers = {start_wan_detect_all, start_proto_detect, wan_detect_process_link_change, request_fresh_retries};
+    init_engine();
     if (!ready) {
         LOG(Critical, "no descriptors for the event loop\n");
         give_up();
@@ -205,7 +200,6 @@ int main(int argc, char **argv)
     }
     prepare_process(options);
     come_onto_bus();
-    bind_engine_timers();
     LOG(Debug, "init over\n");
     load_model();
     wait_for_link();

@@ -9,12 +9,10 @@
 #include <unistd.h>
 
 #include "core/background.h"
-#include "core/engine.h"
+#include "core/engine_life.h"
 #include "core/wishes.h"
-#include "model/port_model.h"
 #include "platform/adapters/bus_object.h"
 #include "platform/log.h"
-#include "probes/arp_table.h"
 #include "probes/dhcp_probe.h"
 #include "probes/pppoe_probe.h"
 
@@ -80,15 +78,6 @@ void install_signal_handlers()
     pthread_sigmask(SIG_UNBLOCK, &ends, nullptr);
 }
 
-static void release_model()
-{
-    engine.possible_wan_dev_list.clear();
-    engine.possible_wan_dev_list_cache.clear();
-    release_port_model(&port_model);
-    if (port_model.arp_table_hashmap_head)
-        release_arp_table(&port_model.arp_table_hashmap_head);
-}
-
 static void close_probes()
 {
     if (dhcp_detect_handle.contexts)
@@ -102,10 +91,8 @@ void done()
     close_probes();
     // A thread that still sits in a command keeps what it may touch; it ends with the process.
     bool quiet = stop_background_threads();
-    if (quiet) {
-        destroy_engine_gate(&engine.gate);
-        release_model();
-    }
+    if (quiet)
+        release_engine();
     wan_detect_ubus_done();
     wan_detect_bus_offer_release();
     detach_background_from_loop();

@@ -5,13 +5,11 @@
 
 #include "fuzz/support/bus_message.h"
 #include "fuzz/support/private_files.h"
-#include "model/gate.h"
 #include "model/lists.h"
-#include "model/port_model.h"
-#include "model/tables.h"
 #include "platform/adapters/bus_object.h"
 #include "platform/engine_handlers.h"
 #include "platform/log.h"
+#include "tests/support/world.h"
 
 namespace {
 
@@ -20,7 +18,6 @@ constexpr uint8_t JSON_FORM = 0x80;
 constexpr uint8_t HANDLER_MASK = 0x07;
 constexpr int LONGEST_DELAY_MS = 60'000;
 
-t_engine_gate gate;
 int replies;
 
 void check_delay(int delay_ms)
@@ -48,9 +45,9 @@ void build_router()
 {
     port_model = {};
     for (const char *name : {"eth0", "eth1", "eth2"})
-        keep_device(&port_model.dev_hashmap_head, create_new_device(name));
+        add_port_to(port_model, name);
     for (const char *name : {"dhcp", "pppoe"})
-        keep_protocol(&port_model.proto_hashmap_head, create_new_protocol(name));
+        add_protocol_to(port_model, name);
     port_model.fake_wan = find_device(port_model.dev_hashmap_head, "eth1");
     write_private_file("/etc/config/network", "config auto_wan_detect 'auto_wan_detect'\n\toption fake_wan_port '1'\n");
 }
@@ -99,8 +96,7 @@ void prepare()
     enter_private_files();
     write_private_file("/tmp/wan_detect.log", ""); // where the log goes once it is opened
     log_set_level(LOG_LEVEL_Debug);
-    init_engine_gate(&gate);
-    engine_gate = &gate;
+    static t_bound_gate gate;
     engine_handlers = {check_delay, check_request, store_link, nullptr};
 }
 

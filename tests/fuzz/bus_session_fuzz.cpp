@@ -17,16 +17,14 @@
 #include "fuzz/support/fake_commands.h"
 #include "fuzz/support/fuzz.h"
 #include "fuzz/support/private_files.h"
-#include "model/gate.h"
 #include "model/lists.h"
-#include "model/port_model.h"
-#include "model/tables.h"
 #include "platform/adapters/bus_object.h"
 #include "platform/adapters/network_status.h"
 #include "platform/bus.h"
 #include "platform/engine_handlers.h"
 #include "platform/log.h"
 #include "support/fake_clock.h"
+#include "tests/support/world.h"
 
 namespace {
 
@@ -46,7 +44,6 @@ bool hung_up;
 bool refused;
 std::vector<uloop_fd *> watched;
 std::vector<uloop_timeout *> timers;
-t_engine_gate gate;
 
 ssize_t take(void *buffer, size_t size)
 {
@@ -156,9 +153,9 @@ void build_router()
 {
     port_model = {};
     for (const char *name : {"eth0", "eth1"})
-        keep_device(&port_model.dev_hashmap_head, create_new_device(name));
+        add_port_to(port_model, name);
     for (const char *name : {"dhcp", "pppoe"})
-        keep_protocol(&port_model.proto_hashmap_head, create_new_protocol(name));
+        add_protocol_to(port_model, name);
 }
 
 void forget_connection()
@@ -306,8 +303,7 @@ void prepare()
     enter_private_files();
     write_private_file("/tmp/wan_detect.log", "");
     log_set_level(LOG_LEVEL_Debug);
-    init_engine_gate(&gate);
-    engine_gate = &gate;
+    static t_bound_gate gate;
     engine_handlers = {check_delay, check_request, store_link, nullptr};
 }
 

@@ -10,19 +10,16 @@
 #include "fuzz/support/private_files.h"
 #include "model/current_wan.h"
 #include "model/fake_wan.h"
-#include "model/gate.h"
 #include "model/port_config.h"
 #include "model/protocol_config.h"
 #include "model/reserved_ports.h"
-#include "model/tables.h"
 #include "platform/adapters/network_status.h"
 #include "platform/adapters/wan_switch.h"
 #include "platform/log.h"
 #include "support/fake_clock.h"
+#include "tests/support/world.h"
 
 namespace {
-
-t_engine_gate gate;
 
 bool is_text(const char (&field)[NAME_SIZE])
 {
@@ -97,8 +94,7 @@ void prepare_config_scene()
 {
     enter_private_files();
     log_set_level(LOG_LEVEL_Debug);
-    init_engine_gate(&gate);
-    engine_gate = &gate;
+    static t_bound_gate gate;
     commands_print(R"({"phy":true,"sfp":true,"serdes":"phy"})"); // a combo port has the choice
 }
 

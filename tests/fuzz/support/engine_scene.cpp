@@ -12,11 +12,11 @@
 #include "core/background.h"
 #include "core/cycle.h"
 #include "core/cycle_start.h"
+#include "core/engine_life.h"
 #include "core/fake_probes.h"
 #include "core/link_change.h"
 #include "core/link_scan.h"
 #include "core/proto_stage.h"
-#include "core/timers.h"
 #include "core/wishes.h"
 #include "fuzz/support/bus_message.h"
 #include "fuzz/support/fake_commands.h"
@@ -33,6 +33,8 @@
 #include "platform/ending.h"
 #include "platform/log.h"
 #include "support/fake_clock.h"
+#include "tests/support/engine_timers.h"
+#include "tests/support/router_config.h"
 
 namespace {
 
@@ -51,32 +53,10 @@ t_engine_scene *scene;
 std::vector<t_worker_thread> workers;
 bool on_other_thread;
 
-uloop_timeout *const TIMERS[] = {
-    &engine.init_wan_detect_all,
-    &engine.start_wan_detect,
-    &engine.using_proto_detect,
-    &engine.using_arp,
-    &engine.using_dns,
-    &engine.try_each,
-    &engine.end,
-    &engine.heartbeat,
-    &engine.proto_detect_start,
-    &engine.proto_detect_end,
-    &engine.look_again,
-};
-
 struct t_on_other_thread {
     t_on_other_thread() { on_other_thread = true; }
     ~t_on_other_thread() { on_other_thread = false; }
 };
-
-std::string quoted(const std::string &value)
-{
-    std::string text = "'";
-    for (char c : value)
-        text += c == '\'' ? std::string("'\\''") : std::string(1, c);
-    return text + "'\n";
-}
 
 // A worker's sleep lies between its start and now: it ends where it began.
 void run_due_workers()
@@ -188,7 +168,6 @@ void prepare_engine_scene()
     enter_private_files();
     write_private_file("/tmp/wan_detect.log", "");
     log_set_level(LOG_LEVEL_Debug);
-    engine_handlers = {start_wan_detect_all, start_proto_detect, wan_detect_process_link_change, request_fresh_retries};
     uloop_handle_sigchld = false;
 }
 
@@ -209,9 +188,7 @@ t_engine_scene::t_engine_scene(const std::string &priority, const std::string &f
     port_model = {};
     REQUIRE(init_background());
     attach_background_to_loop(serve_wishes);
-    init_engine_gate(&engine.gate);
-    engine_gate = &engine.gate;
-    bind_engine_timers();
+    init_engine();
     wan_detect_bus_offer();
     write_configuration();
     started_ = init_all_protocols(&port_model.proto_hashmap_head) >= 0 && init_all_eth_device(&port_model) > 0;
@@ -224,8 +201,7 @@ t_engine_scene::t_engine_scene(const std::string &priority, const std::string &f
 
 t_engine_scene::~t_engine_scene()
 {
-    for (uloop_timeout *timer : TIMERS)
-        uloop_timeout_cancel(timer);
+    cancel_all_timers();
     request_stop(0);
     for (t_worker_thread &worker : workers)
         worker.due_us = 0;
@@ -233,11 +209,7 @@ t_engine_scene::~t_engine_scene()
     REQUIRE(stop_background_threads());
     detach_background_from_loop();
     release_background();
-    engine.possible_wan_dev_list.clear();
-    engine.possible_wan_dev_list_cache.clear();
-    port_model.banned_list.clear();
-    release_port_model(&port_model);
-    destroy_engine_gate(&engine.gate);
+    release_engine();
     wan_detect_bus_offer_release();
     scene = nullptr;
 }
@@ -248,41 +220,33 @@ void t_engine_scene::configure(t_setting setting, const std::string &value)
     write_configuration();
 }
 
+// The static connection and the tunnels.
+std::string t_engine_scene::addresses() const
+{
+    std::string text = "config proto 'static'\n" + option_line("ipaddr", "192.0.2.2") +
+                       option_line("gateway", settings_[GATEWAY]) + option_line("pri_dns", "192.0.2.53");
+    for (const char *name : {"l2tp", "pptp"})
+        text += std::string("config proto '") + name + "'\n" + option_line("snd_conn", settings_[SECONDARY]) +
+                option_line("static_ip", "192.0.2.4") + option_line("static_gateway", settings_[GATEWAY]);
+    return text;
+}
+
 void t_engine_scene::write_configuration() const
 {
-    const auto option = [](const char *name, const std::string &value) {
-        return std::string("\toption ") + name + " " + quoted(value);
-    };
-    std::string network, switches;
-    for (size_t i = 0; i < ENGINE_PORTS; i++) {
-        const std::string number = std::to_string(i);
-        network += "config device\n" + option("name", "eth" + number);
-        switches += "config switch_port 'port" + number + "'\n" + option("port", number) +
-                    option("ifname", "eth" + number) + option("label", "LAN" + number) + option("wan_port", "phy");
-        if (i == COMBO_PORT)
-            switches += option("type", "combo") + option("addr", "7");
-    }
-    network += "config auto_wan_detect 'auto_wan_detect'\n" + option("enable", "on") +
-               option("fake_wan_port", fake_wan_) + option("wan_port_priority", priority_) +
-               option("wan_port_pool", priority_) + option("proto_priority", "pppoe dhcp static") +
-               option("wan_combo_first_priority", settings_[PREFERRED_SIDE]);
-    network += "config interface 'wan'\n" + option("proto", settings_[CONNECTION]);
-    switches += "config wan 'wan'\n" + option("switch_port", settings_[WAN_PORT]);
-    switches += "config gaming 'gaming'\n" + option("switch_port", settings_[GAMING]);
-    switches += "config lan_agg 'lan_agg'\n" + option("enable_agg", settings_[AGGREGATION]) +
-                option("lanport", "LAN0 LAN1 LAN2 LAN3 LAN4") + option("lacpports", settings_[AGGREGATED]);
-    std::string protocols = "config family 'ipv4'\n";
-    for (const char *name : {"dhcp", "pppoe", "static", "l2tp", "pptp", "ocn"})
-        protocols += std::string("\tlist protos '") + name + "'\n";
-    protocols += "config family 'ipv6'\n\tlist protos 'dhcpv6'\nconfig proto 'static'\n" +
-                 option("ipaddr", "192.0.2.2") + option("gateway", settings_[GATEWAY]) +
-                 option("pri_dns", "192.0.2.53");
-    for (const char *name : {"l2tp", "pptp"})
-        protocols += std::string("config proto '") + name + "'\n" + option("snd_conn", settings_[SECONDARY]) +
-                     option("static_ip", "192.0.2.4") + option("static_gateway", settings_[GATEWAY]);
-    write_private_file("/etc/config/network", network);
-    write_private_file("/etc/config/switch", switches);
-    write_private_file("/etc/config/protocol", protocols);
+    const t_router_config config = {.wan_type = settings_[CONNECTION],
+                                    .priority = priority_,
+                                    .pool = priority_,
+                                    .fake_wan = fake_wan_,
+                                    .preferred_side = settings_[PREFERRED_SIDE],
+                                    .protocol_sections = addresses()};
+    write_private_file("/etc/config/network", config.network());
+    write_private_file("/etc/config/protocol", config.protocol());
+    write_private_file("/etc/config/switch",
+                       switch_config(ENGINE_PORTS, settings_[WAN_PORT], COMBO_PORT) + "config gaming 'gaming'\n" +
+                           option_line("switch_port", settings_[GAMING]) + "config lan_agg 'lan_agg'\n" +
+                           option_line("enable_agg", settings_[AGGREGATION]) +
+                           option_line("lanport", "LAN0 LAN1 LAN2 LAN3 LAN4") +
+                           option_line("lacpports", settings_[AGGREGATED]));
 }
 
 std::string t_engine_scene::print(const std::string &command) const
@@ -326,10 +290,7 @@ void t_engine_scene::pass_ms(int64_t milliseconds)
 
 void t_engine_scene::fire_next_timer()
 {
-    uloop_timeout *next = nullptr;
-    for (uloop_timeout *timer : TIMERS)
-        if (timer->pending && (!next || uloop_timeout_remaining64(timer) < uloop_timeout_remaining64(next)))
-            next = timer;
+    uloop_timeout *next = earliest_timer();
     if (!next)
         return;
     fake_clock.advance_ms(std::max<int64_t>(0, uloop_timeout_remaining64(next)));

@@ -71,6 +71,7 @@ struct t_engine_scene {
     bool swap_works = true;
 
 private:
+    std::string addresses() const;
     void write_configuration() const;
     std::string print(const std::string &command) const;
     int end(const std::string &command);

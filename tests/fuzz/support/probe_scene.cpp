@@ -5,7 +5,6 @@
 #include <cstring>
 
 #include "model/lists.h"
-#include "model/tables.h"
 #include "platform/log.h"
 #include "support/fake_clock.h"
 
@@ -15,22 +14,12 @@ int drawn = 0;
 
 t_device *add_port(t_port_model &model, const char *name, uint8_t number)
 {
-    t_device *dev = create_new_device(name);
-    dev->link_active = 1;
-    dev->priority = static_cast<int8_t>(number);
-    add_device(&model.dev_hashmap_head, dev);
+    t_device *dev = add_port_to(model, name, number, true);
     t_fake_interface interface = {.ifindex = 10 + number, .mac = {0x02, 0, 0, 0, 0x01, number}};
     interface.address_be = htonl(0x0a000000U | number);
     interface.netmask_be = htonl(0xffffff00U);
     fake_wire.add_interface(name, interface);
     return dev;
-}
-
-void add_protocol_named(t_port_model &model, const char *name, int8_t priority)
-{
-    t_protocol *protocol = create_new_protocol(name);
-    protocol->priority = priority;
-    add_protocol(&model.proto_hashmap_head, protocol);
 }
 
 } // namespace
@@ -49,10 +38,8 @@ t_probe_scene::t_probe_scene()
     lan.netmask_be = inet_addr(LAN_NETMASK);
     memcpy(lan.mac, LAN_MAC, MAC_SIZE);
     fake_wire.add_interface("br-lan", lan);
-    init_engine_gate(&gate);
-    engine_gate = &gate;
-    add_protocol_named(model, "pppoe", 1);
-    add_protocol_named(model, "dhcp", 2);
+    add_protocol_to(model, "pppoe", 1);
+    add_protocol_to(model, "dhcp", 2);
     port = add_port(model, "eth1", 1);
     other_port = add_port(model, "eth2", 2);
     REQUIRE(add_unique_device_inorder_to_list(&list.head, port) == 0);
@@ -63,8 +50,6 @@ t_probe_scene::~t_probe_scene()
 {
     free_device_list(&list.head);
     release_port_model(&model);
-    destroy_engine_gate(&gate);
-    engine_gate = nullptr;
     REQUIRE(fake_wire.open_sockets() == 0);
 }
 

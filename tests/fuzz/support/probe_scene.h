@@ -4,9 +4,8 @@
 #pragma once
 
 #include "fuzz/support/fuzz.h"
-#include "model/gate.h"
-#include "model/port_model.h"
 #include "probes/fake_wire.h"
+#include "tests/support/world.h"
 
 constexpr uint8_t LAN_MAC[MAC_SIZE] = {0x02, 0x00, 0x00, 0x00, 0x00, 0x01};
 constexpr const char *LAN_ADDRESS = "192.168.1.1";
@@ -24,7 +23,7 @@ struct t_probe_scene {
     t_bytes bytes(t_octets octets) { return {octets.begin(), octets.end()}; }
 
     t_port_model model = {};
-    t_engine_gate gate = {};
+    t_bound_gate gate;
     t_device_list_head list = {}; // holds `port`
     t_device *port;
     t_device *other_port;

@@ -14,15 +14,9 @@ class combo_switch : public t_engine_test {
 protected:
     void SetUp() override
     {
-        ASSERT_TRUE(init_background());
         t_engine_test::SetUp();
         write_switch_config(5, 0, "", 0);
         dev("eth0")->is_combo = 1;
-    }
-    void TearDown() override
-    {
-        t_engine_test::TearDown();
-        release_background();
     }
     static void sides(bool phy, bool sfp, const char *serdes)
     {
@@ -32,7 +26,7 @@ protected:
     static void prefer(const std::string &side)
     {
         write_config("network",
-                     "config auto_wan 'auto_wan_detect'\n\toption wan_combo_first_priority '" + side + "'\n");
+                     "config auto_wan_detect 'auto_wan_detect'\n\toption wan_combo_first_priority '" + side + "'\n");
     }
     // The swap command that a pass runs for these sides; empty for none.
     std::string decide(bool phy, bool sfp, const char *serdes, t_combo_state *state)

@@ -24,17 +24,6 @@ constexpr int BUS_WITHOUT_MANAGER = ERR_BUS_OBJECT;
 
 class cycle_order : public t_engine_test {
 protected:
-    void SetUp() override
-    {
-        ASSERT_TRUE(init_background());
-        t_engine_test::SetUp();
-    }
-    void TearDown() override
-    {
-        forget_wishes();
-        t_engine_test::TearDown();
-        release_background();
-    }
     static void open_cycle()
     {
         start_wan_detect_all(0);

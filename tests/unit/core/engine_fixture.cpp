@@ -7,9 +7,8 @@
 #include "core/background.h"
 #include "core/cycle.h"
 #include "core/cycle_start.h"
-#include "core/link_change.h"
+#include "core/engine_life.h"
 #include "core/proto_stage.h"
-#include "core/timers.h"
 #include "core/wishes.h"
 #include "model/current_wan.h"
 #include "model/fake_wan.h"
@@ -17,47 +16,14 @@
 #include "model/protocol_config.h"
 #include "model/tables.h"
 #include "platform/adapters/link_status.h"
-
-static std::string network_config(const std::string &wan_type, const std::string &priority, const std::string &pool)
-{
-    std::string text;
-    for (int i = 0; i < 5; i++)
-        text += "config device\n\toption name 'eth" + std::to_string(i) + "'\n";
-    text += "config auto_wan 'auto_wan_detect'\n\toption enable 'on'\n\toption fake_wan_port '-1'\n";
-    text += "\toption wan_port_priority '" + priority + "'\n\toption wan_port_pool '" + pool + "'\n";
-    text += "\toption proto_priority 'pppoe dhcp static'\n\toption wan_combo_first_priority 'phy'\n";
-    return text + "config interface 'wan'\n\toption proto '" + wan_type + "'\n";
-}
-
-static std::string protocol_config(const std::string &options)
-{
-    std::string text = "config family 'ipv4'\n";
-    for (const char *name : {"dhcp", "pppoe", "static", "l2tp", "pptp", "ocn"})
-        text += std::string("\tlist protos '") + name + "'\n";
-    return text + "config family 'ipv6'\n\tlist protos 'dhcpv6'\n" + options;
-}
-
-static uloop_timeout *const timers[] = {
-    &engine.init_wan_detect_all,
-    &engine.start_wan_detect,
-    &engine.using_proto_detect,
-    &engine.using_arp,
-    &engine.using_dns,
-    &engine.try_each,
-    &engine.end,
-    &engine.proto_detect_start,
-    &engine.proto_detect_end,
-    &engine.look_again,
-};
+#include "tests/support/router_config.h"
 
 void t_engine_test::SetUp()
 {
+    ASSERT_TRUE(init_background());
     uloop_handle_sigchld = false;
     uloop_init();
-    init_engine_gate(&engine.gate);
-    engine_gate = &engine.gate;
-    engine_handlers = {start_wan_detect_all, start_proto_detect, wan_detect_process_link_change, request_fresh_retries};
-    bind_engine_timers();
+    init_engine();
     fake_probes = {};
     fake_router = {};
     std::filesystem::remove(WAN_RESULT_FILE);
@@ -67,24 +33,23 @@ void t_engine_test::SetUp()
 
 void t_engine_test::TearDown()
 {
+    EXPECT_TRUE(stop_background_threads());
     log.reset();
-    for (uloop_timeout *timer : timers)
-        uloop_timeout_cancel(timer);
-    engine.possible_wan_dev_list.clear();
-    engine.possible_wan_dev_list_cache.clear();
-    port_model.banned_list.clear();
-    release_port_model(&port_model);
-    destroy_engine_gate(&engine.gate);
+    cancel_all_timers();
+    forget_wishes();
+    release_engine();
     engine = {};
     port_model = {};
     uloop_done();
+    release_background();
 }
 
 void t_engine_test::write_router_config(const std::string &wan_type, const std::string &priority,
                                         const std::string &pool)
 {
-    write_config("network", network_config(wan_type, priority, pool));
-    write_config("protocol", protocol_config(""));
+    const t_router_config config = {.wan_type = wan_type, .priority = priority, .pool = pool};
+    write_config("network", config.network());
+    write_config("protocol", config.protocol());
     write_config("sysmode", "config sysmode 'sysmode'\n\toption mode 'router'\n");
     write_switch_config(5, 0);
 }
@@ -109,8 +74,9 @@ void t_engine_test::load(const std::string &wan_type, const std::string &priorit
 
 void t_engine_test::set_connection(const std::string &type, const std::string &protocol_options)
 {
-    write_config("network", network_config(type, "0 1 2 3 4", "0 1 2 3 4"));
-    write_config("protocol", protocol_config(protocol_options));
+    const t_router_config config = {.wan_type = type, .protocol_sections = protocol_options};
+    write_config("network", config.network());
+    write_config("protocol", config.protocol());
     update_wan_ipv4_protocol(&port_model);
 }
 
@@ -157,27 +123,24 @@ void t_engine_test::fire(uloop_timeout &timer)
     timer.cb(&timer);
 }
 
-// The time until the next timer passes for all of them, though no time passes.
-static void pass_time(int64_t milliseconds)
+void t_engine_test::fire_after_its_time(uloop_timeout &next)
 {
-    for (uloop_timeout *timer : timers)
+    const int64_t passed_ms = uloop_timeout_remaining64(&next);
+    for (uloop_timeout *timer : ENGINE_TIMERS)
         if (timer->pending)
             uloop_timeout_set(timer,
-                              static_cast<int>(std::max<int64_t>(0, uloop_timeout_remaining64(timer) - milliseconds)));
+                              static_cast<int>(std::max<int64_t>(0, uloop_timeout_remaining64(timer) - passed_ms)));
+    fire(next);
 }
 
 void t_engine_test::run_until_end()
 {
     constexpr int MAX_STEPS = 200;
     for (int step = 0; step < MAX_STEPS; step++) {
-        uloop_timeout *next = nullptr;
-        for (uloop_timeout *timer : timers)
-            if (timer->pending && (!next || uloop_timeout_remaining64(timer) < uloop_timeout_remaining64(next)))
-                next = timer;
+        uloop_timeout *next = earliest_timer();
         if (!next || next == &engine.end)
             return;
-        pass_time(uloop_timeout_remaining64(next));
-        fire(*next);
+        fire_after_its_time(*next);
     }
     FAIL() << "the engine never came to an end";
 }

@@ -13,6 +13,7 @@
 #include "core/fake_router.h"
 #include "model/port_model.h"
 #include "support/sandbox.h"
+#include "tests/support/engine_timers.h"
 
 constexpr int NOT_ARMED = -1;
 
@@ -39,6 +40,8 @@ protected:
     static int armed(uloop_timeout &timer);
     // The timer's callback runs now; fails the test when it is not armed.
     static void fire(uloop_timeout &timer);
+    // The same once the time until then has passed for every timer, though none passes.
+    static void fire_after_its_time(uloop_timeout &next);
     // Fires the engine's earliest timer again and again, until the end of the cycle is next or nothing is armed.
     static void run_until_end();
 

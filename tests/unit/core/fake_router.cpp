@@ -11,6 +11,7 @@
 #include "platform/text.h"
 #include "platform/uci_access.h"
 #include "support/sandbox.h"
+#include "tests/support/router_config.h"
 
 t_fake_router fake_router;
 
@@ -66,14 +67,5 @@ int ubus_call_method(const char *object, const char *method, blob_buf *, t_bus_r
 
 void write_switch_config(int ports, int wan_port, const std::string &more, int combo_port)
 {
-    std::string text;
-    for (int i = 0; i < ports; i++) {
-        std::string number = std::to_string(i);
-        text += "config switch_port 'port" + number + "'\n\toption port '" + number + "'\n\toption ifname 'eth" +
-                number + "'\n\toption label 'LAN" + number + "'\n\toption wan_port 'phy'\n";
-        if (i == combo_port)
-            text += "\toption type 'combo'\n\toption addr '7'\n";
-    }
-    text += "config wan 'wan'\n\toption switch_port 'port" + std::to_string(wan_port) + "'\n";
-    write_config("switch", text + more);
+    write_config("switch", switch_config(ports, "port" + std::to_string(wan_port), combo_port) + more);
 }

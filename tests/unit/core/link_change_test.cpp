@@ -7,7 +7,7 @@
 #include "core/cycle.h"
 #include "core/cycle_start.h"
 #include "core/engine_fixture.h"
-#include "core/timers.h"
+#include "core/engine_life.h"
 #include "core/wishes.h"
 #include "model/banned.h"
 #include "model/lists.h"
@@ -19,16 +19,6 @@ namespace {
 
 class link_change : public t_engine_test {
 protected:
-    void SetUp() override
-    {
-        ASSERT_TRUE(init_background());
-        t_engine_test::SetUp();
-    }
-    void TearDown() override
-    {
-        t_engine_test::TearDown();
-        release_background();
-    }
     // Leaves a wish as a background thread does.
     static void wish_from_a_thread()
     {

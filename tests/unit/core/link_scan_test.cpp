@@ -8,20 +8,7 @@
 
 namespace {
 
-class link_scan : public t_engine_test {
-protected:
-    void SetUp() override
-    {
-        ASSERT_TRUE(init_background());
-        t_engine_test::SetUp();
-    }
-    void TearDown() override
-    {
-        EXPECT_TRUE(stop_background_threads());
-        t_engine_test::TearDown();
-        release_background();
-    }
-};
+class link_scan : public t_engine_test {};
 
 // holds: scan-order
 TEST_F(link_scan, a_change_pulls_the_trigger_and_an_unchanged_port_does_not)

@@ -14,17 +14,6 @@ namespace {
 
 class look_again : public t_engine_test {
 protected:
-    void SetUp() override
-    {
-        ASSERT_TRUE(init_background());
-        t_engine_test::SetUp();
-    }
-    void TearDown() override
-    {
-        forget_wishes();
-        t_engine_test::TearDown();
-        release_background();
-    }
     // A cycle over all ports, up to and including its first pass.
     static void open_cycle()
     {
@@ -35,7 +24,8 @@ protected:
     static void configure_interval(const std::string &value)
     {
         write_config("network", read_file("/etc/config/network") +
-                                    "config auto_wan 'auto_wan_detect'\n\toption retry_interval '" + value + "'\n");
+                                    "config auto_wan_detect 'auto_wan_detect'\n\toption retry_interval '" + value +
+                                    "'\n");
     }
     // The look comes and the pass after it.
     static void look()

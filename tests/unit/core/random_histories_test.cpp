@@ -23,17 +23,10 @@ constexpr unsigned HISTORIES = 150;
 constexpr int STEPS = 150;
 constexpr int FOREIGN_PORT = 7;
 
-const std::array<uloop_timeout *, 9> TIMERS = {
-    &engine.init_wan_detect_all, &engine.start_wan_detect, &engine.using_proto_detect,
-    &engine.using_arp,           &engine.using_dns,        &engine.end,
-    &engine.proto_detect_start,  &engine.proto_detect_end, &engine.look_again,
-};
-
 class random_histories : public t_engine_test {
 protected:
     void SetUp() override
     {
-        ASSERT_TRUE(init_background());
         t_engine_test::SetUp();
         random.seed(++number);
         history = std::to_string(number) + ":";
@@ -51,10 +44,7 @@ protected:
     void TearDown() override
     {
         fake_router.on_command = nullptr;
-        EXPECT_TRUE(stop_background_threads());
-        forget_wishes();
         t_engine_test::TearDown();
-        release_background();
     }
 
     int any(int choices) { return static_cast<int>(random() % static_cast<unsigned>(choices)); }
@@ -81,19 +71,11 @@ protected:
     // The earliest timer fires, and its time has passed for all.
     void let_time_pass()
     {
-        uloop_timeout *next = nullptr;
-        for (uloop_timeout *timer : TIMERS)
-            if (timer->pending && (!next || uloop_timeout_remaining64(timer) < uloop_timeout_remaining64(next)))
-                next = timer;
+        uloop_timeout *next = earliest_timer();
         if (!next)
             return;
-        const int64_t passed_ms = uloop_timeout_remaining64(next);
-        for (uloop_timeout *timer : TIMERS)
-            if (timer->pending)
-                uloop_timeout_set(timer,
-                                  static_cast<int>(std::max<int64_t>(0, uloop_timeout_remaining64(timer) - passed_ms)));
-        note("+" + std::to_string(passed_ms));
-        fire(*next);
+        note("+" + std::to_string(uloop_timeout_remaining64(next)));
+        fire_after_its_time(*next);
     }
 
     void change_a_link()

@@ -34,17 +34,6 @@ using t_pauses = std::vector<uint32_t>;
 
 class thread_pauses : public t_engine_test {
 protected:
-    void SetUp() override
-    {
-        ASSERT_TRUE(init_background());
-        t_engine_test::SetUp();
-    }
-    void TearDown() override
-    {
-        EXPECT_TRUE(stop_background_threads());
-        t_engine_test::TearDown();
-        release_background();
-    }
     // The first pauses of a worker.
     static t_pauses first_pauses(t_thread_body body, int count)
     {

@@ -19,17 +19,6 @@ constexpr const char *TO_ETH3 = "network_lanwan_swap set port3";
 
 class wan_role : public t_engine_test {
 protected:
-    void SetUp() override
-    {
-        ASSERT_TRUE(init_background());
-        t_engine_test::SetUp();
-    }
-    void TearDown() override
-    {
-        forget_wishes();
-        t_engine_test::TearDown();
-        release_background();
-    }
     // Somebody else gives the role away.
     static void move_role(int port) { write_switch_config(5, port); }
 

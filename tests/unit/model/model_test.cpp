@@ -3,8 +3,6 @@
 
 #include <sstream>
 
-#include "model/tables.h"
-
 namespace {
 
 template <typename T> std::vector<std::string> names_of_table(const T *table)
@@ -22,31 +20,11 @@ t_model_test::t_model_test()
     for (const char *package : {"network", "switch", "protocol"})
         remove_config(package);
     port_model = t_port_model{};
-    init_engine_gate(&gate);
-    engine_gate = &gate;
 }
 
 t_model_test::~t_model_test()
 {
     release_port_model(&port_model);
-    engine_gate = nullptr;
-    destroy_engine_gate(&gate);
-}
-
-t_device *t_model_test::add_port(const std::string &name, int priority)
-{
-    t_device *device = create_new_device(name.c_str());
-    device->priority = static_cast<int8_t>(priority);
-    EXPECT_TRUE(add_device(&port_model.dev_hashmap_head, device));
-    return device;
-}
-
-t_protocol *t_model_test::add_proto(const std::string &name, int priority)
-{
-    t_protocol *protocol = create_new_protocol(name.c_str());
-    protocol->priority = static_cast<int8_t>(priority);
-    EXPECT_TRUE(add_protocol(&port_model.proto_hashmap_head, protocol));
-    return protocol;
 }
 
 std::vector<std::string> names_of(const t_device *table)

@@ -8,9 +8,9 @@
 
 #include <gtest/gtest.h>
 
-#include "model/gate.h"
 #include "model/port_model.h"
 #include "support/sandbox.h"
+#include "tests/support/world.h"
 
 class t_model_test : public testing::Test {
 protected:
@@ -18,10 +18,16 @@ protected:
     ~t_model_test() override;
 
     // A port of the main table with a priority.
-    t_device *add_port(const std::string &name, int priority = 0);
-    t_protocol *add_proto(const std::string &name, int priority = 0);
+    static t_device *add_port(const std::string &name, int priority = 0)
+    {
+        return add_port_to(port_model, name, priority);
+    }
+    static t_protocol *add_proto(const std::string &name, int priority = 0)
+    {
+        return add_protocol_to(port_model, name, priority);
+    }
 
-    t_engine_gate gate;
+    t_bound_gate gate;
 };
 
 // Names in the order of the table or list.

@@ -5,7 +5,6 @@
 
 #include "model/banned.h"
 #include "model/lists.h"
-#include "model/tables.h"
 
 namespace {
 
@@ -39,8 +38,6 @@ std::string call_log(const std::string &name)
 t_adapter_test::t_adapter_test()
 {
     port_model = {};
-    init_engine_gate(&gate);
-    engine_gate = &gate;
     recorded = &engine;
     engine_handlers = {record_detection, record_proto_detection, record_link_change, nullptr};
 }
@@ -51,8 +48,6 @@ t_adapter_test::~t_adapter_test()
     release_port_model(&port_model);
     port_model = {};
     engine_handlers = {};
-    destroy_engine_gate(&gate);
-    engine_gate = nullptr;
     for (const auto &entry : std::filesystem::directory_iterator("/tmp"))
         if (entry.path().filename().string().rfind("calls_of_", 0) == 0)
             std::filesystem::remove(entry.path());
@@ -65,9 +60,8 @@ t_adapter_test::~t_adapter_test()
 
 t_device *t_adapter_test::add_port(const std::string &name, int port_num)
 {
-    t_device *dev = create_new_device(name.c_str());
+    t_device *dev = add_port_to(port_model, name);
     dev->port_num = static_cast<int8_t>(port_num);
-    EXPECT_TRUE(add_device(&port_model.dev_hashmap_head, dev));
     return dev;
 }
 
@@ -77,13 +71,6 @@ t_device *t_adapter_test::add_combo_port(const std::string &name, int port_num, 
     dev->is_combo = 1;
     dev->sub_port = sub_port;
     return dev;
-}
-
-t_protocol *t_adapter_test::add_proto(const std::string &name)
-{
-    t_protocol *protocol = create_new_protocol(name.c_str());
-    EXPECT_TRUE(add_protocol(&port_model.proto_hashmap_head, protocol));
-    return protocol;
 }
 
 void t_adapter_test::install_program(const std::string &name, const std::string &then)

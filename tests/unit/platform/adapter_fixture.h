@@ -8,10 +8,9 @@
 
 #include <gtest/gtest.h>
 
-#include "model/gate.h"
-#include "model/port_model.h"
 #include "platform/engine_handlers.h"
 #include "support/sandbox.h"
+#include "tests/support/world.h"
 
 struct t_link_change {
     t_device *dev;
@@ -32,9 +31,9 @@ protected:
     t_adapter_test();
     ~t_adapter_test() override;
 
-    t_device *add_port(const std::string &name, int port_num);
-    t_device *add_combo_port(const std::string &name, int port_num, uint8_t sub_port);
-    t_protocol *add_proto(const std::string &name);
+    static t_device *add_port(const std::string &name, int port_num);
+    static t_device *add_combo_port(const std::string &name, int port_num, uint8_t sub_port);
+    static t_protocol *add_proto(const std::string &name) { return add_protocol_to(port_model, name); }
 
     // Makes `name` a program of the router that writes its arguments into a file, one line per call, and then does
     // `then`.
@@ -44,6 +43,6 @@ protected:
     // The current WAN port as the configuration tells it.
     static void configure_wan(const std::string &name);
 
-    t_engine_gate gate = {};
+    t_bound_gate gate;
     t_recorded_engine engine;
 };

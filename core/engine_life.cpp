@@ -1,18 +1,20 @@
 // SPDX-License-Identifier: MIT
-// Every timer of the engine and the step that it leads to, and who serves the wishes of other threads.
-#include "core/timers.h"
+#include "core/engine_life.h"
 
 #include "core/confirm_stages.h"
 #include "core/cycle.h"
 #include "core/cycle_end.h"
 #include "core/cycle_start.h"
 #include "core/engine.h"
+#include "core/link_change.h"
 #include "core/look_again.h"
 #include "core/proto_stage.h"
 #include "core/retries.h"
 #include "core/wan_role.h"
 #include "core/wishes.h"
+#include "model/port_model.h"
 #include "platform/log.h"
+#include "probes/arp_table.h"
 
 // Wakes the loop at least ten times a second, whatever else sleeps.
 static void uloop_heartbeat(uloop_timeout *timer)
@@ -26,7 +28,7 @@ static void uloop_wan_detect_try_each(uloop_timeout *)
     LOG(Error, "Impossible to get here, try each port as wan is not supported!\n");
 }
 
-void bind_engine_timers()
+static void bind_timers()
 {
     engine.init_wan_detect_all.cb = uloop_init_wan_detect_all;
     engine.start_wan_detect.cb = uloop_start_wan_detect;
@@ -39,5 +41,23 @@ void bind_engine_timers()
     engine.end.cb = uloop_wan_detect_end;
     engine.heartbeat.cb = uloop_heartbeat;
     engine.look_again.cb = uloop_look_again;
+}
+
+void init_engine()
+{
+    init_engine_gate(&engine.gate);
+    engine_gate = &engine.gate;
+    engine_handlers = {start_wan_detect_all, start_proto_detect, wan_detect_process_link_change, request_fresh_retries};
+    bind_timers();
     bind_wish_servers({serve_wished_pass, follow_moved_role, begin_retries_anew});
+}
+
+void release_engine()
+{
+    destroy_engine_gate(&engine.gate);
+    engine.possible_wan_dev_list.clear();
+    engine.possible_wan_dev_list_cache.clear();
+    release_port_model(&port_model);
+    if (port_model.arp_table_hashmap_head)
+        release_arp_table(&port_model.arp_table_hashmap_head);
 }
