@@ -74,20 +74,13 @@ void t_recorded_pauses::take_short(uint32_t ms)
         on_short(ms);
 }
 
-// The names are those that the linker knows of sleep_unless_stopped and sleep_ms.
-extern "C" {
-bool __real__Z20sleep_unless_stoppedj(uint32_t ms);
-bool __wrap__Z20sleep_unless_stoppedj(uint32_t ms);
-void __wrap__Z8sleep_msj(uint32_t ms);
-
-bool __wrap__Z20sleep_unless_stoppedj(uint32_t ms)
+bool recorded_sleep_unless_stopped(uint32_t ms)
 {
     constexpr uint32_t AS_LONG_AS_A_TEST = 600'000;
-    return recorded_pauses.take(ms) ? false : __real__Z20sleep_unless_stoppedj(AS_LONG_AS_A_TEST);
+    return recorded_pauses.take(ms) ? false : sleep_unless_stopped(AS_LONG_AS_A_TEST);
 }
 
-void __wrap__Z8sleep_msj(uint32_t ms)
+void recorded_sleep_ms(uint32_t ms)
 {
     recorded_pauses.take_short(ms);
-}
 }

@@ -1,12 +1,15 @@
 // SPDX-License-Identifier: MIT
-// Pauses of the daemon that are written down instead of slept, in a program that names recorded_pauses.cpp among its
-// sources and links with RECORDED_PAUSES (CMakeLists.txt).
+// Pauses of the daemon that are written down instead of slept. A program that wants that names recorded_pauses.cpp and
+// those sources of the daemon that rest among its own; CMakeLists.txt leads them to the functions at the end.
 #pragma once
 
 #include <cstdint>
 #include <functional>
 #include <mutex>
 #include <vector>
+
+#include "core/background.h"
+#include "platform/clock.h"
 
 class t_recorded_pauses {
 public:
@@ -37,3 +40,7 @@ private:
 };
 
 extern t_recorded_pauses recorded_pauses;
+
+// In the place of those without "recorded_". When one of those gets another signature the program does not link.
+decltype(sleep_unless_stopped) recorded_sleep_unless_stopped;
+decltype(sleep_ms) recorded_sleep_ms;
