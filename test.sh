@@ -104,6 +104,7 @@ if [ "$what" != lab ]; then
     say "Static checks"
     step "formatting" formatting
     step "circles" tests/figures.py --circles
+    step "picture of a cycle" tests/cycle_picture.py --self-test --check
     step "log lines" log_lines
     step "clang-tidy" tidy
     step "cppcheck" cppcheck_all

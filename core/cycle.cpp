@@ -2,7 +2,9 @@
 #include "core/cycle.h"
 
 #include <algorithm>
+#include <cassert>
 
+#include "core/cycle_ways.h"
 #include "core/wishes.h"
 #include "model/port_model.h"
 #include "platform/clock.h"
@@ -16,6 +18,7 @@ constexpr int AFTER_VERDICT_MS = 1;                              // behind the s
 // The flags that others read say no more than the state does.
 static void enter(t_cycle_state state)
 {
+    assert(is_cycle_way(engine.state, state));
     engine.state = state;
     port_model.wan_detect_running = state >= t_cycle_state::looking;
     engine.detecting = state != t_cycle_state::resting;
@@ -42,8 +45,10 @@ bool cycle_is_running()
 static void begin_waiting()
 {
     engine.waiting_since_ms = monotonic_ms();
-    if (engine.state.replace(t_cycle_state::resting, t_cycle_state::waiting))
+    if (engine.state.replace(t_cycle_state::resting, t_cycle_state::waiting)) {
+        assert(is_cycle_way(t_cycle_state::resting, t_cycle_state::waiting));
         engine.detecting = 1;
+    }
 }
 
 void open_cycle_over_all_in(int delay_ms)

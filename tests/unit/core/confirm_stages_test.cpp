@@ -23,6 +23,7 @@ protected:
     }
     static void run(uloop_timeout &timer)
     {
+        be_in(&timer == &engine.using_arp ? t_cycle_state::asking_arp : t_cycle_state::asking_dns);
         uloop_timeout_set(&timer, 0);
         fire(timer);
     }

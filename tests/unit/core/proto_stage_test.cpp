@@ -436,6 +436,7 @@ TEST_F(verdict, tells_of_pppoe_without_a_blank)
 TEST_F(verdict, refuses_a_connection_type_that_probes_cannot_find)
 {
     set_connection("static");
+    be_in(t_cycle_state::judging);
     uloop_timeout_set(&engine.using_proto_detect, 0);
     fire(engine.using_proto_detect);
     EXPECT_TRUE(log->has("Error", "uloop_wan_detect_using_proto_detect",
