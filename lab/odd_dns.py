@@ -2,30 +2,18 @@
 """Behind a port, answers to the daemon's DNS question that must not count: forged ones, foreign ones, late ones."""
 import socket
 import struct
-import threading
-import time
 
-from lab.network import FAR_END, inside
-from lab.sniffer import ETH_P_ALL, LARGEST_FRAME, kind_of
+from lab.raw_frames import ETHERNET_SIZE, IP_SIZE, UDP_SIZE, serve_frames, udp_frame
+from lab.sniffer import DNS_PORT, UDP, kind_of
 from lab.upstream import Silent
 
-ETHERNET_SIZE, IP_SIZE, UDP_SIZE = 14, 20, 8
 DNS_OFFSET = ETHERNET_SIZE + IP_SIZE + UDP_SIZE
-IP_HEADER = struct.Struct("!BBHHHBBH4s4s")
-UDP_HEADER = struct.Struct("!HHHH")
 DNS_HEADER = struct.Struct("!HHHHHH")
-TTL, UDP, TCP = 64, 17, 6
-DNS_PORT, OTHER_PORT = 53, 5353
+TCP = 6
+OTHER_PORT = 5353
 ANSWERED, NAME_ERROR = 0x8180, 0x8183
 SOMEBODY_ELSE = socket.inet_aton("192.0.2.66")
 ANSWER = bytes.fromhex("c00c 0001 0001 0000003c 0004 c000020a")    # the name of the question: 192.0.2.10, for a minute
-
-
-def checksum(data):
-    total = sum(struct.unpack(f"!{len(data) // 2}H", data))
-    while total >> 16:
-        total = (total & 0xFFFF) + (total >> 16)
-    return ~total & 0xFFFF
 
 
 class Answer:
@@ -42,11 +30,8 @@ class Answer:
 
     def frame(self):
         dns = DNS_HEADER.pack(self.id, self.flags, 1, self.count, 0, 0) + self.question + ANSWER * self.count
-        # A checksum of 0 says that there is none.
-        udp = UDP_HEADER.pack(self.source_port, self.target_port, UDP_SIZE + len(dns), 0) + dns
-        header = [0x45, 0, IP_SIZE + len(udp), 0, 0, TTL, self.protocol, 0, self.source, self.target]
-        header[7] = checksum(IP_HEADER.pack(*header))
-        return self.next_hop + self.own_mac + b"\x08\x00" + IP_HEADER.pack(*header) + udp
+        return udp_frame((self.next_hop, self.own_mac), (self.source, self.target), (self.source_port, self.target_port), dns,
+                         self.protocol)
 
 
 # What is wrong with an answer, and the change that makes it so.
@@ -70,21 +55,7 @@ class OddDns(Silent):
         self.sent = []    # what, and so many of the daemon's seconds after the question
 
     def attach(self, line, port_number, clock):
-        with inside(line.namespace):
-            tap = socket.socket(socket.AF_PACKET, socket.SOCK_RAW, socket.htons(ETH_P_ALL))
-            tap.bind((FAR_END, ETH_P_ALL))
-        threading.Thread(target=self.serve, args=(tap, clock), daemon=True).start()
-
-    def serve(self, tap, clock):
-        """Body of the server's thread."""
-        while True:
-            try:
-                frame, address = tap.recvfrom(LARGEST_FRAME)
-            except OSError:    # the line is down
-                time.sleep(clock.real(1))
-                continue
-            if address[2] != socket.PACKET_OUTGOING and kind_of(frame) == "dns":
-                self.answer(tap, frame, clock)
+        serve_frames(line, clock, lambda tap, frame: kind_of(frame) == "dns" and self.answer(tap, frame, clock))
 
     def answer(self, tap, question, clock):
         asked = clock.now()

@@ -4,12 +4,10 @@ port never learns by that where an offered address lives."""
 import socket
 import struct
 import subprocess
-import threading
-import time
 
-from lab.network import FAR_END, inside
-from lab.odd_dns import ETHERNET_SIZE, IP_HEADER, IP_SIZE, TTL, UDP, UDP_HEADER, UDP_SIZE, checksum
-from lab.sniffer import DHCP_SERVER_PORT, ETH_P_ALL, ETH_P_IP, LARGEST_FRAME
+from lab.network import FAR_END
+from lab.raw_frames import ETHERNET_SIZE, IP_SIZE, UDP_SIZE, serve_frames, udp_frame
+from lab.sniffer import DHCP_SERVER_PORT, ETH_P_IP, UDP
 from lab.upstream import Gateway
 
 DHCP_CLIENT_PORT = 68
@@ -56,25 +54,15 @@ class RawDhcpServer(Gateway):
         self.line = line
         self.address, self.offered = f"10.10.{port_number}.1", f"10.10.{port_number}.100"
         super().attach(line, port_number, clock)
-        with inside(line.namespace):
-            tap = socket.socket(socket.AF_PACKET, socket.SOCK_RAW, socket.htons(ETH_P_ALL))
-            tap.bind((FAR_END, ETH_P_ALL))
-        threading.Thread(target=self.serve, args=(tap, clock), daemon=True).start()
+        serve_frames(line, clock, self.serve)
 
-    def serve(self, tap, clock):
-        """Body of the server's thread."""
-        while True:
-            try:
-                frame, address = tap.recvfrom(LARGEST_FRAME)
-            except OSError:    # the line is down
-                time.sleep(clock.real(1))
-                continue
-            answer = ANSWERS.get(message_type(frame)) if is_from_client(frame) else None
-            if address[2] == socket.PACKET_OUTGOING or answer is None:
-                continue
-            tap.send(self.message(answer, frame, tap.getsockname()[4]))
-            if answer == OFFER:
-                self.learned.append(self.in_arp_cache())
+    def serve(self, tap, frame):
+        answer = ANSWERS.get(message_type(frame)) if is_from_client(frame) else None
+        if answer is None:
+            return
+        tap.send(self.message(answer, frame, tap.getsockname()[4]))
+        if answer == OFFER:
+            self.learned.append(self.in_arp_cache())
 
     def message(self, kind, question, own_mac):
         client, own, offered = question[HARDWARE_ADDRESS:HARDWARE_ADDRESS + 6], *map(socket.inet_aton, (self.address, self.offered))
@@ -83,11 +71,7 @@ class RawDhcpServer(Gateway):
                    option(NAME_SERVER, socket.inet_aton(self.remote_dns or self.address)), bytes([END])]
         dhcp = (bytes([2, 1, 6, 0]) + question[XID:XID + 4] + bytes(8) + offered + own + bytes(4) + client + bytes(10 + 64 + 128)
                 + COOKIE + b"".join(options)).ljust(SMALLEST_MESSAGE, b"\x00")
-        # A checksum of 0 says that there is none.
-        udp = UDP_HEADER.pack(DHCP_SERVER_PORT, DHCP_CLIENT_PORT, UDP_SIZE + len(dhcp), 0) + dhcp
-        header = [0x45, 0, IP_SIZE + len(udp), 0, 0, TTL, UDP, 0, own, offered]
-        header[7] = checksum(IP_HEADER.pack(*header))
-        return client + own_mac + struct.pack("!H", ETH_P_IP) + IP_HEADER.pack(*header) + udp
+        return udp_frame((client, own_mac), (own, offered), (DHCP_SERVER_PORT, DHCP_CLIENT_PORT), dhcp)
 
     def in_arp_cache(self):
         """The MAC that the kernel behind the port knows for the offered address; empty while it knows none."""

@@ -22,7 +22,6 @@ DEFAULT_SPEED = 10
 SHOWN_LOG_LINES = 200
 
 
-
 def pytest_addoption(parser):
     parser.addoption("--build", default=str(ROOT / "build" / "release"), help="build folder with the programs")
     parser.addoption("--speed", type=float, default=DEFAULT_SPEED, help="how many times faster than real")
@@ -127,14 +126,23 @@ def pytest_sessionfinish(session):
         session.config.player.end()
 
 
+def assert_all_held(seen):
+    """Whatever a test is about, what its scenario checks has to hold."""
+    failed = [f"{check['what']}: {check['detail']}" for check in seen.failed_checks()]
+    if failed or seen.status != 0:
+        pytest.fail("\n".join([f"the scenario ended with status {seen.status}", *failed]), pytrace=False)
+
+
 @pytest.fixture
 def seen(request):
-    """What the scenario named by the test module, or by the test's mark, left behind."""
+    """What the scenario named by the test's mark left behind, once all of its checks held."""
     playing = request.config.player.ask_for(scenario_of(request.node))
     try:
         request.node.seen = playing.result()
     except AssertionError as error:
         pytest.fail(str(error), pytrace=False)
+    if not request.node.get_closest_marker("scenario").kwargs.get("may_fail"):
+        assert_all_held(request.node.seen)
     return request.node.seen
 
 
@@ -152,4 +160,4 @@ def pytest_runtest_makereport(item, call):
 
 
 def pytest_configure(config):
-    config.addinivalue_line("markers", "scenario(name, *options, long=False): the scenario that the test looks at")
+    config.addinivalue_line("markers", "scenario(name, *options, long=False, may_fail=False): the scenario that the test looks at")

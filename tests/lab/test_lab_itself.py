@@ -9,6 +9,8 @@ from pathlib import Path
 
 import pytest
 
+from conftest import Seen, assert_all_held
+
 ROOT = Path(__file__).resolve().parent.parent.parent
 STARTED_S = 20
 ENDED_S = 30  # only ends a wait for something that does not come
@@ -16,8 +18,15 @@ ENDED_S = 30  # only ends a wait for something that does not come
 
 @pytest.mark.scenario("empty")
 def test_cables_servers_commands_and_time_behave(seen):
-    assert seen.failed_checks() == []
-    assert seen.status == 0
+    """The checks of the scenario say so."""
+
+
+@pytest.mark.parametrize("checks, status", [([("one holds", True), ("one does not", False)], 1), ([("all hold", True)], 1)])
+def test_a_scenario_that_does_not_hold_fails_each_test_that_looks_at_it(checks, status):
+    report = {"checks": [{"what": what, "passed": passed, "detail": ""} for what, passed in checks],
+              "facts": {}, "lines": [], "console": []}
+    with pytest.raises(pytest.fail.Exception):
+        assert_all_held(Seen(status, "", report))
 
 
 def descendants(pid):

@@ -2,11 +2,9 @@
 """The daemon's exit statuses, what it says before it gives up, and that signals end it at every moment."""
 import pytest
 
+from marks import scenario
+
 FORKED_LIVES = ["no options", "level 0", "level 8"]
-
-
-def scenario(name):
-    return pytest.mark.scenario(name)
 
 
 def said(life):

@@ -2,11 +2,7 @@
 """A cycle with nobody left, or one that ended without a result, looks again."""
 import re
 
-import pytest
-
-
-def scenario(name, **options):
-    return pytest.mark.scenario(name, **options)
+from marks import scenario
 
 
 def tells_of(line, seconds):
@@ -16,8 +12,7 @@ def tells_of(line, seconds):
 # holds: live-look-again-pauses
 @scenario("looks-again", long=True)
 def test_all_ports_are_listed_anew_after_30_s_then_60_s_then_120_s(seen):
-    assert seen.failed_checks() == []
-    assert seen.status == 0
+    """The checks of the scenario say so."""
 
 
 # holds: live-look-again-pauses
@@ -32,40 +27,40 @@ def test_an_info_line_tells_of_each_pause(seen):
 # holds: live-retry-interval
 @scenario("looks-again-10")
 def test_the_first_pause_is_that_of_the_configuration(seen):
-    assert seen.failed_checks() == []
+    """The checks of the scenario say so."""
 
 
 # holds: live-retry-interval
 @scenario("looks-again-9")
 def test_a_first_pause_out_of_range_means_30_s(seen):
-    assert seen.failed_checks() == []
+    """The checks of the scenario say so."""
 
 
 # holds: live-retry-interval
 @scenario("looks-again-soon")
 def test_a_first_pause_that_is_no_number_means_30_s(seen):
-    assert seen.failed_checks() == []
+    """The checks of the scenario say so."""
 
 
 # holds: live-retry-interval
 @scenario("never-again", long=True)
 def test_a_first_pause_of_0_means_that_nobody_is_asked_again_in_ten_minutes(seen):
-    assert seen.failed_checks() == []
+    """The checks of the scenario say so."""
 
 
 # holds: live-pause-begins-anew
 @scenario("looks-again-sooner", long=True)
 def test_a_link_change_a_ban_a_request_and_a_moved_role_start_the_pauses_at_30_s_again(seen):
-    assert seen.failed_checks() == []
+    """The checks of the scenario say so."""
 
 
 # holds: ban-ran-out
 @scenario("ban-runs-out")
 def test_an_open_cycle_with_nobody_left_lists_a_port_whose_ban_ran_out(seen):
-    assert seen.failed_checks() == []
+    """The checks of the scenario say so."""
 
 
 # holds: live-look-again-after-end
 @scenario("no-result")
 def test_a_cycle_that_ended_without_a_result_is_followed_by_another_30_s_later(seen):
-    assert seen.failed_checks() == []
+    """The checks of the scenario say so."""

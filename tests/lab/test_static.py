@@ -2,19 +2,16 @@
 """Static addresses, and tunnels over static and dynamic ones."""
 import pytest
 
+from marks import scenario
+
 DNS = ("dns",)
 UNPLACED = [pytest.param(marks=pytest.mark.scenario(name), id=name)
             for name in ("unplaced-static", "unplaced-static-remote")]
 
 
-def scenario(name):
-    return pytest.mark.scenario(name)
-
-
 # holds: one-gateway
 @scenario("static")
 def test_the_port_behind_which_the_gateway_answers_wins(seen):
-    assert seen.failed_checks() == []
     assert seen.one("uloop_wan_detect_using_arp", "treat it as wan")["body"] == (
         "ARP shows Only one device:eth3 using protocol static(have gateway ip in arp detect:203.0.113.1)! "
         "treat it as wan!")
@@ -29,7 +26,6 @@ def test_a_static_line_is_not_asked_for_dhcp_or_pppoe(seen):
 # holds: two-gateways-dns
 @scenario("two-gateways")
 def test_of_two_gateways_the_one_that_resolves_names_wins(seen):
-    assert seen.failed_checks() == []
     assert seen.one("uloop_wan_detect_using_dns", "wan detect Success")["body"] == (
         "DNS lookup shows dev:eth3 online, wan detect Success!")
 
@@ -37,21 +33,18 @@ def test_of_two_gateways_the_one_that_resolves_names_wins(seen):
 # holds: way-of-confirming
 @scenario("l2tp")
 def test_an_l2tp_tunnel_over_a_dynamic_address_is_found_by_dhcp_alone(seen):
-    assert seen.failed_checks() == []
     assert seen.probes(kinds=("padi",)) == []
 
 
 # holds: way-of-confirming
 @scenario("pptp-dynamic")
 def test_a_pptp_tunnel_over_a_dynamic_address_is_found_by_dhcp_alone(seen):
-    assert seen.failed_checks() == []
     assert seen.probes(kinds=("padi",)) == []
 
 
 # holds: way-of-confirming
 @scenario("pptp")
 def test_a_pptp_tunnel_over_a_static_address_is_found_by_its_server(seen):
-    assert seen.failed_checks() == []
     assert seen.probes() == []
     assert seen.one("uloop_wan_detect_using_arp", "wan detect Success")["body"] == (
         "ARP shows server ip:203.0.113.1 in dev:eth2, wan detect Success!")
@@ -60,7 +53,6 @@ def test_a_pptp_tunnel_over_a_static_address_is_found_by_its_server(seen):
 # holds: static-tunnel, two-ports-answer
 @scenario("l2tp-static")
 def test_an_l2tp_tunnel_over_a_static_address_takes_the_first_port_of_its_server_without_dns(seen):
-    assert seen.failed_checks() == []
     assert seen.probes(kinds=DNS) == []
     assert seen.one("find_target_ip_and_device_with_arp", "Detect 2 device own same ip:203.0.113.1!")
     assert seen.one("uloop_wan_detect_using_arp", "wan detect Success")["body"] == (
@@ -70,7 +62,6 @@ def test_an_l2tp_tunnel_over_a_static_address_takes_the_first_port_of_its_server
 # holds: two-gateways-silent-dns
 @scenario("static-priority")
 def test_of_two_gateways_without_dns_the_one_with_the_higher_priority_wins(seen):
-    assert seen.failed_checks() == []
     assert {probe["port"] for probe in seen.probes(kinds=DNS)} == {"eth1", "eth3"}
     assert seen.one("wait_dns_response", "gethostbyname_own_implement resolve failed!, ret = 96")
     assert seen.one("uloop_wan_detect_using_dns", "as wan")["body"] == (
@@ -81,7 +72,6 @@ def test_of_two_gateways_without_dns_the_one_with_the_higher_priority_wins(seen)
 # holds: no-name-server
 @scenario("static-no-dns")
 def test_without_a_dns_server_the_gateway_is_asked(seen):
-    assert seen.failed_checks() == []
     assert {(probe["port"], probe["target"]) for probe in seen.probes(kinds=DNS)} == {
         ("eth1", "203.0.113.1"), ("eth3", "203.0.113.1")}
     assert seen.one("uloop_wan_detect_using_dns", "DNS lookup shows dev:eth3 online")
@@ -89,7 +79,6 @@ def test_without_a_dns_server_the_gateway_is_asked(seen):
 
 @scenario("static-remote-dns")
 def test_a_dns_server_outside_the_subnet_is_asked_by_way_of_the_gateway(seen):
-    assert seen.failed_checks() == []
     assert seen.find("send_special_arp", "Send a arp packet to ip:198.51.100.53 via eth3, however no response!!")
     assert seen.one("uloop_wan_detect_using_dns", "DNS lookup shows dev:eth3 online")
 
@@ -97,7 +86,6 @@ def test_a_dns_server_outside_the_subnet_is_asked_by_way_of_the_gateway(seen):
 # holds: static-tie
 @pytest.mark.parametrize((), UNPLACED)
 def test_of_two_gateways_the_one_that_resolves_names_wins_though_the_router_does_not_own_its_address(seen):
-    assert seen.failed_checks() == []
     assert seen.one("uloop_wan_detect_using_dns", "DNS lookup shows dev:eth3 online")
     assert seen.find("answer_arp_questions", "Told 203.0.113.1, who asked via dev:eth3, that this port has 203.0.113.2")
 
@@ -105,7 +93,6 @@ def test_of_two_gateways_the_one_that_resolves_names_wins_though_the_router_does
 # holds: gateway-ignores-strangers
 @scenario("strict-gateway")
 def test_a_gateway_that_ignores_a_foreign_network_is_found_in_the_connections_own_name(seen):
-    assert seen.failed_checks() == []
     assert seen.find("uloop_wan_detect_using_arp", "Can't find gateway ip:203.0.113.1 in arp table")
     assert seen.one("uloop_wan_detect_using_arp", "treat it as wan")["body"] == (
         "ARP shows Only one device:eth3 using protocol static(have gateway ip in arp detect:203.0.113.1)! "
@@ -115,7 +102,6 @@ def test_a_gateway_that_ignores_a_foreign_network_is_found_in_the_connections_ow
 # holds: nobody-left, no-gateway
 @scenario("static-late")
 def test_while_nobody_answers_for_the_gateway_the_cycle_goes_on(seen):
-    assert seen.failed_checks() == []
     assert seen.one("uloop_wan_detect_using_arp", "Can't find gateway ip")["body"] == (
         "Can't find gateway ip:203.0.113.1 in arp table, waiting for another device")
     assert len(seen.find("uloop_start_wan_detect", "Zero device need to detect")) >= 10

@@ -1,0 +1,9 @@
+# SPDX-License-Identifier: MIT
+"""What the tests of the lab share."""
+import pytest
+
+LATE_S = 8    # of the daemon's seconds that a busy machine may add to a wait
+
+# The scenario that a test looks at, with further options of the lab. `long=True`: play it first. `may_fail=True`: the test
+# looks itself at what the scenario checks; else every test of it fails when one of its checks does.
+scenario = pytest.mark.scenario
