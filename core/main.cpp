@@ -110,7 +110,7 @@ static void come_onto_bus()
 static void load_model()
 {
     set_uci_lock_limit(UCI_LOCK_START_LIMIT_MS);
-    if (init_all_protocols(&port_model.proto_hashmap_head) < 0) {
+    if (init_all_protocols(&port_model) < 0) {
         LOG_AS(MAIN, Critical, "init_all_protocols failed!\n");
         give_up();
     }

@@ -9,31 +9,24 @@
 
 #include "model/records.h"
 
-uci_element *next_config_element(uci_list *list, uci_element *current)
+static uci_element *find_element(const t_config_list &list, const char *name)
 {
-    if (!list)
-        return nullptr;
-    uci_list *next = current ? current->list.next : list->next;
-    return next == list ? nullptr : list_to_element(next);
-}
-
-static uci_element *find_element(uci_list *list, const char *name)
-{
-    uci_element *element = nullptr;
-    while ((element = next_config_element(list, element)) && strcmp(element->name, name) != 0) {
+    for (uci_element &element : list) {
+        if (strcmp(element.name, name) == 0)
+            return &element;
     }
-    return element;
+    return nullptr;
 }
 
 uci_section *find_config_section(uci_package *package, const char *name)
 {
-    uci_element *element = find_element(&package->sections, name);
+    uci_element *element = find_element(sections_of(package), name);
     return element ? uci_to_section(element) : nullptr;
 }
 
 uci_option *find_config_option(uci_section *section, const char *name)
 {
-    uci_element *element = section ? find_element(&section->options, name) : nullptr;
+    uci_element *element = find_element(options_of(section), name);
     return element ? uci_to_option(element) : nullptr;
 }
 

@@ -12,12 +12,46 @@
 constexpr size_t CONFIG_TEXT_SIZE = 257; // values that hold several words
 constexpr size_t SWITCH_KEY_SIZE = 288;  // "switch.port<word>.ifname"
 
-// The section or option of this name, or null. A null section has no options.
+// The section or option of this name, or null.
 uci_section *find_config_section(uci_package *package, const char *name);
 uci_option *find_config_option(uci_section *section, const char *name);
 
-// Walks a list that may be null: the element behind `current`, the first one for null; null after the last.
-uci_element *next_config_element(uci_list *list, uci_element *current);
+// The elements of a list, in the file's order; a null list has none.
+class t_config_list {
+public:
+    class t_place {
+    public:
+        explicit t_place(uci_list *link) : link_(link) {}
+        uci_element &operator*() const { return *list_to_element(link_); }
+        t_place &operator++()
+        {
+            link_ = link_->next;
+            return *this;
+        }
+        bool operator==(const t_place &) const = default;
+
+    private:
+        uci_list *link_;
+    };
+
+    explicit t_config_list(uci_list *list) : list_(list) {}
+    t_place begin() const { return t_place(list_ ? list_->next : nullptr); }
+    t_place end() const { return t_place(list_); }
+
+private:
+    uci_list *list_;
+};
+
+inline t_config_list sections_of(uci_package *package)
+{
+    return t_config_list(&package->sections);
+}
+
+// A null section has no options.
+inline t_config_list options_of(uci_section *section)
+{
+    return t_config_list(section ? &section->options : nullptr);
+}
 
 inline bool is_list_option(const uci_option *option)
 {

@@ -8,6 +8,7 @@
 #include <uthash.h>
 
 #include "platform/shared.h"
+#include "platform/text.h"
 
 struct t_protocol;
 
@@ -74,3 +75,8 @@ void copy_name(char (&field)[NAME_SIZE], const char *name);
 
 // "null" for what is not there, as every log line writes it.
 const char *device_name(const t_device *dev);
+
+inline const char *sub_port_word(uint8_t sub_port)
+{
+    return phy_or_sfp(sub_port != SUB_PORT_SFP);
+}

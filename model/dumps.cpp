@@ -6,17 +6,8 @@
 #include "model/tables.h"
 #include "platform/log.h"
 
-namespace {
-
 constexpr const char *CLOSING_RULE =
     "----------------------------------------------------------------------------------";
-
-const char *boolean_word(bool value)
-{
-    return value ? "true" : "false";
-}
-
-} // namespace
 
 void dump_all_device(t_device *dev_hashmap_head)
 {
@@ -28,7 +19,7 @@ void dump_all_device(t_device *dev_hashmap_head)
         t_read_guard reading(engine_gate->locks.device_lock);
         for (const t_device *device = dev_hashmap_head; device; device = static_cast<t_device *>(device->hh.next))
             printf("\t%s\t%d\t\t%s\t\t%s\t%s\t\t%s\t\n", device->name, device->port_num,
-                   device->sub_port ? "phy" : "sfp", boolean_word(device->active), boolean_word(device->link_active),
+                   sub_port_word(device->sub_port), true_or_false(device->active), true_or_false(device->link_active),
                    protocol_name(device->proto));
     }
     puts(CLOSING_RULE);
@@ -42,7 +33,7 @@ void dump_all_protocols(t_protocol *proto_hashmap_head)
     puts("\tName\t\tis_ipv4\t\tdevices\t");
     for (const t_protocol *protocol = proto_hashmap_head; protocol;
          protocol = static_cast<t_protocol *>(protocol->hh.next)) {
-        printf("\t%s\t\t%s\t", protocol->name, boolean_word(protocol->is_ipv4));
+        printf("\t%s\t\t%s\t", protocol->name, true_or_false(protocol->is_ipv4));
         for (const t_device_list *node = protocol->devices.head.next; node; node = node->next)
             printf("\t%s", device_name(node->dev));
         printf("\n");

@@ -12,9 +12,10 @@
 #include "platform/result_codes.h"
 #include "platform/text.h"
 
-namespace {
-
 constexpr int DEVICE_LIMIT = static_cast<int>(MAX_DEVICES);
+constexpr const char *LOADING = "generate_eth_device"; // its parts speak in its name
+
+namespace {
 
 // The two lists of switch port numbers, empty when missing.
 struct t_port_numbers {
@@ -22,39 +23,133 @@ struct t_port_numbers {
     char pool[CONFIG_TEXT_SIZE];
 };
 
-enum class t_list_option { other, priority, pool, unreadable };
-
-// Takes over an option that lists port numbers.
-t_list_option read_list_option(const uci_option *option, t_port_numbers *numbers)
-{
-    const bool is_priority = strcmp(option->e.name, "wan_port_priority") == 0;
-    if (!is_priority && strcmp(option->e.name, "wan_port_pool") != 0)
-        return t_list_option::other;
-    const char *text = option_text(option);
-    if (!text)
-        return t_list_option::unreadable;
-    bounded_copy(is_priority ? numbers->priority : numbers->pool, text, CONFIG_TEXT_SIZE);
-    return is_priority ? t_list_option::priority : t_list_option::pool;
-}
+} // namespace
 
 // A record of the main table, whose numbers start at 0, unlike those of the other tables. Null when memory is short.
-t_device *create_main_device(const char *name)
+static t_device *create_main_device(const char *name)
 {
     auto *device = static_cast<t_device *>(calloc(1, sizeof(t_device)));
     if (device)
         copy_name(device->name, name);
+    else
+        LOG_AS(LOADING, Error, "Malloc new device failed!\n");
     return device;
 }
 
-bool read_port_ifname(const char *number, char (&ifname)[UCI_VALUE_SIZE])
+// Adds the port that a section declares and counts it. False when the loading ends here.
+static bool load_device(t_port_model *model, uci_section *section, int *count)
 {
-    char key[SWITCH_KEY_SIZE];
-    return read_switch_ifname("port", number, key, ifname) == OK;
+    const uci_option *option = find_config_option(section, "name");
+    if (!option)
+        return true;
+    const char *name = option_text(option);
+    if (!name) {
+        LOG_AS(LOADING, Error, "Unable to get uci network , type=device\n");
+        return false;
+    }
+    t_device *device = create_main_device(name);
+    if (!device)
+        return false;
+    keep_device(&model->dev_hashmap_head, device);
+    ++*count;
+    LOG_AS(LOADING, Debug, "Parse network devices(%d totoal) name: %s\n", *count, name);
+    if (*count < DEVICE_LIMIT)
+        return true;
+    LOG_AS(LOADING, Error, "Parse network, device number more than %d!\n", DEVICE_LIMIT);
+    return false;
 }
 
-} // namespace
+static void read_port_numbers(uci_section *section, t_port_numbers *numbers)
+{
+    for (uci_element &element : options_of(section)) {
+        const bool is_priority = strcmp(element.name, "wan_port_priority") == 0;
+        if (!is_priority && strcmp(element.name, "wan_port_pool") != 0)
+            continue;
+        const char *text = option_text(uci_to_option(&element));
+        if (!text) {
+            LOG_AS(LOADING, Error, "Unable to get uci network.auto_wan_detect\n");
+        } else if (is_priority) {
+            bounded_copy(numbers->priority, text, sizeof numbers->priority);
+            LOG_AS(LOADING, Debug, "Parse devices priority order: %s\n", numbers->priority);
+        } else {
+            bounded_copy(numbers->pool, text, sizeof numbers->pool);
+            LOG_AS(LOADING, Debug, "Parse wan dev pool: %s\n", numbers->pool);
+        }
+    }
+}
 
-// Long because every line it logs carries its name.
+// False when the loading ends within the sections.
+static bool load_sections(t_port_model *model, uci_package *package, t_port_numbers *numbers, int *count)
+{
+    for (uci_element &element : sections_of(package)) {
+        uci_section *section = uci_to_section(&element);
+        if (strcmp(section->type, "device") == 0) {
+            if (!load_device(model, section, count))
+                return false;
+        } else if (strcmp(element.name, "auto_wan_detect") == 0) {
+            read_port_numbers(section, numbers);
+        }
+    }
+    return true;
+}
+
+// The next word of a list of port numbers as a port's name; numbers without a name are skipped. False at the end.
+static bool next_port(const char **numbers, char (&ifname)[UCI_VALUE_SIZE])
+{
+    char number[CONFIG_TEXT_SIZE];
+    while (next_word(numbers, number)) {
+        char key[SWITCH_KEY_SIZE];
+        if (read_switch_ifname("port", number, key, ifname) == OK)
+            return true;
+        LOG_AS(LOADING, Error, "Unable to get switch.port%s.ifname, skip it!!\n", number);
+    }
+    return false;
+}
+
+// False when the order is full.
+static bool load_priorities(t_port_model *model, const char *numbers)
+{
+    int position = 0;
+    char ifname[UCI_VALUE_SIZE];
+    for (const char *rest = numbers; next_port(&rest, ifname);) {
+        if (t_device *device = find_device(model->dev_hashmap_head, ifname)) {
+            model->priority_order[position++] = device;
+            device->priority = static_cast<int8_t>(position);
+            LOG_AS(LOADING, Debug, "device:%s (priority:%d) parse success!\n", ifname, position);
+        } else {
+            LOG_AS(LOADING, Error, "device:%s in network.dev_priority.ifname:%s not found!\n", ifname, numbers);
+        }
+        if (position >= DEVICE_LIMIT) {
+            LOG_AS(LOADING, Error, "Parse network.dev_priority.ifname:%s device number more than %d!\n", numbers,
+                   DEVICE_LIMIT);
+            return false;
+        }
+    }
+    return true;
+}
+
+// False when memory is short.
+static bool load_pool(t_port_model *model, const char *numbers, int *count)
+{
+    char ifname[UCI_VALUE_SIZE];
+    for (const char *rest = numbers; next_port(&rest, ifname);) {
+        if (!find_device(model->dev_hashmap_head, ifname)) {
+            LOG_AS(LOADING, Error, "device:%s in network.auto_wan_detect.wan_port_pool:%s not found!\n", ifname,
+                   numbers);
+            continue;
+        }
+        t_device *device = create_new_device(ifname);
+        if (!device) {
+            LOG_AS(LOADING, Error, "Create new device failed!\n");
+            return false;
+        }
+        keep_device(&model->wan_port_pool, device);
+        ++*count;
+        LOG_AS(LOADING, Debug, "allowed wan device:%s parse success!\n", ifname);
+    }
+    return true;
+}
+
 int generate_eth_device(t_port_model *model)
 {
     LOG_ENTER();
@@ -64,89 +159,11 @@ int generate_eth_device(t_port_model *model)
         network.tell_error();
         return ERR_CONFIG_PACKAGE;
     }
-    int count = 0;
+    int count = 0, pool_count = 0;
     t_port_numbers numbers = {};
-    uci_element *element;
-    uci_foreach_element(&network.package->sections, element)
-    {
-        uci_section *section = uci_to_section(element);
-        if (strcmp(section->type, "device") == 0) {
-            const uci_option *option = find_config_option(section, "name");
-            if (!option)
-                continue;
-            const char *name = option_text(option);
-            if (!name) {
-                LOG(Error, "Unable to get uci network , type=device\n");
-                return count;
-            }
-            t_device *device = create_main_device(name);
-            if (!device) {
-                LOG(Error, "Malloc new device failed!\n");
-                return count;
-            }
-            keep_device(&model->dev_hashmap_head, device);
-            count++;
-            LOG(Debug, "Parse network devices(%d totoal) name: %s\n", count, name);
-            if (count >= DEVICE_LIMIT) {
-                LOG(Error, "Parse network, device number more than %d!\n", DEVICE_LIMIT);
-                return count;
-            }
-        } else if (strcmp(element->name, "auto_wan_detect") == 0) {
-            uci_element *option;
-            uci_foreach_element(&section->options, option)
-            {
-                const t_list_option read = read_list_option(uci_to_option(option), &numbers);
-                if (read == t_list_option::priority)
-                    LOG(Debug, "Parse devices priority order: %s\n", numbers.priority);
-                else if (read == t_list_option::pool)
-                    LOG(Debug, "Parse wan dev pool: %s\n", numbers.pool);
-                else if (read == t_list_option::unreadable)
-                    LOG(Error, "Unable to get uci network.auto_wan_detect\n");
-            }
-        }
-    }
-
-    char number[CONFIG_TEXT_SIZE];
-    char ifname[UCI_VALUE_SIZE];
-    int position = 0;
-    for (const char *rest = numbers.priority; next_word(&rest, number);) {
-        if (!read_port_ifname(number, ifname)) {
-            LOG(Error, "Unable to get switch.port%s.ifname, skip it!!\n", number);
-            continue;
-        }
-        if (t_device *device = find_device(model->dev_hashmap_head, ifname)) {
-            model->priority_order[position++] = device;
-            device->priority = static_cast<int8_t>(position);
-            LOG(Debug, "device:%s (priority:%d) parse success!\n", ifname, position);
-        } else {
-            LOG(Error, "device:%s in network.dev_priority.ifname:%s not found!\n", ifname, numbers.priority);
-        }
-        if (position >= DEVICE_LIMIT) {
-            LOG(Error, "Parse network.dev_priority.ifname:%s device number more than %d!\n", numbers.priority,
-                DEVICE_LIMIT);
-            return count;
-        }
-    }
-
-    int pool_count = 0;
-    for (const char *rest = numbers.pool; next_word(&rest, number);) {
-        if (!read_port_ifname(number, ifname)) {
-            LOG(Error, "Unable to get switch.port%s.ifname, skip it!!\n", number);
-            continue;
-        }
-        if (!find_device(model->dev_hashmap_head, ifname)) {
-            LOG(Error, "device:%s in network.auto_wan_detect.wan_port_pool:%s not found!\n", ifname, numbers.pool);
-            continue;
-        }
-        t_device *device = create_new_device(ifname);
-        if (!device) {
-            LOG(Error, "Create new device failed!\n");
-            return count;
-        }
-        keep_device(&model->wan_port_pool, device);
-        pool_count++;
-        LOG(Debug, "allowed wan device:%s parse success!\n", ifname);
-    }
+    if (!load_sections(model, network.package, &numbers, &count) || !load_priorities(model, numbers.priority) ||
+        !load_pool(model, numbers.pool, &pool_count))
+        return count;
     LOG(Info, "Parse network devices success, count:%d, lan_dev count:%d, wan_port_pool count:%d\n", count, 0,
         pool_count);
     model->device_count = static_cast<uint8_t>(count);

@@ -11,38 +11,57 @@
 #include "platform/result_codes.h"
 #include "platform/text.h"
 
+constexpr const char *LOADING = "init_all_protocols"; // its parts speak in its name
+
 namespace {
 
-// The names of one address family, as far as the configuration has them.
-struct t_proto_names {
-    uci_section *section;
-    uci_option *option;
-    uci_list *list; // null for a plain option, which names no protocol
+// An address family: its section, and what is said of it.
+struct t_ipv4 {
+    static constexpr bool IS_IPV4 = true;
+    static constexpr const char *SECTION = "ipv4";
+    static constexpr char NO_SECTION[] = "Unable to get uci protocol.ipv4\n";
+    static constexpr char NO_NAMES[] = "Unable to get uci protocol.ipv4.protos\n";
+    static constexpr char CREATED[] = "Parse ipv4 protocol(%d totoal): %s\n";
 };
 
-t_proto_names find_proto_names(uci_package *package, const char *family)
-{
-    t_proto_names names = {};
-    names.section = find_config_section(package, family);
-    names.option = find_config_option(names.section, "protos");
-    if (names.option && is_list_option(names.option))
-        names.list = &names.option->v.list;
-    return names;
-}
+struct t_ipv6 {
+    static constexpr bool IS_IPV4 = false;
+    static constexpr const char *SECTION = "ipv6";
+    static constexpr char NO_SECTION[] = "Unable to get uci protocol.ipv6\n";
+    static constexpr char NO_NAMES[] = "Unable to get uci protocol.ipv6.protos\n";
+    static constexpr char CREATED[] = "Parse ipv6 protocol(%d totoal): %s\n";
+};
 
-// False when memory is short.
-bool create_protocol(t_protocol **proto_hashmap_head, const char *name, bool is_ipv4)
+} // namespace
+
+// Creates the protocols that a family lists and counts them; a plain option names none. False when the loading ends
+// here.
+template <typename Family> static bool load_family(t_port_model *model, uci_package *package, int *count)
 {
-    t_protocol *protocol = create_new_protocol(name);
-    if (!protocol)
+    uci_section *section = find_config_section(package, Family::SECTION);
+    if (!section) {
+        LOG_AS(LOADING, Error, Family::NO_SECTION);
         return false;
-    protocol->is_ipv4 = is_ipv4;
-    keep_protocol(proto_hashmap_head, protocol);
+    }
+    uci_option *names = find_config_option(section, "protos");
+    if (!names) {
+        LOG_AS(LOADING, Error, Family::NO_NAMES);
+        return false;
+    }
+    for (uci_element &item : t_config_list(is_list_option(names) ? &names->v.list : nullptr)) {
+        t_protocol *protocol = create_new_protocol(item.name);
+        if (!protocol)
+            return false;
+        protocol->is_ipv4 = Family::IS_IPV4;
+        keep_protocol(&model->proto_hashmap_head, protocol);
+        ++*count;
+        LOG_AS(LOADING, Debug, Family::CREATED, *count, item.name);
+    }
     return true;
 }
 
 // A value that fills its buffer may have been cut; only the package itself tells how it goes on.
-bool ends_within_a_word(const char *value)
+static bool ends_within_a_word(const char *value)
 {
     t_uci_package network("network");
     uci_section *section = network.package ? find_config_section(network.package, "auto_wan_detect") : nullptr;
@@ -53,13 +72,13 @@ bool ends_within_a_word(const char *value)
 }
 
 // Half a name could be the name of another protocol.
-void drop_last_word(char *text)
+static void drop_last_word(char *text)
 {
     char *space = strrchr(text, ' ');
     *(space ? space : text) = '\0';
 }
 
-bool read_proto_priority(char (&order)[UCI_VALUE_SIZE])
+static bool read_proto_priority(char (&order)[UCI_VALUE_SIZE])
 {
     if (_uci_get_value("network.auto_wan_detect.proto_priority", order) != OK)
         return false;
@@ -68,10 +87,29 @@ bool read_proto_priority(char (&order)[UCI_VALUE_SIZE])
     return true;
 }
 
-} // namespace
+// Protocols that are not named keep priority 0.
+static void load_priorities(t_protocol *proto_hashmap_head)
+{
+    char order[UCI_VALUE_SIZE];
+    if (!read_proto_priority(order)) {
+        LOG_AS(LOADING, Error,
+               "Unable to get network.auto_wan_detect.proto_priority, treat it as \"pppoe dhcp static\"!\n");
+        bounded_copy(order, PROTO_PRIORITY_DEFAULT, sizeof order);
+    }
+    int8_t priority = 0;
+    char word[CONFIG_TEXT_SIZE];
+    for (const char *rest = order; next_word(&rest, word);) {
+        t_protocol *protocol = find_protocol(proto_hashmap_head, word);
+        if (!protocol) {
+            LOG_AS(LOADING, Error, "Unable to find %s, network.auto_wan_detect.proto_priority=%s!\n", word, order);
+            continue;
+        }
+        protocol->priority = ++priority;
+        LOG_AS(LOADING, Debug, "Parse %s protocol priority=%d\n", protocol->name, priority);
+    }
+}
 
-// Long because every line it logs carries its name.
-int init_all_protocols(t_protocol **proto_hashmap_head)
+int init_all_protocols(t_port_model *model)
 {
     t_uci_package config_package("protocol");
     if (!config_package.package) {
@@ -80,56 +118,11 @@ int init_all_protocols(t_protocol **proto_hashmap_head)
         return ERR_CONFIG_PACKAGE;
     }
     int count = 0;
-
-    const t_proto_names ipv4 = find_proto_names(config_package.package, "ipv4");
-    if (!ipv4.section) {
-        LOG(Error, "Unable to get uci protocol.ipv4\n");
+    if (!load_family<t_ipv4>(model, config_package.package, &count) ||
+        !load_family<t_ipv6>(model, config_package.package, &count))
         return count;
-    }
-    if (!ipv4.option) {
-        LOG(Error, "Unable to get uci protocol.ipv4.protos\n");
-        return count;
-    }
-    for (uci_element *item = nullptr; (item = next_config_element(ipv4.list, item));) {
-        if (!create_protocol(proto_hashmap_head, item->name, true))
-            return count;
-        count++;
-        LOG(Debug, "Parse ipv4 protocol(%d totoal): %s\n", count, item->name);
-    }
-
-    const t_proto_names ipv6 = find_proto_names(config_package.package, "ipv6");
-    if (!ipv6.section) {
-        LOG(Error, "Unable to get uci protocol.ipv6\n");
-        return count;
-    }
-    if (!ipv6.option) {
-        LOG(Error, "Unable to get uci protocol.ipv6.protos\n");
-        return count;
-    }
-    for (uci_element *item = nullptr; (item = next_config_element(ipv6.list, item));) {
-        if (!create_protocol(proto_hashmap_head, item->name, false))
-            return count;
-        count++;
-        LOG(Debug, "Parse ipv6 protocol(%d totoal): %s\n", count, item->name);
-    }
     LOG(Info, "Parse protocol success, count:%d\n", count);
-    port_model.protocol_count = static_cast<uint8_t>(std::min(count, UINT8_MAX));
-
-    char order[UCI_VALUE_SIZE];
-    if (!read_proto_priority(order)) {
-        LOG(Error, "Unable to get network.auto_wan_detect.proto_priority, treat it as \"pppoe dhcp static\"!\n");
-        bounded_copy(order, PROTO_PRIORITY_DEFAULT, sizeof order);
-    }
-    int8_t priority = 0;
-    char word[CONFIG_TEXT_SIZE];
-    for (const char *rest = order; next_word(&rest, word);) {
-        t_protocol *protocol = find_protocol(*proto_hashmap_head, word);
-        if (!protocol) {
-            LOG(Error, "Unable to find %s, network.auto_wan_detect.proto_priority=%s!\n", word, order);
-            continue;
-        }
-        protocol->priority = ++priority;
-        LOG(Debug, "Parse %s protocol priority=%d\n", protocol->name, priority);
-    }
+    model->protocol_count = static_cast<uint8_t>(std::min(count, UINT8_MAX));
+    load_priorities(model->proto_hashmap_head);
     return count;
 }

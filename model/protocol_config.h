@@ -7,4 +7,4 @@
 constexpr const char *PROTO_PRIORITY_DEFAULT = "pppoe dhcp static";
 
 // Number of protocols created, or ERR_CONFIG_PACKAGE.
-int init_all_protocols(t_protocol **proto_hashmap_head);
+int init_all_protocols(t_port_model *model);

@@ -11,11 +11,12 @@
 #include "platform/result_codes.h"
 #include "platform/text.h"
 
-namespace {
-
 constexpr size_t MAX_LABELS = 16;
 constexpr int LOWEST_INDEX = 2; // the first LAN port is never taken for a member
 constexpr int HIGHEST_INDEX = MAX_LABELS;
+constexpr const char *REBUILDING = "update_lan_agg_port"; // its parts speak in its name
+
+namespace {
 
 struct t_lan_agg_config {
     char enable[CONFIG_TEXT_SIZE];
@@ -28,14 +29,14 @@ struct t_label_list {
     char labels[MAX_LABELS][NAME_SIZE];
 };
 
-enum class t_agg_state { enabled, disabled, unreadable };
+} // namespace
 
-bool is_off_word(const char *value)
+static bool is_off_word(const char *value)
 {
     return strcmp(value, "0") == 0 || strcmp(value, "off") == 0 || strcmp(value, "false") == 0;
 }
 
-char *field_of_option(t_lan_agg_config *config, const char *name)
+static char *field_of_option(t_lan_agg_config *config, const char *name)
 {
     if (strcmp(name, "enable_agg") == 0)
         return config->enable;
@@ -44,29 +45,26 @@ char *field_of_option(t_lan_agg_config *config, const char *name)
     return strcmp(name, "lacpports") == 0 ? config->members : nullptr;
 }
 
-// Without the section, or without the switch in it, aggregation is on.
-t_agg_state read_lan_agg(uci_package *package, t_lan_agg_config *config)
+// Without the section, or without the switch in it, aggregation is on; reading ends where it is switched off.
+static int read_lan_agg(uci_package *package, t_lan_agg_config *config)
 {
-    uci_section *section = find_config_section(package, "lan_agg");
-    if (!section)
-        return t_agg_state::enabled;
-    uci_element *element;
-    uci_foreach_element(&section->options, element)
-    {
-        char *field = field_of_option(config, element->name);
+    for (uci_element &element : options_of(find_config_section(package, "lan_agg"))) {
+        char *field = field_of_option(config, element.name);
         if (!field)
             continue;
-        const char *value = option_text(uci_to_option(element));
-        if (!value)
-            return t_agg_state::unreadable;
+        const char *value = option_text(uci_to_option(&element));
+        if (!value) {
+            LOG_AS(REBUILDING, Error, "Unable to get uci switch.lan_agg\n");
+            return ERR_CONFIG_PACKAGE;
+        }
         bounded_copy(field, value, CONFIG_TEXT_SIZE);
         if (is_off_word(config->enable))
-            return t_agg_state::disabled;
+            break;
     }
-    return t_agg_state::enabled;
+    return OK;
 }
 
-t_label_list split_labels(const char *text)
+static t_label_list split_labels(const char *text)
 {
     t_label_list list = {};
     char word[CONFIG_TEXT_SIZE];
@@ -76,7 +74,7 @@ t_label_list split_labels(const char *text)
 }
 
 // The label that a word of the member list stands for, or null.
-const char *find_label(const t_label_list &list, const char *word)
+static const char *find_label(const t_label_list &list, const char *word)
 {
     int index = 0;
     if (!parse_decimal(word, LOWEST_INDEX, HIGHEST_INDEX, &index) || index > list.count)
@@ -84,7 +82,7 @@ const char *find_label(const t_label_list &list, const char *word)
     return list.labels[index - 1];
 }
 
-const t_device *find_labelled_device(const t_device *dev_hashmap_head, const char *label)
+static const t_device *find_labelled_device(const t_device *dev_hashmap_head, const char *label)
 {
     const t_device *device = dev_hashmap_head;
     while (device && strcmp(device->label, label) != 0)
@@ -92,7 +90,42 @@ const t_device *find_labelled_device(const t_device *dev_hashmap_head, const cha
     return device;
 }
 
-} // namespace
+// Adds the port of this label. False when the rebuilding ends here.
+static bool add_member(t_device *dev_hashmap_head, t_device **lan_agg, const char *label)
+{
+    const t_device *labelled = find_labelled_device(dev_hashmap_head, label);
+    if (!labelled) {
+        LOG_AS(REBUILDING, Warning, "null dev found for %s, continue whatever!\n", label);
+        return false;
+    }
+    t_device *device = create_new_device(labelled->name);
+    if (!device) {
+        LOG_AS(REBUILDING, Error, "Create new device failed!\n");
+        return false;
+    }
+    keep_device(lan_agg, device);
+    LOG_AS(REBUILDING, Debug, "lan_agg device:%s parse success!\n", labelled->name);
+    return true;
+}
+
+// False when the rebuilding ends early.
+static bool add_members(t_device *dev_hashmap_head, t_device **lan_agg, const t_lan_agg_config &config)
+{
+    LOG_AS(REBUILDING, Debug, "lan_agg enable! now start to parse switch.lan_agg.lanport=%s\n", config.lan_ports);
+    const t_label_list labels = split_labels(config.lan_ports);
+    LOG_AS(REBUILDING, Debug, "lan_agg enable! now start to parse switch.lan_agg.lacpports=%s\n", config.members);
+    char word[CONFIG_TEXT_SIZE];
+    for (const char *rest = config.members; next_word(&rest, word);) {
+        const char *label = find_label(labels, word);
+        if (!label)
+            LOG_AS(REBUILDING, Error,
+                   "LAN decvice index:%s in switch.lan_agg.lacpports:%s not found correspond device in %s!\n", word,
+                   config.members, config.lan_ports);
+        else if (!add_member(dev_hashmap_head, lan_agg, label))
+            return false;
+    }
+    return true;
+}
 
 int update_lan_agg_port(t_device *dev_hashmap_head, t_device **lan_agg)
 {
@@ -105,41 +138,15 @@ int update_lan_agg_port(t_device *dev_hashmap_head, t_device **lan_agg)
         return ERR_CONFIG_PACKAGE;
     }
     t_lan_agg_config config = {};
-    switch (read_lan_agg(config_package.package, &config)) {
-    case t_agg_state::unreadable:
-        LOG(Error, "Unable to get uci switch.lan_agg\n");
-        return ERR_CONFIG_PACKAGE;
-    case t_agg_state::disabled:
+    const int result = read_lan_agg(config_package.package, &config);
+    if (result != OK)
+        return result;
+    if (is_off_word(config.enable)) {
         LOG(Debug, "lan_agg disable! switch.lan_agg.enable_agg=%s\n", config.enable);
         return OK;
-    case t_agg_state::enabled:
-        break;
     }
-    LOG(Debug, "lan_agg enable! now start to parse switch.lan_agg.lanport=%s\n", config.lan_ports);
-    const t_label_list labels = split_labels(config.lan_ports);
-    LOG(Debug, "lan_agg enable! now start to parse switch.lan_agg.lacpports=%s\n", config.members);
-    char word[CONFIG_TEXT_SIZE];
-    for (const char *rest = config.members; next_word(&rest, word);) {
-        const char *label = find_label(labels, word);
-        if (!label) {
-            LOG(Error, "LAN decvice index:%s in switch.lan_agg.lacpports:%s not found correspond device in %s!\n", word,
-                config.members, config.lan_ports);
-            continue;
-        }
-        const t_device *labelled = find_labelled_device(dev_hashmap_head, label);
-        if (!labelled) {
-            LOG(Warning, "null dev found for %s, continue whatever!\n", label);
-            return OK;
-        }
-        t_device *device = create_new_device(labelled->name);
-        if (!device) {
-            LOG(Error, "Create new device failed!\n");
-            return OK;
-        }
-        keep_device(lan_agg, device);
-        LOG(Debug, "lan_agg device:%s parse success!\n", labelled->name);
-    }
-    LOG(Info, "Parse lan_agg devices success\n");
+    if (add_members(dev_hashmap_head, lan_agg, config))
+        LOG(Info, "Parse lan_agg devices success\n");
     return OK;
 }
 

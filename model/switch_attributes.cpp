@@ -11,10 +11,11 @@
 #include "platform/result_codes.h"
 #include "platform/text.h"
 
-namespace {
-
 constexpr int NO_PORT = -1;
 constexpr int NO_ADDRESS = -1;
+constexpr const char *READING = "get_eth_atrribute"; // its parts speak in its name
+
+namespace {
 
 struct t_switch_port {
     int port = NO_PORT;
@@ -25,9 +26,9 @@ struct t_switch_port {
     char label[CONFIG_TEXT_SIZE] = "";
 };
 
-enum class t_port_option { fine, unknown_side, unreadable };
+} // namespace
 
-bool is_port_option(const char *name)
+static bool is_port_option(const char *name)
 {
     for (const char *known : {"port", "ifname", "label", "wan_port", "type", "addr"}) {
         if (strcmp(name, known) == 0)
@@ -36,24 +37,21 @@ bool is_port_option(const char *name)
     return false;
 }
 
-t_port_option read_side(const char *value, t_switch_port *port)
+// Any other word than these two means the copper side.
+static uint8_t read_side(const char *value)
 {
-    port->sub_port = strcmp(value, "sfp") == 0 ? SUB_PORT_SFP : SUB_PORT_PHY;
-    return port->sub_port == SUB_PORT_SFP || strcmp(value, "phy") == 0 ? t_port_option::fine
-                                                                       : t_port_option::unknown_side;
+    if (strcmp(value, FIBRE_SIDE) == 0)
+        return SUB_PORT_SFP;
+    if (strcmp(value, COPPER_SIDE) != 0)
+        LOG_AS(READING, Error, "config switch.portx.wan_port only support sfp&phy!\n");
+    return SUB_PORT_PHY;
 }
 
-t_port_option read_port_option(const uci_option *option, t_switch_port *port)
+static void take_option(const char *name, const char *value, t_switch_port *port)
 {
-    const char *name = option->e.name;
-    if (!is_port_option(name))
-        return t_port_option::fine;
-    const char *value = option_text(option);
-    if (!value)
-        return t_port_option::unreadable;
     if (strcmp(name, "wan_port") == 0)
-        return read_side(value, port);
-    if (strcmp(name, "port") == 0)
+        port->sub_port = read_side(value);
+    else if (strcmp(name, "port") == 0)
         parse_decimal(value, INT8_MIN, INT8_MAX, &port->port);
     else if (strcmp(name, "addr") == 0)
         parse_decimal(value, INT8_MIN, INT8_MAX, &port->addr);
@@ -63,19 +61,52 @@ t_port_option read_port_option(const uci_option *option, t_switch_port *port)
         bounded_copy(port->label, value, sizeof port->label);
     else if (strcmp(value, "combo") == 0)
         port->is_combo = true;
-    return t_port_option::fine;
 }
 
-void apply_attributes(const t_switch_port &port, t_device *device)
+// False for a section that cannot be read to its end.
+static bool read_switch_port(uci_section *section, t_switch_port *port)
+{
+    for (uci_element &element : options_of(section)) {
+        if (!is_port_option(element.name))
+            continue;
+        const char *value = option_text(uci_to_option(&element));
+        if (!value) {
+            LOG_AS(READING, Error, "Unable to get uci network , type=switch_port\n");
+            return false;
+        }
+        take_option(element.name, value, port);
+    }
+    return true;
+}
+
+// The device that a section describes, or null.
+static t_device *find_described_device(t_device *dev_hashmap_head, const t_switch_port &port, const char *section)
+{
+    if (!port.ifname[0] || port.port == NO_PORT) {
+        LOG_AS(READING, Info, "Failed to get device by config switch.%s\n", section);
+        return nullptr;
+    }
+    if (!is_ethernet_name(port.ifname)) {
+        LOG_AS(READING, Error, "%s not begin with \"eth\"\n", port.ifname);
+        return nullptr;
+    }
+    t_device *device = find_device(dev_hashmap_head, port.ifname);
+    if (!device)
+        LOG_AS(READING, Error, "Can't find device %s\n", port.ifname);
+    return device;
+}
+
+static void apply_attributes(const t_switch_port &port, t_device *device)
 {
     device->port_num = static_cast<int8_t>(port.port);
     copy_name(device->label, port.label);
     device->is_combo = port.is_combo;
     device->port_addr = static_cast<int8_t>(port.is_combo ? port.addr : NO_ADDRESS);
     device->sub_port = port.is_combo ? port.sub_port : SUB_PORT_PHY;
+    if (port.is_combo)
+        LOG_AS(READING, Debug, "Success get device:%s,Port:%d,sub_port:%s,port_addr=%d\n", port.ifname, port.port,
+               sub_port_word(port.sub_port), port.addr);
 }
-
-} // namespace
 
 int get_eth_atrribute(t_device *dev_hashmap_head)
 {
@@ -86,42 +117,17 @@ int get_eth_atrribute(t_device *dev_hashmap_head)
         return ERR_CONFIG_PACKAGE;
     }
     int count = 0;
-    uci_element *element;
-    uci_foreach_element(&config_package.package->sections, element)
-    {
-        uci_section *section = uci_to_section(element);
+    for (uci_element &element : sections_of(config_package.package)) {
+        uci_section *section = uci_to_section(&element);
         if (strcmp(section->type, "switch_port") != 0)
             continue;
         t_switch_port port;
-        uci_element *option;
-        uci_foreach_element(&section->options, option)
-        {
-            const t_port_option read = read_port_option(uci_to_option(option), &port);
-            if (read == t_port_option::unreadable) {
-                LOG(Error, "Unable to get uci network , type=switch_port\n");
-                return count;
-            }
-            if (read == t_port_option::unknown_side)
-                LOG(Error, "config switch.portx.wan_port only support sfp&phy!\n");
+        if (!read_switch_port(section, &port))
+            return count;
+        if (t_device *device = find_described_device(dev_hashmap_head, port, element.name)) {
+            apply_attributes(port, device);
+            count++;
         }
-        if (!port.ifname[0] || port.port == NO_PORT) {
-            LOG(Info, "Failed to get device by config switch.%s\n", element->name);
-            continue;
-        }
-        if (!is_ethernet_name(port.ifname)) {
-            LOG(Error, "%s not begin with \"eth\"\n", port.ifname);
-            continue;
-        }
-        t_device *device = find_device(dev_hashmap_head, port.ifname);
-        if (!device) {
-            LOG(Error, "Can't find device %s\n", port.ifname);
-            continue;
-        }
-        apply_attributes(port, device);
-        if (port.is_combo)
-            LOG(Debug, "Success get device:%s,Port:%d,sub_port:%s,port_addr=%d\n", port.ifname, port.port,
-                port.sub_port == SUB_PORT_PHY ? "phy" : "sfp", port.addr);
-        count++;
     }
     LOG(Info, "Parse network devices atrribute success, count:%d\n", count);
     return count;

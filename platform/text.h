@@ -12,9 +12,11 @@ constexpr const char *up_or_down(bool up)
 {
     return up ? "up" : "down";
 }
+constexpr const char *COPPER_SIDE = "phy"; // the two sides of a combo port
+constexpr const char *FIBRE_SIDE = "sfp";
 constexpr const char *phy_or_sfp(bool phy)
 {
-    return phy ? "phy" : "sfp";
+    return phy ? COPPER_SIDE : FIBRE_SIDE;
 }
 constexpr const char *true_or_false(bool value)
 {

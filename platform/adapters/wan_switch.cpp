@@ -20,14 +20,9 @@ namespace {
 constexpr size_t COMMAND_SIZE = 64;
 constexpr uint32_t SETTLE_MS = 1;
 
-const char *side_name(uint8_t sub_port)
-{
-    return phy_or_sfp(sub_port == SUB_PORT_PHY);
-}
-
 const char *other_side_name(uint8_t sub_port)
 {
-    return phy_or_sfp(sub_port != SUB_PORT_PHY);
+    return phy_or_sfp(sub_port == SUB_PORT_SFP);
 }
 
 // Both block locks are held.
@@ -62,7 +57,7 @@ void toggle_combo_state(t_device *dev)
         if (toggle_is_void())
             return;
         uint8_t side = dev->sub_port;
-        const char *old_side = side_name(side);
+        const char *old_side = sub_port_word(side);
         const char *new_side = other_side_name(side);
         char command[COMMAND_SIZE];
         snprintf(command, sizeof command, "network_lanwan_swap set port%d %s", dev->port_num, new_side);
@@ -99,7 +94,8 @@ void switch_wan_to_dev(t_device *dev, int force)
     if (dev->is_combo) {
         update_combo_device_status(dev);
         // Unlike a toggle, a switch keeps the side in use.
-        snprintf(command, sizeof command, "network_lanwan_swap set port%d %s", dev->port_num, side_name(dev->sub_port));
+        snprintf(command, sizeof command, "network_lanwan_swap set port%d %s", dev->port_num,
+                 sub_port_word(dev->sub_port));
     } else {
         snprintf(command, sizeof command, "network_lanwan_swap set port%d", dev->port_num);
     }

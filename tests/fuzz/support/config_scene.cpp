@@ -62,7 +62,7 @@ void load_ports_and_protocols(t_port_model *model)
 {
     model->router_mode = static_cast<uint8_t>(get_is_router_mode());
     init_all_eth_device(model);
-    init_all_protocols(&model->proto_hashmap_head);
+    init_all_protocols(model);
     init_fake_wan_device(model);
     update_lan_agg_port(model->dev_hashmap_head, &model->lan_agg[0]);
     update_lan_gaming_port(&model->gaming);

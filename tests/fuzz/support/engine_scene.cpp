@@ -191,7 +191,7 @@ t_engine_scene::t_engine_scene(const std::string &priority, const std::string &f
     init_engine();
     wan_detect_bus_offer();
     write_configuration();
-    started_ = init_all_protocols(&port_model.proto_hashmap_head) >= 0 && init_all_eth_device(&port_model) > 0;
+    started_ = init_all_protocols(&port_model) >= 0 && init_all_eth_device(&port_model) > 0;
     init_fake_wan_device(&port_model);
     port_model.enable = 1;
     port_model.router_mode = 1;

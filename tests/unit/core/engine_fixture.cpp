@@ -59,7 +59,7 @@ void t_engine_test::load(const std::string &wan_type, const std::string &priorit
     release_port_model(&port_model);
     port_model = {};
     write_router_config(wan_type, priority, pool);
-    init_all_protocols(&port_model.proto_hashmap_head);
+    init_all_protocols(&port_model);
     init_all_eth_device(&port_model);
     init_fake_wan_device(&port_model);
     port_model.enable = 1;

@@ -19,7 +19,7 @@ protected:
     {
         write_config("network", section("wan_detect", "auto_wan_detect", {{"proto_priority", order}}));
     }
-    int load() { return init_all_protocols(&port_model.proto_hashmap_head); }
+    int load() { return init_all_protocols(&port_model); }
     t_protocol *proto(const char *name) { return find_protocol(port_model.proto_hashmap_head, name); }
 };
 
