@@ -13,7 +13,16 @@
 
 namespace {
 
-int get_ipv4_conntype(char (&type)[NAME_SIZE])
+// Who has the WAN role by the configuration, and the texts that lead there.
+struct t_wan_role {
+    char section[UCI_VALUE_SIZE];
+    char key[SWITCH_KEY_SIZE];
+    char ifname[UCI_VALUE_SIZE];
+};
+
+} // namespace
+
+static int get_ipv4_conntype(char (&type)[NAME_SIZE])
 {
     LOG_ENTER();
     char value[UCI_VALUE_SIZE] = "";
@@ -32,7 +41,7 @@ int get_ipv4_conntype(char (&type)[NAME_SIZE])
     return OK;
 }
 
-void get_ipv4_secondary_conntype(const char *type, t_protocol *protocol)
+static void get_ipv4_secondary_conntype(const char *type, t_protocol *protocol)
 {
     LOG_ENTER();
     char key[CONFIG_TEXT_SIZE];
@@ -44,46 +53,38 @@ void get_ipv4_secondary_conntype(const char *type, t_protocol *protocol)
         copy_name(protocol->snd_conn, has_prefix(type, "pppoe") ? "none" : "dynamic");
 }
 
-bool has_secondary_connection(const char *type)
+static bool has_secondary_connection(const char *type)
 {
     return has_prefix(type, "l2tp") || has_prefix(type, "pptp") || has_prefix(type, "pppoe");
 }
 
-// The same walk as get_wan_device_name, for those who look often.
-bool read_wan_role(char (&name)[NAME_SIZE])
+// 0; the first read's failure; ERR_CONFIG_VALUE when what it names is no Ethernet port.
+static int read_wan_role(t_wan_role *role)
 {
-    char section[UCI_VALUE_SIZE] = "";
-    char key[SWITCH_KEY_SIZE];
-    char ifname[UCI_VALUE_SIZE];
-    if (_uci_get_value("switch.wan.switch_port", section) != OK || read_switch_ifname("", section, key, ifname) != OK ||
-        !is_ethernet_name(ifname))
-        return false;
-    copy_name(name, ifname);
-    return true;
+    *role = {};
+    const int result = _uci_get_value("switch.wan.switch_port", role->section);
+    if (result != OK)
+        return result;
+    const bool is_named = read_switch_ifname("", role->section, role->key, role->ifname) == OK;
+    return is_named && is_ethernet_name(role->ifname) ? OK : ERR_CONFIG_VALUE;
 }
-
-} // namespace
 
 int get_wan_device_name(char *buffer, size_t size)
 {
     if (!buffer || size == 0)
         return ERR_INVALID_INPUT;
     memset(buffer, 0, size);
-    char section[UCI_VALUE_SIZE] = "";
-    const int result = _uci_get_value("switch.wan.switch_port", section);
-    if (result != OK) {
-        LOG(Error, "switch.wan.switch_port=%s\n", section);
-        return result;
+    t_wan_role role;
+    const int result = read_wan_role(&role);
+    if (result == ERR_CONFIG_VALUE) {
+        LOG(Error, "%s=%s, or not begin with \"eth\"\n", role.key, role.ifname);
+    } else if (result != OK) {
+        LOG(Error, "switch.wan.switch_port=%s\n", role.section);
+    } else {
+        bounded_copy(buffer, role.ifname, size);
+        LOG(Debug, "Successful get wan device:%s\n", buffer);
     }
-    char key[SWITCH_KEY_SIZE];
-    char ifname[UCI_VALUE_SIZE];
-    if (read_switch_ifname("", section, key, ifname) != OK || !is_ethernet_name(ifname)) {
-        LOG(Error, "%s=%s, or not begin with \"eth\"\n", key, ifname);
-        return ERR_CONFIG_VALUE;
-    }
-    bounded_copy(buffer, ifname, size);
-    LOG(Debug, "Successful get wan device:%s\n", buffer);
-    return OK;
+    return result;
 }
 
 int update_wan_device(t_port_model *model)
@@ -110,21 +111,30 @@ int take_wan_role(t_port_model *model, const char (&name)[NAME_SIZE])
     return OK;
 }
 
+static bool find_role_holder(char (&name)[NAME_SIZE])
+{
+    t_wan_role role;
+    if (read_wan_role(&role) != OK)
+        return false;
+    copy_name(name, role.ifname);
+    return true;
+}
+
 bool wan_role_moved(const t_port_model *model, char (&name)[NAME_SIZE])
 {
-    return read_wan_role(name) && strcmp(name, model->wan_role) != 0;
+    return find_role_holder(name) && strcmp(name, model->wan_role) != 0;
 }
 
 bool wan_role_is_at(const t_device *dev)
 {
     char name[NAME_SIZE];
-    return read_wan_role(name) && strcmp(name, dev->name) == 0;
+    return find_role_holder(name) && strcmp(name, dev->name) == 0;
 }
 
 bool wan_role_is_elsewhere(const t_device *dev)
 {
     char name[NAME_SIZE];
-    return read_wan_role(name) && strcmp(name, dev->name) != 0;
+    return find_role_holder(name) && strcmp(name, dev->name) != 0;
 }
 
 void update_wan_ipv4_protocol(t_port_model *model)
