@@ -11,8 +11,8 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include "platform/child_process.h"
 #include "platform/clock.h"
+#include "platform/ending.h"
 #include "platform/shared.h"
 
 namespace {
@@ -111,7 +111,7 @@ void set_uci_lock_limit(int64_t milliseconds)
 int64_t uci_lock_limit()
 {
     const int64_t wanted_ms = limit;
-    return process_is_ending ? std::min(wanted_ms, UCI_LOCK_LIMIT_MS) : wanted_ms;
+    return end_is_asked_for() ? std::min(wanted_ms, UCI_LOCK_LIMIT_MS) : wanted_ms;
 }
 
 unsigned uci_locks_given_up()

@@ -11,7 +11,7 @@
 #include <gtest/gtest.h>
 #include <uci.h>
 
-#include "platform/child_process.h"
+#include "platform/ending.h"
 #include "platform/uci_access.h"
 #include "platform/uci_lock.h"
 #include "support/fake_clock.h"
@@ -127,14 +127,15 @@ TEST_F(uci_lock, what_start_up_waited_is_not_held_against_what_comes_after_it)
 TEST_F(uci_lock, a_process_that_is_told_to_end_while_it_starts_waits_no_longer_than_later_on)
 {
     const t_foreign_lock lock("/etc/config/network"), other("/etc/config/switch");
+    ASSERT_TRUE(init_ending());
     set_uci_lock_limit(UCI_LOCK_START_LIMIT_MS);
-    fake_clock.during_sleep = [](uint32_t) { process_is_ending = true; };
+    fake_clock.during_sleep = [](uint32_t) { ask_for_end(); };
     on_a_thread([&] {
         get("network.wan.proto");
         get("switch.port1.ifname");
         EXPECT_NEAR(waited_ms(), UCI_LOCK_LIMIT_MS + UCI_LOCK_FLOOR_MS, ONE_POLL_MS);
     });
-    process_is_ending = false;
+    release_ending();
     set_uci_lock_limit(UCI_LOCK_LIMIT_MS);
 }
 
