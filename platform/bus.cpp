@@ -16,12 +16,13 @@
 
 #include "platform/bus_limit.h"
 #include "platform/log.h"
-
-namespace {
+#include "platform/result_codes.h"
 
 constexpr int BUS_RECONNECT_FIRST_MS = 100;
 constexpr int BUS_OFFER_LIMIT_MS = 1000;
 constexpr int BUS_START_LIMIT_MS = 30000; // a router that boots may keep its bus daemon busy
+
+namespace {
 
 struct t_bus {
     ubus_context *context;                 // owns; null before the set-up and after the shutdown
@@ -34,17 +35,19 @@ struct t_bus {
     uloop_fd knock; // a connection that only asks whether the bus daemon answers
 };
 
-t_bus bus;
+} // namespace
+
+static t_bus bus;
 
 // A shutdown like any other: the signal handler releases what was built so far.
-int give_up()
+static int give_up()
 {
     if (raise(SIGTERM) != 0)
         exit(EXIT_FAILURE);
     return -1;
 }
 
-void drop_knock()
+static void drop_knock()
 {
     if (!bus.knock.cb)
         return;
@@ -56,7 +59,7 @@ void drop_knock()
 // True when this process, and nobody else, answers under the object's name again and hears the event again. The library
 // publishes objects anew, unless it gave one up that was refused at an earlier attempt; that each of them was accepted
 // is better asked for; events it does not register anew.
-bool offer_is_back()
+static bool offer_is_back()
 {
     ubus_object *object = bus.offer->object;
     if (object->id == 0 && ubus_add_object(bus.context, object) != 0)
@@ -67,25 +70,25 @@ bool offer_is_back()
     return ubus_register_event_handler(bus.context, bus.offer->event_handler, bus.offer->event_pattern) == 0;
 }
 
-const char *bus_path()
+static const char *bus_path()
 {
     return access(BUS_SOCKET_PATH, F_OK) == 0 ? BUS_SOCKET_PATH : nullptr;
 }
 
-void serve_socket(uloop_fd *socket, unsigned int events)
+static void serve_socket(uloop_fd *socket, unsigned int events)
 {
     t_bus_write_limit limit(bus.context);
     bus.library_serve_socket(socket, events);
 }
 
 // What came in during a call to another service is served by a timer of the library.
-void serve_waiting(uloop_timeout *timer)
+static void serve_waiting(uloop_timeout *timer)
 {
     t_bus_write_limit limit(bus.context);
     bus.library_serve_waiting(timer);
 }
 
-void limit_callbacks()
+static void limit_callbacks()
 {
     if (bus.context->sock.cb != serve_socket)
         bus.library_serve_socket = std::exchange(bus.context->sock.cb, serve_socket);
@@ -95,7 +98,7 @@ void limit_callbacks()
 
 // The library's call does not tell when there is no room for it, and an object that nobody listens for would stay
 // silent for good.
-bool watch_bus()
+static bool watch_bus()
 {
     limit_callbacks();
     ubus_add_uloop(bus.context);
@@ -103,7 +106,7 @@ bool watch_bus()
 }
 
 // A bus daemon that greets may hang all the same.
-bool reconnect_within_limit()
+static bool reconnect_within_limit()
 {
     t_bus_limit limit(bus.context, BUS_OFFER_LIMIT_MS);
     return limit.is_set() && ubus_reconnect(bus.context, bus.path) == 0 && offer_is_back();
@@ -111,7 +114,7 @@ bool reconnect_within_limit()
 
 // After a failure the library may leave the number of a socket that it closed. It closes that number again the next
 // time, and by then another thread may have it.
-void forget_closed_socket()
+static void forget_closed_socket()
 {
     sockaddr_storage peer = {};
     socklen_t size = sizeof peer;
@@ -120,7 +123,7 @@ void forget_closed_socket()
         fd = -1;
 }
 
-void restore_connection()
+static void restore_connection()
 {
     if (!reconnect_within_limit() || !watch_bus()) {
         // The bus daemon must forget this attempt before the next one, or the name would still be in use.
@@ -135,7 +138,7 @@ void restore_connection()
     LOG(Notice, "ubus connection restored\n");
 }
 
-void knock_answered(uloop_fd *knock, unsigned int)
+static void knock_answered(uloop_fd *knock, unsigned int)
 {
     char greeting;
     bool alive = recv(knock->fd, &greeting, sizeof greeting, MSG_PEEK | MSG_DONTWAIT) > 0;
@@ -145,7 +148,7 @@ void knock_answered(uloop_fd *knock, unsigned int)
 }
 
 // Waits in the loop for the greeting of whoever listens at the path.
-void knock_at(const char *path)
+static void knock_at(const char *path)
 {
     int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
     if (fd < 0)
@@ -163,7 +166,7 @@ void knock_at(const char *path)
 // The library waits for the greeting without a limit, and a bus daemon that hangs would take this one with it. So the
 // loop waits for the greeting on a connection of its own, and the library is asked only when there was one; unless its
 // default is a path that we do not know, where only the library itself can look.
-void look_for_bus()
+static void look_for_bus()
 {
     drop_knock();
     bus.path = bus_path();
@@ -175,28 +178,26 @@ void look_for_bus()
         restore_connection();
 }
 
-void retry(uloop_timeout *timer)
+static void retry(uloop_timeout *timer)
 {
     uloop_timeout_set(timer, BUS_RECONNECT_INTERVAL_MS);
     look_for_bus();
 }
 
-ubus_context *connect_within_limit()
+static ubus_context *connect_within_limit()
 {
     t_bus_limit limit(nullptr, BUS_START_LIMIT_MS);
     return ubus_connect(bus_path());
 }
 
 // May be called in the middle of a call to another service, so it only asks for what comes next.
-void connection_lost(ubus_context *context)
+static void connection_lost(ubus_context *context)
 {
     LOG(Notice, "ubus connection lost\n");
     bus.connected = false;
     uloop_fd_delete(&context->sock);
     uloop_timeout_set(&bus.retry_timer, BUS_RECONNECT_FIRST_MS);
 }
-
-} // namespace
 
 int wan_detect_ubus_init(const t_bus_offer *offer)
 {
@@ -219,7 +220,7 @@ int wan_detect_ubus_init(const t_bus_offer *offer)
         LOG(Critical, "Failed to add event to ubusd");
         return give_up();
     }
-    return 0;
+    return OK;
 }
 
 void wan_detect_ubus_done()

@@ -8,8 +8,6 @@
 #include "platform/log.h"
 #include "platform/result_codes.h"
 
-namespace {
-
 // No method of the bus daemon's own objects has this name; being told so is answer enough.
 constexpr const char *PING_METHOD = "ping";
 
@@ -19,14 +17,12 @@ constexpr int BUS_LIMIT_MS = 3 * BUS_CALL_TIMEOUT_MS;
 
 // The library looks objects up without a limit, and a bus daemon that hangs would take the loop with it. So it first
 // has to answer a call that has a limit.
-bool bus_answers(ubus_context *bus)
+static bool bus_answers(ubus_context *bus)
 {
     int status =
         ubus_invoke(bus, UBUS_SYSTEM_OBJECT_EVENT, PING_METHOD, nullptr, nullptr, nullptr, BUS_CALL_TIMEOUT_MS);
     return status != UBUS_STATUS_TIMEOUT && status != UBUS_STATUS_CONNECTION_FAILED;
 }
-
-} // namespace
 
 int ubus_call_method(const char *object, const char *method, blob_buf *message, t_bus_reply_handler reply,
                      void *context)

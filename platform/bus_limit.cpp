@@ -18,16 +18,14 @@
 #define sigev_notify_thread_id _sigev_un._tid
 #endif
 
-namespace {
-
 constexpr int LIMIT_SIGNAL = SIGUSR2;
 constexpr long NANOSECONDS_PER_MILLISECOND = 1'000'000;
 constexpr int UNCONDITIONAL = 1; // a single look, which does not ask what the connection takes
 
-t_bus_write_limit *innermost; // borrowed; null outside of the library's callbacks
+static t_bus_write_limit *innermost; // borrowed; null outside of the library's callbacks
 
 // A timer's last signal arrives at the latest when timer_delete returns, so the limit still exists.
-void pass_on(int, siginfo_t *info, void *)
+static void pass_on(int, siginfo_t *info, void *)
 {
     const int saved_errno = errno;
     if (info->si_code == SI_TIMER)
@@ -36,7 +34,7 @@ void pass_on(int, siginfo_t *info, void *)
 }
 
 // Without SA_RESTART, so that a read comes back. Whoever started the process may have left the signal blocked.
-bool catch_signal()
+static bool catch_signal()
 {
     struct sigaction action = {};
     action.sa_sigaction = pass_on;
@@ -47,7 +45,7 @@ bool catch_signal()
     return sigaction(LIMIT_SIGNAL, &action, nullptr) == 0 && pthread_sigmask(SIG_UNBLOCK, &wanted, nullptr) == 0;
 }
 
-bool create_timer(timer_t *timer, t_bus_limit *limit)
+static bool create_timer(timer_t *timer, t_bus_limit *limit)
 {
     sigevent to_this_thread = {};
     to_this_thread.sigev_notify = SIGEV_THREAD_ID;
@@ -56,8 +54,6 @@ bool create_timer(timer_t *timer, t_bus_limit *limit)
     to_this_thread.sigev_notify_thread_id = static_cast<pid_t>(syscall(SYS_gettid));
     return catch_signal() && timer_create(CLOCK_MONOTONIC, &to_this_thread, timer) == 0;
 }
-
-} // namespace
 
 t_bus_limit::t_bus_limit(const ubus_context *context, int milliseconds)
     : t_bus_limit(context, milliseconds, UNCONDITIONAL)

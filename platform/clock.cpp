@@ -5,13 +5,9 @@
 #include <cerrno>
 #include <ctime>
 
-namespace {
-
 constexpr long NANOSECONDS_PER_SECOND = 1'000'000'000;
 constexpr long NANOSECONDS_PER_MILLISECOND = 1'000'000;
 constexpr long NANOSECONDS_PER_MICROSECOND = 1'000;
-
-} // namespace
 
 t_time_stamp get_time_stamp()
 {

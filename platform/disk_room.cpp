@@ -8,31 +8,27 @@
 
 #include "platform/log.h"
 
-namespace {
-
 // For what the disk keeps of a file besides its text: its name, its record, the heads of its pieces.
 constexpr uint64_t SPARE_BLOCKS = 2;
 
-uint64_t blocks_of(size_t bytes, uint64_t block_size)
+static uint64_t blocks_of(size_t bytes, uint64_t block_size)
 {
     return (bytes + block_size - 1) / block_size;
 }
 
 // Some blocks of a disk are kept free for root.
-uint64_t free_blocks(const struct statfs &disk)
+static uint64_t free_blocks(const struct statfs &disk)
 {
     return static_cast<uint64_t>(geteuid() == 0 ? disk.f_bfree : disk.f_bavail);
 }
 
 // An overlay copies a file that was delivered with the firmware as soon as it is opened for writing.
-uint64_t needed_blocks(const struct statfs &disk, size_t bytes, size_t beside)
+static uint64_t needed_blocks(const struct statfs &disk, size_t bytes, size_t beside)
 {
     const auto block_size = static_cast<uint64_t>(disk.f_bsize);
     const bool copies = static_cast<uint64_t>(disk.f_type) == OVERLAYFS_SUPER_MAGIC;
     return blocks_of(bytes, block_size) + (copies ? blocks_of(beside, block_size) : 0) + SPARE_BLOCKS;
 }
-
-} // namespace
 
 bool has_disk_room(const char *folder, size_t bytes, size_t beside)
 {

@@ -13,8 +13,6 @@
 
 #include "platform/log.h"
 
-namespace {
-
 constexpr size_t DRAFT_PATH_SIZE = 256;
 constexpr char DRAFT_MARK[] = ".draft."; // stands between a result's name and some random letters
 constexpr char ASIDE_MARK[] = ".aside.";
@@ -24,13 +22,13 @@ constexpr int MOST_ENTRIES_SWEPT = 1000; // a stranger's thousands of files keep
 
 using t_draft_path = char[DRAFT_PATH_SIZE];
 
-bool make_template(t_draft_path &made, const char *path, const char *mark)
+static bool make_template(t_draft_path &made, const char *path, const char *mark)
 {
     const int length = snprintf(made, sizeof made, "%s%s%s", path, mark, RANDOM_LETTERS);
     return length >= 0 && static_cast<size_t>(length) < sizeof made;
 }
 
-bool is_draft_name(const char *name, const char *result, size_t result_length)
+static bool is_draft_name(const char *name, const char *result, size_t result_length)
 {
     const size_t marked = result_length + sizeof DRAFT_MARK - 1;
     return strncmp(name, result, result_length) == 0 &&
@@ -38,7 +36,7 @@ bool is_draft_name(const char *name, const char *result, size_t result_length)
            strlen(name) == marked + sizeof RANDOM_LETTERS - 1;
 }
 
-bool is_plain_file_of_our_own(int folder, const char *name)
+static bool is_plain_file_of_our_own(int folder, const char *name)
 {
     struct stat status = {};
     return fstatat(folder, name, &status, AT_SYMLINK_NOFOLLOW) == 0 && S_ISREG(status.st_mode) &&
@@ -46,7 +44,7 @@ bool is_plain_file_of_our_own(int folder, const char *name)
 }
 
 // A life that ended between a draft and its place left that behind; one by one they would fill the memory.
-void sweep_drafts(const char *path)
+static void sweep_drafts(const char *path)
 {
     const char *slash = strrchr(path, '/');
     if (!slash)
@@ -66,7 +64,7 @@ void sweep_drafts(const char *path)
 }
 
 // False, and no file, when the text does not fit onto the disk.
-bool write_draft(t_draft_path &draft, const char *text)
+static bool write_draft(t_draft_path &draft, const char *text)
 {
     const int fd = mkostemp(draft, O_CLOEXEC);
     if (fd < 0)
@@ -82,7 +80,7 @@ bool write_draft(t_draft_path &draft, const char *text)
 }
 
 // It goes to a name of its own, with what it holds, in the place of an empty folder that only we know.
-bool move_folder_aside(const char *path)
+static bool move_folder_aside(const char *path)
 {
     t_draft_path aside;
     if (!make_template(aside, path, ASIDE_MARK) || !mkdtemp(aside))
@@ -93,14 +91,12 @@ bool move_folder_aside(const char *path)
     return false;
 }
 
-bool put_in_place(const char *draft, const char *path)
+static bool put_in_place(const char *draft, const char *path)
 {
     if (rename(draft, path) == 0)
         return true;
     return errno == EISDIR && move_folder_aside(path) && rename(draft, path) == 0;
 }
-
-} // namespace
 
 void delete_file(const char *path)
 {
