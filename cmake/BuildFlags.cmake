@@ -33,7 +33,27 @@ foreach(flag ${wanted_flags})
     target_compile_options(router_compile_flags INTERFACE ${flag})
   endif()
 endforeach()
+
+# For a router's flash. Nothing unwinds: nothing is thrown, and a thread is cancelled where it has no destructors to run.
+# Calls into libraries are bound at start anyway, so they need no stubs.
+foreach(flag -Oz -fno-asynchronous-unwind-tables -fno-plt)
+  string(MAKE_C_IDENTIFIER "HAVE${flag}" have)
+  check_cxx_compiler_flag(${flag} ${have})
+  if(${have})
+    target_compile_options(router_compile_flags INTERFACE $<$<CONFIG:MinSizeRel>:${flag}>)
+  endif()
+endforeach()
 unset(CMAKE_REQUIRED_FLAGS)
+
+option(WAN_DETECT_LTO "Optimise across sources, which takes a compiler and binutils that know how" OFF)
+if(WAN_DETECT_LTO)
+  include(CheckIPOSupported)
+  check_ipo_supported(LANGUAGES CXX)
+  set(CMAKE_INTERPROCEDURAL_OPTIMIZATION ON)
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    target_link_options(router_compile_flags INTERFACE -flto-partition=one)
+  endif()
+endif()
 
 if(WAN_DETECT_FUZZ)
   set(WAN_DETECT_SANITIZE "fuzzer-no-link,address,undefined") # all of it counts its branches for the fuzzer

@@ -13,6 +13,7 @@ target_link_libraries(router::json INTERFACE "${JSON_C_LIBRARY}")
 find_path(UTHASH_INCLUDE_DIR NAMES uthash.h REQUIRED)
 add_library(router::uthash INTERFACE IMPORTED)
 target_include_directories(router::uthash SYSTEM INTERFACE "${UTHASH_INCLUDE_DIR}")
+target_compile_definitions(router::uthash INTERFACE HASH_FUNCTION=HASH_OAT) # the default is a kilobyte a table
 
 set(router_libs_found FALSE)
 if(NOT WAN_DETECT_LIBS STREQUAL "bundled")
