@@ -98,7 +98,7 @@ int64_t t_time_limit::left_ms() const
 {
     int64_t left_ms = limit_ms_ - milliseconds_since(start_);
     if (at_end_ == t_at_end::shortened && end_is_asked_for())
-        left_ms = std::min(left_ms, ENDING_LIMIT_MS - asked_for_end_since_ms());
+        left_ms = std::min(left_ms, ENDING_LIMIT_MS - end_is_seen_for_ms());
     return std::max<int64_t>(left_ms, 0);
 }
 

@@ -13,7 +13,7 @@ constexpr int64_t TERM_GRACE_MS = 500;     // from SIGTERM to SIGKILL
 constexpr int64_t KILLED_LIMIT_MS = 300;   // the kernel may hold a program that was killed
 
 enum class t_at_end {
-    shortened, // once the end of the process is asked for, nothing lasts longer than ENDING_LIMIT_MS from then
+    shortened, // once the end of the process is seen, nothing lasts longer than ENDING_LIMIT_MS from then
     kept,
 };
 

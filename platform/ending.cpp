@@ -9,7 +9,8 @@
 
 constexpr uint32_t NEVER = 0;
 
-static std::atomic<uint32_t> asked_at_ms = NEVER; // on the clock of monotonic_ms, whose 0 counts as 1
+static std::atomic<bool> asked;
+static std::atomic<uint32_t> seen_at_ms = NEVER; // on the clock of monotonic_ms, whose 0 counts as 1
 static std::atomic<int> descriptor = -1;
 
 bool init_ending()
@@ -20,8 +21,7 @@ bool init_ending()
 
 void ask_for_end()
 {
-    uint32_t before = NEVER;
-    asked_at_ms.compare_exchange_strong(before, monotonic_ms() | 1);
+    asked = true;
     const uint64_t one = 1;
     const ssize_t written = write(descriptor, &one, sizeof one);
     static_cast<void>(written); // a counter that is full wakes as well
@@ -29,12 +29,17 @@ void ask_for_end()
 
 bool end_is_asked_for()
 {
-    return asked_at_ms != NEVER;
+    return asked;
 }
 
-int64_t asked_for_end_since_ms()
+// The clock is not read in the signal handler: whoever runs the process at another speed has just the true time there.
+int64_t end_is_seen_for_ms()
 {
-    return static_cast<int32_t>(monotonic_ms() - asked_at_ms);
+    const uint32_t now_ms = monotonic_ms() | 1;
+    uint32_t seen_ms = NEVER;
+    if (seen_at_ms.compare_exchange_strong(seen_ms, now_ms))
+        return 0;
+    return static_cast<int32_t>(now_ms - seen_ms); // another thread's stamp may be younger than our reading
 }
 
 int ending_fd()
@@ -47,5 +52,6 @@ void release_ending()
     const int fd = descriptor.exchange(-1);
     if (fd >= 0)
         close(fd);
-    asked_at_ms = NEVER;
+    asked = false;
+    seen_at_ms = NEVER;
 }

@@ -7,13 +7,13 @@
 // Opens the descriptor that the waits listen to. Before any other thread; false when the kernel refuses.
 bool init_ending();
 
-// The first call counts. Safe in a signal handler; any thread.
+// Safe in a signal handler; any thread.
 void ask_for_end();
 
 bool end_is_asked_for();
 
-// Milliseconds since then. Only once the end is asked for.
-int64_t asked_for_end_since_ms();
+// Milliseconds since the first of these calls. Only once the end is asked for.
+int64_t end_is_seen_for_ms();
 
 // Readable for good once the end is asked for; negative where there is none. For waiting only.
 int ending_fd();
