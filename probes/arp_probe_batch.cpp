@@ -147,7 +147,7 @@ void read_arp_replies(t_arp_detect *ctx, t_arp_judge judge)
     for (int i = 0; i < ARP_FRAMES_PER_READ && heard != t_arp_heard::nothing && !ctx->replied; i++) {
         t_arp_packet packet;
         heard = hear_arp_packet(*ctx, &packet);
-        ctx->replied = heard == t_arp_heard::packet && judge(t_read_stage(), ctx, packet);
+        ctx->replied = heard == t_arp_heard::packet && judge(ctx, packet);
     }
     if (ctx->replied)
         packet_socket_close(&ctx->watcher);

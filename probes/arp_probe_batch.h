@@ -42,12 +42,6 @@ extern t_arp_detect_handle arp_detect_handle;
 // Arguments for "%s|%02X-%02X-%02X-%02X-%02X-%02X".
 #define ARP_TARGET_ARGS(ctx) t_ipv4_text((ctx)->target_ip_be).text, MAC_ARGS((ctx)->target_mac)
 
-// The stages of a job have one overload each of the job's function, so that its name stands in their log lines; these
-// tell them apart.
-struct t_open_stage {};
-struct t_send_stage {};
-struct t_read_stage {};
-
 constexpr int ARP_ERR_SOCKET = -92;
 constexpr int ARP_ERR_NOT_OPEN = -91;
 constexpr int ARP_ERR_BIND = -90;
@@ -83,7 +77,7 @@ int setTimeOut(int fd, int milliseconds);
 int send_arp_unicast_packet_blocked(t_arp_detect *ctx);
 
 // True when the packet is the reply that the context waits for.
-using t_arp_judge = bool (*)(t_read_stage, t_arp_detect *ctx, const t_arp_packet &packet);
+using t_arp_judge = bool (*)(t_arp_detect *ctx, const t_arp_packet &packet);
 
 // Shows `judge` the ARP packets that a context's socket received on its port, until one is the awaited reply: the
 // context has replied then, and its socket is closed. Never waits.

@@ -9,71 +9,77 @@
 #include "probes/arp_probe_batch.h"
 #include "probes/arp_table.h"
 
-static void double_check_arp_packet_all_blocked(t_open_stage, t_arp_detect *ctx, const t_arp_entry &entry)
+constexpr const char *RECHECK = "double_check_arp_packet_all_blocked"; // its parts speak in its name
+
+static void open_host(t_arp_detect *ctx, const t_arp_entry &entry)
 {
     if (init_arp_sockfd(ctx, nullptr, entry.mac, entry.address_be) != OK) {
-        LOG(Error, "Failed to init ARP socket for: %s|%02X-%02X-%02X-%02X-%02X-%02X\n", ARP_TARGET_ARGS(ctx));
+        LOG_AS(RECHECK, Error, "Failed to init ARP socket for: %s|%02X-%02X-%02X-%02X-%02X-%02X\n",
+               ARP_TARGET_ARGS(ctx));
         void_arp_target(ctx);
         return;
     }
     memcpy(ctx->source_mac, arp_detect_handle.sender_mac, MAC_SIZE);
-    LOG(Debug, "Arp packet sockfd init success in for: %s|%02X-%02X-%02X-%02X-%02X-%02X\n", ARP_TARGET_ARGS(ctx));
+    LOG_AS(RECHECK, Debug, "Arp packet sockfd init success in for: %s|%02X-%02X-%02X-%02X-%02X-%02X\n",
+           ARP_TARGET_ARGS(ctx));
 }
 
-static void double_check_arp_packet_all_blocked(t_send_stage, t_arp_detect *ctx)
+static void ask_host(t_arp_detect *ctx)
 {
-    LOG(Debug, "Ready to send Arp packet for: %s|%02X-%02X-%02X-%02X-%02X-%02X\n", ARP_TARGET_ARGS(ctx));
+    LOG_AS(RECHECK, Debug, "Ready to send Arp packet for: %s|%02X-%02X-%02X-%02X-%02X-%02X\n", ARP_TARGET_ARGS(ctx));
     if (send_arp_unicast_packet_blocked(ctx) != OK) {
-        LOG(Error, "Failed to send ARP socket for: %s|%02X-%02X-%02X-%02X-%02X-%02X\n", ARP_TARGET_ARGS(ctx));
+        LOG_AS(RECHECK, Error, "Failed to send ARP socket for: %s|%02X-%02X-%02X-%02X-%02X-%02X\n",
+               ARP_TARGET_ARGS(ctx));
         void_arp_target(ctx);
         return;
     }
-    LOG(Debug, "Send Arp packet success for: %s|%02X-%02X-%02X-%02X-%02X-%02X\n", ARP_TARGET_ARGS(ctx));
+    LOG_AS(RECHECK, Debug, "Send Arp packet success for: %s|%02X-%02X-%02X-%02X-%02X-%02X\n", ARP_TARGET_ARGS(ctx));
 }
 
 // Takes a packet as the host's reply, or leaves it.
-static bool double_check_arp_packet_all_blocked(t_read_stage, t_arp_detect *ctx, const t_arp_packet &packet)
+static bool is_reply(t_arp_detect *ctx, const t_arp_packet &packet)
 {
     if (memcmp(packet.ethernet_source, ctx->target_mac, MAC_SIZE) != 0) {
         if (may_tell_of_packet(LOG_LEVEL_Info))
-            LOG(Info, "Not match eth header:%02X-%02X-%02X-%02X-%02X-%02X|%02X-%02X-%02X-%02X-%02X-%02X\n",
-                MAC_ARGS(packet.ethernet_source), MAC_ARGS(ctx->target_mac));
+            LOG_AS(RECHECK, Info, "Not match eth header:%02X-%02X-%02X-%02X-%02X-%02X|%02X-%02X-%02X-%02X-%02X-%02X\n",
+                   MAC_ARGS(packet.ethernet_source), MAC_ARGS(ctx->target_mac));
         return false;
     }
     if (memcmp(packet.sender_mac, ctx->target_mac, MAC_SIZE) != 0) {
         if (may_tell_of_packet(LOG_LEVEL_Error))
-            LOG(Error, "Not match arp packet mac:%02X-%02X-%02X-%02X-%02X-%02X|%02X-%02X-%02X-%02X-%02X-%02X\n",
-                MAC_ARGS(packet.sender_mac), MAC_ARGS(ctx->target_mac));
+            LOG_AS(RECHECK, Error,
+                   "Not match arp packet mac:%02X-%02X-%02X-%02X-%02X-%02X|%02X-%02X-%02X-%02X-%02X-%02X\n",
+                   MAC_ARGS(packet.sender_mac), MAC_ARGS(ctx->target_mac));
         return false;
     }
     if (packet.opcode != ARP_OPCODE_REPLY) {
         if (may_tell_of_packet(LOG_LEVEL_Error))
-            LOG(Error, "Not a arp reply packet\n");
+            LOG_AS(RECHECK, Error, "Not a arp reply packet\n");
         return false;
     }
     if (packet.sender_ip_be == ctx->target_ip_be) {
-        LOG(Debug, "arp reply success in %s|%02X-%02X-%02X-%02X-%02X-%02X\n", ARP_TARGET_ARGS(ctx));
+        LOG_AS(RECHECK, Debug, "arp reply success in %s|%02X-%02X-%02X-%02X-%02X-%02X\n", ARP_TARGET_ARGS(ctx));
         return true;
     }
-    LOG(Info, "arp reply receieve a different ip:%s\n", t_ipv4_text(packet.sender_ip_be).text);
-    LOG(Info, "arp reply receieve a different ip, orig:%s\n", t_ipv4_text(ctx->target_ip_be).text);
+    LOG_AS(RECHECK, Info, "arp reply receieve a different ip:%s\n", t_ipv4_text(packet.sender_ip_be).text);
+    LOG_AS(RECHECK, Info, "arp reply receieve a different ip, orig:%s\n", t_ipv4_text(ctx->target_ip_be).text);
     if ((packet.sender_ip_be ^ arp_detect_handle.sender_ip_be) & arp_detect_handle.netmask_be) {
-        LOG(Info, "arp reply new is not same subnet with br-lan! remove it from arp hash table!\n");
+        LOG_AS(RECHECK, Info, "arp reply new is not same subnet with br-lan! remove it from arp hash table!\n");
         remove_arp_entry(arp_detect_handle.arp_table_hashmap_head, ctx->target_mac);
     } else {
-        LOG(Debug, "arp reply new ip still remains same subnet with br-lan!\n");
+        LOG_AS(RECHECK, Debug, "arp reply new ip still remains same subnet with br-lan!\n");
     }
     return true;
 }
 
-static void double_check_arp_packet_all_blocked(t_read_stage, t_arp_detect *ctx)
+static void hear_host(t_arp_detect *ctx)
 {
-    LOG(Debug, "Trying to recv Arp packet for: %s|%02X-%02X-%02X-%02X-%02X-%02X\n", ARP_TARGET_ARGS(ctx));
-    read_arp_replies(ctx, double_check_arp_packet_all_blocked);
+    LOG_AS(RECHECK, Debug, "Trying to recv Arp packet for: %s|%02X-%02X-%02X-%02X-%02X-%02X\n", ARP_TARGET_ARGS(ctx));
+    read_arp_replies(ctx, is_reply);
     if (ctx->replied)
         return;
-    LOG(Info, "No arp reply from %s|%02X-%02X-%02X-%02X-%02X-%02X! Remove it from arp hash table!\n",
-        ARP_TARGET_ARGS(ctx));
+    LOG_AS(RECHECK, Info, "No arp reply from %s|%02X-%02X-%02X-%02X-%02X-%02X! Remove it from arp hash table!\n",
+           ARP_TARGET_ARGS(ctx));
     remove_arp_entry(arp_detect_handle.arp_table_hashmap_head, ctx->target_mac);
 }
 
@@ -108,12 +114,12 @@ int double_check_arp_packet_all_blocked(t_arp_entry **arp_table_hashmap_head, ui
     t_arp_detect *const contexts = arp_detect_handle.contexts;
     const t_arp_entry *entry = *arp_table_hashmap_head;
     for (uint8_t i = 0; i < count; i++, entry = static_cast<t_arp_entry *>(entry->hh.next))
-        double_check_arp_packet_all_blocked(t_open_stage(), &contexts[i], *entry);
+        open_host(&contexts[i], *entry);
     for (uint8_t i = 0; i < count; i++)
-        double_check_arp_packet_all_blocked(t_send_stage(), &contexts[i]);
+        ask_host(&contexts[i]);
     sleep_ms(ARP_WAIT_FOR_REPLIES_MS);
     for (uint8_t i = 0; i < count; i++)
-        double_check_arp_packet_all_blocked(t_read_stage(), &contexts[i]);
+        hear_host(&contexts[i]);
     release_arp_detect_handle();
     return OK;
 }

@@ -11,87 +11,92 @@
 #include "probes/arp_probe_batch.h"
 
 constexpr int ARP_SEARCH_ATTEMPTS = 2;
+constexpr const char *SEARCH = "check_ip_using_arp_blocked"; // the parts of the search speak in its name
 
-static void check_ip_using_arp_blocked(t_open_stage, t_arp_detect *ctx, t_device *dev, const uint8_t *target_mac,
-                                       uint32_t target_be)
+static void open_port(t_arp_detect *ctx, t_device *dev, const uint8_t *target_mac, uint32_t target_be)
 {
     if (!dev || init_arp_sockfd(ctx, dev, target_mac, target_be) != OK) {
-        LOG(Error, "Failed to init ARP socket for: %s|%02X-%02X-%02X-%02X-%02X-%02X, bind to dev:%s\n",
-            t_ipv4_text(target_be).text, MAC_ARGS(target_mac), device_name(dev));
+        LOG_AS(SEARCH, Error, "Failed to init ARP socket for: %s|%02X-%02X-%02X-%02X-%02X-%02X, bind to dev:%s\n",
+               t_ipv4_text(target_be).text, MAC_ARGS(target_mac), device_name(dev));
         void_arp_target(ctx);
         // A port that cannot be asked has not answered either, and has to leave the list like any silent one.
         ctx->dev = dev;
         return;
     }
-    LOG(Debug, "Get device:%s , index=%d, hw_addr=%02x-%02x-%02x-%02x-%02x-%02x\n", dev->name, ctx->ifindex,
-        MAC_ARGS(ctx->source_mac));
-    LOG(Debug, "Arp packet sockfd init success in for: %s|%02X-%02X-%02X-%02X-%02X-%02X, bind to dev:%s\n",
-        ARP_TARGET_ARGS(ctx), dev->name);
+    LOG_AS(SEARCH, Debug, "Get device:%s , index=%d, hw_addr=%02x-%02x-%02x-%02x-%02x-%02x\n", dev->name, ctx->ifindex,
+           MAC_ARGS(ctx->source_mac));
+    LOG_AS(SEARCH, Debug, "Arp packet sockfd init success in for: %s|%02X-%02X-%02X-%02X-%02X-%02X, bind to dev:%s\n",
+           ARP_TARGET_ARGS(ctx), dev->name);
 }
 
-static void check_ip_using_arp_blocked(t_send_stage, t_arp_detect *ctx, int attempt)
+static void ask_port(t_arp_detect *ctx, int attempt)
 {
-    LOG(Debug, "Ready to send Arp packet for: %s|%02X-%02X-%02X-%02X-%02X-%02X via dev:%s, retry_times:%d/%d\n",
-        ARP_TARGET_ARGS(ctx), device_name(ctx->dev), attempt, ARP_SEARCH_ATTEMPTS);
+    LOG_AS(SEARCH, Debug,
+           "Ready to send Arp packet for: %s|%02X-%02X-%02X-%02X-%02X-%02X via dev:%s, retry_times:%d/%d\n",
+           ARP_TARGET_ARGS(ctx), device_name(ctx->dev), attempt, ARP_SEARCH_ATTEMPTS);
     if (send_arp_unicast_packet_blocked(ctx) != OK) {
-        LOG(Error, "Failed to send ARP socket for: %s|%02X-%02X-%02X-%02X-%02X-%02X via dev:%s\n", ARP_TARGET_ARGS(ctx),
-            device_name(ctx->dev));
+        LOG_AS(SEARCH, Error, "Failed to send ARP socket for: %s|%02X-%02X-%02X-%02X-%02X-%02X via dev:%s\n",
+               ARP_TARGET_ARGS(ctx), device_name(ctx->dev));
         memset(ctx->target_mac, 0, sizeof ctx->target_mac);
         return;
     }
-    LOG(Debug, "Send Arp packet success for: %s|%02X-%02X-%02X-%02X-%02X-%02X via dev:%s\n", ARP_TARGET_ARGS(ctx),
-        device_name(ctx->dev));
+    LOG_AS(SEARCH, Debug, "Send Arp packet success for: %s|%02X-%02X-%02X-%02X-%02X-%02X via dev:%s\n",
+           ARP_TARGET_ARGS(ctx), device_name(ctx->dev));
 }
 
 // Takes a packet as the answer, or leaves it. Whose frame it is does not matter: an answer tells the MAC.
-static bool check_ip_using_arp_blocked(t_read_stage, t_arp_detect *ctx, const t_arp_packet &packet)
+static bool is_answer(t_arp_detect *ctx, const t_arp_packet &packet)
 {
     if (packet.opcode != ARP_OPCODE_REPLY) {
         if (may_tell_of_packet(LOG_LEVEL_Error))
-            LOG(Error, "Not a arp reply packet\n");
+            LOG_AS(SEARCH, Error, "Not a arp reply packet\n");
         return false;
     }
     if (packet.sender_ip_be != ctx->target_ip_be) {
         if (may_tell_of_packet(LOG_LEVEL_Info))
-            LOG(Info, "arp reply receieve a different ip:%s, Ignore!\n", t_ipv4_text(packet.sender_ip_be).text);
+            LOG_AS(SEARCH, Info, "arp reply receieve a different ip:%s, Ignore!\n",
+                   t_ipv4_text(packet.sender_ip_be).text);
         if (may_tell_of_packet(LOG_LEVEL_Info))
-            LOG(Info, "arp reply receieve a different ip, orig:%s, Ignore!\n", t_ipv4_text(ctx->target_ip_be).text);
+            LOG_AS(SEARCH, Info, "arp reply receieve a different ip, orig:%s, Ignore!\n",
+                   t_ipv4_text(ctx->target_ip_be).text);
         return false;
     }
     memcpy(ctx->dev->result.server_mac, packet.sender_mac, MAC_SIZE);
-    LOG(Debug, "arp reply success in %s|%02X-%02X-%02X-%02X-%02X-%02X via dev:%s, and mac is overwriten!!\n",
-        ARP_TARGET_ARGS(ctx), device_name(ctx->dev));
+    LOG_AS(SEARCH, Debug, "arp reply success in %s|%02X-%02X-%02X-%02X-%02X-%02X via dev:%s, and mac is overwriten!!\n",
+           ARP_TARGET_ARGS(ctx), device_name(ctx->dev));
     return true;
 }
 
-static void check_ip_using_arp_blocked(t_read_stage, t_arp_detect *ctx, int attempt)
+static void hear_port(t_arp_detect *ctx, int attempt)
 {
-    LOG(Debug, "Trying to recv Arp packet for: %s|%02X-%02X-%02X-%02X-%02X-%02X via dev:%s, retry_times:%d/%d\n",
-        ARP_TARGET_ARGS(ctx), device_name(ctx->dev), attempt, ARP_SEARCH_ATTEMPTS);
-    read_arp_replies(ctx, check_ip_using_arp_blocked);
+    LOG_AS(SEARCH, Debug,
+           "Trying to recv Arp packet for: %s|%02X-%02X-%02X-%02X-%02X-%02X via dev:%s, retry_times:%d/%d\n",
+           ARP_TARGET_ARGS(ctx), device_name(ctx->dev), attempt, ARP_SEARCH_ATTEMPTS);
+    read_arp_replies(ctx, is_answer);
 }
 
 // One attempt over the whole batch; true when a port answered.
-static bool check_ip_using_arp_blocked(t_arp_detect *contexts, uint8_t count, int attempt)
+static bool ask_all_ports(t_arp_detect *contexts, uint8_t count, int attempt)
 {
     for (uint8_t i = 0; i < count; i++)
-        check_ip_using_arp_blocked(t_send_stage(), &contexts[i], attempt);
+        ask_port(&contexts[i], attempt);
     sleep_ms(ARP_WAIT_FOR_REPLIES_MS);
     const t_arp_detect *first = nullptr;
     for (uint8_t i = 0; i < count; i++) {
-        check_ip_using_arp_blocked(t_read_stage(), &contexts[i], attempt);
+        hear_port(&contexts[i], attempt);
         if (contexts[i].replied && !first)
             first = &contexts[i];
     }
     if (first)
-        LOG(Debug, "arp reply success in dev:%s\n", device_name(first->dev));
+        LOG_AS(SEARCH, Debug, "arp reply success in dev:%s\n", device_name(first->dev));
     return first;
 }
 
-static void check_ip_using_arp_blocked(const t_arp_detect &silent, t_device_list_head *list)
+static void drop_silent_port(const t_arp_detect &silent, t_device_list_head *list)
 {
-    LOG(Info, "No arp reply from %s|%02X-%02X-%02X-%02X-%02X-%02X via dev:%s! Remove it from possible wan list!\n",
-        ARP_TARGET_ARGS(&silent), device_name(silent.dev));
+    LOG_AS(SEARCH, Info,
+           "No arp reply from %s|%02X-%02X-%02X-%02X-%02X-%02X via dev:%s! Remove it from possible wan list!\n",
+           ARP_TARGET_ARGS(&silent), device_name(silent.dev));
     if (silent.dev)
         remove_fake_wan_if_match(silent.dev, false);
     if (remove_unique_device_from_list(&list->head, silent.dev) == OK)
@@ -125,14 +130,14 @@ int check_ip_using_arp_blocked(uint32_t target_be, const uint8_t *target_mac, t_
             LOG(Error, "Impssible, will access out of bound! Check count of possible_dev_list!\n");
             break;
         }
-        check_ip_using_arp_blocked(t_open_stage(), &contexts[i], node->dev, target_mac, target_be);
+        open_port(&contexts[i], node->dev, target_mac, target_be);
     }
     int attempt = 1;
-    while (!check_ip_using_arp_blocked(contexts, count, attempt) && attempt < ARP_SEARCH_ATTEMPTS)
+    while (!ask_all_ports(contexts, count, attempt) && attempt < ARP_SEARCH_ATTEMPTS)
         attempt++;
     for (i = 0; i < count; i++)
         if (!contexts[i].replied)
-            check_ip_using_arp_blocked(contexts[i], list);
+            drop_silent_port(contexts[i], list);
     release_arp_detect_handle();
     return OK;
 }

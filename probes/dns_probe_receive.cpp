@@ -44,39 +44,51 @@ bool read_answer(const uloop_fd &watcher, t_dns_answer *answer, bool accept_empt
 
 } // namespace
 
-// Judges one frame; the messages are the waiting loop's own.
-static bool recv_dns_query(t_dns_entry *entry, const t_dns_answer &answer)
+// Says why a frame is not the answer; one without answers is passed over in silence.
+static void tell_flaw(t_dns_entry *entry, const t_dns_answer &answer, t_dns_flaw flaw, const char *speaker)
 {
-    switch (find_dns_flaw(answer, *entry, false)) {
-    case t_dns_flaw::protocol:
-        if (may_tell(entry, LOG_LEVEL_Debug))
-            LOG(Debug, "DNS response check fail at IP protocol: %d/%d\n", answer.protocol, IPV4_PROTOCOL_UDP);
-        return false;
+    switch (flaw) {
+    case t_dns_flaw::identification:
+        if (may_tell(entry, LOG_LEVEL_Info))
+            LOG_AS(speaker, Info, "DNS response check fail at IP id: %d/%d\n", answer.identification,
+                   dns_ip_identification(entry->query_id));
+        return;
     case t_dns_flaw::addresses:
         if (may_tell(entry, LOG_LEVEL_Info))
-            LOG(Info, "DNS response check fail at IP addr dst_addr: %s\n", t_ipv4_text(answer.destination_be).text);
+            LOG_AS(speaker, Info, "DNS response check fail at IP addr dst_addr: %s\n",
+                   t_ipv4_text(answer.destination_be).text);
         if (may_tell(entry, LOG_LEVEL_Info))
-            LOG(Info, "DNS response check fail at IP addr src_addr: %s\n", t_ipv4_text(answer.source_be).text);
-        return false;
+            LOG_AS(speaker, Info, "DNS response check fail at IP addr src_addr: %s\n",
+                   t_ipv4_text(answer.source_be).text);
+        return;
     case t_dns_flaw::port:
         if (may_tell(entry, LOG_LEVEL_Info))
-            LOG(Info, "DNS response check fail at udp port: %d/%d\n", answer.source_port, DNS_SERVER_PORT);
-        return false;
+            LOG_AS(speaker, Info, "DNS response check fail at udp port: %d/%d\n", answer.source_port, DNS_SERVER_PORT);
+        return;
     case t_dns_flaw::id:
         if (may_tell(entry, LOG_LEVEL_Info))
-            LOG(Info, "DNS response check fail at dns id: %d/%d\n", answer.id, entry->query_id);
-        return false;
-    case t_dns_flaw::identification:
+            LOG_AS(speaker, Info, "DNS response check fail at dns id: %d/%d\n", answer.id, entry->query_id);
+        return;
+    case t_dns_flaw::protocol: // each of the two ways says it at its own level
     case t_dns_flaw::no_answers:
-        return false;
     case t_dns_flaw::none:
-        return true;
+        return;
     }
-    return false;
+}
+
+static void accept_answer(t_dns_entry *entry, const char *speaker)
+{
+    entry->received = 1;
+    handle_of(entry)->winner = entry->dev;
+    LOG_AS(speaker, Info, "dns response checked! eth=%s, dev_ip:%s\n", device_name(entry->dev),
+           t_ipv4_text(entry->dev_ip_be).text);
+    LOG_AS(speaker, Info, "dns response checked! eth=%s, dns_server:%s\n", device_name(entry->dev),
+           t_ipv4_text(entry->dns_server_be).text);
 }
 
 void recv_dns_query(uloop_fd *watcher)
 {
+    const char *const speaker = "recv_dns_query";
     t_dns_entry *entry = entry_of(watcher);
     if (entry->received) {
         LOG(Debug, "Already receieved response!\n");
@@ -86,55 +98,18 @@ void recv_dns_query(uloop_fd *watcher)
     for (int i = 0; i < DNS_FRAMES_PER_READ && read_answer(*watcher, &answer, false); i++) {
         if (may_tell(entry, LOG_LEVEL_Info))
             LOG(Info, "dns response from ip=%s!\n", t_ipv4_text(entry->dev_ip_be).text);
-        if (!recv_dns_query(entry, answer))
-            continue;
-        entry->received = 1;
-        handle_of(entry)->winner = entry->dev;
-        LOG(Info, "dns response checked! eth=%s, dev_ip:%s\n", device_name(entry->dev),
-            t_ipv4_text(entry->dev_ip_be).text);
-        LOG(Info, "dns response checked! eth=%s, dns_server:%s\n", device_name(entry->dev),
-            t_ipv4_text(entry->dns_server_be).text);
-        return;
+        const t_dns_flaw flaw = find_dns_flaw(answer, *entry, false);
+        if (flaw == t_dns_flaw::none)
+            return accept_answer(entry, speaker);
+        if (flaw == t_dns_flaw::protocol && may_tell(entry, LOG_LEVEL_Debug))
+            LOG(Debug, "DNS response check fail at IP protocol: %d/%d\n", answer.protocol, IPV4_PROTOCOL_UDP);
+        tell_flaw(entry, answer, flaw, speaker);
     }
-}
-
-// Judges one frame; unlike the waiting loop it looks at the identification and shows every protocol.
-static bool uloop_recv_dns_query(t_dns_entry *entry, const t_dns_answer &answer)
-{
-    switch (find_dns_flaw(answer, *entry, true)) {
-    case t_dns_flaw::protocol:
-        if (may_tell(entry, LOG_LEVEL_Info))
-            LOG(Info, "DNS response check fail at IP protocol: %d/%d\n", answer.protocol, IPV4_PROTOCOL_UDP);
-        return false;
-    case t_dns_flaw::identification:
-        if (may_tell(entry, LOG_LEVEL_Info))
-            LOG(Info, "DNS response check fail at IP id: %d/%d\n", answer.identification,
-                dns_ip_identification(entry->query_id));
-        return false;
-    case t_dns_flaw::addresses:
-        if (may_tell(entry, LOG_LEVEL_Info))
-            LOG(Info, "DNS response check fail at IP addr dst_addr: %s\n", t_ipv4_text(answer.destination_be).text);
-        if (may_tell(entry, LOG_LEVEL_Info))
-            LOG(Info, "DNS response check fail at IP addr src_addr: %s\n", t_ipv4_text(answer.source_be).text);
-        return false;
-    case t_dns_flaw::port:
-        if (may_tell(entry, LOG_LEVEL_Info))
-            LOG(Info, "DNS response check fail at udp port: %d/%d\n", answer.source_port, DNS_SERVER_PORT);
-        return false;
-    case t_dns_flaw::id:
-        if (may_tell(entry, LOG_LEVEL_Info))
-            LOG(Info, "DNS response check fail at dns id: %d/%d\n", answer.id, entry->query_id);
-        return false;
-    case t_dns_flaw::no_answers:
-        return false;
-    case t_dns_flaw::none:
-        return true;
-    }
-    return false;
 }
 
 void uloop_recv_dns_query(uloop_fd *watcher, unsigned int events)
 {
+    const char *const speaker = "uloop_recv_dns_query";
     t_dns_entry *entry = entry_of(watcher);
     if (entry->received) {
         LOG(Debug, "Already receieved response!\n");
@@ -145,15 +120,15 @@ void uloop_recv_dns_query(uloop_fd *watcher, unsigned int events)
     if (!(events & ULOOP_READ))
         return;
     t_dns_answer answer;
-    if (!read_answer(*watcher, &answer, true) || !uloop_recv_dns_query(entry, answer)) {
-        if (may_tell(entry, LOG_LEVEL_Info))
-            LOG(Info, "dns through ip %s failed!\n", t_ipv4_text(entry->dev_ip_be).text);
-        entry->received = 0;
-        return;
+    if (read_answer(*watcher, &answer, true)) {
+        const t_dns_flaw flaw = find_dns_flaw(answer, *entry, true);
+        if (flaw == t_dns_flaw::none)
+            return accept_answer(entry, speaker);
+        if (flaw == t_dns_flaw::protocol && may_tell(entry, LOG_LEVEL_Info))
+            LOG(Info, "DNS response check fail at IP protocol: %d/%d\n", answer.protocol, IPV4_PROTOCOL_UDP);
+        tell_flaw(entry, answer, flaw, speaker);
     }
-    entry->received = 1;
-    handle_of(entry)->winner = entry->dev;
-    LOG(Info, "dns response checked! eth=%s, dev_ip:%s\n", device_name(entry->dev), t_ipv4_text(entry->dev_ip_be).text);
-    LOG(Info, "dns response checked! eth=%s, dns_server:%s\n", device_name(entry->dev),
-        t_ipv4_text(entry->dns_server_be).text);
+    if (may_tell(entry, LOG_LEVEL_Info))
+        LOG(Info, "dns through ip %s failed!\n", t_ipv4_text(entry->dev_ip_be).text);
+    entry->received = 0;
 }

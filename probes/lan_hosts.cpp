@@ -61,29 +61,32 @@ static void double_checkarp_table(t_port_model *model, const t_interface_info &l
         LOG(Error, "failed to send&recv ARP sniffer packet, continue whatever!\n");
 }
 
+constexpr const char *UPDATE = "update_brlan_dev"; // its part speaks in its name
+
 // Looks at one forwarding record. Whoever invents hosts makes many, so each is one of the lines that may be left out.
-static void update_brlan_dev(t_port_model *model, const t_interface_info &lan, const t_bridge_record &record, bool told)
+static void mark_port(t_port_model *model, const t_interface_info &lan, const t_bridge_record &record, bool told)
 {
     t_device *dev = find_device_by_brlan_index(model->dev_hashmap_head, record.port);
     if (!dev) {
         if (told)
-            LOG(Debug, "No device index(%d) match in device hashmap!\n", record.port);
+            LOG_AS(UPDATE, Debug, "No device index(%d) match in device hashmap!\n", record.port);
         return;
     }
     if (dev->is_brlan_dev) {
         if (told)
-            LOG(Debug, "device:%s already has an ip that has same subnet as LAN!\n", dev->name);
+            LOG_AS(UPDATE, Debug, "device:%s already has an ip that has same subnet as LAN!\n", dev->name);
         return;
     }
     const t_arp_entry *entry = find_arp_entry(model->arp_table_hashmap_head, record.mac);
     if (!entry) {
         if (told)
-            LOG(Debug, "Failed to find arp entry for %02X-%02X-%02X-%02X-%02X-%02X!\n", MAC_ARGS(record.mac));
+            LOG_AS(UPDATE, Debug, "Failed to find arp entry for %02X-%02X-%02X-%02X-%02X-%02X!\n",
+                   MAC_ARGS(record.mac));
         return;
     }
     if (told)
-        LOG(Debug, "find ip|mac:%s|%02X-%02X-%02X-%02X-%02X-%02X has same subnet as LAN in dev:%s!\n",
-            t_ipv4_text(lan.address_be).text, MAC_ARGS(entry->mac), dev->name);
+        LOG_AS(UPDATE, Debug, "find ip|mac:%s|%02X-%02X-%02X-%02X-%02X-%02X has same subnet as LAN in dev:%s!\n",
+               t_ipv4_text(lan.address_be).text, MAC_ARGS(entry->mac), dev->name);
     dev->is_brlan_dev = 1;
 }
 
@@ -114,7 +117,7 @@ int update_brlan_dev(t_port_model *model)
     double_checkarp_table(model, lan, lan_ifindex);
     t_frame_lines lines = {.probe = "lan hosts", .second = {}, .left_out = 0};
     for (int i = 0; i < record_count; i++)
-        update_brlan_dev(model, lan, sources.records[i], may_tell_of_frame(&lines, LOG_LEVEL_Debug));
+        mark_port(model, lan, sources.records[i], may_tell_of_frame(&lines, LOG_LEVEL_Debug));
     tell_lines_left_out(&lines);
     return OK;
 }

@@ -418,7 +418,7 @@ TEST_F(arp_host_check, a_context_is_closed_by_its_first_reply_and_no_sooner)
     ASSERT_TRUE(open_arp_batch(1));
     t_arp_detect *ctx = &arp_detect_handle.contexts[0];
     ASSERT_EQ(init_arp_sockfd(ctx, nullptr, mac("aa:bb:cc:00:00:32").data(), ip("192.168.1.50")), 0);
-    const auto judge = [](t_read_stage, t_arp_detect *, const t_arp_packet &packet) {
+    const auto judge = [](t_arp_detect *, const t_arp_packet &packet) {
         return packet.sender_ip_be == ip("192.168.1.50");
     };
     everybody_hears(t_arp_answer{mac("aa:bb:cc:00:00:32"), ip("192.168.1.9")}.bytes());
