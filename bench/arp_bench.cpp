@@ -38,11 +38,12 @@ constexpr uint32_t ETHERNET_HARDWARE = 1;
 // Host `number` of the LAN.
 struct t_host {
     uint32_t address_be;
-    uint8_t mac[MAC_SIZE];
+    t_mac mac;
 
     explicit t_host(int number)
-        : address_be(htonl(LAN_SUBNET + static_cast<uint32_t>(FIRST_HOST + number))),
-          mac{2, 0, 0, 0, 1, static_cast<uint8_t>(number)}
+        : address_be(htonl(LAN_SUBNET + static_cast<uint32_t>(FIRST_HOST + number))), mac{{2, 0, 0, 0, 1,
+                                                                                           static_cast<uint8_t>(
+                                                                                               number)}}
     {
     }
     std::string mac_text() const
@@ -103,7 +104,7 @@ void recheck(benchmark::State &state)
     for (auto _ : state) {
         t_arp_entry *table = table_of(hosts);
         meter.measure([&] {
-            return double_check_arp_packet_all_blocked(&table, lan.address_be, lan.netmask_be, lan.mac,
+            return double_check_arp_packet_all_blocked(&table, lan.address_be, lan.netmask_be, &lan.mac,
                                                        if_nametoindex(LAN_BRIDGE));
         });
         kept += arp_table_count(table);
@@ -167,12 +168,10 @@ void invent(int macs)
     sockaddr_ll line = {};
     line.sll_family = AF_PACKET;
     line.sll_ifindex = static_cast<int>(if_nametoindex(HOSTS));
-    t_ethernet_header header = {
-        .destination = {0xff, 0xff, 0xff, 0xff, 0xff, 0xff}, .source = {2, 0, 0}, .ether_type_be = 0};
+    t_ethernet_header header = {.destination = BROADCAST_MAC, .source = {{2, 1, 0}}, .ether_type_be = 0};
     for (int i = 0; i < macs; i++) {
         const uint32_t number_be = htonl(static_cast<uint32_t>(i));
-        memcpy(header.source + MAC_SIZE - sizeof number_be, &number_be, sizeof number_be);
-        header.source[1] = 1;
+        memcpy(header.source.bytes + MAC_SIZE - sizeof number_be, &number_be, sizeof number_be);
         if (sendto(fd, &header, sizeof header, 0, reinterpret_cast<sockaddr *>(&line), sizeof line) < 0)
             give_up("an invented host does not send");
     }

@@ -13,7 +13,7 @@
 #include "model/port_model.h"
 #include "model/tables.h"
 #include "platform/result_codes.h"
-#include "probes/dhcp_probe.h"
+#include "probes/dhcp_discovery.h"
 
 namespace {
 
@@ -49,7 +49,7 @@ struct t_candidates {
 bool all_answered()
 {
     for (int i = 0; i < dhcp_detect_handle.device_num; i++)
-        if (!dhcp_detect_handle.contexts[i].offer_received)
+        if (!dhcp_detect_handle.contexts[i].answered)
             return false;
     return true;
 }

@@ -11,17 +11,16 @@
 #include <unistd.h>
 
 #include "bench/networks.h"
+#include "lab/offer.h"
 #include "probes/arp_probe_frame.h"
 
 namespace {
 
 constexpr int POLL_MS = 50;
 constexpr uint16_t BOOTP_SERVER = 67;
-constexpr uint16_t BOOTP_CLIENT = 68;
 constexpr uint8_t BOOTP_REQUEST = 1;
-constexpr uint8_t BOOTP_REPLY = 2;
 constexpr uint32_t OFFERED_ADDRESS = 0x0a000002;
-constexpr uint8_t SERVER_MAC[MAC_SIZE] = {2, 0, 0, 0, 0, 1};
+constexpr t_mac SERVER_MAC = {{2, 0, 0, 0, 0, 1}};
 // An OFFER (53), its router (3), its name server (6), the end.
 constexpr uint8_t OFFER_OPTIONS[] = {53, 1, 2, 3, 4, 10, 0, 0, 1, 6, 4, 10, 0, 0, 53, 255};
 
@@ -47,15 +46,11 @@ bool answer_discover(uint8_t (&bytes)[LARGEST_FRAME], size_t size)
     memcpy(&frame, bytes, sizeof frame);
     if (frame.udp.destination_port_be != htons(BOOTP_SERVER) || frame.dhcp.op != BOOTP_REQUEST)
         return false;
-    memcpy(frame.ethernet.destination, frame.ethernet.source, MAC_SIZE);
-    memcpy(frame.ethernet.source, SERVER_MAC, MAC_SIZE);
-    frame.udp.source_port_be = htons(BOOTP_SERVER);
-    frame.udp.destination_port_be = htons(BOOTP_CLIENT);
-    frame.dhcp.op = BOOTP_REPLY;
-    frame.dhcp.yiaddr_be = htonl(OFFERED_ADDRESS);
-    memset(frame.dhcp.options, 0, sizeof frame.dhcp.options);
-    memcpy(frame.dhcp.options, OFFER_OPTIONS, sizeof OFFER_OPTIONS);
-    memcpy(bytes, &frame, sizeof frame);
+    const t_dhcp_frame answer = offer_to(frame, {.server_mac = SERVER_MAC,
+                                                 .server_be = frame.ipv4.source_be,
+                                                 .address_be = htonl(OFFERED_ADDRESS),
+                                                 .options = OFFER_OPTIONS});
+    memcpy(bytes, &answer, sizeof answer);
     return true;
 }
 
@@ -68,12 +63,12 @@ bool answer_arp(uint8_t (&bytes)[LARGEST_FRAME], size_t size)
     if (request.opcode_be != htons(ARP_OPCODE_REQUEST))
         return false;
     t_arp_frame reply = request;
-    memcpy(reply.ethernet.destination, request.ethernet.source, MAC_SIZE);
-    memcpy(reply.ethernet.source, request.ethernet.destination, MAC_SIZE);
+    reply.ethernet.destination = request.ethernet.source;
+    reply.ethernet.source = request.ethernet.destination;
     reply.opcode_be = htons(ARP_OPCODE_REPLY);
-    memcpy(reply.sender_mac, request.ethernet.destination, MAC_SIZE);
+    reply.sender_mac = request.ethernet.destination;
     reply.sender_ip_be = request.target_ip_be;
-    memcpy(reply.target_mac, request.sender_mac, MAC_SIZE);
+    reply.target_mac = request.sender_mac;
     reply.target_ip_be = request.sender_ip_be;
     memcpy(bytes, &reply, sizeof reply);
     return true;

@@ -107,7 +107,7 @@ static t_dns_entry &fill_dns_entry(t_dns_entry &entry, t_device *dev)
     uint32_t server = dev->result.dns_server.ipv4_be;
     entry.dns_server_be = server ? server : dev->result.gateway.ipv4_be;
     send_special_arp(dev, entry.dns_server_be);
-    memcpy(entry.server_mac, dev->result.server_mac, MAC_SIZE);
+    entry.server_mac = mac_at(dev->result.server_mac);
     return entry;
 }
 

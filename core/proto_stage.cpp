@@ -13,10 +13,10 @@
 #include "platform/files.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
-#include "probes/dhcp_probe.h"
+#include "probes/dhcp_discovery.h"
 #include "probes/dispatch.h"
 #include "probes/lan_hosts.h"
-#include "probes/pppoe_probe.h"
+#include "probes/pppoe_discovery.h"
 
 // The parts of the stage's two callbacks speak in their names.
 constexpr const char *SEND = "uloop_proto_detect_start";

@@ -19,10 +19,9 @@ constexpr uint32_t LONG_GARBAGE = 32;          // one frame in so many may have 
 constexpr uint32_t OTHERS_SUBNET = 0x0a630000; // 10.99.0.0/16
 constexpr uint16_t DHCP_SERVER = 67, DHCP_CLIENT = 68, DNS_SERVER = 53, DNS_CLIENT = 21000;
 
-void put_host(uint8_t *mac, uint64_t port, uint32_t number)
+t_mac mac_of_host(uint64_t port, uint32_t number)
 {
-    const uint8_t bytes[MAC_SIZE] = {0x02, 0x00, 0x5e, 0x40, static_cast<uint8_t>(port), static_cast<uint8_t>(number)};
-    memcpy(mac, bytes, sizeof bytes);
+    return {{0x02, 0x00, 0x5e, 0x40, static_cast<uint8_t>(port), static_cast<uint8_t>(number)}};
 }
 
 // From one host to another behind the same port, which a bridge keeps to itself; now and then to everyone.
@@ -30,10 +29,10 @@ void address(t_flood_frame *frame, uint8_t port, uint16_t ether_type, t_dice *di
 {
     t_ethernet_header header = {};
     const uint32_t from = dice->below(HOSTS);
-    put_host(header.source, port, from);
-    put_host(header.destination, port, (from + 1 + dice->below(HOSTS - 1)) % HOSTS);
+    header.source = mac_of_host(port, from);
+    header.destination = mac_of_host(port, (from + 1 + dice->below(HOSTS - 1)) % HOSTS);
     if (dice->below(BROADCASTS) == 0)
-        memcpy(header.destination, BROADCAST_MAC, MAC_SIZE);
+        header.destination = BROADCAST_MAC;
     header.ether_type_be = htons(ether_type);
     memcpy(frame->bytes, &header, sizeof header);
 }
@@ -123,9 +122,9 @@ void make_arp(t_flood_frame *frame, uint8_t port, t_dice *dice)
     arp.hardware_length = MAC_SIZE;
     arp.protocol_length = sizeof arp.sender_ip_be;
     arp.opcode_be = htons(static_cast<uint16_t>(1 + dice->below(2)));
-    memcpy(arp.sender_mac, arp.ethernet.source, MAC_SIZE);
+    arp.sender_mac = arp.ethernet.source;
     arp.sender_ip_be = some_address(dice);
-    memcpy(arp.target_mac, arp.ethernet.destination, MAC_SIZE);
+    arp.target_mac = arp.ethernet.destination;
     arp.target_ip_be = some_address(dice);
     memcpy(frame->bytes, &arp, sizeof arp);
     frame->size = sizeof arp;

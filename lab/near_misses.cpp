@@ -6,16 +6,17 @@
 #include <cstring>
 #include <net/ethernet.h>
 
+#include "lab/offer.h"
 #include "probes/wire_formats.h"
 
 namespace {
 
-constexpr uint8_t SERVER_MAC[MAC_SIZE] = {0x02, 0x00, 0x5e, 0x41, 0x00, 0x01};
-constexpr uint8_t LAN_BRIDGE_MAC[MAC_SIZE] = {0x02, 0x00, 0x5e, 0x10, 0x00, 0x01}; // as lab/network.py sets it
+constexpr t_mac SERVER_MAC = {{0x02, 0x00, 0x5e, 0x41, 0x00, 0x01}};
+constexpr t_mac LAN_BRIDGE_MAC = {{0x02, 0x00, 0x5e, 0x10, 0x00, 0x01}}; // as lab/network.py sets it
 constexpr uint16_t DISCOVER_IDENTIFICATION = 0xd431;
 constexpr uint16_t PPPOE_DISCOVERY = 0x8863, PPPOE_SESSION = 0x8864;
 constexpr uint8_t CODE_PADI = 0x09, CODE_PADO = 0x07, CODE_PADS = 0x65;
-constexpr uint16_t DNS_CLIENT = 21000, DNS_SERVER = 53, DHCP_SERVER = 67, DHCP_CLIENT = 68;
+constexpr uint16_t DNS_CLIENT = 21000, DNS_SERVER = 53, DHCP_SERVER = 67;
 constexpr uint8_t TCP = 6;
 constexpr uint16_t BIT = 1; // what is off is off by one bit
 constexpr uint8_t COOKIE[] = {0x63, 0x82, 0x53, 0x63};
@@ -45,19 +46,11 @@ enum class t_offer_flaw { xid, op, port, protocol, cookie, own_mac, cut, shifted
 
 t_dhcp_frame right_offer(const t_flood_frame &question)
 {
-    auto offer = read<t_dhcp_frame>(question);
-    memcpy(offer.ethernet.destination, offer.ethernet.source, MAC_SIZE);
-    memcpy(offer.ethernet.source, SERVER_MAC, MAC_SIZE);
-    offer.ipv4.source_be = htonl(0x0a630001);
-    offer.ipv4.destination_be = htonl(0x0a630042);
-    offer.udp.source_port_be = htons(DHCP_SERVER);
-    offer.udp.destination_port_be = htons(DHCP_CLIENT);
-    offer.dhcp.op = 2;
-    offer.dhcp.yiaddr_be = htonl(0x0a630042);
-    const uint8_t options[] = {53, 1, 2, 54, 4, 10, 99, 0, 1, 3, 4, 10, 99, 0, 1, 255};
-    memset(offer.dhcp.options, 0, sizeof offer.dhcp.options);
-    memcpy(offer.dhcp.options, options, sizeof options);
-    return offer;
+    constexpr uint8_t options[] = {53, 1, 2, 54, 4, 10, 99, 0, 1, 3, 4, 10, 99, 0, 1, 255};
+    return offer_to(read<t_dhcp_frame>(question), {.server_mac = SERVER_MAC,
+                                                   .server_be = htonl(0x0a630001),
+                                                   .address_be = htonl(0x0a630042),
+                                                   .options = options});
 }
 
 void flawed_offer(t_flood_frame *frame, t_offer_flaw flaw, const t_flood_frame &question)
@@ -80,7 +73,7 @@ void flawed_offer(t_flood_frame *frame, t_offer_flaw flaw, const t_flood_frame &
         offer.dhcp.magic_cookie[3] ^= BIT;
         break;
     case t_offer_flaw::own_mac:
-        memcpy(offer.ethernet.source, LAN_BRIDGE_MAC, MAC_SIZE);
+        offer.ethernet.source = LAN_BRIDGE_MAC;
         break;
     case t_offer_flaw::cut:
     case t_offer_flaw::shifted:
@@ -121,8 +114,8 @@ enum class t_pado_fault {
 void flawed_pado(t_flood_frame *frame, t_pado_fault flaw, const t_flood_frame &question)
 {
     auto pado = read<t_padi_frame>(question);
-    memcpy(pado.ethernet.destination, pado.ethernet.source, MAC_SIZE);
-    memcpy(pado.ethernet.source, SERVER_MAC, MAC_SIZE);
+    pado.ethernet.destination = pado.ethernet.source;
+    pado.ethernet.source = SERVER_MAC;
     pado.pppoe.code = CODE_PADO;
     switch (flaw) {
     case t_pado_fault::host_uniq:
@@ -151,7 +144,7 @@ void flawed_pado(t_flood_frame *frame, t_pado_fault flaw, const t_flood_frame &q
         pado.pppoe.version_type = 0x12;
         break;
     case t_pado_fault::broadcast:
-        memcpy(pado.ethernet.source, BROADCAST_MAC, MAC_SIZE);
+        pado.ethernet.source = BROADCAST_MAC;
         break;
     case t_pado_fault::end_before:
         pado.service_name.type_be = 0;
@@ -178,13 +171,13 @@ enum class t_arp_flaw { opcode, other_opcode, ether_type, identity, COUNT };
 void flawed_arp(t_flood_frame *frame, t_arp_flaw flaw, const t_flood_frame &question)
 {
     const auto request = read<t_arp_frame>(question);
-    const bool searched = memcmp(request.ethernet.destination, BROADCAST_MAC, MAC_SIZE) == 0;
+    const bool searched = request.ethernet.destination == BROADCAST_MAC;
     t_arp_frame reply = request;
-    memcpy(reply.ethernet.destination, request.ethernet.source, MAC_SIZE);
-    memcpy(reply.ethernet.source, searched ? SERVER_MAC : request.ethernet.destination, MAC_SIZE);
-    memcpy(reply.sender_mac, reply.ethernet.source, MAC_SIZE);
+    reply.ethernet.destination = request.ethernet.source;
+    reply.ethernet.source = searched ? SERVER_MAC : request.ethernet.destination;
+    reply.sender_mac = reply.ethernet.source;
     reply.sender_ip_be = request.target_ip_be;
-    memcpy(reply.target_mac, request.sender_mac, MAC_SIZE);
+    reply.target_mac = request.sender_mac;
     reply.target_ip_be = request.sender_ip_be;
     reply.opcode_be = htons(2);
     switch (flaw) {
@@ -201,7 +194,7 @@ void flawed_arp(t_flood_frame *frame, t_arp_flaw flaw, const t_flood_frame &ques
         if (searched)
             reply.sender_ip_be ^= htonl(BIT);
         else
-            reply.sender_mac[MAC_SIZE - 1] ^= BIT;
+            reply.sender_mac.bytes[MAC_SIZE - 1] ^= BIT;
         break;
     case t_arp_flaw::COUNT:
         break;
@@ -217,8 +210,8 @@ void flawed_answer(t_flood_frame *frame, t_answer_flaw flaw, const t_flood_frame
 {
     const auto query = read<t_dns_query_frame>(question);
     t_dns_query_frame answer = query;
-    memcpy(answer.ethernet.destination, query.ethernet.source, MAC_SIZE);
-    memcpy(answer.ethernet.source, query.ethernet.destination, MAC_SIZE);
+    answer.ethernet.destination = query.ethernet.source;
+    answer.ethernet.source = query.ethernet.destination;
     answer.ipv4.source_be = query.ipv4.destination_be;
     answer.ipv4.destination_be = query.ipv4.source_be;
     answer.udp.source_port_be = query.udp.destination_port_be;
@@ -294,7 +287,7 @@ void make_near_miss(t_flood_frame *frame, size_t number, const t_questions &ques
 void make_up_questions(t_questions *questions, t_dice *dice)
 {
     t_dhcp_frame discover = {};
-    memcpy(discover.ethernet.source, SERVER_MAC, MAC_SIZE); // answers to it stay behind the port
+    discover.ethernet.source = SERVER_MAC; // answers to it stay behind the port
     discover.ethernet.ether_type_be = htons(ETHERTYPE_IP);
     discover.ipv4.version_ihl = IPV4_VERSION_IHL;
     discover.ipv4.protocol = IPV4_PROTOCOL_UDP;
@@ -303,7 +296,7 @@ void make_up_questions(t_questions *questions, t_dice *dice)
     write(&questions->discover, discover);
 
     t_padi_frame padi = {};
-    memcpy(padi.ethernet.source, SERVER_MAC, MAC_SIZE);
+    padi.ethernet.source = SERVER_MAC;
     padi.ethernet.ether_type_be = htons(PPPOE_DISCOVERY);
     padi.pppoe.version_type = 0x11;
     padi.pppoe.length_be = htons(sizeof padi - offsetof(t_padi_frame, service_name));
@@ -314,14 +307,14 @@ void make_up_questions(t_questions *questions, t_dice *dice)
     write(&questions->padi, padi);
 
     t_arp_frame arp = {};
-    memcpy(arp.ethernet.destination, BROADCAST_MAC, MAC_SIZE);
-    memcpy(arp.ethernet.source, SERVER_MAC, MAC_SIZE);
+    arp.ethernet.destination = BROADCAST_MAC;
+    arp.ethernet.source = SERVER_MAC;
     arp.ethernet.ether_type_be = htons(ETHERTYPE_ARP);
     arp.target_ip_be = static_cast<uint32_t>(dice->next());
     write(&questions->arp, arp);
 
     t_dns_query_frame dns = {};
-    memcpy(dns.ethernet.source, SERVER_MAC, MAC_SIZE);
+    dns.ethernet.source = SERVER_MAC;
     dns.ethernet.ether_type_be = htons(ETHERTYPE_IP);
     dns.ipv4.version_ihl = IPV4_VERSION_IHL;
     dns.ipv4.protocol = IPV4_PROTOCOL_UDP;

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "probes/arp_answer.h"
 
-#include <cstring>
-#include <linux/if_packet.h>
 #include <net/ethernet.h>
 
 #include "platform/ipv4_text.h"
@@ -11,15 +9,13 @@
 #include "probes/packet_address.h"
 #include "probes/packet_socket.h"
 
-namespace {
-
 // Takes pending frames until one is to be answered. False when none is left, or enough were read.
-bool hear_question(const t_arp_answerer &answerer, int *frames_left, t_arp_asker *asker)
+static bool hear_question(const t_arp_answerer &answerer, int *frames_left, t_arp_asker *asker)
 {
     while ((*frames_left)-- > 0) {
         uint8_t bytes[sizeof(t_arp_frame)];
         sockaddr_ll from = {};
-        const ssize_t got = packet_socket_receive(answerer.watcher.fd, bytes, sizeof bytes, &from);
+        const ssize_t got = answerer.socket.receive(bytes, &from);
         if (got <= 0)
             return false;
         if (from.sll_pkttype != PACKET_OUTGOING &&
@@ -29,38 +25,33 @@ bool hear_question(const t_arp_answerer &answerer, int *frames_left, t_arp_asker
     return false;
 }
 
-bool may_answer(t_arp_answerer *answerer, const t_arp_asker &asker)
+static bool may_answer(t_arp_answerer *answerer, const t_arp_asker &asker)
 {
-    const bool is_next_hop = memcmp(asker.mac, answerer->next_hop, MAC_SIZE) == 0;
-    return count_in_second(is_next_hop ? &answerer->to_next_hop : &answerer->to_strangers) <= ARP_ANSWERS_PER_SECOND;
+    t_second_count *second = asker.mac == answerer->next_hop ? &answerer->to_next_hop : &answerer->to_strangers;
+    return count_in_second(second) <= ARP_ANSWERS_PER_SECOND;
 }
-
-} // namespace
 
 void start_arp_answers(t_arp_answerer *answerer)
 {
-    if (answerer->own_ip_be == 0)
-        return;
+    t_port_socket &socket = answerer->socket;
     // A bridge takes its members' frames before any listener for ARP hears them.
-    answerer->watcher.fd = packet_socket_open(ETH_P_ALL);
-    if (answerer->watcher.fd < 0)
+    if (answerer->own_ip_be == 0 || !socket.open(ETH_P_ALL))
         return;
-    packet_socket_filter(answerer->watcher.fd, arp_question_filter(answerer->own_ip_be));
-    packet_socket_set_nonblocking(answerer->watcher.fd);
-    if (packet_socket_bind(answerer->watcher.fd, packet_address(ETH_P_ALL, answerer->ifindex, nullptr)) != 0)
+    packet_socket_set_nonblocking(socket.watcher.fd);
+    if (!socket.listen(arp_question_filter(answerer->own_ip_be), packet_address(ETH_P_ALL, socket.ifindex, nullptr)))
         stop_arp_answers(answerer);
 }
 
 void answer_arp_questions(t_arp_answerer *answerer)
 {
+    const t_port_socket &socket = answerer->socket;
     t_arp_asker asker;
-    for (int left = ARP_QUESTIONS_PER_READ; answerer->watcher.fd > 0 && hear_question(*answerer, &left, &asker);) {
+    for (int left = ARP_QUESTIONS_PER_READ; socket.is_open() && hear_question(*answerer, &left, &asker);) {
         if (!may_answer(answerer, asker))
             continue;
         t_arp_frame reply;
-        build_arp_reply(&reply, answerer->port_mac, answerer->own_ip_be, asker);
-        const sockaddr_ll address = packet_address(ETH_P_ARP, answerer->ifindex, asker.mac);
-        if (packet_socket_send(answerer->watcher.fd, &reply, sizeof reply, address) > 0)
+        build_arp_reply(&reply, socket.mac, answerer->own_ip_be, asker);
+        if (socket.send(bytes_of(reply), packet_address(ETH_P_ARP, socket.ifindex, &asker.mac)))
             LOG(Debug, "Told %s, who asked via dev:%s, that this port has %s\n", t_ipv4_text(asker.ip_be).text,
                 device_name(answerer->dev), t_ipv4_text(answerer->own_ip_be).text);
     }
@@ -68,5 +59,5 @@ void answer_arp_questions(t_arp_answerer *answerer)
 
 void stop_arp_answers(t_arp_answerer *answerer)
 {
-    packet_socket_close(&answerer->watcher);
+    answerer->socket.close();
 }

@@ -4,21 +4,14 @@
 // only; nothing here waits.
 #pragma once
 
-#include "model/records.h"
+#include "probes/port_socket.h"
 #include "probes/second_count.h"
 
-extern "C" {
-#include <libubox/uloop.h>
-}
-
-// A zeroed one is closed.
 struct t_arp_answerer {
-    uloop_fd watcher;           // its descriptor is the raw socket, 0 or -1 when closed; it is never put into the loop
+    t_port_socket socket;       // never put into the loop; its MAC is what the answers tell
     t_device *dev;              // borrowed
-    int ifindex;                // the port's
-    uint8_t port_mac[MAC_SIZE]; // what the answers tell
     uint32_t own_ip_be;         // what they are for
-    uint8_t next_hop[MAC_SIZE]; // where the awaited answer comes from
+    t_mac next_hop;             // where the awaited answer comes from
     t_second_count to_next_hop; // answers of this second
     t_second_count to_strangers;
 };
@@ -30,8 +23,8 @@ constexpr uint32_t ARP_ANSWERS_PER_SECOND = 10;
 // Whoever floods the port must not keep the loop reading.
 constexpr int ARP_QUESTIONS_PER_READ = 256;
 
-// Begins to hear what is asked on the port. The members from `dev` to `next_hop` are filled in already. When that
-// fails nothing is answered, and the probe goes on without.
+// Begins to hear what is asked on the port. All but the descriptor and the counts is filled in already, the port's
+// index and MAC included. When that fails nothing is answered, and the probe goes on without.
 void start_arp_answers(t_arp_answerer *answerer);
 
 // Answers what is pending.

@@ -8,17 +8,15 @@
 #include "platform/result_codes.h"
 #include "probes/interface_query.h"
 
-namespace {
-
-constexpr uint8_t UNKNOWN_MAC[MAC_SIZE] = {};
-
-void empty_list(t_device_list_head *list)
+static void empty_list(t_device_list_head *list)
 {
     if (!list)
         return;
     free_device_list(&list->head);
     list->count = 0;
 }
+
+namespace {
 
 // A list of one port for one question.
 struct t_single_port_list {
@@ -48,7 +46,7 @@ int find_target_ip_and_device_with_arp(t_device_list_head *list, uint32_t target
     LOG(Debug, "Success get br-lan ip:%s, mac:%02X-%02X-%02X-%02X-%02X-%02X\n", t_ipv4_text(lan.address_be).text,
         MAC_ARGS(lan.mac));
     const uint32_t asker_be = sender_be ? sender_be : lan.address_be;
-    if (check_ip_using_arp_blocked(target_be, UNKNOWN_MAC, list, asker_be, lan.mac) != OK) {
+    if (check_ip_using_arp_blocked(target_be, &UNKNOWN_MAC, list, asker_be, &lan.mac) != OK) {
         LOG(Error, "Failed to send arp request for each device!\n");
         empty_list(list);
         return ARP_ERR_SEARCH;
@@ -74,7 +72,7 @@ int send_special_arp(t_device *dev, uint32_t target_be)
         return 0;
     }
     LOG(Debug, "Success get br-lan mac:%02X-%02X-%02X-%02X-%02X-%02X\n", MAC_ARGS(lan.mac));
-    if (check_ip_using_arp_blocked(target_be, UNKNOWN_MAC, &port.list, lan.address_be, lan.mac) != OK) {
+    if (check_ip_using_arp_blocked(target_be, &UNKNOWN_MAC, &port.list, lan.address_be, &lan.mac) != OK) {
         LOG(Error, "Failed to send arp request for dev:%s!\n", dev->name);
         return 0;
     }

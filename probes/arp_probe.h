@@ -3,7 +3,7 @@
 // address answer? All of them block the calling thread (the loop thread) for a short, fixed time.
 #pragma once
 
-#include "model/records.h"
+#include "probes/mac.h"
 
 struct t_arp_entry;
 
@@ -21,10 +21,10 @@ int send_special_arp(t_device *dev, uint32_t target_be);
 
 // The search behind both: asks every port of the list at most twice and removes the silent ones from it. An all-zero
 // target MAC is unknown. 0, ERR_INVALID_INPUT (an empty list included) or ERR_NO_MEMORY.
-int check_ip_using_arp_blocked(uint32_t target_be, const uint8_t *target_mac, t_device_list_head *list,
-                               uint32_t sender_be, const uint8_t *sender_mac);
+int check_ip_using_arp_blocked(uint32_t target_be, const t_mac *target_mac, t_device_list_head *list,
+                               uint32_t sender_be, const t_mac *sender_mac);
 
 // Asks every host of the LAN ARP table once, through the interface with index `lan_ifindex`, and removes those that
 // stay silent or answer from outside the subnet. 0, ERR_INVALID_INPUT (an empty table included) or ERR_NO_MEMORY.
 int double_check_arp_packet_all_blocked(t_arp_entry **arp_table_hashmap_head, uint32_t lan_ip_be,
-                                        uint32_t lan_netmask_be, const uint8_t *lan_mac, unsigned int lan_ifindex);
+                                        uint32_t lan_netmask_be, const t_mac *lan_mac, unsigned int lan_ifindex);

@@ -6,22 +6,18 @@
 #include "platform/ipv4_text.h"
 #include "probes/arp_probe_frame.h"
 #include "probes/frame_lines.h"
-
-extern "C" {
-#include <libubox/uloop.h>
-}
+#include "probes/port_socket.h"
 
 struct t_arp_entry;
 
 // One asked host, or one address asked behind one port.
 struct t_arp_detect {
     uint8_t replied;
-    t_device *dev;                // borrowed; null when the socket is not bound to a port
-    uint32_t target_ip_be;        // 0 when the context is void
-    uloop_fd watcher;             // its descriptor is the raw socket, -1 when closed; it is never put into the loop
-    uint8_t target_mac[MAC_SIZE]; // all zero means unknown
-    uint8_t source_mac[MAC_SIZE];
-    int ifindex; // the port's, 0 without one
+    t_device *dev;         // borrowed; null when the socket is not bound to a port
+    uint32_t target_ip_be; // 0 when the context is void
+    t_port_socket socket;  // never put into the loop
+    t_mac target_mac;
+    t_mac source_mac;
 };
 
 struct t_arp_detect_handle {
@@ -31,13 +27,15 @@ struct t_arp_detect_handle {
     uint32_t netmask_be;                  // re-check of the LAN ARP table only
     t_arp_detect *contexts;               // owned; null when no batch is open
     t_arp_entry **arp_table_hashmap_head; // borrowed; re-check of the LAN ARP table only
-    uint8_t sender_mac[MAC_SIZE];
-    int wait_left_ms; // for all that is still to be sent
-    uloop_fd ear; // re-check of the LAN ARP table only: hears what the contexts' filters keep from them; may be closed
+    t_mac sender_mac;
+    int wait_left_ms;  // for all that is still to be sent
+    t_port_socket ear; // re-check of the LAN ARP table only: hears what the contexts' filters keep from them
     t_frame_lines lines;
 };
 
 extern t_arp_detect_handle arp_detect_handle;
+
+std::span<t_arp_detect> arp_contexts(); // of the open batch
 
 // Arguments for "%s|%02X-%02X-%02X-%02X-%02X-%02X".
 #define ARP_TARGET_ARGS(ctx) t_ipv4_text((ctx)->target_ip_be).text, MAC_ARGS((ctx)->target_mac)
@@ -63,7 +61,7 @@ bool open_arp_batch(uint8_t count, int longest_waits_ms = INT32_MAX);
 
 // Opens a context's socket. With a port the socket hears this port only, and the port's index and MAC are stored, the
 // latter as source MAC. 0, ARP_ERR_SOCKET or ARP_ERR_BIND.
-int init_arp_sockfd(t_arp_detect *ctx, t_device *dev, const uint8_t *target_mac, uint32_t target_ip_be);
+int init_arp_sockfd(t_arp_detect *ctx, t_device *dev, const t_mac &target_mac, uint32_t target_ip_be);
 
 // Opens the batch's ear where filters make the contexts' sockets deaf to other hosts. Without it they wait on their
 // own.

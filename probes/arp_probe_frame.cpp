@@ -10,21 +10,17 @@
 
 #include "platform/log.h"
 
-namespace {
-
-constexpr uint8_t UNKNOWN_MAC[MAC_SIZE] = {};
-
-void fill_arp_frame(t_arp_frame *frame, uint16_t opcode, const uint8_t *source_mac, uint32_t sender_ip_be)
+static void fill_arp_frame(t_arp_frame *frame, uint16_t opcode, const t_mac &source_mac, uint32_t sender_ip_be)
 {
     *frame = {};
-    memcpy(frame->ethernet.source, source_mac, MAC_SIZE);
+    frame->ethernet.source = source_mac;
     frame->ethernet.ether_type_be = htons(ETHERTYPE_ARP);
     frame->hardware_type_be = htons(ARPHRD_ETHER);
     frame->protocol_type_be = htons(ETHERTYPE_IP);
     frame->hardware_length = MAC_SIZE;
     frame->protocol_length = sizeof sender_ip_be;
     frame->opcode_be = htons(opcode);
-    memcpy(frame->sender_mac, source_mac, MAC_SIZE);
+    frame->sender_mac = source_mac;
     frame->sender_ip_be = sender_ip_be;
 }
 
@@ -34,46 +30,50 @@ constexpr uint32_t LENGTHS_AND_REQUEST = MAC_SIZE << 24 | sizeof(uint32_t) << 16
 static_assert(offsetof(t_arp_frame, hardware_length) == offsetof(t_arp_frame, hardware_type_be) + sizeof(uint32_t));
 static_assert(offsetof(t_arp_frame, sender_mac) == offsetof(t_arp_frame, hardware_length) + sizeof(uint32_t));
 
-bool is_ipv4_request(const t_arp_frame &frame)
+static bool is_ipv4_request(const t_arp_frame &frame)
 {
     return frame.ethernet.ether_type_be == htons(ETHERTYPE_ARP) && frame.hardware_type_be == htons(ARPHRD_ETHER) &&
            frame.protocol_type_be == htons(ETHERTYPE_IP) && frame.hardware_length == MAC_SIZE &&
            frame.protocol_length == sizeof frame.sender_ip_be && frame.opcode_be == htons(ARP_OPCODE_REQUEST);
 }
 
-bool is_unicast(const uint8_t *mac)
+static bool is_unicast(const t_mac &mac)
 {
-    return !(mac[0] & 1) && memcmp(mac, UNKNOWN_MAC, MAC_SIZE) != 0;
+    return !(mac[0] & 1) && mac != UNKNOWN_MAC;
 }
 
-} // namespace
-
-void build_arp_request(t_arp_frame *frame, const uint8_t *source_mac, uint32_t sender_ip_be, const uint8_t *target_mac,
+void build_arp_request(t_arp_frame *frame, const t_mac &source_mac, uint32_t sender_ip_be, const t_mac &target_mac,
                        uint32_t target_ip_be)
 {
-    const bool known = memcmp(target_mac, UNKNOWN_MAC, MAC_SIZE) != 0;
     fill_arp_frame(frame, ARP_OPCODE_REQUEST, source_mac, sender_ip_be);
-    memcpy(frame->ethernet.destination, known ? target_mac : BROADCAST_MAC, MAC_SIZE);
-    memcpy(frame->target_mac, target_mac, MAC_SIZE);
+    frame->ethernet.destination = target_mac == UNKNOWN_MAC ? BROADCAST_MAC : target_mac;
+    frame->target_mac = target_mac;
     frame->target_ip_be = target_ip_be;
 }
 
-void build_arp_reply(t_arp_frame *frame, const uint8_t *own_mac, uint32_t own_ip_be, const t_arp_asker &asker)
+void build_arp_reply(t_arp_frame *frame, const t_mac &own_mac, uint32_t own_ip_be, const t_arp_asker &asker)
 {
     fill_arp_frame(frame, ARP_OPCODE_REPLY, own_mac, own_ip_be);
-    memcpy(frame->ethernet.destination, asker.mac, MAC_SIZE);
-    memcpy(frame->target_mac, asker.mac, MAC_SIZE);
+    frame->ethernet.destination = asker.mac;
+    frame->target_mac = asker.mac;
     frame->target_ip_be = asker.ip_be;
 }
 
 // Each packet that is no reply, a cut one included, is told of as an error.
 static void keep_other_packets(t_frame_filter *filter)
 {
-    filter_add(filter, {BPF_STMT(BPF_LD | BPF_W | BPF_LEN, 0),
-                        BPF_JUMP(BPF_JMP | BPF_JGE | BPF_K, offsetof(t_arp_frame, padding), 1, 0)});
+    constexpr uint32_t shortest = offsetof(t_arp_frame, padding);
+    const std::initializer_list<sock_filter> whole = {
+        BPF_STMT(BPF_LD | BPF_W | BPF_LEN, 0),               // A: bytes that arrived
+        BPF_JUMP(BPF_JMP | BPF_JGE | BPF_K, shortest, 1, 0), // whole: over the next one
+    };
+    filter_add(filter, whole);
     filter_keep(filter);
-    filter_add(filter, {BPF_STMT(BPF_LD | BPF_H | BPF_ABS, offsetof(t_arp_frame, opcode_be)),
-                        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, ARP_OPCODE_REPLY, 1, 0)});
+    const std::initializer_list<sock_filter> reply = {
+        BPF_STMT(BPF_LD | BPF_H | BPF_ABS, offsetof(t_arp_frame, opcode_be)), // A: opcode
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, ARP_OPCODE_REPLY, 1, 0),          // a reply: over the next one
+    };
+    filter_add(filter, reply);
     filter_keep(filter);
 }
 
@@ -92,7 +92,7 @@ t_frame_filter arp_search_filter(uint32_t target_ip_be, int level)
     return filter;
 }
 
-t_frame_filter arp_host_filter(const uint8_t *target_mac, int level)
+t_frame_filter arp_host_filter(const t_mac &target_mac, int level)
 {
     t_frame_filter filter = {};
     if (level >= LOG_LEVEL_Info) // tells of every packet
@@ -129,7 +129,7 @@ bool parse_arp_question(std::span<const uint8_t> bytes, uint32_t own_ip_be, t_ar
     if (!is_ipv4_request(frame) || frame.target_ip_be != own_ip_be || !is_unicast(frame.sender_mac) ||
         frame.sender_ip_be == own_ip_be || frame.sender_ip_be == 0)
         return false;
-    memcpy(asker->mac, frame.sender_mac, MAC_SIZE);
+    asker->mac = frame.sender_mac;
     asker->ip_be = frame.sender_ip_be;
     return true;
 }
@@ -141,8 +141,8 @@ bool parse_arp_frame(std::span<const uint8_t> bytes, t_arp_packet *packet)
     std::copy_n(bytes.data(), std::min(bytes.size(), needed), reinterpret_cast<uint8_t *>(&frame));
     if (bytes.size() < sizeof frame.ethernet || frame.ethernet.ether_type_be != htons(ETHERTYPE_ARP))
         return false;
-    memcpy(packet->ethernet_source, frame.ethernet.source, MAC_SIZE);
-    memcpy(packet->sender_mac, frame.sender_mac, MAC_SIZE);
+    packet->ethernet_source = frame.ethernet.source;
+    packet->sender_mac = frame.sender_mac;
     packet->opcode = bytes.size() < needed ? 0 : ntohs(frame.opcode_be);
     packet->sender_ip_be = frame.sender_ip_be;
     return true;

@@ -9,25 +9,27 @@
 
 // What a received ARP packet says. Of one that was cut short the opcode is 0, so that it is no reply.
 struct t_arp_packet {
-    uint8_t ethernet_source[MAC_SIZE];
-    uint8_t sender_mac[MAC_SIZE];
+    t_mac ethernet_source;
+    t_mac sender_mac;
     uint16_t opcode;
     uint32_t sender_ip_be;
 };
+
 // Who wants to know where an address is.
 struct t_arp_asker {
-    uint8_t mac[MAC_SIZE];
+    t_mac mac;
     uint32_t ip_be;
 };
+
 constexpr uint16_t ARP_OPCODE_REQUEST = 1;
 constexpr uint16_t ARP_OPCODE_REPLY = 2;
 
 // An all-zero target MAC is unknown: the request is then broadcast.
-void build_arp_request(t_arp_frame *frame, const uint8_t *source_mac, uint32_t sender_ip_be, const uint8_t *target_mac,
+void build_arp_request(t_arp_frame *frame, const t_mac &source_mac, uint32_t sender_ip_be, const t_mac &target_mac,
                        uint32_t target_ip_be);
 
 // Tells the asker, and nobody else, that `own_ip_be` is at `own_mac`.
-void build_arp_reply(t_arp_frame *frame, const uint8_t *own_mac, uint32_t own_ip_be, const t_arp_asker &asker);
+void build_arp_reply(t_arp_frame *frame, const t_mac &own_mac, uint32_t own_ip_be, const t_arp_asker &asker);
 
 // For the search behind a port: lets through what came in on the port and may be a reply from this address. What is
 // told of in the log at `level` passes as well.
@@ -35,7 +37,7 @@ t_frame_filter arp_search_filter(uint32_t target_ip_be, int level);
 
 // For the re-check of a host: lets through what came in and may be a reply of the host with this MAC, whatever its
 // address. What is told of in the log at `level` passes as well.
-t_frame_filter arp_host_filter(const uint8_t *target_mac, int level);
+t_frame_filter arp_host_filter(const t_mac &target_mac, int level);
 
 // For whoever answers for an address: lets through what came in on the port and may ask for it.
 t_frame_filter arp_question_filter(uint32_t own_ip_be);

@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: MIT
 // Re-check of the LAN ARP table: stale entries of the kernel's cache drop out.
-#include <cstring>
-
 #include "platform/clock.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
@@ -19,7 +17,7 @@ static void open_host(t_arp_detect *ctx, const t_arp_entry &entry)
         void_arp_target(ctx);
         return;
     }
-    memcpy(ctx->source_mac, arp_detect_handle.sender_mac, MAC_SIZE);
+    ctx->source_mac = arp_detect_handle.sender_mac;
     LOG_AS(RECHECK, Debug, "Arp packet sockfd init success in for: %s|%02X-%02X-%02X-%02X-%02X-%02X\n",
            ARP_TARGET_ARGS(ctx));
 }
@@ -39,13 +37,13 @@ static void ask_host(t_arp_detect *ctx)
 // Takes a packet as the host's reply, or leaves it.
 static bool is_reply(t_arp_detect *ctx, const t_arp_packet &packet)
 {
-    if (memcmp(packet.ethernet_source, ctx->target_mac, MAC_SIZE) != 0) {
+    if (packet.ethernet_source != ctx->target_mac) {
         if (may_tell_of_packet(LOG_LEVEL_Info))
             LOG_AS(RECHECK, Info, "Not match eth header:%02X-%02X-%02X-%02X-%02X-%02X|%02X-%02X-%02X-%02X-%02X-%02X\n",
                    MAC_ARGS(packet.ethernet_source), MAC_ARGS(ctx->target_mac));
         return false;
     }
-    if (memcmp(packet.sender_mac, ctx->target_mac, MAC_SIZE) != 0) {
+    if (packet.sender_mac != ctx->target_mac) {
         if (may_tell_of_packet(LOG_LEVEL_Error))
             LOG_AS(RECHECK, Error,
                    "Not match arp packet mac:%02X-%02X-%02X-%02X-%02X-%02X|%02X-%02X-%02X-%02X-%02X-%02X\n",
@@ -65,7 +63,7 @@ static bool is_reply(t_arp_detect *ctx, const t_arp_packet &packet)
     LOG_AS(RECHECK, Info, "arp reply receieve a different ip, orig:%s\n", t_ipv4_text(ctx->target_ip_be).text);
     if ((packet.sender_ip_be ^ arp_detect_handle.sender_ip_be) & arp_detect_handle.netmask_be) {
         LOG_AS(RECHECK, Info, "arp reply new is not same subnet with br-lan! remove it from arp hash table!\n");
-        remove_arp_entry(arp_detect_handle.arp_table_hashmap_head, ctx->target_mac);
+        remove_arp_entry(arp_detect_handle.arp_table_hashmap_head, &ctx->target_mac);
     } else {
         LOG_AS(RECHECK, Debug, "arp reply new ip still remains same subnet with br-lan!\n");
     }
@@ -80,11 +78,11 @@ static void hear_host(t_arp_detect *ctx)
         return;
     LOG_AS(RECHECK, Info, "No arp reply from %s|%02X-%02X-%02X-%02X-%02X-%02X! Remove it from arp hash table!\n",
            ARP_TARGET_ARGS(ctx));
-    remove_arp_entry(arp_detect_handle.arp_table_hashmap_head, ctx->target_mac);
+    remove_arp_entry(arp_detect_handle.arp_table_hashmap_head, &ctx->target_mac);
 }
 
 int double_check_arp_packet_all_blocked(t_arp_entry **arp_table_hashmap_head, uint32_t lan_ip_be,
-                                        uint32_t lan_netmask_be, const uint8_t *lan_mac, unsigned int lan_ifindex)
+                                        uint32_t lan_netmask_be, const t_mac *lan_mac, unsigned int lan_ifindex)
 {
     LOG_ENTER();
     if (!arp_table_hashmap_head || !*arp_table_hashmap_head || !lan_mac || !lan_netmask_be || !lan_ip_be) {
@@ -108,18 +106,19 @@ int double_check_arp_packet_all_blocked(t_arp_entry **arp_table_hashmap_head, ui
     arp_detect_handle.sender_ip_be = lan_ip_be;
     arp_detect_handle.netmask_be = lan_netmask_be;
     arp_detect_handle.arp_table_hashmap_head = arp_table_hashmap_head;
-    memcpy(arp_detect_handle.sender_mac, lan_mac, MAC_SIZE);
+    arp_detect_handle.sender_mac = *lan_mac;
 
     listen_to_all_hosts();
-    t_arp_detect *const contexts = arp_detect_handle.contexts;
     const t_arp_entry *entry = *arp_table_hashmap_head;
-    for (uint8_t i = 0; i < count; i++, entry = static_cast<t_arp_entry *>(entry->hh.next))
-        open_host(&contexts[i], *entry);
-    for (uint8_t i = 0; i < count; i++)
-        ask_host(&contexts[i]);
+    for (t_arp_detect &ctx : arp_contexts()) {
+        open_host(&ctx, *entry);
+        entry = static_cast<t_arp_entry *>(entry->hh.next);
+    }
+    for (t_arp_detect &ctx : arp_contexts())
+        ask_host(&ctx);
     sleep_ms(ARP_WAIT_FOR_REPLIES_MS);
-    for (uint8_t i = 0; i < count; i++)
-        hear_host(&contexts[i]);
+    for (t_arp_detect &ctx : arp_contexts())
+        hear_host(&ctx);
     release_arp_detect_handle();
     return OK;
 }

@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: MIT
 // Search for the ports behind which an address answers.
-#include <cstring>
-
 #include "model/fake_wan.h"
 #include "model/lists.h"
 #include "platform/clock.h"
@@ -13,7 +11,7 @@
 constexpr int ARP_SEARCH_ATTEMPTS = 2;
 constexpr const char *SEARCH = "check_ip_using_arp_blocked"; // the parts of the search speak in its name
 
-static void open_port(t_arp_detect *ctx, t_device *dev, const uint8_t *target_mac, uint32_t target_be)
+static void open_port(t_arp_detect *ctx, t_device *dev, const t_mac &target_mac, uint32_t target_be)
 {
     if (!dev || init_arp_sockfd(ctx, dev, target_mac, target_be) != OK) {
         LOG_AS(SEARCH, Error, "Failed to init ARP socket for: %s|%02X-%02X-%02X-%02X-%02X-%02X, bind to dev:%s\n",
@@ -23,10 +21,23 @@ static void open_port(t_arp_detect *ctx, t_device *dev, const uint8_t *target_ma
         ctx->dev = dev;
         return;
     }
-    LOG_AS(SEARCH, Debug, "Get device:%s , index=%d, hw_addr=%02x-%02x-%02x-%02x-%02x-%02x\n", dev->name, ctx->ifindex,
-           MAC_ARGS(ctx->source_mac));
+    LOG_AS(SEARCH, Debug, "Get device:%s , index=%d, hw_addr=%02x-%02x-%02x-%02x-%02x-%02x\n", dev->name,
+           ctx->socket.ifindex, MAC_ARGS(ctx->source_mac));
     LOG_AS(SEARCH, Debug, "Arp packet sockfd init success in for: %s|%02X-%02X-%02X-%02X-%02X-%02X, bind to dev:%s\n",
            ARP_TARGET_ARGS(ctx), dev->name);
+}
+
+static void open_ports(const t_device_list_head &list, const t_mac &target_mac, uint32_t target_be)
+{
+    const t_device_list *node = list.head.next;
+    for (t_arp_detect &ctx : arp_contexts()) {
+        if (!node)
+            break;
+        open_port(&ctx, node->dev, target_mac, target_be);
+        node = node->next;
+    }
+    if (node)
+        LOG_AS(SEARCH, Error, "Impssible, will access out of bound! Check count of possible_dev_list!\n");
 }
 
 static void ask_port(t_arp_detect *ctx, int attempt)
@@ -37,7 +48,7 @@ static void ask_port(t_arp_detect *ctx, int attempt)
     if (send_arp_unicast_packet_blocked(ctx) != OK) {
         LOG_AS(SEARCH, Error, "Failed to send ARP socket for: %s|%02X-%02X-%02X-%02X-%02X-%02X via dev:%s\n",
                ARP_TARGET_ARGS(ctx), device_name(ctx->dev));
-        memset(ctx->target_mac, 0, sizeof ctx->target_mac);
+        ctx->target_mac = UNKNOWN_MAC;
         return;
     }
     LOG_AS(SEARCH, Debug, "Send Arp packet success for: %s|%02X-%02X-%02X-%02X-%02X-%02X via dev:%s\n",
@@ -61,7 +72,7 @@ static bool is_answer(t_arp_detect *ctx, const t_arp_packet &packet)
                    t_ipv4_text(ctx->target_ip_be).text);
         return false;
     }
-    memcpy(ctx->dev->result.server_mac, packet.sender_mac, MAC_SIZE);
+    memcpy(ctx->dev->result.server_mac, packet.sender_mac.bytes, MAC_SIZE);
     LOG_AS(SEARCH, Debug, "arp reply success in %s|%02X-%02X-%02X-%02X-%02X-%02X via dev:%s, and mac is overwriten!!\n",
            ARP_TARGET_ARGS(ctx), device_name(ctx->dev));
     return true;
@@ -76,16 +87,16 @@ static void hear_port(t_arp_detect *ctx, int attempt)
 }
 
 // One attempt over the whole batch; true when a port answered.
-static bool ask_all_ports(t_arp_detect *contexts, uint8_t count, int attempt)
+static bool ask_all_ports(int attempt)
 {
-    for (uint8_t i = 0; i < count; i++)
-        ask_port(&contexts[i], attempt);
+    for (t_arp_detect &ctx : arp_contexts())
+        ask_port(&ctx, attempt);
     sleep_ms(ARP_WAIT_FOR_REPLIES_MS);
     const t_arp_detect *first = nullptr;
-    for (uint8_t i = 0; i < count; i++) {
-        hear_port(&contexts[i], attempt);
-        if (contexts[i].replied && !first)
-            first = &contexts[i];
+    for (t_arp_detect &ctx : arp_contexts()) {
+        hear_port(&ctx, attempt);
+        if (ctx.replied && !first)
+            first = &ctx;
     }
     if (first)
         LOG_AS(SEARCH, Debug, "arp reply success in dev:%s\n", device_name(first->dev));
@@ -103,8 +114,8 @@ static void drop_silent_port(const t_arp_detect &silent, t_device_list_head *lis
         list->count--;
 }
 
-int check_ip_using_arp_blocked(uint32_t target_be, const uint8_t *target_mac, t_device_list_head *list,
-                               uint32_t sender_be, const uint8_t *sender_mac)
+int check_ip_using_arp_blocked(uint32_t target_be, const t_mac *target_mac, t_device_list_head *list,
+                               uint32_t sender_be, const t_mac *sender_mac)
 {
     LOG_ENTER();
     if (!list || list->count == 0 || !target_mac || !sender_mac || !sender_be || !target_be) {
@@ -121,23 +132,15 @@ int check_ip_using_arp_blocked(uint32_t target_be, const uint8_t *target_mac, t_
         return ERR_NO_MEMORY;
     }
     arp_detect_handle.sender_ip_be = sender_be;
-    memcpy(arp_detect_handle.sender_mac, sender_mac, MAC_SIZE);
+    arp_detect_handle.sender_mac = *sender_mac;
 
-    t_arp_detect *const contexts = arp_detect_handle.contexts;
-    uint8_t i = 0;
-    for (const t_device_list *node = list->head.next; node; node = node->next, i++) {
-        if (i >= count) {
-            LOG(Error, "Impssible, will access out of bound! Check count of possible_dev_list!\n");
-            break;
-        }
-        open_port(&contexts[i], node->dev, target_mac, target_be);
-    }
+    open_ports(*list, *target_mac, target_be);
     int attempt = 1;
-    while (!ask_all_ports(contexts, count, attempt) && attempt < ARP_SEARCH_ATTEMPTS)
+    while (!ask_all_ports(attempt) && attempt < ARP_SEARCH_ATTEMPTS)
         attempt++;
-    for (i = 0; i < count; i++)
-        if (!contexts[i].replied)
-            drop_silent_port(contexts[i], list);
+    for (const t_arp_detect &ctx : arp_contexts())
+        if (!ctx.replied)
+            drop_silent_port(ctx, list);
     release_arp_detect_handle();
     return OK;
 }

@@ -5,34 +5,35 @@
 #include <arpa/inet.h>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 
 #include "platform/guards.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
-
-namespace {
 
 constexpr size_t CACHE_LINE_SIZE = 257; // 256 characters are read at a time
 constexpr size_t CACHE_ADDRESS_SIZE = 16;
 constexpr int CACHE_FIELDS = 9;
 constexpr unsigned int CACHE_FLAG_COMPLETE = 0x2;
 
+namespace {
+
 struct t_cache_line {
     uint32_t address_be;
     unsigned int hardware_type;
     unsigned int flags;
-    uint8_t mac[MAC_SIZE];
+    t_mac mac;
 };
 
-void skip_cache_header(FILE *cache)
+} // namespace
+
+static void skip_cache_header(FILE *cache)
 {
     for (int c = fgetc(cache); c != EOF && c != '\n';)
         c = fgetc(cache);
 }
 
 // False at the end of the file. A line without any text comes out empty.
-bool read_cache_line(FILE *cache, char (&text)[CACHE_LINE_SIZE])
+static bool read_cache_line(FILE *cache, char (&text)[CACHE_LINE_SIZE])
 {
     text[0] = '\0';
     const int converted = fscanf(cache, "%256[^\n]\n", text);
@@ -41,17 +42,15 @@ bool read_cache_line(FILE *cache, char (&text)[CACHE_LINE_SIZE])
     return converted != EOF;
 }
 
-bool parse_cache_line(const char *text, t_cache_line *line)
+static bool parse_cache_line(const char *text, t_cache_line *line)
 {
     char address[CACHE_ADDRESS_SIZE];
-    uint8_t *mac = line->mac;
+    uint8_t *mac = line->mac.bytes;
     const int converted =
         sscanf(text, "%15s 0x%8X 0x%8X %2hhx:%2hhx:%2hhx:%2hhx:%2hhx:%2hhx", address, &line->hardware_type,
                &line->flags, &mac[0], &mac[1], &mac[2], &mac[3], &mac[4], &mac[5]);
     return converted == CACHE_FIELDS && inet_pton(AF_INET, address, &line->address_be) == 1;
 }
-
-} // namespace
 
 int update_filtered_arp_table(t_arp_entry **arp_table_hashmap_head, uint32_t lan_ip_be, uint32_t lan_netmask_be,
                               const char *cache_path)
@@ -86,7 +85,7 @@ int update_filtered_arp_table(t_arp_entry **arp_table_hashmap_head, uint32_t lan
     return OK;
 }
 
-t_arp_entry *create_new_arp_entry(const uint8_t *mac, uint32_t hardware_type, uint32_t address_be)
+t_arp_entry *create_new_arp_entry(const t_mac &mac, uint32_t hardware_type, uint32_t address_be)
 {
     auto *entry = static_cast<t_arp_entry *>(calloc(1, sizeof(t_arp_entry)));
     if (!entry) {
@@ -96,11 +95,11 @@ t_arp_entry *create_new_arp_entry(const uint8_t *mac, uint32_t hardware_type, ui
     entry->hardware_type = hardware_type;
     entry->hardware_type_again = hardware_type;
     entry->address_be = address_be;
-    memcpy(entry->mac, mac, MAC_SIZE);
+    entry->mac = mac;
     return entry;
 }
 
-bool check_arp_already_add(t_arp_entry *arp_table_hashmap_head, const uint8_t *mac)
+bool check_arp_already_add(t_arp_entry *arp_table_hashmap_head, const t_mac *mac)
 {
     if (!arp_table_hashmap_head) {
         LOG(Info, "arp_table_hashmap_head input is NULL!\n");
@@ -111,15 +110,15 @@ bool check_arp_already_add(t_arp_entry *arp_table_hashmap_head, const uint8_t *m
 
 bool add_arp_entry(t_arp_entry **arp_table_hashmap_head, t_arp_entry *entry)
 {
-    if (check_arp_already_add(*arp_table_hashmap_head, entry->mac)) {
+    if (check_arp_already_add(*arp_table_hashmap_head, &entry->mac)) {
         LOG(Error, "Arp entry:%02X-%02X-%02X-%02X-%02X-%02X already existed!\n", MAC_ARGS(entry->mac));
         return false;
     }
-    HASH_ADD(hh, *arp_table_hashmap_head, mac, MAC_SIZE, entry);
+    HASH_ADD(hh, *arp_table_hashmap_head, mac, sizeof entry->mac, entry);
     return true;
 }
 
-t_arp_entry *find_arp_entry(t_arp_entry *arp_table_hashmap_head, const uint8_t *mac)
+t_arp_entry *find_arp_entry(t_arp_entry *arp_table_hashmap_head, const t_mac *mac)
 {
     if (!arp_table_hashmap_head) {
         LOG(Info, "arp_table_hashmap_head input is NULL!\n");
@@ -130,11 +129,11 @@ t_arp_entry *find_arp_entry(t_arp_entry *arp_table_hashmap_head, const uint8_t *
         return nullptr;
     }
     t_arp_entry *found = nullptr;
-    HASH_FIND(hh, arp_table_hashmap_head, mac, MAC_SIZE, found);
+    HASH_FIND(hh, arp_table_hashmap_head, mac, sizeof *mac, found);
     return found;
 }
 
-int remove_arp_entry(t_arp_entry **arp_table_hashmap_head, const uint8_t *mac)
+int remove_arp_entry(t_arp_entry **arp_table_hashmap_head, const t_mac *mac)
 {
     if (!arp_table_hashmap_head || !*arp_table_hashmap_head) {
         LOG(Error, "Invalid arp_table_hashmap_head input!\n");
@@ -146,7 +145,7 @@ int remove_arp_entry(t_arp_entry **arp_table_hashmap_head, const uint8_t *mac)
     }
     t_arp_entry *entry = find_arp_entry(*arp_table_hashmap_head, mac);
     if (!entry) {
-        LOG(Error, "Arp entry:%02X-%02X-%02X-%02X-%02X-%02X doesn't existed!\n", MAC_ARGS(mac));
+        LOG(Error, "Arp entry:%02X-%02X-%02X-%02X-%02X-%02X doesn't existed!\n", MAC_ARGS(*mac));
         return ERR_NOTHING_DONE;
     }
     HASH_DEL(*arp_table_hashmap_head, entry);

@@ -19,20 +19,18 @@
 #include "platform/result_codes.h"
 #include "probes/interface_query.h"
 
-namespace {
-
 constexpr size_t SYSFS_DIR_SIZE = 128;
 constexpr size_t SYSFS_PATH_SIZE = 256;
 constexpr int IOCTL_ATTEMPTS = 10;
 
-int read_chunk_by_sysfs(FILE *forwarding, int offset, t_bridge_record *chunk)
+static int read_chunk_by_sysfs(FILE *forwarding, int offset, t_bridge_record *chunk)
 {
     if (fseek(forwarding, static_cast<long>(offset) * static_cast<long>(sizeof *chunk), SEEK_SET) != 0)
         return 0;
     return static_cast<int>(fread(chunk, sizeof *chunk, BRIDGE_CHUNK_RECORDS, forwarding));
 }
 
-int read_chunk_by_ioctl(int fd, const char *bridge_name, int offset, t_bridge_record *chunk)
+static int read_chunk_by_ioctl(int fd, const char *bridge_name, int offset, t_bridge_record *chunk)
 {
     unsigned long words[] = {BRCTL_GET_FDB_ENTRIES, reinterpret_cast<unsigned long>(chunk), BRIDGE_CHUNK_RECORDS,
                              static_cast<unsigned long>(offset)};
@@ -48,7 +46,7 @@ int read_chunk_by_ioctl(int fd, const char *bridge_name, int offset, t_bridge_re
 }
 
 // At most BRIDGE_CHUNK_RECORDS records from record `offset` on; negative with errno set.
-int read_chunk(int fd, const char *bridge_name, int offset, t_bridge_record *chunk)
+static int read_chunk(int fd, const char *bridge_name, int offset, t_bridge_record *chunk)
 {
     char path[SYSFS_PATH_SIZE];
     snprintf(path, sizeof path, "/sys/class/net/%s/brforward", bridge_name);
@@ -58,7 +56,7 @@ int read_chunk(int fd, const char *bridge_name, int offset, t_bridge_record *chu
 }
 
 // The kernel numbers the ports of each bridge on their own. Where it does not say whose the port is, it counts as ours.
-bool is_port_of_other_bridge(const char *port_dir)
+static bool is_port_of_other_bridge(const char *port_dir)
 {
     char path[SYSFS_PATH_SIZE], target[PATH_MAX];
     snprintf(path, sizeof path, "%s/bridge", port_dir);
@@ -69,8 +67,6 @@ bool is_port_of_other_bridge(const char *port_dir)
     const char *last = strrchr(target, '/');
     return strcmp(last ? last + 1 : target, LAN_BRIDGE) != 0;
 }
-
-} // namespace
 
 int br_get_fdb(int fd, const char *bridge_name, t_bridge_record **records)
 {
@@ -105,7 +101,7 @@ int get_bridge_table(const char *bridge_name, t_bridge_record **records)
 {
     LOG_ENTER();
     const t_fd_guard channel(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    if (channel.fd <= 0) {
+    if (channel.fd < 0) {
         LOG(Error, "br_init fail: %s\n", strerror(errno));
         return BRIDGE_ERR_READ;
     }

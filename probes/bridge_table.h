@@ -3,11 +3,11 @@
 // Loop thread only.
 #pragma once
 
-#include "model/records.h"
+#include "probes/mac.h"
 
 // The kernel's forwarding record (struct __fdb_entry), in its own byte order.
 struct t_bridge_record {
-    uint8_t mac[MAC_SIZE];
+    t_mac mac;
     uint8_t port; // low 8 bits
     uint8_t is_local;
     uint32_t ageing_timer;

@@ -9,8 +9,6 @@
 
 #include "platform/log.h"
 
-namespace {
-
 constexpr uint16_t DHCP_SERVER_PORT = 67;
 constexpr uint16_t DHCP_CLIENT_PORT = 68;
 constexpr uint16_t IDENTIFICATION = 0xd431;
@@ -36,10 +34,10 @@ constexpr uint8_t DISCOVER_OPTIONS[] = {
     OPTION_END,
 };
 
-void fill_headers(t_dhcp_frame *frame, const uint8_t (&mac)[MAC_SIZE])
+static void fill_headers(t_dhcp_frame *frame, const t_mac &mac)
 {
-    memcpy(frame->ethernet.destination, BROADCAST_MAC, MAC_SIZE);
-    memcpy(frame->ethernet.source, mac, MAC_SIZE);
+    frame->ethernet.destination = BROADCAST_MAC;
+    frame->ethernet.source = mac;
     frame->ethernet.ether_type_be = htons(ETHERTYPE_IP);
 
     frame->ipv4.version_ihl = IPV4_VERSION_IHL;
@@ -55,9 +53,7 @@ void fill_headers(t_dhcp_frame *frame, const uint8_t (&mac)[MAC_SIZE])
     frame->udp.length_be = htons(sizeof frame->udp + sizeof frame->dhcp);
 }
 
-} // namespace
-
-size_t build_dhcp_discover(std::span<uint8_t> buffer, const uint8_t (&mac)[MAC_SIZE], uint32_t xid)
+size_t build_dhcp_discover(std::span<uint8_t> buffer, const t_mac &mac, uint32_t xid)
 {
     t_dhcp_frame frame = {};
     if (buffer.size() < sizeof frame)
@@ -67,7 +63,7 @@ size_t build_dhcp_discover(std::span<uint8_t> buffer, const uint8_t (&mac)[MAC_S
     frame.dhcp.htype = HARDWARE_ETHERNET;
     frame.dhcp.hlen = MAC_SIZE;
     frame.dhcp.xid = xid;
-    memcpy(frame.dhcp.chaddr, mac, MAC_SIZE);
+    memcpy(frame.dhcp.chaddr, mac.bytes, MAC_SIZE);
     memcpy(frame.dhcp.magic_cookie, MAGIC_COOKIE, sizeof MAGIC_COOKIE);
     memcpy(frame.dhcp.options, DISCOVER_OPTIONS, sizeof DISCOVER_OPTIONS);
     memcpy(buffer.data(), &frame, sizeof frame);
@@ -87,12 +83,12 @@ bool parse_dhcp_offer(std::span<const uint8_t> frame, t_dhcp_offer *offer)
         return false;
     offer->xid = head.dhcp.xid;
     offer->address_be = head.dhcp.yiaddr_be;
-    memcpy(offer->server_mac, head.ethernet.source, MAC_SIZE);
+    offer->server_mac = head.ethernet.source;
     offer->options = frame.subspan(taken);
     return true;
 }
 
-t_frame_filter dhcp_offer_filter(uint32_t xid, const uint8_t (&lan_mac)[MAC_SIZE], int level)
+t_frame_filter dhcp_offer_filter(uint32_t xid, const t_mac &lan_mac, int level)
 {
     t_frame_filter filter = {};
     if (level >= LOG_LEVEL_Debug) // tells of every frame

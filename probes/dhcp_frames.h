@@ -10,12 +10,12 @@
 #include "probes/wire_formats.h"
 
 // Writes a DISCOVER, zero-padded, into the beginning of `buffer`. Its size, or 0 when the buffer is too small.
-size_t build_dhcp_discover(std::span<uint8_t> buffer, const uint8_t (&mac)[MAC_SIZE], uint32_t xid);
+size_t build_dhcp_discover(std::span<uint8_t> buffer, const t_mac &mac, uint32_t xid);
 
 struct t_dhcp_offer {
     uint32_t xid; // host order by design, as in the DISCOVER
     uint32_t address_be;
-    uint8_t server_mac[MAC_SIZE];
+    t_mac server_mac;
     std::span<const uint8_t> options; // borrowed from the frame
 };
 
@@ -25,7 +25,7 @@ bool parse_dhcp_offer(std::span<const uint8_t> frame, t_dhcp_offer *offer);
 
 // Lets through what may be an offer with this transaction id from another host than the LAN bridge. What is told of in
 // the log at `level` passes as well.
-t_frame_filter dhcp_offer_filter(uint32_t xid, const uint8_t (&lan_mac)[MAC_SIZE], int level);
+t_frame_filter dhcp_offer_filter(uint32_t xid, const t_mac &lan_mac, int level);
 
 struct t_dhcp_option {
     uint8_t code;

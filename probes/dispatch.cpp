@@ -8,8 +8,11 @@
 #include "platform/guards.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
-#include "probes/dhcp_probe.h"
-#include "probes/pppoe_probe.h"
+#include "probes/dhcp_discovery.h"
+#include "probes/pppoe_discovery.h"
+
+#pragma GCC diagnostic ignored "-Wformat-nonliteral" // the descriptions' texts: t_text has looked at them
+#pragma GCC diagnostic ignored "-Wformat-security"
 
 namespace {
 
@@ -29,8 +32,10 @@ struct t_probe_ports {
     }
 };
 
+} // namespace
+
 // Every linked port that no LAN host is behind and no table reserves. The lock is gone before anything is sent.
-void collect_linked_ports(t_port_model *model, t_probe_ports *ports)
+static void collect_linked_ports(t_port_model *model, t_probe_ports *ports)
 {
     const t_read_guard guard(engine_gate->locks.device_lock);
     for (t_device *dev = model->dev_hashmap_head; dev; dev = static_cast<t_device *>(dev->hh.next))
@@ -38,80 +43,66 @@ void collect_linked_ports(t_port_model *model, t_probe_ports *ports)
             ports->add(dev);
 }
 
-} // namespace
+static int ask_linked_ports(const t_discovery &kind, t_port_model *model)
+{
+    const char *const speaker = kind.speakers.ask_linked;
+    t_probe_ports ports;
+    collect_linked_ports(model, &ports);
+    LOG_AS(speaker, Debug, kind.texts.ports_ready.format, ports.list.count);
+    if (ports.list.count == 0)
+        LOG_AS(speaker, Info, kind.texts.no_ports.format);
+    else if (kind.send_all(&ports.list) == OK)
+        LOG_AS(speaker, Debug, kind.texts.ports_asked.format, ports.list.count);
+    else
+        LOG_AS(speaker, Error, kind.texts.ports_not_asked.format);
+    return OK;
+}
+
+static bool has_link(const t_discovery &kind, const t_device &dev)
+{
+    const t_read_guard guard(engine_gate->locks.device_lock);
+    if (!dev.link_active)
+        LOG_AS(kind.speakers.ask_one, Info, "dev:%s has no link, skip the detect!\n", dev.name);
+    else if (dev.is_brlan_dev)
+        LOG_AS(kind.speakers.ask_one, Debug,
+               "dev:%s has a lan device, cotinue the detect as device has been specified!\n", dev.name);
+    return dev.link_active;
+}
+
+static int ask_one_port(const t_discovery &kind, t_device *dev)
+{
+    if (!dev) {
+        LOG_AS(kind.speakers.ask_one, Error, "Null devive specified!\n");
+        return ERR_INVALID_INPUT;
+    }
+    if (!has_link(kind, *dev))
+        return DEVICE_WITHOUT_LINK;
+    t_probe_ports ports;
+    ports.add(dev);
+    LOG_AS(kind.speakers.ask_one, Debug, kind.texts.port_ready.format, dev->name);
+    if (kind.send_all(&ports.list) != OK)
+        LOG_AS(kind.speakers.ask_one, Error, kind.texts.port_not_asked.format, dev->name);
+    else if (kind.texts.port_asked.format)
+        LOG_AS(kind.speakers.ask_one, Debug, kind.texts.port_asked.format, dev->name);
+    return OK;
+}
 
 int dhcp_detect_for_all_link_device(t_port_model *model)
 {
-    t_probe_ports ports;
-    collect_linked_ports(model, &ports);
-    LOG(Debug, "Overall %d devices ready to run dhcp detect\n", ports.list.count);
-    if (ports.list.count == 0)
-        LOG(Info, "No actual device need detected, skip dhcp detect!\n");
-    else if (send_dhcp_discovery_all(&ports.list) == OK)
-        LOG(Debug, "Overall %d devices Send dhcp discovery success!\n", ports.list.count);
-    else
-        LOG(Error, "Error sending dhcp discovery packet\n");
-    return OK;
+    return ask_linked_ports(dhcp_discovery, model);
 }
 
 int pppoe_detect_for_all_link_device(t_port_model *model)
 {
-    t_probe_ports ports;
-    collect_linked_ports(model, &ports);
-    LOG(Debug, "Overall %d devices ready to run pppoe detect\n", ports.list.count);
-    if (ports.list.count == 0)
-        LOG(Info, "No actual device need detected, skip pppoe detect!\n");
-    else if (send_pppoe_discovery_all(&ports.list) == OK)
-        LOG(Debug, "Overall %d devices Send pppoe discovery success!\n", ports.list.count);
-    else
-        LOG(Error, "Error sending pppoe discovery packet\n");
-    return OK;
+    return ask_linked_ports(pppoe_discovery, model);
 }
 
 int dhcp_detect_for_specify_device(t_device *dev)
 {
-    if (!dev) {
-        LOG(Error, "Null devive specified!\n");
-        return ERR_INVALID_INPUT;
-    }
-    {
-        const t_read_guard guard(engine_gate->locks.device_lock);
-        if (!dev->link_active) {
-            LOG(Info, "dev:%s has no link, skip the detect!\n", dev->name);
-            return DEVICE_WITHOUT_LINK;
-        }
-        if (dev->is_brlan_dev)
-            LOG(Debug, "dev:%s has a lan device, cotinue the detect as device has been specified!\n", dev->name);
-    }
-    t_probe_ports ports;
-    ports.add(dev);
-    LOG(Debug, "device:%s ready to run dhcp detect\n", dev->name);
-    if (send_dhcp_discovery_all(&ports.list) != OK)
-        LOG(Error, "Error sending dhcp discovery packet in dev:%s\n", dev->name);
-    return OK;
+    return ask_one_port(dhcp_discovery, dev);
 }
 
 int pppoe_detect_for_specify_device(t_device *dev)
 {
-    if (!dev) {
-        LOG(Error, "Null devive specified!\n");
-        return ERR_INVALID_INPUT;
-    }
-    {
-        const t_read_guard guard(engine_gate->locks.device_lock);
-        if (!dev->link_active) {
-            LOG(Info, "dev:%s has no link, skip the detect!\n", dev->name);
-            return DEVICE_WITHOUT_LINK;
-        }
-        if (dev->is_brlan_dev)
-            LOG(Debug, "dev:%s has a lan device, cotinue the detect as device has been specified!\n", dev->name);
-    }
-    t_probe_ports ports;
-    ports.add(dev);
-    LOG(Debug, "device:%s ready to run pppoe detect\n", dev->name);
-    if (send_pppoe_discovery_all(&ports.list) != OK)
-        LOG(Error, "Error sending pppoe discovery packet in dev:%s\n", dev->name);
-    else
-        LOG(Debug, "device:%s Send pppoe discovery success!\n", dev->name);
-    return OK;
+    return ask_one_port(pppoe_discovery, dev);
 }

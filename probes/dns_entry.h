@@ -2,6 +2,7 @@
 // The records of a DNS probe: one entry per port that is asked, and the handle that holds them.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #include "probes/arp_answer.h"
@@ -12,13 +13,13 @@ constexpr int32_t DNS_MAX_ENTRIES = 16;
 struct t_dns_entry {
     uint8_t received;
     uint16_t query_id;
-    int32_t index; // position among the handle's entries: by it a watcher's callback finds the handle
+    int32_t index; // position among the handle's entries
     uint32_t dev_ip_be;
     uint32_t dns_server_be;
-    t_device *dev;                // borrowed
-    uloop_fd watcher;             // its descriptor is the raw socket, -1 when closed
-    uint8_t server_mac[MAC_SIZE]; // next hop
-    t_arp_answerer answerer;      // open while the socket is and the query is out
+    t_device *dev; // borrowed
+    t_port_socket socket;
+    t_mac server_mac;        // next hop
+    t_arp_answerer answerer; // open while the socket is and the query is out
 };
 
 struct t_dns_ctx {
@@ -27,3 +28,10 @@ struct t_dns_ctx {
     t_dns_entry entries[DNS_MAX_ENTRIES];
     t_frame_lines lines;
 };
+
+// The handle that an entry stands in: the entry knows its place in the array, and the array is a member of the handle.
+inline t_dns_ctx *handle_of(t_dns_entry *entry)
+{
+    t_dns_entry *first = entry - entry->index;
+    return reinterpret_cast<t_dns_ctx *>(reinterpret_cast<uint8_t *>(first) - offsetof(t_dns_ctx, entries));
+}

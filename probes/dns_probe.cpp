@@ -21,71 +21,64 @@
 #include "probes/packet_address.h"
 #include "probes/packet_socket.h"
 
-namespace {
-
 constexpr int DNS_QUERY_ID_LIMIT = 65535;
 constexpr int DNS_TIMEOUT_SECONDS = 3;
 constexpr int64_t DNS_TIMEOUT_US = int64_t{DNS_TIMEOUT_SECONDS} * MICROSECONDS_PER_SECOND;
 
-std::span<t_dns_entry> entries_of(t_dns_ctx *ctx)
+static std::span<t_dns_entry> entries_of(t_dns_ctx *ctx)
 {
     return {ctx->entries, static_cast<size_t>(std::clamp(ctx->count, 0, DNS_MAX_ENTRIES))};
 }
 
-bool is_open(const t_dns_entry &entry)
-{
-    return entry.watcher.fd > 0;
-}
-
-bool switch_off_address_reuse(int fd)
+static bool switch_off_address_reuse(int fd)
 {
     const int off = 0;
     return packet_socket_set_option(fd, SO_REUSEADDR, &off, sizeof off) == 0;
 }
 
-void limit_transfer_times(int fd)
+static void limit_transfer_times(int fd)
 {
     const timeval limit = {.tv_sec = DNS_TIMEOUT_SECONDS, .tv_usec = 0};
     packet_socket_set_option(fd, SO_SNDTIMEO, &limit, sizeof limit);
     packet_socket_set_option(fd, SO_RCVTIMEO, &limit, sizeof limit);
 }
 
-void close_all(std::span<t_dns_entry> entries)
+static void close_all(std::span<t_dns_entry> entries)
 {
     for (t_dns_entry &entry : entries)
         close_dns_entry(&entry);
 }
 
 // Who wants to answer may first have to ask for the address that it goes to.
-void answer_askers(std::span<t_dns_entry> entries)
+static void answer_askers(std::span<t_dns_entry> entries)
 {
     for (t_dns_entry &entry : entries)
         answer_arp_questions(&entry.answerer);
 }
 
-void start_answerer(t_dns_entry *entry, uint32_t own_ip_be, int ifindex, const uint8_t *port_mac)
+static void start_answerer(t_dns_entry *entry, uint32_t own_ip_be)
 {
     t_arp_answerer *answerer = &entry->answerer;
     answerer->dev = entry->dev;
-    answerer->ifindex = ifindex;
+    answerer->socket.ifindex = entry->socket.ifindex;
+    answerer->socket.mac = entry->socket.mac;
     answerer->own_ip_be = own_ip_be;
-    memcpy(answerer->port_mac, port_mac, MAC_SIZE);
-    memcpy(answerer->next_hop, entry->server_mac, MAC_SIZE);
+    answerer->next_hop = entry->server_mac;
     start_arp_answers(answerer);
 }
 
-pollfd await_reading(const uloop_fd &watcher)
+static pollfd await_reading(const t_port_socket &socket)
 {
-    return {.fd = watcher.fd > 0 ? watcher.fd : -1, .events = POLLIN, .revents = 0};
+    return {.fd = socket.watcher.fd, .events = POLLIN, .revents = 0};
 }
 
 // Reads what is pending; the first entry in table order that has its answer, or null.
-const t_dns_entry *take_first_answer(std::span<t_dns_entry> entries)
+static const t_dns_entry *take_first_answer(std::span<t_dns_entry> entries)
 {
     for (t_dns_entry &entry : entries) {
-        if (!is_open(entry))
+        if (!entry.socket.is_open())
             continue;
-        recv_dns_query(&entry.watcher);
+        recv_dns_query(&entry.socket.watcher);
         if (entry.received && entry.dev)
             return &entry;
     }
@@ -93,71 +86,65 @@ const t_dns_entry *take_first_answer(std::span<t_dns_entry> entries)
 }
 
 // Sleeps until a socket has a frame or the probe's time is over.
-void await_frames(std::span<const t_dns_entry> entries, int64_t elapsed_us)
+static void await_frames(std::span<const t_dns_entry> entries, int64_t elapsed_us)
 {
     pollfd sockets[2 * DNS_MAX_ENTRIES];
     size_t count = 0;
     for (const t_dns_entry &entry : entries) {
-        sockets[count++] = await_reading(entry.watcher);
-        sockets[count++] = await_reading(entry.answerer.watcher);
+        sockets[count++] = await_reading(entry.socket);
+        sockets[count++] = await_reading(entry.answerer.socket);
     }
     const int64_t left_ms = (DNS_TIMEOUT_US - elapsed_us) / MICROSECONDS_PER_MILLISECOND + 1;
     packet_socket_poll(sockets, count, static_cast<int>(left_ms));
 }
 
-} // namespace
-
 void close_dns_entry(t_dns_entry *entry)
 {
-    if (is_open(*entry))
-        packet_socket_close(&entry->watcher);
+    entry->socket.close();
     stop_arp_answers(&entry->answerer);
 }
 
 // Opens one entry's socket; the entry stays closed on failure.
 static void dnslookup_init_fd(t_dns_entry *entry)
 {
-    entry->watcher = {};
+    entry->socket = {};
     entry->answerer = {};
-    entry->watcher.cb = uloop_recv_dns_query;
+    entry->socket.watcher.cb = uloop_recv_dns_query;
     LOG(Info, "sending eth:%s using ip %s is in initial!\n", device_name(entry->dev),
         t_ipv4_text(entry->dev_ip_be).text);
-    entry->watcher.fd = packet_socket_open(ETH_P_ALL);
-    if (!is_open(*entry)) {
+    if (!entry->socket.open(ETH_P_ALL)) {
         LOG(Error, "dnslookup_init_fd create socket in %s fail!\n", device_name(entry->dev));
-        packet_socket_close(&entry->watcher);
         return;
     }
-    if (!entry->dev || packet_socket_bind_to_device(entry->watcher.fd, entry->dev->name) != 0) {
-        packet_socket_close(&entry->watcher);
+    const int fd = entry->socket.watcher.fd;
+    if (!entry->dev || packet_socket_bind_to_device(fd, entry->dev->name) != 0) {
+        entry->socket.close();
         LOG(Error, "dnslookup_init_fd bindtodevice in %s fail!\n", device_name(entry->dev));
         return;
     }
-    if (!switch_off_address_reuse(entry->watcher.fd)) {
-        packet_socket_close(&entry->watcher);
+    if (!switch_off_address_reuse(fd)) {
+        entry->socket.close();
         LOG(Error, "Failed to set socket in %s option 'SO_REUSE\n", device_name(entry->dev));
         return;
     }
-    limit_transfer_times(entry->watcher.fd);
-    packet_socket_set_nonblocking(entry->watcher.fd);
+    limit_transfer_times(fd);
+    packet_socket_set_nonblocking(fd);
 }
 
 int send_dns_query(uint32_t source_be, t_dns_entry *entry)
 {
-    int ifindex = 0;
-    uint8_t mac[MAC_SIZE] = {};
-    const bool known = query_port(entry->watcher.fd, entry->dev->name, &ifindex, mac) == 0;
-    packet_socket_filter(entry->watcher.fd, dns_answer_filter(*entry, log_get_level()));
-    const sockaddr_ll next_hop = packet_address(ETH_P_ALL, ifindex, entry->server_mac);
-    if (!known || packet_socket_bind(entry->watcher.fd, next_hop) != 0) {
+    t_port_socket &socket = entry->socket;
+    const bool known = socket.look_up(entry->dev->name);
+    const sockaddr_ll next_hop = packet_address(ETH_P_ALL, socket.ifindex, &entry->server_mac);
+    if (!known || !socket.listen(dns_answer_filter(*entry, log_get_level()), next_hop)) {
         LOG(Error, "detect_all_dns_query bind socket to %s fail!\n", device_name(entry->dev));
         close_dns_entry(entry);
         return DNS_ERR_BIND;
     }
-    start_answerer(entry, source_be, ifindex, mac);
+    start_answerer(entry, source_be);
     t_dns_query_frame frame;
-    build_dns_query(&frame, *entry, source_be, mac);
-    if (packet_socket_send(entry->watcher.fd, &frame, sizeof frame, next_hop) < 0) {
+    build_dns_query(&frame, *entry, source_be, socket.mac);
+    if (!socket.send(bytes_of(frame), next_hop)) {
         LOG(Error, "dns sendto %s failed, errno=%d!\n", t_ipv4_text(entry->dns_server_be).text, errno);
         close_dns_entry(entry);
         return DNS_ERR_SEND;
@@ -186,7 +173,7 @@ static int wait_dns_response(t_dns_ctx *ctx)
             await_frames(entries, elapsed_us);
     }
     for (const t_dns_entry &entry : entries) {
-        if (!is_open(entry))
+        if (!entry.socket.is_open())
             continue;
         LOG(Info, "dnslookup failed at: %s, dev_ip:%s\n", device_name(entry.dev), t_ipv4_text(entry.dev_ip_be).text);
         LOG(Info, "dnslookup failed at: %s, dns_server:%s, server_mac:%02X-%02X-%02X-%02X-%02X-%02X\n",
@@ -203,7 +190,7 @@ int gethostbyname_own_implement(t_dns_ctx *ctx)
     for (t_dns_entry &entry : entries_of(ctx))
         dnslookup_init_fd(&entry);
     for (t_dns_entry &entry : entries_of(ctx)) {
-        if (!is_open(entry))
+        if (!entry.socket.is_open())
             continue;
         entry.query_id = static_cast<uint16_t>(rand() % DNS_QUERY_ID_LIMIT);
         if (send_dns_query(entry.dev_ip_be, &entry) == OK)

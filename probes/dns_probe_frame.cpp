@@ -10,12 +10,12 @@
 
 #include "platform/log.h"
 
-namespace {
-
 constexpr uint16_t DNS_CLIENT_PORT = 21000;
 constexpr uint16_t DNS_RECURSION_DESIRED = 0x0100;
 constexpr uint16_t DNS_TYPE_A = 1;
 constexpr uint16_t DNS_CLASS_IN = 1;
+
+namespace {
 
 // What the UDP checksum covers of the IP header (RFC 768).
 struct [[gnu::packed]] t_pseudo_header {
@@ -38,16 +38,18 @@ static_assert(offsetof(t_dns_answer_frame, ipv4.protocol) == 23 && offsetof(t_dn
 static_assert(offsetof(t_dns_answer_frame, ipv4.destination_be) == 30 && offsetof(t_dns_answer_frame, udp) == 34);
 static_assert(offsetof(t_dns_answer_frame, dns) == 42 && offsetof(t_dns_answer_frame, dns.ancount_be) == 48);
 
+} // namespace
+
 constexpr size_t IP_LENGTH = sizeof(t_dns_query_frame) - offsetof(t_dns_query_frame, ipv4);
 constexpr size_t UDP_LENGTH = sizeof(t_dns_query_frame) - offsetof(t_dns_query_frame, udp);
 
-uint16_t ipv4_checksum(const t_ipv4_header &header)
+static uint16_t ipv4_checksum(const t_ipv4_header &header)
 {
     return checksum_finish(checksum_add(0, &header, sizeof header));
 }
 
 // The frame's UDP part must be complete but for its checksum, which is 0.
-uint16_t udp_checksum(const t_dns_query_frame &frame)
+static uint16_t udp_checksum(const t_dns_query_frame &frame)
 {
     const t_pseudo_header pseudo = {frame.ipv4.source_be, frame.ipv4.destination_be, 0, frame.ipv4.protocol,
                                     frame.udp.length_be};
@@ -56,13 +58,11 @@ uint16_t udp_checksum(const t_dns_query_frame &frame)
     return sum == 0 ? UINT16_MAX : sum; // 0 would say "not computed"
 }
 
-} // namespace
-
-void build_dns_query(t_dns_query_frame *frame, const t_dns_entry &entry, uint32_t source_be, const uint8_t *source_mac)
+void build_dns_query(t_dns_query_frame *frame, const t_dns_entry &entry, uint32_t source_be, const t_mac &source_mac)
 {
     *frame = {};
-    memcpy(frame->ethernet.destination, entry.server_mac, MAC_SIZE);
-    memcpy(frame->ethernet.source, source_mac, MAC_SIZE);
+    frame->ethernet.destination = entry.server_mac;
+    frame->ethernet.source = source_mac;
     frame->ethernet.ether_type_be = htons(ETHERTYPE_IP);
     frame->ipv4.version_ihl = IPV4_VERSION_IHL;
     frame->ipv4.total_length_be = htons(IP_LENGTH);
@@ -109,8 +109,11 @@ t_frame_filter dns_answer_filter(const t_dns_entry &entry, int level)
     filter_require_word(&filter, offsetof(t_dns_answer_frame, ipv4.source_be), ntohl(entry.dns_server_be));
     filter_require_half(&filter, offsetof(t_dns_answer_frame, udp.source_port_be), DNS_SERVER_PORT);
     filter_require_half(&filter, offsetof(t_dns_answer_frame, dns.id_be), entry.query_id);
-    filter_add(&filter, {BPF_STMT(BPF_LD | BPF_H | BPF_ABS, offsetof(t_dns_answer_frame, dns.ancount_be)),
-                         BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, 0, 0, 1)});
+    const std::initializer_list<sock_filter> program = {
+        BPF_STMT(BPF_LD | BPF_H | BPF_ABS, offsetof(t_dns_answer_frame, dns.ancount_be)), // A: answers
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, 0, 0, 1),                                     // some: over the next one
+    };
+    filter_add(&filter, program);
     filter_drop(&filter);
     filter_keep(&filter);
     return filter;

@@ -16,7 +16,7 @@ constexpr uint16_t dns_ip_identification(uint16_t query_id)
     return static_cast<uint16_t>(query_id >> 4);
 }
 
-void build_dns_query(t_dns_query_frame *frame, const t_dns_entry &entry, uint32_t source_be, const uint8_t *source_mac);
+void build_dns_query(t_dns_query_frame *frame, const t_dns_entry &entry, uint32_t source_be, const t_mac &source_mac);
 
 // What stands at the fixed offsets of a received frame; what was not received is 0.
 struct t_dns_answer {

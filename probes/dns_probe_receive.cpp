@@ -1,48 +1,34 @@
 // SPDX-License-Identifier: MIT
 // The two ways of reading a port's answers: all that is pending while the probe waits, or one frame from the loop.
-#include <cstddef>
-
 #include "platform/ipv4_text.h"
 #include "platform/log.h"
 #include "probes/dns_probe_frame.h"
-#include "probes/packet_socket.h"
-
-namespace {
 
 constexpr size_t DNS_RECEIVE_SIZE = 256; // the last byte terminates
 
 // A flooded port must not keep the waiting loop from its deadline.
 constexpr int DNS_FRAMES_PER_READ = 1024;
 
-t_dns_entry *entry_of(uloop_fd *watcher)
+static t_dns_entry *entry_of(uloop_fd *watcher)
 {
-    return container_of(watcher, t_dns_entry, watcher);
+    return container_of(watcher, t_dns_entry, socket.watcher);
 }
 
-t_dns_ctx *handle_of(t_dns_entry *entry)
-{
-    // The handle's member is the array, so the way leads from its first element by the array's offset.
-    auto *first = reinterpret_cast<uint8_t *>(entry - entry->index);
-    return reinterpret_cast<t_dns_ctx *>(first - offsetof(t_dns_ctx, entries));
-}
-
-bool may_tell(t_dns_entry *entry, t_log_level level)
+static bool may_tell(t_dns_entry *entry, t_log_level level)
 {
     return may_tell_of_frame(&handle_of(entry)->lines, level);
 }
 
 // False when nothing is pending or reading failed.
-bool read_answer(const uloop_fd &watcher, t_dns_answer *answer, bool accept_empty)
+static bool read_answer(const t_port_socket &socket, t_dns_answer *answer, bool accept_empty)
 {
     uint8_t bytes[DNS_RECEIVE_SIZE] = {};
-    const ssize_t got = packet_socket_receive(watcher.fd, bytes, sizeof bytes - 1, nullptr);
+    const ssize_t got = socket.receive(std::span(bytes).first(DNS_RECEIVE_SIZE - 1));
     if (got < 0 || (got == 0 && !accept_empty))
         return false;
     *answer = parse_dns_answer({bytes, static_cast<size_t>(got)});
     return true;
 }
-
-} // namespace
 
 // Says why a frame is not the answer; one without answers is passed over in silence.
 static void tell_flaw(t_dns_entry *entry, const t_dns_answer &answer, t_dns_flaw flaw, const char *speaker)
@@ -95,7 +81,7 @@ void recv_dns_query(uloop_fd *watcher)
         return;
     }
     t_dns_answer answer;
-    for (int i = 0; i < DNS_FRAMES_PER_READ && read_answer(*watcher, &answer, false); i++) {
+    for (int i = 0; i < DNS_FRAMES_PER_READ && read_answer(entry->socket, &answer, false); i++) {
         if (may_tell(entry, LOG_LEVEL_Info))
             LOG(Info, "dns response from ip=%s!\n", t_ipv4_text(entry->dev_ip_be).text);
         const t_dns_flaw flaw = find_dns_flaw(answer, *entry, false);
@@ -120,7 +106,7 @@ void uloop_recv_dns_query(uloop_fd *watcher, unsigned int events)
     if (!(events & ULOOP_READ))
         return;
     t_dns_answer answer;
-    if (read_answer(*watcher, &answer, true)) {
+    if (read_answer(entry->socket, &answer, true)) {
         const t_dns_flaw flaw = find_dns_flaw(answer, *entry, true);
         if (flaw == t_dns_flaw::none)
             return accept_answer(entry, speaker);

@@ -2,6 +2,9 @@
 // Filters that the kernel runs over the frames of a packet socket (classic BPF), so that a flood does not fill its
 // queue and take the answer's place. A filter may only drop what the probe would pass over without a word in the log,
 // at the level of the moment when it is made; reading beyond a frame's end drops it. Any thread.
+//
+// In the comments beside instructions A is the accumulator and X the index; a jump ends with how many instructions it
+// goes over, first when it is true and then when it is not.
 #pragma once
 
 #include <cstddef>
@@ -9,7 +12,7 @@
 #include <initializer_list>
 #include <linux/filter.h>
 
-#include "model/records.h"
+#include "probes/mac.h"
 
 constexpr size_t FRAME_FILTER_SIZE = 512;
 
@@ -26,10 +29,10 @@ void filter_add(t_frame_filter *filter, std::initializer_list<sock_filter> instr
 void filter_require_byte(t_frame_filter *filter, size_t offset, uint8_t value);
 void filter_require_half(t_frame_filter *filter, size_t offset, uint16_t value);
 void filter_require_word(t_frame_filter *filter, size_t offset, uint32_t value);
-void filter_require_mac(t_frame_filter *filter, size_t offset, const uint8_t *mac);
+void filter_require_mac(t_frame_filter *filter, size_t offset, const t_mac &mac);
 
 // Drops the frame if a MAC stands at `offset`, or if the port sent the frame itself.
-void filter_refuse_mac(t_frame_filter *filter, size_t offset, const uint8_t *mac);
+void filter_refuse_mac(t_frame_filter *filter, size_t offset, const t_mac &mac);
 void filter_refuse_own(t_frame_filter *filter);
 
 // Ends the program for the frames that get here: they are kept, or dropped.

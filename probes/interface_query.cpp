@@ -10,10 +10,8 @@
 
 #include "platform/guards.h"
 
-namespace {
-
 // Asks for one attribute. False also for a name that no interface can have: cut, it could be another interface's.
-bool ask(int fd, unsigned long attribute, const char *name, ifreq *request)
+static bool ask(int fd, unsigned long attribute, const char *name, ifreq *request)
 {
     *request = {};
     if (!name || strlen(name) >= IFNAMSIZ)
@@ -22,16 +20,16 @@ bool ask(int fd, unsigned long attribute, const char *name, ifreq *request)
     return ioctl(fd, attribute, request) == 0;
 }
 
-bool ask_mac(int fd, const char *name, uint8_t (&mac)[MAC_SIZE])
+static bool ask_mac(int fd, const char *name, t_mac *mac)
 {
     ifreq request;
     if (!ask(fd, SIOCGIFHWADDR, name, &request))
         return false;
-    memcpy(mac, request.ifr_hwaddr.sa_data, MAC_SIZE);
+    *mac = mac_at(request.ifr_hwaddr.sa_data);
     return true;
 }
 
-bool ask_address(int fd, unsigned long attribute, const char *name, uint32_t *address_be)
+static bool ask_address(int fd, unsigned long attribute, const char *name, uint32_t *address_be)
 {
     ifreq request;
     if (!ask(fd, attribute, name, &request))
@@ -42,8 +40,6 @@ bool ask_address(int fd, unsigned long attribute, const char *name, uint32_t *ad
     return true;
 }
 
-} // namespace
-
 int query_interface(const char *name, t_interface_info *info)
 {
     *info = {};
@@ -51,16 +47,16 @@ int query_interface(const char *name, t_interface_info *info)
     if (channel.fd < 0)
         return -1;
     ifreq flags;
-    const bool known = ask(channel.fd, SIOCGIFFLAGS, name, &flags) && ask_mac(channel.fd, name, info->mac) &&
+    const bool known = ask(channel.fd, SIOCGIFFLAGS, name, &flags) && ask_mac(channel.fd, name, &info->mac) &&
                        ask_address(channel.fd, SIOCGIFADDR, name, &info->address_be) &&
                        ask_address(channel.fd, SIOCGIFNETMASK, name, &info->netmask_be);
     return known ? 0 : -1;
 }
 
-int query_port(int fd, const char *name, int *ifindex, uint8_t (&mac)[MAC_SIZE])
+int query_port(int fd, const char *name, int *ifindex, t_mac *mac)
 {
     *ifindex = 0;
-    memset(mac, 0, sizeof mac);
+    *mac = {};
     ifreq request;
     if (!ask(fd, SIOCGIFINDEX, name, &request))
         return -1;

@@ -4,18 +4,18 @@
 
 #include <cstdint>
 
-#include "model/records.h"
+#include "probes/mac.h"
 
 constexpr const char *LAN_BRIDGE = "br-lan";
 
 struct t_interface_info {
     uint32_t address_be;
     uint32_t netmask_be;
-    uint8_t mac[MAC_SIZE];
+    t_mac mac;
 };
 
 // IPv4 address, netmask and MAC of an interface, by name. 0, or -1 when any of them cannot be read.
 int query_interface(const char *name, t_interface_info *info);
 
 // Index and MAC of a port, asked through an open socket. 0, or -1; what could not be read is 0 then.
-int query_port(int fd, const char *name, int *ifindex, uint8_t (&mac)[MAC_SIZE]);
+int query_port(int fd, const char *name, int *ifindex, t_mac *mac);

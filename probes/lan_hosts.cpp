@@ -37,13 +37,15 @@ struct t_lan_sources {
     }
 };
 
-void clear_brlan_flags(t_device *dev_hashmap_head)
+} // namespace
+
+static void clear_brlan_flags(t_device *dev_hashmap_head)
 {
     for (t_device *dev = dev_hashmap_head; dev; dev = static_cast<t_device *>(dev->hh.next))
         dev->is_brlan_dev = 0;
 }
 
-t_device *find_device_by_brlan_index(t_device *dev_hashmap_head, int index)
+static t_device *find_device_by_brlan_index(t_device *dev_hashmap_head, int index)
 {
     for (t_device *dev = dev_hashmap_head; dev; dev = static_cast<t_device *>(dev->hh.next))
         if (dev->brlan_index == index)
@@ -51,12 +53,10 @@ t_device *find_device_by_brlan_index(t_device *dev_hashmap_head, int index)
     return nullptr;
 }
 
-} // namespace
-
 static void double_checkarp_table(t_port_model *model, const t_interface_info &lan, unsigned int lan_ifindex)
 {
     LOG_ENTER();
-    if (double_check_arp_packet_all_blocked(&model->arp_table_hashmap_head, lan.address_be, lan.netmask_be, lan.mac,
+    if (double_check_arp_packet_all_blocked(&model->arp_table_hashmap_head, lan.address_be, lan.netmask_be, &lan.mac,
                                             lan_ifindex) != OK)
         LOG(Error, "failed to send&recv ARP sniffer packet, continue whatever!\n");
 }
@@ -77,7 +77,7 @@ static void mark_port(t_port_model *model, const t_interface_info &lan, const t_
             LOG_AS(UPDATE, Debug, "device:%s already has an ip that has same subnet as LAN!\n", dev->name);
         return;
     }
-    const t_arp_entry *entry = find_arp_entry(model->arp_table_hashmap_head, record.mac);
+    const t_arp_entry *entry = find_arp_entry(model->arp_table_hashmap_head, &record.mac);
     if (!entry) {
         if (told)
             LOG_AS(UPDATE, Debug, "Failed to find arp entry for %02X-%02X-%02X-%02X-%02X-%02X!\n",

@@ -6,9 +6,7 @@
 #include <cstring>
 #include <sys/socket.h>
 
-#include "model/records.h"
-
-sockaddr_ll packet_address(uint16_t ether_type, int ifindex, const uint8_t *mac)
+sockaddr_ll packet_address(uint16_t ether_type, int ifindex, const t_mac *mac)
 {
     sockaddr_ll address = {};
     address.sll_family = AF_PACKET;
@@ -16,7 +14,7 @@ sockaddr_ll packet_address(uint16_t ether_type, int ifindex, const uint8_t *mac)
     address.sll_ifindex = ifindex;
     if (mac) {
         address.sll_halen = MAC_SIZE;
-        memcpy(address.sll_addr, mac, MAC_SIZE);
+        memcpy(address.sll_addr, mac->bytes, MAC_SIZE);
     }
     return address;
 }

@@ -21,28 +21,10 @@ extern "C" {
 #include <libubox/uloop.h>
 }
 
-namespace {
-
-constexpr int LOWEST_DESCRIPTOR = 1;
-
-// Probes treat 0 as "closed", so a socket that got it moves up.
-int move_above_zero(int fd)
-{
-    if (fd != 0)
-        return fd;
-    const int moved = fcntl(fd, F_DUPFD_CLOEXEC, LOWEST_DESCRIPTOR);
-    const int reason = errno;
-    close(fd);
-    errno = reason;
-    return moved;
-}
-
-} // namespace
-
 int packet_socket_open(uint16_t ether_type)
 {
     const uint16_t heard_at_once = ether_type == ETH_P_ALL ? 0 : ether_type;
-    return move_above_zero(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, htons(heard_at_once)));
+    return socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, htons(heard_at_once));
 }
 
 int packet_socket_bind(int fd, const sockaddr_ll &address)
@@ -153,7 +135,7 @@ void packet_socket_settle_error(uloop_fd *watcher)
 void packet_socket_close(uloop_fd *watcher)
 {
     packet_socket_unwatch(watcher);
-    if (watcher->fd > 0)
+    if (watcher->fd >= 0)
         close(watcher->fd);
     watcher->fd = -1;
 }

@@ -48,5 +48,5 @@ void packet_socket_unwatch(uloop_fd *watcher);
 // taken out of the loop, which would report it without end.
 void packet_socket_settle_error(uloop_fd *watcher);
 
-// Takes the descriptor out of the loop, closes it if it is open (above 0) and sets it to -1.
+// Takes the descriptor out of the loop, closes it if it is open and sets it to -1.
 void packet_socket_close(uloop_fd *watcher);

@@ -9,15 +9,13 @@
 
 #include "platform/log.h"
 
-namespace {
-
 constexpr uint8_t PPPOE_VERSION_TYPE = 0x11;
 constexpr uint8_t CODE_PADI = 0x09;
 constexpr uint8_t CODE_PADO = 0x07;
 constexpr int FILTERED_TAGS = 12; // of a PADO; concentrators send about five, and kernels limit what a filter takes
 
 // Copies a record out of a frame; bytes beyond its end stay zero.
-template <typename Record> Record read_record(std::span<const uint8_t> frame, size_t position)
+template <typename Record> static Record read_record(std::span<const uint8_t> frame, size_t position)
 {
     Record record = {};
     const size_t there = frame.size() > position ? frame.size() - position : 0;
@@ -31,37 +29,64 @@ constexpr sock_filter DROP = BPF_STMT(BPF_RET | BPF_K, 0);
 constexpr uint32_t PAYLOAD_END = 0; // a cell of the filter's memory
 
 // Drops what claims to be longer than it is, and leaves the payload's end in its cell.
-void filter_length(t_frame_filter *filter)
+static void filter_length(t_frame_filter *filter)
 {
-    filter_add(filter, {BPF_STMT(BPF_LD | BPF_H | BPF_ABS, offsetof(t_pppoe_start, pppoe.length_be)),
-                        BPF_STMT(BPF_ALU | BPF_ADD | BPF_K, PPPOE_PAYLOAD_START), BPF_STMT(BPF_ST, PAYLOAD_END),
-                        BPF_STMT(BPF_MISC | BPF_TAX, 0), BPF_STMT(BPF_LD | BPF_W | BPF_LEN, 0),
-                        BPF_JUMP(BPF_JMP | BPF_JGE | BPF_X, 0, 1, 0), DROP});
+    const std::initializer_list<sock_filter> program = {
+        BPF_STMT(BPF_LD | BPF_H | BPF_ABS, offsetof(t_pppoe_start, pppoe.length_be)), // A: its length
+        BPF_STMT(BPF_ALU | BPF_ADD | BPF_K, PPPOE_PAYLOAD_START),                     // A: the end of the payload
+        BPF_STMT(BPF_ST, PAYLOAD_END),                                                // kept for the walk over the tags
+        BPF_STMT(BPF_MISC | BPF_TAX, 0),                                              // X: that end
+        BPF_STMT(BPF_LD | BPF_W | BPF_LEN, 0),                                        // A: bytes that arrived
+        BPF_JUMP(BPF_JMP | BPF_JGE | BPF_X, 0, 1, 0),                                 // enough: over the next one
+        DROP,                                                                         // it was cut short
+    };
+    filter_add(filter, program);
+}
+
+// Drops a payload longer than a PADO's may be, and lets X begin at the first tag.
+static void filter_payload(t_frame_filter *filter)
+{
+    const std::initializer_list<sock_filter> program = {
+        BPF_STMT(BPF_LD | BPF_H | BPF_ABS, offsetof(t_pppoe_start, pppoe.length_be)), // A: its length
+        BPF_JUMP(BPF_JMP | BPF_JGT | BPF_K, PPPOE_MAX_PAYLOAD, 0, 1),                 // not too long: over the next one
+        DROP,                                                                         // no PADO is that long
+        BPF_STMT(BPF_LDX | BPF_IMM, PPPOE_PAYLOAD_START),                             // X: the first tag
+    };
+    filter_add(filter, program);
 }
 
 // Keeps the frame if the tag at X is the wanted one, drops it where the tags end, and else moves X to the next one.
-void filter_tag(t_frame_filter *filter, uint32_t host_uniq)
+static void filter_tag(t_frame_filter *filter, uint32_t host_uniq)
 {
     constexpr uint32_t length = offsetof(t_pppoe_tag, length_be), value = sizeof(t_pppoe_tag);
-    filter_add(filter,
-               {BPF_STMT(BPF_LD | BPF_MEM, PAYLOAD_END), BPF_JUMP(BPF_JMP | BPF_JGT | BPF_X, 0, 1, 0), DROP,
-                BPF_STMT(BPF_LD | BPF_H | BPF_IND, 0), BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, PPPOE_TAG_END_OF_LIST, 0, 1),
-                DROP, BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, PPPOE_TAG_HOST_UNIQ, 0, 5),
-                BPF_STMT(BPF_LD | BPF_H | BPF_IND, length), BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, sizeof host_uniq, 0, 3),
-                BPF_STMT(BPF_LD | BPF_W | BPF_IND, value), BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, ntohl(host_uniq), 0, 1),
-                KEEP, BPF_STMT(BPF_LD | BPF_H | BPF_IND, length), BPF_STMT(BPF_ALU | BPF_ADD | BPF_X, 0),
-                BPF_STMT(BPF_ALU | BPF_ADD | BPF_K, value), BPF_STMT(BPF_MISC | BPF_TAX, 0)});
+    const std::initializer_list<sock_filter> program = {
+        BPF_STMT(BPF_LD | BPF_MEM, PAYLOAD_END),                          // A: end of the payload
+        BPF_JUMP(BPF_JMP | BPF_JGT | BPF_X, 0, 1, 0),                     // X before it: go on
+        DROP,                                                             // no tag is left
+        BPF_STMT(BPF_LD | BPF_H | BPF_IND, 0),                            // A: type of the tag
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, PPPOE_TAG_END_OF_LIST, 0, 1), // another: go on
+        DROP,                                                             // the list ends here
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, PPPOE_TAG_HOST_UNIQ, 0, 5),   // another: to the move
+        BPF_STMT(BPF_LD | BPF_H | BPF_IND, length),                       // A: length of the value
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, sizeof host_uniq, 0, 3),      // another: to the move
+        BPF_STMT(BPF_LD | BPF_W | BPF_IND, value),                        // A: the value
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, ntohl(host_uniq), 0, 1),      // another: to the move
+        KEEP,                                                             // the tag is ours
+        BPF_STMT(BPF_LD | BPF_H | BPF_IND, length),                       // the move; A: length,
+        BPF_STMT(BPF_ALU | BPF_ADD | BPF_X, 0),                           // from the tag on,
+        BPF_STMT(BPF_ALU | BPF_ADD | BPF_K, value),                       // behind its header
+        BPF_STMT(BPF_MISC | BPF_TAX, 0),                                  // X: the next tag
+    };
+    filter_add(filter, program);
 }
 
-} // namespace
-
-size_t build_padi(std::span<uint8_t> buffer, const uint8_t (&mac)[MAC_SIZE], uint32_t host_uniq)
+size_t build_padi(std::span<uint8_t> buffer, const t_mac &mac, uint32_t host_uniq)
 {
     t_padi_frame frame = {};
     if (buffer.size() < sizeof frame)
         return 0;
-    memcpy(frame.ethernet.destination, BROADCAST_MAC, MAC_SIZE);
-    memcpy(frame.ethernet.source, mac, MAC_SIZE);
+    frame.ethernet.destination = BROADCAST_MAC;
+    frame.ethernet.source = mac;
     frame.ethernet.ether_type_be = htons(ETH_P_PPP_DISC);
     frame.pppoe.version_type = PPPOE_VERSION_TYPE;
     frame.pppoe.code = CODE_PADI;
@@ -82,7 +107,7 @@ t_pppoe_start read_pppoe_start(std::span<const uint8_t> frame)
 t_pado_flaw check_pado(std::span<const uint8_t> frame)
 {
     const t_pppoe_start start = read_pppoe_start(frame);
-    if (memcmp(start.ethernet.source, BROADCAST_MAC, MAC_SIZE) == 0)
+    if (start.ethernet.source == BROADCAST_MAC)
         return t_pado_flaw::broadcast_source;
     if (start.ethernet.ether_type_be != htons(ETH_P_PPP_DISC))
         return t_pado_flaw::other_ether_type;
@@ -104,9 +129,7 @@ t_frame_filter pado_filter(uint32_t host_uniq, int level)
     filter_length(&filter);
     if (level < LOG_LEVEL_Info) { // tells of every whole PADO
         filter_require_byte(&filter, offsetof(t_pppoe_start, pppoe.version_type), PPPOE_VERSION_TYPE);
-        filter_add(&filter, {BPF_STMT(BPF_LD | BPF_H | BPF_ABS, offsetof(t_pppoe_start, pppoe.length_be)),
-                             BPF_JUMP(BPF_JMP | BPF_JGT | BPF_K, PPPOE_MAX_PAYLOAD, 0, 1), DROP,
-                             BPF_STMT(BPF_LDX | BPF_IMM, PPPOE_PAYLOAD_START)});
+        filter_payload(&filter);
         for (int i = 0; i < FILTERED_TAGS; i++)
             filter_tag(&filter, host_uniq);
     }

@@ -16,7 +16,7 @@ constexpr uint16_t PPPOE_TAG_SERVICE_NAME = 0x0101;
 constexpr uint16_t PPPOE_TAG_HOST_UNIQ = 0x0103;
 
 // Writes a PADI into the beginning of `buffer`. Its size, or 0 when the buffer is too small.
-size_t build_padi(std::span<uint8_t> buffer, const uint8_t (&mac)[MAC_SIZE], uint32_t host_uniq);
+size_t build_padi(std::span<uint8_t> buffer, const t_mac &mac, uint32_t host_uniq);
 
 // The two headers every discovery frame begins with. What a short frame lacks reads as zero.
 struct t_pppoe_start {

@@ -4,18 +4,14 @@
 
 #include <cstring>
 
-namespace {
-
 constexpr unsigned HALF_BITS = 16;
 constexpr uint32_t HALF_MASK = 0xffff;
 
 // Adding the carries back keeps the sum equal under one's complement arithmetic (RFC 1071).
-uint32_t fold(uint32_t sum)
+static uint32_t fold(uint32_t sum)
 {
     return (sum & HALF_MASK) + (sum >> HALF_BITS);
 }
-
-} // namespace
 
 uint32_t checksum_add(uint32_t sum, const void *bytes, size_t size)
 {

@@ -5,14 +5,12 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "model/records.h"
-
-constexpr uint8_t BROADCAST_MAC[MAC_SIZE] = {0xff, 0xff, 0xff, 0xff, 0xff, 0xff};
+#include "probes/mac.h"
 
 // IEEE 802.3
 struct [[gnu::packed]] t_ethernet_header {
-    uint8_t destination[MAC_SIZE];
-    uint8_t source[MAC_SIZE];
+    t_mac destination;
+    t_mac source;
     uint16_t ether_type_be;
 };
 static_assert(sizeof(t_ethernet_header) == 14);
@@ -110,9 +108,9 @@ struct [[gnu::packed]] t_arp_frame {
     uint8_t hardware_length;
     uint8_t protocol_length;
     uint16_t opcode_be;
-    uint8_t sender_mac[MAC_SIZE];
+    t_mac sender_mac;
     uint32_t sender_ip_be;
-    uint8_t target_mac[MAC_SIZE];
+    t_mac target_mac;
     uint32_t target_ip_be;
     uint8_t padding[18];
 };

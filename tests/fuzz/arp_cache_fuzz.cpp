@@ -33,7 +33,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     unsigned count = 0;
     for (t_arp_entry *entry = table; entry; entry = static_cast<t_arp_entry *>(entry->hh.next), count++) {
         REQUIRE(((entry->address_be ^ address_be) & netmask_be) == 0);
-        REQUIRE(find_arp_entry(table, entry->mac) == entry);
+        REQUIRE(find_arp_entry(table, &entry->mac) == entry);
     }
     REQUIRE(arp_table_count(table) == count);
     if (table)

@@ -16,7 +16,7 @@
 namespace {
 
 constexpr const char *TARGET_ADDRESS = "192.168.1.50";
-constexpr uint8_t HOST_MAC[MAC_SIZE] = {0x02, 0x5e, 0x00, 0x00, 0x00, 0x99};
+constexpr t_mac HOST_MAC = {{0x02, 0x5e, 0x00, 0x00, 0x00, 0x99}};
 
 void answer_every_request(const t_bytes &frame)
 {
@@ -37,12 +37,12 @@ void answer_for_an_address(t_probe_scene &scene, const t_bytes &frame)
     answerer.dev = scene.port;
     answerer.own_ip_be = own_be;
     start_arp_answers(&answerer);
-    fake_wire.arrive(answerer.watcher.fd, frame);
+    fake_wire.arrive(answerer.socket.watcher.fd, frame);
     const size_t sent_before = fake_wire.sent().size();
     answer_arp_questions(&answerer);
     stop_arp_answers(&answerer);
     REQUIRE(fake_wire.sent().size() - sent_before == (asks ? 1 : 0));
-    REQUIRE(!asks || memcmp(fake_wire.sent().back().bytes.data(), asker.mac, MAC_SIZE) == 0);
+    REQUIRE(!asks || memcmp(fake_wire.sent().back().bytes.data(), asker.mac.bytes, MAC_SIZE) == 0);
     REQUIRE(!asks || (!(asker.mac[0] & 1) && asker.ip_be != own_be && asker.ip_be != 0));
 }
 
@@ -69,11 +69,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     answer_every_request(scene.bytes({data, size}));
     REQUIRE(find_target_ip_and_device_with_arp(&scene.list, target_be) == OK);
     REQUIRE(scene.list.count == (answers ? 1 : 0));
-    REQUIRE(!answers || memcmp(scene.port->result.server_mac, packet.sender_mac, MAC_SIZE) == 0);
+    REQUIRE(!answers || memcmp(scene.port->result.server_mac, packet.sender_mac.bytes, MAC_SIZE) == 0);
 
     t_arp_entry *table = nullptr;
     REQUIRE(add_arp_entry(&table, create_new_arp_entry(HOST_MAC, 1, target_be)));
-    double_check_arp_packet_all_blocked(&table, inet_addr(LAN_ADDRESS), inet_addr(LAN_NETMASK), LAN_MAC, 1);
+    double_check_arp_packet_all_blocked(&table, inet_addr(LAN_ADDRESS), inet_addr(LAN_NETMASK), &LAN_MAC, 1);
     REQUIRE(arp_table_count(table) <= 1);
     if (table)
         release_arp_table(&table);

@@ -7,8 +7,8 @@
 #include "fuzz/support/probe_scene.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
+#include "probes/dhcp_discovery.h"
 #include "probes/dhcp_frames.h"
-#include "probes/dhcp_probe.h"
 #include "probes/kernel_filter.h"
 
 namespace {
@@ -54,7 +54,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     t_dhcp_offer offer;
     read_offer(frame, &offer);
     const bool is_offer = read_offer(frame.first(std::min(size, RECEIVED_AT_MOST)), &offer);
-    const bool is_ours = is_offer && offer.xid == FIRST_IDENTIFIER && memcmp(offer.server_mac, LAN_MAC, MAC_SIZE) != 0;
+    const bool is_ours = is_offer && offer.xid == FIRST_IDENTIFIER && offer.server_mac != LAN_MAC;
 
     static const t_kernel_filter filter(dhcp_offer_filter(FIRST_IDENTIFIER, LAN_MAC, LOG_LEVEL_Error));
     REQUIRE(!is_ours || filter.passes({frame.begin(), frame.end()}));

@@ -34,11 +34,11 @@ bool loop_takes_it(t_probe_scene &scene, const t_bytes &frame)
     ctx.count = 1;
     t_dns_entry &entry = ctx.entries[0];
     entry = entry_of(scene.port);
-    entry.watcher.fd = fake_wire.add_socket(0);
-    fake_wire.arrive(entry.watcher.fd, frame);
-    uloop_recv_dns_query(&entry.watcher, ULOOP_READ);
+    entry.socket.watcher.fd = fake_wire.add_socket(0);
+    fake_wire.arrive(entry.socket.watcher.fd, frame);
+    uloop_recv_dns_query(&entry.socket.watcher, ULOOP_READ);
     REQUIRE((ctx.winner != nullptr) == (entry.received != 0));
-    fake_wire.close_socket(entry.watcher.fd);
+    fake_wire.close_socket(entry.socket.watcher.fd);
     return entry.received != 0;
 }
 

@@ -21,8 +21,8 @@ void answer_request(const t_sent_frame &request)
 {
     t_arp_frame frame = {};
     memcpy(&frame, request.bytes.data(), std::min(request.bytes.size(), sizeof frame));
-    memcpy(frame.ethernet.source, frame.target_mac, MAC_SIZE);
-    memcpy(frame.sender_mac, frame.target_mac, MAC_SIZE);
+    frame.ethernet.source = frame.target_mac;
+    frame.sender_mac = frame.target_mac;
     frame.sender_ip_be = frame.target_ip_be;
     frame.opcode_be = htons(ARP_OPCODE_REPLY);
     const auto *first = reinterpret_cast<const uint8_t *>(&frame);

@@ -9,10 +9,10 @@
 #include "model/lists.h"
 #include "platform/result_codes.h"
 #include "probes/arp_probe.h"
-#include "probes/dhcp_probe.h"
+#include "probes/dhcp_discovery.h"
 #include "probes/dispatch.h"
 #include "probes/dns_probe.h"
-#include "probes/pppoe_probe.h"
+#include "probes/pppoe_discovery.h"
 #include "support/fake_clock.h"
 
 namespace {

@@ -7,8 +7,8 @@
 #include "platform/log.h"
 #include "platform/result_codes.h"
 #include "probes/kernel_filter.h"
+#include "probes/pppoe_discovery.h"
 #include "probes/pppoe_frames.h"
-#include "probes/pppoe_probe.h"
 
 namespace {
 

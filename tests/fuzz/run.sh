@@ -79,11 +79,11 @@ merge() {
 # decoders_of NAME: the files it is there for.
 decoders_of() {
     case $1 in
-    dhcp_answer) echo probes/dhcp_{frames,port,probe}.cpp ;;
-    pado) echo probes/pppoe_{frames,port,probe}.cpp ;;
+    dhcp_answer) echo probes/{dhcp_frames,dhcp_discovery,discovery}.cpp ;;
+    pado) echo probes/{pppoe_frames,pppoe_discovery,discovery}.cpp ;;
     arp_frame) echo probes/arp_probe_{frame,batch,ports,hosts}.cpp ;;
     dns_answer) echo probes/dns_probe{,_frame,_receive}.cpp ;;
-    frame_streams) echo probes/{dhcp_frames,dhcp_port,dhcp_probe,pppoe_frames,pppoe_port,pppoe_probe}.cpp \
+    frame_streams) echo probes/{dhcp_frames,dhcp_discovery,pppoe_frames,pppoe_discovery,discovery,port_socket}.cpp \
         probes/{arp_probe,arp_probe_ports,dns_probe,dns_probe_receive,dispatch}.cpp ;;
     arp_cache) echo probes/arp_table.cpp ;;
     forwarding_records) echo probes/{bridge_table,lan_hosts}.cpp ;;

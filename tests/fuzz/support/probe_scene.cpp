@@ -15,7 +15,7 @@ int drawn = 0;
 t_device *add_port(t_port_model &model, const char *name, uint8_t number)
 {
     t_device *dev = add_port_to(model, name, number, true);
-    t_fake_interface interface = {.ifindex = 10 + number, .mac = {0x02, 0, 0, 0, 0x01, number}};
+    t_fake_interface interface = {.ifindex = 10 + number, .mac = {{0x02, 0, 0, 0, 0x01, number}}};
     interface.address_be = htonl(0x0a000000U | number);
     interface.netmask_be = htonl(0xffffff00U);
     fake_wire.add_interface(name, interface);
@@ -36,7 +36,7 @@ t_probe_scene::t_probe_scene()
     fake_wire.reset();
     t_fake_interface lan = {.ifindex = 1, .mac = {}, .address_be = inet_addr(LAN_ADDRESS)};
     lan.netmask_be = inet_addr(LAN_NETMASK);
-    memcpy(lan.mac, LAN_MAC, MAC_SIZE);
+    lan.mac = LAN_MAC;
     fake_wire.add_interface("br-lan", lan);
     add_protocol_to(model, "pppoe", 1);
     add_protocol_to(model, "dhcp", 2);

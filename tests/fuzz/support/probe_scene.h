@@ -7,7 +7,7 @@
 #include "probes/fake_wire.h"
 #include "tests/support/world.h"
 
-constexpr uint8_t LAN_MAC[MAC_SIZE] = {0x02, 0x00, 0x00, 0x00, 0x00, 0x01};
+constexpr t_mac LAN_MAC = {{0x02, 0x00, 0x00, 0x00, 0x00, 0x01}};
 constexpr const char *LAN_ADDRESS = "192.168.1.1";
 constexpr const char *LAN_NETMASK = "255.255.255.0";
 

@@ -9,15 +9,15 @@
 #include "platform/ipv4_text.h"
 #include "platform/result_codes.h"
 #include "probes/arp_probe.h"
-#include "probes/dhcp_probe.h"
+#include "probes/dhcp_discovery.h"
 #include "probes/dispatch.h"
 #include "probes/dns_probe.h"
 #include "probes/lan_hosts.h"
-#include "probes/pppoe_probe.h"
+#include "probes/pppoe_discovery.h"
 
 t_fake_probes fake_probes;
-t_dhcp_detect_handle dhcp_detect_handle;
-t_pppoe_detect_handle pppoe_detect_handle;
+t_discovery_batch dhcp_detect_handle;
+t_discovery_batch pppoe_detect_handle;
 
 int t_fake_probes::count(const std::string &call) const
 {
@@ -28,8 +28,8 @@ namespace {
 
 std::vector<std::string> asked_dhcp;
 std::vector<std::string> asked_pppoe;
-t_dhcp_detect_ctx open_dhcp_batch;
-t_pppoe_detect_ctx open_pppoe_batch;
+t_discovery_port open_dhcp_batch;
+t_discovery_port open_pppoe_batch;
 
 std::vector<std::string> linked_ports()
 {

@@ -24,8 +24,8 @@
 #include "platform/log.h"
 #include "platform/uci_lock.h"
 #include "probes/arp_table.h"
-#include "probes/dhcp_probe.h"
-#include "probes/pppoe_probe.h"
+#include "probes/dhcp_discovery.h"
+#include "probes/pppoe_discovery.h"
 
 int wan_detect_main(int argc, char **argv);
 
@@ -497,9 +497,9 @@ TEST_F(start_up_death, without_any_port_the_process_ends_with_status_0)
 // holds: shutdown-releases
 TEST_F(start_up, shutdown_releases_what_a_cycle_left_open)
 {
-    static t_dhcp_detect_ctx dhcp_batch;
-    static t_pppoe_detect_ctx pppoe_batch;
-    const uint8_t mac[MAC_SIZE] = {2, 0, 0, 0, 0, 9};
+    static t_discovery_port dhcp_batch;
+    static t_discovery_port pppoe_batch;
+    const t_mac mac = {{2, 0, 0, 0, 0, 9}};
     on_loop = [&](int) {
         dhcp_detect_handle.contexts = &dhcp_batch;
         pppoe_detect_handle.contexts = &pppoe_batch;

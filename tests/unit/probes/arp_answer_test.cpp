@@ -15,15 +15,15 @@
 namespace {
 
 const char *const OWN = "100.64.1.2";
-const t_mac PORT_MAC = {2, 0, 0, 0, 0, 11};
-const t_mac NEXT_HOP = {0xaa, 0xbb, 0xcc, 0, 0, 1};
-const t_mac STRANGER = {0xaa, 0xbb, 0xcc, 0, 0, 0x77};
+const t_mac PORT_MAC = {{2, 0, 0, 0, 0, 11}};
+const t_mac NEXT_HOP = {{0xaa, 0xbb, 0xcc, 0, 0, 1}};
+const t_mac STRANGER = {{0xaa, 0xbb, 0xcc, 0, 0, 0x77}};
 
 // Somebody asks for the address.
 t_bytes question(const t_mac &asker = NEXT_HOP, const char *asker_ip = "100.64.1.1", const char *target = OWN)
 {
     t_arp_frame frame;
-    build_arp_request(&frame, asker.data(), ip(asker_ip), t_mac(MAC_SIZE).data(), ip(target));
+    build_arp_request(&frame, asker, ip(asker_ip), UNKNOWN_MAC, ip(target));
     const auto *first = reinterpret_cast<const uint8_t *>(&frame);
     return {first, first + sizeof frame};
 }
@@ -44,12 +44,12 @@ protected:
     {
         fake_wire.reset();
         fake_clock.reset();
-        fake_wire.add_interface("eth1", {.ifindex = 11, .mac = {2, 0, 0, 0, 0, 11}});
+        fake_wire.add_interface("eth1", {.ifindex = 11, .mac = {{2, 0, 0, 0, 0, 11}}});
         answerer.dev = &eth1;
-        answerer.ifindex = 11;
+        answerer.socket.ifindex = 11;
         answerer.own_ip_be = ip(OWN);
-        memcpy(answerer.port_mac, PORT_MAC.data(), MAC_SIZE);
-        memcpy(answerer.next_hop, NEXT_HOP.data(), MAC_SIZE);
+        answerer.socket.mac = PORT_MAC;
+        answerer.next_hop = NEXT_HOP;
     }
     ~arp_answer() override
     {
@@ -61,7 +61,7 @@ protected:
     size_t answers_to(const t_bytes &frame, int times = 1)
     {
         for (int i = 0; i < times; i++)
-            fake_wire.arrive(answerer.watcher.fd, frame);
+            fake_wire.arrive(answerer.socket.watcher.fd, frame);
         const size_t before = fake_wire.sent().size();
         answer_arp_questions(&answerer);
         return fake_wire.sent().size() - before;
@@ -94,7 +94,7 @@ TEST_F(arp_answer, tells_the_asker_alone_the_ports_mac)
     EXPECT_EQ(sent.bytes, expected);
     EXPECT_EQ(sent.port, "eth1");
     EXPECT_EQ(sent.address.sll_halen, MAC_SIZE);
-    EXPECT_EQ(mac_of(sent.address.sll_addr), NEXT_HOP);
+    EXPECT_EQ(mac_at(sent.address.sll_addr), NEXT_HOP);
     EXPECT_TRUE(log.has("Debug", "answer_arp_questions",
                         "Told 100.64.1.1, who asked via dev:eth1, that this port has 100.64.1.2"));
 }
@@ -104,8 +104,8 @@ TEST_F(arp_answer, an_asker_by_broadcast_by_unicast_or_to_the_macs_former_owner_
 {
     start_arp_answers(&answerer);
     t_bytes unicast = question();
-    memcpy(unicast.data(), PORT_MAC.data(), MAC_SIZE);
-    memcpy(&unicast[offsetof(t_arp_frame, target_mac)], PORT_MAC.data(), MAC_SIZE);
+    memcpy(unicast.data(), PORT_MAC.bytes, MAC_SIZE);
+    memcpy(&unicast[offsetof(t_arp_frame, target_mac)], PORT_MAC.bytes, MAC_SIZE);
     EXPECT_EQ(answers_to(question()), 1u);
     EXPECT_EQ(answers_to(unicast), 1u);
     EXPECT_EQ(answers_to(changed(unicast, 5, 0x99)), 1u);
@@ -125,7 +125,7 @@ TEST_F(arp_answer, nothing_else_is_answered)
     EXPECT_EQ(answers_to(question(NEXT_HOP, "0.0.0.0")), 0u) << "a test whether the address is free";
     EXPECT_EQ(answers_to(question({0xff, 0xff, 0xff, 0xff, 0xff, 0xff})), 0u) << "an asker that is everyone";
     EXPECT_EQ(answers_to(question({0x01, 0, 0x5e, 0, 0, 1})), 0u) << "a group that asks";
-    EXPECT_EQ(answers_to(question(t_mac(MAC_SIZE))), 0u) << "nobody asks";
+    EXPECT_EQ(answers_to(question(UNKNOWN_MAC)), 0u) << "nobody asks";
     EXPECT_EQ(answers_to(changed(right, 13, 0x00)), 0u) << "no ARP";
     EXPECT_EQ(answers_to(changed(right, 15, 0x06)), 0u) << "no Ethernet";
     EXPECT_EQ(answers_to(changed(right, 16, 0x86)), 0u) << "no IPv4";
@@ -143,7 +143,7 @@ TEST_F(arp_answer, what_the_port_sent_itself_is_not_answered)
     sockaddr_ll own = {};
     own.sll_pkttype = PACKET_OUTGOING;
     own.sll_ifindex = 11;
-    fake_wire.arrive(answerer.watcher.fd, question(), own);
+    fake_wire.arrive(answerer.socket.watcher.fd, question(), own);
     answer_arp_questions(&answerer);
     EXPECT_TRUE(fake_wire.sent().empty());
 }
@@ -166,9 +166,9 @@ TEST_F(arp_answer, of_a_flood_a_bounded_number_is_read_at_a_time)
 {
     start_arp_answers(&answerer);
     answers_to(question(STRANGER), 1000);
-    EXPECT_EQ(fake_wire.socket(answerer.watcher.fd).arrived.size(), 1000u - ARP_QUESTIONS_PER_READ);
+    EXPECT_EQ(fake_wire.socket(answerer.socket.watcher.fd).arrived.size(), 1000u - ARP_QUESTIONS_PER_READ);
     answer_arp_questions(&answerer);
-    EXPECT_EQ(fake_wire.socket(answerer.watcher.fd).arrived.size(), 1000u - 2 * ARP_QUESTIONS_PER_READ);
+    EXPECT_EQ(fake_wire.socket(answerer.socket.watcher.fd).arrived.size(), 1000u - 2 * ARP_QUESTIONS_PER_READ);
 }
 
 TEST_F(arp_answer, the_socket_hears_all_frames_of_its_port_through_a_filter_at_every_level)
@@ -176,7 +176,7 @@ TEST_F(arp_answer, the_socket_hears_all_frames_of_its_port_through_a_filter_at_e
     for (int level : {0, 7}) {
         log_set_level(level);
         start_arp_answers(&answerer);
-        const t_fake_socket &socket = fake_wire.socket(answerer.watcher.fd);
+        const t_fake_socket &socket = fake_wire.socket(answerer.socket.watcher.fd);
         EXPECT_EQ(socket.ether_type, ETH_P_ALL) << "a bridge takes its members' frames from who listens to ARP only";
         EXPECT_EQ(socket.address.sll_protocol, htons(ETH_P_ALL));
         EXPECT_EQ(socket.address.sll_ifindex, 11);
@@ -201,7 +201,7 @@ TEST_F(arp_answer, without_a_socket_or_an_address_nothing_is_answered_and_nothin
     for (t_wire_call call : {t_wire_call::OPEN, t_wire_call::BIND}) {
         fake_wire.fail(call, ENETDOWN);
         start_arp_answers(&answerer);
-        EXPECT_LE(answerer.watcher.fd, 0);
+        EXPECT_LE(answerer.socket.watcher.fd, 0);
         answer_arp_questions(&answerer);
     }
     answerer.own_ip_be = 0;

@@ -1,17 +1,16 @@
 // SPDX-License-Identifier: MIT
 #include "probes/arp_probe_frame.h"
 
+#include "probes/bytes.h"
 #include "probes/lan_scene.h"
 
 namespace {
-
-using t_bytes = std::vector<uint8_t>;
 
 t_bytes request(const t_mac &source, const char *sender, const t_mac &target_mac, const char *target)
 {
     t_arp_frame frame;
     memset(&frame, 0xee, sizeof frame);
-    build_arp_request(&frame, source.data(), ip(sender), target_mac.data(), ip(target));
+    build_arp_request(&frame, source, ip(sender), target_mac, ip(target));
     const auto *first = reinterpret_cast<const uint8_t *>(&frame);
     return {first, first + sizeof frame};
 }
@@ -60,7 +59,7 @@ TEST(arp_request, asks_an_unknown_host_by_broadcast)
         0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,                      // 42 padding
     };
     // clang-format on
-    EXPECT_EQ(request(mac("02:00:00:00:00:01"), "10.0.0.1", t_mac(MAC_SIZE), "10.0.0.254"), expected);
+    EXPECT_EQ(request(mac("02:00:00:00:00:01"), "10.0.0.1", UNKNOWN_MAC, "10.0.0.254"), expected);
 }
 
 class arp_packet : public testing::Test {
@@ -82,8 +81,8 @@ TEST_F(arp_packet, tells_who_answers)
     };
     // clang-format on
     ASSERT_TRUE(parse(reply));
-    EXPECT_EQ(mac_of(packet.ethernet_source), mac("aa:bb:cc:00:00:32"));
-    EXPECT_EQ(mac_of(packet.sender_mac), mac("aa:bb:cc:00:00:33"));
+    EXPECT_EQ(packet.ethernet_source, mac("aa:bb:cc:00:00:32"));
+    EXPECT_EQ(packet.sender_mac, mac("aa:bb:cc:00:00:33"));
     EXPECT_EQ(packet.opcode, 2);
     EXPECT_EQ(packet.sender_ip_be, ip("192.168.1.50"));
 }

@@ -16,7 +16,7 @@ namespace {
 
 constexpr unsigned int BRIDGE_INDEX = 7;
 const char *const JOB = "double_check_arp_packet_all_blocked";
-const t_mac BRIDGE_MAC = {2, 0, 0, 0, 0, 1};
+const t_mac BRIDGE_MAC = {{2, 0, 0, 0, 0, 1}};
 
 class arp_host_check : public testing::Test {
 protected:
@@ -40,17 +40,17 @@ protected:
 
     void add_host(const char *address, const t_mac &hardware)
     {
-        ASSERT_TRUE(add_arp_entry(&table, create_new_arp_entry(hardware.data(), 1, ip(address))));
+        ASSERT_TRUE(add_arp_entry(&table, create_new_arp_entry(hardware, 1, ip(address))));
     }
     void add_host(const char *address, const char *hardware) { add_host(address, mac(hardware)); }
 
     int check()
     {
-        return double_check_arp_packet_all_blocked(&table, ip("192.168.1.1"), ip("255.255.255.0"), BRIDGE_MAC.data(),
+        return double_check_arp_packet_all_blocked(&table, ip("192.168.1.1"), ip("255.255.255.0"), &BRIDGE_MAC,
                                                    BRIDGE_INDEX);
     }
 
-    bool listed(const char *hardware) { return table && find_arp_entry(table, mac(hardware).data()); }
+    bool listed(const char *hardware) { return table && find_arp_entry(table, at(mac(hardware))); }
 
     // Every listener for ARP hears what reaches the bridge.
     static void everybody_hears(const t_bytes &frame)
@@ -100,8 +100,7 @@ TEST_F(arp_host_check, asks_every_host_once_by_unicast_in_the_bridges_name)
         EXPECT_EQ(sent.address.sll_halen, 0);
     }
     t_arp_frame expected;
-    build_arp_request(&expected, BRIDGE_MAC.data(), ip("192.168.1.1"), mac("aa:bb:cc:00:00:33").data(),
-                      ip("192.168.1.51"));
+    build_arp_request(&expected, BRIDGE_MAC, ip("192.168.1.1"), mac("aa:bb:cc:00:00:33"), ip("192.168.1.51"));
     EXPECT_EQ(memcmp(fake_wire.sent()[1].bytes.data(), &expected, sizeof expected), 0);
     for (const auto &[fd, socket] : fake_wire.sockets()) {
         EXPECT_EQ(socket.ether_type, 0x0806);
@@ -126,7 +125,7 @@ TEST_F(arp_host_check, waits_300_ms_before_each_sending_and_310_ms_for_the_answe
 TEST_F(arp_host_check, many_silent_hosts_keep_the_loop_waiting_three_seconds_at_most)
 {
     for (int i = 0; i < 250; i++)
-        add_host(("192.168.1." + std::to_string(i + 2)).c_str(), t_mac{0xaa, 0, 0, 0, 0, static_cast<uint8_t>(i)});
+        add_host(("192.168.1." + std::to_string(i + 2)).c_str(), t_mac{{0xaa, 0, 0, 0, 0, static_cast<uint8_t>(i)}});
     std::vector<int> waits;
     fake_wire.on_wait = [&](int, int ms) {
         waits.push_back(ms);
@@ -298,12 +297,12 @@ TEST_F(arp_host_check, an_endless_flood_ends_as_no_answer)
 TEST_F(arp_host_check, without_its_parameters_nothing_is_sent)
 {
     const uint32_t lan = ip("192.168.1.1"), netmask = ip("255.255.255.0");
-    EXPECT_EQ(double_check_arp_packet_all_blocked(nullptr, lan, netmask, BRIDGE_MAC.data(), BRIDGE_INDEX), -99);
-    EXPECT_EQ(double_check_arp_packet_all_blocked(&table, lan, netmask, BRIDGE_MAC.data(), BRIDGE_INDEX), -99);
+    EXPECT_EQ(double_check_arp_packet_all_blocked(nullptr, lan, netmask, &BRIDGE_MAC, BRIDGE_INDEX), -99);
+    EXPECT_EQ(double_check_arp_packet_all_blocked(&table, lan, netmask, &BRIDGE_MAC, BRIDGE_INDEX), -99);
     add_host("192.168.1.50", "aa:bb:cc:00:00:32");
     EXPECT_EQ(double_check_arp_packet_all_blocked(&table, lan, netmask, nullptr, BRIDGE_INDEX), -99);
-    EXPECT_EQ(double_check_arp_packet_all_blocked(&table, lan, 0, BRIDGE_MAC.data(), BRIDGE_INDEX), -99);
-    EXPECT_EQ(double_check_arp_packet_all_blocked(&table, 0, netmask, BRIDGE_MAC.data(), BRIDGE_INDEX), -99);
+    EXPECT_EQ(double_check_arp_packet_all_blocked(&table, lan, 0, &BRIDGE_MAC, BRIDGE_INDEX), -99);
+    EXPECT_EQ(double_check_arp_packet_all_blocked(&table, 0, netmask, &BRIDGE_MAC, BRIDGE_INDEX), -99);
     EXPECT_EQ(log.count("Error", JOB, "invalid parameters! Send failed!"), 5);
     EXPECT_TRUE(fake_wire.sent().empty());
     EXPECT_TRUE(listed("aa:bb:cc:00:00:32"));
@@ -313,7 +312,7 @@ TEST_F(arp_host_check, without_its_parameters_nothing_is_sent)
 TEST_F(arp_host_check, a_table_of_256_hosts_counts_as_empty)
 {
     for (int i = 0; i < 256; i++)
-        add_host("192.168.1.50", t_mac{2, 1, 0, 0, 0, static_cast<uint8_t>(i)});
+        add_host("192.168.1.50", t_mac{{2, 1, 0, 0, 0, static_cast<uint8_t>(i)}});
     EXPECT_EQ(check(), -99);
     EXPECT_EQ(log.count("Error", JOB, "No arp entry in arp_table_hashmap_head!"), 1);
     EXPECT_TRUE(fake_wire.sent().empty());
@@ -324,7 +323,7 @@ TEST_F(arp_host_check, a_table_of_256_hosts_counts_as_empty)
 TEST_F(arp_host_check, a_table_of_257_hosts_has_its_first_one_checked)
 {
     for (int i = 0; i < 257; i++)
-        add_host("192.168.1.50", t_mac{2, 1, 0, 0, static_cast<uint8_t>(i >> 8), static_cast<uint8_t>(i)});
+        add_host("192.168.1.50", t_mac{{2, 1, 0, 0, static_cast<uint8_t>(i >> 8), static_cast<uint8_t>(i)}});
     EXPECT_EQ(check(), 0);
     EXPECT_EQ(fake_wire.sent().size(), 1u);
     EXPECT_EQ(arp_table_count(table), 256u);
@@ -335,7 +334,7 @@ TEST_F(arp_host_check, a_table_of_257_hosts_has_its_first_one_checked)
 TEST_F(arp_host_check, a_full_batch_of_255_hosts_is_checked)
 {
     for (int i = 0; i < 255; i++)
-        add_host("192.168.1.50", t_mac{2, 1, 0, 0, 0, static_cast<uint8_t>(i)});
+        add_host("192.168.1.50", t_mac{{2, 1, 0, 0, 0, static_cast<uint8_t>(i)}});
     answer_after_sending({mac("02:01:00:00:00:fe"), ip("192.168.1.50")});
     EXPECT_EQ(check(), 0);
     EXPECT_EQ(fake_wire.sent().size(), 255u);
@@ -404,9 +403,8 @@ TEST_F(arp_host_check, without_memory_the_table_stays_as_it_is)
 TEST_F(arp_host_check, a_batch_left_over_is_released_first)
 {
     ASSERT_TRUE(open_arp_batch(1));
-    ASSERT_EQ(
-        init_arp_sockfd(&arp_detect_handle.contexts[0], nullptr, mac("aa:bb:cc:00:00:32").data(), ip("192.168.1.50")),
-        0);
+    ASSERT_EQ(init_arp_sockfd(&arp_detect_handle.contexts[0], nullptr, mac("aa:bb:cc:00:00:32"), ip("192.168.1.50")),
+              0);
     add_host("192.168.1.51", "aa:bb:cc:00:00:33");
     EXPECT_EQ(check(), 0);
     EXPECT_TRUE(log.has("Notice", JOB, "Last time handle not release, release it before resend!"));
@@ -417,7 +415,7 @@ TEST_F(arp_host_check, a_context_is_closed_by_its_first_reply_and_no_sooner)
 {
     ASSERT_TRUE(open_arp_batch(1));
     t_arp_detect *ctx = &arp_detect_handle.contexts[0];
-    ASSERT_EQ(init_arp_sockfd(ctx, nullptr, mac("aa:bb:cc:00:00:32").data(), ip("192.168.1.50")), 0);
+    ASSERT_EQ(init_arp_sockfd(ctx, nullptr, mac("aa:bb:cc:00:00:32"), ip("192.168.1.50")), 0);
     const auto judge = [](t_arp_detect *, const t_arp_packet &packet) {
         return packet.sender_ip_be == ip("192.168.1.50");
     };
@@ -428,7 +426,7 @@ TEST_F(arp_host_check, a_context_is_closed_by_its_first_reply_and_no_sooner)
     everybody_hears(t_arp_answer{mac("aa:bb:cc:00:00:32"), ip("192.168.1.50")}.bytes());
     read_arp_replies(ctx, judge);
     EXPECT_EQ(ctx->replied, 1);
-    EXPECT_EQ(ctx->watcher.fd, -1);
+    EXPECT_EQ(ctx->socket.watcher.fd, -1);
     EXPECT_EQ(fake_wire.open_sockets(), 0);
 }
 

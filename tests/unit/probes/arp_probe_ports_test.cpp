@@ -19,8 +19,8 @@ namespace {
 using t_names = std::vector<std::string>;
 const char *const JOB = "check_ip_using_arp_blocked";
 const char *const TARGET = "10.0.0.1";
-const t_mac UPSTREAM = {0xaa, 0xbb, 0xcc, 0, 0, 0xfe};
-const t_mac BRIDGE_MAC = {2, 0, 0, 0, 0, 1};
+const t_mac UPSTREAM = {{0xaa, 0xbb, 0xcc, 0, 0, 0xfe}};
+const t_mac BRIDGE_MAC = {{2, 0, 0, 0, 0, 1}};
 
 class arp_port_search : public testing::Test {
 protected:
@@ -33,12 +33,12 @@ protected:
         fake_clock.reset();
         port_model.fake_wan = nullptr;
         fake_wire.add_interface("br-lan", {.ifindex = 7,
-                                           .mac = {2, 0, 0, 0, 0, 1},
+                                           .mac = {{2, 0, 0, 0, 0, 1}},
                                            .address_be = ip("192.168.1.1"),
                                            .netmask_be = ip("255.255.255.0")});
-        fake_wire.add_interface("eth1", {.ifindex = 11, .mac = {2, 0, 0, 0, 0, 11}});
-        fake_wire.add_interface("eth2", {.ifindex = 12, .mac = {2, 0, 0, 0, 0, 12}});
-        fake_wire.add_interface("eth3", {.ifindex = 13, .mac = {2, 0, 0, 0, 0, 13}});
+        fake_wire.add_interface("eth1", {.ifindex = 11, .mac = {{2, 0, 0, 0, 0, 11}}});
+        fake_wire.add_interface("eth2", {.ifindex = 12, .mac = {{2, 0, 0, 0, 0, 12}}});
+        fake_wire.add_interface("eth3", {.ifindex = 13, .mac = {{2, 0, 0, 0, 0, 13}}});
     }
     ~arp_port_search() override
     {
@@ -46,10 +46,9 @@ protected:
         EXPECT_EQ(arp_detect_handle.contexts, nullptr);
     }
 
-    int search(t_port_list &ports, const t_mac &target_mac = t_mac(MAC_SIZE))
+    int search(t_port_list &ports, const t_mac &target_mac = UNKNOWN_MAC)
     {
-        return check_ip_using_arp_blocked(ip(TARGET), target_mac.data(), &ports.list, ip("192.168.1.1"),
-                                          BRIDGE_MAC.data());
+        return check_ip_using_arp_blocked(ip(TARGET), &target_mac, &ports.list, ip("192.168.1.1"), &BRIDGE_MAC);
     }
 
     // The peer behind `port` answers every request at once.
@@ -71,8 +70,8 @@ TEST_F(arp_port_search, only_the_answering_port_stays_and_learns_the_mac)
     EXPECT_EQ(search(ports), 0);
     EXPECT_EQ(ports.names(), t_names{"eth2"});
     EXPECT_EQ(ports.list.count, 1);
-    EXPECT_EQ(mac_of(eth2.result.server_mac), UPSTREAM);
-    EXPECT_EQ(mac_of(eth1.result.server_mac), t_mac(MAC_SIZE));
+    EXPECT_EQ(mac_at(eth2.result.server_mac), UPSTREAM);
+    EXPECT_EQ(mac_at(eth1.result.server_mac), UNKNOWN_MAC);
     EXPECT_TRUE(log.has("Debug", JOB, "Entering function: check_ip_using_arp_blocked!"));
     EXPECT_TRUE(log.has("Debug", "init_arp_sockfd", "Bind Arp socket into dev:eth2, index:12"));
     EXPECT_TRUE(log.has("Debug", JOB, "Get device:eth2 , index=12, hw_addr=02-00-00-00-00-0c"));
@@ -98,8 +97,8 @@ TEST_F(arp_port_search, asks_in_the_ports_own_mac_and_the_bridges_address)
     search(ports);
     ASSERT_EQ(fake_wire.sent().size(), 2u);
     t_arp_frame expected;
-    const uint8_t port_mac[MAC_SIZE] = {2, 0, 0, 0, 0, 12};
-    build_arp_request(&expected, port_mac, ip("192.168.1.1"), t_mac(MAC_SIZE).data(), ip(TARGET));
+    const t_mac port_mac = {{2, 0, 0, 0, 0, 12}};
+    build_arp_request(&expected, port_mac, ip("192.168.1.1"), UNKNOWN_MAC, ip(TARGET));
     const t_sent_frame &sent = fake_wire.sent()[1];
     EXPECT_EQ(sent.port, "eth2");
     ASSERT_EQ(sent.bytes.size(), sizeof expected);
@@ -114,7 +113,7 @@ TEST_F(arp_port_search, a_known_target_is_asked_by_unicast)
     search(ports, UPSTREAM);
     ASSERT_FALSE(fake_wire.sent().empty());
     const t_bytes &frame = fake_wire.sent()[0].bytes;
-    EXPECT_EQ(t_mac(frame.begin(), frame.begin() + 6), UPSTREAM);
+    EXPECT_EQ(mac_at(frame.data()), UPSTREAM);
 }
 
 TEST_F(arp_port_search, listens_to_all_frames_of_exactly_its_port)
@@ -149,7 +148,7 @@ TEST_F(arp_port_search, an_answer_with_another_address_is_ignored_even_from_the_
     answer_on({"eth1"}, {UPSTREAM, ip("10.0.0.2")});
     EXPECT_EQ(search(ports, UPSTREAM), 0);
     EXPECT_EQ(ports.list.count, 0);
-    EXPECT_EQ(mac_of(eth1.result.server_mac), t_mac(MAC_SIZE));
+    EXPECT_EQ(mac_at(eth1.result.server_mac), UNKNOWN_MAC);
     EXPECT_EQ(log.count("Info", JOB, "arp reply receieve a different ip:10.0.0.2, Ignore!"), 2);
     EXPECT_EQ(log.count("Info", JOB, "arp reply receieve a different ip, orig:10.0.0.1, Ignore!"), 2);
 }
@@ -160,7 +159,7 @@ TEST_F(arp_port_search, the_mac_comes_from_the_packet_whoever_sent_the_frame)
     answer_on({"eth1"},
               {.sender_mac = UPSTREAM, .sender_ip_be = ip(TARGET), .ethernet_source = mac("02:66:66:66:66:66")});
     EXPECT_EQ(search(ports), 0);
-    EXPECT_EQ(mac_of(eth1.result.server_mac), UPSTREAM);
+    EXPECT_EQ(mac_at(eth1.result.server_mac), UPSTREAM);
 }
 
 TEST_F(arp_port_search, a_request_from_the_target_is_no_answer)
@@ -201,7 +200,7 @@ TEST_F(arp_port_search, what_the_port_itself_sent_and_what_came_elsewhere_is_pas
     };
     EXPECT_EQ(search(ports), 0);
     EXPECT_EQ(ports.list.count, 0);
-    EXPECT_EQ(mac_of(eth1.result.server_mac), t_mac(MAC_SIZE));
+    EXPECT_EQ(mac_at(eth1.result.server_mac), UNKNOWN_MAC);
     EXPECT_FALSE(log.has_body("Not a arp reply packet"));
 }
 
@@ -360,14 +359,13 @@ TEST_F(arp_port_search, without_its_parameters_nothing_is_sent)
 {
     t_port_list ports = {&eth1};
     t_device_list_head empty = {};
-    const t_mac unknown(MAC_SIZE);
     const uint32_t target = ip(TARGET), sender = ip("192.168.1.1");
-    EXPECT_EQ(check_ip_using_arp_blocked(target, unknown.data(), nullptr, sender, BRIDGE_MAC.data()), -99);
-    EXPECT_EQ(check_ip_using_arp_blocked(target, unknown.data(), &empty, sender, BRIDGE_MAC.data()), -99);
-    EXPECT_EQ(check_ip_using_arp_blocked(target, nullptr, &ports.list, sender, BRIDGE_MAC.data()), -99);
-    EXPECT_EQ(check_ip_using_arp_blocked(target, unknown.data(), &ports.list, sender, nullptr), -99);
-    EXPECT_EQ(check_ip_using_arp_blocked(target, unknown.data(), &ports.list, 0, BRIDGE_MAC.data()), -99);
-    EXPECT_EQ(check_ip_using_arp_blocked(0, unknown.data(), &ports.list, sender, BRIDGE_MAC.data()), -99);
+    EXPECT_EQ(check_ip_using_arp_blocked(target, &UNKNOWN_MAC, nullptr, sender, &BRIDGE_MAC), -99);
+    EXPECT_EQ(check_ip_using_arp_blocked(target, &UNKNOWN_MAC, &empty, sender, &BRIDGE_MAC), -99);
+    EXPECT_EQ(check_ip_using_arp_blocked(target, nullptr, &ports.list, sender, &BRIDGE_MAC), -99);
+    EXPECT_EQ(check_ip_using_arp_blocked(target, &UNKNOWN_MAC, &ports.list, sender, nullptr), -99);
+    EXPECT_EQ(check_ip_using_arp_blocked(target, &UNKNOWN_MAC, &ports.list, 0, &BRIDGE_MAC), -99);
+    EXPECT_EQ(check_ip_using_arp_blocked(0, &UNKNOWN_MAC, &ports.list, sender, &BRIDGE_MAC), -99);
     EXPECT_EQ(log.count("Error", JOB, "invalid parameters! Send failed!"), 6);
     EXPECT_TRUE(fake_wire.sent().empty());
     EXPECT_EQ(ports.list.count, 1);
@@ -388,7 +386,7 @@ TEST_F(arp_port_search, without_memory_the_list_stays_as_it_is)
 TEST_F(arp_port_search, a_batch_left_over_is_released_first)
 {
     ASSERT_TRUE(open_arp_batch(1));
-    ASSERT_EQ(init_arp_sockfd(&arp_detect_handle.contexts[0], &eth1, UPSTREAM.data(), ip(TARGET)), 0);
+    ASSERT_EQ(init_arp_sockfd(&arp_detect_handle.contexts[0], &eth1, UPSTREAM, ip(TARGET)), 0);
     t_port_list ports = {&eth1};
     EXPECT_EQ(search(ports), 0);
     EXPECT_TRUE(log.has("Notice", JOB, "Last time handle not release, release it before resend!"));
@@ -426,7 +424,7 @@ TEST_F(arp_port_search, finding_leaves_the_one_owner_of_an_address)
     EXPECT_EQ(ports.names(), t_names{"eth2"});
     EXPECT_EQ(ports.list.count, 1);
     const t_bytes frame = fake_wire.sent()[0].bytes;
-    EXPECT_EQ(t_mac(frame.begin(), frame.begin() + 6), t_mac(6, 0xff));
+    EXPECT_EQ(mac_at(frame.data()), BROADCAST_MAC);
     EXPECT_EQ(t_bytes(frame.begin() + 28, frame.begin() + 32), (t_bytes{192, 168, 1, 1}));
     const char *const find = "find_target_ip_and_device_with_arp";
     EXPECT_TRUE(log.has("Debug", find, "Entering function: find_target_ip_and_device_with_arp, target_ip=10.0.0.1!"));
@@ -442,8 +440,8 @@ TEST_F(arp_port_search, finding_may_ask_in_another_address_than_the_bridges)
     EXPECT_EQ(ports.names(), t_names{"eth2"});
     ASSERT_EQ(fake_wire.sent().size(), 2u);
     t_arp_frame expected;
-    const uint8_t port_mac[MAC_SIZE] = {2, 0, 0, 0, 0, 12};
-    build_arp_request(&expected, port_mac, ip("10.0.0.7"), t_mac(MAC_SIZE).data(), ip(TARGET));
+    const t_mac port_mac = {{2, 0, 0, 0, 0, 12}};
+    build_arp_request(&expected, port_mac, ip("10.0.0.7"), UNKNOWN_MAC, ip(TARGET));
     EXPECT_EQ(memcmp(fake_wire.sent()[1].bytes.data(), &expected, sizeof expected), 0);
     EXPECT_TRUE(log.has("Debug", "find_target_ip_and_device_with_arp",
                         "Success get br-lan ip:192.168.1.1, mac:02-00-00-00-00-01"));
@@ -508,7 +506,7 @@ TEST_F(arp_port_search, asking_one_port_stores_the_mac_of_the_answer)
 {
     answer_on({"eth2"});
     EXPECT_EQ(send_special_arp(&eth2, ip(TARGET)), 1);
-    EXPECT_EQ(mac_of(eth2.result.server_mac), UPSTREAM);
+    EXPECT_EQ(mac_at(eth2.result.server_mac), UPSTREAM);
     EXPECT_TRUE(log.has("Debug", "send_special_arp", "Entering function: send_special_arp, target_ip=10.0.0.1!"));
     EXPECT_TRUE(log.has("Debug", "send_special_arp", "Success get br-lan mac:02-00-00-00-00-01"));
     EXPECT_TRUE(
@@ -519,9 +517,9 @@ TEST_F(arp_port_search, asking_one_port_stores_the_mac_of_the_answer)
 // holds: one-port-codes
 TEST_F(arp_port_search, asking_one_silent_port_keeps_the_mac_it_had)
 {
-    memcpy(eth2.result.server_mac, BRIDGE_MAC.data(), MAC_SIZE);
+    memcpy(eth2.result.server_mac, BRIDGE_MAC.bytes, MAC_SIZE);
     EXPECT_EQ(send_special_arp(&eth2, ip(TARGET)), 1);
-    EXPECT_EQ(mac_of(eth2.result.server_mac), BRIDGE_MAC);
+    EXPECT_EQ(mac_at(eth2.result.server_mac), BRIDGE_MAC);
     EXPECT_TRUE(
         log.has("Debug", "send_special_arp", "Send a arp packet to ip:10.0.0.1 via eth2, however no response!!"));
 }

@@ -39,7 +39,7 @@ protected:
 
     void add(const char *address, const char *hardware)
     {
-        t_arp_entry *entry = create_new_arp_entry(mac(hardware).data(), 1, ip(address));
+        t_arp_entry *entry = create_new_arp_entry(mac(hardware), 1, ip(address));
         ASSERT_TRUE(add_arp_entry(&head, entry));
     }
 };
@@ -72,7 +72,7 @@ TEST_F(arp_table, an_entry_keeps_hardware_type_address_and_mac)
     EXPECT_EQ(head->hardware_type, 6u);
     EXPECT_EQ(head->hardware_type_again, 6u);
     EXPECT_EQ(head->address_be, ip("192.168.1.50"));
-    EXPECT_EQ(mac_of(head->mac), mac("aa:bb:cc:00:00:32"));
+    EXPECT_EQ(head->mac, mac("aa:bb:cc:00:00:32"));
     for (uint32_t word : head->unused)
         EXPECT_EQ(word, 0u);
 }
@@ -195,15 +195,15 @@ TEST_F(arp_table, finds_by_mac)
 {
     add("192.168.1.50", "aa:bb:cc:00:00:32");
     add("192.168.1.51", "aa:bb:cc:00:00:33");
-    const t_arp_entry *found = find_arp_entry(head, mac("aa:bb:cc:00:00:33").data());
+    const t_arp_entry *found = find_arp_entry(head, at(mac("aa:bb:cc:00:00:33")));
     ASSERT_NE(found, nullptr);
     EXPECT_EQ(found->address_be, ip("192.168.1.51"));
-    EXPECT_EQ(find_arp_entry(head, mac("aa:bb:cc:00:00:34").data()), nullptr);
+    EXPECT_EQ(find_arp_entry(head, at(mac("aa:bb:cc:00:00:34"))), nullptr);
 }
 
 TEST_F(arp_table, finding_in_nothing_or_for_nothing_says_so)
 {
-    EXPECT_EQ(find_arp_entry(nullptr, mac("aa:bb:cc:00:00:32").data()), nullptr);
+    EXPECT_EQ(find_arp_entry(nullptr, at(mac("aa:bb:cc:00:00:32"))), nullptr);
     EXPECT_TRUE(log.has("Info", "find_arp_entry", "arp_table_hashmap_head input is NULL!"));
     add("192.168.1.50", "aa:bb:cc:00:00:32");
     EXPECT_EQ(find_arp_entry(head, nullptr), nullptr);
@@ -215,22 +215,22 @@ TEST_F(arp_table, removing_the_last_entry_leaves_no_table)
 {
     add("192.168.1.50", "aa:bb:cc:00:00:32");
     add("192.168.1.51", "aa:bb:cc:00:00:33");
-    EXPECT_EQ(remove_arp_entry(&head, mac("aa:bb:cc:00:00:32").data()), 0);
+    EXPECT_EQ(remove_arp_entry(&head, at(mac("aa:bb:cc:00:00:32"))), 0);
     EXPECT_EQ(addresses(), t_texts{"192.168.1.51"});
-    EXPECT_EQ(remove_arp_entry(&head, mac("aa:bb:cc:00:00:33").data()), 0);
+    EXPECT_EQ(remove_arp_entry(&head, at(mac("aa:bb:cc:00:00:33"))), 0);
     EXPECT_EQ(head, nullptr);
 }
 
 // holds: arp-remove-codes
 TEST_F(arp_table, removing_refuses_what_it_is_not_given)
 {
-    EXPECT_EQ(remove_arp_entry(nullptr, mac("aa:bb:cc:00:00:32").data()), -99);
-    EXPECT_EQ(remove_arp_entry(&head, mac("aa:bb:cc:00:00:32").data()), -99);
+    EXPECT_EQ(remove_arp_entry(nullptr, at(mac("aa:bb:cc:00:00:32"))), -99);
+    EXPECT_EQ(remove_arp_entry(&head, at(mac("aa:bb:cc:00:00:32"))), -99);
     EXPECT_EQ(log.count("Error", "remove_arp_entry", "Invalid arp_table_hashmap_head input!"), 2);
     add("192.168.1.50", "aa:bb:cc:00:00:32");
     EXPECT_EQ(remove_arp_entry(&head, nullptr), -99);
     EXPECT_TRUE(log.has("Error", "remove_arp_entry", "Invalid mac input!"));
-    EXPECT_EQ(remove_arp_entry(&head, mac("aa:bb:cc:00:00:33").data()), -96);
+    EXPECT_EQ(remove_arp_entry(&head, at(mac("aa:bb:cc:00:00:33"))), -96);
     EXPECT_TRUE(log.has("Error", "remove_arp_entry", "Arp entry:AA-BB-CC-00-00-33 doesn't existed!"));
     EXPECT_EQ(arp_table_count(head), 1u);
 }

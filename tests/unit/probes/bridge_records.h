@@ -10,7 +10,7 @@
 inline std::string forwarding_record(const t_mac &mac, uint8_t port)
 {
     t_bridge_record record = {};
-    memcpy(record.mac, mac.data(), MAC_SIZE);
+    record.mac = mac;
     record.port = port;
     return {reinterpret_cast<const char *>(&record), sizeof record};
 }

@@ -152,7 +152,7 @@ TEST_F(bridge_table, a_record_tells_mac_and_port)
     const t_hidden_sysfs sysfs;
     write_file(FORWARDING, forwarding_record(mac("aa:bb:cc:00:00:32"), 200));
     ASSERT_EQ(get_bridge_table("br-lan", &records), 1);
-    EXPECT_EQ(mac_of(records[0].mac), mac("aa:bb:cc:00:00:32"));
+    EXPECT_EQ(records[0].mac, mac("aa:bb:cc:00:00:32"));
     EXPECT_EQ(records[0].port, 200);
 }
 

@@ -4,12 +4,12 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 
-#include "probes/probe_batch.h"
+#include "probes/discovery.h"
 #include "probes/sample_frames.h"
 
 namespace {
 
-constexpr uint8_t PORT_MAC[MAC_SIZE] = {0x02, 0x11, 0x22, 0x33, 0x44, 0x55};
+constexpr t_mac PORT_MAC = {{0x02, 0x11, 0x22, 0x33, 0x44, 0x55}};
 constexpr uint32_t XID = 0x11223344;
 
 TEST(probe_identifier, is_the_product_of_two_random_values_in_32_bits)
@@ -52,7 +52,7 @@ TEST(dhcp_offer, is_taken_apart)
     ASSERT_TRUE(parse_dhcp_offer(frame, &parsed));
     EXPECT_EQ(parsed.xid, XID);
     EXPECT_EQ(parsed.address_be, inet_addr("10.20.30.40"));
-    EXPECT_EQ(t_bytes(parsed.server_mac, parsed.server_mac + MAC_SIZE), mac_bytes(SERVER_MAC));
+    EXPECT_EQ(parsed.server_mac, SERVER_MAC);
     EXPECT_EQ(t_bytes(parsed.options.begin(), parsed.options.end()), usual_options());
 }
 

@@ -2,7 +2,7 @@
 // Collecting a DHCP batch and releasing it.
 #include "platform/log.h"
 #include "platform/result_codes.h"
-#include "probes/dhcp_probe.h"
+#include "probes/dhcp_discovery.h"
 #include "probes/probe_fixture.h"
 
 namespace {
@@ -154,7 +154,7 @@ TEST_F(dhcp_process, what_was_learned_is_copied_into_the_port)
     EXPECT_EQ(eth1_->result.address.ipv4_be, ipv4("10.20.30.40"));
     EXPECT_EQ(eth1_->result.gateway.ipv4_be, ipv4("10.20.30.1"));
     EXPECT_EQ(eth1_->result.dns_server.ipv4_be, ipv4("10.20.30.53"));
-    EXPECT_EQ(t_bytes(eth1_->result.server_mac, eth1_->result.server_mac + MAC_SIZE), mac_bytes(SERVER_MAC));
+    EXPECT_EQ(mac_at(eth1_->result.server_mac), SERVER_MAC);
     EXPECT_EQ(t_bytes(eth1_->result.address.unused, eth1_->result.address.unused + 12), zeros(12));
     EXPECT_TRUE(log.has("Info", "process_dhcp_discovery_all", "dev:eth1 detect dhcp Service!"));
     EXPECT_TRUE(log.has("Debug", "process_dhcp_discovery_all", "dev:eth1, IPADDR=10.20.30.40, MAC=02-5E-00-00-00-99"));
@@ -205,7 +205,7 @@ TEST_F(dhcp_process, release_closes_every_socket_and_zeroes_the_handle)
     EXPECT_EQ(fake_wire.watched_sockets(), 0);
     EXPECT_EQ(dhcp_detect_handle.contexts, nullptr);
     EXPECT_EQ(dhcp_detect_handle.device_num, 0);
-    EXPECT_EQ(t_bytes(dhcp_detect_handle.lan_mac, dhcp_detect_handle.lan_mac + MAC_SIZE), zeros(6));
+    EXPECT_EQ(dhcp_detect_handle.lan_mac, UNKNOWN_MAC);
 }
 
 TEST_F(dhcp_process, release_without_a_batch_is_harmless)

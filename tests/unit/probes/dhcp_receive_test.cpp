@@ -3,7 +3,7 @@
 #include <cerrno>
 
 #include "platform/result_codes.h"
-#include "probes/dhcp_probe.h"
+#include "probes/dhcp_discovery.h"
 #include "probes/probe_fixture.h"
 
 extern "C" {
@@ -31,7 +31,7 @@ protected:
         t_probe_test::TearDown();
     }
 
-    static t_dhcp_detect_ctx &ctx() { return dhcp_detect_handle.contexts[0]; }
+    static t_discovery_port &ctx() { return dhcp_detect_handle.contexts[0]; }
 
     static void receive(const t_bytes &frame)
     {
@@ -41,8 +41,8 @@ protected:
 
     static void expect_still_listening()
     {
-        EXPECT_EQ(ctx().offer_received, 0);
-        EXPECT_EQ(ctx().watcher.fd, fake_wire.socket_of("eth1"));
+        EXPECT_EQ(ctx().answered, 0);
+        EXPECT_EQ(ctx().socket.watcher.fd, fake_wire.socket_of("eth1"));
         EXPECT_EQ(fake_wire.watched_sockets(), 1);
     }
 };
@@ -51,12 +51,12 @@ TEST_F(dhcp_receive, a_valid_offer_is_recorded_and_closes_the_socket)
 {
     t_log_capture log;
     receive(offer(XID, usual_options()));
-    EXPECT_EQ(ctx().offer_received, 1);
+    EXPECT_EQ(ctx().answered, 1);
     EXPECT_EQ(ctx().result.address.ipv4_be, ipv4("10.20.30.40"));
     EXPECT_EQ(ctx().result.gateway.ipv4_be, ipv4("10.20.30.1"));
     EXPECT_EQ(ctx().result.dns_server.ipv4_be, ipv4("10.20.30.53"));
-    EXPECT_EQ(t_bytes(ctx().result.server_mac, ctx().result.server_mac + MAC_SIZE), mac_bytes(SERVER_MAC));
-    EXPECT_EQ(ctx().watcher.fd, -1);
+    EXPECT_EQ(mac_at(ctx().result.server_mac), SERVER_MAC);
+    EXPECT_EQ(ctx().socket.watcher.fd, -1);
     EXPECT_EQ(fake_wire.open_sockets(), 0);
 
     std::vector<std::string> said;
@@ -93,7 +93,7 @@ TEST_F(dhcp_receive, an_offer_for_another_identifier_is_logged_and_ignored)
     EXPECT_EQ(ctx().result.address.ipv4_be, 0u);
     expect_still_listening();
     receive(offer(XID, usual_options()));
-    EXPECT_EQ(ctx().offer_received, 1);
+    EXPECT_EQ(ctx().answered, 1);
 }
 
 // holds: dhcp-own-bridge
@@ -114,8 +114,8 @@ TEST_F(dhcp_receive, a_genuine_offer_counts_after_one_from_our_own_bridge)
 {
     receive(patched(offer(XID, {0xff}), 6, mac_bytes(LAN_MAC)));
     receive(offer(XID, usual_options()));
-    EXPECT_EQ(ctx().offer_received, 1);
-    EXPECT_EQ(t_bytes(ctx().result.server_mac, ctx().result.server_mac + MAC_SIZE), mac_bytes(SERVER_MAC));
+    EXPECT_EQ(ctx().answered, 1);
+    EXPECT_EQ(mac_at(ctx().result.server_mac), SERVER_MAC);
 }
 
 // holds: dhcp-gateways
@@ -123,7 +123,7 @@ TEST_F(dhcp_receive, two_gateways_are_no_gateway_and_two_dns_servers_are_the_fir
 {
     t_log_capture log;
     receive(offer(XID, {0x03, 0x08, 10, 0, 0, 1, 10, 0, 0, 2, 0x06, 0x08, 10, 0, 0, 3, 10, 0, 0, 4, 0xff}));
-    EXPECT_EQ(ctx().offer_received, 1);
+    EXPECT_EQ(ctx().answered, 1);
     EXPECT_EQ(ctx().result.gateway.ipv4_be, 0u);
     EXPECT_EQ(ctx().result.dns_server.ipv4_be, ipv4("10.0.0.3"));
     EXPECT_FALSE(log.text().find("GATEWAY") != std::string::npos);
@@ -133,7 +133,7 @@ TEST_F(dhcp_receive, two_gateways_are_no_gateway_and_two_dns_servers_are_the_fir
 TEST_F(dhcp_receive, options_that_start_with_a_pad_byte_tell_nothing_but_the_offer_counts)
 {
     receive(offer(XID, join({{0x00}, usual_options()})));
-    EXPECT_EQ(ctx().offer_received, 1);
+    EXPECT_EQ(ctx().answered, 1);
     EXPECT_EQ(ctx().result.gateway.ipv4_be, 0u);
     EXPECT_EQ(ctx().result.dns_server.ipv4_be, 0u);
 }
@@ -142,7 +142,7 @@ TEST_F(dhcp_receive, options_are_not_read_beyond_what_arrived)
 {
     t_log_capture log;
     receive(offer(XID, {0x03, 0x04, 10, 0}));
-    EXPECT_EQ(ctx().offer_received, 1);
+    EXPECT_EQ(ctx().answered, 1);
     EXPECT_EQ(ctx().result.gateway.ipv4_be, 0u);
 }
 
@@ -152,7 +152,7 @@ TEST_F(dhcp_receive, a_frame_longer_than_the_buffer_is_cut_to_it)
     while (options.size() < 1400)
         options = join({options, {0x0c, 0xff}, t_bytes(255, 'x')}); // host names, past 1024 bytes of frame
     receive(offer(XID, join({options, usual_options()})));
-    EXPECT_EQ(ctx().offer_received, 1);
+    EXPECT_EQ(ctx().answered, 1);
     EXPECT_EQ(ctx().result.gateway.ipv4_be, 0u);
 }
 
@@ -206,7 +206,7 @@ TEST_F(dhcp_receive, an_event_without_the_read_bit_reads_nothing)
     fake_wire.arrive("eth1", offer(XID, usual_options()));
     socket_of("eth1").error_pending = true;
     t_log_capture log;
-    recv_dhcp_discovery_packet(&ctx().watcher, 0);
+    recv_dhcp_discovery_packet(&ctx().socket.watcher, 0);
     EXPECT_EQ(log.text(), "");
     EXPECT_FALSE(socket_of("eth1").error_pending);
     expect_still_listening();
@@ -214,9 +214,9 @@ TEST_F(dhcp_receive, an_event_without_the_read_bit_reads_nothing)
 
 TEST_F(dhcp_receive, an_error_that_cannot_be_cleared_leaves_the_loop)
 {
-    recv_dhcp_discovery_packet(&ctx().watcher, 0);
+    recv_dhcp_discovery_packet(&ctx().socket.watcher, 0);
     EXPECT_EQ(fake_wire.watched_sockets(), 0);
-    EXPECT_EQ(ctx().offer_received, 0);
+    EXPECT_EQ(ctx().answered, 0);
     EXPECT_EQ(process_dhcp_discovery_all(model_.dev_hashmap_head, model_.proto_hashmap_head, false), PROBE_WAITING);
 }
 

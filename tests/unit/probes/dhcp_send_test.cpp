@@ -6,7 +6,7 @@
 
 #include "platform/log.h"
 #include "platform/result_codes.h"
-#include "probes/dhcp_probe.h"
+#include "probes/dhcp_discovery.h"
 #include "probes/packet_socket.h"
 #include "probes/probe_fixture.h"
 #include "support/failing_memory.h"
@@ -149,12 +149,12 @@ TEST_F(dhcp_send, the_batch_is_recorded)
     ASSERT_EQ(send_dhcp_discovery_all(&list_), OK);
     EXPECT_EQ(dhcp_detect_handle.finished, 0);
     EXPECT_EQ(dhcp_detect_handle.device_num, 1);
-    EXPECT_EQ(t_bytes(dhcp_detect_handle.lan_mac, dhcp_detect_handle.lan_mac + MAC_SIZE), mac_bytes(LAN_MAC));
-    const t_dhcp_detect_ctx &ctx = dhcp_detect_handle.contexts[0];
+    EXPECT_EQ(dhcp_detect_handle.lan_mac, LAN_MAC);
+    const t_discovery_port &ctx = dhcp_detect_handle.contexts[0];
     EXPECT_EQ(ctx.dev, eth1);
-    EXPECT_EQ(ctx.offer_received, 0);
-    EXPECT_EQ(ctx.random_xid, 2'000'000u);
-    EXPECT_EQ(ctx.watcher.fd, fake_wire.socket_of("eth1"));
+    EXPECT_EQ(ctx.answered, 0);
+    EXPECT_EQ(ctx.identifier, 2'000'000u);
+    EXPECT_EQ(ctx.socket.watcher.fd, fake_wire.socket_of("eth1"));
 }
 
 TEST_F(dhcp_send, a_socket_hears_every_frame_of_its_port_and_sends_to_everyone)
@@ -181,7 +181,7 @@ TEST_F(dhcp_send, a_product_of_all_ones_sends_identifier_zero)
     list_port(add_port("eth1", 1));
     next_random = {65535, 65537};
     ASSERT_EQ(send_dhcp_discovery_all(&list_), OK);
-    EXPECT_EQ(dhcp_detect_handle.contexts[0].random_xid, 0u);
+    EXPECT_EQ(dhcp_detect_handle.contexts[0].identifier, 0u);
     EXPECT_EQ(fake_wire.sent()[0].bytes, expected_discover({0x02, 0, 0, 0, 0x01, 0x01}, 0));
 }
 
@@ -200,7 +200,7 @@ TEST_F(dhcp_send, a_port_without_socket_does_not_stop_the_others)
         log.has("Error", "send_dhcp_discovery_packet", "Skip sending dhcp discoery packet due to socket error!"));
     EXPECT_TRUE(log.has("Error", "send_dhcp_discovery_all", "Failed to send DHCP socket via dev:null"));
     EXPECT_EQ(dhcp_detect_handle.contexts[0].dev, nullptr);
-    EXPECT_EQ(dhcp_detect_handle.contexts[0].watcher.fd, -1);
+    EXPECT_EQ(dhcp_detect_handle.contexts[0].socket.watcher.fd, -1);
     EXPECT_EQ(fake_wire.sent_on("eth1").size(), 0u);
     EXPECT_EQ(fake_wire.sent_on("eth2").size(), 1u);
 }
@@ -215,7 +215,7 @@ TEST_F(dhcp_send, a_port_that_cannot_be_bound_does_not_stop_the_others)
     EXPECT_EQ(send_dhcp_discovery_all(&list_), OK);
     EXPECT_TRUE(log.has("Error", "send_dhcp_discovery_packet", "Error binding socket!"));
     EXPECT_TRUE(log.has("Error", "send_dhcp_discovery_all", "Failed to send DHCP socket via dev:eth1"));
-    EXPECT_EQ(dhcp_detect_handle.contexts[0].watcher.fd, -1);
+    EXPECT_EQ(dhcp_detect_handle.contexts[0].socket.watcher.fd, -1);
     EXPECT_EQ(fake_wire.open_sockets(), 1);
     EXPECT_EQ(fake_wire.sent_on("eth2").size(), 1u);
 }
@@ -231,7 +231,7 @@ TEST_F(dhcp_send, a_port_that_cannot_send_does_not_stop_the_others)
     EXPECT_TRUE(log.has("Error", "send_dhcp_discovery_packet",
                         "Error while writing to dhcp request socket, using device:eth1"));
     EXPECT_TRUE(log.has("Error", "send_dhcp_discovery_all", "Failed to send DHCP socket via dev:eth1"));
-    EXPECT_EQ(dhcp_detect_handle.contexts[0].watcher.fd, -1);
+    EXPECT_EQ(dhcp_detect_handle.contexts[0].socket.watcher.fd, -1);
     EXPECT_EQ(fake_wire.watched_sockets(), 1);
     EXPECT_EQ(fake_wire.sent_on("eth2").size(), 1u);
 }
@@ -257,7 +257,7 @@ TEST_F(dhcp_send, a_list_shorter_than_its_count_leaves_empty_contexts)
     EXPECT_EQ(log.count("Error", "send_dhcp_discovery_all", "Failed to load dhcp device!"), 2);
     ASSERT_EQ(dhcp_detect_handle.device_num, 3);
     EXPECT_EQ(dhcp_detect_handle.contexts[2].dev, nullptr);
-    EXPECT_EQ(dhcp_detect_handle.contexts[2].watcher.fd, -1);
+    EXPECT_EQ(dhcp_detect_handle.contexts[2].socket.watcher.fd, -1);
     EXPECT_EQ(fake_wire.sent().size(), 1u);
 }
 
@@ -292,16 +292,16 @@ TEST_F(dhcp_send, a_port_that_vanished_is_not_sent_to)
 TEST_F(dhcp_send, result_codes_of_one_port)
 {
     t_device *eth1 = add_port("eth1", 1);
-    t_dhcp_detect_ctx ctx;
-    memset(&ctx, 0xaa, sizeof ctx);
+    t_discovery_port ctx;
+    memset(static_cast<void *>(&ctx), 0xaa, sizeof ctx);
     fake_wire.fail(t_wire_call::OPEN, EPERM);
     EXPECT_EQ(init_dhcp_sockfd(&ctx), -92);
-    EXPECT_EQ(ctx.watcher.fd, -1);
-    EXPECT_EQ(ctx.offer_received, 0);
+    EXPECT_EQ(ctx.socket.watcher.fd, -1);
+    EXPECT_EQ(ctx.answered, 0);
     EXPECT_EQ(send_dhcp_discovery_packet(&ctx), -91);
 
     EXPECT_EQ(init_dhcp_sockfd(&ctx), 0);
-    EXPECT_EQ(ctx.watcher.cb, recv_dhcp_discovery_packet);
+    EXPECT_EQ(ctx.socket.watcher.cb, recv_dhcp_discovery_packet);
     ctx.dev = eth1;
     fake_wire.fail(t_wire_call::BIND, ENODEV);
     EXPECT_EQ(send_dhcp_discovery_packet(&ctx), -89);
@@ -311,18 +311,18 @@ TEST_F(dhcp_send, result_codes_of_one_port)
     ctx.dev = eth1;
     fake_wire.fail(t_wire_call::SEND, ENETDOWN);
     EXPECT_EQ(send_dhcp_discovery_packet(&ctx), -88);
-    EXPECT_EQ(ctx.watcher.fd, -1);
+    EXPECT_EQ(ctx.socket.watcher.fd, -1);
 
     EXPECT_EQ(init_dhcp_sockfd(&ctx), 0);
     ctx.dev = eth1;
     EXPECT_EQ(send_dhcp_discovery_packet(&ctx), 0);
-    packet_socket_close(&ctx.watcher);
+    ctx.socket.close();
 }
 
 // holds: dhcp-port-codes
 TEST_F(dhcp_send, a_zeroed_context_is_closed)
 {
-    t_dhcp_detect_ctx ctx = {};
+    t_discovery_port ctx = {};
     EXPECT_EQ(send_dhcp_discovery_packet(&ctx), -91);
 }
 

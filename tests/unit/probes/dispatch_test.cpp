@@ -9,8 +9,8 @@
 
 #include "model/tables.h"
 #include "platform/result_codes.h"
-#include "probes/dhcp_probe.h"
-#include "probes/pppoe_probe.h"
+#include "probes/dhcp_discovery.h"
+#include "probes/pppoe_discovery.h"
 #include "probes/probe_fixture.h"
 #include "support/failing_memory.h"
 

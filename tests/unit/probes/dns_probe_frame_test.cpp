@@ -9,7 +9,7 @@ t_bytes query(const t_dns_entry &entry, const char *source, const t_mac &source_
 {
     t_dns_query_frame frame;
     memset(&frame, 0xee, sizeof frame);
-    build_dns_query(&frame, entry, ip(source), source_mac.data());
+    build_dns_query(&frame, entry, ip(source), source_mac);
     const auto *first = reinterpret_cast<const uint8_t *>(&frame);
     return {first, first + sizeof frame};
 }
@@ -40,7 +40,7 @@ TEST(dns_query, stands_on_the_wire_as_documented)
     t_dns_entry entry = {};
     entry.query_id = 0x1234;
     entry.dns_server_be = ip("198.51.100.53");
-    memcpy(entry.server_mac, mac("aa:bb:cc:00:00:fe").data(), MAC_SIZE);
+    entry.server_mac = mac("aa:bb:cc:00:00:fe");
     // clang-format off
     const t_bytes expected = {
         0xaa, 0xbb, 0xcc, 0x00, 0x00, 0xfe,                   //  0 Ethernet destination: the next hop

@@ -35,9 +35,9 @@ protected:
         fake_wire.reset();
         fake_clock.reset();
         random_value = 4711;
-        fake_wire.add_interface("eth1", {.ifindex = 11, .mac = {2, 0, 0, 0, 0, 11}});
-        fake_wire.add_interface("eth2", {.ifindex = 12, .mac = {2, 0, 0, 0, 0, 12}});
-        fake_wire.add_interface("eth3", {.ifindex = 13, .mac = {2, 0, 0, 0, 0, 13}});
+        fake_wire.add_interface("eth1", {.ifindex = 11, .mac = {{2, 0, 0, 0, 0, 11}}});
+        fake_wire.add_interface("eth2", {.ifindex = 12, .mac = {{2, 0, 0, 0, 0, 12}}});
+        fake_wire.add_interface("eth3", {.ifindex = 13, .mac = {{2, 0, 0, 0, 0, 13}}});
         fake_wire.on_wait = [](int, int ms) { fake_clock.advance_ms(ms); };
         ask(&eth1, "100.64.1.2", "198.51.100.1", "aa:bb:cc:00:00:01");
         ask(&eth2, "100.64.2.2", "198.51.100.2", "aa:bb:cc:00:00:02");
@@ -50,7 +50,7 @@ protected:
         entry.dev = dev;
         entry.dev_ip_be = ip(own);
         entry.dns_server_be = ip(server);
-        memcpy(entry.server_mac, mac(next_hop).data(), MAC_SIZE);
+        entry.server_mac = mac(next_hop);
         return entry;
     }
 
@@ -70,7 +70,7 @@ protected:
                     continue;
                 t_dns_reply reply = answer_to(ctx.entries[arrival.index]);
                 arrival.spoil(reply);
-                fake_wire.arrive(ctx.entries[arrival.index].watcher.fd, reply.bytes());
+                fake_wire.arrive(ctx.entries[arrival.index].socket.watcher.fd, reply.bytes());
                 arrived = true;
             }
             fake_clock.advance_ms(arrived ? 10 : ms);
@@ -122,8 +122,8 @@ TEST_F(dns_probe, each_query_leaves_its_port_for_its_next_hop)
         EXPECT_EQ(sent.port, entry.dev->name);
         EXPECT_EQ(sent.address.sll_protocol, htons(ETH_P_ALL));
         EXPECT_EQ(sent.address.sll_halen, 6);
-        EXPECT_EQ(mac_of(sent.address.sll_addr), mac_of(entry.server_mac));
-        const uint8_t port_mac[MAC_SIZE] = {2, 0, 0, 0, 0, static_cast<uint8_t>(11 + i)};
+        EXPECT_EQ(mac_at(sent.address.sll_addr), entry.server_mac);
+        const t_mac port_mac = {{2, 0, 0, 0, 0, static_cast<uint8_t>(11 + i)}};
         t_dns_query_frame expected;
         build_dns_query(&expected, entry, entry.dev_ip_be, port_mac);
         ASSERT_EQ(sent.bytes.size(), sizeof expected);
@@ -198,7 +198,7 @@ TEST_F(dns_probe, an_endless_flood_does_not_move_the_deadline)
 {
     fake_wire.on_wait = [this](int, int) {
         for (int i = 0; i < 3000; i++)
-            fake_wire.arrive(ctx.entries[0].watcher.fd, t_bytes(60, 0xff));
+            fake_wire.arrive(ctx.entries[0].socket.watcher.fd, t_bytes(60, 0xff));
         fake_clock.advance_ms(1000);
     };
     EXPECT_EQ(dns_lookup_via_multi_eth(&ctx), 0);
@@ -291,7 +291,7 @@ TEST_F(dns_probe, the_query_itself_is_no_answer)
 TEST_F(dns_probe, an_answer_to_one_port_does_not_count_for_another)
 {
     fake_wire.on_wait = [this](int, int ms) {
-        fake_wire.arrive(ctx.entries[0].watcher.fd, answer_to(ctx.entries[1]).bytes());
+        fake_wire.arrive(ctx.entries[0].socket.watcher.fd, answer_to(ctx.entries[1]).bytes());
         fake_clock.advance_ms(ms);
     };
     EXPECT_EQ(dns_lookup_via_multi_eth(&ctx), 0);
@@ -302,8 +302,9 @@ TEST_F(dns_probe, frames_of_every_size_are_survived)
     fake_wire.on_wait = [this](int, int ms) {
         const t_bytes good = answer_to(ctx.entries[0]).bytes();
         for (size_t size = 0; size < 54; size++)
-            fake_wire.arrive(ctx.entries[0].watcher.fd, t_bytes(good.begin(), good.begin() + static_cast<long>(size)));
-        fake_wire.arrive(ctx.entries[1].watcher.fd, t_bytes(9000, 0xff));
+            fake_wire.arrive(ctx.entries[0].socket.watcher.fd,
+                             t_bytes(good.begin(), good.begin() + static_cast<long>(size)));
+        fake_wire.arrive(ctx.entries[1].socket.watcher.fd, t_bytes(9000, 0xff));
         fake_clock.advance_ms(ms);
     };
     EXPECT_EQ(dns_lookup_via_multi_eth(&ctx), 0);
@@ -314,7 +315,7 @@ TEST_F(dns_probe, a_huge_answer_is_read_as_far_as_it_matters)
     fake_wire.on_wait = [this](int, int) {
         t_bytes huge = answer_to(ctx.entries[1]).bytes();
         huge.resize(1500, 0xaa);
-        fake_wire.arrive(ctx.entries[1].watcher.fd, huge);
+        fake_wire.arrive(ctx.entries[1].socket.watcher.fd, huge);
     };
     EXPECT_EQ(dns_lookup_via_multi_eth(&ctx), 1);
     EXPECT_EQ(ctx.winner, &eth2);
@@ -329,7 +330,7 @@ TEST_F(dns_probe, a_port_without_a_socket_never_wins_and_is_not_reported)
     EXPECT_TRUE(fake_wire.sent_on("eth1").empty());
     EXPECT_EQ(log.text().find("dnslookup failed at: eth1"), std::string::npos);
     EXPECT_TRUE(log.has_body("dnslookup failed at: eth2, dev_ip:100.64.2.2"));
-    EXPECT_EQ(ctx.entries[0].watcher.fd, -1);
+    EXPECT_EQ(ctx.entries[0].socket.watcher.fd, -1);
 }
 
 // holds: dns-no-socket
@@ -379,12 +380,12 @@ TEST_F(dns_probe, sending_tells_what_failed)
 {
     t_dns_entry &entry = ctx.entries[0];
     for (t_wire_call call : {t_wire_call::QUERY_PORT, t_wire_call::BIND, t_wire_call::SEND}) {
-        entry.watcher.fd = fake_wire.add_socket(ETH_P_ALL);
+        entry.socket.watcher.fd = fake_wire.add_socket(ETH_P_ALL);
         fake_wire.fail(call, ENETDOWN, 0, 1, "eth1");
         EXPECT_EQ(send_dns_query(entry.dev_ip_be, &entry), call == t_wire_call::SEND ? -88 : -89);
-        EXPECT_EQ(entry.watcher.fd, -1);
+        EXPECT_EQ(entry.socket.watcher.fd, -1);
     }
-    entry.watcher.fd = fake_wire.add_socket(ETH_P_ALL);
+    entry.socket.watcher.fd = fake_wire.add_socket(ETH_P_ALL);
     EXPECT_EQ(send_dns_query(entry.dev_ip_be, &entry), 0);
     close_dns_entry(&entry);
 }
@@ -393,7 +394,7 @@ TEST_F(dns_probe, sending_tells_what_failed)
 t_bytes who_has(const t_dns_entry &entry)
 {
     t_arp_frame frame;
-    build_arp_request(&frame, entry.server_mac, ip("100.64.9.1"), t_mac(MAC_SIZE).data(), entry.dev_ip_be);
+    build_arp_request(&frame, entry.server_mac, ip("100.64.9.1"), UNKNOWN_MAC, entry.dev_ip_be);
     const auto *first = reinterpret_cast<const uint8_t *>(&frame);
     return {first, first + sizeof frame};
 }
@@ -405,7 +406,7 @@ TEST_F(dns_probe, who_asks_for_the_querys_address_is_told_before_he_answers)
         if (fake_wire.sent().size() == 2)
             fake_wire.arrive("eth2", who_has(ctx.entries[1]));
         else
-            fake_wire.arrive(ctx.entries[1].watcher.fd, answer_to(ctx.entries[1]).bytes());
+            fake_wire.arrive(ctx.entries[1].socket.watcher.fd, answer_to(ctx.entries[1]).bytes());
         fake_clock.advance_ms(10);
     };
     EXPECT_EQ(dns_lookup_via_multi_eth(&ctx), 1);
@@ -414,9 +415,9 @@ TEST_F(dns_probe, who_asks_for_the_querys_address_is_told_before_he_answers)
     const t_sent_frame &told = fake_wire.sent()[2];
     EXPECT_EQ(told.port, "eth2");
     t_arp_frame expected;
-    const uint8_t port_mac[MAC_SIZE] = {2, 0, 0, 0, 0, 12};
+    const t_mac port_mac = {{2, 0, 0, 0, 0, 12}};
     t_arp_asker asker = {.mac = {}, .ip_be = ip("100.64.9.1")};
-    memcpy(asker.mac, ctx.entries[1].server_mac, MAC_SIZE);
+    asker.mac = ctx.entries[1].server_mac;
     build_arp_reply(&expected, port_mac, ip("100.64.2.2"), asker);
     ASSERT_EQ(told.bytes.size(), sizeof expected);
     EXPECT_EQ(memcmp(told.bytes.data(), &expected, sizeof expected), 0);
@@ -438,7 +439,7 @@ TEST_F(dns_probe, a_flood_of_questions_does_not_move_the_deadline_nor_hide_the_a
 {
     auto ask_a_lot = [this] {
         for (int i = 0; i < 3000; i++)
-            fake_wire.arrive(ctx.entries[0].answerer.watcher.fd, who_has(ctx.entries[0]));
+            fake_wire.arrive(ctx.entries[0].answerer.socket.watcher.fd, who_has(ctx.entries[0]));
     };
     fake_wire.on_wait = [&](int, int) {
         ask_a_lot();
@@ -449,7 +450,7 @@ TEST_F(dns_probe, a_flood_of_questions_does_not_move_the_deadline_nor_hide_the_a
     EXPECT_EQ(fake_wire.sent().size(), 2u + 4 * ARP_ANSWERS_PER_SECOND);
     fake_wire.on_wait = [&](int, int) {
         ask_a_lot();
-        fake_wire.arrive(ctx.entries[0].watcher.fd, answer_to(ctx.entries[0]).bytes());
+        fake_wire.arrive(ctx.entries[0].socket.watcher.fd, answer_to(ctx.entries[0]).bytes());
         fake_clock.advance_ms(100);
     };
     EXPECT_EQ(dns_lookup_via_multi_eth(&ctx), 1);
@@ -520,15 +521,15 @@ protected:
         ctx.entries[0].index = 0;
         entry.index = 1;
         entry.query_id = 0x1234;
-        entry.watcher.fd = fake_wire.add_socket(ETH_P_ALL);
-        entry.watcher.cb = uloop_recv_dns_query;
+        entry.socket.watcher.fd = fake_wire.add_socket(ETH_P_ALL);
+        entry.socket.watcher.cb = uloop_recv_dns_query;
     }
-    ~dns_loop_form() override { fake_wire.close_socket(entry.watcher.fd); }
+    ~dns_loop_form() override { fake_wire.close_socket(entry.socket.watcher.fd); }
 
     void hear(const t_dns_reply &reply)
     {
-        fake_wire.arrive(entry.watcher.fd, reply.bytes());
-        uloop_recv_dns_query(&entry.watcher, ULOOP_READ);
+        fake_wire.arrive(entry.socket.watcher.fd, reply.bytes());
+        uloop_recv_dns_query(&entry.socket.watcher, ULOOP_READ);
     }
 };
 
@@ -546,10 +547,10 @@ TEST_F(dns_loop_form, reads_one_frame_at_a_time)
 {
     t_dns_reply bad = answer_to(entry);
     bad.answers = 0;
-    fake_wire.arrive(entry.watcher.fd, bad.bytes());
+    fake_wire.arrive(entry.socket.watcher.fd, bad.bytes());
     hear(answer_to(entry));
     EXPECT_EQ(entry.received, 0);
-    uloop_recv_dns_query(&entry.watcher, ULOOP_READ);
+    uloop_recv_dns_query(&entry.socket.watcher, ULOOP_READ);
     EXPECT_EQ(entry.received, 1);
 }
 
@@ -595,17 +596,17 @@ TEST_F(dns_loop_form, tells_every_flaw_at_info)
 
 TEST_F(dns_loop_form, a_read_error_or_an_empty_frame_fails)
 {
-    uloop_recv_dns_query(&entry.watcher, ULOOP_READ);
+    uloop_recv_dns_query(&entry.socket.watcher, ULOOP_READ);
     EXPECT_EQ(log.count("Info", "uloop_recv_dns_query", "dns through ip 100.64.2.2 failed!"), 1);
-    fake_wire.arrive(entry.watcher.fd, t_bytes());
-    uloop_recv_dns_query(&entry.watcher, ULOOP_READ);
+    fake_wire.arrive(entry.socket.watcher.fd, t_bytes());
+    uloop_recv_dns_query(&entry.socket.watcher, ULOOP_READ);
     EXPECT_EQ(log.count("Info", "uloop_recv_dns_query", "dns through ip 100.64.2.2 failed!"), 2);
 }
 
 TEST_F(dns_loop_form, without_something_to_read_nothing_is_read)
 {
-    fake_wire.arrive(entry.watcher.fd, answer_to(entry).bytes());
-    uloop_recv_dns_query(&entry.watcher, 0);
+    fake_wire.arrive(entry.socket.watcher.fd, answer_to(entry).bytes());
+    uloop_recv_dns_query(&entry.socket.watcher, 0);
     EXPECT_EQ(entry.received, 0);
     EXPECT_TRUE(log.has("Info", "uloop_recv_dns_query", "dns response:events=0, ip=100.64.2.2!"));
     EXPECT_FALSE(log.has_body("dns through ip 100.64.2.2 failed!"));
@@ -616,10 +617,10 @@ TEST_F(dns_loop_form, an_entry_that_has_its_answer_reads_no_more)
     entry.received = 1;
     hear(answer_to(entry));
     EXPECT_EQ(ctx.winner, nullptr);
-    EXPECT_EQ(fake_wire.socket(entry.watcher.fd).arrived.size(), 1u);
+    EXPECT_EQ(fake_wire.socket(entry.socket.watcher.fd).arrived.size(), 1u);
     EXPECT_TRUE(log.has("Debug", "uloop_recv_dns_query", "Already receieved response!"));
-    recv_dns_query(&entry.watcher);
-    EXPECT_EQ(fake_wire.socket(entry.watcher.fd).arrived.size(), 1u);
+    recv_dns_query(&entry.socket.watcher);
+    EXPECT_EQ(fake_wire.socket(entry.socket.watcher.fd).arrived.size(), 1u);
     EXPECT_TRUE(log.has("Debug", "recv_dns_query", "Already receieved response!"));
 }
 

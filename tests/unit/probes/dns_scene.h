@@ -2,10 +2,9 @@
 // DNS answers as a server sends them.
 #pragma once
 
+#include "probes/bytes.h"
 #include "probes/dns_probe.h"
 #include "probes/lan_scene.h"
-
-using t_bytes = std::vector<uint8_t>;
 
 struct t_dns_reply {
     uint16_t identification = 0;

@@ -303,7 +303,7 @@ void packet_socket_settle_error(uloop_fd *watcher)
 void packet_socket_close(uloop_fd *watcher)
 {
     packet_socket_unwatch(watcher);
-    if (watcher->fd > 0 && fake_wire.find(watcher->fd))
+    if (watcher->fd >= 0 && fake_wire.find(watcher->fd))
         fake_wire.close_socket(watcher->fd);
     watcher->fd = -1;
 }
@@ -316,18 +316,18 @@ int query_interface(const char *name, t_interface_info *info)
         return -1;
     info->address_be = known->address_be;
     info->netmask_be = known->netmask_be;
-    memcpy(info->mac, known->mac, MAC_SIZE);
+    info->mac = known->mac;
     return 0;
 }
 
-int query_port(int fd, const char *name, int *ifindex, uint8_t (&mac)[MAC_SIZE])
+int query_port(int fd, const char *name, int *ifindex, t_mac *mac)
 {
     *ifindex = 0;
-    memset(mac, 0, sizeof mac);
+    *mac = UNKNOWN_MAC;
     const t_fake_interface *known = fake_wire.find_interface(name);
     if (!fake_wire.find(fd) || !known || fake_wire.fails(t_wire_call::QUERY_PORT, name))
         return -1;
     *ifindex = known->ifindex;
-    memcpy(mac, known->mac, MAC_SIZE);
+    *mac = known->mac;
     return 0;
 }

@@ -12,11 +12,10 @@
 
 #include <linux/if_packet.h>
 
-#include "model/records.h"
+#include "probes/bytes.h"
+#include "probes/mac.h"
 
 struct uloop_fd;
-
-using t_bytes = std::vector<uint8_t>;
 
 enum class t_wire_call {
     OPEN,
@@ -34,7 +33,7 @@ enum class t_wire_call {
 
 struct t_fake_interface {
     int ifindex = 0;
-    uint8_t mac[MAC_SIZE] = {};
+    t_mac mac = UNKNOWN_MAC;
     uint32_t address_be = 0; // 0: query_interface fails, as for an interface without an address
     uint32_t netmask_be = 0;
 };

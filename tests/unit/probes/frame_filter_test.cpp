@@ -13,14 +13,14 @@
 #include "probes/arp_probe.h"
 #include "probes/arp_probe_batch.h"
 #include "probes/arp_table.h"
+#include "probes/dhcp_discovery.h"
 #include "probes/dhcp_frames.h"
-#include "probes/dhcp_probe.h"
 #include "probes/dns_probe_frame.h"
 #include "probes/dns_scene.h"
 #include "probes/fake_wire.h"
 #include "probes/kernel_filter.h"
+#include "probes/pppoe_discovery.h"
 #include "probes/pppoe_frames.h"
-#include "probes/pppoe_probe.h"
 #include "probes/sample_frames.h"
 #include "support/fake_clock.h"
 #include "support/sandbox.h"
@@ -30,7 +30,7 @@ namespace {
 using t_frames = std::vector<t_bytes>;
 
 constexpr uint32_t IDENTIFIER = 2; // the one that the frames of the fuzz targets carry
-constexpr uint8_t BRIDGE_MAC[MAC_SIZE] = {0x02, 0x00, 0x00, 0x00, 0x00, 0x01};
+constexpr t_mac BRIDGE_MAC = {{0x02, 0x00, 0x00, 0x00, 0x00, 0x01}};
 constexpr int MUTATIONS = 60;    // of each frame
 constexpr size_t LONGEST = 1600; // more than any probe reads
 
@@ -88,7 +88,7 @@ protected:
     {
         fake_wire.reset();
         fake_clock.reset();
-        fake_wire.add_interface("eth1", {.ifindex = 11, .mac = {0x02, 0, 0, 0, 1, 1}});
+        fake_wire.add_interface("eth1", {.ifindex = 11, .mac = {{0x02, 0, 0, 0, 1, 1}}});
     }
 
     // Every frame that the handler takes or tells of must pass; how many did not, and how many there are to be told of.
@@ -119,27 +119,34 @@ template <typename Callback> bool told_of(uloop_fd *watcher, const t_bytes &fram
     watcher->fd = fake_wire.add_socket(0);
     fake_wire.arrive(watcher->fd, frame);
     callback();
-    if (watcher->fd > 0)
+    if (watcher->fd >= 0)
         fake_wire.close_socket(watcher->fd);
     return !log.text().empty();
+}
+
+t_discovery_port asked(t_device *dev)
+{
+    t_discovery_port port = {};
+    port.identifier = IDENTIFIER;
+    port.dev = dev;
+    return port;
 }
 
 TEST_P(frame_filter, for_offers_drops_nothing_that_is_taken_or_told_of)
 {
     t_frames frames = everything();
-    frames.push_back(patched(frames[0], 6, t_bytes(BRIDGE_MAC, BRIDGE_MAC + MAC_SIZE)));
+    frames.push_back(patched(frames[0], 6, mac_bytes(BRIDGE_MAC)));
     for (uint32_t xid : {0u, 1u, IDENTIFIER, 0xffffffffu})
         frames.push_back(offer(xid, {}));
-    memcpy(dhcp_detect_handle.lan_mac, BRIDGE_MAC, MAC_SIZE);
-    expect_nothing_lost(
-        dhcp_offer_filter(IDENTIFIER, dhcp_detect_handle.lan_mac, GetParam()), with_mutations(frames),
-        [this](const t_bytes &frame) {
-            t_dhcp_detect_ctx ctx = {
-                .offer_received = 0, .random_xid = IDENTIFIER, .dev = &eth1, .result = {}, .watcher = {}};
-            const bool told = told_of(&ctx.watcher, frame, GetParam(),
-                                      [&ctx] { recv_dhcp_discovery_packet(&ctx.watcher, ULOOP_READ); });
-            return told || ctx.offer_received;
-        });
+    dhcp_detect_handle.lan_mac = BRIDGE_MAC;
+    expect_nothing_lost(dhcp_offer_filter(IDENTIFIER, dhcp_detect_handle.lan_mac, GetParam()), with_mutations(frames),
+                        [this](const t_bytes &frame) {
+                            t_discovery_port ctx = asked(&eth1);
+                            const bool told = told_of(&ctx.socket.watcher, frame, GetParam(), [&ctx] {
+                                recv_dhcp_discovery_packet(&ctx.socket.watcher, ULOOP_READ);
+                            });
+                            return told || ctx.answered;
+                        });
     dhcp_detect_handle = {};
 }
 
@@ -158,10 +165,10 @@ TEST_P(frame_filter, for_pados_drops_nothing_that_is_taken_or_told_of)
     frames.push_back(pado(join({tag(0x0101, zeros(1400)), mine})));
     frames.push_back(join({pado(mine), zeros(40)}));
     expect_nothing_lost(pado_filter(IDENTIFIER, GetParam()), with_mutations(frames), [this](const t_bytes &frame) {
-        t_pppoe_detect_ctx ctx = {.pado_received = 0, .host_uniq = IDENTIFIER, .dev = &eth1, .watcher = {}};
-        const bool told =
-            told_of(&ctx.watcher, frame, GetParam(), [&ctx] { recv_pppoe_discovery_packet(&ctx.watcher, ULOOP_READ); });
-        return told || ctx.pado_received;
+        t_discovery_port ctx = asked(&eth1);
+        const bool told = told_of(&ctx.socket.watcher, frame, GetParam(),
+                                  [&ctx] { recv_pppoe_discovery_packet(&ctx.socket.watcher, ULOOP_READ); });
+        return told || ctx.answered;
     });
 }
 
@@ -185,7 +192,8 @@ TEST_P(frame_filter, for_dns_answers_drops_nothing_that_is_taken_or_told_of)
             ctx.count = 1;
             ctx.entries[0] = dns_entry(&eth1);
             t_dns_entry &entry = ctx.entries[0];
-            const bool told = told_of(&entry.watcher, frame, GetParam(), [&entry] { recv_dns_query(&entry.watcher); });
+            const bool told =
+                told_of(&entry.socket.watcher, frame, GetParam(), [&entry] { recv_dns_query(&entry.socket.watcher); });
             return told || entry.received;
         });
 }
@@ -223,7 +231,7 @@ TEST_P(frame_filter, for_the_search_of_an_address_drops_nothing_that_is_taken_or
         t_log_capture log(GetParam());
         answer_requests_with(frame);
         t_port_list ports = {&eth1};
-        check_ip_using_arp_blocked(target, t_mac(MAC_SIZE).data(), &ports.list, ip("192.168.1.1"), BRIDGE_MAC);
+        check_ip_using_arp_blocked(target, &UNKNOWN_MAC, &ports.list, ip("192.168.1.1"), &BRIDGE_MAC);
         return ports.list.count == 1 || says_one_of(log, {"Not a arp reply packet", "receieve a different ip"});
     });
 }
@@ -231,15 +239,15 @@ TEST_P(frame_filter, for_the_search_of_an_address_drops_nothing_that_is_taken_or
 TEST_P(frame_filter, for_the_recheck_of_a_host_drops_nothing_that_is_taken_or_told_of)
 {
     const t_mac host = mac("02:5e:00:00:00:99");
-    expect_nothing_lost(arp_host_filter(host.data(), GetParam()), arp_packets(), [&](const t_bytes &frame) {
+    expect_nothing_lost(arp_host_filter(host, GetParam()), arp_packets(), [&](const t_bytes &frame) {
         t_arp_packet packet;
         if (!parse_arp_frame(frame, &packet)) // such a socket hears nothing else
             return false;
         t_log_capture log(GetParam());
         answer_requests_with(frame);
         t_arp_entry *table = nullptr;
-        add_arp_entry(&table, create_new_arp_entry(host.data(), 1, ip("192.168.1.50")));
-        double_check_arp_packet_all_blocked(&table, ip("192.168.1.1"), ip("255.255.255.0"), BRIDGE_MAC, 7);
+        add_arp_entry(&table, create_new_arp_entry(host, 1, ip("192.168.1.50")));
+        double_check_arp_packet_all_blocked(&table, ip("192.168.1.1"), ip("255.255.255.0"), &BRIDGE_MAC, 7);
         const bool kept = table;
         if (table)
             release_arp_table(&table);
@@ -253,8 +261,7 @@ TEST_P(frame_filter, for_questions_about_an_address_drops_nothing_that_is_answer
     t_frames frames = arp_packets();
     for (const char *target : {"192.168.1.50", "192.168.1.51"}) {
         t_arp_frame question;
-        build_arp_request(&question, mac("02:5e:00:00:00:99").data(), ip("10.0.0.1"), t_mac(MAC_SIZE).data(),
-                          ip(target));
+        build_arp_request(&question, mac("02:5e:00:00:00:99"), ip("10.0.0.1"), UNKNOWN_MAC, ip(target));
         const auto *first = reinterpret_cast<const uint8_t *>(&question);
         frames.emplace_back(first, first + sizeof question);
         frames.emplace_back(first, first + offsetof(t_arp_frame, padding));
@@ -289,7 +296,7 @@ TEST(quiet_filter, for_offers_drops_every_answer_with_a_flaw)
                          patched(right, OFFER_COOKIE + 3, {0x64}),
                          offer(IDENTIFIER + 1, {}),
                          offer(0x02000000, {}),
-                         patched(right, 6, t_bytes(BRIDGE_MAC, BRIDGE_MAC + MAC_SIZE)),
+                         patched(right, 6, mac_bytes(BRIDGE_MAC)),
                          t_bytes(right.begin(), right.begin() + OFFER_COOKIE + 3),
                          t_bytes(60, 0xff),
                          {0}}});
@@ -347,20 +354,19 @@ TEST(quiet_filter, for_arp_drops_every_answer_with_a_flaw)
                          patched(t_arp_answer{host, target}.bytes(), 12, {0x80, 0x35}),
                          t_bytes(60, 0xff),
                          {0}}});
-    expect_all_dropped({arp_host_filter(host.data(), LOG_LEVEL_Critical),
+    expect_all_dropped({arp_host_filter(host, LOG_LEVEL_Critical),
                         {t_arp_answer{other, target}.bytes(), t_arp_answer{host, target, 2, other}.bytes(),
                          t_arp_answer{other, target, 2, host}.bytes(), t_arp_answer{host, target, 1}.bytes()}});
     EXPECT_TRUE(
         t_kernel_filter(arp_search_filter(target, LOG_LEVEL_Critical)).passes(t_arp_answer{other, target}.bytes()));
-    EXPECT_TRUE(
-        t_kernel_filter(arp_host_filter(host.data(), LOG_LEVEL_Critical)).passes(t_arp_answer{host, 0}.bytes()));
+    EXPECT_TRUE(t_kernel_filter(arp_host_filter(host, LOG_LEVEL_Critical)).passes(t_arp_answer{host, 0}.bytes()));
 }
 
 TEST(quiet_filter, for_questions_about_an_address_drops_every_other_packet)
 {
     const t_mac host = mac("02:5e:00:00:00:99");
     t_arp_frame question;
-    build_arp_request(&question, host.data(), ip("10.0.0.1"), host.data(), ip("10.0.0.2"));
+    build_arp_request(&question, host, ip("10.0.0.1"), host, ip("10.0.0.2"));
     const auto *first = reinterpret_cast<const uint8_t *>(&question);
     const t_bytes right(first, first + sizeof question);
     expect_all_dropped({arp_question_filter(ip("10.0.0.2")),

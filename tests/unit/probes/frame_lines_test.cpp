@@ -7,10 +7,10 @@
 #include "platform/result_codes.h"
 #include "probes/arp_probe.h"
 #include "probes/arp_table.h"
-#include "probes/dhcp_probe.h"
+#include "probes/dhcp_discovery.h"
 #include "probes/dns_probe.h"
 #include "probes/dns_scene.h"
-#include "probes/pppoe_probe.h"
+#include "probes/pppoe_discovery.h"
 #include "probes/probe_fixture.h"
 #include "support/fake_clock.h"
 
@@ -185,9 +185,9 @@ TEST_F(frame_lines, a_flood_while_dns_answers_are_awaited_is_summed_up_each_seco
         t_dns_reply foreign = answer_to(ctx.entries[0]);
         foreign.id ^= 1;
         for (int i = 0; i < 500; i++)
-            fake_wire.arrive(ctx.entries[0].watcher.fd, foreign.bytes());
+            fake_wire.arrive(ctx.entries[0].socket.watcher.fd, foreign.bytes());
         if (++wait == 3)
-            fake_wire.arrive(ctx.entries[0].watcher.fd, answer_to(ctx.entries[0]).bytes());
+            fake_wire.arrive(ctx.entries[0].socket.watcher.fd, answer_to(ctx.entries[0]).bytes());
         fake_clock.advance_ms(900);
     };
     EXPECT_EQ(dns_lookup_via_multi_eth(&ctx), 1);
@@ -203,10 +203,10 @@ TEST_F(frame_lines, a_flood_of_arp_packets_is_summed_up_and_the_reply_is_told_of
 {
     fake_wire.on_send = [](const t_sent_frame &request) {
         for (int i = 0; i < 400; i++) {
-            fake_wire.arrive(request.fd, t_arp_answer{t_mac{2, 0, 0, 0, 0, 9}, ip("10.0.0.9"), 1}.bytes());
-            fake_wire.arrive(request.fd, t_arp_answer{t_mac{2, 0, 0, 0, 0, 9}, ip("10.0.0.9")}.bytes());
+            fake_wire.arrive(request.fd, t_arp_answer{t_mac{{2, 0, 0, 0, 0, 9}}, ip("10.0.0.9"), 1}.bytes());
+            fake_wire.arrive(request.fd, t_arp_answer{t_mac{{2, 0, 0, 0, 0, 9}}, ip("10.0.0.9")}.bytes());
         }
-        fake_wire.arrive(request.fd, t_arp_answer{t_mac{2, 0, 0, 0, 0, 1}, ip("10.0.0.1")}.bytes());
+        fake_wire.arrive(request.fd, t_arp_answer{t_mac{{2, 0, 0, 0, 0, 1}}, ip("10.0.0.1")}.bytes());
     };
     EXPECT_EQ(find_target_ip_and_device_with_arp(&list_, ip("10.0.0.1")), OK);
     EXPECT_EQ(list_.count, 1);
@@ -222,7 +222,7 @@ TEST_F(frame_lines, a_flood_of_arp_packets_is_summed_up_and_the_reply_is_told_of
 // holds: frame-lines
 TEST_F(frame_lines, a_flood_during_the_recheck_of_hosts_is_summed_up_and_the_host_stays)
 {
-    const t_mac host = {2, 0, 0, 0, 0, 9}, other = {2, 0, 0, 0, 0, 8};
+    const t_mac host = {{2, 0, 0, 0, 0, 9}}, other = {{2, 0, 0, 0, 0, 8}};
     fake_wire.on_send = [&](const t_sent_frame &request) {
         for (int i = 0; i < 100; i++) {
             fake_wire.arrive(request.fd, t_arp_answer{other, ip("10.0.0.9")}.bytes());
@@ -232,8 +232,8 @@ TEST_F(frame_lines, a_flood_during_the_recheck_of_hosts_is_summed_up_and_the_hos
         fake_wire.arrive(request.fd, t_arp_answer{host, ip("192.168.1.9")}.bytes());
     };
     t_arp_entry *table = nullptr;
-    add_arp_entry(&table, create_new_arp_entry(host.data(), 1, ip("192.168.1.9")));
-    EXPECT_EQ(double_check_arp_packet_all_blocked(&table, ip("192.168.1.1"), ip("255.255.255.0"), LAN_MAC, 1), OK);
+    add_arp_entry(&table, create_new_arp_entry(host, 1, ip("192.168.1.9")));
+    EXPECT_EQ(double_check_arp_packet_all_blocked(&table, ip("192.168.1.1"), ip("255.255.255.0"), &LAN_MAC, 1), OK);
     EXPECT_EQ(arp_table_count(table), 1u);
     EXPECT_EQ(sums("arp: 100 more lines about received frames left out"), 1);
     release_arp_table(&table);

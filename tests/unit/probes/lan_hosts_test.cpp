@@ -28,7 +28,7 @@ protected:
         fake_clock.reset();
         must_run("ip link add br-lan type bridge && ip link set br-lan up");
         fake_wire.add_interface("br-lan", {.ifindex = 7,
-                                           .mac = {2, 0, 0, 0, 0, 1},
+                                           .mac = {{2, 0, 0, 0, 0, 1}},
                                            .address_be = ip("192.168.1.1"),
                                            .netmask_be = ip("255.255.255.0")});
         eth1 = add("eth1");
@@ -68,7 +68,7 @@ protected:
         fake_wire.on_send = [](const t_sent_frame &sent) {
             t_arp_frame request;
             memcpy(&request, sent.bytes.data(), sizeof request);
-            fake_wire.arrive(sent.fd, t_arp_answer{mac_of(request.target_mac), request.target_ip_be}.bytes());
+            fake_wire.arrive(sent.fd, t_arp_answer{request.target_mac, request.target_ip_be}.bytes());
         };
     }
     static void nobody_answers() { fake_wire.on_send = nullptr; }
@@ -241,7 +241,7 @@ TEST_F(lan_hosts, an_arp_cache_that_cannot_be_opened_ends_the_search)
 TEST_F(lan_hosts, a_table_left_over_is_released_first)
 {
     ASSERT_TRUE(add_arp_entry(&model.arp_table_hashmap_head,
-                              create_new_arp_entry(mac("aa:bb:cc:00:00:99").data(), 1, ip("192.168.1.99"))));
+                              create_new_arp_entry(mac("aa:bb:cc:00:00:99"), 1, ip("192.168.1.99"))));
     learn(forwarding_record(mac("aa:bb:cc:00:00:99"), 1));
     EXPECT_EQ(update_brlan_dev(&model), 0);
     EXPECT_EQ(eth1->is_brlan_dev, 0);

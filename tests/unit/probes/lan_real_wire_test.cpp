@@ -18,7 +18,7 @@ namespace {
 using t_names = std::vector<std::string>;
 using t_frames = std::vector<t_bytes>;
 
-const t_mac HOST = {0xaa, 0xbb, 0xcc, 0, 0, 0x32}; // a multicast-free MAC that no interface has
+const t_mac HOST = {{0xaa, 0xbb, 0xcc, 0, 0, 0x32}}; // a multicast-free MAC that no interface has
 const char *const HOST_ADDRESS = "192.168.1.50";
 
 class lan_real_wire : public testing::Test {
@@ -56,8 +56,8 @@ protected:
 t_bytes arp_reply(const t_arp_frame &request, bool broadcast = false)
 {
     t_bytes frame = t_arp_answer{HOST, request.target_ip_be}.bytes();
-    memcpy(frame.data(), broadcast ? BROADCAST_MAC : request.ethernet.source, MAC_SIZE);
-    memcpy(frame.data() + offsetof(t_arp_frame, target_mac), request.sender_mac, MAC_SIZE);
+    memcpy(frame.data(), (broadcast ? BROADCAST_MAC : request.ethernet.source).bytes, MAC_SIZE);
+    memcpy(frame.data() + offsetof(t_arp_frame, target_mac), request.sender_mac.bytes, MAC_SIZE);
     memcpy(frame.data() + offsetof(t_arp_frame, target_ip_be), &request.sender_ip_be, sizeof request.sender_ip_be);
     return frame;
 }
@@ -78,7 +78,7 @@ TEST_F(lan_real_wire, the_answer_proves_the_bridge_port_it_came_in_on)
     t_port_list ports = {eth1, eth2};
     EXPECT_EQ(find_target_ip_and_device_with_arp(&ports.list, ip(HOST_ADDRESS)), 0);
     EXPECT_EQ(ports.names(), t_names{"eth2"});
-    EXPECT_EQ(mac_of(eth2->result.server_mac), HOST);
+    EXPECT_EQ(mac_at(eth2->result.server_mac), HOST);
     EXPECT_EQ(host1.requests(), 1);
     EXPECT_EQ(host2.requests(), 1);
 }
@@ -143,16 +143,16 @@ TEST_F(lan_real_wire, one_port_can_be_asked_alone)
 {
     t_arp_peer host1(cable1, silence), host2(cable2, answer);
     EXPECT_EQ(send_special_arp(eth2, ip(HOST_ADDRESS)), 1);
-    EXPECT_EQ(mac_of(eth2->result.server_mac), HOST);
+    EXPECT_EQ(mac_at(eth2->result.server_mac), HOST);
     EXPECT_EQ(host1.requests(), 0);
     EXPECT_EQ(send_special_arp(eth1, ip(HOST_ADDRESS)), 1);
-    EXPECT_EQ(mac_of(eth1->result.server_mac), t_mac(MAC_SIZE));
+    EXPECT_EQ(mac_at(eth1->result.server_mac), UNKNOWN_MAC);
     EXPECT_EQ(host1.requests(), 2);
 }
 
 TEST_F(lan_real_wire, a_live_host_flags_its_port_and_a_dead_one_does_not)
 {
-    const t_mac dead = {0xaa, 0xbb, 0xcc, 0, 0, 0x33};
+    const t_mac dead = {{0xaa, 0xbb, 0xcc, 0, 0, 0x33}};
     t_arp_peer host1(cable1, answer), host2(cable2, silence);
     // The bridge learns both, and the cache knows both.
     host1.send(t_arp_answer{HOST, ip(HOST_ADDRESS)}.bytes());
@@ -223,7 +223,7 @@ protected:
             ctx.entries[i].dev = i == 0 ? eth1 : eth2;
             ctx.entries[i].dev_ip_be = ip(i == 0 ? "100.64.1.2" : "100.64.2.2");
             ctx.entries[i].dns_server_be = ip("198.51.100.53");
-            memcpy(ctx.entries[i].server_mac, HOST.data(), MAC_SIZE);
+            ctx.entries[i].server_mac = HOST;
         }
     }
 
@@ -258,7 +258,7 @@ TEST_F(dns_real_wire, the_answering_port_wins_at_once)
     EXPECT_EQ(result, 1);
     EXPECT_EQ(ctx.winner, eth2);
     for (const t_dns_entry &entry : ctx.entries)
-        EXPECT_LE(entry.watcher.fd, 0);
+        EXPECT_LE(entry.socket.watcher.fd, 0);
 }
 
 TEST_F(dns_real_wire, noise_before_the_answer_does_no_harm)
@@ -290,7 +290,7 @@ TEST_F(dns_real_wire, a_flood_of_near_misses_before_the_answer_does_not_drown_it
 t_bytes who_has(uint32_t address_be, const t_mac &asker = HOST)
 {
     t_arp_frame frame;
-    build_arp_request(&frame, asker.data(), ip("198.51.100.53"), t_mac(MAC_SIZE).data(), address_be);
+    build_arp_request(&frame, asker, ip("198.51.100.53"), UNKNOWN_MAC, address_be);
     const auto *first = reinterpret_cast<const uint8_t *>(&frame);
     return {first, first + sizeof frame};
 }
@@ -309,7 +309,7 @@ public:
         if (frame.size() < 42 || frame[12] != 0x08 || frame[13] != 0x06 || frame[21] != 2 || query_.empty())
             return {};
         told = {frame.begin() + 22, frame.begin() + 28};
-        if (t_mac(frame.begin(), frame.begin() + MAC_SIZE) != HOST)
+        if (mac_at(frame.data()) != HOST)
             return {};
         return dns_real_wire::answer_query(query_, 0);
     }

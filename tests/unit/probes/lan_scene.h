@@ -17,8 +17,6 @@
 #include "platform/result_codes.h"
 #include "probes/wire_formats.h"
 
-using t_mac = std::vector<uint8_t>;
-
 inline uint32_t ip(const char *text)
 {
     uint32_t address_be = 0;
@@ -28,16 +26,17 @@ inline uint32_t ip(const char *text)
 
 inline t_mac mac(const char *text)
 {
-    t_mac bytes(MAC_SIZE);
+    uint8_t bytes[MAC_SIZE] = {};
     EXPECT_EQ(sscanf(text, "%2hhx:%2hhx:%2hhx:%2hhx:%2hhx:%2hhx", &bytes[0], &bytes[1], &bytes[2], &bytes[3], &bytes[4],
                      &bytes[5]),
               6);
-    return bytes;
+    return mac_at(bytes);
 }
 
-inline t_mac mac_of(const uint8_t *bytes)
+// For what takes a pointer, until the end of the expression.
+inline const t_mac *at(const t_mac &mac)
 {
-    return t_mac(bytes, bytes + MAC_SIZE);
+    return &mac;
 }
 
 inline t_device make_port(const char *name, int8_t priority = 0)
@@ -75,20 +74,20 @@ struct t_arp_answer {
     t_mac sender_mac;
     uint32_t sender_ip_be;
     uint16_t opcode = 2;
-    t_mac ethernet_source = {}; // empty: the sender's MAC
+    t_mac ethernet_source = UNKNOWN_MAC; // then it is the sender's MAC
     size_t size = sizeof(t_arp_frame);
 
     std::vector<uint8_t> bytes() const
     {
         t_arp_frame frame = {};
-        memcpy(frame.ethernet.source, (ethernet_source.empty() ? sender_mac : ethernet_source).data(), MAC_SIZE);
+        frame.ethernet.source = ethernet_source == UNKNOWN_MAC ? sender_mac : ethernet_source;
         frame.ethernet.ether_type_be = htons(0x0806);
         frame.hardware_type_be = htons(1);
         frame.protocol_type_be = htons(0x0800);
         frame.hardware_length = 6;
         frame.protocol_length = 4;
         frame.opcode_be = htons(opcode);
-        memcpy(frame.sender_mac, sender_mac.data(), MAC_SIZE);
+        frame.sender_mac = sender_mac;
         frame.sender_ip_be = sender_ip_be;
         const auto *first = reinterpret_cast<const uint8_t *>(&frame);
         return {first, first + size};

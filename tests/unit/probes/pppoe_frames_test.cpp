@@ -7,13 +7,13 @@
 #include <gtest/gtest.h>
 
 #include "platform/result_codes.h"
-#include "probes/pppoe_probe.h"
+#include "probes/pppoe_discovery.h"
 #include "probes/sample_frames.h"
 #include "support/sandbox.h"
 
 namespace {
 
-constexpr uint8_t PORT_MAC[MAC_SIZE] = {0x02, 0x11, 0x22, 0x33, 0x44, 0x55};
+constexpr t_mac PORT_MAC = {{0x02, 0x11, 0x22, 0x33, 0x44, 0x55}};
 constexpr uint32_t HOST_UNIQ = 0x11223344;
 
 // Hands over a copy exactly as large as the frame, so that a read beyond it is seen.

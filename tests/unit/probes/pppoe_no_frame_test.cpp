@@ -2,10 +2,10 @@
 // A PADI that cannot be built: probes/pppoe_frames.cpp is replaced by one that builds nothing.
 #include "probes/pppoe_frames.h"
 
-#include "probes/pppoe_probe.h"
+#include "probes/pppoe_discovery.h"
 #include "probes/probe_fixture.h"
 
-size_t build_padi(std::span<uint8_t>, const uint8_t (&)[MAC_SIZE], uint32_t)
+size_t build_padi(std::span<uint8_t>, const t_mac &, uint32_t)
 {
     return 0;
 }
@@ -37,14 +37,14 @@ class pppoe_no_frame : public t_probe_test {};
 // holds: pppoe-port-codes
 TEST_F(pppoe_no_frame, is_not_sent_and_closes_the_socket)
 {
-    t_pppoe_detect_ctx ctx = {};
+    t_discovery_port ctx = {};
     ASSERT_EQ(init_pppoe_sockfd(&ctx), 0);
     ctx.dev = add_port("eth1", 1);
     t_log_capture log;
     EXPECT_EQ(send_pppoe_discovery_packet(&ctx), -90);
     EXPECT_TRUE(
         log.has("Error", "send_pppoe_discovery_packet", "Error while creating a pppoe discovery socket, device:eth1"));
-    EXPECT_EQ(ctx.watcher.fd, -1);
+    EXPECT_EQ(ctx.socket.watcher.fd, -1);
     EXPECT_TRUE(fake_wire.sent().empty());
 }
 

@@ -2,8 +2,8 @@
 // Collecting a PPPoE batch and releasing it.
 #include "platform/log.h"
 #include "platform/result_codes.h"
-#include "probes/dhcp_probe.h"
-#include "probes/pppoe_probe.h"
+#include "probes/dhcp_discovery.h"
+#include "probes/pppoe_discovery.h"
 #include "probes/probe_fixture.h"
 
 namespace {

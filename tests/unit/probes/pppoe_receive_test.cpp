@@ -3,7 +3,7 @@
 #include <cerrno>
 
 #include "platform/result_codes.h"
-#include "probes/pppoe_probe.h"
+#include "probes/pppoe_discovery.h"
 #include "probes/probe_fixture.h"
 
 namespace {
@@ -27,7 +27,7 @@ protected:
         t_probe_test::TearDown();
     }
 
-    static t_pppoe_detect_ctx &ctx() { return pppoe_detect_handle.contexts[0]; }
+    static t_discovery_port &ctx() { return pppoe_detect_handle.contexts[0]; }
 
     static void receive(const t_bytes &frame)
     {
@@ -41,8 +41,8 @@ protected:
         t_log_capture log;
         receive(frame);
         EXPECT_TRUE(log.has(level, "recv_pppoe_discovery_packet", body)) << body << "\n" << log.text();
-        EXPECT_EQ(ctx().pado_received, 0);
-        EXPECT_EQ(ctx().watcher.fd, fake_wire.socket_of("eth1"));
+        EXPECT_EQ(ctx().answered, 0);
+        EXPECT_EQ(ctx().socket.watcher.fd, fake_wire.socket_of("eth1"));
         EXPECT_EQ(fake_wire.watched_sockets(), 1);
     }
 };
@@ -51,8 +51,8 @@ TEST_F(pppoe_receive, a_valid_pado_closes_the_socket)
 {
     t_log_capture log;
     receive(pado(usual_tags(HOST_UNIQ)));
-    EXPECT_EQ(ctx().pado_received, 1);
-    EXPECT_EQ(ctx().watcher.fd, -1);
+    EXPECT_EQ(ctx().answered, 1);
+    EXPECT_EQ(ctx().socket.watcher.fd, -1);
     EXPECT_EQ(fake_wire.open_sockets(), 0);
     EXPECT_TRUE(
         log.has("Debug", "recv_pppoe_discovery_packet", "recv pppoe discovery offer(PADO) packet from dev:eth1"));
@@ -109,14 +109,14 @@ TEST_F(pppoe_receive, a_pado_for_someone_else_is_ignored)
     expect_ignored(pado(join({tag(0x0000, {}), usual_tags(HOST_UNIQ)})), "Info",
                    "read from socket parse error, try again! dev=eth1");
     receive(pado(usual_tags(HOST_UNIQ)));
-    EXPECT_EQ(ctx().pado_received, 1);
+    EXPECT_EQ(ctx().answered, 1);
 }
 
 // holds: pado-second-host-uniq
 TEST_F(pppoe_receive, the_second_of_two_host_uniq_tags_may_be_ours)
 {
     receive(pado(join({tag(0x0103, native(7)), tag(0x0103, native(HOST_UNIQ))})));
-    EXPECT_EQ(ctx().pado_received, 1);
+    EXPECT_EQ(ctx().answered, 1);
 }
 
 TEST_F(pppoe_receive, a_failed_read_leaves_the_port_listening)
@@ -131,17 +131,17 @@ TEST_F(pppoe_receive, an_event_without_the_read_bit_reads_nothing)
     fake_wire.arrive("eth1", pado(usual_tags(HOST_UNIQ)));
     socket_of("eth1").error_pending = true;
     t_log_capture log;
-    recv_pppoe_discovery_packet(&ctx().watcher, 0);
+    recv_pppoe_discovery_packet(&ctx().socket.watcher, 0);
     EXPECT_EQ(log.text(), "");
-    EXPECT_EQ(ctx().pado_received, 0);
+    EXPECT_EQ(ctx().answered, 0);
     EXPECT_EQ(fake_wire.watched_sockets(), 1);
 }
 
 TEST_F(pppoe_receive, an_error_that_cannot_be_cleared_leaves_the_loop)
 {
-    recv_pppoe_discovery_packet(&ctx().watcher, 0);
+    recv_pppoe_discovery_packet(&ctx().socket.watcher, 0);
     EXPECT_EQ(fake_wire.watched_sockets(), 0);
-    EXPECT_EQ(ctx().pado_received, 0);
+    EXPECT_EQ(ctx().answered, 0);
 }
 
 } // namespace

@@ -8,7 +8,7 @@
 #include "platform/log.h"
 #include "platform/result_codes.h"
 #include "probes/packet_socket.h"
-#include "probes/pppoe_probe.h"
+#include "probes/pppoe_discovery.h"
 #include "probes/probe_fixture.h"
 #include "support/failing_memory.h"
 
@@ -111,7 +111,7 @@ TEST_F(pppoe_send, one_padi_leaves_every_port)
     EXPECT_EQ(fake_wire.watched_sockets(), 2);
     EXPECT_EQ(pppoe_detect_handle.device_num, 2);
     EXPECT_EQ(pppoe_detect_handle.contexts[0].dev, eth1);
-    EXPECT_EQ(pppoe_detect_handle.contexts[0].host_uniq, 15u);
+    EXPECT_EQ(pppoe_detect_handle.contexts[0].identifier, 15u);
     for (const char *port : {"eth1", "eth2"}) {
         EXPECT_TRUE(log.has("Debug", "send_pppoe_discovery_all",
                             std::string("pppoe Discovery packet sockfd init success in dev:") + port));
@@ -210,7 +210,7 @@ TEST_F(pppoe_send, a_list_node_without_a_port_is_skipped)
     EXPECT_EQ(send_pppoe_discovery_all(&list_), OK);
     EXPECT_TRUE(log.has("Error", "send_pppoe_discovery_all", "Failed to load pppoe device!"));
     EXPECT_EQ(pppoe_detect_handle.contexts[1].dev, nullptr);
-    EXPECT_EQ(pppoe_detect_handle.contexts[1].watcher.fd, -1);
+    EXPECT_EQ(pppoe_detect_handle.contexts[1].socket.watcher.fd, -1);
     EXPECT_TRUE(log.has("Debug", "send_pppoe_discovery_all", "Ready to send pppoe Discovery packet via dev:null"));
 }
 
@@ -229,15 +229,15 @@ TEST_F(pppoe_send, a_batch_left_over_is_released_first)
 TEST_F(pppoe_send, result_codes_of_one_port)
 {
     t_device *eth1 = add_port("eth1", 1);
-    t_pppoe_detect_ctx ctx;
-    memset(&ctx, 0xaa, sizeof ctx);
+    t_discovery_port ctx;
+    memset(static_cast<void *>(&ctx), 0xaa, sizeof ctx);
     fake_wire.fail(t_wire_call::OPEN, EMFILE);
     EXPECT_EQ(init_pppoe_sockfd(&ctx), -91);
-    EXPECT_EQ(ctx.watcher.fd, -1);
+    EXPECT_EQ(ctx.socket.watcher.fd, -1);
     EXPECT_EQ(send_pppoe_discovery_packet(&ctx), -91);
 
     EXPECT_EQ(init_pppoe_sockfd(&ctx), 0);
-    EXPECT_EQ(ctx.watcher.cb, recv_pppoe_discovery_packet);
+    EXPECT_EQ(ctx.socket.watcher.cb, recv_pppoe_discovery_packet);
     ctx.dev = eth1;
     fake_wire.fail(t_wire_call::BIND, ENODEV);
     EXPECT_EQ(send_pppoe_discovery_packet(&ctx), -89);
@@ -246,12 +246,12 @@ TEST_F(pppoe_send, result_codes_of_one_port)
     ctx.dev = eth1;
     fake_wire.fail(t_wire_call::SEND, ENETDOWN);
     EXPECT_EQ(send_pppoe_discovery_packet(&ctx), -88);
-    EXPECT_EQ(ctx.watcher.fd, -1);
+    EXPECT_EQ(ctx.socket.watcher.fd, -1);
 
     EXPECT_EQ(init_pppoe_sockfd(&ctx), 0);
     ctx.dev = eth1;
     EXPECT_EQ(send_pppoe_discovery_packet(&ctx), 0);
-    packet_socket_close(&ctx.watcher);
+    ctx.socket.close();
 }
 
 } // namespace

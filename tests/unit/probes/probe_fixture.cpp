@@ -26,7 +26,7 @@ void t_probe_test::SetUp()
     fake_wire.reset();
     t_fake_interface lan = {
         .ifindex = 1, .mac = {}, .address_be = ipv4("192.168.1.1"), .netmask_be = ipv4("255.255.255.0")};
-    memcpy(lan.mac, LAN_MAC, MAC_SIZE);
+    lan.mac = LAN_MAC;
     fake_wire.add_interface("br-lan", lan);
     init_engine_gate(&gate_);
     engine_gate = &gate_;
@@ -54,7 +54,7 @@ t_device *t_probe_test::add_port(const char *name, int8_t priority)
     dev->priority = priority;
     dev->link_active = 1;
     add_device(&model_.dev_hashmap_head, dev);
-    t_fake_interface interface = {.ifindex = 10 + ports_, .mac = {0x02, 0, 0, 0, 0x01, static_cast<uint8_t>(ports_)}};
+    t_fake_interface interface = {.ifindex = 10 + ports_, .mac = {{0x02, 0, 0, 0, 0x01, static_cast<uint8_t>(ports_)}}};
     fake_wire.add_interface(name, interface);
     return dev;
 }

@@ -15,7 +15,7 @@
 #include "probes/sample_frames.h"
 #include "support/sandbox.h"
 
-constexpr uint8_t LAN_MAC[MAC_SIZE] = {0x02, 0x00, 0x00, 0x00, 0x00, 0x01};
+constexpr t_mac LAN_MAC = {{0x02, 0x00, 0x00, 0x00, 0x00, 0x01}};
 
 // What rand() returns next; 1, 2, 3, ... when it is empty.
 extern std::deque<int> next_random;

@@ -10,9 +10,9 @@
 #include "model/tables.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
-#include "probes/dhcp_probe.h"
+#include "probes/dhcp_discovery.h"
 #include "probes/dispatch.h"
-#include "probes/pppoe_probe.h"
+#include "probes/pppoe_discovery.h"
 #include "probes/veth_net.h"
 #include "support/sandbox.h"
 
@@ -77,7 +77,7 @@ protected:
         return process_dhcp_discovery_all(model_.dev_hashmap_head, model_.proto_hashmap_head, final);
     }
 
-    static bool answered() { return dhcp_detect_handle.contexts[0].offer_received != 0; }
+    static bool answered() { return dhcp_detect_handle.contexts[0].answered != 0; }
 
     t_cable lan_{"br-lan"}, cable1_{"eth1"}, cable2_{"eth2"};
     const int level_before_ = log_get_level();
@@ -100,10 +100,9 @@ TEST_F(real_wire, a_dhcp_server_is_found_behind_its_port)
     ASSERT_TRUE(run_loop_until([&] { return answered() && !nobody.heard.empty(); }, ANSWER_LIMIT_MS));
 
     ASSERT_EQ(server.heard.size(), 1u);
-    uint8_t mac[MAC_SIZE];
-    memcpy(mac, cable1_.mac().data(), MAC_SIZE);
-    EXPECT_EQ(server.heard[0], expected_discover(mac, dhcp_detect_handle.contexts[0].random_xid));
-    EXPECT_EQ(dhcp_detect_handle.contexts[1].offer_received, 0);
+    const t_mac mac = mac_at(cable1_.mac().data());
+    EXPECT_EQ(server.heard[0], expected_discover(mac, dhcp_detect_handle.contexts[0].identifier));
+    EXPECT_EQ(dhcp_detect_handle.contexts[1].answered, 0);
     EXPECT_EQ(process_dhcp(false), PROBE_WAITING);
     EXPECT_EQ(process_dhcp(true), PROBE_SOME_SILENT);
     EXPECT_STREQ(protocol_name(eth1_->proto), "dhcp");
@@ -129,7 +128,7 @@ TEST_F(real_wire, forged_offers_before_the_genuine_one_do_not_matter)
     ASSERT_EQ(dhcp_detect_for_specify_device(eth1_), 0);
     ASSERT_TRUE(run_loop_until(answered, ANSWER_LIMIT_MS));
     EXPECT_EQ(process_dhcp(false), PROBE_ALL_ANSWERED);
-    EXPECT_EQ(t_bytes(eth1_->result.server_mac, eth1_->result.server_mac + MAC_SIZE), mac_bytes(SERVER_MAC));
+    EXPECT_EQ(mac_at(eth1_->result.server_mac), SERVER_MAC);
     EXPECT_NE(log.text().find("meaning there is a cirecle in lan!!"), std::string::npos);
 }
 
@@ -152,7 +151,7 @@ TEST_F(real_wire, a_flood_of_near_misses_before_the_offer_does_not_drown_it)
     ASSERT_EQ(dhcp_detect_for_specify_device(eth1_), 0);
     ASSERT_TRUE(run_loop_until(answered, ANSWER_LIMIT_MS));
     EXPECT_EQ(process_dhcp(false), PROBE_ALL_ANSWERED);
-    EXPECT_EQ(t_bytes(eth1_->result.server_mac, eth1_->result.server_mac + MAC_SIZE), mac_bytes(SERVER_MAC));
+    EXPECT_EQ(mac_at(eth1_->result.server_mac), SERVER_MAC);
 }
 
 TEST_F(real_wire, a_flood_of_near_misses_before_the_pado_does_not_drown_it)
@@ -168,7 +167,7 @@ TEST_F(real_wire, a_flood_of_near_misses_before_the_pado_does_not_drown_it)
         return pado(usual_tags(host_uniq));
     };
     ASSERT_EQ(pppoe_detect_for_specify_device(eth2_), 0);
-    EXPECT_TRUE(run_loop_until([] { return pppoe_detect_handle.contexts[0].pado_received != 0; }, ANSWER_LIMIT_MS));
+    EXPECT_TRUE(run_loop_until([] { return pppoe_detect_handle.contexts[0].answered != 0; }, ANSWER_LIMIT_MS));
 }
 
 TEST_F(real_wire, a_pppoe_concentrator_is_found_behind_its_port)
@@ -176,13 +175,12 @@ TEST_F(real_wire, a_pppoe_concentrator_is_found_behind_its_port)
     t_loop_peer nobody(cable1_), concentrator(cable2_);
     concentrator.answer = [](const t_bytes &heard) { return pado(usual_tags(native_at(heard, PADI_HOST_UNIQ))); };
     ASSERT_EQ(pppoe_detect_for_all_link_device(&model_), 0);
-    ASSERT_TRUE(run_loop_until([&] { return pppoe_detect_handle.contexts[1].pado_received && !nobody.heard.empty(); },
+    ASSERT_TRUE(run_loop_until([&] { return pppoe_detect_handle.contexts[1].answered && !nobody.heard.empty(); },
                                ANSWER_LIMIT_MS));
 
     ASSERT_EQ(concentrator.heard.size(), 1u);
-    uint8_t mac[MAC_SIZE];
-    memcpy(mac, cable2_.mac().data(), MAC_SIZE);
-    EXPECT_EQ(concentrator.heard[0], expected_padi(mac, pppoe_detect_handle.contexts[1].host_uniq));
+    const t_mac mac = mac_at(cable2_.mac().data());
+    EXPECT_EQ(concentrator.heard[0], expected_padi(mac, pppoe_detect_handle.contexts[1].identifier));
     EXPECT_EQ(process_pppoe_discovery_all(model_.dev_hashmap_head, model_.proto_hashmap_head, true), PROBE_SOME_SILENT);
     EXPECT_STREQ(protocol_name(eth1_->proto), "null");
     EXPECT_STREQ(protocol_name(eth2_->proto), "pppoe");
@@ -196,8 +194,7 @@ TEST_F(real_wire, both_probes_run_beside_each_other_on_one_port)
     };
     ASSERT_EQ(dhcp_detect_for_specify_device(eth1_), 0);
     ASSERT_EQ(pppoe_detect_for_specify_device(eth1_), 0);
-    EXPECT_TRUE(
-        run_loop_until([] { return answered() && pppoe_detect_handle.contexts[0].pado_received; }, ANSWER_LIMIT_MS));
+    EXPECT_TRUE(run_loop_until([] { return answered() && pppoe_detect_handle.contexts[0].answered; }, ANSWER_LIMIT_MS));
 }
 
 TEST_F(real_wire, a_port_that_goes_down_does_not_spin_the_loop_and_is_heard_again)
@@ -210,7 +207,7 @@ TEST_F(real_wire, a_port_that_goes_down_does_not_spin_the_loop_and_is_heard_agai
     };
     ASSERT_EQ(dhcp_detect_for_specify_device(eth1_), 0);
     ASSERT_TRUE(run_loop_until([&] { return !server.heard.empty(); }, ANSWER_LIMIT_MS));
-    dhcp_detect_handle.contexts[0].watcher.cb = count_and_receive;
+    dhcp_detect_handle.contexts[0].socket.watcher.cb = count_and_receive;
 
     must_run("ip link set eth1 down");
     EXPECT_FALSE(run_loop_until(answered, QUIET_TIME_MS));
@@ -227,7 +224,7 @@ TEST_F(real_wire, a_port_that_goes_down_does_not_spin_the_loop_and_is_heard_agai
 TEST_F(real_wire, a_port_that_vanishes_does_not_spin_the_loop)
 {
     ASSERT_EQ(dhcp_detect_for_specify_device(eth1_), 0);
-    dhcp_detect_handle.contexts[0].watcher.cb = count_and_receive;
+    dhcp_detect_handle.contexts[0].socket.watcher.cb = count_and_receive;
     must_run("ip link del eth1");
     EXPECT_FALSE(run_loop_until(answered, QUIET_TIME_MS));
     EXPECT_GE(calls, 1) << "the kernel reported no error, so nothing was tested";
@@ -243,8 +240,8 @@ TEST_F(real_wire, a_port_that_does_not_exist_is_not_probed)
     EXPECT_EQ(pppoe_detect_for_specify_device(eth1_), 0);
     EXPECT_TRUE(log.has("Error", "send_dhcp_discovery_all", "Failed to send DHCP socket via dev:eth1"));
     EXPECT_TRUE(log.has("Error", "send_pppoe_discovery_all", "Failed to send pppoe socket via dev:eth1"));
-    EXPECT_EQ(dhcp_detect_handle.contexts[0].watcher.fd, -1);
-    EXPECT_EQ(pppoe_detect_handle.contexts[0].watcher.fd, -1);
+    EXPECT_EQ(dhcp_detect_handle.contexts[0].socket.watcher.fd, -1);
+    EXPECT_EQ(pppoe_detect_handle.contexts[0].socket.watcher.fd, -1);
 }
 
 TEST_F(real_wire, without_an_address_on_the_bridge_no_discover_is_sent)

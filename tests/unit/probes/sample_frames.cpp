@@ -24,9 +24,9 @@ t_bytes native(uint32_t value)
     return bytes;
 }
 
-t_bytes mac_bytes(const uint8_t (&mac)[MAC_SIZE])
+t_bytes mac_bytes(const t_mac &mac)
 {
-    return t_bytes(mac, mac + MAC_SIZE);
+    return t_bytes(mac.bytes, mac.bytes + MAC_SIZE);
 }
 
 t_bytes patched(t_bytes frame, size_t offset, const t_bytes &bytes)
@@ -35,7 +35,7 @@ t_bytes patched(t_bytes frame, size_t offset, const t_bytes &bytes)
     return frame;
 }
 
-t_bytes expected_discover(const uint8_t (&mac)[MAC_SIZE], uint32_t xid)
+t_bytes expected_discover(const t_mac &mac, uint32_t xid)
 {
     return join({
         // Ethernet: to everyone, from the port, IPv4
@@ -71,7 +71,7 @@ t_bytes expected_discover(const uint8_t (&mac)[MAC_SIZE], uint32_t xid)
     });
 }
 
-t_bytes expected_padi(const uint8_t (&mac)[MAC_SIZE], uint32_t host_uniq)
+t_bytes expected_padi(const t_mac &mac, uint32_t host_uniq)
 {
     return join({
         // Ethernet: to everyone, from the port, PPPoE discovery

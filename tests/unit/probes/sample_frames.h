@@ -6,24 +6,23 @@
 #include <initializer_list>
 #include <vector>
 
-#include "model/records.h"
-
-using t_bytes = std::vector<uint8_t>;
+#include "probes/bytes.h"
+#include "probes/mac.h"
 
 // Several runs of bytes as one.
 t_bytes join(std::initializer_list<t_bytes> pieces);
 t_bytes zeros(size_t size);
 // A 32-bit value as it lies in this machine's memory.
 t_bytes native(uint32_t value);
-t_bytes mac_bytes(const uint8_t (&mac)[MAC_SIZE]);
+t_bytes mac_bytes(const t_mac &mac);
 // The same bytes with those at `offset` replaced.
 t_bytes patched(t_bytes frame, size_t offset, const t_bytes &bytes);
 
 // The address of an answering server.
-constexpr uint8_t SERVER_MAC[MAC_SIZE] = {0x02, 0x5e, 0x00, 0x00, 0x00, 0x99};
+constexpr t_mac SERVER_MAC = {{0x02, 0x5e, 0x00, 0x00, 0x00, 0x99}};
 
-t_bytes expected_discover(const uint8_t (&mac)[MAC_SIZE], uint32_t xid);
-t_bytes expected_padi(const uint8_t (&mac)[MAC_SIZE], uint32_t host_uniq);
+t_bytes expected_discover(const t_mac &mac, uint32_t xid);
+t_bytes expected_padi(const t_mac &mac, uint32_t host_uniq);
 
 // An OFFER of 10.20.30.40 from SERVER_MAC. Where its fields begin:
 constexpr size_t OFFER_IP_PROTOCOL = 23;

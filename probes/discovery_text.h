@@ -1,0 +1,24 @@
+// SPDX-License-Identifier: MIT
+// A text of the log that stands in a table.
+#pragma once
+
+// Such a text takes the named conversions and no others, in this order: t_text<'s'> takes one string. The compiler
+// looks. An empty one is not said.
+template <char... conversions> struct t_text {
+    const char *format;
+
+    consteval t_text() : format(nullptr) {}
+    consteval t_text(const char *text) : format(text)
+    {
+        const char wanted[] = {conversions..., '\0'};
+        const char *next = wanted;
+        for (; *text; text++)
+            if (*text == '%' && *++text != *next++)
+                it_takes_something_else();
+        if (*next != '\0')
+            it_takes_something_else();
+    }
+
+private:
+    static void it_takes_something_else();
+};

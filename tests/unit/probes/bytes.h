@@ -1,0 +1,8 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+// A frame, or a part of one.
+using t_bytes = std::vector<uint8_t>;
