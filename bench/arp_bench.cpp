@@ -21,6 +21,7 @@
 #include "model/tables.h"
 #include "platform/result_codes.h"
 #include "probes/arp_probe.h"
+#include "probes/arp_recheck.h"
 #include "probes/arp_table.h"
 #include "probes/interface_query.h"
 #include "probes/lan_hosts.h"

@@ -37,11 +37,9 @@ struct t_candidates {
     explicit t_candidates(int count)
     {
         for (int i = 0; i < count; i++)
-            add_unique_device_inorder_to_list(&list.head,
-                                              find_device(port_model.dev_hashmap_head, port_name(i).c_str()));
-        list.count = static_cast<uint8_t>(count);
+            list.add(find_device(port_model.dev_hashmap_head, port_name(i).c_str()));
     }
-    ~t_candidates() { free_device_list(&list.head); }
+    ~t_candidates() { list.clear(); }
     t_candidates(const t_candidates &) = delete;
     t_candidates &operator=(const t_candidates &) = delete;
 };

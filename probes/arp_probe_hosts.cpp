@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: MIT
-// Re-check of the LAN ARP table: stale entries of the kernel's cache drop out.
+#include "probes/arp_recheck.h"
+
 #include "platform/clock.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
-#include "probes/arp_probe.h"
 #include "probes/arp_probe_batch.h"
-#include "probes/arp_table.h"
 
 constexpr const char *RECHECK = "double_check_arp_packet_all_blocked"; // its parts speak in its name
 

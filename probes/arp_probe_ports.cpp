@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: MIT
-// Search for the ports behind which an address answers.
+#include "probes/arp_search.h"
+
 #include "model/fake_wan.h"
-#include "model/lists.h"
 #include "platform/clock.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
-#include "probes/arp_probe.h"
 #include "probes/arp_probe_batch.h"
 
 constexpr int ARP_SEARCH_ATTEMPTS = 2;
@@ -110,8 +109,7 @@ static void drop_silent_port(const t_arp_detect &silent, t_device_list_head *lis
            ARP_TARGET_ARGS(&silent), device_name(silent.dev));
     if (silent.dev)
         remove_fake_wan_if_match(silent.dev, false);
-    if (remove_unique_device_from_list(&list->head, silent.dev) == OK)
-        list->count--;
+    list->remove(silent.dev);
 }
 
 int check_ip_using_arp_blocked(uint32_t target_be, const t_mac *target_mac, t_device_list_head *list,

@@ -14,28 +14,8 @@
 #pragma GCC diagnostic ignored "-Wformat-nonliteral" // the descriptions' texts: t_text has looked at them
 #pragma GCC diagnostic ignored "-Wformat-security"
 
-namespace {
-
-// The ports of one call. Owns its nodes, never the ports.
-struct t_probe_ports {
-    t_device_list_head list = {};
-
-    t_probe_ports() = default;
-    ~t_probe_ports() { free_device_list(&list.head); }
-    t_probe_ports(const t_probe_ports &) = delete;
-    t_probe_ports &operator=(const t_probe_ports &) = delete;
-
-    void add(t_device *dev)
-    {
-        if (add_unique_device_inorder_to_list(&list.head, dev) == OK)
-            list.count++;
-    }
-};
-
-} // namespace
-
 // Every linked port that no LAN host is behind and no table reserves. The lock is gone before anything is sent.
-static void collect_linked_ports(t_port_model *model, t_probe_ports *ports)
+static void collect_linked_ports(t_port_model *model, t_device_list_head *ports)
 {
     const t_read_guard guard(engine_gate->locks.device_lock);
     for (t_device *dev = model->dev_hashmap_head; dev; dev = static_cast<t_device *>(dev->hh.next))
@@ -46,15 +26,16 @@ static void collect_linked_ports(t_port_model *model, t_probe_ports *ports)
 static int ask_linked_ports(const t_discovery &kind, t_port_model *model)
 {
     const char *const speaker = kind.speakers.ask_linked;
-    t_probe_ports ports;
+    t_device_list_head ports = {};
     collect_linked_ports(model, &ports);
-    LOG_AS(speaker, Debug, kind.texts.ports_ready.format, ports.list.count);
-    if (ports.list.count == 0)
+    LOG_AS(speaker, Debug, kind.texts.ports_ready.format, ports.count);
+    if (ports.count == 0)
         LOG_AS(speaker, Info, kind.texts.no_ports.format);
-    else if (kind.send_all(&ports.list) == OK)
-        LOG_AS(speaker, Debug, kind.texts.ports_asked.format, ports.list.count);
+    else if (kind.send_all(&ports) == OK)
+        LOG_AS(speaker, Debug, kind.texts.ports_asked.format, ports.count);
     else
         LOG_AS(speaker, Error, kind.texts.ports_not_asked.format);
+    ports.clear();
     return OK;
 }
 
@@ -77,13 +58,14 @@ static int ask_one_port(const t_discovery &kind, t_device *dev)
     }
     if (!has_link(kind, *dev))
         return DEVICE_WITHOUT_LINK;
-    t_probe_ports ports;
+    t_device_list_head ports = {};
     ports.add(dev);
     LOG_AS(kind.speakers.ask_one, Debug, kind.texts.port_ready.format, dev->name);
-    if (kind.send_all(&ports.list) != OK)
+    if (kind.send_all(&ports) != OK)
         LOG_AS(kind.speakers.ask_one, Error, kind.texts.port_not_asked.format, dev->name);
     else if (kind.texts.port_asked.format)
         LOG_AS(kind.speakers.ask_one, Debug, kind.texts.port_asked.format, dev->name);
+    ports.clear();
     return OK;
 }
 

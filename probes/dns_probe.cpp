@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
-#include <cstring>
 #include <linux/if_packet.h>
 #include <net/ethernet.h>
 #include <poll.h>
@@ -17,7 +16,7 @@
 #include "platform/log.h"
 #include "platform/result_codes.h"
 #include "probes/dns_probe_frame.h"
-#include "probes/interface_query.h"
+#include "probes/dns_receive.h"
 #include "probes/packet_address.h"
 #include "probes/packet_socket.h"
 

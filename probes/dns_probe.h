@@ -23,8 +23,3 @@ int send_dns_query(uint32_t source_be, t_dns_entry *entry);
 
 // Closes what an entry has open.
 void close_dns_entry(t_dns_entry *entry);
-
-// Both record an accepted answer on the entry and make its port the winner of the handle that the entry stands in.
-// The first reads what is pending, the other is the loop's callback and reads one frame.
-void recv_dns_query(uloop_fd *watcher);
-void uloop_recv_dns_query(uloop_fd *watcher, unsigned int events);

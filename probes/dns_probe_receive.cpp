@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The two ways of reading a port's answers: all that is pending while the probe waits, or one frame from the loop.
+#include "probes/dns_receive.h"
+
 #include "platform/ipv4_text.h"
 #include "platform/log.h"
 #include "probes/dns_probe_frame.h"

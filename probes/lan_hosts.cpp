@@ -4,12 +4,12 @@
 
 #include <cstdlib>
 #include <net/if.h>
+#include <span>
 
 #include "platform/ipv4_text.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
-#include "probes/arp_probe.h"
-#include "probes/arp_table.h"
+#include "probes/arp_recheck.h"
 #include "probes/bridge_table.h"
 #include "probes/frame_lines.h"
 #include "probes/interface_query.h"
@@ -116,8 +116,8 @@ int update_brlan_dev(t_port_model *model)
     }
     double_checkarp_table(model, lan, lan_ifindex);
     t_frame_lines lines = {.probe = "lan hosts", .second = {}, .left_out = 0};
-    for (int i = 0; i < record_count; i++)
-        mark_port(model, lan, sources.records[i], may_tell_of_frame(&lines, LOG_LEVEL_Debug));
+    for (const t_bridge_record &record : std::span(sources.records, static_cast<size_t>(record_count)))
+        mark_port(model, lan, record, may_tell_of_frame(&lines, LOG_LEVEL_Debug));
     tell_lines_left_out(&lines);
     return OK;
 }

@@ -10,6 +10,7 @@
 #include "probes/arp_answer.h"
 #include "probes/arp_probe.h"
 #include "probes/arp_probe_frame.h"
+#include "probes/arp_recheck.h"
 #include "probes/arp_table.h"
 #include "probes/kernel_filter.h"
 

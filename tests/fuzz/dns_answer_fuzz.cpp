@@ -7,6 +7,7 @@
 #include "platform/log.h"
 #include "probes/dns_probe.h"
 #include "probes/dns_probe_frame.h"
+#include "probes/dns_receive.h"
 #include "probes/kernel_filter.h"
 #include "support/fake_clock.h"
 

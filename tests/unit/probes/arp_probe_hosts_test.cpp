@@ -5,6 +5,7 @@
 #include "platform/log.h"
 #include "probes/arp_probe.h"
 #include "probes/arp_probe_batch.h"
+#include "probes/arp_recheck.h"
 #include "probes/arp_table.h"
 #include "probes/fake_wire.h"
 #include "probes/lan_scene.h"

@@ -8,6 +8,7 @@
 #include "platform/log.h"
 #include "probes/arp_probe_frame.h"
 #include "probes/dns_probe_frame.h"
+#include "probes/dns_receive.h"
 #include "probes/dns_scene.h"
 #include "probes/fake_wire.h"
 #include "probes/packet_socket.h"

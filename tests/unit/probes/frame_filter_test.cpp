@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: MIT
 // What the kernel may keep from the probes: only what they would pass over without a word. The judge is the handlers
 // themselves, at every log level, over frames of all sorts; the filters run in the kernel.
+#include "probes/arp_recheck.h"
+#include "probes/arp_search.h"
+#include "probes/dns_receive.h"
 #include "probes/frame_filter.h"
 
 #include <algorithm>

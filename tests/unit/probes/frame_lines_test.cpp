@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: MIT
 // What a flood of frames makes a probe say at the levels that tell of every frame.
+#include "probes/arp_recheck.h"
+#include "probes/dns_receive.h"
 #include "probes/frame_lines.h"
 
 #include <algorithm>

@@ -47,16 +47,16 @@ inline t_device make_port(const char *name, int8_t priority = 0)
     return dev;
 }
 
-// A list of ports with its count, emptied at the end.
+// A list of ports, emptied at the end.
 struct t_port_list {
     t_device_list_head list = {};
 
     t_port_list(std::initializer_list<t_device *> ports)
     {
         for (t_device *port : ports)
-            list.count = static_cast<uint8_t>(list.count + (add_unique_device_inorder_to_list(&list.head, port) == OK));
+            list.add(port);
     }
-    ~t_port_list() { free_device_list(&list.head); }
+    ~t_port_list() { list.clear(); }
     t_port_list(const t_port_list &) = delete;
     t_port_list &operator=(const t_port_list &) = delete;
 

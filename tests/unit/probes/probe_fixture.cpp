@@ -40,7 +40,7 @@ void t_probe_test::SetUp()
 
 void t_probe_test::TearDown()
 {
-    free_device_list(&list_.head);
+    list_.clear();
     release_port_model(&model_);
     destroy_engine_gate(&gate_);
     engine_gate = nullptr;
@@ -61,6 +61,5 @@ t_device *t_probe_test::add_port(const char *name, int8_t priority)
 
 void t_probe_test::list_port(t_device *dev)
 {
-    if (add_unique_device_inorder_to_list(&list_.head, dev) == 0)
-        list_.count++;
+    list_.add(dev);
 }
