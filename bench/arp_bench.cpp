@@ -20,11 +20,11 @@
 #include "model/port_model.h"
 #include "model/tables.h"
 #include "platform/result_codes.h"
-#include "probes/arp_probe.h"
-#include "probes/arp_recheck.h"
-#include "probes/arp_table.h"
-#include "probes/interface_query.h"
-#include "probes/lan_hosts.h"
+#include "probes/arp/arp_probe.h"
+#include "probes/lan/arp_recheck.h"
+#include "probes/lan/arp_table.h"
+#include "probes/lan/lan_hosts.h"
+#include "probes/wire/interface_query.h"
 
 namespace {
 

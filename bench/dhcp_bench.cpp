@@ -13,7 +13,7 @@
 #include "model/port_model.h"
 #include "model/tables.h"
 #include "platform/result_codes.h"
-#include "probes/dhcp_discovery.h"
+#include "probes/discovery/dhcp_discovery.h"
 
 namespace {
 

@@ -12,7 +12,7 @@
 
 #include "bench/networks.h"
 #include "lab/offer.h"
-#include "probes/arp_probe_frame.h"
+#include "probes/arp/arp_frames.h"
 
 namespace {
 

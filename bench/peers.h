@@ -8,7 +8,7 @@
 #include <thread>
 #include <vector>
 
-#include "probes/wire_formats.h"
+#include "probes/wire/wire_formats.h"
 
 constexpr size_t LARGEST_FRAME = 1024;
 

@@ -11,8 +11,8 @@
 #include "platform/ipv4_text.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
-#include "probes/arp_probe.h"
-#include "probes/dns_probe.h"
+#include "probes/arp/arp_probe.h"
+#include "probes/dns/dns_probe.h"
 
 // The parts of the two stages speak in their names.
 constexpr const char *BY_ARP = "uloop_wan_detect_using_arp";

@@ -9,8 +9,8 @@
 #include "model/port_model.h"
 #include "platform/clock.h"
 #include "platform/log.h"
-#include "probes/dhcp_discovery.h"
-#include "probes/pppoe_discovery.h"
+#include "probes/discovery/dhcp_discovery.h"
+#include "probes/discovery/pppoe_discovery.h"
 
 constexpr const char *CHANGE = "wan_detect_process_link_change"; // whose lines tell of an opening after a loss
 constexpr int AFTER_VERDICT_MS = 1;                              // behind the steps that are due now

@@ -17,7 +17,7 @@
 #include "platform/files.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
-#include "probes/lan_hosts.h"
+#include "probes/lan/lan_hosts.h"
 
 constexpr const char *PASS = "uloop_start_wan_detect"; // its parts speak in its name
 constexpr int MAX_BUS_WAITS = 10;

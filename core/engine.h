@@ -9,7 +9,7 @@
 #include "model/gate.h"
 #include "model/records.h"
 #include "platform/engine_handlers.h"
-#include "probes/dns_probe.h"
+#include "probes/dns/dns_probe.h"
 
 extern "C" {
 #include <libubox/uloop.h>

@@ -14,7 +14,7 @@
 #include "core/wishes.h"
 #include "model/port_model.h"
 #include "platform/log.h"
-#include "probes/arp_table.h"
+#include "probes/lan/arp_table.h"
 
 // Wakes the loop at least ten times a second, whatever else sleeps.
 static void uloop_heartbeat(uloop_timeout *timer)

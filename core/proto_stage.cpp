@@ -13,10 +13,10 @@
 #include "platform/files.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
-#include "probes/dhcp_discovery.h"
-#include "probes/dispatch.h"
-#include "probes/lan_hosts.h"
-#include "probes/pppoe_discovery.h"
+#include "probes/discovery/dhcp_discovery.h"
+#include "probes/discovery/dispatch.h"
+#include "probes/discovery/pppoe_discovery.h"
+#include "probes/lan/lan_hosts.h"
 
 // The parts of the stage's two callbacks speak in their names.
 constexpr const char *SEND = "uloop_proto_detect_start";

@@ -13,8 +13,8 @@
 #include "core/wishes.h"
 #include "platform/adapters/bus_object.h"
 #include "platform/log.h"
-#include "probes/dhcp_discovery.h"
-#include "probes/pppoe_discovery.h"
+#include "probes/discovery/dhcp_discovery.h"
+#include "probes/discovery/pppoe_discovery.h"
 
 t_worker combo_worker;
 t_worker link_worker;

@@ -7,7 +7,7 @@
 #include <net/ethernet.h>
 
 #include "lab/near_misses.h"
-#include "probes/wire_formats.h"
+#include "probes/wire/wire_formats.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <cstring>
 #include <span>
 
-#include "probes/wire_formats.h"
+#include "probes/wire/wire_formats.h"
 
 struct t_offered {
     t_mac server_mac;

@@ -24,8 +24,12 @@ ROOMS = DAEMON + ("compat", "lab", "bench", "tests/unit")
 WINDOW = 60
 # Which rooms each room may include, besides itself, as docs/architecture.md draws it.
 BELOW = {
-    "core": {"probes", "adapters", "platform/adapters", "model", "platform"},
-    "probes": {"model", "platform"},
+    "core": {"probes/discovery", "probes/arp", "probes/dns", "probes/lan", "adapters", "platform/adapters", "model", "platform"},
+    "probes/wire": {"model", "platform"},
+    "probes/discovery": {"probes/wire", "model", "platform"},
+    "probes/arp": {"probes/wire", "model", "platform"},
+    "probes/dns": {"probes/arp", "probes/wire", "model", "platform"},
+    "probes/lan": {"probes/arp", "probes/wire", "model", "platform"},
     "adapters": {"model", "platform"},
     "platform/adapters": {"model", "platform"},
     "model": {"platform"},

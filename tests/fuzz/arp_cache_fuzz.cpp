@@ -8,7 +8,7 @@
 #include "fuzz/support/fuzz.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
-#include "probes/arp_table.h"
+#include "probes/lan/arp_table.h"
 
 namespace {
 

@@ -7,12 +7,12 @@
 #include "fuzz/support/probe_scene.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
-#include "probes/arp_answer.h"
-#include "probes/arp_probe.h"
-#include "probes/arp_probe_frame.h"
-#include "probes/arp_recheck.h"
-#include "probes/arp_table.h"
+#include "probes/arp/arp_answer.h"
+#include "probes/arp/arp_frames.h"
+#include "probes/arp/arp_probe.h"
 #include "probes/kernel_filter.h"
+#include "probes/lan/arp_recheck.h"
+#include "probes/lan/arp_table.h"
 
 namespace {
 

@@ -7,8 +7,8 @@
 #include "fuzz/support/probe_scene.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
-#include "probes/dhcp_discovery.h"
-#include "probes/dhcp_frames.h"
+#include "probes/discovery/dhcp_discovery.h"
+#include "probes/discovery/dhcp_frames.h"
 #include "probes/kernel_filter.h"
 
 namespace {

@@ -5,9 +5,9 @@
 
 #include "fuzz/support/probe_scene.h"
 #include "platform/log.h"
-#include "probes/dns_probe.h"
-#include "probes/dns_probe_frame.h"
-#include "probes/dns_receive.h"
+#include "probes/dns/dns_frames.h"
+#include "probes/dns/dns_probe.h"
+#include "probes/dns/dns_receive.h"
 #include "probes/kernel_filter.h"
 #include "support/fake_clock.h"
 

@@ -8,9 +8,9 @@
 #include <map>
 
 #include "fuzz/support/probe_scene.h"
-#include "probes/arp_probe_frame.h"
-#include "probes/bridge_table.h"
-#include "probes/lan_hosts.h"
+#include "probes/arp/arp_frames.h"
+#include "probes/lan/bridge_table.h"
+#include "probes/lan/lan_hosts.h"
 
 namespace {
 

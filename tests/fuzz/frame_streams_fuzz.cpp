@@ -8,11 +8,11 @@
 #include "fuzz/support/probe_scene.h"
 #include "model/lists.h"
 #include "platform/result_codes.h"
-#include "probes/arp_probe.h"
-#include "probes/dhcp_discovery.h"
-#include "probes/dispatch.h"
-#include "probes/dns_probe.h"
-#include "probes/pppoe_discovery.h"
+#include "probes/arp/arp_probe.h"
+#include "probes/discovery/dhcp_discovery.h"
+#include "probes/discovery/dispatch.h"
+#include "probes/discovery/pppoe_discovery.h"
+#include "probes/dns/dns_probe.h"
 #include "support/fake_clock.h"
 
 namespace {

@@ -6,9 +6,9 @@
 #include "fuzz/support/probe_scene.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
+#include "probes/discovery/pppoe_discovery.h"
+#include "probes/discovery/pppoe_frames.h"
 #include "probes/kernel_filter.h"
-#include "probes/pppoe_discovery.h"
-#include "probes/pppoe_frames.h"
 
 namespace {
 

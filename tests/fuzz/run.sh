@@ -79,14 +79,14 @@ merge() {
 # decoders_of NAME: the files it is there for.
 decoders_of() {
     case $1 in
-    dhcp_answer) echo probes/{dhcp_frames,dhcp_discovery,discovery}.cpp ;;
-    pado) echo probes/{pppoe_frames,pppoe_discovery,discovery}.cpp ;;
-    arp_frame) echo probes/arp_probe_{frame,batch,ports,hosts}.cpp ;;
-    dns_answer) echo probes/dns_probe{,_frame,_receive}.cpp ;;
-    frame_streams) echo probes/{dhcp_frames,dhcp_discovery,pppoe_frames,pppoe_discovery,discovery,port_socket}.cpp \
-        probes/{arp_probe,arp_probe_ports,dns_probe,dns_probe_receive,dispatch}.cpp ;;
-    arp_cache) echo probes/arp_table.cpp ;;
-    forwarding_records) echo probes/{bridge_table,lan_hosts}.cpp ;;
+    dhcp_answer) echo probes/discovery/{dhcp_frames,dhcp_discovery,discovery}.cpp ;;
+    pado) echo probes/discovery/{pppoe_frames,pppoe_discovery,discovery}.cpp ;;
+    arp_frame) echo probes/arp/arp_{frames,batch,search}.cpp probes/lan/arp_recheck.cpp ;;
+    dns_answer) echo probes/dns/dns_{probe,frames,receive}.cpp ;;
+    frame_streams) echo probes/discovery/{discovery,dhcp_frames,dhcp_discovery,pppoe_frames,pppoe_discovery,dispatch}.cpp \
+        probes/arp/arp_{probe,search}.cpp probes/dns/dns_{probe,receive}.cpp probes/wire/port_socket.cpp ;;
+    arp_cache) echo probes/lan/arp_table.cpp ;;
+    forwarding_records) echo probes/lan/{bridge_table,lan_hosts}.cpp ;;
     port_state | combo_state) echo platform/adapters/link_status.cpp ;;
     config_files | config_values) echo model/{port_config,protocol_config,static_config,switch_attributes}.cpp \
         model/{reserved_ports,current_wan,fake_wan,config_text,device_protocol}.cpp platform/uci_access.cpp ;;

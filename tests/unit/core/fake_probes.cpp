@@ -8,12 +8,12 @@
 #include "model/port_model.h"
 #include "platform/ipv4_text.h"
 #include "platform/result_codes.h"
-#include "probes/arp_probe.h"
-#include "probes/dhcp_discovery.h"
-#include "probes/dispatch.h"
-#include "probes/dns_probe.h"
-#include "probes/lan_hosts.h"
-#include "probes/pppoe_discovery.h"
+#include "probes/arp/arp_probe.h"
+#include "probes/discovery/dhcp_discovery.h"
+#include "probes/discovery/dispatch.h"
+#include "probes/discovery/pppoe_discovery.h"
+#include "probes/dns/dns_probe.h"
+#include "probes/lan/lan_hosts.h"
 
 t_fake_probes fake_probes;
 t_discovery_batch dhcp_detect_handle;

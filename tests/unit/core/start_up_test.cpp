@@ -23,9 +23,9 @@
 #include "platform/bus.h"
 #include "platform/log.h"
 #include "platform/uci_lock.h"
-#include "probes/arp_table.h"
-#include "probes/dhcp_discovery.h"
-#include "probes/pppoe_discovery.h"
+#include "probes/discovery/dhcp_discovery.h"
+#include "probes/discovery/pppoe_discovery.h"
+#include "probes/lan/arp_table.h"
 
 int wan_detect_main(int argc, char **argv);
 

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
 // Who is told where the address of a probe is, on a wire of byte arrays.
-#include "probes/arp_answer.h"
+#include "probes/arp/arp_answer.h"
 
 #include <cerrno>
 #include <net/ethernet.h>
 
 #include "platform/log.h"
-#include "probes/arp_probe_frame.h"
+#include "probes/arp/arp_frames.h"
 #include "probes/fake_wire.h"
 #include "probes/lan_scene.h"
 #include "support/fake_clock.h"

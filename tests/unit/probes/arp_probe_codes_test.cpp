@@ -2,10 +2,10 @@
 // What the single steps of an ARP exchange return, on a wire of byte arrays.
 #include <cerrno>
 
-#include "probes/arp_probe_batch.h"
+#include "probes/arp/arp_batch.h"
 #include "probes/fake_wire.h"
 #include "probes/lan_scene.h"
-#include "probes/packet_socket.h"
+#include "probes/wire/packet_socket.h"
 #include "support/sandbox.h"
 
 namespace {

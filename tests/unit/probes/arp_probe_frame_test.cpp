@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "probes/arp_probe_frame.h"
+#include "probes/arp/arp_frames.h"
 
 #include "probes/bytes.h"
 #include "probes/lan_scene.h"

@@ -3,11 +3,11 @@
 #include <cerrno>
 
 #include "platform/log.h"
-#include "probes/arp_probe.h"
-#include "probes/arp_probe_batch.h"
-#include "probes/arp_recheck.h"
-#include "probes/arp_table.h"
+#include "probes/arp/arp_batch.h"
+#include "probes/arp/arp_probe.h"
 #include "probes/fake_wire.h"
+#include "probes/lan/arp_recheck.h"
+#include "probes/lan/arp_table.h"
 #include "probes/lan_scene.h"
 #include "support/failing_memory.h"
 #include "support/fake_clock.h"

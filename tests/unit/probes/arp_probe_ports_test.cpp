@@ -6,9 +6,9 @@
 #include <unistd.h>
 
 #include "model/fake_wan.h"
-#include "probes/arp_probe.h"
-#include "probes/arp_probe_batch.h"
-#include "probes/arp_search.h"
+#include "probes/arp/arp_batch.h"
+#include "probes/arp/arp_probe.h"
+#include "probes/arp/arp_search.h"
 #include "probes/fake_wire.h"
 #include "probes/lan_scene.h"
 #include "support/failing_memory.h"

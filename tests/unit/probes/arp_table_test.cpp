@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "probes/arp_table.h"
+#include "probes/lan/arp_table.h"
 
 #include "probes/lan_scene.h"
 #include "support/failing_memory.h"

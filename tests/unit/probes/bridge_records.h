@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "probes/bridge_table.h"
+#include "probes/lan/bridge_table.h"
 #include "probes/lan_scene.h"
 
 inline std::string forwarding_record(const t_mac &mac, uint8_t port)

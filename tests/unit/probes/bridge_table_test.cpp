@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "probes/bridge_table.h"
+#include "probes/lan/bridge_table.h"
 
 #include <algorithm>
 #include <cerrno>

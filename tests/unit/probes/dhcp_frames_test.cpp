@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
-#include "probes/dhcp_frames.h"
+#include "probes/discovery/dhcp_frames.h"
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 
-#include "probes/discovery.h"
+#include "probes/discovery/discovery.h"
 #include "probes/sample_frames.h"
 
 namespace {

@@ -6,8 +6,8 @@
 
 #include "platform/log.h"
 #include "platform/result_codes.h"
-#include "probes/dhcp_discovery.h"
-#include "probes/pppoe_discovery.h"
+#include "probes/discovery/dhcp_discovery.h"
+#include "probes/discovery/pppoe_discovery.h"
 #include "probes/probe_fixture.h"
 
 struct t_discovery_protocol {

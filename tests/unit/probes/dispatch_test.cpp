@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Which ports a probe goes out on. The frames themselves are the probes' own tests' matter.
-#include "probes/dispatch.h"
+#include "probes/discovery/dispatch.h"
 
 #include <atomic>
 #include <cerrno>
@@ -9,8 +9,8 @@
 
 #include "model/tables.h"
 #include "platform/result_codes.h"
-#include "probes/dhcp_discovery.h"
-#include "probes/pppoe_discovery.h"
+#include "probes/discovery/dhcp_discovery.h"
+#include "probes/discovery/pppoe_discovery.h"
 #include "probes/probe_fixture.h"
 #include "support/failing_memory.h"
 

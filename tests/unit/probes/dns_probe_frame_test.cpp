@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "probes/dns_probe_frame.h"
+#include "probes/dns/dns_frames.h"
 
 #include "probes/dns_scene.h"
 

@@ -6,12 +6,12 @@
 #include <sys/socket.h>
 
 #include "platform/log.h"
-#include "probes/arp_probe_frame.h"
-#include "probes/dns_probe_frame.h"
-#include "probes/dns_receive.h"
+#include "probes/arp/arp_frames.h"
+#include "probes/dns/dns_frames.h"
+#include "probes/dns/dns_receive.h"
 #include "probes/dns_scene.h"
 #include "probes/fake_wire.h"
-#include "probes/packet_socket.h"
+#include "probes/wire/packet_socket.h"
 #include "support/fake_clock.h"
 #include "support/sandbox.h"
 

@@ -3,7 +3,7 @@
 #pragma once
 
 #include "probes/bytes.h"
-#include "probes/dns_probe.h"
+#include "probes/dns/dns_probe.h"
 #include "probes/lan_scene.h"
 
 struct t_dns_reply {

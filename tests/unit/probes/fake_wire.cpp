@@ -8,10 +8,10 @@
 #include <arpa/inet.h>
 #include <poll.h>
 
-#include "probes/frame_filter.h"
-#include "probes/interface_query.h"
-#include "probes/packet_address.h"
-#include "probes/packet_socket.h"
+#include "probes/wire/frame_filter.h"
+#include "probes/wire/interface_query.h"
+#include "probes/wire/packet_address.h"
+#include "probes/wire/packet_socket.h"
 
 extern "C" {
 #include <libubox/uloop.h>

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 // What the kernel may keep from the probes: only what they would pass over without a word. The judge is the handlers
 // themselves, at every log level, over frames of all sorts; the filters run in the kernel.
-#include "probes/arp_recheck.h"
-#include "probes/arp_search.h"
-#include "probes/dns_receive.h"
-#include "probes/frame_filter.h"
+#include "probes/arp/arp_search.h"
+#include "probes/dns/dns_receive.h"
+#include "probes/lan/arp_recheck.h"
+#include "probes/wire/frame_filter.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -13,17 +13,17 @@
 #include <random>
 
 #include "platform/log.h"
-#include "probes/arp_probe.h"
-#include "probes/arp_probe_batch.h"
-#include "probes/arp_table.h"
-#include "probes/dhcp_discovery.h"
-#include "probes/dhcp_frames.h"
-#include "probes/dns_probe_frame.h"
+#include "probes/arp/arp_batch.h"
+#include "probes/arp/arp_probe.h"
+#include "probes/discovery/dhcp_discovery.h"
+#include "probes/discovery/dhcp_frames.h"
+#include "probes/discovery/pppoe_discovery.h"
+#include "probes/discovery/pppoe_frames.h"
+#include "probes/dns/dns_frames.h"
 #include "probes/dns_scene.h"
 #include "probes/fake_wire.h"
 #include "probes/kernel_filter.h"
-#include "probes/pppoe_discovery.h"
-#include "probes/pppoe_frames.h"
+#include "probes/lan/arp_table.h"
 #include "probes/sample_frames.h"
 #include "support/fake_clock.h"
 #include "support/sandbox.h"

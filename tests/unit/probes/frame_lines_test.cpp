@@ -1,18 +1,18 @@
 // SPDX-License-Identifier: MIT
 // What a flood of frames makes a probe say at the levels that tell of every frame.
-#include "probes/arp_recheck.h"
-#include "probes/dns_receive.h"
-#include "probes/frame_lines.h"
+#include "probes/dns/dns_receive.h"
+#include "probes/lan/arp_recheck.h"
+#include "probes/wire/frame_lines.h"
 
 #include <algorithm>
 
 #include "platform/result_codes.h"
-#include "probes/arp_probe.h"
-#include "probes/arp_table.h"
-#include "probes/dhcp_discovery.h"
-#include "probes/dns_probe.h"
+#include "probes/arp/arp_probe.h"
+#include "probes/discovery/dhcp_discovery.h"
+#include "probes/discovery/pppoe_discovery.h"
+#include "probes/dns/dns_probe.h"
 #include "probes/dns_scene.h"
-#include "probes/pppoe_discovery.h"
+#include "probes/lan/arp_table.h"
 #include "probes/probe_fixture.h"
 #include "support/fake_clock.h"
 

@@ -9,7 +9,7 @@
 #include <unistd.h>
 #include <vector>
 
-#include "probes/frame_filter.h"
+#include "probes/wire/frame_filter.h"
 
 class t_kernel_filter {
 public:

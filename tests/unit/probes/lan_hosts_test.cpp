@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
 // Which ports have LAN hosts behind them: the kernel's own ARP cache, a forwarding file and port numbers of the test's
 // making, and a wire of byte arrays for the re-check.
-#include "probes/lan_hosts.h"
+#include "probes/lan/lan_hosts.h"
 
 #include "model/tables.h"
-#include "probes/arp_table.h"
 #include "probes/bridge_records.h"
 #include "probes/fake_wire.h"
+#include "probes/lan/arp_table.h"
 #include "probes/shell.h"
 #include "support/fake_clock.h"
 #include "support/sandbox.h"

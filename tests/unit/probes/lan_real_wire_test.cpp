@@ -6,10 +6,10 @@
 #include "model/tables.h"
 #include "platform/clock.h"
 #include "platform/log.h"
-#include "probes/arp_probe.h"
-#include "probes/arp_probe_frame.h"
+#include "probes/arp/arp_frames.h"
+#include "probes/arp/arp_probe.h"
 #include "probes/dns_scene.h"
-#include "probes/lan_hosts.h"
+#include "probes/lan/lan_hosts.h"
 #include "probes/veth_net.h"
 #include "support/sandbox.h"
 

@@ -15,7 +15,7 @@
 #include "model/lists.h"
 #include "model/records.h"
 #include "platform/result_codes.h"
-#include "probes/wire_formats.h"
+#include "probes/wire/wire_formats.h"
 
 inline uint32_t ip(const char *text)
 {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Packet sockets and interface queries against the kernel, in the sandbox's own network namespace.
-#include "probes/packet_socket.h"
+#include "probes/wire/packet_socket.h"
 
 #include <cerrno>
 #include <csignal>
@@ -17,10 +17,10 @@
 #include <unistd.h>
 
 #include "platform/clock.h"
-#include "probes/frame_filter.h"
-#include "probes/interface_query.h"
-#include "probes/packet_address.h"
 #include "probes/veth_net.h"
+#include "probes/wire/frame_filter.h"
+#include "probes/wire/interface_query.h"
+#include "probes/wire/packet_address.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "probes/pppoe_frames.h"
+#include "probes/discovery/pppoe_frames.h"
 
 #include <cstring>
 #include <memory>
@@ -7,7 +7,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/result_codes.h"
-#include "probes/pppoe_discovery.h"
+#include "probes/discovery/pppoe_discovery.h"
 #include "probes/sample_frames.h"
 #include "support/sandbox.h"
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
-// A PADI that cannot be built: probes/pppoe_frames.cpp is replaced by one that builds nothing.
-#include "probes/pppoe_frames.h"
+// A PADI that cannot be built: probes/discovery/pppoe_frames.cpp is replaced by one that builds nothing.
+#include "probes/discovery/pppoe_frames.h"
 
-#include "probes/pppoe_discovery.h"
+#include "probes/discovery/pppoe_discovery.h"
 #include "probes/probe_fixture.h"
 
 size_t build_padi(std::span<uint8_t>, const t_mac &, uint32_t)

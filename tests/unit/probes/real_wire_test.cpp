@@ -10,9 +10,9 @@
 #include "model/tables.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
-#include "probes/dhcp_discovery.h"
-#include "probes/dispatch.h"
-#include "probes/pppoe_discovery.h"
+#include "probes/discovery/dhcp_discovery.h"
+#include "probes/discovery/dispatch.h"
+#include "probes/discovery/pppoe_discovery.h"
 #include "probes/veth_net.h"
 #include "support/sandbox.h"
 

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "probes/bytes.h"
-#include "probes/mac.h"
+#include "probes/wire/mac.h"
 
 // Several runs of bytes as one.
 t_bytes join(std::initializer_list<t_bytes> pieces);

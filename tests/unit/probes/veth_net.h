@@ -10,7 +10,7 @@
 
 #include "probes/sample_frames.h"
 #include "probes/shell.h"
-#include "probes/wire_formats.h"
+#include "probes/wire/wire_formats.h"
 
 extern "C" {
 #include <libubox/uloop.h>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "probes/wire_formats.h"
+#include "probes/wire/wire_formats.h"
 
 #include <cstring>
 #include <vector>

@@ -1,0 +1,219 @@
+// SPDX-License-Identifier: MIT
+#include "probes/discovery/discovery.h"
+
+#include <cstdlib>
+#include <net/ethernet.h>
+
+#include "model/current_wan.h"
+#include "platform/log.h"
+#include "platform/result_codes.h"
+#include "probes/wire/new_contexts.h"
+#include "probes/wire/packet_address.h"
+#include "probes/wire/packet_socket.h"
+
+#pragma GCC diagnostic ignored "-Wformat-nonliteral" // the descriptions' texts: t_text has looked at them
+#pragma GCC diagnostic ignored "-Wformat-security"
+
+static std::span<t_discovery_port> ports_of(const t_discovery_batch &batch)
+{
+    const size_t count = batch.contexts ? batch.device_num : 0;
+    return {batch.contexts, count};
+}
+
+static int open_batch(const t_discovery &kind, uint8_t count)
+{
+    const int prepared = kind.prepare(&kind.batch);
+    if (prepared != OK)
+        return prepared;
+    kind.batch.contexts = new_contexts<t_discovery_port>(count);
+    if (!kind.batch.contexts) {
+        LOG_AS(kind.speakers.send_all, Error, kind.texts.no_memory.format, count);
+        return ERR_NO_MEMORY;
+    }
+    kind.batch.device_num = count;
+    kind.batch.finished = 0;
+    kind.batch.filter_level = log_get_level();
+    kind.batch.lines.probe = kind.protocol;
+    return OK;
+}
+
+static void open_port(const t_discovery &kind, t_discovery_port *port, t_device *dev)
+{
+    if (!dev) {
+        LOG_AS(kind.speakers.send_all, Error, kind.texts.no_port.format);
+    } else if (kind.open(port) != OK) {
+        LOG_AS(kind.speakers.send_all, Error, kind.texts.not_opened.format, dev->name);
+    } else {
+        port->dev = dev;
+        LOG_AS(kind.speakers.send_all, Debug, kind.texts.opened.format, dev->name);
+    }
+}
+
+static void ask_port(const t_discovery &kind, t_discovery_port *port)
+{
+    LOG_AS(kind.speakers.send_all, Debug, kind.texts.sending.format, device_name(port->dev));
+    if (kind.send(port) != OK)
+        LOG_AS(kind.speakers.send_all, Error, kind.texts.not_sent.format, device_name(port->dev));
+    else
+        LOG_AS(kind.speakers.send_all, Debug, kind.texts.sent.format, device_name(port->dev));
+}
+
+int send_batch(const t_discovery &kind, t_device_list_head *list)
+{
+    if (!list || list->count == 0) {
+        LOG_AS(kind.speakers.send_all, Error, kind.texts.bad_list.format);
+        return ERR_INVALID_INPUT;
+    }
+    if (kind.batch.contexts) {
+        LOG_AS(kind.speakers.send_all, Notice, "Last time handle not release, release it before resend!\n");
+        kind.release();
+    }
+    const int opened = open_batch(kind, list->count);
+    if (opened != OK)
+        return opened;
+    const t_device_list *node = list->head.next;
+    for (t_discovery_port &port : ports_of(kind.batch)) {
+        open_port(kind, &port, node ? node->dev : nullptr);
+        node = node ? node->next : nullptr;
+    }
+    for (t_discovery_port &port : ports_of(kind.batch))
+        ask_port(kind, &port);
+    return OK;
+}
+
+bool open_on_port(t_discovery_port *port, uloop_fd_handler receive)
+{
+    const int first = rand(), second = rand();
+    *port = {};
+    port->identifier = probe_identifier(first, second);
+    port->socket.watcher.cb = receive;
+    return port->socket.open(ETH_P_ALL);
+}
+
+int send_on_port(const t_discovery &kind, t_discovery_port *port)
+{
+    t_port_socket &socket = port->socket;
+    const char *name = device_name(port->dev);
+    if (!socket.is_open()) {
+        LOG_AS(kind.speakers.send_packet, Error, kind.texts.not_open.format);
+        return DISCOVERY_ERR_NOT_OPEN;
+    }
+    socket.look_up(name); // a port that is gone has index 0: nothing can be sent to that one
+    LOG_AS(kind.speakers.send_packet, Debug, "Get device:%s , index=%d, hw_addr=%02x-%02x-%02x-%02x-%02x-%02x\n", name,
+           socket.ifindex, MAC_ARGS(socket.mac));
+    const sockaddr_ll everyone = packet_broadcast_address(ETH_P_ALL, socket.ifindex);
+    if (!socket.listen(kind.filter(*port), everyone)) {
+        LOG_AS(kind.speakers.send_packet, Error, "Error binding socket!\n");
+        socket.close();
+        return DISCOVERY_ERR_BIND;
+    }
+    uint8_t buffer[DISCOVERY_BUFFER_SIZE];
+    const size_t size = kind.build(std::span(buffer), *port);
+    if (size == 0) {
+        socket.close();
+        return DISCOVERY_ERR_FRAME;
+    }
+    packet_socket_unwatch(&socket.watcher);
+    if (!socket.send({buffer, size}, everyone)) {
+        LOG_AS(kind.speakers.send_packet, Error, kind.texts.not_written.format, name);
+        socket.close();
+        return DISCOVERY_ERR_SEND;
+    }
+    packet_socket_watch(&socket.watcher);
+    return OK;
+}
+
+bool may_tell_of_answer(const t_discovery &kind, t_log_level level)
+{
+    return may_tell_of_frame(&kind.batch.lines, level);
+}
+
+void receive_on_port(const t_discovery &kind, uloop_fd *watcher, unsigned int events)
+{
+    if (!(events & ULOOP_READ)) {
+        packet_socket_settle_error(watcher);
+        return;
+    }
+    t_discovery_port *port = container_of(watcher, t_discovery_port, socket.watcher);
+    const char *name = device_name(port->dev);
+    if (may_tell_of_answer(kind, LOG_LEVEL_Debug))
+        LOG_AS(kind.speakers.receive, Debug, kind.texts.heard.format, name);
+    uint8_t buffer[DISCOVERY_BUFFER_SIZE];
+    const ssize_t got = port->socket.receive({buffer, kind.frame_size});
+    if (got < 1) {
+        LOG_AS(kind.speakers.receive, Error, "Cannot read from socket, try again! dev=%s\n", name);
+        return;
+    }
+    if (!kind.is_answer(port, {buffer, static_cast<size_t>(got)}))
+        return;
+    port->answered = 1;
+    port->socket.close();
+    LOG_AS(kind.speakers.receive, Info, kind.texts.understood.format, name);
+}
+
+static int result_of(const t_discovery &kind, bool final)
+{
+    if (!kind.batch.contexts) {
+        LOG_AS(kind.speakers.process, Info, kind.texts.nothing_sent.format);
+        return PROBE_NO_BATCH;
+    }
+    if (kind.batch.device_num == 0) {
+        LOG_AS(kind.speakers.process, Error, kind.texts.impossible.format);
+        return ERR_INVALID_INPUT;
+    }
+    for (const t_discovery_port &port : ports_of(kind.batch))
+        if (!port.answered)
+            return final ? PROBE_SOME_SILENT : PROBE_WAITING;
+    return PROBE_ALL_ANSWERED;
+}
+
+// Somebody may want to see more, or less, while the probe runs.
+static void follow_log_level(const t_discovery &kind)
+{
+    const int level = log_get_level();
+    if (level == kind.batch.filter_level)
+        return;
+    kind.batch.filter_level = level;
+    for (const t_discovery_port &port : ports_of(kind.batch))
+        if (port.socket.is_open())
+            packet_socket_filter(port.socket.watcher.fd, kind.filter(port));
+}
+
+int collect_batch(const t_discovery &kind, t_device *dev_hashmap_head, t_protocol *proto_hashmap_head, bool final)
+{
+    const int result = result_of(kind, final);
+    if (result == PROBE_WAITING) {
+        follow_log_level(kind);
+        return result;
+    }
+    kind.batch.finished = 1;
+    for (const t_discovery_port &port : ports_of(kind.batch)) {
+        LOG_AS(kind.speakers.process, Debug, kind.texts.looking.format, device_name(port.dev));
+        if (port.answered && port.dev) {
+            LOG_AS(kind.speakers.process, Info, kind.texts.found.format, port.dev->name);
+            set_dev_using_specific_proto(dev_hashmap_head, proto_hashmap_head, nullptr, nullptr, port.dev->name,
+                                         kind.protocol);
+            kind.keep_result(port);
+        } else {
+            LOG_AS(kind.speakers.process, Debug, kind.texts.silent.format, device_name(port.dev));
+        }
+    }
+    kind.release();
+    return result;
+}
+
+void release_batch(const t_discovery &kind)
+{
+    if (!kind.batch.contexts) {
+        LOG_AS(kind.speakers.release, Info, kind.texts.nothing_open.format);
+        return;
+    }
+    if (kind.batch.device_num == 0)
+        LOG_AS(kind.speakers.release, Error, kind.texts.count_lost.format);
+    for (t_discovery_port &port : ports_of(kind.batch))
+        port.socket.close();
+    tell_lines_left_out(&kind.batch.lines);
+    free(kind.batch.contexts);
+    LOG_AS(kind.speakers.release, Debug, kind.texts.released.format);
+    kind.batch = {};
+}

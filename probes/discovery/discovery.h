@@ -1,0 +1,111 @@
+// SPDX-License-Identifier: MIT
+// A discovery asks many ports at once who serves addresses behind them: one frame leaves each port, and the first valid
+// answer marks it. What DHCP and PPPoE do alike stands here once; each brings a description. Loop thread only.
+#pragma once
+
+#include <cstdint>
+#include <span>
+
+#include "model/records.h"
+#include "probes/discovery/discovery_text.h"
+#include "probes/wire/frame_lines.h"
+#include "probes/wire/port_socket.h"
+
+// One asked port.
+struct t_discovery_port {
+    uint8_t answered;
+    uint32_t identifier; // host order by design: written and compared as drawn
+    t_device *dev;       // borrowed; null when the port could not be used
+    t_detect_result result;
+    t_port_socket socket;
+};
+
+struct t_discovery_batch {
+    uint8_t finished;
+    uint8_t device_num;
+    t_discovery_port *contexts; // owned; null when no batch is open
+    t_mac lan_mac;              // of the LAN bridge, for those who must know it
+    int filter_level;           // the log level that the sockets' filters are made for
+    t_frame_lines lines;
+};
+
+// The functions in whose names the common steps speak.
+struct t_discovery_speakers {
+    const char *send_all, *send_packet, *receive, *process, *release;
+    const char *ask_linked, *ask_one;
+};
+
+// What the common steps say about a port (%s) or a number of ports (%d).
+struct t_discovery_texts {
+    t_text<> bad_list;
+    t_text<'d'> no_memory;
+    t_text<> no_port;
+    t_text<'s'> not_opened, opened, sending, not_sent, sent;
+    t_text<> not_open;
+    t_text<'s'> not_written, heard, understood;
+    t_text<> nothing_sent, impossible;
+    t_text<'s'> looking, found, silent;
+    t_text<> nothing_open, count_lost, released;
+    t_text<'d'> ports_ready;
+    t_text<> no_ports;
+    t_text<'d'> ports_asked;
+    t_text<> ports_not_asked;
+    t_text<'s'> port_ready, port_not_asked, port_asked;
+};
+
+// A protocol's description.
+struct t_discovery {
+    t_discovery_batch &batch;
+    const char *protocol; // that an answer means; in sums of lines the probe's name
+    size_t frame_size;    // no more of a received frame is read
+    t_discovery_speakers speakers;
+    t_discovery_texts texts;
+
+    int (*send_all)(t_device_list_head *list);
+    int (*prepare)(t_discovery_batch *batch); // before a batch is opened; a code other than OK keeps it from that
+    int (*open)(t_discovery_port *port);
+    int (*send)(t_discovery_port *port);
+    size_t (*build)(std::span<uint8_t> buffer, const t_discovery_port &port); // 0 when it could not
+    t_frame_filter (*filter)(const t_discovery_port &port);
+    bool (*is_answer)(t_discovery_port *port, std::span<const uint8_t> frame); // says why not
+    void (*keep_result)(const t_discovery_port &port); // hands what was learned to the port's record
+    void (*release)();
+};
+
+constexpr size_t DISCOVERY_BUFFER_SIZE = 1520; // for every protocol's frames
+
+// Result codes of one port.
+constexpr int DISCOVERY_ERR_NOT_OPEN = -91;
+constexpr int DISCOVERY_ERR_FRAME = -90;
+constexpr int DISCOVERY_ERR_BIND = -89;
+constexpr int DISCOVERY_ERR_SEND = -88;
+
+// Opens a batch: 0 (single ports may have failed), ERR_INVALID_INPUT for an empty list, ERR_NO_MEMORY, or what
+// preparing said.
+int send_batch(const t_discovery &kind, t_device_list_head *list);
+
+// PROBE_NO_BATCH, ERR_INVALID_INPUT, PROBE_WAITING (the batch stays open), PROBE_ALL_ANSWERED or PROBE_SOME_SILENT
+// (every answering port is marked and the batch is closed). `final` says that the time is over.
+int collect_batch(const t_discovery &kind, t_device *dev_hashmap_head, t_protocol *proto_hashmap_head, bool final);
+
+// Closes the batch without looking at it.
+void release_batch(const t_discovery &kind);
+
+// The identifier a probe carries, from two random values: their product in 32 bits. All ones becomes 0.
+constexpr uint32_t probe_identifier(int first, int second)
+{
+    const uint32_t product = static_cast<uint32_t>(first) * static_cast<uint32_t>(second);
+    return product == UINT32_MAX ? 0 : product;
+}
+
+// Begins a port's exchange: a new identifier, and a socket whose frames go to `receive`. False with errno set.
+bool open_on_port(t_discovery_port *port, uloop_fd_handler receive);
+
+// 0 or one of the codes above; the socket is closed then.
+int send_on_port(const t_discovery &kind, t_discovery_port *port);
+
+// The loop's callback: takes one frame.
+void receive_on_port(const t_discovery &kind, uloop_fd *watcher, unsigned int events);
+
+// Whether a line of this level about a received frame may be said.
+bool may_tell_of_answer(const t_discovery &kind, t_log_level level);
