@@ -33,6 +33,19 @@ static void ask_host(t_arp_detect *ctx)
     LOG_AS(RECHECK, Debug, "Send Arp packet success for: %s|%02X-%02X-%02X-%02X-%02X-%02X\n", ARP_TARGET_ARGS(ctx));
 }
 
+// The host is alive, but its address is another one than the table says.
+static void judge_other_address(const t_arp_detect &ctx, uint32_t address_be)
+{
+    LOG_AS(RECHECK, Info, "arp reply receieve a different ip:%s\n", t_ipv4_text(address_be).text);
+    LOG_AS(RECHECK, Info, "arp reply receieve a different ip, orig:%s\n", t_ipv4_text(ctx.target_ip_be).text);
+    if ((address_be ^ arp_detect_handle.sender_ip_be) & arp_detect_handle.netmask_be) {
+        LOG_AS(RECHECK, Info, "arp reply new is not same subnet with br-lan! remove it from arp hash table!\n");
+        remove_arp_entry(arp_detect_handle.arp_table_hashmap_head, &ctx.target_mac);
+    } else {
+        LOG_AS(RECHECK, Debug, "arp reply new ip still remains same subnet with br-lan!\n");
+    }
+}
+
 // Takes a packet as the host's reply, or leaves it.
 static bool is_reply(t_arp_detect *ctx, const t_arp_packet &packet)
 {
@@ -58,14 +71,7 @@ static bool is_reply(t_arp_detect *ctx, const t_arp_packet &packet)
         LOG_AS(RECHECK, Debug, "arp reply success in %s|%02X-%02X-%02X-%02X-%02X-%02X\n", ARP_TARGET_ARGS(ctx));
         return true;
     }
-    LOG_AS(RECHECK, Info, "arp reply receieve a different ip:%s\n", t_ipv4_text(packet.sender_ip_be).text);
-    LOG_AS(RECHECK, Info, "arp reply receieve a different ip, orig:%s\n", t_ipv4_text(ctx->target_ip_be).text);
-    if ((packet.sender_ip_be ^ arp_detect_handle.sender_ip_be) & arp_detect_handle.netmask_be) {
-        LOG_AS(RECHECK, Info, "arp reply new is not same subnet with br-lan! remove it from arp hash table!\n");
-        remove_arp_entry(arp_detect_handle.arp_table_hashmap_head, &ctx->target_mac);
-    } else {
-        LOG_AS(RECHECK, Debug, "arp reply new ip still remains same subnet with br-lan!\n");
-    }
+    judge_other_address(*ctx, packet.sender_ip_be);
     return true;
 }
 
@@ -78,6 +84,20 @@ static void hear_host(t_arp_detect *ctx)
     LOG_AS(RECHECK, Info, "No arp reply from %s|%02X-%02X-%02X-%02X-%02X-%02X! Remove it from arp hash table!\n",
            ARP_TARGET_ARGS(ctx));
     remove_arp_entry(arp_detect_handle.arp_table_hashmap_head, &ctx->target_mac);
+}
+
+static void recheck_hosts(const t_arp_entry *entry)
+{
+    listen_to_all_hosts();
+    for (t_arp_detect &ctx : arp_contexts()) {
+        open_host(&ctx, *entry);
+        entry = static_cast<t_arp_entry *>(entry->hh.next);
+    }
+    for (t_arp_detect &ctx : arp_contexts())
+        ask_host(&ctx);
+    sleep_ms(ARP_WAIT_FOR_REPLIES_MS);
+    for (t_arp_detect &ctx : arp_contexts())
+        hear_host(&ctx);
 }
 
 int double_check_arp_packet_all_blocked(t_arp_entry **arp_table_hashmap_head, uint32_t lan_ip_be,
@@ -106,18 +126,7 @@ int double_check_arp_packet_all_blocked(t_arp_entry **arp_table_hashmap_head, ui
     arp_detect_handle.netmask_be = lan_netmask_be;
     arp_detect_handle.arp_table_hashmap_head = arp_table_hashmap_head;
     arp_detect_handle.sender_mac = *lan_mac;
-
-    listen_to_all_hosts();
-    const t_arp_entry *entry = *arp_table_hashmap_head;
-    for (t_arp_detect &ctx : arp_contexts()) {
-        open_host(&ctx, *entry);
-        entry = static_cast<t_arp_entry *>(entry->hh.next);
-    }
-    for (t_arp_detect &ctx : arp_contexts())
-        ask_host(&ctx);
-    sleep_ms(ARP_WAIT_FOR_REPLIES_MS);
-    for (t_arp_detect &ctx : arp_contexts())
-        hear_host(&ctx);
+    recheck_hosts(*arp_table_hashmap_head);
     release_arp_detect_handle();
     return OK;
 }
