@@ -1,4 +1,4 @@
 // SPDX-License-Identifier: MIT
 #include "core/engine.h"
 
-t_wan_detect_engine engine;
+constinit t_wan_detect_engine engine = {};

@@ -13,7 +13,7 @@
 #include "probes/wire/packet_address.h"
 #include "probes/wire/packet_socket.h"
 
-t_arp_detect_handle arp_detect_handle;
+constinit t_arp_detect_handle arp_detect_handle = {};
 
 constexpr size_t RECEIVE_SIZE = 1024;
 
