@@ -21,6 +21,7 @@
 #include "probes/wire/frame_filter.h"
 #include "probes/wire/interface_query.h"
 #include "probes/wire/packet_address.h"
+#include "probes/wire/port_socket.h"
 
 namespace {
 
@@ -95,6 +96,35 @@ TEST_F(packet_socket, the_address_of_everyone_fills_the_spare_bytes)
 TEST_F(packet_socket, is_closed_when_a_program_is_started)
 {
     EXPECT_TRUE(fcntl(watcher_.fd, F_GETFD) & FD_CLOEXEC);
+}
+
+TEST_F(packet_socket, of_a_port_may_get_descriptor_zero)
+{
+    const int saved = fcntl(0, F_DUPFD_CLOEXEC, 3);
+    close(0);
+    t_port_socket socket;
+    ASSERT_TRUE(socket.open(ETH_P_ALL));
+    EXPECT_EQ(socket.watcher.fd, 0);
+    EXPECT_TRUE(socket.is_open());
+    EXPECT_TRUE(socket.look_up("eth1"));
+    EXPECT_EQ(socket.ifindex, cable_.ifindex());
+    socket.close();
+    EXPECT_FALSE(socket.is_open());
+    EXPECT_EQ(fcntl(0, F_GETFD), -1) << "descriptor 0 was left open";
+    if (saved >= 0) {
+        dup2(saved, 0);
+        close(saved);
+    }
+}
+
+TEST_F(packet_socket, of_a_port_is_closed_from_birth_and_spares_descriptor_zero)
+{
+    t_port_socket socket;
+    EXPECT_FALSE(socket.is_open());
+    socket.close();
+    EXPECT_NE(fcntl(0, F_GETFD), -1);
+    uint8_t buffer[1];
+    EXPECT_EQ(socket.receive(buffer), -1);
 }
 
 TEST_F(packet_socket, without_free_descriptors_is_not_opened)
