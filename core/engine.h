@@ -36,7 +36,12 @@ struct t_wan_detect_engine {
     t_device *result_dev;                           // verdict, borrowed; null for none
     t_device_list_head possible_wan_dev_list;       // candidates, by priority
     t_device_list_head possible_wan_dev_list_cache; // parked ports, under the cache lock
-    t_dns_ctx dns_ctx;
+    // Made anew for every DNS probe. Nothing but zeros until then, so that the program file need not hold the whole
+    // record.
+    union {
+        uint8_t no_dns_probe_yet;
+        t_dns_ctx dns_ctx;
+    };
     // Eleven timers: eight here, three further down. Each is bound once, at start-up.
     uloop_timeout init_wan_detect_all;
     uloop_timeout start_wan_detect;
