@@ -10,6 +10,10 @@
 #include "model/tables.h"
 #include "platform/log.h"
 
+extern "C" {
+#include <libubox/uloop.h>
+}
+
 namespace {
 
 // As much of a started daemon as the probes stand on, with the log level that it has unless told.
