@@ -36,11 +36,14 @@ protected:
     static void plug(std::initializer_list<const char *> ports);
     static void unplug(std::initializer_list<const char *> ports);
 
-    // Milliseconds until a timer fires, in tenths of a second; NOT_ARMED.
+    // Milliseconds until a timer fires, in tenths of a second, when no time passes but by fire_after_its_time;
+    // NOT_ARMED.
     static int armed(uloop_timeout &timer);
     // The timer's callback runs now; fails the test when it is not armed.
     static void fire(uloop_timeout &timer);
-    // The same once the time until then has passed for every timer, though none passes.
+    // The one that is due first; null when none is armed.
+    static uloop_timeout *next_timer();
+    // Its callback runs once the time until then has passed.
     static void fire_after_its_time(uloop_timeout &next);
     // Fires the engine's earliest timer again and again, until the end of the cycle is next or nothing is armed.
     static void run_until_end();

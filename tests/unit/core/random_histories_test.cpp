@@ -82,10 +82,10 @@ protected:
     // The earliest timer fires, and its time has passed for all.
     void let_time_pass()
     {
-        uloop_timeout *next = earliest_timer();
+        uloop_timeout *next = next_timer();
         if (!next)
             return;
-        note("+" + std::to_string(uloop_timeout_remaining64(next)));
+        note("+" + std::to_string(armed(*next)));
         fire_after_its_time(*next);
     }
 
