@@ -10,6 +10,7 @@
 #include "probes/shell.h"
 #include "support/fake_clock.h"
 #include "support/sandbox.h"
+#include "tests/support/world.h"
 
 namespace {
 
@@ -46,12 +47,7 @@ protected:
         EXPECT_EQ(fake_wire.open_sockets(), 0);
     }
 
-    t_device *add(const char *name)
-    {
-        t_device *dev = create_new_device(name);
-        EXPECT_TRUE(add_device(&model.dev_hashmap_head, dev));
-        return dev;
-    }
+    t_device *add(const char *name) { return add_port_to(model, name); }
     static void give_number(const std::string &port, const std::string &text)
     {
         write_file("/sys/class/net/" + port + "/brport/port_no", text + "\n");

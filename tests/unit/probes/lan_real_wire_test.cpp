@@ -12,6 +12,7 @@
 #include "probes/lan/lan_hosts.h"
 #include "probes/veth_net.h"
 #include "support/sandbox.h"
+#include "tests/support/world.h"
 
 namespace {
 
@@ -43,13 +44,7 @@ protected:
         must_run("ip link del br-lan");
     }
 
-    t_device *add(const char *name, int8_t priority)
-    {
-        t_device *dev = create_new_device(name);
-        dev->priority = priority;
-        EXPECT_TRUE(add_device(&model.dev_hashmap_head, dev));
-        return dev;
-    }
+    t_device *add(const char *name, int8_t priority) { return add_port_to(model, name, priority); }
 };
 
 // The reply of `HOST` to a request; to everyone when `broadcast`.

@@ -4,7 +4,6 @@
 #include <cstring>
 
 #include "model/lists.h"
-#include "model/tables.h"
 
 std::deque<int> next_random;
 
@@ -28,32 +27,21 @@ void t_probe_test::SetUp()
         .ifindex = 1, .mac = {}, .address_be = ipv4("192.168.1.1"), .netmask_be = ipv4("255.255.255.0")};
     lan.mac = LAN_MAC;
     fake_wire.add_interface("br-lan", lan);
-    init_engine_gate(&gate_);
-    engine_gate = &gate_;
-    dhcp_ = create_new_protocol("dhcp");
-    dhcp_->priority = 2;
-    add_protocol(&model_.proto_hashmap_head, dhcp_);
-    pppoe_ = create_new_protocol("pppoe");
-    pppoe_->priority = 1;
-    add_protocol(&model_.proto_hashmap_head, pppoe_);
+    dhcp_ = add_protocol_to(model_, "dhcp", 2);
+    pppoe_ = add_protocol_to(model_, "pppoe", 1);
 }
 
 void t_probe_test::TearDown()
 {
     list_.clear();
     release_port_model(&model_);
-    destroy_engine_gate(&gate_);
-    engine_gate = nullptr;
     EXPECT_EQ(fake_wire.open_sockets(), 0) << "a probe left a socket open";
 }
 
 t_device *t_probe_test::add_port(const char *name, int8_t priority)
 {
     ports_++;
-    t_device *dev = create_new_device(name);
-    dev->priority = priority;
-    dev->link_active = 1;
-    add_device(&model_.dev_hashmap_head, dev);
+    t_device *dev = add_port_to(model_, name, priority, true);
     t_fake_interface interface = {.ifindex = 10 + ports_, .mac = {{0x02, 0, 0, 0, 0x01, static_cast<uint8_t>(ports_)}}};
     fake_wire.add_interface(name, interface);
     return dev;

@@ -9,11 +9,10 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 
-#include "model/gate.h"
-#include "model/port_model.h"
 #include "probes/fake_wire.h"
 #include "probes/sample_frames.h"
 #include "support/sandbox.h"
+#include "tests/support/world.h"
 
 constexpr t_mac LAN_MAC = {{0x02, 0x00, 0x00, 0x00, 0x00, 0x01}};
 
@@ -33,7 +32,7 @@ protected:
     static t_fake_socket &socket_of(const char *port) { return fake_wire.socket(fake_wire.socket_of(port)); }
 
     t_port_model model_ = {};
-    t_engine_gate gate_ = {};
+    t_bound_gate gate_;
     t_device_list_head list_ = {};
     t_protocol *dhcp_ = nullptr;
     t_protocol *pppoe_ = nullptr;

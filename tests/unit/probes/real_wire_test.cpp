@@ -5,9 +5,7 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 
-#include "model/gate.h"
 #include "model/lists.h"
-#include "model/tables.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
 #include "probes/discovery/dhcp_discovery.h"
@@ -15,6 +13,7 @@
 #include "probes/discovery/pppoe_discovery.h"
 #include "probes/veth_net.h"
 #include "support/sandbox.h"
+#include "tests/support/world.h"
 
 namespace {
 
@@ -44,18 +43,10 @@ protected:
     {
         ASSERT_EQ(uloop_init(), 0);
         must_run("ip address add 192.168.1.1/24 dev br-lan");
-        init_engine_gate(&gate_);
-        engine_gate = &gate_;
         for (const char *name : {"dhcp", "pppoe"})
-            add_protocol(&model_.proto_hashmap_head, create_new_protocol(name));
-        for (const char *name : {"eth1", "eth2"}) {
-            t_device *dev = create_new_device(name);
-            dev->priority = static_cast<int8_t>(name[3] - '0');
-            dev->link_active = 1;
-            add_device(&model_.dev_hashmap_head, dev);
-        }
-        eth1_ = find_device(model_.dev_hashmap_head, "eth1");
-        eth2_ = find_device(model_.dev_hashmap_head, "eth2");
+            add_protocol_to(model_, name);
+        eth1_ = add_port_to(model_, "eth1", 1, true);
+        eth2_ = add_port_to(model_, "eth2", 2, true);
         calls = 0;
     }
 
@@ -67,8 +58,6 @@ protected:
             release_pppoe_detect_handle();
         log_set_level(level_before_);
         release_port_model(&model_);
-        destroy_engine_gate(&gate_);
-        engine_gate = nullptr;
         uloop_done();
     }
 
@@ -82,7 +71,7 @@ protected:
     t_cable lan_{"br-lan"}, cable1_{"eth1"}, cable2_{"eth2"};
     const int level_before_ = log_get_level();
     t_port_model model_ = {};
-    t_engine_gate gate_ = {};
+    t_bound_gate gate_;
     t_device *eth1_ = nullptr;
     t_device *eth2_ = nullptr;
 };
