@@ -5,10 +5,10 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include "fuzz/support/fuzz.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
 #include "probes/lan/arp_table.h"
+#include "tests/fuzz/support/fuzz.h"
 
 namespace {
 

@@ -4,15 +4,15 @@
 #include <arpa/inet.h>
 #include <cstring>
 
-#include "fuzz/support/probe_scene.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
 #include "probes/arp/arp_answer.h"
 #include "probes/arp/arp_frames.h"
 #include "probes/arp/arp_probe.h"
-#include "probes/kernel_filter.h"
 #include "probes/lan/arp_recheck.h"
 #include "probes/lan/arp_table.h"
+#include "tests/fuzz/support/probe_scene.h"
+#include "tests/unit/probes/kernel_filter.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "fuzz/support/fuzz.h"
+#include "tests/fuzz/support/fuzz.h"
 
 extern "C" {
 #include <libubox/blobmsg_json.h>

@@ -9,7 +9,7 @@
 #include <sys/socket.h>
 #include <sys/uio.h>
 
-#include "fuzz/support/fuzz.h"
+#include "tests/fuzz/support/fuzz.h"
 
 namespace {
 

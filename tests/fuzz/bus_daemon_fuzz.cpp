@@ -10,7 +10,7 @@
 #include <unistd.h>
 
 #include "compat/libubus/ubusd/bus.h"
-#include "fuzz/support/fuzz.h"
+#include "tests/fuzz/support/fuzz.h"
 
 namespace {
 

@@ -3,12 +3,12 @@
 // chooses the handler and the form (from 0x80 on, JSON), and a block with the arguments.
 #include <libubus.h>
 
-#include "fuzz/support/bus_message.h"
-#include "fuzz/support/private_files.h"
 #include "model/lists.h"
 #include "platform/adapters/bus_object.h"
 #include "platform/engine_handlers.h"
 #include "platform/log.h"
+#include "tests/fuzz/support/bus_message.h"
+#include "tests/fuzz/support/private_files.h"
 #include "tests/support/world.h"
 
 namespace {

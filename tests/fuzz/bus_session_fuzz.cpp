@@ -14,17 +14,17 @@
 #include <sys/uio.h>
 #include <unistd.h>
 
-#include "fuzz/support/fake_commands.h"
-#include "fuzz/support/fuzz.h"
-#include "fuzz/support/private_files.h"
 #include "model/lists.h"
 #include "platform/adapters/bus_object.h"
 #include "platform/adapters/network_status.h"
 #include "platform/bus.h"
 #include "platform/engine_handlers.h"
 #include "platform/log.h"
-#include "support/fake_clock.h"
+#include "tests/fuzz/support/fake_commands.h"
+#include "tests/fuzz/support/fuzz.h"
+#include "tests/fuzz/support/private_files.h"
 #include "tests/support/world.h"
+#include "tests/unit/support/fake_clock.h"
 
 namespace {
 

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 // What the combo-state script prints.
-#include "fuzz/support/fake_commands.h"
-#include "fuzz/support/fuzz.h"
 #include "model/records.h"
 #include "platform/adapters/link_status.h"
 #include "platform/log.h"
+#include "tests/fuzz/support/fake_commands.h"
+#include "tests/fuzz/support/fuzz.h"
 
 void prepare()
 {

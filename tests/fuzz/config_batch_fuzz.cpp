@@ -6,8 +6,8 @@
 #include <sys/stat.h>
 
 #include "compat/libuci/cli/session.h"
-#include "fuzz/support/fuzz.h"
-#include "fuzz/support/private_files.h"
+#include "tests/fuzz/support/fuzz.h"
+#include "tests/fuzz/support/private_files.h"
 
 namespace {
 

@@ -7,8 +7,8 @@
 #include <uci.h>
 #include <unistd.h>
 
-#include "fuzz/support/fuzz.h"
-#include "fuzz/support/private_files.h"
+#include "tests/fuzz/support/fuzz.h"
+#include "tests/fuzz/support/private_files.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The four configuration files the daemon reads, as any text. The input is the files, each behind a line "%%".
-#include "fuzz/support/config_scene.h"
-#include "fuzz/support/fuzz.h"
+#include "tests/fuzz/support/config_scene.h"
+#include "tests/fuzz/support/fuzz.h"
 
 void prepare()
 {

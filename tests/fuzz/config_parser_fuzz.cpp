@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <uci.h>
 
-#include "fuzz/support/fuzz.h"
+#include "tests/fuzz/support/fuzz.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <cstring>
 #include <uci.h>
 
-#include "fuzz/support/fuzz.h"
+#include "tests/fuzz/support/fuzz.h"
 
 namespace {
 

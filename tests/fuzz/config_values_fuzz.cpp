@@ -3,8 +3,8 @@
 // replaces one value, in the order of the files below; a line "=" leaves the usual one, and an empty line removes it.
 #include <iterator>
 
-#include "fuzz/support/config_scene.h"
-#include "fuzz/support/fuzz.h"
+#include "tests/fuzz/support/config_scene.h"
+#include "tests/fuzz/support/fuzz.h"
 
 namespace {
 

@@ -4,12 +4,12 @@
 #include <arpa/inet.h>
 #include <cstring>
 
-#include "fuzz/support/probe_scene.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
 #include "probes/discovery/dhcp_discovery.h"
 #include "probes/discovery/dhcp_frames.h"
-#include "probes/kernel_filter.h"
+#include "tests/fuzz/support/probe_scene.h"
+#include "tests/unit/probes/kernel_filter.h"
 
 namespace {
 

@@ -3,13 +3,13 @@
 #include <algorithm>
 #include <arpa/inet.h>
 
-#include "fuzz/support/probe_scene.h"
 #include "platform/log.h"
 #include "probes/dns/dns_frames.h"
 #include "probes/dns/dns_probe.h"
 #include "probes/dns/dns_receive.h"
-#include "probes/kernel_filter.h"
-#include "support/fake_clock.h"
+#include "tests/fuzz/support/probe_scene.h"
+#include "tests/unit/probes/kernel_filter.h"
+#include "tests/unit/support/fake_clock.h"
 
 namespace {
 

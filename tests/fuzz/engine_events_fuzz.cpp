@@ -3,9 +3,9 @@
 // configuration. Whatever happened, it comes to rest once it is switched off, and again once the router works. The
 // input: two lines with the ports' order and the fake WAN port, and a row of steps: a byte that chooses the step, and
 // what that step needs.
-#include "core/fake_probes.h"
-#include "fuzz/support/engine_scene.h"
-#include "fuzz/support/fake_commands.h"
+#include "tests/fuzz/support/engine_scene.h"
+#include "tests/fuzz/support/fake_commands.h"
+#include "tests/unit/core/fake_probes.h"
 
 namespace {
 

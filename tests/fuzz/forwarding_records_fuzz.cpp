@@ -7,10 +7,10 @@
 #include <cstring>
 #include <map>
 
-#include "fuzz/support/probe_scene.h"
 #include "probes/arp/arp_frames.h"
 #include "probes/lan/bridge_table.h"
 #include "probes/lan/lan_hosts.h"
+#include "tests/fuzz/support/probe_scene.h"
 
 namespace {
 

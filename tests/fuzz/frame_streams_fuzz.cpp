@@ -5,7 +5,6 @@
 #include <cerrno>
 #include <cstring>
 
-#include "fuzz/support/probe_scene.h"
 #include "model/lists.h"
 #include "platform/result_codes.h"
 #include "probes/arp/arp_probe.h"
@@ -13,7 +12,8 @@
 #include "probes/discovery/dispatch.h"
 #include "probes/discovery/pppoe_discovery.h"
 #include "probes/dns/dns_probe.h"
-#include "support/fake_clock.h"
+#include "tests/fuzz/support/probe_scene.h"
+#include "tests/unit/support/fake_clock.h"
 
 namespace {
 

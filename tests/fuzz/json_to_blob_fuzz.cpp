@@ -3,7 +3,7 @@
 #include <cmath>
 #include <cstdlib>
 
-#include "fuzz/support/fuzz.h"
+#include "tests/fuzz/support/fuzz.h"
 
 extern "C" {
 #include <libubox/blobmsg_json.h>

@@ -4,11 +4,11 @@
 #include <libubus.h>
 #include <sys/wait.h>
 
-#include "fuzz/support/bus_message.h"
-#include "fuzz/support/fake_commands.h"
 #include "platform/adapters/network_status.h"
 #include "platform/bus.h"
 #include "platform/log.h"
+#include "tests/fuzz/support/bus_message.h"
+#include "tests/fuzz/support/fake_commands.h"
 
 namespace {
 

@@ -4,9 +4,9 @@
 #include <getopt.h>
 
 #include "core/options.h"
-#include "fuzz/support/fake_commands.h"
-#include "fuzz/support/fuzz.h"
 #include "platform/log.h"
+#include "tests/fuzz/support/fake_commands.h"
+#include "tests/fuzz/support/fuzz.h"
 
 namespace {
 

@@ -3,12 +3,12 @@
 #include <algorithm>
 #include <cstring>
 
-#include "fuzz/support/probe_scene.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
 #include "probes/discovery/pppoe_discovery.h"
 #include "probes/discovery/pppoe_frames.h"
-#include "probes/kernel_filter.h"
+#include "tests/fuzz/support/probe_scene.h"
+#include "tests/unit/probes/kernel_filter.h"
 
 namespace {
 

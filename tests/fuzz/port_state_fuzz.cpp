@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
 // What the port-state script prints.
-#include "fuzz/support/fake_commands.h"
-#include "fuzz/support/fuzz.h"
 #include "model/port_model.h"
 #include "model/tables.h"
 #include "platform/adapters/link_status.h"
 #include "platform/engine_handlers.h"
 #include "platform/log.h"
+#include "tests/fuzz/support/fake_commands.h"
+#include "tests/fuzz/support/fuzz.h"
 
 namespace {
 

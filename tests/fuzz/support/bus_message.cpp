@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "fuzz/support/bus_message.h"
+#include "tests/fuzz/support/bus_message.h"
 
 #include <arpa/inet.h>
 #include <cstdlib>

@@ -2,7 +2,7 @@
 // Messages as the bus library hands them to handlers: the attribute itself is whole, its content may be anything.
 #pragma once
 
-#include "fuzz/support/fuzz.h"
+#include "tests/fuzz/support/fuzz.h"
 
 extern "C" {
 #include <libubox/blobmsg.h>

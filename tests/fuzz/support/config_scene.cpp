@@ -1,13 +1,10 @@
 // SPDX-License-Identifier: MIT
-#include "fuzz/support/config_scene.h"
+#include "tests/fuzz/support/config_scene.h"
 
 #include <cstring>
 #include <unistd.h>
 
 #include "core/combo_switch.h"
-#include "fuzz/support/fake_commands.h"
-#include "fuzz/support/fuzz.h"
-#include "fuzz/support/private_files.h"
 #include "model/current_wan.h"
 #include "model/fake_wan.h"
 #include "model/port_config.h"
@@ -16,8 +13,11 @@
 #include "platform/adapters/network_status.h"
 #include "platform/adapters/wan_switch.h"
 #include "platform/log.h"
-#include "support/fake_clock.h"
+#include "tests/fuzz/support/fake_commands.h"
+#include "tests/fuzz/support/fuzz.h"
+#include "tests/fuzz/support/private_files.h"
 #include "tests/support/world.h"
+#include "tests/unit/support/fake_clock.h"
 
 namespace {
 

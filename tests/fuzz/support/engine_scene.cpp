@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "fuzz/support/engine_scene.h"
+#include "tests/fuzz/support/engine_scene.h"
 
 #include <algorithm>
 #include <cstring>
@@ -13,14 +13,10 @@
 #include "core/cycle.h"
 #include "core/cycle_start.h"
 #include "core/engine_life.h"
-#include "core/fake_probes.h"
 #include "core/link_change.h"
 #include "core/link_scan.h"
 #include "core/proto_stage.h"
 #include "core/wishes.h"
-#include "fuzz/support/bus_message.h"
-#include "fuzz/support/fake_commands.h"
-#include "fuzz/support/private_files.h"
 #include "model/current_wan.h"
 #include "model/fake_wan.h"
 #include "model/port_config.h"
@@ -32,9 +28,13 @@
 #include "platform/command.h"
 #include "platform/ending.h"
 #include "platform/log.h"
-#include "support/fake_clock.h"
+#include "tests/fuzz/support/bus_message.h"
+#include "tests/fuzz/support/fake_commands.h"
+#include "tests/fuzz/support/private_files.h"
 #include "tests/support/engine_timers.h"
 #include "tests/support/router_config.h"
+#include "tests/unit/core/fake_probes.h"
+#include "tests/unit/support/fake_clock.h"
 
 namespace {
 

@@ -10,8 +10,8 @@
 
 #include "core/combo_switch.h"
 #include "core/engine.h"
-#include "fuzz/support/fuzz.h"
 #include "model/port_model.h"
+#include "tests/fuzz/support/fuzz.h"
 
 constexpr size_t ENGINE_PORTS = 5;
 constexpr int COMBO_PORT = 2;

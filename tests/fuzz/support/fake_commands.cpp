@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
-#include "fuzz/support/fake_commands.h"
+#include "tests/fuzz/support/fake_commands.h"
 
 #include <algorithm>
 #include <cstring>
 
-#include "fuzz/support/fuzz.h"
 #include "platform/command.h"
+#include "tests/fuzz/support/fuzz.h"
 
 t_fake_commands fake_commands;
 

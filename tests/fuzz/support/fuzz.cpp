@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "fuzz/support/fuzz.h"
+#include "tests/fuzz/support/fuzz.h"
 
 #include <algorithm>
 #include <cstdio>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "fuzz/support/private_files.h"
+#include "tests/fuzz/support/private_files.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -10,7 +10,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "fuzz/support/fuzz.h"
+#include "tests/fuzz/support/fuzz.h"
 
 namespace {
 

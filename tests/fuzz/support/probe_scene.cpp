@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
-#include "fuzz/support/probe_scene.h"
+#include "tests/fuzz/support/probe_scene.h"
 
 #include <arpa/inet.h>
 #include <cstring>
 
 #include "model/lists.h"
 #include "platform/log.h"
-#include "support/fake_clock.h"
+#include "tests/unit/support/fake_clock.h"
 
 namespace {
 

@@ -3,9 +3,9 @@
 // are known in advance, so that seeds can answer them.
 #pragma once
 
-#include "fuzz/support/fuzz.h"
-#include "probes/fake_wire.h"
+#include "tests/fuzz/support/fuzz.h"
 #include "tests/support/world.h"
+#include "tests/unit/probes/fake_wire.h"
 
 constexpr t_mac LAN_MAC = {{0x02, 0x00, 0x00, 0x00, 0x00, 0x01}};
 constexpr const char *LAN_ADDRESS = "192.168.1.1";

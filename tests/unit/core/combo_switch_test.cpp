@@ -2,7 +2,7 @@
 #include "core/combo_switch.h"
 
 #include "core/background.h"
-#include "core/engine_fixture.h"
+#include "tests/unit/core/engine_fixture.h"
 
 namespace {
 

@@ -3,8 +3,8 @@
 
 #include <arpa/inet.h>
 
-#include "core/engine_fixture.h"
 #include "model/tables.h"
+#include "tests/unit/core/engine_fixture.h"
 
 namespace {
 

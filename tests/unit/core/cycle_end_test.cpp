@@ -6,10 +6,10 @@
 #include <sys/mount.h>
 
 #include "core/cycle_start.h"
-#include "core/engine_fixture.h"
 #include "core/proto_stage.h"
 #include "model/banned.h"
 #include "platform/result_codes.h"
+#include "tests/unit/core/engine_fixture.h"
 
 namespace {
 

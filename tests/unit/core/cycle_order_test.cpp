@@ -3,13 +3,13 @@
 #include "core/background.h"
 #include "core/cycle.h"
 #include "core/cycle_start.h"
-#include "core/engine_fixture.h"
 #include "core/link_change.h"
 #include "core/proto_stage.h"
 #include "core/wishes.h"
 #include "model/banned.h"
 #include "platform/clock.h"
 #include "platform/result_codes.h"
+#include "tests/unit/core/engine_fixture.h"
 
 namespace {
 

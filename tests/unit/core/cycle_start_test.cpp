@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "core/candidates.h"
 #include "core/cycle_start.h"
-#include "core/engine_fixture.h"
 #include "core/proto_stage.h"
 #include "model/banned.h"
 #include "model/tables.h"
+#include "tests/unit/core/engine_fixture.h"
 
 namespace {
 

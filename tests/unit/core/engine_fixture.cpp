@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "core/engine_fixture.h"
+#include "tests/unit/core/engine_fixture.h"
 
 #include <algorithm>
 #include <filesystem>

@@ -9,11 +9,11 @@
 #include <gtest/gtest.h>
 
 #include "core/engine.h"
-#include "core/fake_probes.h"
-#include "core/fake_router.h"
 #include "model/port_model.h"
-#include "support/sandbox.h"
 #include "tests/support/engine_timers.h"
+#include "tests/unit/core/fake_probes.h"
+#include "tests/unit/core/fake_router.h"
+#include "tests/unit/support/sandbox.h"
 
 constexpr int NOT_ARMED = -1;
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "core/fake_probes.h"
+#include "tests/unit/core/fake_probes.h"
 
 #include <algorithm>
 

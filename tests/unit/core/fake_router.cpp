@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Replaces platform/command.cpp and platform/bus_call.cpp.
-#include "core/fake_router.h"
+#include "tests/unit/core/fake_router.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -10,8 +10,8 @@
 #include "platform/command.h"
 #include "platform/text.h"
 #include "platform/uci_access.h"
-#include "support/sandbox.h"
 #include "tests/support/router_config.h"
+#include "tests/unit/support/sandbox.h"
 
 t_fake_router fake_router;
 

@@ -6,7 +6,6 @@
 #include "core/background.h"
 #include "core/cycle.h"
 #include "core/cycle_start.h"
-#include "core/engine_fixture.h"
 #include "core/engine_life.h"
 #include "core/wishes.h"
 #include "model/banned.h"
@@ -14,6 +13,7 @@
 #include "platform/clock.h"
 #include "platform/command.h"
 #include "platform/ending.h"
+#include "tests/unit/core/engine_fixture.h"
 
 namespace {
 

@@ -2,9 +2,9 @@
 #include "core/link_scan.h"
 
 #include "core/background.h"
-#include "core/engine_fixture.h"
 #include "model/banned.h"
 #include "platform/adapters/link_status.h"
+#include "tests/unit/core/engine_fixture.h"
 
 namespace {
 

@@ -4,11 +4,11 @@
 #include "core/background.h"
 #include "core/cycle.h"
 #include "core/cycle_start.h"
-#include "core/engine_fixture.h"
 #include "core/link_change.h"
 #include "core/retries.h"
 #include "core/wishes.h"
 #include "model/banned.h"
+#include "tests/unit/core/engine_fixture.h"
 
 namespace {
 

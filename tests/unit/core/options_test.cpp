@@ -5,7 +5,7 @@
 
 #include <gtest/gtest.h>
 
-#include "core/fake_router.h"
+#include "tests/unit/core/fake_router.h"
 
 namespace {
 

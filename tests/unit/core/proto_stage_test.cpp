@@ -6,11 +6,11 @@
 
 #include "core/candidates.h"
 #include "core/cycle_start.h"
-#include "core/engine_fixture.h"
 #include "model/current_wan.h"
 #include "model/lists.h"
 #include "model/tables.h"
 #include "platform/result_codes.h"
+#include "tests/unit/core/engine_fixture.h"
 
 namespace {
 

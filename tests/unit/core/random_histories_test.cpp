@@ -10,7 +10,6 @@
 #include "core/cycle.h"
 #include "core/cycle_start.h"
 #include "core/cycle_ways.h"
-#include "core/engine_fixture.h"
 #include "core/link_change.h"
 #include "core/proto_stage.h"
 #include "core/wan_role.h"
@@ -18,6 +17,7 @@
 #include "model/banned.h"
 #include "model/current_wan.h"
 #include "platform/result_codes.h"
+#include "tests/unit/core/engine_fixture.h"
 
 namespace {
 

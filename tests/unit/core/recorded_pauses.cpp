@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "core/recorded_pauses.h"
+#include "tests/unit/core/recorded_pauses.h"
 
 #include <pthread.h>
 #include <unistd.h>

@@ -17,8 +17,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "core/engine_fixture.h"
-#include "core/recorded_pauses.h"
 #include "core/shutdown.h"
 #include "platform/bus.h"
 #include "platform/log.h"
@@ -26,6 +24,8 @@
 #include "probes/discovery/dhcp_discovery.h"
 #include "probes/discovery/pppoe_discovery.h"
 #include "probes/lan/arp_table.h"
+#include "tests/unit/core/engine_fixture.h"
+#include "tests/unit/core/recorded_pauses.h"
 
 int wan_detect_main(int argc, char **argv);
 

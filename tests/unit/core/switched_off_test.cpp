@@ -2,7 +2,7 @@
 // Off means off: whatever a cycle is doing when detection is switched off, no role is moved any more.
 #include "core/cycle.h"
 #include "core/cycle_start.h"
-#include "core/engine_fixture.h"
+#include "tests/unit/core/engine_fixture.h"
 
 namespace {
 

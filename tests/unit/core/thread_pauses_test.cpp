@@ -6,11 +6,11 @@
 #include "core/combo_switch.h"
 #include "core/cycle.h"
 #include "core/cycle_start.h"
-#include "core/engine_fixture.h"
 #include "core/link_change.h"
 #include "core/link_scan.h"
-#include "core/recorded_pauses.h"
 #include "platform/adapters/wan_switch.h"
+#include "tests/unit/core/engine_fixture.h"
+#include "tests/unit/core/recorded_pauses.h"
 
 static pthread_t not_detached;
 static bool detaching_fails;

@@ -7,9 +7,9 @@
 #include "core/combo_switch.h"
 #include "core/cycle.h"
 #include "core/cycle_start.h"
-#include "core/engine_fixture.h"
 #include "core/wishes.h"
 #include "model/current_wan.h"
+#include "tests/unit/core/engine_fixture.h"
 
 namespace {
 

@@ -3,10 +3,10 @@
 
 #include <thread>
 
-#include "model/model_test.h"
 #include "platform/result_codes.h"
-#include "support/failing_memory.h"
-#include "support/fake_clock.h"
+#include "tests/unit/model/model_test.h"
+#include "tests/unit/support/failing_memory.h"
+#include "tests/unit/support/fake_clock.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "model/config_text.h"
 
-#include "model/model_test.h"
+#include "tests/unit/model/model_test.h"
 
 namespace {
 

@@ -3,8 +3,8 @@
 
 #include <cstring>
 
-#include "model/model_test.h"
 #include "platform/result_codes.h"
+#include "tests/unit/model/model_test.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <pthread.h>
 
 #include "model/current_wan.h"
-#include "model/model_test.h"
+#include "tests/unit/model/model_test.h"
 
 namespace {
 

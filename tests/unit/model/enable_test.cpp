@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "model/port_config.h"
 
-#include "model/fake_command.h"
-#include "model/model_test.h"
+#include "tests/unit/model/fake_command.h"
+#include "tests/unit/model/model_test.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "model/fake_command.h"
+#include "tests/unit/model/fake_command.h"
 
 #include "platform/command.h"
 

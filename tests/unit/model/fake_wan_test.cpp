@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "model/fake_wan.h"
 
-#include "model/fake_command.h"
-#include "model/model_test.h"
 #include "platform/result_codes.h"
+#include "tests/unit/model/fake_command.h"
+#include "tests/unit/model/model_test.h"
 
 namespace {
 

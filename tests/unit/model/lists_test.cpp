@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "model/lists.h"
 
-#include "model/model_test.h"
 #include "platform/result_codes.h"
-#include "support/failing_memory.h"
+#include "tests/unit/model/model_test.h"
+#include "tests/unit/support/failing_memory.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "model/model_test.h"
+#include "tests/unit/model/model_test.h"
 
 #include <sstream>
 

@@ -9,8 +9,8 @@
 #include <gtest/gtest.h>
 
 #include "model/port_model.h"
-#include "support/sandbox.h"
 #include "tests/support/world.h"
+#include "tests/unit/support/sandbox.h"
 
 class t_model_test : public testing::Test {
 protected:

@@ -3,8 +3,8 @@
 
 #include "model/banned.h"
 #include "model/current_wan.h"
-#include "model/model_test.h"
 #include "model/tables.h"
+#include "tests/unit/model/model_test.h"
 
 namespace {
 

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "model/protocol_config.h"
 
-#include "model/model_test.h"
 #include "model/tables.h"
 #include "platform/result_codes.h"
-#include "support/failing_memory.h"
+#include "tests/unit/model/model_test.h"
+#include "tests/unit/support/failing_memory.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 #include <arpa/inet.h>
 
 #include "model/current_wan.h"
-#include "model/model_test.h"
+#include "tests/unit/model/model_test.h"
 
 namespace {
 

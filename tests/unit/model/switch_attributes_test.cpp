@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "model/port_config.h"
 
-#include "model/model_test.h"
 #include "platform/result_codes.h"
+#include "tests/unit/model/model_test.h"
 
 namespace {
 

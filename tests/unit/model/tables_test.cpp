@@ -3,8 +3,8 @@
 
 #include <cstdlib>
 
-#include "model/model_test.h"
-#include "support/failing_memory.h"
+#include "tests/unit/model/model_test.h"
+#include "tests/unit/support/failing_memory.h"
 
 namespace {
 

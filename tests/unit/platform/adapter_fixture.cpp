@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "platform/adapter_fixture.h"
+#include "tests/unit/platform/adapter_fixture.h"
 
 #include <filesystem>
 

@@ -9,8 +9,8 @@
 #include <gtest/gtest.h>
 
 #include "platform/engine_handlers.h"
-#include "support/sandbox.h"
 #include "tests/support/world.h"
+#include "tests/unit/support/sandbox.h"
 
 struct t_link_change {
     t_device *dev;

@@ -8,11 +8,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "platform/adapter_fixture.h"
 #include "platform/adapters/bus_object.h"
 #include "platform/adapters/network_status.h"
-#include "platform/bus_fixture.h"
 #include "platform/result_codes.h"
+#include "tests/unit/platform/adapter_fixture.h"
+#include "tests/unit/platform/bus_fixture.h"
 
 extern "C" {
 #include <libubox/blobmsg_json.h>

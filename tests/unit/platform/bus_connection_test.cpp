@@ -12,9 +12,9 @@
 #include <unistd.h>
 
 #include "model/banned.h"
-#include "platform/adapter_fixture.h"
 #include "platform/adapters/bus_object.h"
-#include "platform/bus_fixture.h"
+#include "tests/unit/platform/adapter_fixture.h"
+#include "tests/unit/platform/bus_fixture.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "platform/bus_fixture.h"
+#include "tests/unit/platform/bus_fixture.h"
 
 #include <chrono>
 #include <csignal>

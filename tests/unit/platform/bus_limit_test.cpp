@@ -12,10 +12,10 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include "platform/adapter_fixture.h"
 #include "platform/adapters/bus_object.h"
-#include "platform/bus_fixture.h"
 #include "platform/bus_limit.h"
+#include "tests/unit/platform/adapter_fixture.h"
+#include "tests/unit/platform/bus_fixture.h"
 
 namespace {
 

@@ -7,13 +7,13 @@
 #include <thread>
 
 #include "model/banned.h"
-#include "platform/adapter_fixture.h"
 #include "platform/adapters/bus_object.h"
-#include "platform/bus_fixture.h"
 #include "platform/command.h"
-#include "platform/failing_messages.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
+#include "tests/unit/platform/adapter_fixture.h"
+#include "tests/unit/platform/bus_fixture.h"
+#include "tests/unit/platform/failing_messages.h"
 
 namespace {
 

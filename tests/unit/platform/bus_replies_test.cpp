@@ -6,8 +6,8 @@ extern "C" {
 #include <libubox/blobmsg_json.h>
 }
 
-#include "platform/adapter_fixture.h"
 #include "platform/adapters/bus_replies.h"
+#include "tests/unit/platform/adapter_fixture.h"
 
 namespace {
 

@@ -16,9 +16,9 @@
 #include "platform/clock.h"
 #include "platform/command.h"
 #include "platform/ending.h"
-#include "platform/refused_call.h"
 #include "platform/result_codes.h"
-#include "support/sandbox.h"
+#include "tests/unit/platform/refused_call.h"
+#include "tests/unit/support/sandbox.h"
 
 namespace {
 

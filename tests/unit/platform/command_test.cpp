@@ -17,10 +17,10 @@
 
 #include "platform/command.h"
 #include "platform/guards.h"
-#include "platform/refused_call.h"
 #include "platform/result_codes.h"
 #include "platform/spawn.h"
-#include "support/sandbox.h"
+#include "tests/unit/platform/refused_call.h"
+#include "tests/unit/support/sandbox.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "platform/failing_messages.h"
+#include "tests/unit/platform/failing_messages.h"
 
 #include <cerrno>
 #include <cstdlib>

@@ -15,7 +15,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/files.h"
-#include "support/sandbox.h"
+#include "tests/unit/support/sandbox.h"
 
 namespace {
 

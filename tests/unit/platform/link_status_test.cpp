@@ -3,10 +3,10 @@
 #include <filesystem>
 #include <sys/mount.h>
 
-#include "platform/adapter_fixture.h"
 #include "platform/adapters/link_status.h"
 #include "platform/json_object.h"
-#include "support/failing_memory.h"
+#include "tests/unit/platform/adapter_fixture.h"
+#include "tests/unit/support/failing_memory.h"
 
 namespace {
 

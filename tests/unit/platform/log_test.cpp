@@ -17,7 +17,7 @@
 
 #include "platform/guards.h"
 #include "platform/log.h"
-#include "support/sandbox.h"
+#include "tests/unit/support/sandbox.h"
 
 namespace {
 

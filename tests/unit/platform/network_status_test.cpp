@@ -9,11 +9,11 @@ extern "C" {
 #include <libubox/blobmsg_json.h>
 }
 
-#include "platform/adapter_fixture.h"
 #include "platform/adapters/network_status.h"
 #include "platform/bus.h"
-#include "platform/failing_messages.h"
 #include "platform/result_codes.h"
+#include "tests/unit/platform/adapter_fixture.h"
+#include "tests/unit/platform/failing_messages.h"
 
 namespace {
 

@@ -9,7 +9,7 @@
 
 #include "platform/text.h"
 #include "platform/uci_access.h"
-#include "support/sandbox.h"
+#include "tests/unit/support/sandbox.h"
 
 namespace {
 

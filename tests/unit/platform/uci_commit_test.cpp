@@ -15,7 +15,7 @@
 #include "platform/disk_room.h"
 #include "platform/text.h"
 #include "platform/uci_access.h"
-#include "support/sandbox.h"
+#include "tests/unit/support/sandbox.h"
 
 extern "C" {
 #include <uci.h>

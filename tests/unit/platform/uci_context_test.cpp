@@ -10,7 +10,7 @@
 
 #include "platform/log.h"
 #include "platform/uci_access.h"
-#include "support/sandbox.h"
+#include "tests/unit/support/sandbox.h"
 
 extern "C" {
 #include <uci.h>

@@ -7,7 +7,7 @@
 #include <uci.h>
 
 #include "platform/uci_access.h"
-#include "support/sandbox.h"
+#include "tests/unit/support/sandbox.h"
 
 namespace {
 

@@ -14,8 +14,8 @@
 #include "platform/ending.h"
 #include "platform/uci_access.h"
 #include "platform/uci_lock.h"
-#include "support/fake_clock.h"
-#include "support/sandbox.h"
+#include "tests/unit/support/fake_clock.h"
+#include "tests/unit/support/sandbox.h"
 
 namespace {
 

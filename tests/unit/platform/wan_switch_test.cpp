@@ -5,9 +5,9 @@
 #include <functional>
 #include <thread>
 
-#include "platform/adapter_fixture.h"
 #include "platform/adapters/link_status.h"
 #include "platform/adapters/wan_switch.h"
+#include "tests/unit/platform/adapter_fixture.h"
 
 namespace {
 

@@ -7,10 +7,10 @@
 
 #include "platform/log.h"
 #include "probes/arp/arp_frames.h"
-#include "probes/fake_wire.h"
-#include "probes/lan_scene.h"
-#include "support/fake_clock.h"
-#include "support/sandbox.h"
+#include "tests/unit/probes/fake_wire.h"
+#include "tests/unit/probes/lan_scene.h"
+#include "tests/unit/support/fake_clock.h"
+#include "tests/unit/support/sandbox.h"
 
 namespace {
 

@@ -3,10 +3,10 @@
 #include <cerrno>
 
 #include "probes/arp/arp_batch.h"
-#include "probes/fake_wire.h"
-#include "probes/lan_scene.h"
 #include "probes/wire/packet_socket.h"
-#include "support/sandbox.h"
+#include "tests/unit/probes/fake_wire.h"
+#include "tests/unit/probes/lan_scene.h"
+#include "tests/unit/support/sandbox.h"
 
 namespace {
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "probes/arp/arp_frames.h"
 
-#include "probes/bytes.h"
-#include "probes/lan_scene.h"
+#include "tests/unit/probes/bytes.h"
+#include "tests/unit/probes/lan_scene.h"
 
 namespace {
 

@@ -5,13 +5,13 @@
 #include "platform/log.h"
 #include "probes/arp/arp_batch.h"
 #include "probes/arp/arp_probe.h"
-#include "probes/fake_wire.h"
 #include "probes/lan/arp_recheck.h"
 #include "probes/lan/arp_table.h"
-#include "probes/lan_scene.h"
-#include "support/failing_memory.h"
-#include "support/fake_clock.h"
-#include "support/sandbox.h"
+#include "tests/unit/probes/fake_wire.h"
+#include "tests/unit/probes/lan_scene.h"
+#include "tests/unit/support/failing_memory.h"
+#include "tests/unit/support/fake_clock.h"
+#include "tests/unit/support/sandbox.h"
 
 namespace {
 

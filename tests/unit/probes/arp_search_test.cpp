@@ -9,11 +9,11 @@
 #include "probes/arp/arp_batch.h"
 #include "probes/arp/arp_probe.h"
 #include "probes/arp/arp_search.h"
-#include "probes/fake_wire.h"
-#include "probes/lan_scene.h"
-#include "support/failing_memory.h"
-#include "support/fake_clock.h"
-#include "support/sandbox.h"
+#include "tests/unit/probes/fake_wire.h"
+#include "tests/unit/probes/lan_scene.h"
+#include "tests/unit/support/failing_memory.h"
+#include "tests/unit/support/fake_clock.h"
+#include "tests/unit/support/sandbox.h"
 
 namespace {
 

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "probes/lan/arp_table.h"
 
-#include "probes/lan_scene.h"
-#include "support/failing_memory.h"
-#include "support/sandbox.h"
+#include "tests/unit/probes/lan_scene.h"
+#include "tests/unit/support/failing_memory.h"
+#include "tests/unit/support/sandbox.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "probes/lan/bridge_table.h"
-#include "probes/lan_scene.h"
+#include "tests/unit/probes/lan_scene.h"
 
 inline std::string forwarding_record(const t_mac &mac, uint8_t port)
 {

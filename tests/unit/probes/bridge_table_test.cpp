@@ -12,10 +12,10 @@
 
 #include "model/tables.h"
 #include "platform/guards.h"
-#include "probes/bridge_records.h"
-#include "probes/shell.h"
-#include "support/failing_memory.h"
-#include "support/sandbox.h"
+#include "tests/unit/probes/bridge_records.h"
+#include "tests/unit/probes/shell.h"
+#include "tests/unit/support/failing_memory.h"
+#include "tests/unit/support/sandbox.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "probes/discovery/discovery.h"
-#include "probes/sample_frames.h"
+#include "tests/unit/probes/sample_frames.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include "platform/result_codes.h"
 #include "probes/discovery/dhcp_discovery.h"
 #include "probes/discovery/pppoe_discovery.h"
-#include "probes/probe_fixture.h"
+#include "tests/unit/probes/probe_fixture.h"
 
 struct t_discovery_protocol {
     const char *word;  // in names of functions and in most lines

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Collecting a batch and releasing it.
-#include "probes/discovery_fixture.h"
+#include "tests/unit/probes/discovery_fixture.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 // What a batch makes of the frames that arrive on its ports.
 #include <cerrno>
 
-#include "probes/discovery_fixture.h"
+#include "tests/unit/probes/discovery_fixture.h"
 
 extern "C" {
 #include <libubox/uloop.h>

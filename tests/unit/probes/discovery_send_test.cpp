@@ -5,8 +5,8 @@
 #include <net/ethernet.h>
 #include <sys/socket.h>
 
-#include "probes/discovery_fixture.h"
-#include "support/failing_memory.h"
+#include "tests/unit/probes/discovery_fixture.h"
+#include "tests/unit/support/failing_memory.h"
 
 namespace {
 

@@ -11,8 +11,8 @@
 #include "platform/result_codes.h"
 #include "probes/discovery/dhcp_discovery.h"
 #include "probes/discovery/pppoe_discovery.h"
-#include "probes/probe_fixture.h"
-#include "support/failing_memory.h"
+#include "tests/unit/probes/probe_fixture.h"
+#include "tests/unit/support/failing_memory.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "probes/dns/dns_frames.h"
 
-#include "probes/dns_scene.h"
+#include "tests/unit/probes/dns_scene.h"
 
 namespace {
 

@@ -9,11 +9,11 @@
 #include "probes/arp/arp_frames.h"
 #include "probes/dns/dns_frames.h"
 #include "probes/dns/dns_receive.h"
-#include "probes/dns_scene.h"
-#include "probes/fake_wire.h"
 #include "probes/wire/packet_socket.h"
-#include "support/fake_clock.h"
-#include "support/sandbox.h"
+#include "tests/unit/probes/dns_scene.h"
+#include "tests/unit/probes/fake_wire.h"
+#include "tests/unit/support/fake_clock.h"
+#include "tests/unit/support/sandbox.h"
 
 static int random_value;
 

@@ -2,9 +2,9 @@
 // DNS answers as a server sends them.
 #pragma once
 
-#include "probes/bytes.h"
 #include "probes/dns/dns_probe.h"
-#include "probes/lan_scene.h"
+#include "tests/unit/probes/bytes.h"
+#include "tests/unit/probes/lan_scene.h"
 
 struct t_dns_reply {
     uint16_t identification = 0;

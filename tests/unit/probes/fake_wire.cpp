@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "probes/fake_wire.h"
+#include "tests/unit/probes/fake_wire.h"
 
 #include <algorithm>
 #include <cerrno>

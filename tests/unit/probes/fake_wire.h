@@ -12,8 +12,8 @@
 
 #include <linux/if_packet.h>
 
-#include "probes/bytes.h"
 #include "probes/wire/mac.h"
+#include "tests/unit/probes/bytes.h"
 
 struct uloop_fd;
 

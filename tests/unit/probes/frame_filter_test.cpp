@@ -20,13 +20,13 @@
 #include "probes/discovery/pppoe_discovery.h"
 #include "probes/discovery/pppoe_frames.h"
 #include "probes/dns/dns_frames.h"
-#include "probes/dns_scene.h"
-#include "probes/fake_wire.h"
-#include "probes/kernel_filter.h"
 #include "probes/lan/arp_table.h"
-#include "probes/sample_frames.h"
-#include "support/fake_clock.h"
-#include "support/sandbox.h"
+#include "tests/unit/probes/dns_scene.h"
+#include "tests/unit/probes/fake_wire.h"
+#include "tests/unit/probes/kernel_filter.h"
+#include "tests/unit/probes/sample_frames.h"
+#include "tests/unit/support/fake_clock.h"
+#include "tests/unit/support/sandbox.h"
 
 namespace {
 

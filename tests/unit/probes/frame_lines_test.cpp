@@ -11,10 +11,10 @@
 #include "probes/discovery/dhcp_discovery.h"
 #include "probes/discovery/pppoe_discovery.h"
 #include "probes/dns/dns_probe.h"
-#include "probes/dns_scene.h"
 #include "probes/lan/arp_table.h"
-#include "probes/probe_fixture.h"
-#include "support/fake_clock.h"
+#include "tests/unit/probes/dns_scene.h"
+#include "tests/unit/probes/probe_fixture.h"
+#include "tests/unit/support/fake_clock.h"
 
 namespace {
 

@@ -4,13 +4,13 @@
 #include "probes/lan/lan_hosts.h"
 
 #include "model/tables.h"
-#include "probes/bridge_records.h"
-#include "probes/fake_wire.h"
 #include "probes/lan/arp_table.h"
-#include "probes/shell.h"
-#include "support/fake_clock.h"
-#include "support/sandbox.h"
 #include "tests/support/world.h"
+#include "tests/unit/probes/bridge_records.h"
+#include "tests/unit/probes/fake_wire.h"
+#include "tests/unit/probes/shell.h"
+#include "tests/unit/support/fake_clock.h"
+#include "tests/unit/support/sandbox.h"
 
 namespace {
 

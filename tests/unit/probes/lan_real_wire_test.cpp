@@ -8,11 +8,11 @@
 #include "platform/log.h"
 #include "probes/arp/arp_frames.h"
 #include "probes/arp/arp_probe.h"
-#include "probes/dns_scene.h"
 #include "probes/lan/lan_hosts.h"
-#include "probes/veth_net.h"
-#include "support/sandbox.h"
 #include "tests/support/world.h"
+#include "tests/unit/probes/dns_scene.h"
+#include "tests/unit/probes/veth_net.h"
+#include "tests/unit/support/sandbox.h"
 
 namespace {
 

@@ -8,8 +8,8 @@
 
 #include "platform/result_codes.h"
 #include "probes/discovery/pppoe_discovery.h"
-#include "probes/sample_frames.h"
-#include "support/sandbox.h"
+#include "tests/unit/probes/sample_frames.h"
+#include "tests/unit/support/sandbox.h"
 
 namespace {
 

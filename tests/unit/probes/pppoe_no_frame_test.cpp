@@ -3,7 +3,7 @@
 #include "probes/discovery/pppoe_frames.h"
 
 #include "probes/discovery/pppoe_discovery.h"
-#include "probes/probe_fixture.h"
+#include "tests/unit/probes/probe_fixture.h"
 
 size_t build_padi(std::span<uint8_t>, const t_mac &, uint32_t)
 {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "probes/probe_fixture.h"
+#include "tests/unit/probes/probe_fixture.h"
 
 #include <cstring>
 

@@ -9,10 +9,10 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 
-#include "probes/fake_wire.h"
-#include "probes/sample_frames.h"
-#include "support/sandbox.h"
 #include "tests/support/world.h"
+#include "tests/unit/probes/fake_wire.h"
+#include "tests/unit/probes/sample_frames.h"
+#include "tests/unit/support/sandbox.h"
 
 constexpr t_mac LAN_MAC = {{0x02, 0x00, 0x00, 0x00, 0x00, 0x01}};
 

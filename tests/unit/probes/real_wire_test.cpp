@@ -11,9 +11,9 @@
 #include "probes/discovery/dhcp_discovery.h"
 #include "probes/discovery/dispatch.h"
 #include "probes/discovery/pppoe_discovery.h"
-#include "probes/veth_net.h"
-#include "support/sandbox.h"
 #include "tests/support/world.h"
+#include "tests/unit/probes/veth_net.h"
+#include "tests/unit/support/sandbox.h"
 
 namespace {
 

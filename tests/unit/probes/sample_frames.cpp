@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "probes/sample_frames.h"
+#include "tests/unit/probes/sample_frames.h"
 
 #include <algorithm>
 #include <cstring>

@@ -6,8 +6,8 @@
 #include <initializer_list>
 #include <vector>
 
-#include "probes/bytes.h"
 #include "probes/wire/mac.h"
+#include "tests/unit/probes/bytes.h"
 
 // Several runs of bytes as one.
 t_bytes join(std::initializer_list<t_bytes> pieces);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "probes/veth_net.h"
+#include "tests/unit/probes/veth_net.h"
 
 #include <algorithm>
 #include <cstdio>

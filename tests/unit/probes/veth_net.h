@@ -8,9 +8,9 @@
 #include <thread>
 #include <vector>
 
-#include "probes/sample_frames.h"
-#include "probes/shell.h"
 #include "probes/wire/wire_formats.h"
+#include "tests/unit/probes/sample_frames.h"
+#include "tests/unit/probes/shell.h"
 
 extern "C" {
 #include <libubox/uloop.h>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "support/failing_memory.h"
+#include "tests/unit/support/failing_memory.h"
 
 static bool memory_is_short;
 static int spared_calls;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "support/fake_clock.h"
+#include "tests/unit/support/fake_clock.h"
 
 #include "platform/clock.h"
 

@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include "support/sandbox.h"
+#include "tests/unit/support/sandbox.h"
 
 int main(int argc, char **argv)
 {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "support/sandbox.h"
+#include "tests/unit/support/sandbox.h"
 
 #include <cerrno>
 #include <cstdio>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The sandbox keeps the host out, and a captured log hides nothing of a test that failed.
-#include "support/sandbox.h"
+#include "tests/unit/support/sandbox.h"
 
 #include <functional>
 
