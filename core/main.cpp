@@ -120,8 +120,8 @@ static void load_model()
     }
     if (init_fake_wan_device(&port_model) != OK)
         LOG_AS(MAIN, Info, "init_fake_wan_device failed!\n");
-    port_model.enable = static_cast<uint8_t>(get_wan_detect_enable());
-    port_model.router_mode = static_cast<uint8_t>(get_is_router_mode());
+    port_model.enable = get_wan_detect_enable();
+    port_model.router_mode = get_is_router_mode();
     update_wan_device(&port_model);
     set_uci_lock_limit(UCI_LOCK_LIMIT_MS);
 }

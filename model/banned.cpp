@@ -8,19 +8,21 @@
 #include "platform/log.h"
 #include "platform/result_codes.h"
 
-namespace {
-
 constexpr t_time_stamp NEVER = {0, INT32_MAX};
+
+namespace {
 
 enum class t_ban_change { created, made_infinite, extended, kept, no_memory };
 
-bool is_infinite(const t_device_list &node)
+} // namespace
+
+static bool is_infinite(const t_device_list &node)
 {
     return node.aging_time.sec == NEVER.sec && node.aging_time.usec == NEVER.usec;
 }
 
 // A ban that would outlast the 32-bit clock ends with it.
-t_time_stamp end_after(t_time_stamp now, int32_t seconds)
+static t_time_stamp end_after(t_time_stamp now, int32_t seconds)
 {
     if (seconds == BAN_FOREVER)
         return NEVER;
@@ -28,13 +30,13 @@ t_time_stamp end_after(t_time_stamp now, int32_t seconds)
 }
 
 // A 32-bit product by design: long bans compare by what is left of it.
-int32_t wrapped_microseconds(int32_t seconds)
+static int32_t wrapped_microseconds(int32_t seconds)
 {
     return static_cast<int32_t>(static_cast<uint32_t>(seconds) * static_cast<uint32_t>(MICROSECONDS_PER_SECOND));
 }
 
 // Under the banned lock.
-t_ban_change renew_ban(t_device_list *node, int32_t seconds, t_time_stamp now)
+static t_ban_change renew_ban(t_device_list *node, int32_t seconds, t_time_stamp now)
 {
     if (seconds == BAN_FOREVER) {
         node->aging_time = NEVER;
@@ -46,7 +48,7 @@ t_ban_change renew_ban(t_device_list *node, int32_t seconds, t_time_stamp now)
     return t_ban_change::extended;
 }
 
-t_ban_change ban(t_device_list_head *banned_list, t_device *device, int32_t seconds)
+static t_ban_change ban(t_device_list_head *banned_list, t_device *device, int32_t seconds)
 {
     t_spin_guard banning(engine_gate->locks.banned_lock);
     const t_time_stamp now = get_time_stamp();
@@ -59,7 +61,7 @@ t_ban_change ban(t_device_list_head *banned_list, t_device *device, int32_t seco
     return t_ban_change::created;
 }
 
-bool unlink_ban(t_device_list_head *banned_list, const t_device *device, bool infinite_only)
+static bool unlink_ban(t_device_list_head *banned_list, const t_device *device, bool infinite_only)
 {
     t_spin_guard banning(engine_gate->locks.banned_lock);
     t_device_list *node = banned_list->find(device);
@@ -70,8 +72,8 @@ bool unlink_ban(t_device_list_head *banned_list, const t_device *device, bool in
 }
 
 // What both ways of lifting have in common: their result, and in `*device` the port, null when it is unknown.
-int lift_ban(t_device *dev_hashmap_head, t_device_list_head *banned_list, const char *name, t_device **device,
-             bool infinite_only)
+static int lift_ban(t_device *dev_hashmap_head, t_device_list_head *banned_list, const char *name, t_device **device,
+                    bool infinite_only)
 {
     if (!dev_hashmap_head || !banned_list || (!name && !*device))
         return ERR_INVALID_INPUT;
@@ -81,7 +83,7 @@ int lift_ban(t_device *dev_hashmap_head, t_device_list_head *banned_list, const 
 }
 
 // Moves the bans that ran out to `expired`, in list order.
-void take_expired_bans(t_device_list_head *banned_list, t_device_list_head *expired)
+static void take_expired_bans(t_device_list_head *banned_list, t_device_list_head *expired)
 {
     t_spin_guard banning(engine_gate->locks.banned_lock);
     const t_time_stamp now = get_time_stamp();
@@ -95,8 +97,6 @@ void take_expired_bans(t_device_list_head *banned_list, t_device_list_head *expi
         last = node;
     }
 }
-
-} // namespace
 
 void update_banned_device_list(t_device_list_head *banned_list)
 {

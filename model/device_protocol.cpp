@@ -6,23 +6,19 @@
 #include "platform/log.h"
 #include "platform/result_codes.h"
 
-namespace {
-
-void leave_protocol(t_device *device)
+static void leave_protocol(t_device *device)
 {
     t_protocol *former = device->proto;
     if (former)
         former->devices.remove(device);
 }
 
-void join_protocol(t_device *device, t_protocol *wanted)
+static void join_protocol(t_device *device, t_protocol *wanted)
 {
     device->proto = wanted;
     if (wanted)
         wanted->devices.add(device);
 }
-
-} // namespace
 
 int set_dev_using_specific_proto(t_device *dev_hashmap_head, t_protocol *proto_hashmap_head, t_device *device,
                                  t_protocol *protocol, const char *dev_name, const char *proto_name)

@@ -11,16 +11,12 @@
 #include "platform/result_codes.h"
 #include "platform/text.h"
 
-namespace {
-
-void store_no_fake_wan()
+static void store_no_fake_wan()
 {
     char key[UCI_PATH_SIZE]; // the call cuts it
     bounded_copy(key, FAKE_WAN_KEY, sizeof key);
     _uci_set_value_commit(key, FAKE_WAN_NONE);
 }
-
-} // namespace
 
 int init_fake_wan_device(t_port_model *model)
 {

@@ -12,7 +12,7 @@
 #include "platform/result_codes.h"
 #include "platform/text.h"
 
-constexpr int DEVICE_LIMIT = static_cast<int>(MAX_DEVICES);
+constexpr int DEVICE_LIMIT = MAX_DEVICES;
 constexpr const char *LOADING = "generate_eth_device"; // its parts speak in its name
 
 namespace {
@@ -183,16 +183,16 @@ int init_all_eth_device(t_port_model *model)
     return result;
 }
 
-int get_wan_detect_enable()
+bool get_wan_detect_enable()
 {
     char value[UCI_VALUE_SIZE] = "";
     if (_uci_get_value("network.auto_wan_detect.enable", value) != OK) {
         LOG(Error, "Unable to get network.auto_wan_detect.enable, treat it as off!\n");
         wan_detect_remove_fake_wan();
-        return 0;
+        return false;
     }
     if (has_prefix(value, "on") || has_prefix(value, "true"))
-        return 1;
+        return true;
     wan_detect_remove_fake_wan();
-    return 0;
+    return false;
 }

@@ -8,9 +8,7 @@
 
 t_port_model port_model;
 
-namespace {
-
-void release_all_protocols(t_protocol **proto_hashmap_head)
+static void release_all_protocols(t_protocol **proto_hashmap_head)
 {
     while (t_protocol *protocol = *proto_hashmap_head) {
         protocol->devices.clear();
@@ -18,8 +16,6 @@ void release_all_protocols(t_protocol **proto_hashmap_head)
         free(protocol);
     }
 }
-
-} // namespace
 
 void release_port_model(t_port_model *model)
 {

@@ -28,6 +28,3 @@ static_assert(offsetof(t_protocol, snd_conn) == offsetof(t_protocol, name) + NAM
 
 // "null" for what is not there, as every log line writes it.
 const char *protocol_name(const t_protocol *protocol);
-
-// True when `text` begins with `keyword`; a null text begins with nothing.
-bool has_prefix(const char *text, const char *keyword);

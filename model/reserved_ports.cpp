@@ -11,7 +11,7 @@
 #include "platform/result_codes.h"
 #include "platform/text.h"
 
-constexpr size_t MAX_LABELS = 16;
+constexpr int MAX_LABELS = 16;
 constexpr int LOWEST_INDEX = 2; // the first LAN port is never taken for a member
 constexpr int HIGHEST_INDEX = MAX_LABELS;
 constexpr const char *REBUILDING = "update_lan_agg_port"; // its parts speak in its name
@@ -68,7 +68,7 @@ static t_label_list split_labels(const char *text)
 {
     t_label_list list = {};
     char word[CONFIG_TEXT_SIZE];
-    while (list.count < static_cast<int>(MAX_LABELS) && next_word(&text, word))
+    while (list.count < MAX_LABELS && next_word(&text, word))
         copy_name(list.labels[list.count++], word);
     return list;
 }

@@ -3,22 +3,14 @@
 #pragma once
 
 #include <cstdio>
-#include <cstdlib>
+#include <memory>
 #include <pthread.h>
 #include <unistd.h>
 
-// Owns a stream; null owns nothing.
-struct t_file_guard {
-    FILE *file;
-    explicit t_file_guard(FILE *opened) : file(opened) {}
-    ~t_file_guard()
-    {
-        if (file)
-            fclose(file);
-    }
-    t_file_guard(const t_file_guard &) = delete;
-    t_file_guard &operator=(const t_file_guard &) = delete;
+struct t_file_closer {
+    void operator()(FILE *file) const { fclose(file); }
 };
+using t_file_guard = std::unique_ptr<FILE, t_file_closer>;
 
 // Owns a descriptor; a negative one owns nothing.
 struct t_fd_guard {
@@ -31,15 +23,6 @@ struct t_fd_guard {
     }
     t_fd_guard(const t_fd_guard &) = delete;
     t_fd_guard &operator=(const t_fd_guard &) = delete;
-};
-
-// Owns memory of malloc and its kin.
-template <typename T> struct t_memory_guard {
-    T *memory;
-    explicit t_memory_guard(T *allocated) : memory(allocated) {}
-    ~t_memory_guard() { free(memory); }
-    t_memory_guard(const t_memory_guard &) = delete;
-    t_memory_guard &operator=(const t_memory_guard &) = delete;
 };
 
 template <typename Lock, int (*acquire)(Lock *), int (*release)(Lock *)> struct t_lock_guard {

@@ -14,3 +14,8 @@ size_t bounded_copy(char *destination, const char *source, size_t size)
     destination[copied] = '\0';
     return wanted;
 }
+
+bool has_prefix(const char *text, const char *keyword)
+{
+    return text && strncmp(text, keyword, strlen(keyword)) == 0;
+}

@@ -7,6 +7,9 @@
 // Copies at most `size` - 1 characters and terminates; returns the length that was wanted.
 size_t bounded_copy(char *destination, const char *source, size_t size);
 
+// True when `text` begins with `keyword`; a null text begins with nothing.
+bool has_prefix(const char *text, const char *keyword);
+
 // The words of log lines and script arguments, each spelled here alone.
 constexpr const char *up_or_down(bool up)
 {

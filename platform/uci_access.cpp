@@ -4,23 +4,19 @@
 
 #include <cstdio>
 
-#include <uci.h>
-
 #include "platform/log.h"
+#include "platform/result_codes.h"
 #include "platform/text.h"
 #include "platform/uci_commit.h"
-#include "platform/uci_context.h"
-
-namespace {
 
 // The library reports success for a section that is not there; only the pointer tells.
-bool lookup_reached_a_section_or_package(const uci_ptr &pointer)
+static bool lookup_reached_a_section_or_package(const uci_ptr &pointer)
 {
     return (pointer.flags & uci_ptr::UCI_LOOKUP_COMPLETE) || pointer.s;
 }
 
 // The library's own call for it writes beyond the end of a buffer.
-const char *error_text(int error)
+static const char *error_text(int error)
 {
     switch (error) {
     case UCI_OK:
@@ -42,28 +38,26 @@ const char *error_text(int error)
     }
 }
 
-const char *text_or_none(const char *text)
+static const char *text_or_none(const char *text)
 {
     return text ? text : "";
 }
 
-} // namespace
-
-int _uci_get_value(const char *p_uci_str, char *p_value)
+int _uci_get_value(const char *p_uci_str, char (&value)[UCI_VALUE_SIZE])
 {
-    if (!p_uci_str || !p_value) {
+    if (!p_uci_str) {
         LOG(Error, "p_uci_str or p_value is null\n");
         return UCI_ACCESS_FAILED;
     }
     char path[UCI_PATH_SIZE];
     size_t length = bounded_copy(path, p_uci_str, sizeof path);
-    t_uci_context_guard guard(open_uci_context());
-    if (!guard.context) {
+    const t_uci_context_guard context = open_uci_context();
+    if (!context) {
         LOG(Error, "fail to init uci context:%s\n", path);
         return UCI_ACCESS_FAILED;
     }
     uci_ptr pointer = {};
-    if (length >= sizeof path || look_up_uci_path(guard.context, &pointer, path) != UCI_OK ||
+    if (length >= sizeof path || look_up_uci_path(context.get(), &pointer, path) != UCI_OK ||
         !lookup_reached_a_section_or_package(pointer)) {
         LOG(Info, "fail to get ptr %s \n", p_uci_str);
         return UCI_ACCESS_FAILED;
@@ -76,8 +70,8 @@ int _uci_get_value(const char *p_uci_str, char *p_value)
         LOG(Info, "option type is not string:%d\n", pointer.o->type);
         return UCI_ACCESS_FAILED;
     }
-    bounded_copy(p_value, pointer.o->v.string, UCI_VALUE_SIZE);
-    return 0;
+    bounded_copy(value, pointer.o->v.string, sizeof value);
+    return OK;
 }
 
 int _uci_set_value_commit(char *p_uci_str, const char *p_value)
@@ -89,13 +83,13 @@ int _uci_set_value_commit(char *p_uci_str, const char *p_value)
     LOG(Info, "p_uci_str:%s, p_value:%s\n", p_uci_str, p_value);
     char path[UCI_PATH_SIZE];
     size_t length = bounded_copy(path, p_uci_str, sizeof path);
-    t_uci_context_guard guard(open_uci_context());
-    if (!guard.context) {
+    const t_uci_context_guard context = open_uci_context();
+    if (!context) {
         LOG(Error, "fail to init uci context:%s\n", path);
         return UCI_ACCESS_FAILED;
     }
     uci_ptr pointer = {};
-    if (length >= sizeof path || look_up_uci_path(guard.context, &pointer, p_uci_str) != UCI_OK) {
+    if (length >= sizeof path || look_up_uci_path(context.get(), &pointer, p_uci_str) != UCI_OK) {
         LOG(Error, "fail to get ptr again %s \n", length >= sizeof path ? p_uci_str : path);
         return UCI_ACCESS_FAILED;
     }
@@ -105,30 +99,24 @@ int _uci_set_value_commit(char *p_uci_str, const char *p_value)
     LOG(Debug, "p_uci.section:%s\n", text_or_none(pointer.section));
     LOG(Debug, "p_uci.option:%s\n", text_or_none(pointer.option));
     LOG(Debug, "p_uci.value:%s\n", pointer.value);
-    int result = uci_set(guard.context, &pointer);
+    int result = uci_set(context.get(), &pointer);
     if (result != UCI_OK) {
         LOG(Error, "fail to set ptr %s (ret:%d)\n", path, result);
         return UCI_ACCESS_FAILED;
     }
-    if (commit_uci_package(guard.context, &pointer.p) != UCI_OK) {
+    if (commit_uci_package(context.get(), &pointer.p) != UCI_OK) {
         LOG(Error, "fail to commit %s\n", path);
         return UCI_ACCESS_FAILED;
     }
     LOG(Info, "Success to set %s = %s \n", path, p_value);
-    return 0;
+    return OK;
 }
 
 t_uci_package::t_uci_package(const char *name)
     : context(open_uci_context()), package(nullptr), name_(name), error_(UCI_ERR_MEM)
 {
     if (context)
-        error_ = load_uci_package(context, name, &package);
-}
-
-t_uci_package::~t_uci_package()
-{
-    if (context)
-        uci_free_context(context);
+        error_ = load_uci_package(context.get(), name, &package);
 }
 
 void t_uci_package::tell_error() const

@@ -1,23 +1,24 @@
 // SPDX-License-Identifier: MIT
 // Single values of the router's configuration in /etc/config. Each call opens and frees a context of its own, so any
-// thread may call; results are 0 or -1, and every failure has been logged.
+// thread may call; results are OK or UCI_ACCESS_FAILED, and every failure has been logged.
 #pragma once
 
 #include <cstddef>
 
+#include "platform/uci_context.h"
 #include "platform/uci_limits.h"
 
-struct uci_context;
-struct uci_package;
-
-// Reads the string option at `p_uci_str` ("package.section.option") into `p_value`, a buffer of UCI_VALUE_SIZE bytes.
-// The buffer is left alone on failure. A path of UCI_PATH_SIZE characters or more is refused.
-int _uci_get_value(const char *p_uci_str, char *p_value);
+// Reads the string option at `p_uci_str` ("package.section.option") into `value`, which is left alone on failure. A
+// path of UCI_PATH_SIZE characters or more is refused.
+int _uci_get_value(const char *p_uci_str, char (&value)[UCI_VALUE_SIZE]);
 
 // Sets and commits one option. `p_uci_str` is cut at its first dot by the call, so it must be writable.
 int _uci_set_value_commit(char *p_uci_str, const char *p_value);
 
-// The slot-taking members keep their context in `*slot` for a later _uci_commit, and create it when the slot is empty.
+// The members from here on are the rest of the family. Nobody calls them in this program; they are kept as one library
+// with the two above.
+//
+// The slot-taking ones keep their context in `*slot` for a later _uci_commit, and create it when the slot is empty.
 int _uci_set_value(uci_context **slot, const char *package, const char *section, const char *option, const char *value);
 int _uci_commit(uci_context *context);
 int _uci_delete(uci_context **slot, const char *package, const char *section, const char *option);
@@ -34,13 +35,10 @@ int _uci_get_state_value(const char *package, const char *section, const char *o
 // A package opened for a walk over its sections; closed at the end of the scope. `package` is null when it could not be
 // loaded. The name is borrowed.
 struct t_uci_package {
-    uci_context *context;
+    t_uci_context_guard context;
     uci_package *package;
 
     explicit t_uci_package(const char *name);
-    ~t_uci_package();
-    t_uci_package(const t_uci_package &) = delete;
-    t_uci_package &operator=(const t_uci_package &) = delete;
 
     // Writes the library's reason to standard error, as the library would.
     void tell_error() const;

@@ -20,9 +20,9 @@
 #include "platform/uci_lock.h"
 #include "platform/uci_save_folder.h"
 
-namespace {
-
 constexpr mode_t MODE_BITS = 07777;
+
+namespace {
 
 struct t_text {
     char *bytes = nullptr; // owns
@@ -34,13 +34,15 @@ struct t_text {
     t_text &operator=(const t_text &) = delete;
 };
 
-bool is_same(const t_text &a, const t_text &b)
+} // namespace
+
+static bool is_same(const t_text &a, const t_text &b)
 {
     return a.size == b.size && memcmp(a.bytes, b.bytes, a.size) == 0;
 }
 
 // A text as the library writes it begins and ends with an empty line.
-bool is_cut(const t_text &found, const t_text &wanted)
+static bool is_cut(const t_text &found, const t_text &wanted)
 {
     if (found.size >= wanted.size || memcmp(found.bytes, wanted.bytes, found.size) != 0)
         return false;
@@ -48,7 +50,7 @@ bool is_cut(const t_text &found, const t_text &wanted)
 }
 
 // The text that a commit would write.
-int write_text(uci_context *context, uci_package *package, t_text *text)
+static int write_text(uci_context *context, uci_package *package, t_text *text)
 {
     FILE *stream = open_memstream(&text->bytes, &text->size);
     if (!stream)
@@ -57,21 +59,25 @@ int write_text(uci_context *context, uci_package *package, t_text *text)
     return fclose(stream) == 0 ? result : static_cast<int>(UCI_ERR_MEM);
 }
 
+namespace {
+
 enum class t_changes { none, waiting };
 
+} // namespace
+
 // The same of the package as it is stored, with the changes that wait or without.
-int write_stored_text(const char *name, t_changes changes, t_text *text)
+static int write_stored_text(const char *name, t_changes changes, t_text *text)
 {
-    t_uci_context_guard guard(open_uci_context());
-    if (!guard.context || (changes == t_changes::none && !uci_leave_save_folder(guard.context)))
+    const t_uci_context_guard context = open_uci_context();
+    if (!context || (changes == t_changes::none && !uci_leave_save_folder(context.get())))
         return UCI_ERR_MEM;
     uci_package *package = nullptr;
-    const int result = load_uci_package(guard.context, name, &package);
-    return result == UCI_OK ? write_text(guard.context, package, text) : result;
+    const int result = load_uci_package(context.get(), name, &package);
+    return result == UCI_OK ? write_text(context.get(), package, text) : result;
 }
 
 // True when neither the file nor the changes that wait hold anything else than `wanted`.
-bool is_stored_already(const char *name, const t_text &wanted)
+static bool is_stored_already(const char *name, const t_text &wanted)
 {
     for (t_changes changes : {t_changes::none, t_changes::waiting}) {
         t_text stored;
@@ -81,7 +87,7 @@ bool is_stored_already(const char *name, const t_text &wanted)
     return true;
 }
 
-bool read_all(int fd, size_t size, t_text *text)
+static bool read_all(int fd, size_t size, t_text *text)
 {
     text->bytes = static_cast<char *>(malloc(size + 1));
     if (!text->bytes)
@@ -95,10 +101,14 @@ bool read_all(int fd, size_t size, t_text *text)
     return true;
 }
 
+namespace {
+
 enum class t_lock { none, exclusive };
 
+} // namespace
+
 // False when the file is no file, or cannot be locked in time; the lock ends with the call.
-bool read_file(const char *path, t_lock lock, t_text *text, mode_t *mode)
+static bool read_file(const char *path, t_lock lock, t_text *text, mode_t *mode)
 {
     const t_fd_guard guard(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     struct stat file = {};
@@ -109,7 +119,7 @@ bool read_file(const char *path, t_lock lock, t_text *text, mode_t *mode)
     return read_all(guard.fd, static_cast<size_t>(file.st_size), text);
 }
 
-bool write_draft(int fd, const t_text &text, mode_t mode)
+static bool write_draft(int fd, const t_text &text, mode_t mode)
 {
     size_t written = 0;
     while (written < text.size) {
@@ -122,7 +132,7 @@ bool write_draft(int fd, const t_text &text, mode_t mode)
 }
 
 // Through a draft, so that there never is half of it.
-bool replace_file(const char *path, const t_text &text, mode_t mode)
+static bool replace_file(const char *path, const t_text &text, mode_t mode)
 {
     char draft[PATH_MAX];
     if (snprintf(draft, sizeof draft, "%s.XXXXXX", path) >= static_cast<int>(sizeof draft))
@@ -138,7 +148,7 @@ bool replace_file(const char *path, const t_text &text, mode_t mode)
 
 // Somebody else may have used up the room while the library wrote. The former text had room before. Whoever replaces
 // the file does so as a whole, so neither the look nor the return to the former text waits for a lock.
-int look_after_commit(const char *path, const t_text &former, const t_text &wanted)
+static int look_after_commit(const char *path, const t_text &former, const t_text &wanted)
 {
     t_text found;
     mode_t mode = 0;
@@ -153,7 +163,7 @@ int look_after_commit(const char *path, const t_text &former, const t_text &want
     return UCI_ERR_IO;
 }
 
-bool has_room(const char *path, const t_text &former, const t_text &wanted)
+static bool has_room(const char *path, const t_text &former, const t_text &wanted)
 {
     char folder[PATH_MAX];
     bounded_copy(folder, path, sizeof folder);
@@ -162,13 +172,11 @@ bool has_room(const char *path, const t_text &former, const t_text &wanted)
 }
 
 // False when the file cannot be read or locked, or when there is no room beside it.
-bool may_be_replaced(const char *path, const t_text &wanted, t_text *former)
+static bool may_be_replaced(const char *path, const t_text &wanted, t_text *former)
 {
     mode_t mode = 0;
     return read_file(path, t_lock::exclusive, former, &mode) && has_room(path, *former, wanted);
 }
-
-} // namespace
 
 int commit_uci_package(uci_context *context, uci_package **package)
 {

@@ -1,19 +1,17 @@
 // SPDX-License-Identifier: MIT
+// Contexts as this program wants them: its folders, and no lock that is waited for without a limit.
 #include "platform/uci_context.h"
 
 #include "platform/uci_limits.h"
 #include "platform/uci_lock.h"
 #include "platform/uci_save_folder.h"
 
-uci_context *open_uci_context()
+t_uci_context_guard open_uci_context()
 {
-    uci_context *context = uci_alloc_context();
-    if (!context)
-        return nullptr;
-    if (uci_set_confdir(context, UCI_CONFIG_DIR) == UCI_OK && uci_guard_save_folder(context))
-        return context;
-    uci_free_context(context);
-    return nullptr;
+    t_uci_context_guard context(uci_alloc_context());
+    if (context && (uci_set_confdir(context.get(), UCI_CONFIG_DIR) != UCI_OK || !uci_guard_save_folder(context.get())))
+        context.reset();
+    return context;
 }
 
 int load_uci_package(uci_context *context, const char *name, uci_package **package)

@@ -6,14 +6,14 @@
 #include <cstring>
 
 #include "platform/log.h"
+#include "platform/result_codes.h"
 #include "platform/text.h"
 #include "platform/uci_commit.h"
-#include "platform/uci_context.h"
-
-namespace {
 
 constexpr const char *STATE_DIR = "/var/state";
 constexpr char COMMITTED_PACKAGE[] = "wan_detect";
+
+namespace {
 
 // A looked-up option together with the text that the library cut up and still points into.
 struct t_target {
@@ -21,24 +21,34 @@ struct t_target {
     uci_ptr pointer;
 };
 
-using t_change = int (*)(uci_context *, uci_ptr *);
+// One change of one option, and who tells of it.
+struct t_edit {
+    const char *speaker;
+    int (*change)(uci_context *, const t_edit &); // the library's code
+    const char *package;
+    const char *section;
+    const char *option;
+    const char *value; // none for a deletion
+};
+
+} // namespace
 
 // Fills an empty slot. False when it stays empty.
-bool fill_slot(uci_context **slot)
+static bool fill_slot(uci_context **slot)
 {
     if (!*slot)
-        *slot = open_uci_context();
+        *slot = open_uci_context().release();
     return *slot != nullptr;
 }
 
-void drop_slot(uci_context **slot)
+static void drop_slot(uci_context **slot)
 {
     uci_free_context(*slot);
     *slot = nullptr;
 }
 
 // The library's code. The names are checked by this form of look-up only, and unchecked ones would be lost silently.
-int look_up(uci_context *context, t_target *target, const char *package, const char *section, const char *option)
+static int look_up(uci_context *context, t_target *target, const char *package, const char *section, const char *option)
 {
     int length = snprintf(target->path, sizeof target->path, "%s.%s.%s", package, section, option);
     if (length < 0 || static_cast<size_t>(length) >= sizeof target->path)
@@ -46,19 +56,28 @@ int look_up(uci_context *context, t_target *target, const char *package, const c
     return look_up_uci_path(context, &target->pointer, target->path);
 }
 
-int change_option(uci_context *context, t_change change, const char *package, const char *section, const char *option,
-                  const char *value)
+static int change_option(uci_context *context, const t_edit &edit, int (*change)(uci_context *, uci_ptr *))
 {
     t_target target = {};
-    int result = look_up(context, &target, package, section, option);
+    int result = look_up(context, &target, edit.package, edit.section, edit.option);
     if (result != UCI_OK)
         return result;
-    target.pointer.value = value;
+    target.pointer.value = edit.value;
     return change(context, &target.pointer);
 }
 
+static int delete_option(uci_context *context, const t_edit &edit)
+{
+    return change_option(context, edit, uci_delete);
+}
+
+static int add_item(uci_context *context, const t_edit &edit)
+{
+    return change_option(context, edit, uci_add_list);
+}
+
 // The library's call for it leaves a plain text alone, and adding an item makes that text the first one.
-int remove_from_list(uci_context *context, uci_ptr *pointer)
+static int remove_from_list(uci_context *context, uci_ptr *pointer)
 {
     const uci_option *option = pointer->o;
     if (!option || option->type != UCI_TYPE_STRING)
@@ -70,16 +89,13 @@ int remove_from_list(uci_context *context, uci_ptr *pointer)
 }
 
 // An item that is not in the list yet is simply added.
-int move_to_end_of_list(uci_context *context, const char *package, const char *section, const char *option,
-                        const char *value)
+static int move_item_to_end(uci_context *context, const t_edit &edit)
 {
-    int result = change_option(context, remove_from_list, package, section, option, value);
-    if (result != UCI_OK)
-        return result;
-    return change_option(context, uci_add_list, package, section, option, value);
+    int result = change_option(context, edit, remove_from_list);
+    return result == UCI_OK ? add_item(context, edit) : result;
 }
 
-int commit_package(uci_context *context, const char *name)
+static int commit_package(uci_context *context, const char *name)
 {
     char path[UCI_PATH_SIZE];
     bounded_copy(path, name, sizeof path);
@@ -90,7 +106,38 @@ int commit_package(uci_context *context, const char *name)
     return commit_uci_package(context, &pointer.p);
 }
 
-} // namespace
+// Makes a change in the slot's context, where it waits.
+static int edit_in_slot(uci_context **slot, const t_edit &edit)
+{
+    const bool has_value = edit.value || edit.change == delete_option;
+    if (!slot || !edit.package || !edit.section || !edit.option || !has_value) {
+        LOG_AS(edit.speaker, Error, "invalid parameter\n");
+        return UCI_ACCESS_FAILED;
+    }
+    if (!fill_slot(slot)) {
+        LOG_AS(edit.speaker, Error, "fail to init uci context:%s.%s.%s\n", edit.package, edit.section, edit.option);
+        return UCI_ACCESS_FAILED;
+    }
+    if (edit.change == delete_option)
+        LOG_AS(edit.speaker, Debug, "delete %s %s\n", edit.section, edit.option);
+    else
+        LOG_AS(edit.speaker, Debug, "save %s %s\n", edit.section, edit.option);
+    return edit.change(*slot, edit) == UCI_OK ? OK : UCI_ACCESS_FAILED;
+}
+
+static int edit_and_commit(const t_edit &edit)
+{
+    uci_context *slot = nullptr;
+    const int result = edit_in_slot(&slot, edit);
+    const t_uci_context_guard context(slot);
+    if (result != OK)
+        return result;
+    if (commit_package(context.get(), edit.package) != UCI_OK) {
+        LOG_AS(edit.speaker, Error, "fail to commit %s\n", edit.package);
+        return UCI_ACCESS_FAILED;
+    }
+    return OK;
+}
 
 int _uci_set_value(uci_context **slot, const char *package, const char *section, const char *option, const char *value)
 {
@@ -119,12 +166,12 @@ int _uci_set_value(uci_context **slot, const char *package, const char *section,
         return UCI_ACCESS_FAILED;
     }
     LOG(Info, "Success to set %s.%s.%s = %s, not commit yet\n", package, section, option, value);
-    return 0;
+    return OK;
 }
 
 int _uci_commit(uci_context *context)
 {
-    t_uci_context_guard guard(context);
+    const t_uci_context_guard guard(context);
     if (!context) {
         LOG(Error, "fail to init uci context\n");
         LOG(Error, "commit failed\n");
@@ -136,113 +183,44 @@ int _uci_commit(uci_context *context)
         return UCI_ACCESS_FAILED;
     }
     LOG(Debug, "success commit\n");
-    return 0;
+    return OK;
 }
 
 int _uci_delete(uci_context **slot, const char *package, const char *section, const char *option)
 {
-    if (!slot || !package || !section || !option) {
-        LOG(Error, "invalid parameter\n");
-        return UCI_ACCESS_FAILED;
-    }
-    if (!fill_slot(slot)) {
-        LOG(Error, "fail to init uci context:%s.%s.%s\n", package, section, option);
-        return UCI_ACCESS_FAILED;
-    }
-    LOG(Debug, "delete %s %s\n", section, option);
-    return change_option(*slot, uci_delete, package, section, option, nullptr) == UCI_OK ? 0 : UCI_ACCESS_FAILED;
+    constexpr const char *speaker = "_uci_delete";
+    return edit_in_slot(slot, {speaker, delete_option, package, section, option, nullptr});
 }
 
 int _uci_delete_commit(const char *package, const char *section, const char *option)
 {
-    if (!package || !section || !option) {
-        LOG(Error, "invalid parameter\n");
-        return UCI_ACCESS_FAILED;
-    }
-    t_uci_context_guard guard(open_uci_context());
-    if (!guard.context) {
-        LOG(Error, "fail to init uci context:%s.%s.%s\n", package, section, option);
-        return UCI_ACCESS_FAILED;
-    }
-    LOG(Debug, "delete %s %s\n", section, option);
-    if (change_option(guard.context, uci_delete, package, section, option, nullptr) != UCI_OK)
-        return UCI_ACCESS_FAILED;
-    if (commit_package(guard.context, package) != UCI_OK) {
-        LOG(Error, "fail to commit %s\n", package);
-        return UCI_ACCESS_FAILED;
-    }
-    return 0;
+    constexpr const char *speaker = "_uci_delete_commit";
+    return edit_and_commit({speaker, delete_option, package, section, option, nullptr});
 }
 
 int _uci_add_list(uci_context **slot, const char *package, const char *section, const char *option, const char *value)
 {
-    if (!slot || !package || !section || !option || !value) {
-        LOG(Error, "invalid parameter\n");
-        return UCI_ACCESS_FAILED;
-    }
-    if (!fill_slot(slot)) {
-        LOG(Error, "fail to init uci context:%s.%s.%s\n", package, section, option);
-        return UCI_ACCESS_FAILED;
-    }
-    LOG(Debug, "save %s %s\n", section, option);
-    return change_option(*slot, uci_add_list, package, section, option, value) == UCI_OK ? 0 : UCI_ACCESS_FAILED;
+    constexpr const char *speaker = "_uci_add_list";
+    return edit_in_slot(slot, {speaker, add_item, package, section, option, value});
 }
 
 int _uci_add_list_commit(const char *package, const char *section, const char *option, const char *value)
 {
-    if (!package || !section || !option || !value) {
-        LOG(Error, "invalid parameter\n");
-        return UCI_ACCESS_FAILED;
-    }
-    t_uci_context_guard guard(open_uci_context());
-    if (!guard.context) {
-        LOG(Error, "fail to init uci context:%s.%s.%s\n", package, section, option);
-        return UCI_ACCESS_FAILED;
-    }
-    LOG(Debug, "save %s %s\n", section, option);
-    if (change_option(guard.context, uci_add_list, package, section, option, value) != UCI_OK)
-        return UCI_ACCESS_FAILED;
-    if (commit_package(guard.context, package) != UCI_OK) {
-        LOG(Error, "fail to commit %s\n", package);
-        return UCI_ACCESS_FAILED;
-    }
-    return 0;
+    constexpr const char *speaker = "_uci_add_list_commit";
+    return edit_and_commit({speaker, add_item, package, section, option, value});
 }
 
 int _uci_del_add_list(uci_context **slot, const char *package, const char *section, const char *option,
                       const char *value)
 {
-    if (!slot || !package || !section || !option || !value) {
-        LOG(Error, "invalid parameter\n");
-        return UCI_ACCESS_FAILED;
-    }
-    if (!fill_slot(slot)) {
-        LOG(Error, "fail to init uci context:%s.%s.%s\n", package, section, option);
-        return UCI_ACCESS_FAILED;
-    }
-    LOG(Debug, "save %s %s\n", section, option);
-    return move_to_end_of_list(*slot, package, section, option, value) == UCI_OK ? 0 : UCI_ACCESS_FAILED;
+    constexpr const char *speaker = "_uci_del_add_list";
+    return edit_in_slot(slot, {speaker, move_item_to_end, package, section, option, value});
 }
 
 int _uci_del_add_list_commit(const char *package, const char *section, const char *option, const char *value)
 {
-    if (!package || !section || !option || !value) {
-        LOG(Error, "invalid parameter\n");
-        return UCI_ACCESS_FAILED;
-    }
-    t_uci_context_guard guard(open_uci_context());
-    if (!guard.context) {
-        LOG(Error, "fail to init uci context:%s.%s.%s\n", package, section, option);
-        return UCI_ACCESS_FAILED;
-    }
-    LOG(Debug, "save %s %s\n", section, option);
-    if (move_to_end_of_list(guard.context, package, section, option, value) != UCI_OK)
-        return UCI_ACCESS_FAILED;
-    if (commit_package(guard.context, package) != UCI_OK) {
-        LOG(Error, "fail to commit %s\n", package);
-        return UCI_ACCESS_FAILED;
-    }
-    return 0;
+    constexpr const char *speaker = "_uci_del_add_list_commit";
+    return edit_and_commit({speaker, move_item_to_end, package, section, option, value});
 }
 
 int _uci_get_state_value(const char *package, const char *section, const char *option, char *value, size_t size)
@@ -251,17 +229,17 @@ int _uci_get_state_value(const char *package, const char *section, const char *o
         LOG(Error, "invalid parameter\n");
         return UCI_ACCESS_FAILED;
     }
-    t_uci_context_guard guard(open_uci_context());
-    if (!guard.context || uci_set_savedir(guard.context, STATE_DIR) != UCI_OK) {
+    const t_uci_context_guard context = open_uci_context();
+    if (!context || uci_set_savedir(context.get(), STATE_DIR) != UCI_OK) {
         puts("ntp failed: uci_alloc_context failed.");
         return UCI_ACCESS_FAILED;
     }
     t_target target = {};
-    if (look_up(guard.context, &target, package, section, option) != UCI_OK || !target.pointer.o ||
+    if (look_up(context.get(), &target, package, section, option) != UCI_OK || !target.pointer.o ||
         target.pointer.o->type != UCI_TYPE_STRING) {
         LOG(Info, "fail to get ptr %s.%s.%s \n", package, section, option);
         return UCI_ACCESS_FAILED;
     }
     bounded_copy(value, target.pointer.o->v.string, size);
-    return 0;
+    return OK;
 }

@@ -5,6 +5,7 @@
 #include "platform/uci_lock.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -13,12 +14,11 @@
 
 #include "platform/clock.h"
 #include "platform/ending.h"
-#include "platform/shared.h"
-
-namespace {
 
 constexpr uint32_t LOCK_POLL_MS = 5;
 constexpr unsigned REFUSED_FILES = 8; // as many as are remembered
+
+namespace {
 
 struct t_file_id {
     dev_t device;
@@ -33,28 +33,30 @@ struct t_patience {
     t_file_id refused[REFUSED_FILES];
 };
 
-// Of the program itself, so that no call into the loader is needed to find it.
-__attribute__((tls_model("initial-exec"))) thread_local t_patience patience;
+} // namespace
 
-int lock_at_once(int fd, int operation)
+// Of the program itself, so that no call into the loader is needed to find it.
+static __attribute__((tls_model("initial-exec"))) thread_local t_patience patience;
+
+static int lock_at_once(int fd, int operation)
 {
     return static_cast<int>(syscall(SYS_flock, fd, operation | LOCK_NB));
 }
 
-t_file_id identify(int fd)
+static t_file_id identify(int fd)
 {
     struct stat file = {};
     return fstat(fd, &file) == 0 ? t_file_id{file.st_dev, file.st_ino} : t_file_id{};
 }
 
-bool was_refused(const t_file_id &file)
+static bool was_refused(const t_file_id &file)
 {
     const t_file_id *first = patience.refused;
     return std::any_of(first, first + std::min(patience.refusals, REFUSED_FILES),
                        [&](const t_file_id &one) { return one.device == file.device && one.number == file.number; });
 }
 
-int64_t limit_of_wait_ms(const t_file_id &file, int64_t spent_ms)
+static int64_t limit_of_wait_ms(const t_file_id &file, int64_t spent_ms)
 {
     if (spent_ms == 0)
         patience.refusals = 0;
@@ -63,14 +65,14 @@ int64_t limit_of_wait_ms(const t_file_id &file, int64_t spent_ms)
 }
 
 // What was spent of a longer limit counts as all of the shorter one that came after it.
-int64_t spent_of_limit_ms()
+static int64_t spent_of_limit_ms()
 {
     const int64_t spent_ms = std::min(patience.spent_ms, uci_lock_limit());
     return std::max(spent_ms - milliseconds_since(patience.last_wait), int64_t{0});
 }
 
 // With the error of a wait that a signal has ended.
-int give_up(const t_file_id &file)
+static int give_up(const t_file_id &file)
 {
     if (!was_refused(file))
         patience.refused[patience.refusals++ % REFUSED_FILES] = file;
@@ -79,7 +81,7 @@ int give_up(const t_file_id &file)
     return -1;
 }
 
-int lock_within_limit(int fd, int operation)
+static int lock_within_limit(int fd, int operation)
 {
     int result = lock_at_once(fd, operation);
     if (result == 0 || errno != EWOULDBLOCK)
@@ -99,9 +101,7 @@ int lock_within_limit(int fd, int operation)
     return result != 0 && errno == EWOULDBLOCK ? give_up(file) : result;
 }
 
-t_shared<int> limit = {static_cast<int>(UCI_LOCK_LIMIT_MS)};
-
-} // namespace
+static std::atomic<int> limit{UCI_LOCK_LIMIT_MS};
 
 void set_uci_lock_limit(int64_t milliseconds)
 {

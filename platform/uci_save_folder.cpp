@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "platform/uci_save_folder.h"
 
+#include <atomic>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
@@ -14,28 +15,29 @@
 
 #include "platform/disk_room.h"
 #include "platform/log.h"
-#include "platform/shared.h"
 #include "platform/text.h"
 #include "platform/uci_limits.h"
-
-namespace {
 
 constexpr char NOWHERE[] = "/dev/null"; // there is nothing below a device
 constexpr size_t ONE_CHANGE = 1;        // byte; a disk has room for a whole block or for none
 constexpr const char *OWN_FOLDERS[] = {"/var/run/wan_detect-XXXXXX", "/tmp/wan_detect-XXXXXX"};
 static_assert(sizeof NOWHERE <= sizeof UCI_SAVEDIR, "written over the name of the save folder");
 
+namespace {
+
 enum class t_folder { ours, foreign, unknown };
 
-t_flag foreign_told; // the line about it is said once
+} // namespace
 
-bool is_ours(const struct stat &file)
+static std::atomic<bool> foreign_told; // the line about it is said once
+
+static bool is_ours(const struct stat &file)
 {
     return file.st_uid == geteuid();
 }
 
 // A file that somebody left while the folder was open to others is still there.
-t_folder judge_files(DIR *folder)
+static t_folder judge_files(DIR *folder)
 {
     while (const dirent *entry = readdir(folder)) {
         struct stat file = {};
@@ -46,14 +48,14 @@ t_folder judge_files(DIR *folder)
     return t_folder::ours;
 }
 
-bool is_writable_by_others(const struct stat &file)
+static bool is_writable_by_others(const struct stat &file)
 {
     return (file.st_mode & S_IWOTH) || ((file.st_mode & S_IWGRP) && file.st_gid != getegid());
 }
 
 // A free place would be free for everybody, later as well: taken, it stays ours in a sticky /tmp. A file of ours in it
 // holds no changes of anybody.
-t_folder judge_save_folder()
+static t_folder judge_save_folder()
 {
     struct stat file = {};
     mkdir(UCI_SAVEDIR, S_IRWXU);
@@ -73,12 +75,12 @@ t_folder judge_save_folder()
     return result;
 }
 
-bool has_left(const uci_context *context)
+static bool has_left(const uci_context *context)
 {
     return strcmp(context->savedir, NOWHERE) == 0;
 }
 
-bool waits_already(const char *package)
+static bool waits_already(const char *package)
 {
     char path[sizeof UCI_SAVEDIR + UCI_PATH_SIZE];
     snprintf(path, sizeof path, "%s/%s", UCI_SAVEDIR, package);
@@ -87,7 +89,7 @@ bool waits_already(const char *package)
 }
 
 // Its parent, with the last slash, is the part before the name.
-bool has_room_beside(const char *folder)
+static bool has_room_beside(const char *folder)
 {
     char parent[PATH_MAX];
     bounded_copy(parent, folder, sizeof parent);
@@ -95,14 +97,12 @@ bool has_room_beside(const char *folder)
     return has_disk_room(parent, ONE_CHANGE, 0);
 }
 
-} // namespace
-
 bool uci_guard_save_folder(uci_context *context)
 {
     const t_folder folder = judge_save_folder();
     if (folder != t_folder::foreign)
-        foreign_told = 0;
-    else if (!__atomic_exchange_n(&foreign_told.value, uint8_t{1}, __ATOMIC_ACQ_REL))
+        foreign_told = false;
+    else if (!foreign_told.exchange(true))
         LOG(Error, "%s may be written by others, what is saved there is ignored\n", UCI_SAVEDIR);
     return folder == t_folder::ours || uci_leave_save_folder(context);
 }

@@ -119,13 +119,13 @@ void forget_network_manager()
     network_manager = {};
 }
 
-int check_online()
+bool check_online()
 {
     int status = run_command(ONLINE_TEST_COMMAND);
     if (ended_with(status, ONLINE_TEST_ONLINE))
-        return 1;
+        return true;
     if (ended_with(status, ONLINE_TEST_OFFLINE))
-        return 0;
+        return false;
     LOG(Error, "online-test failed, try again!!\n");
     // Where children are collected by somebody else, their exit status is lost.
     struct sigaction by_default = {};
@@ -134,15 +134,15 @@ int check_online()
     sigaction(SIGCHLD, &by_default, &previous);
     status = run_command(ONLINE_TEST_COMMAND);
     sigaction(SIGCHLD, &previous, nullptr);
-    return ended_with(status, ONLINE_TEST_ONLINE) ? 1 : 0;
+    return ended_with(status, ONLINE_TEST_ONLINE);
 }
 
-int get_is_router_mode()
+bool get_is_router_mode()
 {
     char mode[UCI_VALUE_SIZE] = {};
-    if (_uci_get_value("sysmode.sysmode.mode", mode) != 0) {
+    if (_uci_get_value("sysmode.sysmode.mode", mode) != OK) {
         LOG(Error, "Unable to get sysmode.sysmode.mode, treat it as router!\n");
-        return 1;
+        return true;
     }
-    return has_prefix(mode, "router") ? 1 : 0;
+    return has_prefix(mode, "router");
 }

@@ -16,8 +16,8 @@ bool network_manager_is_away();
 // For tests: as if no question had been asked yet.
 void forget_network_manager();
 
-// 1 when the command "online-test" says that the router is online, else 0.
-int check_online();
+// Whether the command "online-test" says that the router is online.
+bool check_online();
 
-// 1 in router mode (also when the setting is missing), 0 in any other mode.
-int get_is_router_mode();
+// True in router mode, also when the setting is missing.
+bool get_is_router_mode();

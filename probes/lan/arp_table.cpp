@@ -57,14 +57,14 @@ int update_filtered_arp_table(t_arp_entry **arp_table_hashmap_head, uint32_t lan
 {
     LOG_ENTER();
     const t_file_guard cache(fopen(cache_path, "re"));
-    if (!cache.file) {
+    if (!cache) {
         LOG(Error, "Couldn't open /proc/net/arp!\n");
         return ARP_TABLE_ERR_OPEN;
     }
-    skip_cache_header(cache.file);
+    skip_cache_header(cache.get());
     char text[CACHE_LINE_SIZE];
     t_cache_line line = {};
-    while (read_cache_line(cache.file, text)) {
+    while (read_cache_line(cache.get(), text)) {
         if (!parse_cache_line(text, &line)) {
             LOG(Error, "Couldn't parse ARP table!\n");
             continue;

@@ -51,8 +51,8 @@ static int read_chunk(int fd, const char *bridge_name, int offset, t_bridge_reco
     char path[SYSFS_PATH_SIZE];
     snprintf(path, sizeof path, "/sys/class/net/%s/brforward", bridge_name);
     const t_file_guard forwarding(fopen(path, "re"));
-    return forwarding.file ? read_chunk_by_sysfs(forwarding.file, offset, chunk)
-                           : read_chunk_by_ioctl(fd, bridge_name, offset, chunk);
+    return forwarding ? read_chunk_by_sysfs(forwarding.get(), offset, chunk)
+                      : read_chunk_by_ioctl(fd, bridge_name, offset, chunk);
 }
 
 // The kernel numbers the ports of each bridge on their own. Where it does not say whose the port is, it counts as ours.
@@ -115,12 +115,12 @@ int fetch_int(const char *dir, const char *file)
     char path[SYSFS_PATH_SIZE];
     snprintf(path, sizeof path, "%s/%s", dir, file);
     const t_file_guard source(fopen(path, "re"));
-    if (!source.file) {
+    if (!source) {
         LOG(Info, "Failed to open %s/%s, not a br-lan deive\n", dir, file);
         return -1;
     }
     int value;
-    return fscanf(source.file, "%i", &value) == 1 ? value : -1;
+    return fscanf(source.get(), "%i", &value) == 1 ? value : -1;
 }
 
 int update_brlan_dev_index(t_device *dev_hashmap_head)

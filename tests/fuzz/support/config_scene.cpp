@@ -60,7 +60,7 @@ void check_protocols(const t_port_model &model)
 
 void load_ports_and_protocols(t_port_model *model)
 {
-    model->router_mode = static_cast<uint8_t>(get_is_router_mode());
+    model->router_mode = get_is_router_mode();
     init_all_eth_device(model);
     init_all_protocols(model);
     init_fake_wan_device(model);

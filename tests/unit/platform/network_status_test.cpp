@@ -101,7 +101,7 @@ protected:
 
 class router_mode : public t_adapter_test {
 protected:
-    static int with(const std::string &mode)
+    static bool with(const std::string &mode)
     {
         write_config("sysmode", "config sysmode 'sysmode'\n\toption mode '" + mode + "'\n");
         return get_is_router_mode();
@@ -331,7 +331,7 @@ TEST_F(network_status, whether_the_manager_is_away_is_asked_of_nobody_and_said_t
 TEST_F(online_test, exiting_with_0_means_online)
 {
     install_program("online-test", "exit 0");
-    EXPECT_EQ(check_online(), 1);
+    EXPECT_TRUE(check_online());
     EXPECT_EQ(runs(), 1u);
 }
 
@@ -339,7 +339,7 @@ TEST_F(online_test, exiting_with_0_means_online)
 TEST_F(online_test, exiting_with_1_means_offline_and_is_not_tried_again)
 {
     install_program("online-test", "exit 1");
-    EXPECT_EQ(check_online(), 0);
+    EXPECT_FALSE(check_online());
     EXPECT_EQ(runs(), 1u);
     EXPECT_FALSE(tried_again());
 }
@@ -348,7 +348,7 @@ TEST_F(online_test, exiting_with_1_means_offline_and_is_not_tried_again)
 TEST_F(online_test, exiting_with_2_is_tried_once_more)
 {
     install_program("online-test", "exit 2");
-    EXPECT_EQ(check_online(), 0);
+    EXPECT_FALSE(check_online());
     EXPECT_EQ(runs(), 2u);
     EXPECT_TRUE(tried_again());
 }
@@ -357,7 +357,7 @@ TEST_F(online_test, exiting_with_2_is_tried_once_more)
 TEST_F(online_test, the_second_try_may_succeed)
 {
     install_program("online-test", "[ $(wc -l < /tmp/calls_of_online-test) = 2 ] || exit 2");
-    EXPECT_EQ(check_online(), 1);
+    EXPECT_TRUE(check_online());
     EXPECT_EQ(runs(), 2u);
 }
 
@@ -365,7 +365,7 @@ TEST_F(online_test, the_second_try_may_succeed)
 TEST_F(online_test, ended_by_a_signal_is_tried_once_more)
 {
     install_program("online-test", "kill -KILL $$");
-    EXPECT_EQ(check_online(), 0);
+    EXPECT_FALSE(check_online());
     EXPECT_EQ(runs(), 2u);
     EXPECT_TRUE(tried_again());
 }
@@ -373,7 +373,7 @@ TEST_F(online_test, ended_by_a_signal_is_tried_once_more)
 TEST_F(online_test, missing_means_offline)
 {
     testing::internal::CaptureStderr();
-    EXPECT_EQ(check_online(), 0);
+    EXPECT_FALSE(check_online());
     testing::internal::GetCapturedStderr();
     EXPECT_TRUE(tried_again());
 }
@@ -384,9 +384,9 @@ TEST_F(online_test, whose_exit_status_is_lost_is_tried_again_with_children_of_ou
     struct sigaction lost = {}, before = {}, after = {};
     lost.sa_handler = SIG_IGN;
     sigaction(SIGCHLD, &lost, &before);
-    int online = check_online();
+    bool online = check_online();
     sigaction(SIGCHLD, &before, &after);
-    EXPECT_EQ(online, 1);
+    EXPECT_TRUE(online);
     EXPECT_EQ(runs(), 2u);
     EXPECT_EQ(after.sa_handler, SIG_IGN);
 }
@@ -394,25 +394,25 @@ TEST_F(online_test, whose_exit_status_is_lost_is_tried_again_with_children_of_ou
 // holds: router-mode
 TEST_F(router_mode, is_any_mode_that_begins_with_router)
 {
-    EXPECT_EQ(with("router"), 1);
-    EXPECT_EQ(with("router_plus"), 1);
-    EXPECT_EQ(with(std::string("router") + std::string(500, 'x')), 1);
+    EXPECT_TRUE(with("router"));
+    EXPECT_TRUE(with("router_plus"));
+    EXPECT_TRUE(with(std::string("router") + std::string(500, 'x')));
 }
 
 // holds: router-mode
 TEST_F(router_mode, is_no_other_mode)
 {
     for (const char *mode : {"ap", "repeater", "route", "Router", " router", "wds-router"})
-        EXPECT_EQ(with(mode), 0) << mode;
+        EXPECT_FALSE(with(mode)) << mode;
 }
 
 // holds: router-mode
 TEST_F(router_mode, is_assumed_when_the_setting_is_missing)
 {
-    EXPECT_EQ(get_is_router_mode(), 1);
+    EXPECT_TRUE(get_is_router_mode());
     EXPECT_TRUE(log.has("Error", "get_is_router_mode", "Unable to get sysmode.sysmode.mode, treat it as router!"));
     write_config("sysmode", "config sysmode 'sysmode'\n\tlist mode 'ap'\n");
-    EXPECT_EQ(get_is_router_mode(), 1);
+    EXPECT_TRUE(get_is_router_mode());
     write_config("sysmode", "config sysmode 'unterminated\n");
-    EXPECT_EQ(get_is_router_mode(), 1);
+    EXPECT_TRUE(get_is_router_mode());
 }
