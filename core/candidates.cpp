@@ -6,11 +6,11 @@
 
 #include "core/engine.h"
 #include "model/banned.h"
-#include "model/fake_wan.h"
 #include "model/lists.h"
 #include "model/port_model.h"
 #include "model/reserved_ports.h"
 #include "model/tables.h"
+#include "platform/adapters/fake_wan_port.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
 
@@ -77,7 +77,7 @@ void t_leaving_fake_wan::note(const t_device *leaver)
 
 bool t_leaving_fake_wan::remove(bool need_link) const
 {
-    return dev_ && remove_fake_wan_if_match(dev_, need_link);
+    return dev_ && give_up_fake_wan_if_match(dev_, need_link);
 }
 
 void remove_impossble_wan_dev_from_list()

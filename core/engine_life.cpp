@@ -12,7 +12,9 @@
 #include "core/retries.h"
 #include "core/wan_role.h"
 #include "core/wishes.h"
+#include "model/fake_wan.h"
 #include "model/port_model.h"
+#include "platform/adapters/fake_wan_port.h"
 #include "platform/log.h"
 #include "probes/lan/arp_table.h"
 
@@ -48,6 +50,7 @@ void init_engine()
     init_engine_gate(&engine.gate);
     engine_gate = &engine.gate;
     engine_handlers = {start_wan_detect_all, start_proto_detect, wan_detect_process_link_change, request_fresh_retries};
+    remove_fake_wan_if_match = give_up_fake_wan_if_match;
     bind_timers();
     bind_wish_servers({serve_wished_pass, follow_moved_role, begin_retries_anew});
 }

@@ -24,6 +24,7 @@
 #include "model/port_config.h"
 #include "model/protocol_config.h"
 #include "platform/adapters/bus_object.h"
+#include "platform/adapters/fake_wan_port.h"
 #include "platform/adapters/link_status.h"
 #include "platform/adapters/network_status.h"
 #include "platform/command.h"
@@ -121,6 +122,8 @@ static void load_model()
     if (init_fake_wan_device(&port_model) != OK)
         LOG_AS(MAIN, Info, "init_fake_wan_device failed!\n");
     port_model.enable = get_wan_detect_enable();
+    if (!port_model.enable)
+        wan_detect_remove_fake_wan();
     port_model.router_mode = get_is_router_mode();
     update_wan_device(&port_model);
     set_uci_lock_limit(UCI_LOCK_LIMIT_MS);

@@ -1,21 +1,28 @@
 // SPDX-License-Identifier: MIT
-// The fake WAN port: read at start-up, given up as soon as the real port is known or detection is off.
+// The note of the fake WAN port, in the model and in the configuration.
 #include "model/fake_wan.h"
 
 #include <cstring>
 
 #include "model/config_text.h"
 #include "model/tables.h"
-#include "platform/command.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
 #include "platform/text.h"
 
-static void store_no_fake_wan()
+static bool give_up_nothing(const t_device *, bool)
+{
+    return false;
+}
+
+bool (*remove_fake_wan_if_match)(const t_device *dev, bool need_link) = give_up_nothing;
+
+void forget_fake_wan(t_port_model *model)
 {
     char key[UCI_PATH_SIZE]; // the call cuts it
     bounded_copy(key, FAKE_WAN_KEY, sizeof key);
     _uci_set_value_commit(key, FAKE_WAN_NONE);
+    model->fake_wan = nullptr;
 }
 
 int init_fake_wan_device(t_port_model *model)
@@ -25,7 +32,7 @@ int init_fake_wan_device(t_port_model *model)
     const int result = _uci_get_value(FAKE_WAN_KEY, port);
     if (result != OK) {
         LOG(Warning, "Get network.auto_wan_detect.fake_wan_port failed!\n");
-        store_no_fake_wan();
+        forget_fake_wan(model);
         return result;
     }
     if (strcmp(port, FAKE_WAN_NONE) == 0) {
@@ -41,24 +48,4 @@ int init_fake_wan_device(t_port_model *model)
     model->fake_wan = find_device(model->dev_hashmap_head, ifname);
     LOG(Debug, "Success get fake_wan :%s\n", device_name(model->fake_wan));
     return OK;
-}
-
-int wan_detect_remove_fake_wan()
-{
-    if (!port_model.fake_wan)
-        return ERR_INVALID_INPUT;
-    store_no_fake_wan();
-    port_model.fake_wan = nullptr;
-    run_command(PORT_RELOAD_COMMAND);
-    LOG(Debug, "Set fake_wan_dev=null, network.auto_wan_detect.fake_wan_port=-1.\n");
-    return OK;
-}
-
-bool remove_fake_wan_if_match(const t_device *dev, bool need_link)
-{
-    if (!dev || !port_model.fake_wan || (need_link && !dev->link_active))
-        return false;
-    if (strcmp(port_model.fake_wan->name, dev->name) != 0)
-        return false;
-    return wan_detect_remove_fake_wan() == OK;
 }

@@ -6,7 +6,6 @@
 #include <cstring>
 
 #include "model/config_text.h"
-#include "model/fake_wan.h"
 #include "model/tables.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
@@ -188,11 +187,7 @@ bool get_wan_detect_enable()
     char value[UCI_VALUE_SIZE] = "";
     if (_uci_get_value("network.auto_wan_detect.enable", value) != OK) {
         LOG(Error, "Unable to get network.auto_wan_detect.enable, treat it as off!\n");
-        wan_detect_remove_fake_wan();
         return false;
     }
-    if (has_prefix(value, "on") || has_prefix(value, "true"))
-        return true;
-    wan_detect_remove_fake_wan();
-    return false;
+    return has_prefix(value, "on") || has_prefix(value, "true");
 }

@@ -8,10 +8,10 @@
 #include <libubus.h>
 
 #include "model/banned.h"
-#include "model/fake_wan.h"
 #include "model/port_model.h"
 #include "model/tables.h"
 #include "platform/adapters/bus_message.h"
+#include "platform/adapters/fake_wan_port.h"
 #include "platform/bus_limit.h"
 #include "platform/clock.h"
 #include "platform/engine_handlers.h"

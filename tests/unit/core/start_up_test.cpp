@@ -407,7 +407,7 @@ TEST_F(start_up, a_static_upstream_works_only_when_the_online_test_says_so)
     EXPECT_EQ(fake_router.count("online-test"), 2);
 }
 
-// holds: off-at-start
+// holds: off-at-start, enabling-words
 TEST_F(start_up, with_detection_off_no_cycle_opens_the_network_is_not_asked_and_the_fake_wan_port_goes)
 {
     change("network", "fake_wan_port '-1'", "fake_wan_port '2'");

@@ -1,15 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "model/port_config.h"
 
-#include "tests/unit/model/fake_command.h"
 #include "tests/unit/model/model_test.h"
 
 namespace {
 
 class enable_switch : public t_model_test {
 protected:
-    enable_switch() { commands_run.clear(); }
-
     bool enabled_with(const std::string &value)
     {
         write_config("network", section("wan_detect", "auto_wan_detect", {{"enable", value}, {"fake_wan_port", "1"}}));
@@ -46,25 +43,4 @@ TEST_F(enable_switch, a_missing_switch_is_off_and_reported)
               t_names{"get_wan_detect_enable: Unable to get network.auto_wan_detect.enable, treat it as off!"});
     remove_config("network");
     EXPECT_FALSE(get_wan_detect_enable());
-}
-
-// holds: off-at-start, enabling-words
-TEST_F(enable_switch, switched_off_the_fake_wan_port_is_given_up)
-{
-    for (const char *value : {"off", ""}) {
-        commands_run.clear();
-        port_model.fake_wan = port_model.dev_hashmap_head ? port_model.dev_hashmap_head : add_port("eth1");
-        enabled_with(value);
-        EXPECT_EQ(port_model.fake_wan, nullptr);
-        EXPECT_EQ(commands_run, t_names{"/sbin/wanlan_port_reload"});
-        EXPECT_NE(read_file("/etc/config/network").find("option fake_wan_port '-1'"), std::string::npos);
-    }
-}
-
-TEST_F(enable_switch, switched_on_the_fake_wan_port_stays)
-{
-    port_model.fake_wan = add_port("eth1");
-    enabled_with("on");
-    EXPECT_NE(port_model.fake_wan, nullptr);
-    EXPECT_TRUE(commands_run.empty());
 }

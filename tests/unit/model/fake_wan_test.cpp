@@ -2,7 +2,6 @@
 #include "model/fake_wan.h"
 
 #include "platform/result_codes.h"
-#include "tests/unit/model/fake_command.h"
 #include "tests/unit/model/model_test.h"
 
 namespace {
@@ -11,7 +10,6 @@ class fake_wan : public t_model_test {
 protected:
     fake_wan()
     {
-        commands_run.clear();
         add_port("eth0");
         device = add_port("eth1");
         write_config("switch", section("switch_port", "port1", {{"ifname", "eth1"}}) +
@@ -107,64 +105,25 @@ TEST_F(fake_wan, an_ethernet_port_that_is_no_device_means_none)
     EXPECT_TRUE(log.has("Debug", "init_fake_wan_device", "Success get fake_wan :null"));
 }
 
-// holds: fake-wan-removal-codes
-TEST_F(fake_wan, removing_it_writes_minus_1_and_rebuilds_the_ports)
+TEST_F(fake_wan, a_forgotten_port_is_minus_1_in_the_configuration)
 {
     init_with("1");
-    t_log_capture log;
-    EXPECT_EQ(wan_detect_remove_fake_wan(), OK);
+    forget_fake_wan(&port_model);
     EXPECT_EQ(port_model.fake_wan, nullptr);
     EXPECT_TRUE(stored_none());
-    EXPECT_EQ(commands_run, t_names{"/sbin/wanlan_port_reload"});
-    EXPECT_TRUE(log.has("Debug", "wan_detect_remove_fake_wan",
-                        "Set fake_wan_dev=null, network.auto_wan_detect.fake_wan_port=-1."));
-}
-
-// holds: fake-wan-removal-codes
-TEST_F(fake_wan, removing_none_does_nothing)
-{
-    init_with("-1");
-    t_log_capture log;
-    EXPECT_EQ(wan_detect_remove_fake_wan(), ERR_INVALID_INPUT);
-    EXPECT_TRUE(commands_run.empty());
-    EXPECT_TRUE(log.lines().empty());
 }
 
 TEST_F(fake_wan, it_is_forgotten_even_when_it_cannot_be_written)
 {
     init_with("1");
     remove_config("network");
-    EXPECT_EQ(wan_detect_remove_fake_wan(), OK);
+    forget_fake_wan(&port_model);
     EXPECT_EQ(port_model.fake_wan, nullptr);
-    EXPECT_EQ(commands_run, t_names{"/sbin/wanlan_port_reload"});
 }
 
-TEST_F(fake_wan, it_is_removed_for_a_port_of_its_name)
+TEST_F(fake_wan, nothing_is_given_up_while_nobody_has_bound_the_way_up)
 {
     init_with("1");
-    t_device twin = {};
-    copy_name(twin.name, "eth1");
-    EXPECT_TRUE(remove_fake_wan_if_match(&twin, false));
-    EXPECT_EQ(port_model.fake_wan, nullptr);
-    EXPECT_FALSE(remove_fake_wan_if_match(&twin, false));
-}
-
-TEST_F(fake_wan, where_a_link_is_needed_it_stays_for_a_port_without)
-{
-    init_with("1");
-    EXPECT_FALSE(remove_fake_wan_if_match(device, true));
+    EXPECT_FALSE(remove_fake_wan_if_match(device, false));
     EXPECT_EQ(port_model.fake_wan, device);
-    device->link_active = 1;
-    EXPECT_TRUE(remove_fake_wan_if_match(device, true));
-}
-
-TEST_F(fake_wan, it_stays_for_another_port_and_for_none)
-{
-    init_with("1");
-    t_device other = {};
-    copy_name(other.name, "eth10");
-    EXPECT_FALSE(remove_fake_wan_if_match(&other, false));
-    EXPECT_FALSE(remove_fake_wan_if_match(nullptr, false));
-    EXPECT_EQ(port_model.fake_wan, device);
-    EXPECT_TRUE(commands_run.empty());
 }

@@ -32,7 +32,6 @@ protected:
     {
         fake_wire.reset();
         fake_clock.reset();
-        port_model.fake_wan = nullptr;
         fake_wire.add_interface("br-lan", {.ifindex = 7,
                                            .mac = {{2, 0, 0, 0, 0, 1}},
                                            .address_be = ip("192.168.1.1"),
@@ -393,25 +392,20 @@ TEST_F(arp_port_search, a_batch_left_over_is_released_first)
     EXPECT_TRUE(log.has("Notice", JOB, "Last time handle not release, release it before resend!"));
 }
 
-TEST_F(arp_port_search, a_silent_fake_wan_port_is_given_up_with_or_without_link)
+TEST_F(arp_port_search, each_silent_port_is_given_up_as_fake_wan_port_with_or_without_link)
 {
-    write_config("network", "config network 'auto_wan_detect'\n\toption fake_wan_port '1'\n");
-    write_program("/sbin/wanlan_port_reload", "#!/bin/sh\necho reload >>/tmp/reloads\n");
-    t_port_list ports = {&eth1, &eth2};
-    port_model.fake_wan = &eth1;
-    eth1.link_active = 0;
+    static std::vector<std::string> asked;
+    asked.clear();
+    const auto unbound = remove_fake_wan_if_match;
+    remove_fake_wan_if_match = [](const t_device *dev, bool need_link) {
+        asked.push_back(std::string(dev->name) + (need_link ? " with link" : ""));
+        return true;
+    };
+    t_port_list ports = {&eth1, &eth2, &eth3};
     answer_on({"eth2"});
-    // The reload takes real time, and has a limit of its own.
-    fake_clock.during_sleep = [](uint32_t) { usleep(5000); };
     EXPECT_EQ(search(ports), 0);
-    EXPECT_EQ(port_model.fake_wan, nullptr);
-    EXPECT_EQ(read_file("/tmp/reloads"), "reload\n");
-
-    t_port_list again = {&eth2};
-    port_model.fake_wan = &eth2;
-    EXPECT_EQ(search(again), 0);
-    EXPECT_EQ(port_model.fake_wan, &eth2);
-    port_model.fake_wan = nullptr;
+    remove_fake_wan_if_match = unbound;
+    EXPECT_EQ(asked, (std::vector<std::string>{"eth1", "eth3"}));
 }
 
 // The two questions of the engine.
