@@ -4,6 +4,7 @@
 #include "core/background.h"
 #include "core/wishes.h"
 #include "model/current_wan.h"
+#include "model/dumps.h"
 #include "model/gate.h"
 #include "model/port_model.h"
 #include "model/tables.h"

@@ -6,6 +6,7 @@
 #include "core/wishes.h"
 #include "model/banned.h"
 #include "model/current_wan.h"
+#include "model/dumps.h"
 #include "model/port_model.h"
 #include "model/reserved_ports.h"
 #include "model/tables.h"

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "model/config_text.h"
+#include "model/static_config.h"
 #include "model/tables.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"

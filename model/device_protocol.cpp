@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The rule by which a port's recorded protocol may change, and the two ways of forgetting it.
-#include "model/current_wan.h"
+// A port joins the list of its protocol, and leaves it.
+#include "model/device_protocol.h"
 
 #include "model/tables.h"
 #include "platform/log.h"

@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: MIT
-// The tables on standard output, for whoever reads along at level Debug.
+// The columns of the two tables.
+#include "model/dumps.h"
+
 #include <cstdio>
 
 #include "model/gate.h"
-#include "model/tables.h"
 #include "platform/log.h"
 
 constexpr const char *CLOSING_RULE =

@@ -10,8 +10,5 @@ int init_all_eth_device(t_port_model *model);
 // Devices, priority order and pool of the package "network". The device count, or ERR_CONFIG_PACKAGE.
 int generate_eth_device(t_port_model *model);
 
-// Switch attributes of the package "switch". The number of devices that got some, or ERR_CONFIG_PACKAGE.
-int get_eth_atrribute(t_device *dev_hashmap_head);
-
 // Whether detection is switched on. Where it is off, the caller gives up the fake WAN port.
 bool get_wan_detect_enable();

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The static addresses of a connection type, or of its secondary connection.
-#include "model/current_wan.h"
+// The options that hold the addresses, by connection type.
+#include "model/static_config.h"
 
 #include <arpa/inet.h>
 #include <cstring>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Loading what the switch configuration says of each port: its number, label and the sides of a combo port.
-#include "model/port_config.h"
+// The attributes of a port, read option by option from its section.
+#include "model/switch_attributes.h"
 
 #include <cstring>
 #include <initializer_list>

@@ -29,7 +29,3 @@ void release_all_device(t_device **dev_hashmap_head);
 
 // The same for a table that may be empty.
 void release_any_device(t_device **dev_hashmap_head);
-
-// Tables on standard output, at level Debug only. The device dump reads under the device lock.
-void dump_all_device(t_device *dev_hashmap_head);
-void dump_all_protocols(t_protocol *proto_hashmap_head);

@@ -6,6 +6,7 @@
 
 #include "core/combo_switch.h"
 #include "model/current_wan.h"
+#include "model/dumps.h"
 #include "model/fake_wan.h"
 #include "model/port_config.h"
 #include "model/protocol_config.h"

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
-#include "model/tables.h"
+#include "model/dumps.h"
 
 #include <cerrno>
 #include <ctime>
 #include <pthread.h>
 
-#include "model/current_wan.h"
+#include "model/device_protocol.h"
 #include "tests/unit/model/model_test.h"
 
 namespace {

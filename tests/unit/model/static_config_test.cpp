@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <arpa/inet.h>
 
-#include "model/current_wan.h"
+#include "model/static_config.h"
 #include "tests/unit/model/model_test.h"
 
 namespace {

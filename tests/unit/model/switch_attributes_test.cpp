@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "model/port_config.h"
+#include "model/switch_attributes.h"
 
 #include "platform/result_codes.h"
 #include "tests/unit/model/model_test.h"
