@@ -3,8 +3,6 @@
 // thread may call; results are OK or UCI_ACCESS_FAILED, and every failure has been logged.
 #pragma once
 
-#include <cstddef>
-
 #include "platform/uci_context.h"
 #include "platform/uci_limits.h"
 
@@ -14,23 +12,6 @@ int _uci_get_value(const char *p_uci_str, char (&value)[UCI_VALUE_SIZE]);
 
 // Sets and commits one option. `p_uci_str` is cut at its first dot by the call, so it must be writable.
 int _uci_set_value_commit(char *p_uci_str, const char *p_value);
-
-// The members from here on are the rest of the family. Nobody calls them in this program; they are kept as one library
-// with the two above.
-//
-// The slot-taking ones keep their context in `*slot` for a later _uci_commit, and create it when the slot is empty.
-int _uci_set_value(uci_context **slot, const char *package, const char *section, const char *option, const char *value);
-int _uci_commit(uci_context *context);
-int _uci_delete(uci_context **slot, const char *package, const char *section, const char *option);
-int _uci_delete_commit(const char *package, const char *section, const char *option);
-int _uci_add_list(uci_context **slot, const char *package, const char *section, const char *option, const char *value);
-int _uci_add_list_commit(const char *package, const char *section, const char *option, const char *value);
-int _uci_del_add_list(uci_context **slot, const char *package, const char *section, const char *option,
-                      const char *value);
-int _uci_del_add_list_commit(const char *package, const char *section, const char *option, const char *value);
-
-// Reads a value of the runtime state kept in /var/state into `value` (`size` bytes, cut and terminated).
-int _uci_get_state_value(const char *package, const char *section, const char *option, char *value, size_t size);
 
 // A package opened for a walk over its sections; closed at the end of the scope. `package` is null when it could not be
 // loaded. The name is borrowed.

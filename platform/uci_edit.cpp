@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The rest of the configuration family: changes that wait in a context for their commit, lists, and the runtime state.
-#include "platform/uci_access.h"
+// Each change of an option is one look-up, one call of the library and its lines.
+#include "platform/uci_edit.h"
 
 #include <cstdio>
 #include <cstring>
@@ -9,6 +9,7 @@
 #include "platform/result_codes.h"
 #include "platform/text.h"
 #include "platform/uci_commit.h"
+#include "platform/uci_limits.h"
 
 constexpr const char *STATE_DIR = "/var/state";
 constexpr char COMMITTED_PACKAGE[] = "wan_detect";

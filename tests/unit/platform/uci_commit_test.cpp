@@ -15,6 +15,7 @@
 #include "platform/disk_room.h"
 #include "platform/text.h"
 #include "platform/uci_access.h"
+#include "platform/uci_edit.h"
 #include "tests/unit/support/sandbox.h"
 
 extern "C" {

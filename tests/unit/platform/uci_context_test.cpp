@@ -10,6 +10,7 @@
 
 #include "platform/log.h"
 #include "platform/uci_access.h"
+#include "platform/uci_edit.h"
 #include "tests/unit/support/sandbox.h"
 
 extern "C" {

@@ -7,6 +7,7 @@
 #include <uci.h>
 
 #include "platform/uci_access.h"
+#include "platform/uci_edit.h"
 #include "tests/unit/support/sandbox.h"
 
 namespace {

@@ -13,6 +13,7 @@
 
 #include "platform/ending.h"
 #include "platform/uci_access.h"
+#include "platform/uci_edit.h"
 #include "platform/uci_lock.h"
 #include "tests/unit/support/fake_clock.h"
 #include "tests/unit/support/sandbox.h"

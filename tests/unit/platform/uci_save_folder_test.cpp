@@ -10,6 +10,7 @@
 
 #include "platform/text.h"
 #include "platform/uci_access.h"
+#include "platform/uci_edit.h"
 #include "tests/unit/support/sandbox.h"
 
 namespace {
