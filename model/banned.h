@@ -19,7 +19,7 @@ int add_unique_banned_device_to_list(t_device *dev_hashmap_head, t_device_list_h
 int remove_banned_device_from_list(t_device *dev_hashmap_head, t_device_list_head *banned_list, const char *name,
                                    t_device *device);
 
-// The same for infinite bans only.
+// The same for infinite bans only. Nobody calls it in this program, where the return of a link lifts any ban.
 int remove_infinte_banned_device_from_list(t_device *dev_hashmap_head, t_device_list_head *banned_list,
                                            const char *name, t_device *device);
 

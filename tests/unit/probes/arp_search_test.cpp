@@ -1,9 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The search for the ports behind which an address answers, on a wire of byte arrays.
 #include <cerrno>
-
 #include <net/ethernet.h>
-#include <unistd.h>
 
 #include "model/fake_wan.h"
 #include "probes/arp/arp_batch.h"
