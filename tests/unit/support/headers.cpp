@@ -1,6 +1,4 @@
 // SPDX-License-Identifier: MIT
-// Carries the precompiled headers that all tests share.
-int main()
-{
-    return 0;
-}
+#include "support/headers.h"
+
+COMMON_TEMPLATES(template)
