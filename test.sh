@@ -4,29 +4,42 @@
 # and checks of the program that ships. Needs Debian and root; installs what is missing.
 #
 #   ./test.sh            everything
-#   ./test.sh unit       unit tests only
+#   ./test.sh quick      what one runs before a commit: unit tests of the release build, and the checks that take seconds
+#   ./test.sh unit       unit tests and static checks
 #   ./test.sh lab        scenarios only
 set -uo pipefail
 cd "$(dirname "$0")" || exit 1
 jobs=$(nproc)
 what=${1:-all}
-failures=()
 logs=$PWD/build/logs
+failures=$logs/failures # a file, for steps run side by side
 
 say() { printf '\n== %s\n' "$*"; }
 
 # step NAME COMMAND...: runs it quietly; its output is shown only when it fails.
 step() {
-    local name=$1 started=$SECONDS
+    local name=$1 started=$SECONDS log
     shift
-    if "$@" >"$logs/${name// /-}.log" 2>&1; then
+    log=$logs/${name// /-}.log
+    if "$@" >"$log" 2>&1; then
         printf '   %-44s ok   %4d s\n' "$name" $((SECONDS - started))
+        : >"$log.passed"
     else
-        printf '   %-44s FAILED\n' "$name"
-        tail -n 60 "$logs/${name// /-}.log" | sed 's/^/   | /'
-        failures+=("$name")
+        printf '   %-44s FAILED %2d s\n%s\n' "$name" $((SECONDS - started)) "$(tail -n 60 "$log" | sed 's/^/   | /')"
+        echo "$name" >>"$failures"
+        : >"$log.failed"
         return 1
     fi
+}
+
+# after NAME: waits for the end of that step of the computing lane. False when it failed.
+after() {
+    local log=$logs/${1// /-}.log
+    while [ ! -e "$log.passed" ] && [ ! -e "$log.failed" ]; do
+        [ ! -e "$logs/computed" ] || break # the lane ended without it
+        sleep 0.2
+    done
+    [ -e "$log.passed" ]
 }
 
 . .ci/packages.sh
@@ -34,15 +47,20 @@ packages=(g++ cmake ninja-build libjson-c-dev uthash-dev libgtest-dev iproute2 d
     iputils-arping iputils-ping python3 python3-pytest universal-ctags
     clang-14 libclang-rt-14-dev clang-format-14 clang-tidy-14 cppcheck valgrind)
 
-build() { # build PRESET; bundled, for the virtual router runs the bus daemon and the tools that come with those
-    cmake --preset "$1" -DWAN_DETECT_LIBS=bundled && cmake --build --preset "$1" -j "$jobs"
+clang=(-DCMAKE_C_COMPILER=clang-14 -DCMAKE_CXX_COMPILER=clang++-14)
+clang_tests=-DWAN_DETECT_TEST_COMPILER=clang++-14 # what ships is made by g++ all the same
+
+# build PRESET FOLDER [OPTIONS]; bundled, for the virtual router runs the bus daemon and the tools that come with those
+build() {
+    cmake --preset "$1" -B "build/$2" -DWAN_DETECT_LIBS=bundled "${@:3}" && cmake --build "build/$2" -j "$jobs"
 }
 
-unit() { # unit PRESET: what failed runs a second time, alone and talkative, but has failed all the same
-    ctest --preset "$1" -j $((2 * jobs)) --timeout 300 -Q -O "$logs/ctest-$1.log" && return 0
+unit() { # unit FOLDER: what failed runs a second time, alone and talkative, but has failed all the same
+    # Most of them wait for something most of the time.
+    ctest --test-dir "build/$1" -j $((3 * jobs)) --timeout 300 -Q -O "$logs/ctest-$1.log" && return 0
     sed -n '/tests passed/,$p' "$logs/ctest-$1.log"
     echo "---- what failed, once more"
-    ctest --preset "$1" --rerun-failed --output-on-failure | tail -n 100
+    ctest --test-dir "build/$1" --rerun-failed --output-on-failure | tail -n 100
     return 1
 }
 
@@ -56,17 +74,17 @@ log_lines() {
 
 # Clang reads the same sources as a second opinion; .clang-tidy says which checks are left out, and why.
 tidy() {
-    cmake -S . -B build/tidy -G Ninja -DCMAKE_BUILD_TYPE=Debug -DCMAKE_C_COMPILER=clang-14 -DCMAKE_CXX_COMPILER=clang++-14 \
-        -DWAN_DETECT_TESTS=OFF || return 1
-    git ls-files 'core/*.cpp' 'model/*.cpp' 'platform/*.cpp' 'probes/*.cpp' 'compat/*.cpp' 'lab/*.cpp' |
-        xargs -P "$jobs" -n 6 clang-tidy-14 -p build/tidy --quiet 2>build/tidy/stderr.log
+    cmake -S . -B build/tidy -G Ninja -DCMAKE_BUILD_TYPE=Debug "${clang[@]}" -DWAN_DETECT_TESTS=OFF || return 1
+    git ls-files '*.cpp' ':!tests' ':!bench' ':!cmake' | xargs .ci/tidy.py build/tidy
 }
 
 # missingInclude: the system's own headers are not read.
 cppcheck_all() {
+    local rooms
+    mapfile -t rooms < <(git ls-files '*/*.cpp' ':!tests' ':!bench' ':!cmake' ':!lab' ':!compat' | cut -d / -f 1 | sort -u)
     cppcheck --enable=warning,performance,portability --error-exitcode=1 --inline-suppr --std=c++20 --language=c++ -q \
         -j "$jobs" --suppress=missingInclude -D_GNU_SOURCE -I. -Icompat/libubox/include -Icompat/libubus/include \
-        -Icompat/libuci/include core model platform probes compat/libubox compat/libubus compat/libuci
+        -Icompat/libuci/include "${rooms[@]}" compat/libubox compat/libubus compat/libuci
 }
 
 # The program that ships asks for the C library and the router's libraries only, and is hardened.
@@ -82,58 +100,118 @@ program_checks() {
         readelf --dyn-syms -W "$program" | grep -E 'FUNC +GLOBAL +DEFAULT +[0-9]+ flock$'
 }
 
-case $what in
-all | unit | lab) ;;
-*) echo "test.sh: not '$what'; all, unit or lab" >&2; exit 2 ;;
-esac
-[ "$(id -u)" -eq 0 ] || { echo "test.sh: needs root (network namespaces, raw sockets)" >&2; exit 1; }
-rm -rf "$logs"
-mkdir -p "$logs"
+lab() { # lab PYTEST-ARGUMENTS...
+    # Three labs for each processor: one of them computes a quarter of the time. Each starts Python twice.
+    PYTHONPATH=. /usr/bin/python3 -m compileall -q lab &&
+        /usr/bin/python3 -m pytest -q -p no:cacheprovider --build build/release --labs $((3 * jobs)) "$@"
+}
 
-say "Packages"
-step "install packages" install_packages "${packages[@]}" || exit 1
+release_checks() {
+    step "program checks" program_checks
+    step "behaviour document" tests/behaviour.py --self-test --check --build build/release
+    step "report on the libraries" tests/real_libraries_report.py --self-test
+}
 
-if [ "$what" != lab ]; then
-    say "Release build"
-    step "build release" build release && {
-        step "program checks" program_checks
-        step "unit tests" unit release
-        step "behaviour document" tests/behaviour.py --self-test --check --build build/release
-        step "report on the libraries" tests/real_libraries_report.py --self-test
-    }
-    say "Static checks"
+quick_checks() {
     step "formatting" formatting
     step "circles" tests/figures.py --circles
     step "picture of a cycle" tests/cycle_picture.py --self-test --check
     step "log lines" log_lines
-    step "clang-tidy" tidy
+}
+
+# What only computes: at a priority at which it takes the processor from nothing else. Tests of the address sanitizer and fuzz
+# targets are one tree, for both instrument the same code.
+computing_lane() {
+    chrt --idle --pid 0 $BASHPID
+    step "build asan" build asan fuzz "${clang[@]}" -DWAN_DETECT_FUZZ=ON -DWAN_DETECT_TESTS=ON -DWAN_DETECT_LAB=ON
+    step "build tsan" build tsan tsan "$clang_tests"
+    quick_checks
     step "cppcheck" cppcheck_all
-    say "Sanitizers"
-    for sanitizer in asan tsan; do
-        step "build $sanitizer" build $sanitizer && {
-            step "unit tests $sanitizer" unit $sanitizer
-            step "a moved cable $sanitizer" ./run.sh cable-move --build build/$sanitizer
-        }
+    step "clang-tidy" tidy
+    : >"$logs/computed"
+}
+
+# What waits most of the time, one after the other where it would disturb each other's clocks.
+waiting_lane() {
+    if [ $built -eq 0 ]; then
+        release_checks
+        [ "$what" = unit ] || step "lab scenarios" lab tests/lab --ignore tests/lab/test_hostile.py
+        step "unit tests" unit release
+    fi
+    if after "build asan"; then
+        step "unit tests asan" unit fuzz
+        [ "$what" = unit ] || step "fuzz targets" tests/fuzz/replay.sh
+    fi
+    if after "build tsan"; then
+        step "unit tests tsan" unit tsan
+        step "a moved cable tsan" ./run.sh cable-move --build build/tsan
+    fi
+}
+
+# In real time, for Clang's address sanitizer cannot live with the library that makes the lab's clock faster.
+cable_lane() {
+    after "build asan" && step "a moved cable asan" ./run.sh cable-move --build build/fuzz --speed 1
+}
+
+# side_by_side LANE...: until all are over. Each is a process group, to end with this script however that ends.
+side_by_side() {
+    local lane lanes=()
+    set -m
+    for lane in "$@"; do
+        "$lane" &
+        lanes+=(-$!)
     done
-fi
+    set +m
+    trap 'kill -- "${lanes[@]}" 2>/dev/null' EXIT
+    wait
+    trap - EXIT
+}
 
-if [ "$what" = all ]; then
-    say "Fuzzing"
-    step "fuzz targets" tests/fuzz/replay.sh
-fi
+case $what in
+all | quick | unit | lab) ;;
+*) echo "test.sh: not '$what'; all, quick, unit or lab" >&2; exit 2 ;;
+esac
+[ "$(id -u)" -eq 0 ] || { echo "test.sh: needs root (network namespaces, raw sockets)" >&2; exit 1; }
+rm -rf "$logs"
+mkdir -p "$logs"
+: >"$failures"
+trap 'exit 130' INT
+trap 'exit 143' TERM
 
-if [ "$what" != unit ]; then
+say "Packages"
+step "install packages" install_packages "${packages[@]}" || exit 1
+
+say "Release build"
+step "build release" build release release "$clang_tests"
+built=$?
+
+case $what in
+quick)
+    say "Quick checks"
+    quick_checks
+    if [ $built -eq 0 ]; then
+        release_checks
+        step "unit tests" unit release
+    fi
+    ;;
+unit | all)
+    say "Tests, and beside them what only computes"
+    side_by_side computing_lane waiting_lane cable_lane
+    ;;
+lab)
     say "Virtual router"
-    step "build release" build release &&
-        step "lab scenarios" /usr/bin/python3 -m pytest -q -p no:cacheprovider tests/lab --build build/release &&
-        tail -n 1 "$logs/lab-scenarios.log" | sed 's/^/   /'
+    [ $built -ne 0 ] || step "lab scenarios" lab tests/lab --ignore tests/lab/test_hostile.py
+    ;;
+esac
+if { [ "$what" = all ] || [ "$what" = lab ]; } && [ $built -eq 0 ]; then
+    say "Floods, which have the machine to themselves"
+    step "lab floods" lab tests/lab/test_hostile.py
 fi
 
-total_passed=$(cat "$logs"/ctest-*.log 2>/dev/null | grep -c ' Passed ')
-lab_passed=$(sed -n 's/^.*\b\([0-9][0-9]*\) passed.*/\1/p' "$logs/lab-scenarios.log" 2>/dev/null | tail -n 1)
-say "Result"
-if [ ${#failures[@]} -gt 0 ]; then
-    printf 'failed: %s\n' "$(IFS=,; echo "${failures[*]}")"
-fi
-printf '%d passed, %d failed\n' $((total_passed + ${lab_passed:-0})) ${#failures[@]}
-[ ${#failures[@]} -eq 0 ]
+unit_passed=$(cat "$logs"/ctest-*.log 2>/dev/null | grep -c ' Passed ')
+lab_passed=$(cat "$logs"/lab-*.log 2>/dev/null | sed -n 's/^.*\b\([0-9][0-9]*\) passed.*/\1/p' | paste -sd+)
+failed=$(wc -l <"$failures")
+say "Result in $SECONDS s"
+[ "$failed" -eq 0 ] || printf 'failed: %s\n' "$(paste -sd, "$failures")"
+printf '%d passed, %d failed\n' $((unit_passed + ${lab_passed:-0})) "$failed"
+[ "$failed" -eq 0 ]

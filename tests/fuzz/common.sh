@@ -13,12 +13,14 @@ packages=(clang-14 libclang-rt-14-dev cmake ninja-build libjson-c-dev uthash-dev
 . "$root/.ci/packages.sh"
 [ "$(id -u)" -eq 0 ] || { echo "${0##*/}: needs root (some targets make a mount namespace)" >&2; exit 1; }
 
-# build_targets FOLDER [FLAGS]: -O1, because most of the time goes into building, and branches stay what the source says.
+# build_targets FOLDER [FLAGS]: -O1, because most of the time goes into building, and branches stay what the source says. A
+# folder that is set up stays as it is, for it may build more than the targets.
 build_targets() {
-    cmake -S "$root" -B "$1" -G Ninja -DCMAKE_C_COMPILER=clang-14 -DCMAKE_CXX_COMPILER=clang++-14 \
-        -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS_DEBUG="-O1 -g1 ${2:-}" -DWAN_DETECT_FUZZ=ON -DWAN_DETECT_TESTS=OFF \
-        -DWAN_DETECT_LAB=OFF -DWAN_DETECT_LIBS=bundled &&
-        cmake --build "$1" -j "$jobs" --target fuzz_targets
+    [ -e "$1/build.ninja" ] ||
+        cmake -S "$root" -B "$1" -G Ninja -DCMAKE_C_COMPILER=clang-14 -DCMAKE_CXX_COMPILER=clang++-14 \
+            -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS_DEBUG="-O1 -g1 ${2:-}" -DWAN_DETECT_FUZZ=ON -DWAN_DETECT_TESTS=OFF \
+            -DWAN_DETECT_LAB=OFF -DWAN_DETECT_LIBS=bundled || return 1
+    cmake --build "$1" -j "$jobs" --target fuzz_targets
 }
 
 # quietly LOG COMMAND...: shows the end of what it said, and leaves, when it fails.
