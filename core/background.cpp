@@ -72,7 +72,7 @@ void detach_background_from_loop()
     uloop_fd_delete(&wake_watcher);
 }
 
-bool request_stop(int signal_number)
+bool begin_to_stop(int signal_number)
 {
     int saved_errno = errno;
     int expected = NOT_STOPPING;
@@ -165,7 +165,7 @@ void leave_background()
     wake(leave_fd);
 }
 
-void park_background()
+void wait_for_the_end()
 {
     // The main thread may cancel as soon as it hears of the leaving, which must not hit the telling itself.
     pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
@@ -178,7 +178,7 @@ void park_background()
 // No condition variable: its timed wait would hide the lock from the tools that look for races in accelerated time.
 bool stop_background_threads()
 {
-    request_stop(0);
+    begin_to_stop(0);
     const t_time_stamp start = get_time_stamp();
     for (;;) {
         count_leavers();

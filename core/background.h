@@ -26,7 +26,7 @@ void detach_background_from_loop();
 
 // Asks for the end of the process, with a signal number or 0. The first one wins: true for it. Safe in a signal
 // handler; any thread.
-bool request_stop(int signal_number);
+bool begin_to_stop(int signal_number);
 
 // The signal that asked for the end; 0 while nobody did.
 int stop_signal();
@@ -46,7 +46,7 @@ void leave_background();
 
 // Last call of a worker that is cancelled and joined: says that it touches nothing shared any more and waits to be
 // cancelled.
-[[noreturn]] void park_background();
+[[noreturn]] void wait_for_the_end();
 
 // Waits until no background thread is at work. False when one still is after BACKGROUND_STOP_LIMIT_MS. Main thread.
 bool stop_background_threads();

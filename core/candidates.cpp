@@ -4,13 +4,13 @@
 #include <cstring>
 #include <utility>
 
+#include "adapters/fake_wan_port.h"
 #include "core/engine.h"
 #include "model/banned.h"
 #include "model/lists.h"
 #include "model/port_model.h"
 #include "model/reserved_ports.h"
 #include "model/tables.h"
-#include "platform/adapters/fake_wan_port.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
 

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "core/combo_switch.h"
 
+#include "adapters/link_status.h"
+#include "adapters/wan_switch.h"
 #include "core/background.h"
 #include "core/wishes.h"
 #include "model/current_wan.h"
@@ -8,8 +10,6 @@
 #include "model/gate.h"
 #include "model/port_model.h"
 #include "model/tables.h"
-#include "platform/adapters/link_status.h"
-#include "platform/adapters/wan_switch.h"
 #include "platform/clock.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
@@ -48,7 +48,7 @@ static void look_at_wan_port(bool sfp_first)
         return;
     }
     if (dev != port_model.wan_dev || port_model.role_is_away)
-        request_role_look();
+        wish_for_role_look();
     if (dev->is_combo)
         keep_on_wanted_side(dev, sfp_first);
     else
@@ -91,5 +91,5 @@ void *wan_combo_switch_thread(void *)
     t_combo_state state = {};
     while (!sleep_unless_stopped(wan_combo_auto_switch(&state) * MILLISECONDS_PER_SECOND))
         ;
-    park_background();
+    wait_for_the_end();
 }

@@ -65,7 +65,7 @@ void open_cycle()
 void open_cycle_after_loss()
 {
     begin_waiting();
-    request_pass(WAN_DOWN_DELAY_MS);
+    wish_for_pass(WAN_DOWN_DELAY_MS);
     LOG_AS(CHANGE, Info, "Wan down!! Begin detecting in %dms\n", WAN_DOWN_DELAY_MS);
 }
 
@@ -80,13 +80,13 @@ static int quiet_wait_ms()
 void put_off_first_pass()
 {
     const int wait_ms = quiet_wait_ms();
-    request_pass(wait_ms);
+    wish_for_pass(wait_ms);
     LOG_AS(CHANGE, Info, "Reset start detecting time to %dms\n", wait_ms);
 }
 
 void interrupt_cycle()
 {
-    request_pass(WAN_DOWN_RETRY_MS);
+    wish_for_pass(WAN_DOWN_RETRY_MS);
     LOG_AS(CHANGE, Info, "Wan down during detecting!! Begin detecting in %dms\n", WAN_DOWN_RETRY_MS);
 }
 
@@ -165,7 +165,7 @@ bool begin_pass()
 {
     const bool first = !cycle_is_running();
     cancel_steps();
-    forget_requested_pass();
+    forget_wished_pass();
     enter(t_cycle_state::looking);
     return first;
 }

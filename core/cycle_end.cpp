@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "core/cycle_end.h"
 
+#include "adapters/fake_wan_port.h"
+#include "adapters/wan_switch.h"
 #include "core/cycle.h"
 #include "core/cycle_start.h"
 #include "core/retries.h"
@@ -9,8 +11,6 @@
 #include "model/current_wan.h"
 #include "model/dumps.h"
 #include "model/port_model.h"
-#include "platform/adapters/fake_wan_port.h"
-#include "platform/adapters/wan_switch.h"
 #include "platform/files.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "core/cycle_start.h"
 
+#include "adapters/link_status.h"
+#include "adapters/network_status.h"
 #include "core/candidates.h"
 #include "core/connection.h"
 #include "core/cycle.h"
@@ -12,8 +14,6 @@
 #include "model/current_wan.h"
 #include "model/port_model.h"
 #include "model/reserved_ports.h"
-#include "platform/adapters/link_status.h"
-#include "platform/adapters/network_status.h"
 #include "platform/files.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
@@ -34,7 +34,7 @@ void refresh_reserved_ports()
 void start_wan_detect_all(int delay_ms)
 {
     LOG(Notice, "Will begin to detect all device after %dms!\n", delay_ms);
-    request_fresh_retries();
+    wish_for_fresh_retries();
     if (delay_ms > CYCLE_RETRY_MS && !cycle_is_running())
         give_way_to_requests(); // whoever put it off so far does not wait for a request any more
     open_cycle_over_all_in(delay_ms);

@@ -6,9 +6,9 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "adapters/engine_handlers.h"
 #include "model/gate.h"
 #include "model/records.h"
-#include "platform/engine_handlers.h"
 #include "probes/dns/dns_probe.h"
 
 extern "C" {

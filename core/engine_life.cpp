@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "core/engine_life.h"
 
+#include "adapters/fake_wan_port.h"
 #include "core/confirm_stages.h"
 #include "core/cycle.h"
 #include "core/cycle_end.h"
@@ -14,7 +15,6 @@
 #include "core/wishes.h"
 #include "model/fake_wan.h"
 #include "model/port_model.h"
-#include "platform/adapters/fake_wan_port.h"
 #include "platform/log.h"
 #include "probes/lan/arp_table.h"
 
@@ -49,7 +49,8 @@ void init_engine()
 {
     init_engine_gate(&engine.gate);
     engine_gate = &engine.gate;
-    engine_handlers = {start_wan_detect_all, start_proto_detect, wan_detect_process_link_change, request_fresh_retries};
+    engine_handlers = {start_wan_detect_all, start_proto_detect, wan_detect_process_link_change,
+                       wish_for_fresh_retries};
     remove_fake_wan_if_match = give_up_fake_wan_if_match;
     bind_timers();
     bind_wish_servers({serve_wished_pass, follow_moved_role, begin_retries_anew});

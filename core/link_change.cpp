@@ -143,6 +143,6 @@ int wan_detect_process_link_change(t_device *dev, bool up)
         LOG(Debug, "wan_detect not enable, ignore the deivce status change!\n");
     if (up)
         remove_banned_device_from_list(port_model.dev_hashmap_head, &port_model.banned_list, nullptr, dev);
-    request_fresh_retries();
+    wish_for_fresh_retries();
     return OK;
 }

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "core/link_scan.h"
 
+#include "adapters/link_status.h"
+#include "adapters/wan_switch.h"
 #include "core/background.h"
 #include "core/link_change.h"
 #include "model/gate.h"
 #include "model/port_model.h"
-#include "platform/adapters/link_status.h"
-#include "platform/adapters/wan_switch.h"
 #include "platform/clock.h"
 #include "platform/command.h"
 #include "platform/json_object.h"
@@ -78,5 +78,5 @@ void *link_scan_thread(void *)
 {
     while (!sleep_unless_stopped(update_eth_link_status_trigger() * MILLISECONDS_PER_SECOND))
         ;
-    park_background();
+    wait_for_the_end();
 }

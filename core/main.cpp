@@ -9,6 +9,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "adapters/bus_object.h"
+#include "adapters/fake_wan_port.h"
+#include "adapters/link_status.h"
+#include "adapters/network_status.h"
 #include "core/background.h"
 #include "core/combo_switch.h"
 #include "core/connection.h"
@@ -23,10 +27,6 @@
 #include "model/fake_wan.h"
 #include "model/port_config.h"
 #include "model/protocol_config.h"
-#include "platform/adapters/bus_object.h"
-#include "platform/adapters/fake_wan_port.h"
-#include "platform/adapters/link_status.h"
-#include "platform/adapters/network_status.h"
 #include "platform/command.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
@@ -100,7 +100,7 @@ static void prepare_process(const t_options &options)
 
 static void come_onto_bus()
 {
-    if (wan_detect_ubus_init(wan_detect_bus_offer()) != OK) {
+    if (wan_detect_ubus_init(wan_detect_bus_exports()) != OK) {
         LOG_AS(MAIN, Critical, "ubus\n");
         give_up();
     }

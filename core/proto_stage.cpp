@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "core/proto_stage.h"
 
+#include "adapters/link_status.h"
 #include "core/connection.h"
 #include "core/cycle.h"
 #include "core/wishes.h"
@@ -10,7 +11,6 @@
 #include "model/port_model.h"
 #include "model/reserved_ports.h"
 #include "model/tables.h"
-#include "platform/adapters/link_status.h"
 #include "platform/files.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
@@ -44,7 +44,7 @@ int start_proto_detect(const t_proto_detect_request *request)
         LOG(Error, "A instace is running protocol detection! Not allowed detect protocol now!\n");
         return ERR_BUSY;
     }
-    request_fresh_retries();
+    wish_for_fresh_retries();
     engine.proto_detect_timeout_ms = static_cast<uint32_t>(request->timeout_ms);
     engine.proto_detect_dev = request->dev;
     engine.proto_detect_target = request->protocol;

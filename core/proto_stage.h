@@ -3,7 +3,7 @@
 // a one-shot request leaves its file. Timer callbacks; loop thread only.
 #pragma once
 
-#include "platform/engine_handlers.h"
+#include "adapters/engine_handlers.h"
 
 extern "C" {
 #include <libubox/uloop.h>

@@ -8,10 +8,10 @@
 #include <sys/time.h>
 #include <unistd.h>
 
+#include "adapters/bus_object.h"
 #include "core/background.h"
 #include "core/engine_life.h"
 #include "core/wishes.h"
-#include "platform/adapters/bus_object.h"
 #include "platform/log.h"
 #include "probes/discovery/dhcp_discovery.h"
 #include "probes/discovery/pppoe_discovery.h"
@@ -37,7 +37,7 @@ static void mark_stop(int signal_number)
 {
     itimerval limit = {};
     limit.it_value.tv_sec = SHUTDOWN_LIMIT_SECONDS;
-    if (request_stop(signal_number))
+    if (begin_to_stop(signal_number))
         setitimer(ITIMER_REAL, &limit, nullptr);
 }
 
@@ -94,7 +94,7 @@ void done()
     if (quiet)
         release_engine();
     wan_detect_ubus_done();
-    wan_detect_bus_offer_release();
+    wan_detect_bus_exports_release();
     detach_background_from_loop();
     uloop_done();
     log_done();

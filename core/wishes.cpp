@@ -5,10 +5,10 @@
 
 #include "core/background.h"
 
-constexpr int NO_REQUEST = -1;
+constexpr int NO_WISH = -1;
 
 static t_wish_servers serve;
-static std::atomic<int> wished_pass_ms = NO_REQUEST;
+static std::atomic<int> wished_pass_ms = NO_WISH;
 static std::atomic<bool> wished_role_look;
 static std::atomic<bool> wished_fresh_retries;
 
@@ -17,17 +17,17 @@ void bind_wish_servers(const t_wish_servers &servers)
     serve = servers;
 }
 
-void request_pass(int delay_ms)
+void wish_for_pass(int delay_ms)
 {
     if (on_loop_thread()) {
-        forget_requested_pass();
+        forget_wished_pass();
         return serve.pass(delay_ms);
     }
     wished_pass_ms = delay_ms;
     wake_loop();
 }
 
-void request_role_look()
+void wish_for_role_look()
 {
     if (on_loop_thread())
         return serve.role_look();
@@ -35,7 +35,7 @@ void request_role_look()
     wake_loop();
 }
 
-void request_fresh_retries()
+void wish_for_fresh_retries()
 {
     if (on_loop_thread())
         return serve.fresh_retries();
@@ -43,17 +43,17 @@ void request_fresh_retries()
     wake_loop();
 }
 
-void forget_requested_pass()
+void forget_wished_pass()
 {
-    wished_pass_ms = NO_REQUEST;
+    wished_pass_ms = NO_WISH;
 }
 
 void serve_wishes()
 {
     if (wished_fresh_retries.exchange(false))
         serve.fresh_retries();
-    const int delay_ms = wished_pass_ms.exchange(NO_REQUEST);
-    if (delay_ms != NO_REQUEST)
+    const int delay_ms = wished_pass_ms.exchange(NO_WISH);
+    if (delay_ms != NO_WISH)
         serve.pass(delay_ms);
     if (wished_role_look.exchange(false))
         serve.role_look();
@@ -61,7 +61,7 @@ void serve_wishes()
 
 void forget_wishes()
 {
-    forget_requested_pass();
+    forget_wished_pass();
     wished_role_look = false;
     wished_fresh_retries = false;
 }

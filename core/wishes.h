@@ -14,12 +14,12 @@ struct t_wish_servers {
 void bind_wish_servers(const t_wish_servers &servers);
 
 // Any thread.
-void request_pass(int delay_ms);
-void request_role_look();
-void request_fresh_retries();
+void wish_for_pass(int delay_ms);
+void wish_for_role_look();
+void wish_for_fresh_retries();
 
 // A pass that begins looks at all links itself: one that is still wished for has been answered. Loop thread.
-void forget_requested_pass();
+void forget_wished_pass();
 
 // Serves what was wished since the last time. Loop thread.
 void serve_wishes();

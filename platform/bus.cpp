@@ -27,7 +27,7 @@ namespace {
 struct t_bus {
     ubus_context *context;                 // owns; null before the set-up and after the shutdown
     bool connected;                        // the context can be used
-    const t_bus_offer *offer;              // borrowed for the life of the connection
+    const t_bus_exports *offer;            // borrowed for the life of the connection
     const char *path;                      // that the library is given; null leaves it to the library
     uloop_fd_handler library_serve_socket; // what the library would do without a limit
     uloop_timeout_handler library_serve_waiting;
@@ -59,7 +59,7 @@ static void drop_knock()
 // True when this process, and nobody else, answers under the object's name again and hears the event again. The library
 // publishes objects anew, unless it gave one up that was refused at an earlier attempt; that each of them was accepted
 // is better asked for; events it does not register anew.
-static bool offer_is_back()
+static bool exports_are_back()
 {
     ubus_object *object = bus.offer->object;
     if (object->id == 0 && ubus_add_object(bus.context, object) != 0)
@@ -109,7 +109,7 @@ static bool watch_bus()
 static bool reconnect_within_limit()
 {
     t_bus_limit limit(bus.context, BUS_OFFER_LIMIT_MS);
-    return limit.is_set() && ubus_reconnect(bus.context, bus.path) == 0 && offer_is_back();
+    return limit.is_set() && ubus_reconnect(bus.context, bus.path) == 0 && exports_are_back();
 }
 
 // After a failure the library may leave the number of a socket that it closed. It closes that number again the next
@@ -199,7 +199,7 @@ static void connection_lost(ubus_context *context)
     uloop_timeout_set(&bus.retry_timer, BUS_RECONNECT_FIRST_MS);
 }
 
-int wan_detect_ubus_init(const t_bus_offer *offer)
+int wan_detect_ubus_init(const t_bus_exports *offer)
 {
     bus.offer = offer;
     bus.retry_timer.cb = retry;

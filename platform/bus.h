@@ -21,14 +21,14 @@ constexpr int BUS_RECONNECT_INTERVAL_MS = 1000;
 using t_bus_reply_handler = void (*)(ubus_request *request, int type, blob_attr *message);
 
 // What the daemon offers on the bus; filled in by the floor above before wan_detect_ubus_init.
-struct t_bus_offer {
+struct t_bus_exports {
     ubus_object *object;
     ubus_event_handler *event_handler;
     const char *event_pattern;
 };
 
 // Connects, adds the object and registers the event. 0, or -1 after a Critical line; every failure also raises SIGTERM.
-int wan_detect_ubus_init(const t_bus_offer *offer);
+int wan_detect_ubus_init(const t_bus_exports *offer);
 
 // Closes the connection, if there is one.
 void wan_detect_ubus_done();

@@ -24,14 +24,13 @@ ROOMS = DAEMON + ("compat", "lab", "bench", "tests/unit")
 WINDOW = 60
 # Which rooms each room may include, besides itself, as docs/architecture.md draws it.
 BELOW = {
-    "core": {"probes/discovery", "probes/arp", "probes/dns", "probes/lan", "adapters", "platform/adapters", "model", "platform"},
+    "core": {"probes/discovery", "probes/arp", "probes/dns", "probes/lan", "adapters", "model", "platform"},
     "probes/wire": {"model", "platform"},
     "probes/discovery": {"probes/wire", "model", "platform"},
     "probes/arp": {"probes/wire", "model", "platform"},
     "probes/dns": {"probes/arp", "probes/wire", "model", "platform"},
     "probes/lan": {"probes/arp", "probes/wire", "model", "platform"},
     "adapters": {"model", "platform"},
-    "platform/adapters": {"model", "platform"},
     "model": {"platform"},
     "platform": set(),
 }

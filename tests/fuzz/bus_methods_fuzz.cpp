@@ -3,9 +3,9 @@
 // chooses the handler and the form (from 0x80 on, JSON), and a block with the arguments.
 #include <libubus.h>
 
+#include "adapters/bus_object.h"
+#include "adapters/engine_handlers.h"
 #include "model/lists.h"
-#include "platform/adapters/bus_object.h"
-#include "platform/engine_handlers.h"
 #include "platform/log.h"
 #include "tests/fuzz/support/bus_message.h"
 #include "tests/fuzz/support/private_files.h"
@@ -62,7 +62,7 @@ void release_model()
     release_port_model(&port_model);
 }
 
-void call(const t_bus_offer &offer, int handler, blob_attr *arguments)
+void call(const t_bus_exports &offer, int handler, blob_attr *arguments)
 {
     if (handler >= offer.object->n_methods) {
         offer.event_handler->cb(nullptr, offer.event_handler, offer.event_pattern, arguments);
@@ -104,13 +104,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     t_input input(data, size);
     build_router();
-    const t_bus_offer *offer = wan_detect_bus_offer();
+    const t_bus_exports *offer = wan_detect_bus_exports();
     for (int calls = 0; !input.empty() && calls < MOST_CALLS; calls++) {
         const uint8_t choice = input.byte();
         t_fuzz_message message(input.block(), choice >= JSON_FORM);
         call(*offer, choice & HANDLER_MASK, message.attribute());
     }
     release_model();
-    wan_detect_bus_offer_release();
+    wan_detect_bus_exports_release();
     return 0;
 }

@@ -14,11 +14,11 @@
 #include <sys/uio.h>
 #include <unistd.h>
 
+#include "adapters/bus_object.h"
+#include "adapters/engine_handlers.h"
+#include "adapters/network_status.h"
 #include "model/lists.h"
-#include "platform/adapters/bus_object.h"
-#include "platform/adapters/network_status.h"
 #include "platform/bus.h"
-#include "platform/engine_handlers.h"
 #include "platform/log.h"
 #include "tests/fuzz/support/fake_commands.h"
 #include "tests/fuzz/support/fuzz.h"
@@ -313,11 +313,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     forget_connection();
     build_router();
     arriving = text_of(input.block());
-    if (wan_detect_ubus_init(wan_detect_bus_offer()) == 0)
+    if (wan_detect_ubus_init(wan_detect_bus_exports()) == 0)
         for (int steps = 0; !input.empty() && steps < MOST_STEPS; steps++)
             take_step(input.byte(), input);
     wan_detect_ubus_done();
-    wan_detect_bus_offer_release();
+    wan_detect_bus_exports_release();
     REQUIRE(timers.empty() && watched.empty());
     free_device_list(&port_model.banned_list.head);
     release_port_model(&port_model);

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // What the combo-state script prints.
+#include "adapters/link_status.h"
 #include "model/records.h"
-#include "platform/adapters/link_status.h"
 #include "platform/log.h"
 #include "tests/fuzz/support/fake_commands.h"
 #include "tests/fuzz/support/fuzz.h"

@@ -4,7 +4,7 @@
 #include <libubus.h>
 #include <sys/wait.h>
 
-#include "platform/adapters/network_status.h"
+#include "adapters/network_status.h"
 #include "platform/bus.h"
 #include "platform/log.h"
 #include "tests/fuzz/support/bus_message.h"

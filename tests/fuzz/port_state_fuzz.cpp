@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 // What the port-state script prints.
+#include "adapters/engine_handlers.h"
+#include "adapters/link_status.h"
 #include "model/port_model.h"
 #include "model/tables.h"
-#include "platform/adapters/link_status.h"
-#include "platform/engine_handlers.h"
 #include "platform/log.h"
 #include "tests/fuzz/support/fake_commands.h"
 #include "tests/fuzz/support/fuzz.h"

@@ -87,16 +87,16 @@ decoders_of() {
         probes/arp/arp_{probe,search}.cpp probes/dns/dns_{probe,receive}.cpp probes/wire/port_socket.cpp ;;
     arp_cache) echo probes/lan/arp_table.cpp ;;
     forwarding_records) echo probes/lan/{bridge_table,lan_hosts}.cpp ;;
-    port_state | combo_state) echo platform/adapters/link_status.cpp ;;
+    port_state | combo_state) echo adapters/link_status.cpp ;;
     config_files | config_values) echo model/{port_config,protocol_config,static_config,switch_attributes}.cpp \
         model/{reserved_ports,current_wan,fake_wan,config_text,device_protocol}.cpp platform/uci_access.cpp ;;
-    network_status) echo platform/adapters/{network_status,bus_replies}.cpp ;;
+    network_status) echo adapters/{network_status,bus_replies}.cpp ;;
     options) echo core/options.cpp ;;
-    bus_methods) echo platform/adapters/bus_object.cpp model/banned.cpp ;;
-    bus_replies) echo platform/adapters/bus_replies.cpp ;;
-    bus_session) echo platform/{bus,bus_call}.cpp platform/adapters/bus_object.cpp ;;
+    bus_methods) echo adapters/bus_object.cpp model/banned.cpp ;;
+    bus_replies) echo adapters/bus_replies.cpp ;;
+    bus_session) echo platform/{bus,bus_call}.cpp adapters/bus_object.cpp ;;
     engine_events) echo core/{engine,candidates,cycle_start,cycle_end,proto_stage,proto_verdict,confirm_stages}.cpp \
-        core/{link_change,link_scan,combo_switch}.cpp platform/adapters/wan_switch.cpp ;;
+        core/{link_change,link_scan,combo_switch}.cpp adapters/wan_switch.cpp ;;
     blob) echo compat/libubox/{blob_parse,blobmsg_parse,blob_to_json}.cpp ;;
     json_to_blob) echo compat/libubox/{json_to_blob,blob_to_json,blobmsg_builder}.cpp ;;
     bus_client) echo compat/libubus/{connection,context,request,serve,event,object,pending,call,message,frame}.cpp ;;

@@ -83,6 +83,7 @@ def test_a_lock_that_stops_the_commit_of_a_swap_leaves_nothing_of_it(tmp_path, s
 
 
 # holds: router-commands-save-folder
+# holds: router-commands-again
 @pytest.mark.parametrize("shell", SHELLS)
 def test_a_rebuild_that_a_lock_stops_behind_the_commit_is_made_again(tmp_path, shell, request):
     program(tmp_path / "uci", LOCKED_AFTER_COMMIT)

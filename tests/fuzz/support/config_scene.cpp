@@ -4,6 +4,8 @@
 #include <cstring>
 #include <unistd.h>
 
+#include "adapters/network_status.h"
+#include "adapters/wan_switch.h"
 #include "core/combo_switch.h"
 #include "model/current_wan.h"
 #include "model/dumps.h"
@@ -11,8 +13,6 @@
 #include "model/port_config.h"
 #include "model/protocol_config.h"
 #include "model/reserved_ports.h"
-#include "platform/adapters/network_status.h"
-#include "platform/adapters/wan_switch.h"
 #include "platform/log.h"
 #include "tests/fuzz/support/fake_commands.h"
 #include "tests/fuzz/support/fuzz.h"

@@ -9,6 +9,8 @@
 #include <pthread.h>
 #include <vector>
 
+#include "adapters/bus_object.h"
+#include "adapters/link_status.h"
 #include "core/background.h"
 #include "core/cycle.h"
 #include "core/cycle_start.h"
@@ -22,8 +24,6 @@
 #include "model/port_config.h"
 #include "model/protocol_config.h"
 #include "model/tables.h"
-#include "platform/adapters/bus_object.h"
-#include "platform/adapters/link_status.h"
 #include "platform/bus.h"
 #include "platform/command.h"
 #include "platform/ending.h"
@@ -189,7 +189,7 @@ t_engine_scene::t_engine_scene(const std::string &priority, const std::string &f
     REQUIRE(init_background());
     attach_background_to_loop(serve_wishes);
     init_engine();
-    wan_detect_bus_offer();
+    wan_detect_bus_exports();
     write_configuration();
     started_ = init_all_protocols(&port_model) >= 0 && init_all_eth_device(&port_model) > 0;
     init_fake_wan_device(&port_model);
@@ -202,7 +202,7 @@ t_engine_scene::t_engine_scene(const std::string &priority, const std::string &f
 t_engine_scene::~t_engine_scene()
 {
     cancel_all_timers();
-    request_stop(0);
+    begin_to_stop(0);
     for (t_worker_thread &worker : workers)
         worker.due_us = 0;
     run_due_workers();
@@ -210,7 +210,7 @@ t_engine_scene::~t_engine_scene()
     detach_background_from_loop();
     release_background();
     release_engine();
-    wan_detect_bus_offer_release();
+    wan_detect_bus_exports_release();
     scene = nullptr;
 }
 
@@ -312,7 +312,7 @@ void t_engine_scene::look_at_combo_port()
 
 void t_engine_scene::call(int handler, t_octets arguments, bool is_json)
 {
-    const t_bus_offer *offer = wan_detect_bus_offer();
+    const t_bus_exports *offer = wan_detect_bus_exports();
     t_fuzz_message message(arguments, is_json);
     if (handler >= offer->object->n_methods) {
         offer->event_handler->cb(nullptr, offer->event_handler, offer->event_pattern, message.attribute());

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <map>
 
+#include "adapters/link_status.h"
 #include "core/background.h"
 #include "core/cycle.h"
 #include "core/cycle_start.h"
@@ -16,7 +17,6 @@
 #include "model/port_config.h"
 #include "model/protocol_config.h"
 #include "model/tables.h"
-#include "platform/adapters/link_status.h"
 #include "tests/support/router_config.h"
 
 // When each timer is due on a clock that only tests move, and which was set first: on a busy machine as on an idle one.

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "platform/adapters/link_status.h"
+#include "adapters/link_status.h"
 #include "platform/bus.h"
 #include "platform/command.h"
 #include "platform/text.h"

@@ -26,7 +26,7 @@ protected:
         ASSERT_EQ(start_background_thread(
                       &thread,
                       [](void *) -> void * {
-                          request_pass(1000);
+                          wish_for_pass(1000);
                           leave_background();
                           return nullptr;
                       },
@@ -254,8 +254,8 @@ TEST_F(link_change, the_last_of_several_wishes_wins)
     start_background_thread(
         &thread,
         [](void *) -> void * {
-            request_pass(1000);
-            request_pass(10000);
+            wish_for_pass(1000);
+            wish_for_pass(10000);
             leave_background();
             return nullptr;
         },
@@ -433,7 +433,7 @@ TEST_F(link_change, a_thread_that_left_makes_room_for_another)
 TEST_F(link_change, the_end_of_the_process_is_told_to_running_commands)
 {
     EXPECT_FALSE(end_is_asked_for());
-    request_stop(SIGTERM);
+    begin_to_stop(SIGTERM);
     EXPECT_TRUE(end_is_asked_for());
 }
 
@@ -460,8 +460,8 @@ TEST_F(link_change, signals_that_end_the_process_are_blocked_in_background_threa
 TEST_F(link_change, the_first_signal_is_the_one_that_is_told)
 {
     EXPECT_EQ(stop_signal(), 0);
-    request_stop(SIGTERM);
-    request_stop(SIGINT);
+    begin_to_stop(SIGTERM);
+    begin_to_stop(SIGINT);
     EXPECT_EQ(stop_signal(), SIGTERM);
     EXPECT_TRUE(sleep_unless_stopped(60000));
 }

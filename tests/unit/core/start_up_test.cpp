@@ -77,7 +77,7 @@ int __wrap_uloop_run_timeout(int timeout)
 // What main calls as wan_detect_ubus_init.
 decltype(wan_detect_ubus_init) offer_to_no_bus;
 
-int offer_to_no_bus(const t_bus_offer *)
+int offer_to_no_bus(const t_bus_exports *)
 {
     bus_inits++;
     return bus_result;

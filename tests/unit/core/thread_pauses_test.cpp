@@ -2,13 +2,13 @@
 // How long the background threads sleep, and where: looked at, not waited for.
 #include <cerrno>
 
+#include "adapters/wan_switch.h"
 #include "core/background.h"
 #include "core/combo_switch.h"
 #include "core/cycle.h"
 #include "core/cycle_start.h"
 #include "core/link_change.h"
 #include "core/link_scan.h"
-#include "platform/adapters/wan_switch.h"
 #include "tests/unit/core/engine_fixture.h"
 #include "tests/unit/core/recorded_pauses.h"
 

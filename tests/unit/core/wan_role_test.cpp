@@ -196,6 +196,7 @@ TEST_F(wan_role, that_comes_back_from_a_foreign_port_is_adopted)
     EXPECT_EQ(port_model.wan_dev, dev("eth3"));
 }
 
+// holds: role-returns
 TEST_F(wan_role, that_comes_back_from_a_foreign_port_to_the_former_one_is_noticed)
 {
     write_switch_config(8, 7);
@@ -209,6 +210,7 @@ TEST_F(wan_role, that_comes_back_from_a_foreign_port_to_the_former_one_is_notice
     EXPECT_EQ(armed(engine.start_wan_detect), 10000) << "it has no link";
 }
 
+// holds: role-returns
 TEST_F(wan_role, that_comes_back_from_a_foreign_port_is_looked_after_although_it_has_a_link)
 {
     plug({"eth0", "eth3"});
@@ -224,6 +226,7 @@ TEST_F(wan_role, that_comes_back_from_a_foreign_port_is_looked_after_although_it
     }
 }
 
+// holds: role-moves-in-fake-wan-removal
 TEST_F(wan_role, given_to_a_foreign_port_while_the_fake_wan_port_was_given_up_leaves_no_result)
 {
     plug({"eth2"});

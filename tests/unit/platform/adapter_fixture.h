@@ -8,7 +8,7 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/engine_handlers.h"
+#include "adapters/engine_handlers.h"
 #include "tests/support/world.h"
 #include "tests/unit/support/sandbox.h"
 

@@ -8,8 +8,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "platform/adapters/bus_object.h"
-#include "platform/adapters/network_status.h"
+#include "adapters/bus_object.h"
+#include "adapters/network_status.h"
 #include "platform/result_codes.h"
 #include "tests/unit/platform/adapter_fixture.h"
 #include "tests/unit/platform/bus_fixture.h"
@@ -73,14 +73,14 @@ protected:
         uloop_handle_sigchld = false;
         uloop_init();
         forget_network_manager();
-        EXPECT_EQ(wan_detect_ubus_init(wan_detect_bus_offer()), 0);
+        EXPECT_EQ(wan_detect_ubus_init(wan_detect_bus_exports()), 0);
         t_bus_client client(BUS_SOCKET_PATH);
         EXPECT_TRUE(loop_until([&client] { return client.knows("network.interface"); }));
     }
     ~bus_call() override
     {
         wan_detect_ubus_done();
-        wan_detect_bus_offer_release();
+        wan_detect_bus_exports_release();
         uloop_done();
         end_manager();
     }

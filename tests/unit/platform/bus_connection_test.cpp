@@ -11,8 +11,8 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include "adapters/bus_object.h"
 #include "model/banned.h"
-#include "platform/adapters/bus_object.h"
 #include "tests/unit/platform/adapter_fixture.h"
 #include "tests/unit/platform/bus_fixture.h"
 
@@ -76,7 +76,7 @@ protected:
     ~bus_connection() override
     {
         wan_detect_ubus_done();
-        wan_detect_bus_offer_release();
+        wan_detect_bus_exports_release();
         uloop_done();
         sigaction(SIGTERM, &former_, nullptr);
         std::filesystem::remove(BUS_SOCKET_PATH);
@@ -85,7 +85,7 @@ protected:
 
     static int init()
     {
-        offered_ = wan_detect_bus_offer();
+        offered_ = wan_detect_bus_exports();
         return wan_detect_ubus_init(offered_);
     }
     static bool is_connected() { return wan_detect_ubus_context() != nullptr; }
@@ -108,7 +108,7 @@ protected:
     }
 
     static inline int heartbeats_;
-    static inline const t_bus_offer *offered_;
+    static inline const t_bus_exports *offered_;
     uloop_timeout heartbeat_ = {};
     t_log_capture log;
 
@@ -192,7 +192,7 @@ TEST_F(bus_connection, with_its_name_in_use_ends_the_daemon)
 TEST_F(bus_connection, with_its_event_refused_ends_the_daemon)
 {
     t_bus_daemon bus(BUS_SOCKET_PATH);
-    t_bus_offer offer = *wan_detect_bus_offer();
+    t_bus_exports offer = *wan_detect_bus_exports();
     offer.event_pattern = "";
     EXPECT_EQ(wan_detect_ubus_init(&offer), -1);
     EXPECT_EQ(terminations, 1);
@@ -269,7 +269,7 @@ TEST_F(lost_bus, is_looked_for_no_more_once_it_is_back)
 TEST_F(lost_bus, sees_nothing_of_a_daemon_that_is_back_by_half)
 {
     wan_detect_ubus_done();
-    t_bus_offer offer = *wan_detect_bus_offer();
+    t_bus_exports offer = *wan_detect_bus_exports();
     ASSERT_EQ(wan_detect_ubus_init(&offer), 0);
     const char *pattern = offer.event_pattern;
     bus.kill();

@@ -12,7 +12,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include "platform/adapters/bus_object.h"
+#include "adapters/bus_object.h"
 #include "platform/bus_limit.h"
 #include "tests/unit/platform/adapter_fixture.h"
 #include "tests/unit/platform/bus_fixture.h"
@@ -79,7 +79,7 @@ protected:
     ~bus_limit() override
     {
         wan_detect_ubus_done();
-        wan_detect_bus_offer_release();
+        wan_detect_bus_exports_release();
         uloop_done();
     }
 
@@ -146,7 +146,7 @@ TEST_F(bus_limit, hangs_up_when_nobody_takes_a_reply)
         ;
     ASSERT_EQ(errno, EAGAIN);
 
-    ubus_object *object = wan_detect_bus_offer()->object;
+    ubus_object *object = wan_detect_bus_exports()->object;
     const ubus_method &first = object->methods[0];
     ubus_request_data request = {};
     t_message message("{}");
@@ -212,7 +212,7 @@ TEST_F(bus_limit, that_is_not_reached_leaves_the_connection_alone)
 TEST_F(bus_limit, lets_a_bus_that_hangs_right_after_its_greeting_not_keep_the_loop)
 {
     t_bus_daemon bus(BUS_SOCKET_PATH);
-    ASSERT_EQ(wan_detect_ubus_init(wan_detect_bus_offer()), 0);
+    ASSERT_EQ(wan_detect_ubus_init(wan_detect_bus_exports()), 0);
     bus.kill();
     ASSERT_TRUE(loop_until([] { return wan_detect_ubus_context() == nullptr; }));
     {

@@ -6,8 +6,8 @@
 #include <regex>
 #include <thread>
 
+#include "adapters/bus_object.h"
 #include "model/banned.h"
-#include "platform/adapters/bus_object.h"
 #include "platform/command.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
@@ -24,7 +24,7 @@ protected:
     {
         uloop_handle_sigchld = false;
         uloop_init();
-        offer = wan_detect_bus_offer();
+        offer = wan_detect_bus_exports();
         EXPECT_EQ(wan_detect_ubus_init(offer), 0);
         client = std::make_unique<t_bus_client>(BUS_SOCKET_PATH);
         EXPECT_TRUE(client->is_connected());
@@ -33,7 +33,7 @@ protected:
     {
         client.reset();
         wan_detect_ubus_done();
-        wan_detect_bus_offer_release();
+        wan_detect_bus_exports_release();
         uloop_done();
         log_close();
         std::filesystem::remove("/tmp/wan_detect.log");
@@ -77,7 +77,7 @@ protected:
     t_bus_daemon bus{BUS_SOCKET_PATH};
     t_device *eth0, *eth1;
     t_protocol *dhcp, *pppoe;
-    const t_bus_offer *offer;
+    const t_bus_exports *offer;
     std::unique_ptr<t_bus_client> client;
     t_log_capture log;
 };

@@ -6,7 +6,7 @@ extern "C" {
 #include <libubox/blobmsg_json.h>
 }
 
-#include "platform/adapters/bus_replies.h"
+#include "adapters/bus_replies.h"
 #include "tests/unit/platform/adapter_fixture.h"
 
 namespace {

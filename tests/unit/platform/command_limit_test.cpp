@@ -176,12 +176,14 @@ TEST_F(command_limit, an_action_has_more_time_than_a_query)
     EXPECT_EQ(log_.text(), "");
 }
 
+// holds: programs-end
 TEST_F(command_limit, the_end_of_a_program_is_waited_for_and_not_looked_for)
 {
     EXPECT_LE(looks_for_a_slow_program(), FEW_LOOKS);
 }
 
 // A kernel that has no descriptor for a program: looked at in a process of its own, for there is no way back.
+// holds: programs-end
 TEST_F(command_limit, without_a_descriptor_of_the_kernel_the_end_of_a_program_is_looked_for)
 {
     const pid_t process = fork();

@@ -258,7 +258,7 @@ TEST(capture_command, starts_programs_where_there_is_no_null_device)
     EXPECT_STREQ(output, "started\n");
 }
 
-// holds: programs-descriptors
+// holds: programs-descriptors, programs-end
 TEST(run_command, needs_no_descriptor)
 {
     const t_full_table full;
@@ -422,6 +422,7 @@ TEST(run_command, waits_although_signals_arrive)
     EXPECT_EQ(WEXITSTATUS(status), 4);
 }
 
+// holds: programs-end
 TEST(run_command, fails_when_somebody_else_collects_the_children)
 {
     sighandler_t before = signal(SIGCHLD, SIG_IGN);
@@ -432,6 +433,7 @@ TEST(run_command, fails_when_somebody_else_collects_the_children)
     EXPECT_EQ(later, -1);
 }
 
+// holds: programs-no-shell
 TEST(run_command, starts_a_program_by_its_path_without_a_shell)
 {
     const t_no_shell none;
@@ -445,6 +447,7 @@ TEST(run_command, starts_a_program_by_its_path_without_a_shell)
     EXPECT_STREQ(output, "one two\n");
 }
 
+// holds: programs-no-shell
 TEST(run_command, leaves_to_the_shell_what_a_shell_might_read_otherwise)
 {
     const std::string long_word(200, 'x');
@@ -491,6 +494,7 @@ TEST(run_command, leaves_to_the_shell_what_a_shell_might_read_otherwise)
     }
 }
 
+// holds: programs-no-shell
 TEST(run_command, ends_as_with_the_shell_when_a_program_cannot_be_started)
 {
     write_file("/tmp/not_executable", "#!/bin/sh\n");
@@ -504,6 +508,7 @@ TEST(run_command, ends_as_with_the_shell_when_a_program_cannot_be_started)
     EXPECT_EQ(WEXITSTATUS(run_command("/tmp/not_executable")), 126);
 }
 
+// holds: programs-no-shell
 TEST(capture_command, of_a_script_without_an_interpreter_is_what_the_shell_makes_of_it)
 {
     write_program("/tmp/no_interpreter", "echo $0 $1 $#; exit 5\n");
@@ -513,6 +518,7 @@ TEST(capture_command, of_a_script_without_an_interpreter_is_what_the_shell_makes
     EXPECT_EQ(WEXITSTATUS(run_command("/tmp/no_interpreter")), 5);
 }
 
+// holds: programs-no-shell
 TEST(capture_command, gives_a_program_the_same_surroundings_with_a_shell_and_without)
 {
     // Of /proc/PID/stat the fifth field is the process group.

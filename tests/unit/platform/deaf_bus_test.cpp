@@ -12,8 +12,8 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include "adapters/bus_object.h"
 #include "model/banned.h"
-#include "platform/adapters/bus_object.h"
 #include "platform/bus_limit.h"
 #include "tests/unit/platform/adapter_fixture.h"
 #include "tests/unit/platform/bus_fixture.h"
@@ -54,7 +54,7 @@ protected:
     {
         uloop_handle_sigchld = false;
         uloop_init();
-        offer = wan_detect_bus_offer();
+        offer = wan_detect_bus_exports();
         EXPECT_EQ(wan_detect_ubus_init(offer), 0);
         ubus_context *context = wan_detect_ubus_context();
         int ends[2];
@@ -69,7 +69,7 @@ protected:
     {
         close(end_);
         wan_detect_ubus_done();
-        wan_detect_bus_offer_release();
+        wan_detect_bus_exports_release();
         uloop_done();
     }
 
@@ -118,7 +118,7 @@ protected:
     static inline clock_type::time_point start_;
     t_bus_daemon bus{BUS_SOCKET_PATH};
     t_device *eth0;
-    const t_bus_offer *offer;
+    const t_bus_exports *offer;
     t_log_capture log;
     int end_;
 };

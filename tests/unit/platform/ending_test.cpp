@@ -19,12 +19,14 @@ protected:
     }
 };
 
+// holds: ending-heard
 TEST_F(ending, is_neither_seen_nor_heard_before_somebody_asks_for_it)
 {
     EXPECT_FALSE(end_is_asked_for());
     EXPECT_FALSE(is_heard());
 }
 
+// holds: ending-heard
 TEST_F(ending, once_asked_for_is_seen_and_heard_for_good)
 {
     ask_for_end();
@@ -34,6 +36,7 @@ TEST_F(ending, once_asked_for_is_seen_and_heard_for_good)
     }
 }
 
+// holds: ending-heard
 TEST_F(ending, counts_from_the_moment_at_which_somebody_sees_it_first)
 {
     ask_for_end();
@@ -44,6 +47,7 @@ TEST_F(ending, counts_from_the_moment_at_which_somebody_sees_it_first)
     EXPECT_GE(end_is_seen_for_ms(), 18);
 }
 
+// holds: ending-heard
 TEST_F(ending, is_forgotten_with_its_release)
 {
     ask_for_end();

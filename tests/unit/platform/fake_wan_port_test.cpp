@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
-#include "platform/adapters/fake_wan_port.h"
+#include "adapters/fake_wan_port.h"
 
-#include "platform/adapter_fixture.h"
 #include "platform/result_codes.h"
+#include "tests/unit/platform/adapter_fixture.h"
 
 namespace {
 

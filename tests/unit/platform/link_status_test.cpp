@@ -3,7 +3,7 @@
 #include <filesystem>
 #include <sys/mount.h>
 
-#include "platform/adapters/link_status.h"
+#include "adapters/link_status.h"
 #include "platform/json_object.h"
 #include "tests/unit/platform/adapter_fixture.h"
 #include "tests/unit/support/failing_memory.h"

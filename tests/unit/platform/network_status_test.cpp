@@ -9,7 +9,7 @@ extern "C" {
 #include <libubox/blobmsg_json.h>
 }
 
-#include "platform/adapters/network_status.h"
+#include "adapters/network_status.h"
 #include "platform/bus.h"
 #include "platform/result_codes.h"
 #include "tests/unit/platform/adapter_fixture.h"

@@ -4,8 +4,8 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/adapters/bus_replies.h"
-#include "platform/adapters/link_status.h"
+#include "adapters/bus_replies.h"
+#include "adapters/link_status.h"
 #include "platform/bus.h"
 
 // holds: result-codes

@@ -111,6 +111,7 @@ TEST_F(uci_lock, while_the_daemon_starts_a_locked_file_is_waited_for_longer)
     set_uci_lock_limit(UCI_LOCK_LIMIT_MS);
 }
 
+// holds: locked-start-up
 TEST_F(uci_lock, what_start_up_waited_is_not_held_against_what_comes_after_it)
 {
     const t_foreign_lock lock("/etc/config/network"), other("/etc/config/switch");
@@ -125,6 +126,7 @@ TEST_F(uci_lock, what_start_up_waited_is_not_held_against_what_comes_after_it)
     });
 }
 
+// holds: locked-start-up
 TEST_F(uci_lock, a_process_that_is_told_to_end_while_it_starts_waits_no_longer_than_later_on)
 {
     const t_foreign_lock lock("/etc/config/network"), other("/etc/config/switch");
@@ -140,6 +142,7 @@ TEST_F(uci_lock, a_process_that_is_told_to_end_while_it_starts_waits_no_longer_t
     set_uci_lock_limit(UCI_LOCK_LIMIT_MS);
 }
 
+// holds: locked-read
 TEST_F(uci_lock, a_file_refused_again_and_again_does_not_let_another_one_be_forgotten)
 {
     const t_foreign_lock lock("/etc/config/network"), other("/etc/config/switch");

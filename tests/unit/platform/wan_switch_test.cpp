@@ -5,8 +5,8 @@
 #include <functional>
 #include <thread>
 
-#include "platform/adapters/link_status.h"
-#include "platform/adapters/wan_switch.h"
+#include "adapters/link_status.h"
+#include "adapters/wan_switch.h"
 #include "tests/unit/platform/adapter_fixture.h"
 
 namespace {

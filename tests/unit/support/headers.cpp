@@ -1,4 +1,4 @@
 // SPDX-License-Identifier: MIT
-#include "support/headers.h"
+#include "tests/unit/support/headers.h"
 
 COMMON_TEMPLATES(template)

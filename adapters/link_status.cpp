@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: MIT
 // Asking the router's scripts for link states, and reading the JSON that they print.
-#include "platform/adapters/link_status.h"
+#include "adapters/link_status.h"
 
 #include <cstdio>
 #include <cstring>
 
+#include "adapters/engine_handlers.h"
 #include "model/port_model.h"
 #include "platform/command.h"
-#include "platform/engine_handlers.h"
 #include "platform/json_object.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The fake WAN port is given up as soon as the real port is known or detection is off.
-#include "platform/adapters/fake_wan_port.h"
+#include "adapters/fake_wan_port.h"
 
 #include <cstring>
 

@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: MIT
 // Reading the network manager's replies.
-#include "platform/adapters/bus_replies.h"
+#include "adapters/bus_replies.h"
 
 #include <cstring>
 
 #include <libubus.h>
 
+#include "adapters/bus_message.h"
 #include "model/records.h"
-#include "platform/adapters/bus_message.h"
 #include "platform/log.h"
 #include "platform/printable_text.h"
 #include "platform/text.h"

@@ -1,20 +1,20 @@
 // SPDX-License-Identifier: MIT
 // The object "wan_detect": its method table, and what each method does with its arguments.
-#include "platform/adapters/bus_object.h"
+#include "adapters/bus_object.h"
 
 #include <poll.h>
 #include <sys/socket.h>
 
 #include <libubus.h>
 
+#include "adapters/bus_message.h"
+#include "adapters/engine_handlers.h"
+#include "adapters/fake_wan_port.h"
 #include "model/banned.h"
 #include "model/port_model.h"
 #include "model/tables.h"
-#include "platform/adapters/bus_message.h"
-#include "platform/adapters/fake_wan_port.h"
 #include "platform/bus_limit.h"
 #include "platform/clock.h"
-#include "platform/engine_handlers.h"
 #include "platform/log.h"
 #include "platform/printable_text.h"
 #include "platform/result_codes.h"
@@ -266,11 +266,11 @@ constexpr int METHOD_COUNT = sizeof METHODS / sizeof METHODS[0];
 ubus_object_type object_type = {.name = OBJECT_NAME, .id = 0, .methods = METHODS, .n_methods = METHOD_COUNT};
 ubus_object object;
 ubus_event_handler ban_event_handler;
-constexpr t_bus_offer OFFER = {.object = &object, .event_handler = &ban_event_handler, .event_pattern = BAN_EVENT};
+constexpr t_bus_exports OFFER = {.object = &object, .event_handler = &ban_event_handler, .event_pattern = BAN_EVENT};
 
 } // namespace
 
-const t_bus_offer *wan_detect_bus_offer()
+const t_bus_exports *wan_detect_bus_exports()
 {
     // What an earlier connection left in the records would be taken for an object that is published already.
     object = {};
@@ -284,7 +284,7 @@ const t_bus_offer *wan_detect_bus_offer()
     return &OFFER;
 }
 
-void wan_detect_bus_offer_release()
+void wan_detect_bus_exports_release()
 {
     blob_buf_free(&reply_buffer);
 }

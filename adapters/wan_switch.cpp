@@ -1,17 +1,17 @@
 // SPDX-License-Identifier: MIT
 // The router's swap command, run while both background threads are kept out.
-#include "platform/adapters/wan_switch.h"
+#include "adapters/wan_switch.h"
 
 #include <cstdio>
 #include <cstring>
 
+#include "adapters/engine_handlers.h"
+#include "adapters/link_status.h"
 #include "model/current_wan.h"
 #include "model/gate.h"
 #include "model/port_model.h"
-#include "platform/adapters/link_status.h"
 #include "platform/clock.h"
 #include "platform/command.h"
-#include "platform/engine_handlers.h"
 #include "platform/log.h"
 #include "platform/text.h"
 

@@ -2,7 +2,7 @@
 // Does the upstream work, and is this a router at all?
 #pragma once
 
-#include "platform/adapters/bus_replies.h"
+#include "adapters/bus_replies.h"
 
 // Asks the network manager for "internet" (falling back to "wan"), or for "wanv6" when `ipv6` is set. With `check`, a
 // connected state is confirmed by the online test. One of the NETWORK_ values.

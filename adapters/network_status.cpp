@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The network manager's view of the upstream, the online test, and the router's mode.
-#include "platform/adapters/network_status.h"
+#include "adapters/network_status.h"
 
 #include <csignal>
 #include <sys/wait.h>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
 // The table that leads up to the engine; empty until core/ fills it in.
-#include "platform/engine_handlers.h"
+#include "adapters/engine_handlers.h"
 
 t_engine_handlers engine_handlers = {};

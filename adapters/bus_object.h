@@ -5,7 +5,7 @@
 #include "platform/bus.h"
 
 // Object and event as wan_detect_ubus_init wants them.
-const t_bus_offer *wan_detect_bus_offer();
+const t_bus_exports *wan_detect_bus_exports();
 
 // Frees the reply buffer; shutdown only.
-void wan_detect_bus_offer_release();
+void wan_detect_bus_exports_release();
