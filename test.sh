@@ -103,7 +103,7 @@ program_checks() {
 lab() { # lab PYTEST-ARGUMENTS...
     # Three labs for each processor: one of them computes a quarter of the time. Each starts Python twice.
     PYTHONPATH=. /usr/bin/python3 -m compileall -q lab &&
-        /usr/bin/python3 -m pytest -q -p no:cacheprovider --build build/release --labs $((3 * jobs)) "$@"
+        /usr/bin/python3 -m pytest -q -p no:cacheprovider "$@" --build build/release --labs $((3 * jobs))
 }
 
 release_checks() {
@@ -115,6 +115,7 @@ release_checks() {
 quick_checks() {
     step "formatting" formatting
     step "circles" tests/figures.py --circles
+    step "figures" tests/figures.py --check
     step "picture of a cycle" tests/cycle_picture.py --self-test --check
     step "log lines" log_lines
 }
