@@ -18,7 +18,7 @@
 namespace {
 
 constexpr size_t COMMAND_SIZE = 64;
-constexpr uint32_t SETTLE_MS = 1;
+constexpr uint32_t AFTER_COMMAND_MS = 1;
 
 const char *other_side_name(uint8_t sub_port)
 {
@@ -68,7 +68,7 @@ void toggle_combo_state(t_device *dev)
         block_both_threads();
         LOG(Debug, "toggle_combo_state:success switch combo! Block update eth link & combo switch for %ds!\n",
             static_cast<int>(SWITCH_BLOCK_SECONDS));
-        sleep_ms(SETTLE_MS);
+        sleep_ms(AFTER_COMMAND_MS);
     }
     update_combo_device_status(dev);
 }
@@ -110,7 +110,7 @@ void switch_wan_to_dev(t_device *dev, int force)
             static_cast<int>(SWITCH_BLOCK_SECONDS), static_cast<int>(REDETECT_AFTER_SWITCH_SECONDS));
         if (engine_handlers.start_wan_detect_all)
             engine_handlers.start_wan_detect_all(REDETECT_AFTER_SWITCH_SECONDS * MILLISECONDS_PER_SECOND);
-        sleep_ms(SETTLE_MS);
+        sleep_ms(AFTER_COMMAND_MS);
     }
     LOG(Notice, "wan_detect:success switching wan dev to %s, port:%d!\n", dev->name, dev->port_num);
 }

@@ -107,7 +107,7 @@ void serve_wished_pass(int delay_ms)
 
 // --- passes
 
-static void close_probe_batches()
+void close_probe_batches()
 {
     if (dhcp_detect_handle.contexts)
         release_dhcp_detect_handle();

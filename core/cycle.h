@@ -95,5 +95,8 @@ void take_stage(t_stage_owner owner);
 void send_probes_now();
 void collect_in(int delay_ms);
 
+// Whatever batch of questions is open.
+void close_probe_batches();
+
 // The stage is over: probing -> judging when it was the cycle's.
 void finish_stage();

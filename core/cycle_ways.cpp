@@ -11,7 +11,7 @@ constexpr t_cycle_way WAYS[] = {
     {resting, waiting},       // the WAN port was lost, or all ports are listed
     {waiting, looking},       // the first pass
     {looking, looking},       // another pass: nobody is left, or the ports are listed anew
-    {looking, probing},       // DHCP and PPPoE are to be asked
+    {looking, probing},       // servers of the configured protocol are to be asked
     {looking, asking_arp},    // a static address
     {looking, ending},        // the WAN port works, or there is nothing to detect
     {probing, looking},       // the WAN port was lost meanwhile

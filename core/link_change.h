@@ -6,7 +6,9 @@
 
 struct t_device;
 
-constexpr uint32_t PORT_SETTLE_MS = 9000; // from a port's link to its place among the parked ports
+// From a port's link to its place among the parked ports: shorter than WAN_DOWN_DELAY_MS, so that the first pass after
+// a cable moved finds its new port.
+constexpr uint32_t PORT_SETTLE_MS = 9000;
 
 // Stores the new state of a port of the device table and starts, delays or feeds a cycle; a link that returns lifts the
 // port's ban. Always 0. Outside router mode nothing happens, not even the storing.

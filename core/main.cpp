@@ -35,7 +35,7 @@
 constexpr const char *MAIN = "main"; // the steps of start-up speak in its name
 constexpr int LINK_WAIT_TRIES = 30;
 constexpr uint32_t LINK_WAIT_INTERVAL_MS = 2000;
-constexpr uint32_t SETTLE_MS = 15000; // before the first cycle, link or no link
+constexpr uint32_t START_UP_PAUSE_MS = 15000; // before the first cycle, link or no link
 constexpr mode_t FILE_MASK = 022;
 constexpr const char *PROGRAM_FOLDERS = "/usr/sbin:/usr/bin:/sbin:/bin"; // where none are named
 
@@ -152,7 +152,7 @@ static void wait_for_link()
     }
     if (tries == LINK_WAIT_TRIES)
         LOG_AS(MAIN, Info, "No device plugged in in 60s, Waiting for another 15s before starting main!\n");
-    pause_start_up(SETTLE_MS);
+    pause_start_up(START_UP_PAUSE_MS);
 }
 
 // A working upstream needs no cycle, and no stand-in either.

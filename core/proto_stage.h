@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The protocol-probe stage: DISCOVER and PADI go out, answers are collected every 500 ms, a cycle then judges them and
-// a one-shot request leaves its file. Timer callbacks; loop thread only.
+// The protocol-probe stage: questions go out on all ports at once, answers are collected every 500 ms, a cycle then
+// judges them (proto_verdict.cpp) and a one-shot request leaves its file. Timer callbacks; loop thread only.
 #pragma once
 
 #include "adapters/engine_handlers.h"
@@ -24,8 +24,8 @@ void uloop_proto_detect_start(uloop_timeout *timer);
 void uloop_proto_detect_end(uloop_timeout *timer);
 void uloop_wan_detect_using_proto_detect(uloop_timeout *timer);
 
-// Drops the ports without link, those silent for too long and, once a port answered, all that did not. Returns how many
-// candidates have the wanted protocol.
+// Despite its name it keeps the ports with the wanted protocol. Drops the ports without link, those silent for too long
+// and, once a port answered, all that did not. Returns how many candidates have the wanted protocol.
 int remove_specific_proto_dev_from_list();
 
 void write_proto_detect_result_file();

@@ -10,11 +10,10 @@
 
 #include "adapters/bus_object.h"
 #include "core/background.h"
+#include "core/cycle.h"
 #include "core/engine_life.h"
 #include "core/wishes.h"
 #include "platform/log.h"
-#include "probes/discovery/dhcp_discovery.h"
-#include "probes/discovery/pppoe_discovery.h"
 
 t_worker combo_worker;
 t_worker link_worker;
@@ -78,17 +77,9 @@ void install_signal_handlers()
     pthread_sigmask(SIG_UNBLOCK, &ends, nullptr);
 }
 
-static void close_probes()
-{
-    if (dhcp_detect_handle.contexts)
-        release_dhcp_detect_handle();
-    if (pppoe_detect_handle.contexts)
-        release_pppoe_detect_handle();
-}
-
 void done()
 {
-    close_probes();
+    close_probe_batches();
     // A thread that still sits in a command keeps what it may touch; it ends with the process.
     bool quiet = stop_background_threads();
     if (quiet)
