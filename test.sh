@@ -26,17 +26,24 @@ step() {
         : >"$log.passed"
     else
         printf '   %-44s FAILED %2d s\n%s\n' "$name" $((SECONDS - started)) "$(tail -n 60 "$log" | sed 's/^/   | /')"
-        echo "$name" >>"$failures"
+        fail "$name"
         : >"$log.failed"
         return 1
     fi
+}
+
+fail() { # fail NAME: a full disk does not swallow it
+    echo "$1" >>"$failures" || : >"$failures.unwritten"
 }
 
 # after NAME: waits for the end of that step of the computing lane. False when it failed.
 after() {
     local log=$logs/${1// /-}.log
     while [ ! -e "$log.passed" ] && [ ! -e "$log.failed" ]; do
-        [ ! -e "$logs/computed" ] || break # the lane ended without it
+        [ ! -e "$logs/computed" ] || { # the lane ended without it
+            fail "$1 (never ran)"
+            return 1
+        }
         sleep 0.2
     done
     [ -e "$log.passed" ]
@@ -123,13 +130,14 @@ quick_checks() {
 # What only computes: at a priority at which it takes the processor from nothing else. Tests of the address sanitizer and fuzz
 # targets are one tree, for both instrument the same code.
 computing_lane() {
+    trap ': >"$logs/computed"' EXIT
     chrt --idle --pid 0 $BASHPID
     step "build asan" build asan fuzz "${clang[@]}" -DWAN_DETECT_FUZZ=ON -DWAN_DETECT_TESTS=ON -DWAN_DETECT_LAB=ON
     step "build tsan" build tsan tsan "$clang_tests"
     quick_checks
     step "cppcheck" cppcheck_all
     step "clang-tidy" tidy
-    : >"$logs/computed"
+    return 0
 }
 
 # What waits most of the time, one after the other where it would disturb each other's clocks.
@@ -147,16 +155,18 @@ waiting_lane() {
         step "unit tests tsan" unit tsan
         step "a moved cable tsan" ./run.sh cable-move --build build/tsan
     fi
+    return 0
 }
 
 # In real time, for Clang's address sanitizer cannot live with the library that makes the lab's clock faster.
 cable_lane() {
     after "build asan" && step "a moved cable asan" ./run.sh cable-move --build build/fuzz --speed 1
+    return 0
 }
 
 # side_by_side LANE...: until all are over. Each is a process group, to end with this script however that ends.
 side_by_side() {
-    local lane lanes=()
+    local lane lanes=() started=("$@")
     set -m
     for lane in "$@"; do
         "$lane" &
@@ -164,7 +174,9 @@ side_by_side() {
     done
     set +m
     trap 'kill -- "${lanes[@]}" 2>/dev/null' EXIT
-    wait
+    for lane in "${!lanes[@]}"; do
+        wait "${lanes[lane]#-}" || fail "${started[lane]} (ended early)"
+    done
     trap - EXIT
 }
 
@@ -212,6 +224,7 @@ fi
 unit_passed=$(cat "$logs"/ctest-*.log 2>/dev/null | grep -c ' Passed ')
 lab_passed=$(cat "$logs"/lab-*.log 2>/dev/null | sed -n 's/^.*\b\([0-9][0-9]*\) passed.*/\1/p' | paste -sd+)
 failed=$(wc -l <"$failures")
+[ ! -e "$failures.unwritten" ] || failed=$((failed + 1))
 say "Result in $SECONDS s"
 [ "$failed" -eq 0 ] || printf 'failed: %s\n' "$(paste -sd, "$failures")"
 printf '%d passed, %d failed\n' $((unit_passed + ${lab_passed:-0})) "$failed"

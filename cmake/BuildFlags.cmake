@@ -34,9 +34,14 @@ foreach(flag ${wanted_flags})
   endif()
 endforeach()
 
-# For a router's flash. Nothing unwinds: nothing is thrown, and a thread is cancelled where it has no destructors to run.
-# Calls into libraries are bound at start anyway, so they need no stubs.
-foreach(flag -Oz -fno-asynchronous-unwind-tables -fno-plt)
+# For a router's flash. Calls into libraries are bound at start anyway, so they need no stubs. Nothing unwinds: nothing is
+# thrown, and a thread is cancelled where it has no destructors to run. But the virtual router, which refuses memory at
+# each place of a program, tells the places by their callers, and so does a debugger.
+set(size_flags -Oz -fno-plt)
+if(NOT WAN_DETECT_LAB)
+  list(APPEND size_flags -fno-asynchronous-unwind-tables)
+endif()
+foreach(flag ${size_flags})
   string(MAKE_C_IDENTIFIER "HAVE${flag}" have)
   check_cxx_compiler_flag(${flag} ${have})
   if(${have})

@@ -222,7 +222,8 @@ void finish_stage()
 {
     if (engine.stage_owner == t_stage_owner::cycle) {
         engine.stage_was_cut = false;
-        enter(t_cycle_state::judging);
+        if (engine.state == t_cycle_state::probing) // not when the cycle ended while this was due
+            enter(t_cycle_state::judging);
     }
     leave_stage();
 }
@@ -261,7 +262,8 @@ void end_cycle_with(t_device *result)
 {
     engine.result_dev = result;
     engine.put_off = false;
-    enter(t_cycle_state::ending);
+    if (engine.state != t_cycle_state::ending) // two steps that were due together may find detection switched off
+        enter(t_cycle_state::ending);
     uloop_timeout_set(&engine.end, 0);
 }
 

@@ -9,6 +9,7 @@
 A comment `// holds: name, name` (in Python `# holds: name`) stands above a test, without an empty line between.
 """
 import argparse
+import json
 import re
 import subprocess
 import sys
@@ -84,9 +85,15 @@ class Behaviours:
 
     def not_built(self, folder):
         """Of the unit tests that hold something those that no program there knows."""
-        known = set().union(*map(listed_by, sorted(folder.glob("*_test"))))
+        known = set().union(*map(listed_by, programs_of(folder.parent)))
         named = {test.name: test for tests in self.tests.values() for test in tests if not test.of_lab}
         return [f"{test.path}: no program of {folder} knows {name}" for name, test in named.items() if name not in known]
+
+
+def programs_of(build):
+    """The test programs that are run there, not what older builds left behind."""
+    shown = subprocess.run(["ctest", "--test-dir", build, "--show-only=json-v1"], capture_output=True, text=True, check=True)
+    return {test["command"][0] for test in json.loads(shown.stdout)["tests"] if "command" in test}
 
 
 def listed_by(program):

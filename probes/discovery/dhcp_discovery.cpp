@@ -187,7 +187,7 @@ static constexpr t_discovery_texts TEXTS = {
     .ports_not_asked = "Error sending dhcp discovery packet\n",
     .port_ready = "device:%s ready to run dhcp detect\n",
     .port_not_asked = "Error sending dhcp discovery packet in dev:%s\n",
-    .port_asked = {}, // said of PPPoE only
+    .port_asked = nullptr, // said of PPPoE only
 };
 
 const t_discovery dhcp_discovery = {

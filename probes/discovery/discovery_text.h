@@ -2,14 +2,19 @@
 // A text of the log that stands in a table.
 #pragma once
 
-// Such a text takes the named conversions and no others, in this order: t_text<'s'> takes one string. The compiler
-// looks. An empty one is not said.
+// Such a text takes the named conversions and no others, in this order (t_text<'s'> takes one string), and ends its line.
+// The compiler looks. Only a null text is not said, where that is asked.
 template <char... conversions> struct t_text {
     const char *format;
 
-    consteval t_text() : format(nullptr) {}
+    consteval t_text(decltype(nullptr)) : format(nullptr) {}
     consteval t_text(const char *text) : format(text)
     {
+        const char *end = text;
+        while (*end)
+            end++;
+        if (end - text < 2 || end[-1] != '\n' || end[-2] == '\n')
+            it_is_no_line();
         const char wanted[] = {conversions..., '\0'};
         const char *next = wanted;
         for (; *text; text++)
@@ -21,4 +26,5 @@ template <char... conversions> struct t_text {
 
 private:
     static void it_takes_something_else();
+    static void it_is_no_line();
 };

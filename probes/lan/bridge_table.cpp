@@ -101,7 +101,7 @@ int get_bridge_table(const char *bridge_name, t_bridge_record **records)
 {
     LOG_ENTER();
     const t_fd_guard channel(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    if (channel.fd < 0) {
+    if (channel.fd <= 0) {
         LOG(Error, "br_init fail: %s\n", strerror(errno));
         return BRIDGE_ERR_READ;
     }

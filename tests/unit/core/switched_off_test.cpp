@@ -67,6 +67,21 @@ TEST_F(switched_off, while_answers_are_collected_the_cycle_ends_at_its_next_look
 }
 
 // holds: off-in-cycle
+TEST_F(switched_off, answers_that_are_collected_late_do_not_bring_the_cycle_back)
+{
+    plug({"eth1"});
+    fake_probes.dhcp_ports = {"eth1"};
+    open_cycle();
+    fire(engine.proto_detect_start);
+    port_model.enable = 0; // by a call that blocked for so long that all that follows is overdue
+    fire(engine.using_proto_detect);
+    fire(engine.proto_detect_end);
+    EXPECT_EQ(engine.state, t_cycle_state::ending);
+    expect_an_end_without_a_result();
+    EXPECT_EQ(engine.state, t_cycle_state::resting);
+}
+
+// holds: off-in-cycle
 TEST_F(switched_off, before_the_search_by_arp_nobody_is_asked)
 {
     set_connection("static", "config static 'static'\n\toption gateway '10.0.0.1'\n");

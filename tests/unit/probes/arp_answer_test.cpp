@@ -201,7 +201,7 @@ TEST_F(arp_answer, without_a_socket_or_an_address_nothing_is_answered_and_nothin
     for (t_wire_call call : {t_wire_call::OPEN, t_wire_call::BIND}) {
         fake_wire.fail(call, ENETDOWN);
         start_arp_answers(&answerer);
-        EXPECT_LE(answerer.socket.watcher.fd, 0);
+        EXPECT_FALSE(answerer.socket.is_open());
         answer_arp_questions(&answerer);
     }
     answerer.own_ip_be = 0;

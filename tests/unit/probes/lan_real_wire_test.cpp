@@ -253,7 +253,7 @@ TEST_F(dns_real_wire, the_answering_port_wins_at_once)
     EXPECT_EQ(result, 1);
     EXPECT_EQ(ctx.winner, eth2);
     for (const t_dns_entry &entry : ctx.entries)
-        EXPECT_LE(entry.socket.watcher.fd, 0);
+        EXPECT_FALSE(entry.socket.is_open());
 }
 
 TEST_F(dns_real_wire, noise_before_the_answer_does_no_harm)
