@@ -93,7 +93,7 @@ class Behaviours:
 def programs_of(build):
     """The test programs that are run there, not what older builds left behind."""
     shown = subprocess.run(["ctest", "--test-dir", build, "--show-only=json-v1"], capture_output=True, text=True, check=True)
-    return {test["command"][0] for test in json.loads(shown.stdout)["tests"] if "command" in test}
+    return {Path(build) / test["command"][0] for test in json.loads(shown.stdout)["tests"] if "command" in test}
 
 
 def listed_by(program):
@@ -125,6 +125,7 @@ SAMPLE = {
     LIST: "# Title\n\n## Doors\n\nOf wood.\n\n- open: A door opens.\n- shut: A door shuts.\n",
     "tests/unit/doors_test.cpp": "// holds: open\nTEST(doors, open)\n{\n}\n\n// why\n// holds: open, shut\nTEST_P(doors, turn)\n",
     "tests/lab/test_doors.py": "# holds: shut\n@scenario(\n    'doors')\ndef test_a_door_shuts(seen):\n    pass\n",
+    "CTestTestfile.cmake": "add_test(doors bin/doors_test)\n",
     "bin/doors_test": "#!/bin/sh\nprintf 'doors.\\n  open\\nAll/doors.\\n  turn/0  # GetParam() = 0\\n'\n",
 }
 SAMPLE_DOCUMENT = """# Title

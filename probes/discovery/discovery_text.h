@@ -2,8 +2,8 @@
 // A text of the log that stands in a table.
 #pragma once
 
-// Such a text takes the named conversions and no others, in this order (t_text<'s'> takes one string), and ends its line.
-// The compiler looks. Only a null text is not said, where that is asked.
+// Such a text takes the named conversions and no others, in this order (t_text<'s'> takes one string), and ends its
+// line. The compiler looks. Only a null text is not said, where that is asked.
 template <char... conversions> struct t_text {
     const char *format;
 
