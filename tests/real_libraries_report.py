@@ -2,7 +2,7 @@
 # SPDX-License-Identifier: MIT
 """Judges what the tests said on the real libraries: every case passes, or it is an exception and has its reason.
 
-    tests/real_libraries_report.py [--unit JUNIT] [--lab JUNIT] --exceptions FILE
+    tests/real_libraries_report.py [--unit JUNIT] [--lab JUNIT]... --exceptions FILE
     tests/real_libraries_report.py --self-test
 """
 import argparse
@@ -92,7 +92,7 @@ def self_test():
 def parse_options():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--unit", type=Path)
-    parser.add_argument("--lab", type=Path)
+    parser.add_argument("--lab", type=Path, action="append", help="may be named several times")
     parser.add_argument("--exceptions", type=Path)
     parser.add_argument("--self-test", action="store_true")
     return parser.parse_args()
@@ -103,9 +103,10 @@ def main(options):
         return self_test()
     exceptions = read_exceptions(options.exceptions.read_text(encoding="utf-8"))
     good = True
-    for kind, path in (("unit", options.unit), ("lab", options.lab)):
-        if path:
-            verdict = judge(kind, read_outcomes(path.read_text(encoding="utf-8")), exceptions)
+    for kind, paths in (("unit", [options.unit] if options.unit else []), ("lab", options.lab or [])):
+        if paths:
+            outcomes = [read_outcomes(path.read_text(encoding="utf-8")) for path in paths]
+            verdict = judge(kind, {name: seen for part in outcomes for name, seen in part.items()}, exceptions)
             print("\n".join(verdict.lines))
             good = good and verdict.good
     return 0 if good else 1
