@@ -12,7 +12,7 @@ struct t_router_config {
     std::string pool = "0 1 2 3 4";
     std::string fake_wan = "-1";
     std::string preferred_side = "phy";
-    std::string protocol_sections; // more of the package "protocol"
+    std::string protocol_sections = ""; // more of the package "protocol"
 
     std::string network() const; // five ports, detection switched on
     std::string protocol() const;

@@ -126,7 +126,7 @@ TEST_F(program, asks_for_no_runtime_library_but_the_c_one)
 {
     std::string elf = read_text(WAN_DETECT_BIN_DIR "/uci");
     ASSERT_FALSE(elf.empty());
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#if !defined(WAN_DETECT_UNDER_ASAN) && !defined(WAN_DETECT_UNDER_TSAN)
     EXPECT_EQ(elf.find("libstdc++"), std::string::npos);
 #endif
 }
