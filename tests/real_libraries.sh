@@ -111,8 +111,8 @@ fi
 if [ "$what" != unit ]; then
     echo "Playing the scenarios ..."
     # Three labs for each processor, which wait most of the time; floods have the machine to themselves.
-    play --junitxml "$build/lab.xml" --labs $((3 * jobs)) --ignore tests/lab/test_hostile.py tests/lab
-    play --junitxml "$build/floods.xml" tests/lab/test_hostile.py
+    play tests/lab --ignore tests/lab/test_hostile.py --junitxml "$build/lab.xml" --labs $((3 * jobs))
+    play tests/lab/test_hostile.py --junitxml "$build/floods.xml"
     results+=(--lab "$build/lab.xml" --lab "$build/floods.xml")
 fi
 /usr/bin/python3 tests/real_libraries_report.py "${results[@]}" --exceptions tests/real_libraries_exceptions.txt ||
