@@ -30,12 +30,17 @@ SANITIZERS_OWN = "refused to a sanitizer, which cannot do without"
 BROKEN = "BROKEN"
 # A hash table that finds no memory ends the process at once.
 HASH_TABLE_STATUS = 255
-HASH_TABLE_FUNCTIONS = {"add_device", "add_protocol", "add_arp_entry"}
+HASH_TABLE_FUNCTIONS = {"add_record", "add_device", "add_protocol", "add_arp_entry"}
 SANITIZERS_FUNCTION = "__sanitizer::GetThreadStackTopAndBottom"
 # json-c loses a value that it cannot add to its object.
 LEAKS_BY_ITSELF = {"json_tokener_parse_ex"}
 # A life whose end could not wait for a thread frees less; one that leaks does so every time.
 LEAK_TRIES = 3
+
+
+def bare_name(function):
+    """That of a template without its result and its arguments."""
+    return function.partition("<")[0].split()[-1] if function.split() else ""
 
 
 class Refused(Scenario):
@@ -100,7 +105,7 @@ class Refused(Scenario):
             recovered = trial.recovers(refused)
         gone, done = trial.end()
         if gone and done["status"] == HASH_TABLE_STATUS and not done["left"] and \
-                HASH_TABLE_FUNCTIONS & set(self.stacks.names(self.page.stack())):
+                HASH_TABLE_FUNCTIONS & set(map(bare_name, self.stacks.names(self.page.stack()))):
             return HASH_TABLE, [], done
         if trial.trouble:
             return BROKEN, trial.trouble, done
