@@ -2,6 +2,7 @@
 #include "core/wan_role.h"
 
 #include <filesystem>
+#include <functional>
 
 #include "core/background.h"
 #include "core/combo_switch.h"
@@ -27,6 +28,20 @@ protected:
         start_wan_detect_all(0);
         fire(engine.init_wan_detect_all);
         fire(engine.start_wan_detect);
+    }
+    // A cycle won by eth2 ends; `meanwhile` happens while the ports are rebuilt without the fake WAN port.
+    void end_while_the_fake_wan_port_is_given_up(const std::function<void()> &meanwhile)
+    {
+        plug({"eth2"});
+        fake_probes.dhcp_ports = {"eth2"};
+        open_cycle();
+        run_until_end();
+        port_model.fake_wan = dev("eth4");
+        fake_router.on_command = [meanwhile](const std::string &command) {
+            if (command == "/sbin/wanlan_port_reload")
+                meanwhile();
+        };
+        fire(engine.end);
     }
     static int swaps()
     {
@@ -229,16 +244,7 @@ TEST_F(wan_role, that_comes_back_from_a_foreign_port_is_looked_after_although_it
 // holds: role-moves-in-fake-wan-removal
 TEST_F(wan_role, given_to_a_foreign_port_while_the_fake_wan_port_was_given_up_leaves_no_result)
 {
-    plug({"eth2"});
-    fake_probes.dhcp_ports = {"eth2"};
-    open_cycle();
-    run_until_end();
-    port_model.fake_wan = dev("eth4");
-    fake_router.on_command = [](const std::string &command) {
-        if (command == "/sbin/wanlan_port_reload")
-            write_switch_config(8, 7);
-    };
-    fire(engine.end);
+    end_while_the_fake_wan_port_is_given_up([] { write_switch_config(8, 7); });
     EXPECT_EQ(swaps(), 0);
     EXPECT_FALSE(std::filesystem::exists(WAN_RESULT_FILE));
 }
@@ -274,16 +280,7 @@ TEST_F(wan_role, moved_to_a_winner_that_lost_its_link_meanwhile_is_no_success)
 // holds: role-moves-in-fake-wan-removal
 TEST_F(wan_role, moved_while_the_fake_wan_port_was_given_up_is_not_taken)
 {
-    plug({"eth2"});
-    fake_probes.dhcp_ports = {"eth2"};
-    open_cycle();
-    run_until_end();
-    port_model.fake_wan = dev("eth4");
-    fake_router.on_command = [](const std::string &command) {
-        if (command == "/sbin/wanlan_port_reload")
-            move_role(3);
-    };
-    fire(engine.end);
+    end_while_the_fake_wan_port_is_given_up([] { move_role(3); });
     EXPECT_EQ(swaps(), 0);
     EXPECT_EQ(port_model.wan_dev, dev("eth3"));
 }
