@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "core/candidates.h"
 
+#include <cstdio>
 #include <cstring>
 #include <utility>
 

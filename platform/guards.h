@@ -2,15 +2,8 @@
 // Scope guards for what the C library hands out.
 #pragma once
 
-#include <cstdio>
-#include <memory>
 #include <pthread.h>
 #include <unistd.h>
-
-struct t_file_closer {
-    void operator()(FILE *file) const { fclose(file); }
-};
-using t_file_guard = std::unique_ptr<FILE, t_file_closer>;
 
 // Owns a descriptor; a negative one owns nothing.
 struct t_fd_guard {

@@ -2,6 +2,7 @@
 // The log printer, and where descriptors 0 to 2 lead while the log is open.
 #include "platform/log.h"
 
+#include <atomic>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
@@ -11,7 +12,7 @@
 #include <sys/sysinfo.h>
 #include <unistd.h>
 
-std::atomic<int> log_level = LOG_LEVEL_Error;
+int log_level = LOG_LEVEL_Error;
 
 constexpr const char *LOG_FILE = "/tmp/wan_detect.log";
 constexpr const char *CONSOLE = "/dev/console";

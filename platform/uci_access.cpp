@@ -8,6 +8,7 @@
 #include "platform/result_codes.h"
 #include "platform/text.h"
 #include "platform/uci_commit.h"
+#include "platform/uci_context.h"
 
 // The library reports success for a section that is not there; only the pointer tells.
 static bool lookup_reached_a_section_or_package(const uci_ptr &pointer)
@@ -113,10 +114,16 @@ int _uci_set_value_commit(char *p_uci_str, const char *p_value)
 }
 
 t_uci_package::t_uci_package(const char *name)
-    : context(open_uci_context()), package(nullptr), name_(name), error_(UCI_ERR_MEM)
+    : package(nullptr), context_(open_uci_context().release()), name_(name), error_(UCI_ERR_MEM)
 {
-    if (context)
-        error_ = load_uci_package(context.get(), name, &package);
+    if (context_)
+        error_ = load_uci_package(context_, name, &package);
+}
+
+t_uci_package::~t_uci_package()
+{
+    if (context_)
+        uci_free_context(context_);
 }
 
 void t_uci_package::tell_error() const

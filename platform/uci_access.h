@@ -3,7 +3,8 @@
 // thread may call; results are OK or UCI_ACCESS_FAILED, and every failure has been logged.
 #pragma once
 
-#include "platform/uci_context.h"
+#include <uci.h>
+
 #include "platform/uci_limits.h"
 
 // Reads the string option at `p_uci_str` ("package.section.option") into `value`, which is left alone on failure. A
@@ -16,15 +17,18 @@ int _uci_set_value_commit(char *p_uci_str, const char *p_value);
 // A package opened for a walk over its sections; closed at the end of the scope. `package` is null when it could not be
 // loaded. The name is borrowed.
 struct t_uci_package {
-    t_uci_context_guard context;
     uci_package *package;
 
     explicit t_uci_package(const char *name);
+    ~t_uci_package();
+    t_uci_package(const t_uci_package &) = delete;
+    t_uci_package &operator=(const t_uci_package &) = delete;
 
     // Writes the library's reason to standard error, as the library would.
     void tell_error() const;
 
 private:
+    uci_context *context_; // null when memory is short
     const char *name_;
     int error_;
 };

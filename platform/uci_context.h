@@ -6,8 +6,6 @@
 
 #include <uci.h>
 
-constexpr int UCI_ACCESS_FAILED = -1;
-
 struct t_uci_context_closer {
     void operator()(uci_context *context) const { uci_free_context(context); }
 };

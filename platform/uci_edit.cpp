@@ -9,6 +9,7 @@
 #include "platform/result_codes.h"
 #include "platform/text.h"
 #include "platform/uci_commit.h"
+#include "platform/uci_context.h"
 #include "platform/uci_limits.h"
 
 constexpr const char *STATE_DIR = "/var/state";

@@ -6,7 +6,9 @@
 
 #include <cstddef>
 
-#include "platform/uci_context.h"
+#include <uci.h>
+
+#include "platform/uci_limits.h"
 
 // The slot-taking members keep their context in `*slot` for a later _uci_commit, and create it when the slot is empty.
 int _uci_set_value(uci_context **slot, const char *package, const char *section, const char *option, const char *value);

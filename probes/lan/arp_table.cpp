@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "platform/guards.h"
+#include "platform/file_guard.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
 

@@ -14,6 +14,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include "platform/file_guard.h"
 #include "platform/guards.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"

@@ -4,13 +4,13 @@
 
 #include <cstddef>
 #include <cstdlib>
-#include <memory>
+#include <new>
 
 // Null when memory is short.
 template <typename Context> Context *new_contexts(size_t count)
 {
     auto *contexts = static_cast<Context *>(calloc(count, sizeof(Context)));
-    if (contexts)
-        std::uninitialized_value_construct_n(contexts, count);
+    for (size_t i = 0; contexts && i < count; i++)
+        new (&contexts[i]) Context();
     return contexts;
 }

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "tests/unit/platform/bus_fixture.h"
+#include "tests/unit/support/this_build.h"
 
 #include <chrono>
 #include <csignal>
@@ -27,7 +28,7 @@ constexpr milliseconds BUS_START_PATIENCE{5000};
 
 std::string bus_program()
 {
-    const std::string built = WAN_DETECT_BIN_DIR "/ubusd";
+    const std::string built = BIN_FOLDER + "/ubusd";
     return std::filesystem::exists(built) ? built : "ubusd";
 }
 
@@ -81,6 +82,12 @@ bool loop_until(const std::function<bool()> &done, int timeout_ms)
 t_bus_daemon::t_bus_daemon(const std::string &path) : path_(path)
 {
     start();
+}
+
+t_bus_daemon::~t_bus_daemon()
+{
+    kill();
+    unlink(path_.c_str());
 }
 
 void t_bus_daemon::start()

@@ -18,7 +18,7 @@ bool loop_until(const std::function<bool()> &done, int timeout_ms = LOOP_PATIENC
 class t_bus_daemon {
 public:
     explicit t_bus_daemon(const std::string &path);
-    ~t_bus_daemon() { kill(); }
+    ~t_bus_daemon();
     t_bus_daemon(const t_bus_daemon &) = delete;
     t_bus_daemon &operator=(const t_bus_daemon &) = delete;
 

@@ -14,6 +14,7 @@
 #include "tests/unit/platform/adapter_fixture.h"
 #include "tests/unit/platform/bus_fixture.h"
 #include "tests/unit/platform/failing_messages.h"
+#include "tests/unit/support/this_build.h"
 
 namespace {
 
@@ -87,7 +88,7 @@ protected:
 TEST_F(bus_object, is_published_with_its_five_methods_and_their_arguments)
 {
     char listing[1024];
-    std::string program = WAN_DETECT_BIN_DIR "/ubus";
+    std::string program = BIN_FOLDER + "/ubus";
     if (!file_exists(program))
         program = "ubus";
     std::thread caller;
@@ -111,7 +112,7 @@ TEST_F(bus_object, is_published_with_its_five_methods_and_their_arguments)
 TEST_F(bus_object, answers_the_command_line_program)
 {
     char answer[256];
-    std::string program = WAN_DETECT_BIN_DIR "/ubus";
+    std::string program = BIN_FOLDER + "/ubus";
     if (!file_exists(program))
         program = "ubus";
     std::atomic<bool> done = false;

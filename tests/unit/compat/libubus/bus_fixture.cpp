@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Processes, sockets and the daemon under test.
 #include "bus_fixture.h"
+#include "tests/unit/support/this_build.h"
 
 #include <cerrno>
 #include <csignal>
@@ -83,7 +84,7 @@ int execute(const std::string &program, const std::vector<std::string> &argument
         argv.push_back(const_cast<char *>(argument.c_str()));
     }
     argv.push_back(nullptr);
-    std::string path = std::string(WAN_DETECT_BIN_DIR "/") + program;
+    std::string path = BIN_FOLDER + "/" + program;
     execv(path.c_str(), argv.data());
     return 127;
 }

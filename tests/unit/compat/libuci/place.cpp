@@ -2,6 +2,7 @@
 #include "place.h"
 
 #include "compat/libuci/error_text.h"
+#include "tests/unit/support/this_build.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -114,7 +115,7 @@ outcome place::uci(const std::string &arguments, const std::string &directory) c
 {
     std::string out = root_ + "/out";
     std::string err = root_ + "/err";
-    std::string command = "cd '" + directory + "' && PATH='" WAN_DETECT_BIN_DIR "':\"$PATH\" && { uci -c '" + conf() +
+    std::string command = "cd '" + directory + "' && PATH='" + BIN_FOLDER + "':\"$PATH\" && { uci -c '" + conf() +
                           "' -t '" + save() + "' " + arguments + "\n} >'" + out + "' 2>'" + err + "' </dev/null";
     int status = system(command.c_str());
     EXPECT_TRUE(WIFEXITED(status)) << command;

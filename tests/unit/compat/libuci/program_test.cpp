@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The program uci, where the recorded sessions leave it open.
 #include "place.h"
+#include "tests/unit/support/this_build.h"
 
 #include <filesystem>
 
@@ -124,11 +125,11 @@ TEST_F(program, every_exported_configuration_can_be_imported_again)
 
 TEST_F(program, asks_for_no_runtime_library_but_the_c_one)
 {
-    std::string elf = read_text(WAN_DETECT_BIN_DIR "/uci");
+    std::string elf = read_text(BIN_FOLDER + "/uci");
     ASSERT_FALSE(elf.empty());
-#if !defined(WAN_DETECT_UNDER_ASAN) && !defined(WAN_DETECT_UNDER_TSAN)
-    EXPECT_EQ(elf.find("libstdc++"), std::string::npos);
-#endif
+    if (!product_has_asan() && !product_has_tsan()) {
+        EXPECT_EQ(elf.find("libstdc++"), std::string::npos);
+    }
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 // Several processes on one configuration: no change is lost, no reader sees half of one.
 #include "faults.h"
 #include "place.h"
+#include "tests/unit/support/this_build.h"
 
 #include <csignal>
 #include <fcntl.h>
@@ -237,7 +238,7 @@ TEST_F(sharing, programs_side_by_side_lose_nothing)
 {
     auto run = [&](const std::string &prefix) {
         std::string uci = "uci -c '" + conf() + "' -t '" + save() + "' ";
-        std::string script = "PATH='" WAN_DETECT_BIN_DIR "':\"$PATH\"; i=0; while [ $i -lt 25 ]; do " + uci +
+        std::string script = "PATH='" + BIN_FOLDER + "':\"$PATH\"; i=0; while [ $i -lt 25 ]; do " + uci +
                              "set net.a." + prefix + "$i=1 && " + uci + "commit net || exit 1; i=$((i+1)); done";
         return system(script.c_str()) == 0;
     };
