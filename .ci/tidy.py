@@ -16,6 +16,9 @@ from pathlib import Path
 
 ROOT = Path(__file__).resolve().parent.parent
 TIDY = "clang-tidy-14"
+# How long the analyser follows the paths of one function. At 60,000 it reaches every block of the sources that take it longest
+# which it reaches at its own 225,000, in a third of the time.
+NODES = [f"--extra-arg={word}" for word in ("-Xclang", "-analyzer-config", "-Xclang", "max-nodes=60000")]
 
 
 def commands_of(build):
@@ -67,7 +70,7 @@ def main():
     commands = commands_of(build)
     version = subprocess.run([TIDY, "--version"], check=True, capture_output=True).stdout
     packages = subprocess.run(["dpkg-query", "-W"], check=True, capture_output=True).stdout
-    settings = version + packages + (ROOT / ".clang-tidy").read_bytes()
+    settings = version + packages + " ".join(NODES).encode() + (ROOT / ".clang-tidy").read_bytes()
 
     def look_at(name):
         if name not in commands:
@@ -75,7 +78,7 @@ def main():
         mark = clean / fingerprint(name, *commands[name], settings)
         if mark.exists():
             return name, mark, ""
-        run = subprocess.run([TIDY, "-p", build, "--quiet", name], cwd=ROOT, check=False, capture_output=True, text=True)
+        run = subprocess.run([TIDY, "-p", build, "--quiet", *NODES, name], cwd=ROOT, check=False, capture_output=True, text=True)
         if run.returncode != 0:
             return name, None, run.stdout + run.stderr
         mark.touch()
