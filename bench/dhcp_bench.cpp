@@ -82,7 +82,7 @@ bool measure_batch(t_device_list_head *ports, t_dhcp_costs *costs)
     restart_call_times();
     const t_microseconds cpu = thread_cpu();
     const t_moment start = now();
-    const bool sent = send_dhcp_discovery_all(ports) == OK;
+    const bool sent = send_batch(dhcp_discovery, ports) == OK;
     costs->sent = now() - start;
     const bool answered = sent && run_loop_until_answered();
     const t_call_times &calls = call_times();
@@ -90,7 +90,7 @@ bool measure_batch(t_device_list_head *ports, t_dhcp_costs *costs)
     costs->last_offer = last_offer - start;
     costs->first_send_to_last_offer = last_offer - calls.first_send;
     if (sent)
-        release_dhcp_detect_handle();
+        release_batch(dhcp_discovery);
     costs->released = now() - last_offer;
     costs->cpu = thread_cpu() - cpu;
     costs->in_bind = calls.in_bind;

@@ -109,10 +109,9 @@ void serve_wished_pass(int delay_ms)
 
 void close_probe_batches()
 {
-    if (dhcp_detect_handle.contexts)
-        release_dhcp_detect_handle();
-    if (pppoe_detect_handle.contexts)
-        release_pppoe_detect_handle();
+    for (const t_discovery *kind : {&dhcp_discovery, &pppoe_discovery})
+        if (kind->batch.contexts)
+            release_batch(*kind);
 }
 
 static void leave_stage()

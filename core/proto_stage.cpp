@@ -15,7 +15,6 @@
 #include "platform/log.h"
 #include "platform/result_codes.h"
 #include "probes/discovery/dhcp_discovery.h"
-#include "probes/discovery/dispatch.h"
 #include "probes/discovery/pppoe_discovery.h"
 #include "probes/lan/lan_hosts.h"
 
@@ -73,17 +72,17 @@ void start_cycle_proto_stage()
 
 static void ask_all_ports(bool want_dhcp, bool want_pppoe)
 {
-    if (want_dhcp && dhcp_detect_for_all_link_device(&port_model) != OK)
+    if (want_dhcp && ask_linked_ports(dhcp_discovery, &port_model) != OK)
         LOG_AS(SEND, Error, "Error sending dhcp discovery packet\n");
-    if (want_pppoe && pppoe_detect_for_all_link_device(&port_model) != OK)
+    if (want_pppoe && ask_linked_ports(pppoe_discovery, &port_model) != OK)
         LOG_AS(SEND, Error, "Error sending pppoe discovery packet\n");
 }
 
 // False when nothing went out at all.
 static bool ask_port(t_device *dev, bool want_dhcp, bool want_pppoe)
 {
-    const bool dhcp_failed = want_dhcp && dhcp_detect_for_specify_device(dev) != OK;
-    const bool pppoe_failed = want_pppoe && pppoe_detect_for_specify_device(dev) != OK;
+    const bool dhcp_failed = want_dhcp && ask_one_port(dhcp_discovery, dev) != OK;
+    const bool pppoe_failed = want_pppoe && ask_one_port(pppoe_discovery, dev) != OK;
     if (dhcp_failed && pppoe_failed)
         LOG_AS(SEND, Error, "Error sending dhcp discovery & pppoe discovery packet via dev:%s\n", dev->name);
     else if (dhcp_failed && !want_pppoe)
@@ -123,20 +122,15 @@ static void close_stage()
     write_proto_detect_result_file();
 }
 
-static int collect_dhcp(bool final)
+static int collect(const t_discovery &kind, bool final)
 {
-    return process_dhcp_discovery_all(port_model.dev_hashmap_head, port_model.proto_hashmap_head, final);
-}
-
-static int collect_pppoe(bool final)
-{
-    return process_pppoe_discovery_all(port_model.dev_hashmap_head, port_model.proto_hashmap_head, final);
+    return collect_batch(kind, port_model.dev_hashmap_head, port_model.proto_hashmap_head, final);
 }
 
 // True while answers may still come. A batch that failed is over.
 static bool dhcp_is_waiting(bool final)
 {
-    const int result = collect_dhcp(final);
+    const int result = collect(dhcp_discovery, final);
     if (result < 0)
         LOG_AS(COLLECT, Error, "Error receiving dhcp discovery packet\n");
     else if (result == PROBE_WAITING)
@@ -150,7 +144,7 @@ static bool dhcp_is_waiting(bool final)
 
 static bool pppoe_is_waiting(bool final)
 {
-    const int result = collect_pppoe(final);
+    const int result = collect(pppoe_discovery, final);
     if (result < 0)
         LOG_AS(COLLECT, Error, "Error receiving pppoe discovery packet\n");
     else if (result == PROBE_WAITING)
@@ -164,8 +158,8 @@ static bool pppoe_is_waiting(bool final)
 
 static bool one_is_waiting(bool final)
 {
-    const int dhcp = collect_dhcp(final);
-    const int pppoe = collect_pppoe(final);
+    const int dhcp = collect(dhcp_discovery, final);
+    const int pppoe = collect(pppoe_discovery, final);
     const bool waiting = dhcp == PROBE_WAITING || pppoe == PROBE_WAITING;
     if (waiting)
         LOG_AS(COLLECT, Debug, "dhcp/pppoe discovery packet not fully received\n");

@@ -16,46 +16,9 @@ constexpr const char *RECEIVING = "recv_dhcp_discovery_packet";
 constexpr const char *PROCESSING = "process_dhcp_discovery_all";
 constexpr size_t DHCP_FRAME_SIZE = 1024;
 
-int send_dhcp_discovery_all(t_device_list_head *list)
-{
-    LOG_ENTER();
-    return send_batch(dhcp_discovery, list);
-}
-
-int process_dhcp_discovery_all(t_device *dev_hashmap_head, t_protocol *proto_hashmap_head, bool final)
-{
-    LOG_ENTER();
-    return collect_batch(dhcp_discovery, dev_hashmap_head, proto_hashmap_head, final);
-}
-
-void release_dhcp_detect_handle()
-{
-    LOG_ENTER();
-    release_batch(dhcp_discovery);
-}
-
-int init_dhcp_sockfd(t_discovery_port *port)
-{
-    if (open_on_port(port, recv_dhcp_discovery_packet))
-        return OK;
-    LOG(Error, "Create DHCP request socket failed!\n");
-    return DHCP_ERR_SOCKET;
-}
-
-int send_dhcp_discovery_packet(t_discovery_port *port)
-{
-    LOG_ENTER();
-    return send_on_port(dhcp_discovery, port);
-}
-
-void recv_dhcp_discovery_packet(uloop_fd *watcher, unsigned int events)
-{
-    receive_on_port(dhcp_discovery, watcher, events);
-}
-
 static bool may_tell(t_log_level level)
 {
-    return may_tell_of_answer(dhcp_discovery, level);
+    return may_tell_of_frame(&dhcp_detect_handle.lines, level);
 }
 
 static int learn_lan_mac(t_discovery_batch *batch)
@@ -151,6 +114,7 @@ static constexpr t_discovery_speakers speakers()
 {
     t_discovery_speakers in = {};
     in.send_all = "send_dhcp_discovery_all";
+    in.open = "init_dhcp_sockfd";
     in.send_packet = "send_dhcp_discovery_packet";
     in.receive = "recv_dhcp_discovery_packet";
     in.process = "process_dhcp_discovery_all";
@@ -160,10 +124,17 @@ static constexpr t_discovery_speakers speakers()
     return in;
 }
 
+static_assert(announces(speakers().send_all, "Entering function: send_dhcp_discovery_all!\n") &&
+              announces(speakers().send_packet, "Entering function: send_dhcp_discovery_packet!\n") &&
+              announces(speakers().process, "Entering function: process_dhcp_discovery_all!\n") &&
+              announces(speakers().release, "Entering function: release_dhcp_detect_handle!\n"));
+
 static constexpr t_discovery_texts TEXTS = {
     .bad_list = "invalid parameters! Send failed!\n",
     .no_memory = "Failed to malloc %d dhcp_detect struct\n",
     .no_port = "Failed to load dhcp device!\n",
+    .no_rights = nullptr, // said of PPPoE only
+    .no_socket = "Create DHCP request socket failed!\n",
     .not_opened = "Failed to init DHCP socket in dev:%s\n",
     .opened = "DHCP Discovery packet sockfd init success in dev:%s\n",
     .sending = "Ready to send DHCP Discovery packet via dev:%s\n",
@@ -194,15 +165,13 @@ const t_discovery dhcp_discovery = {
     .batch = dhcp_detect_handle,
     .protocol = "dhcp",
     .frame_size = DHCP_FRAME_SIZE,
+    .error_without_socket = DHCP_ERR_SOCKET,
+    .may_broadcast = false,
     .speakers = speakers(),
     .texts = TEXTS,
-    .send_all = send_dhcp_discovery_all,
     .prepare = learn_lan_mac,
-    .open = init_dhcp_sockfd,
-    .send = send_dhcp_discovery_packet,
     .build = build,
     .filter = filter,
     .is_answer = is_offer,
     .keep_result = keep_result,
-    .release = release_dhcp_detect_handle,
 };

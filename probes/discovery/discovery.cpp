@@ -1,10 +1,15 @@
 // SPDX-License-Identifier: MIT
 #include "probes/discovery/discovery.h"
 
+#include <cerrno>
 #include <cstdlib>
 #include <net/ethernet.h>
+#include <sys/socket.h>
 
 #include "model/current_wan.h"
+#include "model/gate.h"
+#include "model/reserved_ports.h"
+#include "platform/guards.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
 #include "probes/wire/new_contexts.h"
@@ -13,6 +18,67 @@
 
 #pragma GCC diagnostic ignored "-Wformat-nonliteral" // the descriptions' texts: t_text has looked at them
 #pragma GCC diagnostic ignored "-Wformat-security"
+
+static void announce(const char *speaker)
+{
+    if (log_get_level() >= LOG_LEVEL_Debug)
+        log_enter({LOG_LEVEL_Debug, __LINE__}, speaker);
+}
+
+// Every linked port that no LAN host is behind and no table reserves. The lock is gone before anything is sent.
+static void collect_linked_ports(t_port_model *model, t_device_list_head *ports)
+{
+    const t_read_guard guard(engine_gate->locks.device_lock);
+    for (t_device *dev = model->dev_hashmap_head; dev; dev = static_cast<t_device *>(dev->hh.next))
+        if (dev->link_active && !dev->is_brlan_dev && !is_reserved_port(model, dev->name))
+            ports->add(dev);
+}
+
+int ask_linked_ports(const t_discovery &kind, t_port_model *model)
+{
+    const char *const speaker = kind.speakers.ask_linked;
+    t_device_list_head ports = {};
+    collect_linked_ports(model, &ports);
+    LOG_AS(speaker, Debug, kind.texts.ports_ready.format, ports.count);
+    if (ports.count == 0)
+        LOG_AS(speaker, Info, kind.texts.no_ports.format);
+    else if (send_batch(kind, &ports) == OK)
+        LOG_AS(speaker, Debug, kind.texts.ports_asked.format, ports.count);
+    else
+        LOG_AS(speaker, Error, kind.texts.ports_not_asked.format);
+    ports.clear();
+    return OK;
+}
+
+static bool has_link(const t_discovery &kind, const t_device &dev)
+{
+    const t_read_guard guard(engine_gate->locks.device_lock);
+    if (!dev.link_active)
+        LOG_AS(kind.speakers.ask_one, Info, "dev:%s has no link, skip the detect!\n", dev.name);
+    else if (dev.is_brlan_dev)
+        LOG_AS(kind.speakers.ask_one, Debug,
+               "dev:%s has a lan device, cotinue the detect as device has been specified!\n", dev.name);
+    return dev.link_active;
+}
+
+int ask_one_port(const t_discovery &kind, t_device *dev)
+{
+    if (!dev) {
+        LOG_AS(kind.speakers.ask_one, Error, "Null devive specified!\n");
+        return ERR_INVALID_INPUT;
+    }
+    if (!has_link(kind, *dev))
+        return DEVICE_WITHOUT_LINK;
+    t_device_list_head ports = {};
+    ports.add(dev);
+    LOG_AS(kind.speakers.ask_one, Debug, kind.texts.port_ready.format, dev->name);
+    if (send_batch(kind, &ports) != OK)
+        LOG_AS(kind.speakers.ask_one, Error, kind.texts.port_not_asked.format, dev->name);
+    else if (kind.texts.port_asked.format)
+        LOG_AS(kind.speakers.ask_one, Debug, kind.texts.port_asked.format, dev->name);
+    ports.clear();
+    return OK;
+}
 
 static std::span<t_discovery_port> ports_of(const t_discovery_batch &batch)
 {
@@ -41,7 +107,7 @@ static void open_port(const t_discovery &kind, t_discovery_port *port, t_device 
 {
     if (!dev) {
         LOG_AS(kind.speakers.send_all, Error, kind.texts.no_port.format);
-    } else if (kind.open(port) != OK) {
+    } else if (open_on_port(kind, port) != OK) {
         LOG_AS(kind.speakers.send_all, Error, kind.texts.not_opened.format, dev->name);
     } else {
         port->dev = dev;
@@ -52,7 +118,7 @@ static void open_port(const t_discovery &kind, t_discovery_port *port, t_device 
 static void ask_port(const t_discovery &kind, t_discovery_port *port)
 {
     LOG_AS(kind.speakers.send_all, Debug, kind.texts.sending.format, device_name(port->dev));
-    if (kind.send(port) != OK)
+    if (send_on_port(kind, port) != OK)
         LOG_AS(kind.speakers.send_all, Error, kind.texts.not_sent.format, device_name(port->dev));
     else
         LOG_AS(kind.speakers.send_all, Debug, kind.texts.sent.format, device_name(port->dev));
@@ -60,13 +126,14 @@ static void ask_port(const t_discovery &kind, t_discovery_port *port)
 
 int send_batch(const t_discovery &kind, t_device_list_head *list)
 {
+    announce(kind.speakers.send_all);
     if (!list || list->count == 0) {
         LOG_AS(kind.speakers.send_all, Error, kind.texts.bad_list.format);
         return ERR_INVALID_INPUT;
     }
     if (kind.batch.contexts) {
         LOG_AS(kind.speakers.send_all, Notice, "Last time handle not release, release it before resend!\n");
-        kind.release();
+        release_batch(kind);
     }
     const int opened = open_batch(kind, list->count);
     if (opened != OK)
@@ -81,17 +148,28 @@ int send_batch(const t_discovery &kind, t_device_list_head *list)
     return OK;
 }
 
-bool open_on_port(t_discovery_port *port, uloop_fd_handler receive)
+int open_on_port(const t_discovery &kind, t_discovery_port *port)
 {
     const int first = rand(), second = rand();
     *port = {};
     port->identifier = probe_identifier(first, second);
-    port->socket.watcher.cb = receive;
-    return port->socket.open(ETH_P_ALL);
+    port->kind = &kind;
+    port->socket.watcher.cb = receive_on_port;
+    if (!port->socket.open(ETH_P_ALL)) {
+        if (errno == EPERM && kind.texts.no_rights.format)
+            LOG_AS(kind.speakers.open, Error, kind.texts.no_rights.format);
+        LOG_AS(kind.speakers.open, Error, kind.texts.no_socket.format);
+        return kind.error_without_socket;
+    }
+    const int on = 1;
+    if (kind.may_broadcast && packet_socket_set_option(port->socket.watcher.fd, SO_BROADCAST, &on, sizeof on) != 0)
+        LOG_AS(kind.speakers.open, Error, "setsockopt 'SO_BROADCAST' error!\n");
+    return OK;
 }
 
 int send_on_port(const t_discovery &kind, t_discovery_port *port)
 {
+    announce(kind.speakers.send_packet);
     t_port_socket &socket = port->socket;
     const char *name = device_name(port->dev);
     if (!socket.is_open()) {
@@ -123,20 +201,16 @@ int send_on_port(const t_discovery &kind, t_discovery_port *port)
     return OK;
 }
 
-bool may_tell_of_answer(const t_discovery &kind, t_log_level level)
-{
-    return may_tell_of_frame(&kind.batch.lines, level);
-}
-
-void receive_on_port(const t_discovery &kind, uloop_fd *watcher, unsigned int events)
+void receive_on_port(uloop_fd *watcher, unsigned int events)
 {
     if (!(events & ULOOP_READ)) {
         packet_socket_settle_error(watcher);
         return;
     }
     t_discovery_port *port = container_of(watcher, t_discovery_port, socket.watcher);
+    const t_discovery &kind = *port->kind;
     const char *name = device_name(port->dev);
-    if (may_tell_of_answer(kind, LOG_LEVEL_Debug))
+    if (may_tell_of_frame(&kind.batch.lines, LOG_LEVEL_Debug))
         LOG_AS(kind.speakers.receive, Debug, kind.texts.heard.format, name);
     uint8_t buffer[DISCOVERY_BUFFER_SIZE];
     const ssize_t got = port->socket.receive({buffer, kind.frame_size});
@@ -181,6 +255,7 @@ static void follow_log_level(const t_discovery &kind)
 
 int collect_batch(const t_discovery &kind, t_device *dev_hashmap_head, t_protocol *proto_hashmap_head, bool final)
 {
+    announce(kind.speakers.process);
     const int result = result_of(kind, final);
     if (result == PROBE_WAITING) {
         follow_log_level(kind);
@@ -198,12 +273,13 @@ int collect_batch(const t_discovery &kind, t_device *dev_hashmap_head, t_protoco
             LOG_AS(kind.speakers.process, Debug, kind.texts.silent.format, device_name(port.dev));
         }
     }
-    kind.release();
+    release_batch(kind);
     return result;
 }
 
 void release_batch(const t_discovery &kind)
 {
+    announce(kind.speakers.release);
     if (!kind.batch.contexts) {
         LOG_AS(kind.speakers.release, Info, kind.texts.nothing_open.format);
         return;

@@ -1,15 +1,18 @@
 // SPDX-License-Identifier: MIT
 // A discovery asks many ports at once who serves addresses behind them: one frame leaves each port, and the first valid
-// answer marks it. What DHCP and PPPoE do alike stands here once; each brings a description. Loop thread only.
+// answer marks it. Which ports are asked, and what DHCP and PPPoE do alike, stands here once; each brings a
+// description. Loop thread only.
 #pragma once
 
 #include <cstdint>
 #include <span>
 
-#include "model/records.h"
+#include "model/port_model.h"
 #include "probes/discovery/discovery_text.h"
 #include "probes/wire/frame_lines.h"
 #include "probes/wire/port_socket.h"
+
+struct t_discovery;
 
 // One asked port.
 struct t_discovery_port {
@@ -17,6 +20,7 @@ struct t_discovery_port {
     uint32_t identifier; // host order by design: written and compared as drawn
     t_device *dev;       // borrowed; null when the port could not be used
     t_detect_result result;
+    const t_discovery *kind; // lives as long as the program
     t_port_socket socket;
 };
 
@@ -31,7 +35,7 @@ struct t_discovery_batch {
 
 // The functions in whose names the common steps speak.
 struct t_discovery_speakers {
-    const char *send_all, *send_packet, *receive, *process, *release;
+    const char *send_all, *open, *send_packet, *receive, *process, *release;
     const char *ask_linked, *ask_one;
 };
 
@@ -39,7 +43,7 @@ struct t_discovery_speakers {
 struct t_discovery_texts {
     t_text<> bad_list;
     t_text<'d'> no_memory;
-    t_text<> no_port;
+    t_text<> no_port, no_rights, no_socket;
     t_text<'s'> not_opened, opened, sending, not_sent, sent;
     t_text<> not_open;
     t_text<'s'> not_written, heard, understood;
@@ -58,18 +62,16 @@ struct t_discovery {
     t_discovery_batch &batch;
     const char *protocol; // that an answer means; in sums of lines the probe's name
     size_t frame_size;    // no more of a received frame is read
+    int error_without_socket;
+    bool may_broadcast; // the socket is told so
     t_discovery_speakers speakers;
     t_discovery_texts texts;
 
-    int (*send_all)(t_device_list_head *list);
     int (*prepare)(t_discovery_batch *batch); // before a batch is opened; a code other than OK keeps it from that
-    int (*open)(t_discovery_port *port);
-    int (*send)(t_discovery_port *port);
     size_t (*build)(std::span<uint8_t> buffer, const t_discovery_port &port); // 0 when it could not
     t_frame_filter (*filter)(const t_discovery_port &port);
     bool (*is_answer)(t_discovery_port *port, std::span<const uint8_t> frame); // says why not
     void (*keep_result)(const t_discovery_port &port); // hands what was learned to the port's record
-    void (*release)();
 };
 
 constexpr size_t DISCOVERY_BUFFER_SIZE = 1520; // for every protocol's frames
@@ -79,6 +81,12 @@ constexpr int DISCOVERY_ERR_NOT_OPEN = -91;
 constexpr int DISCOVERY_ERR_FRAME = -90;
 constexpr int DISCOVERY_ERR_BIND = -89;
 constexpr int DISCOVERY_ERR_SEND = -88;
+
+// Asks every linked port that no LAN host is behind and no table reserves. Always 0; failures are logged.
+int ask_linked_ports(const t_discovery &kind, t_port_model *model);
+
+// ERR_INVALID_INPUT for a null port, DEVICE_WITHOUT_LINK, else 0, also when sending failed.
+int ask_one_port(const t_discovery &kind, t_device *dev);
 
 // Opens a batch: 0 (single ports may have failed), ERR_INVALID_INPUT for an empty list, ERR_NO_MEMORY, or what
 // preparing said.
@@ -98,14 +106,12 @@ constexpr uint32_t probe_identifier(int first, int second)
     return product == UINT32_MAX ? 0 : product;
 }
 
-// Begins a port's exchange: a new identifier, and a socket whose frames go to `receive`. False with errno set.
-bool open_on_port(t_discovery_port *port, uloop_fd_handler receive);
+// Begins a port's exchange: a new identifier, and a socket whose frames go to receive_on_port. 0 or the description's
+// code.
+int open_on_port(const t_discovery &kind, t_discovery_port *port);
 
 // 0 or one of the codes above; the socket is closed then.
 int send_on_port(const t_discovery &kind, t_discovery_port *port);
 
 // The loop's callback: takes one frame.
-void receive_on_port(const t_discovery &kind, uloop_fd *watcher, unsigned int events);
-
-// Whether a line of this level about a received frame may be said.
-bool may_tell_of_answer(const t_discovery &kind, t_log_level level);
+void receive_on_port(uloop_fd *watcher, unsigned int events);

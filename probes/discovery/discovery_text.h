@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
-// A text of the log that stands in a table.
+// Texts of the log that stand in a table.
 #pragma once
+
+#include <string_view>
 
 // Such a text takes the named conversions and no others, in this order (t_text<'s'> takes one string), and ends its
 // line. The compiler looks. Only a null text is not said, where that is asked.
@@ -28,3 +30,11 @@ private:
     static void it_takes_something_else();
     static void it_is_no_line();
 };
+
+// Whether a function announces itself with this line. The program composes it; here it can be searched for.
+consteval bool announces(std::string_view function, std::string_view line)
+{
+    constexpr std::string_view BEFORE = "Entering function: ", BEHIND = "!\n";
+    return line.size() == BEFORE.size() + function.size() + BEHIND.size() && line.starts_with(BEFORE) &&
+           line.ends_with(BEHIND) && line.substr(BEFORE.size(), function.size()) == function;
+}

@@ -3,13 +3,10 @@
 #include "probes/discovery/pppoe_discovery.h"
 
 #include <arpa/inet.h>
-#include <cerrno>
-#include <sys/socket.h>
 
 #include "platform/log.h"
 #include "platform/result_codes.h"
 #include "probes/discovery/pppoe_frames.h"
-#include "probes/wire/packet_socket.h"
 
 t_discovery_batch pppoe_detect_handle;
 
@@ -18,52 +15,9 @@ constexpr const char *RECEIVING = "recv_pppoe_discovery_packet";
 constexpr size_t PPPOE_FRAME_SIZE = 1520;
 static_assert(PPPOE_FRAME_SIZE <= DISCOVERY_BUFFER_SIZE);
 
-int send_pppoe_discovery_all(t_device_list_head *list)
-{
-    LOG_ENTER();
-    return send_batch(pppoe_discovery, list);
-}
-
-int process_pppoe_discovery_all(t_device *dev_hashmap_head, t_protocol *proto_hashmap_head, bool final)
-{
-    LOG_ENTER();
-    return collect_batch(pppoe_discovery, dev_hashmap_head, proto_hashmap_head, final);
-}
-
-void release_pppoe_detect_handle()
-{
-    LOG_ENTER();
-    release_batch(pppoe_discovery);
-}
-
-int init_pppoe_sockfd(t_discovery_port *port)
-{
-    if (!open_on_port(port, recv_pppoe_discovery_packet)) {
-        if (errno == EPERM)
-            LOG(Error, "Cannot create raw socket -- pppoe must be run as root.\n");
-        LOG(Error, "Create pppoe request socket failed!\n");
-        return DISCOVERY_ERR_NOT_OPEN;
-    }
-    const int on = 1;
-    if (packet_socket_set_option(port->socket.watcher.fd, SO_BROADCAST, &on, sizeof on) != 0)
-        LOG(Error, "setsockopt 'SO_BROADCAST' error!\n");
-    return OK;
-}
-
-int send_pppoe_discovery_packet(t_discovery_port *port)
-{
-    LOG_ENTER();
-    return send_on_port(pppoe_discovery, port);
-}
-
-void recv_pppoe_discovery_packet(uloop_fd *watcher, unsigned int events)
-{
-    receive_on_port(pppoe_discovery, watcher, events);
-}
-
 static bool may_tell(t_log_level level)
 {
-    return may_tell_of_answer(pppoe_discovery, level);
+    return may_tell_of_frame(&pppoe_detect_handle.lines, level);
 }
 
 static int nothing_to_learn(t_discovery_batch *)
@@ -174,6 +128,7 @@ static constexpr t_discovery_speakers speakers()
 {
     t_discovery_speakers in = {};
     in.send_all = "send_pppoe_discovery_all";
+    in.open = "init_pppoe_sockfd";
     in.send_packet = "send_pppoe_discovery_packet";
     in.receive = "recv_pppoe_discovery_packet";
     in.process = "process_pppoe_discovery_all";
@@ -183,10 +138,17 @@ static constexpr t_discovery_speakers speakers()
     return in;
 }
 
+static_assert(announces(speakers().send_all, "Entering function: send_pppoe_discovery_all!\n") &&
+              announces(speakers().send_packet, "Entering function: send_pppoe_discovery_packet!\n") &&
+              announces(speakers().process, "Entering function: process_pppoe_discovery_all!\n") &&
+              announces(speakers().release, "Entering function: release_pppoe_detect_handle!\n"));
+
 static constexpr t_discovery_texts TEXTS = {
     .bad_list = "Invalid parameters! Send failed!\n",
     .no_memory = "Failed to malloc %d pppoe_detect struct\n",
     .no_port = "Failed to load pppoe device!\n",
+    .no_rights = "Cannot create raw socket -- pppoe must be run as root.\n",
+    .no_socket = "Create pppoe request socket failed!\n",
     .not_opened = "Failed to init pppoe socket in dev:%s\n",
     .opened = "pppoe Discovery packet sockfd init success in dev:%s\n",
     .sending = "Ready to send pppoe Discovery packet via dev:%s\n",
@@ -217,15 +179,13 @@ const t_discovery pppoe_discovery = {
     .batch = pppoe_detect_handle,
     .protocol = "pppoe",
     .frame_size = PPPOE_FRAME_SIZE,
+    .error_without_socket = DISCOVERY_ERR_NOT_OPEN,
+    .may_broadcast = true,
     .speakers = speakers(),
     .texts = TEXTS,
-    .send_all = send_pppoe_discovery_all,
     .prepare = nothing_to_learn,
-    .open = init_pppoe_sockfd,
-    .send = send_pppoe_discovery_packet,
     .build = build,
     .filter = filter,
     .is_answer = is_pado,
     .keep_result = keep_nothing,
-    .release = release_pppoe_detect_handle,
 };

@@ -60,10 +60,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     REQUIRE(!is_ours || filter.passes({frame.begin(), frame.end()}));
 
     t_probe_scene scene;
-    REQUIRE(send_dhcp_discovery_all(&scene.list) == OK);
+    REQUIRE(send_batch(dhcp_discovery, &scene.list) == OK);
     fake_wire.arrive("eth1", scene.bytes(frame));
     fake_wire.run_loop();
-    const int result = process_dhcp_discovery_all(scene.model.dev_hashmap_head, scene.model.proto_hashmap_head, true);
+    const int result =
+        collect_batch(dhcp_discovery, scene.model.dev_hashmap_head, scene.model.proto_hashmap_head, true);
     REQUIRE(result == (is_ours ? PROBE_ALL_ANSWERED : PROBE_SOME_SILENT));
     REQUIRE((scene.port->proto.load() != nullptr) == is_ours);
     REQUIRE(!is_ours || scene.port->result.address.ipv4_be == offer.address_be);

@@ -9,7 +9,6 @@
 #include "platform/result_codes.h"
 #include "probes/arp/arp_probe.h"
 #include "probes/discovery/dhcp_discovery.h"
-#include "probes/discovery/dispatch.h"
 #include "probes/discovery/pppoe_discovery.h"
 #include "probes/dns/dns_probe.h"
 #include "tests/fuzz/support/probe_scene.h"
@@ -111,10 +110,10 @@ void take_step(t_exchange &exchange, uint8_t choice, t_input &input)
     const bool final = choice & FINAL;
     switch ((choice & ~(SECOND_PORT | FINAL)) % STEPS) {
     case ASK_DHCP:
-        final ? dhcp_detect_for_specify_device(dev) : dhcp_detect_for_all_link_device(&scene.model);
+        final ? ask_one_port(dhcp_discovery, dev) : ask_linked_ports(dhcp_discovery, &scene.model);
         break;
     case ASK_PPPOE:
-        final ? pppoe_detect_for_specify_device(dev) : pppoe_detect_for_all_link_device(&scene.model);
+        final ? ask_one_port(pppoe_discovery, dev) : ask_linked_ports(pppoe_discovery, &scene.model);
         break;
     case FRAME:
         fake_wire.arrive(dev->name, scene.bytes(input.block()));
@@ -123,12 +122,13 @@ void take_step(t_exchange &exchange, uint8_t choice, t_input &input)
         fake_wire.run_loop();
         break;
     case COLLECT_DHCP:
-        check_collected(process_dhcp_discovery_all(scene.model.dev_hashmap_head, scene.model.proto_hashmap_head, final),
-                        final, dhcp_detect_handle.contexts);
+        check_collected(
+            collect_batch(dhcp_discovery, scene.model.dev_hashmap_head, scene.model.proto_hashmap_head, final), final,
+            dhcp_detect_handle.contexts);
         break;
     case COLLECT_PPPOE:
         check_collected(
-            process_pppoe_discovery_all(scene.model.dev_hashmap_head, scene.model.proto_hashmap_head, final), final,
+            collect_batch(pppoe_discovery, scene.model.dev_hashmap_head, scene.model.proto_hashmap_head, final), final,
             pppoe_detect_handle.contexts);
         break;
     case PEER_FRAME:
@@ -170,8 +170,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     for (int steps = 0; !input.empty() && steps < MOST_STEPS; steps++)
         take_step(exchange, input.byte(), input);
     if (dhcp_detect_handle.contexts)
-        release_dhcp_detect_handle();
+        release_batch(dhcp_discovery);
     if (pppoe_detect_handle.contexts)
-        release_pppoe_detect_handle();
+        release_batch(pppoe_discovery);
     return 0; // the scene's end checks that every socket was closed
 }

@@ -10,14 +10,11 @@
 #include "platform/result_codes.h"
 #include "probes/arp/arp_probe.h"
 #include "probes/discovery/dhcp_discovery.h"
-#include "probes/discovery/dispatch.h"
 #include "probes/discovery/pppoe_discovery.h"
 #include "probes/dns/dns_probe.h"
 #include "probes/lan/lan_hosts.h"
 
 t_fake_probes fake_probes;
-t_discovery_batch dhcp_detect_handle;
-t_discovery_batch pppoe_detect_handle;
 
 int t_fake_probes::count(const std::string &call) const
 {
@@ -26,10 +23,21 @@ int t_fake_probes::count(const std::string &call) const
 
 namespace {
 
-std::vector<std::string> asked_dhcp;
-std::vector<std::string> asked_pppoe;
-t_discovery_port open_dhcp_batch;
-t_discovery_port open_pppoe_batch;
+// What the fakes know of a discovery.
+struct t_fake_batch {
+    const t_discovery &kind;
+    const std::set<std::string> &answering;
+    const int &result; // of collecting, unless 0
+    std::vector<std::string> asked;
+    t_discovery_port port; // while the batch is open
+};
+t_fake_batch dhcp_batch = {dhcp_discovery, fake_probes.dhcp_ports, fake_probes.dhcp_result, {}, {}};
+t_fake_batch pppoe_batch = {pppoe_discovery, fake_probes.pppoe_ports, fake_probes.pppoe_result, {}, {}};
+
+t_fake_batch &batch_of(const t_discovery &kind)
+{
+    return &kind == &dhcp_discovery ? dhcp_batch : pppoe_batch;
+}
 
 std::vector<std::string> linked_ports()
 {
@@ -40,90 +48,57 @@ std::vector<std::string> linked_ports()
     return ports;
 }
 
-int ask_one(const char *kind, std::vector<std::string> &asked, t_device *dev)
+int collect(t_fake_batch &batch, bool final)
 {
-    if (!dev)
-        return ERR_INVALID_INPUT;
-    fake_probes.calls.push_back(std::string(kind) + " " + dev->name);
-    if (!dev->link_active)
-        return DEVICE_WITHOUT_LINK;
-    asked = {dev->name};
-    return OK;
-}
-
-int collect(std::vector<std::string> &asked, const std::set<std::string> &answering, const char *protocol, bool final)
-{
+    if (batch.result)
+        return batch.result;
     bool waiting = false;
-    for (const std::string &port : asked)
-        waiting = waiting || !answering.contains(port);
+    for (const std::string &port : batch.asked)
+        waiting = waiting || !batch.answering.contains(port);
     if (waiting && !final)
         return PROBE_WAITING;
-    for (const std::string &port : asked)
-        if (answering.contains(port))
+    for (const std::string &port : batch.asked)
+        if (batch.answering.contains(port))
             set_dev_using_specific_proto(port_model.dev_hashmap_head, port_model.proto_hashmap_head, nullptr, nullptr,
-                                         port.c_str(), protocol);
-    asked.clear();
+                                         port.c_str(), batch.kind.protocol);
+    batch.asked.clear();
     return waiting ? PROBE_SOME_SILENT : PROBE_ALL_ANSWERED;
 }
 
 } // namespace
 
-int dhcp_detect_for_all_link_device(t_port_model *)
+int ask_linked_ports(const t_discovery &kind, t_port_model *)
 {
-    fake_probes.calls.push_back("dhcp all");
-    asked_dhcp = linked_ports();
-    dhcp_detect_handle.contexts = &open_dhcp_batch;
+    fake_probes.calls.push_back(std::string(kind.protocol) + " all");
+    batch_of(kind).asked = linked_ports();
+    kind.batch.contexts = &batch_of(kind).port;
     return fake_probes.send_result;
 }
 
-int pppoe_detect_for_all_link_device(t_port_model *)
+int ask_one_port(const t_discovery &kind, t_device *dev)
 {
-    fake_probes.calls.push_back("pppoe all");
-    asked_pppoe = linked_ports();
-    pppoe_detect_handle.contexts = &open_pppoe_batch;
-    return fake_probes.send_result;
+    if (!dev)
+        return ERR_INVALID_INPUT;
+    fake_probes.calls.push_back(std::string(kind.protocol) + " " + dev->name);
+    if (!dev->link_active)
+        return DEVICE_WITHOUT_LINK;
+    batch_of(kind).asked = {dev->name};
+    return OK;
 }
 
-int dhcp_detect_for_specify_device(t_device *dev)
+int collect_batch(const t_discovery &kind, t_device *, t_protocol *, bool final)
 {
-    return ask_one("dhcp", asked_dhcp, dev);
-}
-
-int pppoe_detect_for_specify_device(t_device *dev)
-{
-    return ask_one("pppoe", asked_pppoe, dev);
-}
-
-int process_dhcp_discovery_all(t_device *, t_protocol *, bool final)
-{
-    int result =
-        fake_probes.dhcp_result ? fake_probes.dhcp_result : collect(asked_dhcp, fake_probes.dhcp_ports, "dhcp", final);
+    const int result = collect(batch_of(kind), final);
     if (result != PROBE_WAITING)
-        dhcp_detect_handle.contexts = nullptr;
+        kind.batch.contexts = nullptr;
     return result;
 }
 
-int process_pppoe_discovery_all(t_device *, t_protocol *, bool final)
+void release_batch(const t_discovery &kind)
 {
-    int result = fake_probes.pppoe_result ? fake_probes.pppoe_result
-                                          : collect(asked_pppoe, fake_probes.pppoe_ports, "pppoe", final);
-    if (result != PROBE_WAITING)
-        pppoe_detect_handle.contexts = nullptr;
-    return result;
-}
-
-void release_dhcp_detect_handle()
-{
-    fake_probes.calls.push_back("release dhcp");
-    dhcp_detect_handle.contexts = nullptr;
-    asked_dhcp.clear();
-}
-
-void release_pppoe_detect_handle()
-{
-    fake_probes.calls.push_back("release pppoe");
-    pppoe_detect_handle.contexts = nullptr;
-    asked_pppoe.clear();
+    fake_probes.calls.push_back(std::string("release ") + kind.protocol);
+    kind.batch.contexts = nullptr;
+    batch_of(kind).asked.clear();
 }
 
 int update_brlan_dev(t_port_model *model)

@@ -17,13 +17,8 @@ struct t_discovery_protocol {
     const char *socket; // in the line about a failed sending
     const char *answer_word;
     int code_without_socket;
+    const t_discovery &kind;
     t_discovery_batch *batch;
-    int (*send_all)(t_device_list_head *list);
-    int (*process)(t_device *dev_hashmap_head, t_protocol *proto_hashmap_head, bool final);
-    void (*release)();
-    int (*open)(t_discovery_port *port);
-    int (*send)(t_discovery_port *port);
-    uloop_fd_handler receive;
     t_bytes (*question)(const t_mac &mac, uint32_t identifier);
     t_bytes (*answer)(uint32_t identifier);
 };
@@ -45,13 +40,8 @@ inline const t_discovery_protocol DHCP = {
     "dhcp request socket",
     "discovery packet",
     -92,
+    dhcp_discovery,
     &dhcp_detect_handle,
-    send_dhcp_discovery_all,
-    process_dhcp_discovery_all,
-    release_dhcp_detect_handle,
-    init_dhcp_sockfd,
-    send_dhcp_discovery_packet,
-    recv_dhcp_discovery_packet,
     expected_discover,
     usual_offer,
 };
@@ -63,13 +53,8 @@ inline const t_discovery_protocol PPPOE = {
     "pppoe discovery socket",
     "discovery offer(PADO) packet",
     -91,
+    pppoe_discovery,
     &pppoe_detect_handle,
-    send_pppoe_discovery_all,
-    process_pppoe_discovery_all,
-    release_pppoe_detect_handle,
-    init_pppoe_sockfd,
-    send_pppoe_discovery_packet,
-    recv_pppoe_discovery_packet,
     expected_padi,
     usual_pado,
 };
@@ -83,12 +68,15 @@ protected:
     {
         for (const t_discovery_protocol *protocol : {&DHCP, &PPPOE})
             if (protocol->batch->contexts)
-                protocol->release();
+                release_batch(protocol->kind);
         t_probe_test::TearDown();
     }
 
-    int send() { return protocol_.send_all(&list_); }
-    int process(bool final) { return protocol_.process(model_.dev_hashmap_head, model_.proto_hashmap_head, final); }
+    int send() { return send_batch(protocol_.kind, &list_); }
+    int process(bool final)
+    {
+        return collect_batch(protocol_.kind, model_.dev_hashmap_head, model_.proto_hashmap_head, final);
+    }
     t_discovery_port &context(size_t place = 0) const { return protocol_.batch->contexts[place]; }
 
     // A frame arrives on a port, and its handler runs.

@@ -161,7 +161,7 @@ TEST_P(discovery_process, release_closes_every_socket_and_zeroes_the_handle)
 {
     ask();
     t_log_capture log;
-    protocol_.release();
+    release_batch(protocol_.kind);
     EXPECT_TRUE(log.has("Debug", releasing(), "Entering function: " + releasing() + "!"));
     EXPECT_TRUE(log.has("Debug", releasing(), "release " + word() + "_detect_handler success!"));
     EXPECT_EQ(fake_wire.open_sockets(), 0);
@@ -174,7 +174,7 @@ TEST_P(discovery_process, release_closes_every_socket_and_zeroes_the_handle)
 TEST_P(discovery_process, release_without_a_batch_is_harmless)
 {
     t_log_capture log;
-    protocol_.release();
+    release_batch(protocol_.kind);
     EXPECT_TRUE(log.has("Info", releasing(), "Release null " + word() + "_detect_handle fail!"));
 }
 
@@ -237,13 +237,13 @@ TEST_F(pppoe_process, runs_beside_a_dhcp_batch_on_the_same_ports)
 {
     ask();
     next_random = {1, 201, 1, 202};
-    ASSERT_EQ(send_dhcp_discovery_all(&list_), OK);
+    ASSERT_EQ(send_batch(dhcp_discovery, &list_), OK);
     EXPECT_EQ(fake_wire.open_sockets(), 4);
     // Both batches hear the answer; each takes its own.
     fake_wire.arrive("eth1", usual_pado(101));
     fake_wire.arrive("eth1", usual_offer(201));
     fake_wire.run_loop();
-    EXPECT_EQ(process_dhcp_discovery_all(model_.dev_hashmap_head, model_.proto_hashmap_head, true), 96);
+    EXPECT_EQ(collect_batch(dhcp_discovery, model_.dev_hashmap_head, model_.proto_hashmap_head, true), 96);
     EXPECT_EQ(eth1_->proto, dhcp_);
     EXPECT_EQ(process(true), 96);
     EXPECT_EQ(eth1_->proto, pppoe_);

@@ -99,7 +99,7 @@ TEST_P(discovery_receive, an_event_without_the_read_bit_reads_nothing)
     fake_wire.arrive("eth1", right_answer());
     socket_of("eth1").error_pending = true;
     t_log_capture log;
-    protocol_.receive(&context().socket.watcher, 0);
+    receive_on_port(&context().socket.watcher, 0);
     EXPECT_EQ(log.text(), "");
     EXPECT_FALSE(socket_of("eth1").error_pending);
     expect_still_listening();
@@ -107,7 +107,7 @@ TEST_P(discovery_receive, an_event_without_the_read_bit_reads_nothing)
 
 TEST_P(discovery_receive, an_error_that_cannot_be_cleared_leaves_the_loop)
 {
-    protocol_.receive(&context().socket.watcher, 0);
+    receive_on_port(&context().socket.watcher, 0);
     EXPECT_EQ(fake_wire.watched_sockets(), 0);
     EXPECT_EQ(context().answered, 0);
     EXPECT_EQ(process(false), PROBE_WAITING);

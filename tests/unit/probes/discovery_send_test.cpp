@@ -31,7 +31,7 @@ TEST_P(discovery_send, a_socket_has_its_filter_before_it_hears_unless_every_fram
         t_log_capture log(level);
         ASSERT_EQ(send(), OK);
         EXPECT_EQ(socket_of("eth1").filtered_before_bound, level < LOG_LEVEL_Debug) << "level " << level;
-        protocol_.release();
+        release_batch(protocol_.kind);
     }
 }
 
@@ -50,7 +50,7 @@ TEST_P(discovery_send, a_kernel_that_refuses_the_filter_changes_nothing)
 TEST_P(discovery_send, a_null_list_is_refused)
 {
     t_log_capture log;
-    EXPECT_EQ(protocol_.send_all(nullptr), -99);
+    EXPECT_EQ(send_batch(protocol_.kind, nullptr), -99);
     EXPECT_TRUE(log.has("Debug", send_all(), "Entering function: " + send_all() + "!"));
     EXPECT_TRUE(log.has("Error", send_all(), protocol_.bad_list));
 }
@@ -278,27 +278,27 @@ TEST_P(discovery_send, result_codes_of_one_port)
     t_discovery_port port;
     memset(static_cast<void *>(&port), 0xaa, sizeof port);
     fake_wire.fail(t_wire_call::OPEN, EMFILE);
-    EXPECT_EQ(protocol_.open(&port), protocol_.code_without_socket);
+    EXPECT_EQ(open_on_port(protocol_.kind, &port), protocol_.code_without_socket);
     EXPECT_EQ(port.socket.watcher.fd, -1);
     EXPECT_EQ(port.answered, 0);
-    EXPECT_EQ(protocol_.send(&port), -91);
+    EXPECT_EQ(send_on_port(protocol_.kind, &port), -91);
 
-    EXPECT_EQ(protocol_.open(&port), 0);
-    EXPECT_EQ(port.socket.watcher.cb, protocol_.receive);
+    EXPECT_EQ(open_on_port(protocol_.kind, &port), 0);
+    EXPECT_EQ(port.socket.watcher.cb, receive_on_port);
     port.dev = eth1;
     fake_wire.fail(t_wire_call::BIND, ENODEV);
-    EXPECT_EQ(protocol_.send(&port), -89);
-    EXPECT_EQ(protocol_.send(&port), -91);
+    EXPECT_EQ(send_on_port(protocol_.kind, &port), -89);
+    EXPECT_EQ(send_on_port(protocol_.kind, &port), -91);
 
-    EXPECT_EQ(protocol_.open(&port), 0);
+    EXPECT_EQ(open_on_port(protocol_.kind, &port), 0);
     port.dev = eth1;
     fake_wire.fail(t_wire_call::SEND, ENETDOWN);
-    EXPECT_EQ(protocol_.send(&port), -88);
+    EXPECT_EQ(send_on_port(protocol_.kind, &port), -88);
     EXPECT_EQ(port.socket.watcher.fd, -1);
 
-    EXPECT_EQ(protocol_.open(&port), 0);
+    EXPECT_EQ(open_on_port(protocol_.kind, &port), 0);
     port.dev = eth1;
-    EXPECT_EQ(protocol_.send(&port), 0);
+    EXPECT_EQ(send_on_port(protocol_.kind, &port), 0);
     port.socket.close();
 }
 
@@ -307,7 +307,7 @@ TEST_P(discovery_send, a_new_context_is_closed)
 {
     t_discovery_port port = {};
     EXPECT_EQ(port.socket.watcher.fd, -1);
-    EXPECT_EQ(protocol_.send(&port), -91);
+    EXPECT_EQ(send_on_port(protocol_.kind, &port), -91);
 }
 
 // holds: dhcp-batch-codes

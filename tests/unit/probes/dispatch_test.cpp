@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: MIT
 // Which ports a probe goes out on. The frames themselves are the probes' own tests' matter.
-#include "probes/discovery/dispatch.h"
-
 #include <atomic>
 #include <cerrno>
 #include <chrono>
@@ -19,26 +17,26 @@ namespace {
 // One of the two probes, with its messages.
 struct t_probe {
     const char *word;
-    int (*for_all)(t_port_model *model);
-    int (*for_one)(t_device *dev);
+    const t_discovery *kind;
     size_t frame_size;
 };
 
 constexpr t_probe PROBES[] = {
-    {"dhcp", dhcp_detect_for_all_link_device, dhcp_detect_for_specify_device, 410},
-    {"pppoe", pppoe_detect_for_all_link_device, pppoe_detect_for_specify_device, 32},
+    {"dhcp", &dhcp_discovery, 410},
+    {"pppoe", &pppoe_discovery, 32},
 };
 
 class dispatch : public t_probe_test, public testing::WithParamInterface<t_probe> {
 protected:
     void TearDown() override
     {
-        if (dhcp_detect_handle.contexts)
-            release_dhcp_detect_handle();
-        if (pppoe_detect_handle.contexts)
-            release_pppoe_detect_handle();
+        if (GetParam().kind->batch.contexts)
+            release_batch(*GetParam().kind);
         t_probe_test::TearDown();
     }
+
+    int ask_all() { return ask_linked_ports(*GetParam().kind, &model_); }
+    static int ask_one(t_device *dev) { return ask_one_port(*GetParam().kind, dev); }
 
     static std::string word() { return GetParam().word; }
     static std::string all_function() { return word() + "_detect_for_all_link_device"; }
@@ -77,7 +75,7 @@ TEST_P(dispatch, all_linked_ports_are_probed_in_priority_order)
     add_port("eth1", 1);
     add_port("eth2", 2);
     t_log_capture log;
-    EXPECT_EQ(GetParam().for_all(&model_), 0);
+    EXPECT_EQ(ask_all(), 0);
     EXPECT_EQ(probed(), (std::vector<std::string>{"eth1", "eth2", "eth3"}));
     EXPECT_TRUE(log.has("Debug", all_function(), "Overall 3 devices ready to run " + word() + " detect"));
     EXPECT_TRUE(log.has("Debug", all_function(), "Overall 3 devices Send " + word() + " discovery success!"));
@@ -88,7 +86,7 @@ TEST_P(dispatch, without_a_linked_port_nothing_is_sent)
 {
     add_port("eth1", 1)->link_active = 0;
     t_log_capture log;
-    EXPECT_EQ(GetParam().for_all(&model_), 0);
+    EXPECT_EQ(ask_all(), 0);
     EXPECT_TRUE(log.has("Debug", all_function(), "Overall 0 devices ready to run " + word() + " detect"));
     EXPECT_TRUE(log.has("Info", all_function(), "No actual device need detected, skip " + word() + " detect!"));
     EXPECT_TRUE(fake_wire.sent().empty());
@@ -98,7 +96,7 @@ TEST_P(dispatch, without_a_linked_port_nothing_is_sent)
 // holds: nobody-linked
 TEST_P(dispatch, without_any_port_nothing_is_sent)
 {
-    EXPECT_EQ(GetParam().for_all(&model_), 0);
+    EXPECT_EQ(ask_all(), 0);
     EXPECT_TRUE(fake_wire.sockets().empty());
 }
 
@@ -113,7 +111,7 @@ TEST_P(dispatch, ports_with_lan_hosts_and_reserved_ports_are_left_out)
     add_device(&model_.lan_agg[0], create_new_device("eth2"));
     add_device(&model_.lan_agg[1], create_new_device("eth3"));
     add_device(&model_.gaming, create_new_device("eth4"));
-    EXPECT_EQ(GetParam().for_all(&model_), 0);
+    EXPECT_EQ(ask_all(), 0);
     EXPECT_EQ(probed(), (std::vector<std::string>{"eth5"}));
 }
 
@@ -125,7 +123,7 @@ TEST_P(dispatch, ports_with_lan_hosts_and_reserved_ports_are_probed_when_asked_f
     add_device(&model_.gaming, create_new_device("eth1"));
     add_device(&model_.lan_agg[0], create_new_device("eth1"));
     t_log_capture log;
-    EXPECT_EQ(GetParam().for_one(eth1), 0);
+    EXPECT_EQ(ask_one(eth1), 0);
     EXPECT_EQ(probed(), (std::vector<std::string>{"eth1"}));
     EXPECT_TRUE(log.has("Debug", one_function(),
                         "dev:eth1 has a lan device, cotinue the detect as device has been specified!"));
@@ -136,7 +134,7 @@ TEST_P(dispatch, success_on_one_port_is_told_by_pppoe_only)
 {
     t_device *eth1 = add_port("eth1", 1);
     t_log_capture log;
-    EXPECT_EQ(GetParam().for_one(eth1), 0);
+    EXPECT_EQ(ask_one(eth1), 0);
     EXPECT_EQ(log.count("", one_function(), "device:eth1 Send " + word() + " discovery success!"),
               word() == "pppoe" ? 1 : 0);
     EXPECT_FALSE(log.has_body("dev:eth1 has a lan device, cotinue the detect as device has been specified!"));
@@ -148,7 +146,7 @@ TEST_P(dispatch, a_port_without_link_is_skipped_when_asked_for)
     t_device *eth1 = add_port("eth1", 1);
     eth1->link_active = 0;
     t_log_capture log;
-    EXPECT_EQ(GetParam().for_one(eth1), 99);
+    EXPECT_EQ(ask_one(eth1), 99);
     EXPECT_TRUE(log.has("Info", one_function(), "dev:eth1 has no link, skip the detect!"));
     EXPECT_TRUE(fake_wire.sockets().empty());
     EXPECT_TRUE(lock_is_free());
@@ -158,7 +156,7 @@ TEST_P(dispatch, a_port_without_link_is_skipped_when_asked_for)
 TEST_P(dispatch, a_null_port_is_refused)
 {
     t_log_capture log;
-    EXPECT_EQ(GetParam().for_one(nullptr), -99);
+    EXPECT_EQ(ask_one(nullptr), -99);
     EXPECT_TRUE(log.has("Error", one_function(), "Null devive specified!"));
     EXPECT_TRUE(fake_wire.sockets().empty());
 }
@@ -171,7 +169,7 @@ TEST_P(dispatch, a_batch_that_cannot_be_opened_still_yields_zero)
     for (bool all : {true, false}) {
         // The list's node is there, the batch's contexts are not.
         const t_memory_shortage shortage(1);
-        EXPECT_EQ(all ? GetParam().for_all(&model_) : GetParam().for_one(eth1), 0);
+        EXPECT_EQ(all ? ask_all() : ask_one(eth1), 0);
     }
     EXPECT_TRUE(log.has("Error", all_function(), "Error sending " + word() + " discovery packet"));
     EXPECT_TRUE(log.has("Error", one_function(), "Error sending " + word() + " discovery packet in dev:eth1"));
@@ -184,8 +182,8 @@ TEST_P(dispatch, without_memory_for_the_list_nothing_is_sent)
     t_log_capture log;
     {
         const t_memory_shortage shortage;
-        EXPECT_EQ(GetParam().for_all(&model_), 0);
-        EXPECT_EQ(GetParam().for_one(eth1), 0);
+        EXPECT_EQ(ask_all(), 0);
+        EXPECT_EQ(ask_one(eth1), 0);
     }
     EXPECT_TRUE(log.has("Info", all_function(), "No actual device need detected, skip " + word() + " detect!"));
     EXPECT_TRUE(log.has("Error", one_function(), "Error sending " + word() + " discovery packet in dev:eth1"));
@@ -197,7 +195,7 @@ TEST_P(dispatch, a_port_that_cannot_send_still_yields_zero)
 {
     t_device *eth1 = add_port("eth1", 1);
     fake_wire.fail(t_wire_call::SEND, ENETDOWN);
-    EXPECT_EQ(GetParam().for_one(eth1), 0);
+    EXPECT_EQ(ask_one(eth1), 0);
     EXPECT_TRUE(fake_wire.sent().empty());
 }
 
@@ -208,7 +206,7 @@ TEST_P(dispatch, ports_whose_link_is_being_changed_are_waited_for)
         std::atomic<bool> over = false;
         pthread_rwlock_wrlock(&gate_.locks.device_lock);
         std::thread detection([&] {
-            all ? GetParam().for_all(&model_) : GetParam().for_one(eth1);
+            all ? ask_all() : ask_one(eth1);
             over = true;
         });
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
@@ -229,8 +227,8 @@ TEST_P(dispatch, the_lock_is_free_while_frames_are_sent)
         sends++;
         EXPECT_TRUE(lock_is_free());
     };
-    GetParam().for_all(&model_);
-    GetParam().for_one(eth1);
+    ask_all();
+    ask_one(eth1);
     EXPECT_EQ(sends, 2);
 }
 

@@ -127,9 +127,10 @@ template <typename Callback> bool told_of(uloop_fd *watcher, const t_bytes &fram
     return !log.text().empty();
 }
 
-t_discovery_port asked(t_device *dev)
+t_discovery_port asked(const t_discovery &kind, t_device *dev)
 {
     t_discovery_port port = {};
+    port.kind = &kind;
     port.identifier = IDENTIFIER;
     port.dev = dev;
     return port;
@@ -144,10 +145,9 @@ TEST_P(frame_filter, for_offers_drops_nothing_that_is_taken_or_told_of)
     dhcp_detect_handle.lan_mac = BRIDGE_MAC;
     expect_nothing_lost(dhcp_offer_filter(IDENTIFIER, dhcp_detect_handle.lan_mac, GetParam()), with_mutations(frames),
                         [this](const t_bytes &frame) {
-                            t_discovery_port ctx = asked(&eth1);
-                            const bool told = told_of(&ctx.socket.watcher, frame, GetParam(), [&ctx] {
-                                recv_dhcp_discovery_packet(&ctx.socket.watcher, ULOOP_READ);
-                            });
+                            t_discovery_port ctx = asked(dhcp_discovery, &eth1);
+                            const bool told = told_of(&ctx.socket.watcher, frame, GetParam(),
+                                                      [&ctx] { receive_on_port(&ctx.socket.watcher, ULOOP_READ); });
                             return told || ctx.answered;
                         });
     dhcp_detect_handle = {};
@@ -168,9 +168,9 @@ TEST_P(frame_filter, for_pados_drops_nothing_that_is_taken_or_told_of)
     frames.push_back(pado(join({tag(0x0101, zeros(1400)), mine})));
     frames.push_back(join({pado(mine), zeros(40)}));
     expect_nothing_lost(pado_filter(IDENTIFIER, GetParam()), with_mutations(frames), [this](const t_bytes &frame) {
-        t_discovery_port ctx = asked(&eth1);
+        t_discovery_port ctx = asked(pppoe_discovery, &eth1);
         const bool told = told_of(&ctx.socket.watcher, frame, GetParam(),
-                                  [&ctx] { recv_pppoe_discovery_packet(&ctx.socket.watcher, ULOOP_READ); });
+                                  [&ctx] { receive_on_port(&ctx.socket.watcher, ULOOP_READ); });
         return told || ctx.answered;
     });
 }

@@ -125,7 +125,7 @@ TEST_F(frame_lines, a_clock_that_goes_back_begins_a_new_second)
 TEST_F(frame_lines, a_flood_of_offers_is_summed_up_and_the_awaited_one_is_told_of)
 {
     next_random = {1, 101};
-    ASSERT_EQ(send_dhcp_discovery_all(&list_), OK);
+    ASSERT_EQ(send_batch(dhcp_discovery, &list_), OK);
     flood(offer(99, {}), 1000);
     EXPECT_EQ(lines_of("recv_dhcp_discovery_packet",
                        {"recv dhcp discovery packet from dev:eth1",
@@ -135,7 +135,7 @@ TEST_F(frame_lines, a_flood_of_offers_is_summed_up_and_the_awaited_one_is_told_o
     EXPECT_TRUE(log_.has("Info", "recv_dhcp_discovery_packet", "Success parse dhcp discovery packet in dev=eth1"));
     EXPECT_TRUE(log_.has("Debug", "recv_dhcp_discovery_packet", "dev:eth1, GATEWAY=10.20.30.1"));
     EXPECT_TRUE(log_.has("Debug", "recv_dhcp_discovery_packet", "dev:eth1, IPADDR=10.20.30.40, MAC=02-5E-00-00-00-99"));
-    EXPECT_EQ(process_dhcp_discovery_all(model_.dev_hashmap_head, model_.proto_hashmap_head, false),
+    EXPECT_EQ(collect_batch(dhcp_discovery, model_.dev_hashmap_head, model_.proto_hashmap_head, false),
               PROBE_ALL_ANSWERED);
     EXPECT_EQ(sums("dhcp: 1801 more lines about received frames left out"), 1);
 }
@@ -144,13 +144,13 @@ TEST_F(frame_lines, a_flood_of_offers_is_summed_up_and_the_awaited_one_is_told_o
 TEST_F(frame_lines, offers_of_the_routers_own_server_are_summed_up)
 {
     next_random = {1, 101};
-    ASSERT_EQ(send_dhcp_discovery_all(&list_), OK);
+    ASSERT_EQ(send_batch(dhcp_discovery, &list_), OK);
     flood(patched(offer(101, usual_options()), 6, mac_bytes(LAN_MAC)), 1000);
     EXPECT_LE(log_.lines().size(), 200u + 10u);
     EXPECT_EQ(log_.count("Warning", "recv_dhcp_discovery_packet",
                          "Detecing dhcp offer from own mac:02-00-00-00-00-01, meaning there is a cirecle in lan!!"),
               66);
-    release_dhcp_detect_handle();
+    release_batch(dhcp_discovery);
     EXPECT_EQ(sums("dhcp: 2800 more lines about received frames left out"), 1);
 }
 
@@ -158,7 +158,7 @@ TEST_F(frame_lines, offers_of_the_routers_own_server_are_summed_up)
 TEST_F(frame_lines, a_flood_of_pados_is_summed_up_and_the_awaited_one_is_told_of)
 {
     next_random = {1, 101};
-    ASSERT_EQ(send_pppoe_discovery_all(&list_), OK);
+    ASSERT_EQ(send_batch(pppoe_discovery, &list_), OK);
     flood(pado(usual_tags(99)), 300);
     flood(patched(pado({}), PADO_CODE, {0x65}), 300);
     fake_clock.advance_ms(1500);
@@ -171,7 +171,7 @@ TEST_F(frame_lines, a_flood_of_pados_is_summed_up_and_the_awaited_one_is_told_of
               200 + 1);
     EXPECT_TRUE(log_.has("Info", job, "Success parse pppoe discovery offer(PADO) packet in dev=eth1"));
     EXPECT_EQ(sums("pppoe: 1300 more lines about received frames left out"), 1);
-    release_pppoe_detect_handle();
+    release_batch(pppoe_discovery);
     EXPECT_EQ(sums(), 1);
 }
 
@@ -245,9 +245,9 @@ TEST_F(frame_lines, a_new_batch_begins_its_own_second)
 {
     for (int batch = 0; batch < 2; batch++) {
         next_random = {1, 101};
-        ASSERT_EQ(send_dhcp_discovery_all(&list_), OK);
+        ASSERT_EQ(send_batch(dhcp_discovery, &list_), OK);
         flood(t_bytes(60, 0xff), 300);
-        release_dhcp_detect_handle();
+        release_batch(dhcp_discovery);
     }
     EXPECT_EQ(sums("dhcp: 400 more lines about received frames left out"), 2);
 }

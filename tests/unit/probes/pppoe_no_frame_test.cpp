@@ -38,10 +38,10 @@ class pppoe_no_frame : public t_probe_test {};
 TEST_F(pppoe_no_frame, is_not_sent_and_closes_the_socket)
 {
     t_discovery_port ctx = {};
-    ASSERT_EQ(init_pppoe_sockfd(&ctx), 0);
+    ASSERT_EQ(open_on_port(pppoe_discovery, &ctx), 0);
     ctx.dev = add_port("eth1", 1);
     t_log_capture log;
-    EXPECT_EQ(send_pppoe_discovery_packet(&ctx), -90);
+    EXPECT_EQ(send_on_port(pppoe_discovery, &ctx), -90);
     EXPECT_TRUE(
         log.has("Error", "send_pppoe_discovery_packet", "Error while creating a pppoe discovery socket, device:eth1"));
     EXPECT_EQ(ctx.socket.watcher.fd, -1);

@@ -9,7 +9,6 @@
 #include "platform/log.h"
 #include "platform/result_codes.h"
 #include "probes/discovery/dhcp_discovery.h"
-#include "probes/discovery/dispatch.h"
 #include "probes/discovery/pppoe_discovery.h"
 #include "tests/support/world.h"
 #include "tests/unit/probes/veth_net.h"
@@ -34,7 +33,7 @@ int calls;
 void count_and_receive(uloop_fd *watcher, unsigned int events)
 {
     calls++;
-    recv_dhcp_discovery_packet(watcher, events);
+    receive_on_port(watcher, events);
 }
 
 class real_wire : public testing::Test {
@@ -53,9 +52,9 @@ protected:
     void TearDown() override
     {
         if (dhcp_detect_handle.contexts)
-            release_dhcp_detect_handle();
+            release_batch(dhcp_discovery);
         if (pppoe_detect_handle.contexts)
-            release_pppoe_detect_handle();
+            release_batch(pppoe_discovery);
         log_set_level(level_before_);
         release_port_model(&model_);
         uloop_done();
@@ -63,7 +62,7 @@ protected:
 
     int process_dhcp(bool final)
     {
-        return process_dhcp_discovery_all(model_.dev_hashmap_head, model_.proto_hashmap_head, final);
+        return collect_batch(dhcp_discovery, model_.dev_hashmap_head, model_.proto_hashmap_head, final);
     }
 
     static bool answered() { return dhcp_detect_handle.contexts[0].answered != 0; }
@@ -85,7 +84,7 @@ TEST_F(real_wire, a_dhcp_server_is_found_behind_its_port)
 {
     t_loop_peer server(cable1_), nobody(cable2_);
     server.answer = offer_for;
-    ASSERT_EQ(dhcp_detect_for_all_link_device(&model_), 0);
+    ASSERT_EQ(ask_linked_ports(dhcp_discovery, &model_), 0);
     ASSERT_TRUE(run_loop_until([&] { return answered() && !nobody.heard.empty(); }, ANSWER_LIMIT_MS));
 
     ASSERT_EQ(server.heard.size(), 1u);
@@ -114,7 +113,7 @@ TEST_F(real_wire, forged_offers_before_the_genuine_one_do_not_matter)
         return genuine;
     };
     t_log_capture log;
-    ASSERT_EQ(dhcp_detect_for_specify_device(eth1_), 0);
+    ASSERT_EQ(ask_one_port(dhcp_discovery, eth1_), 0);
     ASSERT_TRUE(run_loop_until(answered, ANSWER_LIMIT_MS));
     EXPECT_EQ(process_dhcp(false), PROBE_ALL_ANSWERED);
     EXPECT_EQ(mac_at(eth1_->result.server_mac), SERVER_MAC);
@@ -137,7 +136,7 @@ TEST_F(real_wire, a_flood_of_near_misses_before_the_offer_does_not_drown_it)
         }
         return genuine;
     };
-    ASSERT_EQ(dhcp_detect_for_specify_device(eth1_), 0);
+    ASSERT_EQ(ask_one_port(dhcp_discovery, eth1_), 0);
     ASSERT_TRUE(run_loop_until(answered, ANSWER_LIMIT_MS));
     EXPECT_EQ(process_dhcp(false), PROBE_ALL_ANSWERED);
     EXPECT_EQ(mac_at(eth1_->result.server_mac), SERVER_MAC);
@@ -155,7 +154,7 @@ TEST_F(real_wire, a_flood_of_near_misses_before_the_pado_does_not_drown_it)
         }
         return pado(usual_tags(host_uniq));
     };
-    ASSERT_EQ(pppoe_detect_for_specify_device(eth2_), 0);
+    ASSERT_EQ(ask_one_port(pppoe_discovery, eth2_), 0);
     EXPECT_TRUE(run_loop_until([] { return pppoe_detect_handle.contexts[0].answered != 0; }, ANSWER_LIMIT_MS));
 }
 
@@ -163,14 +162,15 @@ TEST_F(real_wire, a_pppoe_concentrator_is_found_behind_its_port)
 {
     t_loop_peer nobody(cable1_), concentrator(cable2_);
     concentrator.answer = [](const t_bytes &heard) { return pado(usual_tags(native_at(heard, PADI_HOST_UNIQ))); };
-    ASSERT_EQ(pppoe_detect_for_all_link_device(&model_), 0);
+    ASSERT_EQ(ask_linked_ports(pppoe_discovery, &model_), 0);
     ASSERT_TRUE(run_loop_until([&] { return pppoe_detect_handle.contexts[1].answered && !nobody.heard.empty(); },
                                ANSWER_LIMIT_MS));
 
     ASSERT_EQ(concentrator.heard.size(), 1u);
     const t_mac mac = mac_at(cable2_.mac().data());
     EXPECT_EQ(concentrator.heard[0], expected_padi(mac, pppoe_detect_handle.contexts[1].identifier));
-    EXPECT_EQ(process_pppoe_discovery_all(model_.dev_hashmap_head, model_.proto_hashmap_head, true), PROBE_SOME_SILENT);
+    EXPECT_EQ(collect_batch(pppoe_discovery, model_.dev_hashmap_head, model_.proto_hashmap_head, true),
+              PROBE_SOME_SILENT);
     EXPECT_STREQ(protocol_name(eth1_->proto), "null");
     EXPECT_STREQ(protocol_name(eth2_->proto), "pppoe");
 }
@@ -181,8 +181,8 @@ TEST_F(real_wire, both_probes_run_beside_each_other_on_one_port)
     both.answer = [](const t_bytes &heard) {
         return heard.size() == 410 ? offer_for(heard) : pado(usual_tags(native_at(heard, PADI_HOST_UNIQ)));
     };
-    ASSERT_EQ(dhcp_detect_for_specify_device(eth1_), 0);
-    ASSERT_EQ(pppoe_detect_for_specify_device(eth1_), 0);
+    ASSERT_EQ(ask_one_port(dhcp_discovery, eth1_), 0);
+    ASSERT_EQ(ask_one_port(pppoe_discovery, eth1_), 0);
     EXPECT_TRUE(run_loop_until([] { return answered() && pppoe_detect_handle.contexts[0].answered; }, ANSWER_LIMIT_MS));
 }
 
@@ -194,7 +194,7 @@ TEST_F(real_wire, a_port_that_goes_down_does_not_spin_the_loop_and_is_heard_agai
         xid = native_at(heard, DISCOVER_XID);
         return t_bytes();
     };
-    ASSERT_EQ(dhcp_detect_for_specify_device(eth1_), 0);
+    ASSERT_EQ(ask_one_port(dhcp_discovery, eth1_), 0);
     ASSERT_TRUE(run_loop_until([&] { return !server.heard.empty(); }, ANSWER_LIMIT_MS));
     dhcp_detect_handle.contexts[0].socket.watcher.cb = count_and_receive;
 
@@ -212,7 +212,7 @@ TEST_F(real_wire, a_port_that_goes_down_does_not_spin_the_loop_and_is_heard_agai
 
 TEST_F(real_wire, a_port_that_vanishes_does_not_spin_the_loop)
 {
-    ASSERT_EQ(dhcp_detect_for_specify_device(eth1_), 0);
+    ASSERT_EQ(ask_one_port(dhcp_discovery, eth1_), 0);
     dhcp_detect_handle.contexts[0].socket.watcher.cb = count_and_receive;
     must_run("ip link del eth1");
     EXPECT_FALSE(run_loop_until(answered, QUIET_TIME_MS));
@@ -225,8 +225,8 @@ TEST_F(real_wire, a_port_that_does_not_exist_is_not_probed)
 {
     must_run("ip link del eth1");
     t_log_capture log;
-    EXPECT_EQ(dhcp_detect_for_specify_device(eth1_), 0);
-    EXPECT_EQ(pppoe_detect_for_specify_device(eth1_), 0);
+    EXPECT_EQ(ask_one_port(dhcp_discovery, eth1_), 0);
+    EXPECT_EQ(ask_one_port(pppoe_discovery, eth1_), 0);
     EXPECT_TRUE(log.has("Error", "send_dhcp_discovery_all", "Failed to send DHCP socket via dev:eth1"));
     EXPECT_TRUE(log.has("Error", "send_pppoe_discovery_all", "Failed to send pppoe socket via dev:eth1"));
     EXPECT_EQ(dhcp_detect_handle.contexts[0].socket.watcher.fd, -1);
@@ -236,7 +236,7 @@ TEST_F(real_wire, a_port_that_does_not_exist_is_not_probed)
 TEST_F(real_wire, without_an_address_on_the_bridge_no_discover_is_sent)
 {
     must_run("ip address flush dev br-lan");
-    EXPECT_EQ(dhcp_detect_for_specify_device(eth1_), 0);
+    EXPECT_EQ(ask_one_port(dhcp_discovery, eth1_), 0);
     EXPECT_EQ(dhcp_detect_handle.contexts, nullptr);
 }
 
