@@ -6,7 +6,6 @@
 #include "core/cycle.h"
 #include "core/cycle_start.h"
 #include "core/retries.h"
-#include "core/wan_role.h"
 #include "model/banned.h"
 #include "model/current_wan.h"
 #include "model/dumps.h"
@@ -17,9 +16,17 @@
 
 constexpr const char *END = "uloop_wan_detect_end"; // its parts speak in its name
 
+static t_role look_where_role_is()
+{
+    const t_role role = look_at_role(&port_model);
+    if (role == t_role::moved)
+        begin_retries_anew();
+    return role;
+}
+
 static bool may_still_be_given_to(const t_device *winner)
 {
-    return look_at_role() == t_role::unmoved || winner == port_model.wan_dev;
+    return look_where_role_is() == t_role::unmoved || winner == port_model.wan_dev;
 }
 
 // The fake WAN port gives way before another port takes over, but only after it has become the real one itself.
@@ -28,10 +35,8 @@ static void make_wan(t_device *winner)
     if (winner == port_model.fake_wan) {
         switch_wan_to_dev(winner, 0);
         wan_detect_remove_fake_wan();
-    } else {
-        wan_detect_remove_fake_wan();
-        if (may_still_be_given_to(winner)) // rebuilding the ports takes its time
-            switch_wan_to_dev(winner, 0);
+    } else if (wan_detect_remove_fake_wan() != OK || may_still_be_given_to(winner)) { // a rebuild takes its time
+        switch_wan_to_dev(winner, 0);
     }
 }
 
@@ -83,7 +88,7 @@ static bool verdict_is_void()
         send_cycle_back();
         return true;
     }
-    switch (look_at_role()) {
+    switch (look_where_role_is()) {
     case t_role::unmoved:
         break;
     case t_role::moved:
@@ -103,7 +108,7 @@ static void carry_out(t_device *winner)
     if (winner)
         return make_wan(winner);
     LOG_AS(END, Warning, "Detect wan result is null! just keep the original wan\n");
-    look_at_role();
+    look_where_role_is();
     // Whoever moved the role keeps what he chose, also when it cannot be read just now, or is a port that is none of
     // ours.
     const t_device *now_wan = port_model.wan_dev;
@@ -120,7 +125,7 @@ static bool is_carried_out(const t_device *winner)
 // A cycle that is already asked for looks by itself.
 static void plan_next_look(bool found)
 {
-    if (found || wan_role_is_foreign()) {
+    if (found || port_model.role_is_away) {
         begin_retries_anew();
         stop_looking_again();
     } else if (!engine.init_wan_detect_all.pending && !engine.start_wan_detect.pending) {
@@ -144,7 +149,7 @@ void uloop_wan_detect_end(uloop_timeout *)
     dump_all_device(port_model.dev_hashmap_head);
     dump_all_protocols(port_model.proto_hashmap_head);
     close_cycle();
-    if (winner && !wan_role_is_foreign())
+    if (winner && !port_model.role_is_away)
         write_wan_detect_result_file();
     engine.result_dev = nullptr;
     engine.possible_wan_dev_list.clear();

@@ -8,7 +8,6 @@
 #include "core/cycle.h"
 #include "core/proto_stage.h"
 #include "core/retries.h"
-#include "core/wan_role.h"
 #include "core/wishes.h"
 #include "model/banned.h"
 #include "model/current_wan.h"
@@ -81,7 +80,7 @@ static bool may_go_on()
         LOG_AS(PASS, Info, "exiting detecting due to switch off!\n");
     else if (engine.restart_requested)
         LOG_AS(PASS, Info, "exiting this cycle of detecting, waiting for detect all!\n");
-    else if (wan_role_is_foreign())
+    else if (port_model.role_is_away)
         LOG_AS(PASS, Info, "The wan role is at %s, none of the ports, and stays there!\n", port_model.wan_role);
     else if (!port_model.wan_proto)
         LOG_AS(PASS, Error, "Failed to get now protocol! Should not happen!\n");
@@ -214,10 +213,11 @@ void uloop_start_wan_detect(uloop_timeout *)
     const bool listed_now = list_current_wan();
     audit_candidates();
     update_eth_link_status(port_model.dev_hashmap_head);
-    switch (look_at_role()) {
+    switch (look_at_role(&port_model)) {
     case t_role::unmoved:
         break;
     case t_role::moved:
+        begin_retries_anew();
         if (listed_now)
             engine.possible_wan_dev_list.remove(listed_wan); // it was listed only as the WAN port
         break;

@@ -88,18 +88,8 @@ int get_wan_device_name(char *buffer, size_t size)
     return result;
 }
 
-int update_wan_device(t_port_model *model)
-{
-    LOG_ENTER();
-    char name[NAME_SIZE];
-    if (get_wan_device_name(name, sizeof name) != OK) {
-        LOG(Error, "get_wan_device_name failed!\n");
-        return ERR_CONFIG_VALUE;
-    }
-    return take_wan_role(model, name);
-}
-
-int take_wan_role(t_port_model *model, const char (&name)[NAME_SIZE])
+// OK, or ERR_NOTHING_DONE for an unknown port.
+static int take_wan_role(t_port_model *model, const char (&name)[NAME_SIZE])
 {
     memcpy(model->wan_role, name, sizeof name);
     t_device *device = find_device(model->dev_hashmap_head, name);
@@ -112,6 +102,17 @@ int take_wan_role(t_port_model *model, const char (&name)[NAME_SIZE])
     return OK;
 }
 
+int update_wan_device(t_port_model *model)
+{
+    LOG_ENTER();
+    char name[NAME_SIZE];
+    if (get_wan_device_name(name, sizeof name) != OK) {
+        LOG(Error, "get_wan_device_name failed!\n");
+        return ERR_CONFIG_VALUE;
+    }
+    return take_wan_role(model, name);
+}
+
 static bool find_role_holder(char (&name)[NAME_SIZE])
 {
     t_wan_role role;
@@ -121,9 +122,17 @@ static bool find_role_holder(char (&name)[NAME_SIZE])
     return true;
 }
 
-bool wan_role_moved(const t_port_model *model, char (&name)[NAME_SIZE])
+t_role look_at_role(t_port_model *model)
 {
-    return find_role_holder(name) && strcmp(name, model->wan_role) != 0;
+    char name[NAME_SIZE];
+    if (!find_role_holder(name) || strcmp(name, model->wan_role) == 0)
+        return t_role::unmoved;
+    char before[NAME_SIZE];
+    copy_name(before, model->wan_role[0] ? model->wan_role : device_name(model->wan_dev));
+    if (take_wan_role(model, name) != OK)
+        return t_role::foreign;
+    LOG(Info, "The wan role was moved from %s to %s!\n", before, name);
+    return t_role::moved;
 }
 
 bool wan_role_is_at(const t_device *dev)

@@ -12,12 +12,16 @@ int get_wan_device_name(char *buffer, size_t size);
 // the previous port in place.
 int update_wan_device(t_port_model *model);
 
-// True when the configuration gives the role to another port than was seen last, be it one of ours or not, and whose
-// name that is; false also when it cannot be read. Says nothing unless a read fails. Loop thread.
-bool wan_role_moved(const t_port_model *model, char (&name)[NAME_SIZE]);
+// Where the WAN role was found when it was read again.
+enum class t_role : unsigned char {
+    unmoved, // where it was, or it cannot be read
+    moved,   // at another port, which is the current WAN port now
+    foreign, // at a port that is none of the table; the current WAN port stays
+};
 
-// The same as update_wan_device for a name that was read already: 0, or ERR_NOTHING_DONE for an unknown port.
-int take_wan_role(t_port_model *model, const char (&name)[NAME_SIZE]);
+// Reads the role again and takes over what somebody else did. Without a log line while nothing moved, unless a read
+// fails. Loop thread.
+t_role look_at_role(t_port_model *model);
 
 // True when the configuration gives the role to this port, or to another one; both false when it cannot be read. Says
 // nothing unless a read fails. Any thread.

@@ -12,7 +12,6 @@
 #include "core/cycle_ways.h"
 #include "core/link_change.h"
 #include "core/proto_stage.h"
-#include "core/wan_role.h"
 #include "core/wishes.h"
 #include "model/banned.h"
 #include "model/current_wan.h"
@@ -74,9 +73,8 @@ protected:
     {
         swaps++;
         EXPECT_TRUE(port_model.enable) << "a role is moved though detection is off:" << history;
-        char name[NAME_SIZE];
-        EXPECT_FALSE(wan_role_moved(&port_model, name)) << "a role is taken from somebody:" << history;
-        EXPECT_FALSE(wan_role_is_foreign()) << "a role is taken from a port that is none of ours:" << history;
+        EXPECT_EQ(look_at_role(&port_model), t_role::unmoved) << "a role is taken from somebody:" << history;
+        EXPECT_FALSE(port_model.role_is_away) << "a role is taken from a port that is none of ours:" << history;
     }
 
     // The earliest timer fires, and its time has passed for all.
@@ -190,14 +188,15 @@ protected:
         ASSERT_EQ(state == t_cycle_state::asking_arp, static_cast<bool>(engine.using_arp.pending)) << history;
         ASSERT_EQ(state == t_cycle_state::asking_dns, static_cast<bool>(engine.using_dns.pending)) << history;
         ASSERT_EQ(state == t_cycle_state::ending, static_cast<bool>(engine.end.pending)) << history;
-        if (wan_role_is_foreign()) { // within two seconds the thread of the combo ports has looked whether it still is
+        if (port_model
+                .role_is_away) { // within two seconds the thread of the combo ports has looked whether it still is
             t_combo_state pass = {};
             wan_combo_auto_switch(&pass);
         }
         const t_device *now_wan = port_model.wan_dev;
         const bool is_left_alone =
             engine.state == t_cycle_state::resting && !engine.init_wan_detect_all.pending && !engine.look_again.pending;
-        ASSERT_TRUE(!is_left_alone || !port_model.enable || !now_wan || wan_role_is_foreign() || now_wan->link_active)
+        ASSERT_TRUE(!is_left_alone || !port_model.enable || !now_wan || port_model.role_is_away || now_wan->link_active)
             << "the WAN port is down, and nobody looks:" << history;
     }
 
