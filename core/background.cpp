@@ -3,7 +3,6 @@
 
 #include <atomic>
 #include <cerrno>
-#include <initializer_list>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
@@ -20,56 +19,31 @@ constexpr int NOT_STOPPING = -1;
 
 static std::atomic<int> stop_reason = NOT_STOPPING; // signal number, or 0 for an end without one
 static std::atomic<int> threads_at_work;            // started, and not yet counted as gone
-static pthread_t loop_thread;
-static int leave_fd = -1; // counts the threads that left since somebody looked last
-static int wake_fd = -1;  // readable when there is a wish for the loop
+static int leave_fd = -1;                           // counts the threads that left since somebody looked last
 static uloop_fd stop_watcher;
-static uloop_fd wake_watcher;
-static void (*serve_others)();
-
-static void wake(int fd)
-{
-    const uint64_t one = 1;
-    ssize_t written = write(fd, &one, sizeof one);
-    static_cast<void>(written); // a counter that is full wakes as well
-}
 
 static void end_loop(uloop_fd *, unsigned int)
 {
     uloop_end();
 }
 
-static void serve_wake(uloop_fd *watcher, unsigned int)
-{
-    uint64_t wakes;
-    ssize_t got = read(watcher->fd, &wakes, sizeof wakes);
-    static_cast<void>(got); // nothing there means that somebody else was served already
-    serve_others();
-}
-
 bool init_background()
 {
-    loop_thread = pthread_self();
     const bool ending_is_heard = init_ending();
-    wake_fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     leave_fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    return ending_is_heard && wake_fd >= 0 && leave_fd >= 0;
+    return ending_is_heard && leave_fd >= 0;
 }
 
-bool attach_background_to_loop(void (*serve)())
+bool attach_background_to_loop()
 {
-    serve_others = serve;
     stop_watcher.fd = ending_fd();
     stop_watcher.cb = end_loop;
-    wake_watcher.fd = wake_fd;
-    wake_watcher.cb = serve_wake;
-    return uloop_fd_add(&stop_watcher, ULOOP_READ) == 0 && uloop_fd_add(&wake_watcher, ULOOP_READ) == 0;
+    return uloop_fd_add(&stop_watcher, ULOOP_READ) == 0;
 }
 
 void detach_background_from_loop()
 {
     uloop_fd_delete(&stop_watcher);
-    uloop_fd_delete(&wake_watcher);
 }
 
 bool begin_to_stop(int signal_number)
@@ -162,7 +136,9 @@ int start_background_thread(pthread_t *thread, t_thread_body body, void *argumen
 // count as gone, and the main thread may close the descriptor.
 void leave_background()
 {
-    wake(leave_fd);
+    const uint64_t one = 1;
+    ssize_t written = write(leave_fd, &one, sizeof one);
+    static_cast<void>(written); // it always fits: there are no more threads than that
 }
 
 void wait_for_the_end()
@@ -193,22 +169,10 @@ bool stop_background_threads()
 
 void release_background()
 {
-    for (int *fd : {&wake_fd, &leave_fd}) {
-        if (*fd >= 0)
-            close(*fd);
-        *fd = -1;
-    }
+    if (leave_fd >= 0)
+        close(leave_fd);
+    leave_fd = -1;
     threads_at_work = 0;
     stop_reason = NOT_STOPPING;
     release_ending();
-}
-
-bool on_loop_thread()
-{
-    return pthread_equal(pthread_self(), loop_thread) != 0;
-}
-
-void wake_loop()
-{
-    wake(wake_fd);
 }

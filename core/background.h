@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The background threads' side of life: how they start, sleep, wake the loop and are stopped.
+// The background threads' side of life: how they start, sleep and are stopped.
 //
 // Stopping is asked for through a descriptor that every sleep watches, so that each thread reaches a point where it
 // touches nothing shared before the shared things go away.
@@ -17,11 +17,10 @@ using t_thread_body = void *(*)(void *);
 // Opens the descriptors. Main thread, before anything that can stop. False when the kernel refuses.
 bool init_background();
 
-// Lets the loop watch the descriptors and run `serve` whenever it was woken; after uloop_init. False when the kernel
-// refuses.
-bool attach_background_to_loop(void (*serve)());
+// Lets the loop end when the end is asked for; after uloop_init. False when the kernel refuses.
+bool attach_background_to_loop();
 
-// Takes them out of the loop again; before uloop_done.
+// The loop does not hear of the end any more; before uloop_done.
 void detach_background_from_loop();
 
 // Asks for the end of the process, with a signal number or 0. The first one wins: true for it. Safe in a signal
@@ -53,9 +52,3 @@ bool stop_background_threads();
 
 // Closes the descriptors, when every thread is gone.
 void release_background();
-
-// True on the thread that called init_background.
-bool on_loop_thread();
-
-// Lets the loop serve what other threads left for it. Any thread.
-void wake_loop();

@@ -90,7 +90,7 @@ static void prepare_process(const t_options &options)
     srand(static_cast<unsigned>(time(nullptr)));
     uloop_handle_sigchld = false; // else the loop would reap the children of other threads' commands
     ready = uloop_init() == 0 && ready;
-    ready = attach_background_to_loop(serve_wishes) && ready;
+    ready = attach_background_to_loop() && attach_wishes_to_loop() && ready;
     init_engine();
     if (!ready) {
         LOG(Critical, "no descriptors for the event loop\n");

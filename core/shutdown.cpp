@@ -87,6 +87,7 @@ void done()
     wan_detect_ubus_done();
     wan_detect_bus_exports_release();
     detach_background_from_loop();
+    detach_wishes_from_loop();
     uloop_done();
     log_done();
     if (quiet && combo_worker.started) {
@@ -103,7 +104,7 @@ void done()
     }
     if (quiet) {
         release_background();
-        forget_wishes();
+        release_wishes();
     }
 }
 

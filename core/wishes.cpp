@@ -2,12 +2,21 @@
 #include "core/wishes.h"
 
 #include <atomic>
+#include <cstdint>
+#include <pthread.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
 
-#include "core/background.h"
+extern "C" {
+#include <libubox/uloop.h>
+}
 
 constexpr int NO_WISH = -1;
 
 static t_wish_servers serve;
+static pthread_t loop_thread;
+static int wake_fd = -1; // readable when there is a wish
+static uloop_fd wake_watcher;
 static std::atomic<int> wished_pass_ms = NO_WISH;
 static std::atomic<bool> wished_role_look;
 static std::atomic<bool> wished_fresh_retries;
@@ -15,6 +24,46 @@ static std::atomic<bool> wished_fresh_retries;
 void bind_wish_servers(const t_wish_servers &servers)
 {
     serve = servers;
+    loop_thread = pthread_self();
+}
+
+static void serve_wishes(uloop_fd *, unsigned int)
+{
+    uint64_t wakes;
+    ssize_t got = read(wake_fd, &wakes, sizeof wakes);
+    static_cast<void>(got); // nothing there means that all were served already
+    if (wished_fresh_retries.exchange(false))
+        serve.fresh_retries();
+    const int delay_ms = wished_pass_ms.exchange(NO_WISH);
+    if (delay_ms != NO_WISH)
+        serve.pass(delay_ms);
+    if (wished_role_look.exchange(false))
+        serve.role_look();
+}
+
+bool attach_wishes_to_loop()
+{
+    wake_fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    wake_watcher.fd = wake_fd;
+    wake_watcher.cb = serve_wishes;
+    return wake_fd >= 0 && uloop_fd_add(&wake_watcher, ULOOP_READ) == 0;
+}
+
+void detach_wishes_from_loop()
+{
+    uloop_fd_delete(&wake_watcher);
+}
+
+static bool on_loop_thread()
+{
+    return pthread_equal(pthread_self(), loop_thread) != 0;
+}
+
+static void wake_loop()
+{
+    const uint64_t one = 1;
+    ssize_t written = write(wake_fd, &one, sizeof one);
+    static_cast<void>(written); // a counter that is full wakes as well
 }
 
 void wish_for_pass(int delay_ms)
@@ -48,19 +97,11 @@ void forget_wished_pass()
     wished_pass_ms = NO_WISH;
 }
 
-void serve_wishes()
+void release_wishes()
 {
-    if (wished_fresh_retries.exchange(false))
-        serve.fresh_retries();
-    const int delay_ms = wished_pass_ms.exchange(NO_WISH);
-    if (delay_ms != NO_WISH)
-        serve.pass(delay_ms);
-    if (wished_role_look.exchange(false))
-        serve.role_look();
-}
-
-void forget_wishes()
-{
+    if (wake_fd >= 0)
+        close(wake_fd);
+    wake_fd = -1;
     forget_wished_pass();
     wished_role_look = false;
     wished_fresh_retries = false;

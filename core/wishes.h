@@ -10,7 +10,7 @@ struct t_wish_servers {
     void (*fresh_retries)();    // the world changed: whoever pauses begins with the shortest pause again
 };
 
-// Once, at start-up.
+// Once, at start-up, on the loop thread.
 void bind_wish_servers(const t_wish_servers &servers);
 
 // Any thread.
@@ -21,8 +21,12 @@ void wish_for_fresh_retries();
 // A pass that begins looks at all links itself: one that is still wished for has been answered. Loop thread.
 void forget_wished_pass();
 
-// Serves what was wished since the last time. Loop thread.
-void serve_wishes();
+// Opens the descriptor that wakes the loop, and lets the loop watch it; after uloop_init. False when the kernel
+// refuses.
+bool attach_wishes_to_loop();
 
-// Forgets every wish, when no other thread is left.
-void forget_wishes();
+// Wishes wake the loop no more; before uloop_done.
+void detach_wishes_from_loop();
+
+// Closes the descriptor and forgets every wish, when no other thread is left.
+void release_wishes();

@@ -187,7 +187,8 @@ t_engine_scene::t_engine_scene(const std::string &priority, const std::string &f
     engine = {};
     port_model = {};
     REQUIRE(init_background());
-    attach_background_to_loop(serve_wishes);
+    attach_background_to_loop();
+    attach_wishes_to_loop();
     init_engine();
     wan_detect_bus_exports();
     write_configuration();
@@ -208,7 +209,9 @@ t_engine_scene::~t_engine_scene()
     run_due_workers();
     REQUIRE(stop_background_threads());
     detach_background_from_loop();
+    detach_wishes_from_loop();
     release_background();
+    release_wishes();
     release_engine();
     wan_detect_bus_exports_release();
     scene = nullptr;

@@ -57,12 +57,12 @@ void t_engine_test::TearDown()
     EXPECT_TRUE(stop_background_threads());
     log.reset();
     cancel_all_timers();
-    forget_wishes();
     release_engine();
     engine = {};
     port_model = {};
     uloop_done();
     release_background();
+    release_wishes();
 }
 
 void t_engine_test::write_router_config(const std::string &wan_type, const std::string &priority,

@@ -228,7 +228,7 @@ TEST_F(link_change, a_port_that_settles_after_the_cycle_is_not_parked)
 // holds: loss-opens-cycle
 TEST_F(link_change, a_loss_seen_by_a_background_thread_arms_the_timer_on_the_loop)
 {
-    ASSERT_TRUE(attach_background_to_loop(serve_wishes));
+    ASSERT_TRUE(attach_wishes_to_loop());
     dev("eth0")->link_active = 1;
     pthread_t thread;
     ASSERT_EQ(start_background_thread(
@@ -244,12 +244,12 @@ TEST_F(link_change, a_loss_seen_by_a_background_thread_arms_the_timer_on_the_loo
     EXPECT_EQ(armed(engine.start_wan_detect), NOT_ARMED);
     uloop_run_timeout(1000);
     EXPECT_EQ(armed(engine.start_wan_detect), 10000);
-    detach_background_from_loop();
+    detach_wishes_from_loop();
 }
 
 TEST_F(link_change, the_last_of_several_wishes_wins)
 {
-    ASSERT_TRUE(attach_background_to_loop(serve_wishes));
+    ASSERT_TRUE(attach_wishes_to_loop());
     pthread_t thread;
     start_background_thread(
         &thread,
@@ -264,34 +264,34 @@ TEST_F(link_change, the_last_of_several_wishes_wins)
     be_waiting();
     uloop_run_timeout(1000);
     EXPECT_EQ(armed(engine.start_wan_detect), 10000);
-    detach_background_from_loop();
+    detach_wishes_from_loop();
 }
 
 TEST_F(link_change, a_wish_that_arrives_after_the_cycle_ended_opens_the_next_one_with_the_full_wait)
 {
-    ASSERT_TRUE(attach_background_to_loop(serve_wishes));
+    ASSERT_TRUE(attach_wishes_to_loop());
     wish_from_a_thread();
     uloop_run_timeout(1000);
     EXPECT_TRUE(engine.detecting);
     EXPECT_EQ(armed(engine.start_wan_detect), 10000);
-    detach_background_from_loop();
+    detach_wishes_from_loop();
 }
 
 TEST_F(link_change, a_wish_that_arrives_after_the_wan_role_went_to_a_linked_port_opens_nothing)
 {
-    ASSERT_TRUE(attach_background_to_loop(serve_wishes));
+    ASSERT_TRUE(attach_wishes_to_loop());
     plug({"eth2"});
     port_model.wan_dev = dev("eth2");
     wish_from_a_thread();
     uloop_run_timeout(1000);
     EXPECT_FALSE(engine.detecting);
     EXPECT_EQ(armed(engine.start_wan_detect), NOT_ARMED);
-    detach_background_from_loop();
+    detach_wishes_from_loop();
 }
 
 TEST_F(link_change, a_pass_answers_the_wishes_that_were_left_before_it)
 {
-    ASSERT_TRUE(attach_background_to_loop(serve_wishes));
+    ASSERT_TRUE(attach_wishes_to_loop());
     plug({"eth1"});
     start_wan_detect_all(0);
     fire(engine.init_wan_detect_all);
@@ -299,7 +299,7 @@ TEST_F(link_change, a_pass_answers_the_wishes_that_were_left_before_it)
     fire(engine.start_wan_detect);
     uloop_run_timeout(1000);
     EXPECT_EQ(armed(engine.start_wan_detect), NOT_ARMED) << "the stage that the pass began is not cut";
-    detach_background_from_loop();
+    detach_wishes_from_loop();
 }
 
 TEST_F(link_change, a_loss_of_the_wan_port_between_the_verdict_and_the_end_opens_the_next_cycle)

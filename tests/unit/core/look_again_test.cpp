@@ -168,7 +168,7 @@ TEST_F(look_again, a_link_that_changes_all_the_time_does_not_put_it_off)
 // holds: pause-begins-anew
 TEST_F(look_again, a_change_seen_by_another_thread_counts_too)
 {
-    ASSERT_TRUE(attach_background_to_loop(serve_wishes));
+    ASSERT_TRUE(attach_wishes_to_loop());
     open_cycle();
     look();
     ASSERT_EQ(pause_s(), 60);
@@ -186,7 +186,7 @@ TEST_F(look_again, a_change_seen_by_another_thread_counts_too)
     uloop_run_timeout(1000);
     EXPECT_EQ(pause_s(), 30);
     EXPECT_TRUE(stop_background_threads());
-    detach_background_from_loop();
+    detach_wishes_from_loop();
 }
 
 // holds: pause-begins-anew

@@ -369,7 +369,7 @@ TEST_F(wan_role, at_a_foreign_port_is_left_alone_and_told_once)
 // holds: role-moves-at-rest
 TEST_F(wan_role, seen_by_another_thread_is_adopted_on_the_loop)
 {
-    ASSERT_TRUE(attach_background_to_loop(serve_wishes));
+    ASSERT_TRUE(attach_wishes_to_loop());
     plug({"eth3"});
     move_role(3);
     pthread_t thread;
@@ -387,7 +387,7 @@ TEST_F(wan_role, seen_by_another_thread_is_adopted_on_the_loop)
     EXPECT_EQ(port_model.wan_dev, dev("eth0"));
     uloop_run_timeout(1000);
     EXPECT_EQ(port_model.wan_dev, dev("eth3"));
-    detach_background_from_loop();
+    detach_wishes_from_loop();
 }
 
 // holds: toggle-gives-nothing-back
