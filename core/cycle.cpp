@@ -245,16 +245,6 @@ void take_stage(t_stage_owner owner)
     port_model.proto_detect_running = 1;
 }
 
-void send_probes_now()
-{
-    uloop_timeout_set(&engine.proto_detect_start, 0);
-}
-
-void collect_in(int delay_ms)
-{
-    uloop_timeout_set(&engine.proto_detect_end, delay_ms);
-}
-
 // --- the end
 
 void end_cycle_with(t_device *result)

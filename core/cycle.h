@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The states of a detection cycle and all ways between them. Nobody else arms the cycle's timers, or writes the flags
-// by which others know the state. docs/architecture.md draws the picture.
+// by which others know the state; proto_stage.cpp arms the two timers of the stage, which requests take as well.
+// docs/architecture.md draws the picture.
 #pragma once
 
 #include <cstdint>
@@ -92,8 +93,6 @@ bool stage_is_taken();
 bool request_is_under_way();
 
 void take_stage(t_stage_owner owner);
-void send_probes_now();
-void collect_in(int delay_ms);
 
 // Whatever batch of questions is open.
 void close_probe_batches();

@@ -36,6 +36,16 @@ static void forget_recorded_protocols(t_device *only)
         clear_all_dev_proto(&port_model);
 }
 
+static void send_probes_now()
+{
+    uloop_timeout_set(&engine.proto_detect_start, 0);
+}
+
+static void collect_in(int delay_ms)
+{
+    uloop_timeout_set(&engine.proto_detect_end, delay_ms);
+}
+
 int start_proto_detect(const t_proto_detect_request *request)
 {
     LOG_ENTER();
