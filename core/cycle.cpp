@@ -177,6 +177,7 @@ void look_in(int delay_ms)
 
 void poll_for_candidates()
 {
+    engine.put_off = false;
     engine.stage_was_cut = false;
     look_in(CYCLE_POLL_MS);
 }
@@ -193,8 +194,15 @@ void give_way_to_requests()
 
 // --- stages
 
+static void begin_asking()
+{
+    engine.put_off = false;
+    uloop_timeout_cancel(&engine.look_again);
+}
+
 void ask_by_arp()
 {
+    begin_asking();
     enter(t_cycle_state::asking_arp);
     uloop_timeout_set(&engine.using_arp, 0);
 }
@@ -207,6 +215,7 @@ void ask_by_dns()
 
 void begin_probing()
 {
+    begin_asking();
     enter(t_cycle_state::probing);
     take_stage(t_stage_owner::cycle);
     judge_later();

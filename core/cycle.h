@@ -54,19 +54,21 @@ bool begin_pass();
 // looking, judging, asking -> looking: the next pass comes after `delay_ms`.
 void look_in(int delay_ms);
 
-// The same, with nobody left to ask.
+// The same, with nobody left to ask: requests may come again.
 void poll_for_candidates();
 
 // The cycle stands behind a one-shot request, and is next: `look_in` or `open_cycle_over_all_in` brings it back.
 void wait_behind_request();
 
-// The pass has somebody to ask, or nobody: requests may come again.
+// Who put the cycle off so far does not wait for a request any more.
 void give_way_to_requests();
 
-// looking -> asking by ARP; looking, judging, asking by ARP -> asking by DNS; looking -> probing.
+// looking -> asking by ARP, or probing: somebody is asked, so no look is due any more, and requests may come again.
 void ask_by_arp();
-void ask_by_dns();
 void begin_probing();
+
+// looking, judging, asking by ARP -> asking by DNS.
+void ask_by_dns();
 
 // probing: looks again whether the stage is over.
 void judge_later();

@@ -35,7 +35,7 @@ void start_wan_detect_all(int delay_ms)
     LOG(Notice, "Will begin to detect all device after %dms!\n", delay_ms);
     wish_for_fresh_retries();
     if (delay_ms > CYCLE_RETRY_MS && !cycle_is_running())
-        give_way_to_requests(); // whoever put it off so far does not wait for a request any more
+        give_way_to_requests();
     open_cycle_over_all_in(delay_ms);
 }
 
@@ -190,6 +190,7 @@ static void confirm_candidates()
         break;
     }
     LOG_AS(PASS, Warning, "detecting protocol %s(sed_conn:%s) is not supported!, exit!\n", type->name, type->snd_conn);
+    stop_looking_again(); // the end plans the next look
     end_cycle_with(nullptr);
 }
 
@@ -234,12 +235,10 @@ void uloop_start_wan_detect(uloop_timeout *)
         break;
     }
     engine.possible_wan_dev_list.remove(port_model.wan_dev); // it was listed only to be looked at first
-    give_way_to_requests();
     if (!filter_candidates()) {
         LOG(Debug, "Zero device need to detect after filter! waiting for other devices plug in trigger!\n");
         poll_for_candidates();
         return look_again_later();
     }
-    stop_looking_again();
     confirm_candidates();
 }

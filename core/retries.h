@@ -11,7 +11,7 @@ constexpr int RETRY_LONGEST_FIRST_S = 3600;
 // with detection off, outside router mode, or when the configuration wants no retries.
 void look_again_later();
 
-// Somebody is asked, or was found: no look is due any more.
+// No look is due any more. A cycle that asks somebody ends the pause itself.
 void stop_looking_again();
 
 // Something changed: the pauses begin with the shortest again, also the one that is running.
