@@ -5,6 +5,7 @@
 #include <cassert>
 
 #include "core/cycle_ways.h"
+#include "core/retries.h"
 #include "core/wishes.h"
 #include "model/port_model.h"
 #include "platform/clock.h"
@@ -54,6 +55,15 @@ static void begin_waiting()
 void open_cycle_over_all_in(int delay_ms)
 {
     uloop_timeout_set(&engine.init_wan_detect_all, delay_ms);
+}
+
+void start_wan_detect_all(int delay_ms)
+{
+    LOG(Notice, "Will begin to detect all device after %dms!\n", delay_ms);
+    begin_retries_anew();
+    if (delay_ms > CYCLE_RETRY_MS && !cycle_is_running())
+        engine.put_off = false; // whoever put it off so far does not wait for a request any more
+    open_cycle_over_all_in(delay_ms);
 }
 
 void open_cycle()
@@ -185,11 +195,6 @@ void poll_for_candidates()
 void wait_behind_request()
 {
     engine.put_off = true;
-}
-
-void give_way_to_requests()
-{
-    engine.put_off = false;
 }
 
 // --- stages

@@ -31,8 +31,11 @@ void interrupt_cycle();
 
 // --- loop thread
 
-// Asks for a cycle over all ports; the last request wins.
+// Asks for a cycle over all linked ports of the pool; the last request wins.
 void open_cycle_over_all_in(int delay_ms);
+
+// The same for who asks from outside: says so, and counts as a change that makes another look worth while.
+void start_wan_detect_all(int delay_ms);
 
 // resting -> waiting, the first pass at once: the list is about to be made, and ports that come up meanwhile are
 // parked.
@@ -59,9 +62,6 @@ void poll_for_candidates();
 
 // The cycle stands behind a one-shot request, and is next: `look_in` or `open_cycle_over_all_in` brings it back.
 void wait_behind_request();
-
-// Who put the cycle off so far does not wait for a request any more.
-void give_way_to_requests();
 
 // looking -> asking by ARP, or probing: somebody is asked, so no look is due any more, and requests may come again.
 void ask_by_arp();

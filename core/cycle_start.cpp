@@ -8,7 +8,6 @@
 #include "core/cycle.h"
 #include "core/proto_stage.h"
 #include "core/retries.h"
-#include "core/wishes.h"
 #include "model/banned.h"
 #include "model/current_wan.h"
 #include "model/port_model.h"
@@ -28,15 +27,6 @@ void refresh_reserved_ports()
 {
     update_lan_agg_port(port_model.dev_hashmap_head, &port_model.lan_agg[0]);
     update_lan_gaming_port(&port_model.gaming);
-}
-
-void start_wan_detect_all(int delay_ms)
-{
-    LOG(Notice, "Will begin to detect all device after %dms!\n", delay_ms);
-    wish_for_fresh_retries();
-    if (delay_ms > CYCLE_RETRY_MS && !cycle_is_running())
-        give_way_to_requests();
-    open_cycle_over_all_in(delay_ms);
 }
 
 void uloop_init_wan_detect_all(uloop_timeout *)

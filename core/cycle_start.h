@@ -8,9 +8,6 @@ extern "C" {
 
 constexpr const char *WAN_RESULT_FILE = "/tmp/wan_detect_result";
 
-// Opens a cycle over all linked pool ports after `delay_ms`. The last request wins.
-void start_wan_detect_all(int delay_ms);
-
 // Reads anew which ports are reserved for LAN aggregation and gaming.
 void refresh_reserved_ports();
 

@@ -4,7 +4,7 @@
 #include "adapters/link_status.h"
 #include "core/connection.h"
 #include "core/cycle.h"
-#include "core/wishes.h"
+#include "core/retries.h"
 #include "model/banned.h"
 #include "model/current_wan.h"
 #include "model/dumps.h"
@@ -53,7 +53,7 @@ int start_proto_detect(const t_proto_detect_request *request)
         LOG(Error, "A instace is running protocol detection! Not allowed detect protocol now!\n");
         return ERR_BUSY;
     }
-    wish_for_fresh_retries();
+    begin_retries_anew();
     engine.proto_detect_timeout_ms = static_cast<uint32_t>(request->timeout_ms);
     engine.proto_detect_dev = request->dev;
     engine.proto_detect_target = request->protocol;

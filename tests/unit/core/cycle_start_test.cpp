@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "core/candidates.h"
+#include "core/cycle.h"
 #include "core/cycle_start.h"
 #include "core/proto_stage.h"
 #include "model/banned.h"

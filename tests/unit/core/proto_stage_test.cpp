@@ -5,6 +5,7 @@
 #include <sys/mount.h>
 
 #include "core/candidates.h"
+#include "core/cycle.h"
 #include "core/cycle_start.h"
 #include "model/current_wan.h"
 #include "model/lists.h"
