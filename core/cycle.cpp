@@ -42,6 +42,13 @@ bool cycle_is_running()
 
 // --- opening
 
+static void wish_for_pass_in(int delay_ms)
+{
+    engine.wished_pass_ms = delay_ms;
+    engine.pass_is_wished = 1;
+    wish_for_pass();
+}
+
 // Nothing happens when the other thread that may open a cycle was faster. Any thread.
 static void begin_waiting()
 {
@@ -75,7 +82,7 @@ void open_cycle()
 void open_cycle_after_loss()
 {
     begin_waiting();
-    wish_for_pass(WAN_DOWN_DELAY_MS);
+    wish_for_pass_in(WAN_DOWN_DELAY_MS);
     LOG_AS(CHANGE, Info, "Wan down!! Begin detecting in %dms\n", WAN_DOWN_DELAY_MS);
 }
 
@@ -90,13 +97,13 @@ static int quiet_wait_ms()
 void put_off_first_pass()
 {
     const int wait_ms = quiet_wait_ms();
-    wish_for_pass(wait_ms);
+    wish_for_pass_in(wait_ms);
     LOG_AS(CHANGE, Info, "Reset start detecting time to %dms\n", wait_ms);
 }
 
 void interrupt_cycle()
 {
-    wish_for_pass(WAN_DOWN_RETRY_MS);
+    wish_for_pass_in(WAN_DOWN_RETRY_MS);
     LOG_AS(CHANGE, Info, "Wan down during detecting!! Begin detecting in %dms\n", WAN_DOWN_RETRY_MS);
 }
 
@@ -107,10 +114,12 @@ void reopen_after_wan_loss()
         open_cycle_after_loss();
 }
 
-void serve_wished_pass(int delay_ms)
+void serve_wished_pass()
 {
+    if (!engine.pass_is_wished.replace(1, 0))
+        return;
     if (cycle_is_open())
-        arm_pass(delay_ms);
+        arm_pass(engine.wished_pass_ms);
     else
         reopen_after_wan_loss();
 }
@@ -174,7 +183,7 @@ bool begin_pass()
 {
     const bool first = !cycle_is_running();
     cancel_steps();
-    forget_wished_pass();
+    engine.pass_is_wished = 0; // this one looks at all links itself
     enter(t_cycle_state::looking);
     return first;
 }

@@ -41,8 +41,8 @@ void start_wan_detect_all(int delay_ms);
 // parked.
 void open_cycle();
 
-// Arms what another thread wished for: a pass, or the next cycle when this one ended meanwhile.
-void serve_wished_pass(int delay_ms);
+// Arms what a thread wished for, if any did: a pass, or the next cycle when this one ended meanwhile.
+void serve_wished_pass();
 
 // The WAN port went down too late for the cycle that just ended: the next one opens as after any loss. Nothing happens
 // when the port that is the WAN port now has a link.

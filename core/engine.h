@@ -69,6 +69,8 @@ struct t_wan_detect_engine {
     int bus_waits;                       // passes that waited for a network manager that is away
     uloop_timeout look_again;
     t_retry retry;
+    t_flag pass_is_wished; // by any thread, the last wish winning
+    t_shared<int> wished_pass_ms;
 };
 static_assert(offsetof(t_wan_detect_engine, detecting) == 0 && offsetof(t_wan_detect_engine, restart_requested) == 1);
 static_assert(offsetof(t_wan_detect_engine, result_dev) < offsetof(t_wan_detect_engine, possible_wan_dev_list));

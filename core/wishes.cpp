@@ -11,13 +11,10 @@ extern "C" {
 #include <libubox/uloop.h>
 }
 
-constexpr int NO_WISH = -1;
-
 static t_wish_servers serve;
 static pthread_t loop_thread;
 static int wake_fd = -1; // readable when there is a wish
 static uloop_fd wake_watcher;
-static std::atomic<int> wished_pass_ms = NO_WISH;
 static std::atomic<bool> wished_role_look;
 static std::atomic<bool> wished_fresh_retries;
 
@@ -34,9 +31,7 @@ static void serve_wishes(uloop_fd *, unsigned int)
     static_cast<void>(got); // nothing there means that all were served already
     if (wished_fresh_retries.exchange(false))
         serve.fresh_retries();
-    const int delay_ms = wished_pass_ms.exchange(NO_WISH);
-    if (delay_ms != NO_WISH)
-        serve.pass(delay_ms);
+    serve.pass();
     if (wished_role_look.exchange(false))
         serve.role_look();
 }
@@ -66,13 +61,10 @@ static void wake_loop()
     static_cast<void>(written); // a counter that is full wakes as well
 }
 
-void wish_for_pass(int delay_ms)
+void wish_for_pass()
 {
-    if (on_loop_thread()) {
-        forget_wished_pass();
-        return serve.pass(delay_ms);
-    }
-    wished_pass_ms = delay_ms;
+    if (on_loop_thread())
+        return serve.pass();
     wake_loop();
 }
 
@@ -92,17 +84,11 @@ void wish_for_fresh_retries()
     wake_loop();
 }
 
-void forget_wished_pass()
-{
-    wished_pass_ms = NO_WISH;
-}
-
 void release_wishes()
 {
     if (wake_fd >= 0)
         close(wake_fd);
     wake_fd = -1;
-    forget_wished_pass();
     wished_role_look = false;
     wished_fresh_retries = false;
 }

@@ -1,25 +1,22 @@
 // SPDX-License-Identifier: MIT
-// What the other threads wish of the engine. They never touch the loop's timers: a wish is left here, the last one of
-// its kind winning, and the loop is woken to serve it. On the loop thread a wish is served at once.
+// What the other threads wish of the engine. They never touch the loop's timers: a wish is left, and the loop is woken
+// to serve it. On the loop thread a wish is served at once.
 #pragma once
 
 // Who serves each kind of wish, on the loop thread.
 struct t_wish_servers {
-    void (*pass)(int delay_ms); // the cycle's next pass
-    void (*role_look)();        // the configuration gives the WAN role to another port than the engine knows
-    void (*fresh_retries)();    // the world changed: whoever pauses begins with the shortest pause again
+    void (*pass)();          // the cycle's next pass, if the engine record holds a wish for one
+    void (*role_look)();     // the configuration gives the WAN role to another port than the engine knows
+    void (*fresh_retries)(); // the world changed: whoever pauses begins with the shortest pause again
 };
 
 // Once, at start-up, on the loop thread.
 void bind_wish_servers(const t_wish_servers &servers);
 
 // Any thread.
-void wish_for_pass(int delay_ms);
+void wish_for_pass(); // when the engine record says
 void wish_for_role_look();
 void wish_for_fresh_retries();
-
-// A pass that begins looks at all links itself: one that is still wished for has been answered. Loop thread.
-void forget_wished_pass();
 
 // Opens the descriptor that wakes the loop, and lets the loop watch it; after uloop_init. False when the kernel
 // refuses.

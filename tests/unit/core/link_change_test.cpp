@@ -26,7 +26,7 @@ protected:
         ASSERT_EQ(start_background_thread(
                       &thread,
                       [](void *) -> void * {
-                          wish_for_pass(1000);
+                          interrupt_cycle();
                           leave_background();
                           return nullptr;
                       },
@@ -254,8 +254,8 @@ TEST_F(link_change, the_last_of_several_wishes_wins)
     start_background_thread(
         &thread,
         [](void *) -> void * {
-            wish_for_pass(1000);
-            wish_for_pass(10000);
+            interrupt_cycle();
+            open_cycle_after_loss();
             leave_background();
             return nullptr;
         },
