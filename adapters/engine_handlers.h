@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The way up: what the bus and the link scan ask of the engine. core/ fills the table in at start-up; tests fill in
+// The way up: what the bus and the switch ask of the engine. core/ fills the table in at start-up; tests fill in
 // their own.
 #pragma once
 

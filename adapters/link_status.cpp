@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: MIT
-// Asking the router's scripts for link states, and reading the JSON that they print.
+// Asking the router's script for the two sides of a combo port, and reading the JSON that it prints.
 #include "adapters/link_status.h"
 
 #include <cstdio>
 #include <cstring>
 
-#include "adapters/engine_handlers.h"
 #include "model/port_model.h"
 #include "platform/command.h"
 #include "platform/json_object.h"
@@ -34,59 +33,7 @@ bool is_text(json_object *member, const char *wanted)
     return text && strcmp(text, wanted) == 0;
 }
 
-// The loss of the WAN port opens the cycle that ports of the same look may join, so it is handed on before them.
-bool is_lost(const t_device *now_wan, json_object *states)
-{
-    json_object *state = json_object_object_get(states, now_wan->name);
-    return now_wan->link_active && state && !json_object_get_boolean(state);
-}
-
-// Always 1: a link changed.
-int hand_on(t_device *dev, bool up)
-{
-    LOG_AS("update_eth_link_status_using_script", Info,
-           "Single shot scanning found %s link change to %s, pull trigger!\n", dev->name, up_or_down(up));
-    if (engine_handlers.process_link_change)
-        engine_handlers.process_link_change(dev, up);
-    return 1;
-}
-
 } // namespace
-
-int update_eth_link_status_using_script(t_device *dev_hashmap_head)
-{
-    char output[PORT_STATE_SIZE + 1] = {};
-    if (capture_command(output, PORT_STATE_COMMAND) != OK)
-        return 0;
-    t_script_json states;
-    if (!states.parse(output)) {
-        LOG(Error, "Execute command:%s error!\n", PORT_STATE_COMMAND);
-        return 0;
-    }
-    LOG(Debug, "Success update eth link status using script, result:%s\n", output);
-    t_device *now_wan = port_model.wan_dev;
-    int changed = 0;
-    if (now_wan && is_lost(now_wan, states.object))
-        changed = hand_on(now_wan, false);
-    for (t_device *dev = dev_hashmap_head; dev; dev = static_cast<t_device *>(dev->hh.next)) {
-        json_object *state = json_object_object_get(states.object, dev->name);
-        if (!state) {
-            LOG(Error, "Invalid device state for:%s! Response:%s\n", dev->name, output);
-            continue;
-        }
-        bool up = json_object_get_boolean(state) != 0;
-        if ((dev->link_active != 0) != up)
-            changed = hand_on(dev, up);
-    }
-    return changed;
-}
-
-int update_eth_link_status(t_device *dev_hashmap_head)
-{
-    LOG_ENTER();
-    update_eth_link_status_using_script(dev_hashmap_head);
-    return 0;
-}
 
 int update_combo_device_status(t_device *dev)
 {

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "core/cycle_start.h"
 
-#include "adapters/link_status.h"
 #include "adapters/network_status.h"
 #include "core/candidates.h"
 #include "core/connection.h"
 #include "core/cycle.h"
+#include "core/link_scan.h"
 #include "core/proto_stage.h"
 #include "core/retries.h"
 #include "model/banned.h"

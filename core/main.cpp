@@ -11,7 +11,6 @@
 
 #include "adapters/bus_object.h"
 #include "adapters/fake_wan_port.h"
-#include "adapters/link_status.h"
 #include "adapters/network_status.h"
 #include "core/background.h"
 #include "core/combo_switch.h"

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "core/proto_stage.h"
 
-#include "adapters/link_status.h"
 #include "core/connection.h"
 #include "core/cycle.h"
+#include "core/link_scan.h"
 #include "core/retries.h"
 #include "model/banned.h"
 #include "model/current_wan.h"

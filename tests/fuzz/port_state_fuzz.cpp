@@ -1,18 +1,16 @@
 // SPDX-License-Identifier: MIT
 // What the port-state script prints.
-#include "adapters/engine_handlers.h"
-#include "adapters/link_status.h"
+#include "core/link_change.h"
+#include "core/link_scan.h"
 #include "model/port_model.h"
 #include "model/tables.h"
 #include "platform/log.h"
 #include "tests/fuzz/support/fake_commands.h"
 #include "tests/fuzz/support/fuzz.h"
 
-namespace {
+static int changes;
 
-int changes;
-
-int store_link(t_device *dev, bool up)
+int wan_detect_process_link_change(t_device *dev, bool up)
 {
     REQUIRE((dev->link_active != 0) != up);
     dev->link_active = up;
@@ -20,12 +18,9 @@ int store_link(t_device *dev, bool up)
     return 0;
 }
 
-} // namespace
-
 void prepare()
 {
     log_set_level(LOG_LEVEL_Debug);
-    engine_handlers.process_link_change = store_link;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)

@@ -10,7 +10,6 @@
 #include <vector>
 
 #include "adapters/bus_object.h"
-#include "adapters/link_status.h"
 #include "core/background.h"
 #include "core/cycle.h"
 #include "core/cycle_start.h"

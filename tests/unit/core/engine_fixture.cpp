@@ -5,7 +5,6 @@
 #include <filesystem>
 #include <map>
 
-#include "adapters/link_status.h"
 #include "core/background.h"
 #include "core/cycle.h"
 #include "core/cycle_start.h"

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "adapters/link_status.h"
+#include "core/link_scan.h"
 #include "platform/bus.h"
 #include "platform/command.h"
 #include "platform/text.h"

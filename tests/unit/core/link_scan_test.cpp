@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "core/link_scan.h"
 
-#include "adapters/link_status.h"
 #include "core/background.h"
 #include "model/banned.h"
 #include "tests/unit/core/engine_fixture.h"

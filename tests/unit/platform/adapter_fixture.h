@@ -7,6 +7,7 @@
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <sys/mount.h>
 
 #include "adapters/engine_handlers.h"
 #include "tests/support/world.h"
@@ -45,4 +46,18 @@ protected:
 
     t_bound_gate gate;
     t_recorded_engine engine;
+};
+
+// While it lives, no program can be started.
+class t_no_shell {
+public:
+    t_no_shell() : mounted_(mount("/dev/null", "/bin/sh", nullptr, MS_BIND, nullptr) == 0) { EXPECT_TRUE(mounted_); }
+    ~t_no_shell()
+    {
+        if (mounted_)
+            umount2("/bin/sh", MNT_DETACH);
+    }
+
+private:
+    bool mounted_;
 };

@@ -6,6 +6,7 @@
 
 #include "adapters/bus_replies.h"
 #include "adapters/link_status.h"
+#include "core/link_scan.h"
 #include "platform/bus.h"
 
 // holds: result-codes
