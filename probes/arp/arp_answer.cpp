@@ -6,7 +6,6 @@
 #include "platform/ipv4_text.h"
 #include "platform/log.h"
 #include "probes/arp/arp_frames.h"
-#include "probes/wire/packet_address.h"
 #include "probes/wire/packet_socket.h"
 
 // Takes pending frames until one is to be answered. False when none is left, or enough were read.

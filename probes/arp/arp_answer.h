@@ -4,7 +4,7 @@
 // only; nothing here waits.
 #pragma once
 
-#include "probes/wire/port_socket.h"
+#include "probes/wire/packet_socket.h"
 #include "probes/wire/second_count.h"
 
 struct t_arp_answerer {

@@ -10,7 +10,6 @@
 #include "platform/log.h"
 #include "platform/result_codes.h"
 #include "probes/wire/new_contexts.h"
-#include "probes/wire/packet_address.h"
 #include "probes/wire/packet_socket.h"
 
 constinit t_arp_detect_handle arp_detect_handle = {};

@@ -6,7 +6,7 @@
 #include "platform/ipv4_text.h"
 #include "probes/arp/arp_frames.h"
 #include "probes/wire/frame_lines.h"
-#include "probes/wire/port_socket.h"
+#include "probes/wire/packet_socket.h"
 
 struct t_arp_entry;
 

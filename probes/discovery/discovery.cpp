@@ -13,7 +13,6 @@
 #include "platform/log.h"
 #include "platform/result_codes.h"
 #include "probes/wire/new_contexts.h"
-#include "probes/wire/packet_address.h"
 #include "probes/wire/packet_socket.h"
 
 #pragma GCC diagnostic ignored "-Wformat-nonliteral" // the descriptions' texts: t_text has looked at them

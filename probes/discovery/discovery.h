@@ -10,7 +10,7 @@
 #include "model/port_model.h"
 #include "probes/discovery/discovery_text.h"
 #include "probes/wire/frame_lines.h"
-#include "probes/wire/port_socket.h"
+#include "probes/wire/packet_socket.h"
 
 struct t_discovery;
 

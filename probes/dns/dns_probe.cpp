@@ -17,7 +17,6 @@
 #include "platform/result_codes.h"
 #include "probes/dns/dns_frames.h"
 #include "probes/dns/dns_receive.h"
-#include "probes/wire/packet_address.h"
 #include "probes/wire/packet_socket.h"
 
 constexpr int DNS_QUERY_ID_LIMIT = 65535;

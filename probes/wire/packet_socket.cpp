@@ -2,24 +2,14 @@
 // Raw packet sockets: opening, binding, sending, receiving, and their place in the event loop.
 #include "probes/wire/packet_socket.h"
 
-#include <arpa/inet.h>
 #include <cerrno>
-#include <cstring>
 #include <fcntl.h>
-#include <linux/if_packet.h>
 #include <net/ethernet.h>
 #include <net/if.h>
 #include <poll.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include "platform/clock.h"
-#include "probes/wire/frame_filter.h"
-#include "probes/wire/packet_address.h"
-
-extern "C" {
-#include <libubox/uloop.h>
-}
 
 int packet_socket_open(uint16_t ether_type)
 {

@@ -1,15 +1,26 @@
 // SPDX-License-Identifier: MIT
-// The only place that touches packet sockets, so that tests can replace the wire. Loop thread only.
+// The only place that touches packet sockets, so that tests can replace the wire: the functions here are all that
+// stands on it. A probe holds its socket as a t_port_socket. Loop thread only.
 #pragma once
 
+#include <arpa/inet.h>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
+#include <linux/if_packet.h>
+#include <span>
+#include <sys/socket.h>
 #include <sys/types.h>
 
+#include "probes/wire/frame_filter.h"
+#include "probes/wire/interface_query.h"
+#include "probes/wire/mac.h"
+
+extern "C" {
+#include <libubox/uloop.h>
+}
+
 struct pollfd;
-struct t_frame_filter;
-struct sockaddr_ll;
-struct uloop_fd;
 
 // A raw packet socket for one EtherType (ETH_P_ALL, ETH_P_ARP), close-on-exec. -1 with errno set. One for all hears
 // nothing before it is bound: no other port's frames, and the kernel need not take it off all ports again.
@@ -50,3 +61,79 @@ void packet_socket_settle_error(uloop_fd *watcher);
 
 // Takes the descriptor out of the loop, closes it if it is open and sets it to -1.
 void packet_socket_close(uloop_fd *watcher);
+
+// A link-layer address of AF_PACKET. Without a destination (`mac` null) its length is 0.
+inline sockaddr_ll packet_address(uint16_t ether_type, int ifindex, const t_mac *mac)
+{
+    sockaddr_ll address = {};
+    address.sll_family = AF_PACKET;
+    address.sll_protocol = htons(ether_type);
+    address.sll_ifindex = ifindex;
+    if (mac) {
+        address.sll_halen = MAC_SIZE;
+        memcpy(address.sll_addr, mac->bytes, MAC_SIZE);
+    }
+    return address;
+}
+
+// The same to everyone: all eight bytes of the address field are set, the two spare ones included.
+inline sockaddr_ll packet_broadcast_address(uint16_t ether_type, int ifindex)
+{
+    sockaddr_ll address = packet_address(ether_type, ifindex, nullptr);
+    address.sll_halen = MAC_SIZE;
+    memset(address.sll_addr, 0xff, sizeof address.sll_addr);
+    return address;
+}
+
+constexpr uloop_fd closed_watcher()
+{
+    uloop_fd watcher = {};
+    watcher.fd = -1;
+    return watcher;
+}
+
+// A probe's own raw socket on one port. Closed from birth, and again after close(), which may be called at any time.
+// Whoever opened it closes it: records that are copied or zeroed as a whole hold it, so it does not end by itself.
+struct t_port_socket {
+    uloop_fd watcher = closed_watcher();
+    int ifindex = 0; // the port's, by look_up()
+    t_mac mac = {};
+
+    bool is_open() const { return watcher.fd >= 0; }
+
+    // False with errno set.
+    bool open(uint16_t ether_type)
+    {
+        watcher.fd = packet_socket_open(ether_type);
+        return is_open();
+    }
+
+    void close() { packet_socket_close(&watcher); }
+
+    // Asks for the port's index and MAC. False when the port is gone; what is not known is 0 then.
+    bool look_up(const char *port) { return query_port(watcher.fd, port, &ifindex, &mac) == 0; }
+
+    // The filter stands before the first frame is heard; a kernel that refuses it changes nothing.
+    bool listen(const t_frame_filter &filter, const sockaddr_ll &address) const
+    {
+        packet_socket_filter(watcher.fd, filter);
+        return packet_socket_bind(watcher.fd, address) == 0;
+    }
+
+    bool send(std::span<const uint8_t> frame, const sockaddr_ll &to) const
+    {
+        return packet_socket_send(watcher.fd, frame.data(), frame.size(), to) >= 0;
+    }
+
+    // The size of the frame that was taken; -1 when none is pending, on an error, and when the socket is closed.
+    ssize_t receive(std::span<uint8_t> buffer, sockaddr_ll *from = nullptr) const
+    {
+        return is_open() ? packet_socket_receive(watcher.fd, buffer.data(), buffer.size(), from) : -1;
+    }
+};
+
+// A record of the wire as the bytes that are sent.
+template <typename Frame> std::span<const uint8_t> bytes_of(const Frame &frame)
+{
+    return {reinterpret_cast<const uint8_t *>(&frame), sizeof frame};
+}

@@ -83,11 +83,12 @@ decoders_of() {
     pado) echo probes/discovery/{pppoe_frames,pppoe_discovery,discovery}.cpp ;;
     arp_frame) echo probes/arp/arp_{frames,batch,search}.cpp probes/lan/arp_recheck.cpp ;;
     dns_answer) echo probes/dns/dns_{probe,frames,receive}.cpp ;;
-    frame_streams) echo probes/discovery/{discovery,dhcp_frames,dhcp_discovery,pppoe_frames,pppoe_discovery,dispatch}.cpp \
-        probes/arp/arp_{probe,search}.cpp probes/dns/dns_{probe,receive}.cpp probes/wire/port_socket.cpp ;;
+    frame_streams) echo probes/discovery/{discovery,dhcp_frames,dhcp_discovery,pppoe_frames,pppoe_discovery}.cpp \
+        probes/arp/arp_{probe,search}.cpp probes/dns/dns_{probe,receive}.cpp probes/wire/packet_socket.h ;;
     arp_cache) echo probes/lan/arp_table.cpp ;;
     forwarding_records) echo probes/lan/{bridge_table,lan_hosts}.cpp ;;
-    port_state | combo_state) echo adapters/link_status.cpp ;;
+    port_state) echo core/link_scan.cpp ;;
+    combo_state) echo adapters/link_status.cpp ;;
     config_files | config_values) echo model/{port_config,protocol_config,static_config,switch_attributes}.cpp \
         model/{reserved_ports,current_wan,fake_wan,config_text,device_protocol}.cpp platform/uci_access.cpp ;;
     network_status) echo adapters/{network_status,bus_replies}.cpp ;;

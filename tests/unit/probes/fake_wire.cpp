@@ -10,7 +10,6 @@
 
 #include "probes/wire/frame_filter.h"
 #include "probes/wire/interface_query.h"
-#include "probes/wire/packet_address.h"
 #include "probes/wire/packet_socket.h"
 
 extern "C" {

@@ -19,8 +19,6 @@
 #include "platform/clock.h"
 #include "probes/wire/frame_filter.h"
 #include "probes/wire/interface_query.h"
-#include "probes/wire/packet_address.h"
-#include "probes/wire/port_socket.h"
 #include "tests/unit/probes/veth_net.h"
 
 namespace {
