@@ -15,6 +15,7 @@
 #include "platform/log.h"
 #include "platform/result_codes.h"
 
+constexpr const char *PASS = "uloop_start_wan_detect"; // which gathers them here
 constexpr const char *NAME_SEPARATOR = "\u3001";
 
 // A port may be WAN by configuration and has a link. The device lock is held.
@@ -39,7 +40,7 @@ void generate_possible_wan_dev_list()
     }
 }
 
-void adopt_parked_devices()
+static void adopt_parked_devices()
 {
     t_device_list_head adopted = {};
     {
@@ -49,9 +50,18 @@ void adopt_parked_devices()
     merge_two_list(&engine.possible_wan_dev_list, &adopted); // tells of each, so without the lock
 }
 
-int drop_void_candidates()
+// True when the WAN port was not listed before.
+static bool list_current_wan()
 {
-    return engine.possible_wan_dev_list.drop_if([](const t_device_list &node) { return !node.dev; });
+    t_device *now_wan = port_model.wan_dev;
+    const int added = engine.possible_wan_dev_list.add(now_wan);
+    if (added == OK)
+        LOG_AS(PASS, Debug, "Always add now wan:%s to detect list!\n", now_wan->name);
+    else if (added == ERR_ALREADY_PRESENT)
+        LOG_AS(PASS, Debug, "now wan:%s already in detect list!\n", now_wan->name);
+    else if (!now_wan)
+        LOG_AS(PASS, Error, "Can't find the device:%s in hash list!\n", device_name(now_wan));
+    return added == OK;
 }
 
 int join_candidate_names(char (&names)[JOINED_NAMES_SIZE])
@@ -68,6 +78,31 @@ int join_candidate_names(char (&names)[JOINED_NAMES_SIZE])
         used += wanted;
     }
     return found;
+}
+
+static void audit_candidates()
+{
+    t_device_list_head &list = engine.possible_wan_dev_list;
+    for (int voids = list.drop_if([](const t_device_list &node) { return !node.dev; }); voids > 0; voids--)
+        LOG_AS(PASS, Error, "Impossible to happen! Check code carefully! remove this node manully!\n");
+    char names[JOINED_NAMES_SIZE];
+    const int found = join_candidate_names(names);
+    if (found != list.count) {
+        LOG_AS(PASS, Error,
+               "Impossible to happen! Check code carefully! traverse found %d device, But the original recorded is %d, "
+               "Fix recorded!\n",
+               found, list.count);
+        list.count = static_cast<uint8_t>(found);
+    }
+    LOG_AS(PASS, Info, "Start to detect in %d device(s):%s\n", list.count, names);
+}
+
+bool gather_candidates()
+{
+    adopt_parked_devices();
+    const bool wan_was_added = list_current_wan();
+    audit_candidates();
+    return wan_was_added;
 }
 
 void t_leaving_fake_wan::note(const t_device *leaver)

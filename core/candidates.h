@@ -11,11 +11,9 @@ constexpr size_t JOINED_NAMES_SIZE = 512;
 // Fills the empty list with every linked port of the pool that is neither reserved nor banned.
 void generate_possible_wan_dev_list();
 
-// Moves the ports that were parked during the cycle into the list.
-void adopt_parked_devices();
-
-// Drops nodes without a device and returns how many there were.
-int drop_void_candidates();
+// At the head of a pass: the ports that were parked during the cycle join, the WAN port is listed to be looked at
+// first, and the list is set right where it is not. True when the WAN port was not listed before.
+bool gather_candidates();
 
 // Writes every candidate's name, each followed by an ideographic comma, and returns how many candidates there are.
 // Names that do not fit whole are left out of the text.

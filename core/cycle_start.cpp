@@ -14,7 +14,6 @@
 #include "model/reserved_ports.h"
 #include "platform/files.h"
 #include "platform/log.h"
-#include "platform/result_codes.h"
 #include "probes/lan/lan_hosts.h"
 
 constexpr const char *PASS = "uloop_start_wan_detect"; // its parts speak in its name
@@ -77,36 +76,6 @@ static bool may_go_on()
     else
         return true;
     return false;
-}
-
-// True when the WAN port was not listed before.
-static bool list_current_wan()
-{
-    t_device *now_wan = port_model.wan_dev;
-    const int added = engine.possible_wan_dev_list.add(now_wan);
-    if (added == OK)
-        LOG_AS(PASS, Debug, "Always add now wan:%s to detect list!\n", now_wan->name);
-    else if (added == ERR_ALREADY_PRESENT)
-        LOG_AS(PASS, Debug, "now wan:%s already in detect list!\n", now_wan->name);
-    else if (!now_wan)
-        LOG_AS(PASS, Error, "Can't find the device:%s in hash list!\n", device_name(now_wan));
-    return added == OK;
-}
-
-static void audit_candidates()
-{
-    for (int voids = drop_void_candidates(); voids > 0; voids--)
-        LOG_AS(PASS, Error, "Impossible to happen! Check code carefully! remove this node manully!\n");
-    char names[JOINED_NAMES_SIZE];
-    int found = join_candidate_names(names);
-    if (found != engine.possible_wan_dev_list.count) {
-        LOG_AS(PASS, Error,
-               "Impossible to happen! Check code carefully! traverse found %d device, But the original recorded is %d, "
-               "Fix recorded!\n",
-               found, engine.possible_wan_dev_list.count);
-        engine.possible_wan_dev_list.count = static_cast<uint8_t>(found);
-    }
-    LOG_AS(PASS, Info, "Start to detect in %d device(s):%s\n", engine.possible_wan_dev_list.count, names);
 }
 
 static bool may_be_good(const t_device *now_wan)
@@ -199,10 +168,8 @@ void uloop_start_wan_detect(uloop_timeout *)
         return look_in(CYCLE_RETRY_MS);
     }
 
-    adopt_parked_devices();
     t_device *listed_wan = port_model.wan_dev;
-    const bool listed_now = list_current_wan();
-    audit_candidates();
+    const bool listed_now = gather_candidates();
     update_eth_link_status(port_model.dev_hashmap_head);
     switch (look_at_role(&port_model)) {
     case t_role::unmoved:
