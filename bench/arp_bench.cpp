@@ -21,7 +21,7 @@
 #include "model/tables.h"
 #include "platform/result_codes.h"
 #include "probes/arp/arp_probe.h"
-#include "probes/lan/arp_recheck.h"
+#include "probes/lan/lan_hosts.h"
 #include "probes/lan/arp_table.h"
 #include "probes/lan/lan_hosts.h"
 #include "probes/wire/interface_query.h"

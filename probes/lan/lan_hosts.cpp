@@ -1,15 +1,17 @@
 // SPDX-License-Identifier: MIT
-// Joins the bridge's forwarding records with the LAN ARP table and marks the ports with hosts of the LAN behind them.
+// Joins the bridge's forwarding records with the LAN ARP table, whose stale entries drop out first, and marks the ports
+// with hosts of the LAN behind them.
 #include "probes/lan/lan_hosts.h"
 
 #include <cstdlib>
 #include <net/if.h>
 #include <span>
 
+#include "platform/clock.h"
 #include "platform/ipv4_text.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
-#include "probes/lan/arp_recheck.h"
+#include "probes/arp/arp_batch.h"
 #include "probes/lan/bridge_table.h"
 #include "probes/wire/frame_lines.h"
 #include "probes/wire/interface_query.h"
@@ -53,6 +55,133 @@ static t_device *find_device_by_brlan_index(t_device *dev_hashmap_head, int inde
     return nullptr;
 }
 
+// --- re-checking the table
+
+constexpr const char *RECHECK = "double_check_arp_packet_all_blocked"; // its parts speak in its name
+
+static void open_host(t_arp_detect *ctx, const t_arp_entry &entry)
+{
+    if (init_arp_sockfd(ctx, nullptr, entry.mac, entry.address_be) != OK) {
+        LOG_AS(RECHECK, Error, "Failed to init ARP socket for: %s|%02X-%02X-%02X-%02X-%02X-%02X\n",
+               ARP_TARGET_ARGS(ctx));
+        void_arp_target(ctx);
+        return;
+    }
+    ctx->source_mac = arp_detect_handle.sender_mac;
+    LOG_AS(RECHECK, Debug, "Arp packet sockfd init success in for: %s|%02X-%02X-%02X-%02X-%02X-%02X\n",
+           ARP_TARGET_ARGS(ctx));
+}
+
+static void ask_host(t_arp_detect *ctx)
+{
+    LOG_AS(RECHECK, Debug, "Ready to send Arp packet for: %s|%02X-%02X-%02X-%02X-%02X-%02X\n", ARP_TARGET_ARGS(ctx));
+    if (send_arp_unicast_packet_blocked(ctx) != OK) {
+        LOG_AS(RECHECK, Error, "Failed to send ARP socket for: %s|%02X-%02X-%02X-%02X-%02X-%02X\n",
+               ARP_TARGET_ARGS(ctx));
+        void_arp_target(ctx);
+        return;
+    }
+    LOG_AS(RECHECK, Debug, "Send Arp packet success for: %s|%02X-%02X-%02X-%02X-%02X-%02X\n", ARP_TARGET_ARGS(ctx));
+}
+
+// The host is alive, but its address is another one than the table says.
+static void judge_other_address(const t_arp_detect &ctx, uint32_t address_be)
+{
+    LOG_AS(RECHECK, Info, "arp reply receieve a different ip:%s\n", t_ipv4_text(address_be).text);
+    LOG_AS(RECHECK, Info, "arp reply receieve a different ip, orig:%s\n", t_ipv4_text(ctx.target_ip_be).text);
+    if ((address_be ^ arp_detect_handle.sender_ip_be) & arp_detect_handle.netmask_be) {
+        LOG_AS(RECHECK, Info, "arp reply new is not same subnet with br-lan! remove it from arp hash table!\n");
+        remove_arp_entry(arp_detect_handle.arp_table_hashmap_head, &ctx.target_mac);
+    } else {
+        LOG_AS(RECHECK, Debug, "arp reply new ip still remains same subnet with br-lan!\n");
+    }
+}
+
+// Takes a packet as the host's reply, or leaves it.
+static bool is_reply(t_arp_detect *ctx, const t_arp_packet &packet)
+{
+    if (packet.ethernet_source != ctx->target_mac) {
+        if (may_tell_of_packet(LOG_LEVEL_Info))
+            LOG_AS(RECHECK, Info, "Not match eth header:%02X-%02X-%02X-%02X-%02X-%02X|%02X-%02X-%02X-%02X-%02X-%02X\n",
+                   MAC_ARGS(packet.ethernet_source), MAC_ARGS(ctx->target_mac));
+        return false;
+    }
+    if (packet.sender_mac != ctx->target_mac) {
+        if (may_tell_of_packet(LOG_LEVEL_Error))
+            LOG_AS(RECHECK, Error,
+                   "Not match arp packet mac:%02X-%02X-%02X-%02X-%02X-%02X|%02X-%02X-%02X-%02X-%02X-%02X\n",
+                   MAC_ARGS(packet.sender_mac), MAC_ARGS(ctx->target_mac));
+        return false;
+    }
+    if (packet.opcode != ARP_OPCODE_REPLY) {
+        if (may_tell_of_packet(LOG_LEVEL_Error))
+            LOG_AS(RECHECK, Error, "Not a arp reply packet\n");
+        return false;
+    }
+    if (packet.sender_ip_be == ctx->target_ip_be) {
+        LOG_AS(RECHECK, Debug, "arp reply success in %s|%02X-%02X-%02X-%02X-%02X-%02X\n", ARP_TARGET_ARGS(ctx));
+        return true;
+    }
+    judge_other_address(*ctx, packet.sender_ip_be);
+    return true;
+}
+
+static void hear_host(t_arp_detect *ctx)
+{
+    LOG_AS(RECHECK, Debug, "Trying to recv Arp packet for: %s|%02X-%02X-%02X-%02X-%02X-%02X\n", ARP_TARGET_ARGS(ctx));
+    read_arp_replies(ctx, is_reply);
+    if (ctx->replied)
+        return;
+    LOG_AS(RECHECK, Info, "No arp reply from %s|%02X-%02X-%02X-%02X-%02X-%02X! Remove it from arp hash table!\n",
+           ARP_TARGET_ARGS(ctx));
+    remove_arp_entry(arp_detect_handle.arp_table_hashmap_head, &ctx->target_mac);
+}
+
+static void recheck_hosts(const t_arp_entry *entry)
+{
+    listen_to_all_hosts();
+    for (t_arp_detect &ctx : arp_contexts()) {
+        open_host(&ctx, *entry);
+        entry = static_cast<t_arp_entry *>(entry->hh.next);
+    }
+    for (t_arp_detect &ctx : arp_contexts())
+        ask_host(&ctx);
+    sleep_ms(ARP_WAIT_FOR_REPLIES_MS);
+    for (t_arp_detect &ctx : arp_contexts())
+        hear_host(&ctx);
+}
+
+int double_check_arp_packet_all_blocked(t_arp_entry **arp_table_hashmap_head, uint32_t lan_ip_be,
+                                        uint32_t lan_netmask_be, const t_mac *lan_mac, unsigned int lan_ifindex)
+{
+    LOG_ENTER();
+    if (!arp_table_hashmap_head || !*arp_table_hashmap_head || !lan_mac || !lan_netmask_be || !lan_ip_be) {
+        LOG(Error, "invalid parameters! Send failed!\n");
+        return ERR_INVALID_INPUT;
+    }
+    if (arp_detect_handle.contexts) {
+        LOG(Notice, "Last time handle not release, release it before resend!\n");
+        release_arp_detect_handle();
+    }
+    const auto count = static_cast<uint8_t>(arp_table_count(*arp_table_hashmap_head)); // wraps, and 0 is an empty table
+    if (count == 0) {
+        LOG(Error, "No arp entry in arp_table_hashmap_head!\n");
+        return ERR_INVALID_INPUT;
+    }
+    if (!open_arp_batch(count, ARP_LONGEST_HOST_WAITS_MS)) {
+        LOG(Error, "Failed to malloc %d t_arp_detect struct\n", count);
+        return ERR_NO_MEMORY;
+    }
+    arp_detect_handle.ifindex = lan_ifindex;
+    arp_detect_handle.sender_ip_be = lan_ip_be;
+    arp_detect_handle.netmask_be = lan_netmask_be;
+    arp_detect_handle.arp_table_hashmap_head = arp_table_hashmap_head;
+    arp_detect_handle.sender_mac = *lan_mac;
+    recheck_hosts(*arp_table_hashmap_head);
+    release_arp_detect_handle();
+    return OK;
+}
+
 static void double_checkarp_table(t_port_model *model, const t_interface_info &lan, unsigned int lan_ifindex)
 {
     LOG_ENTER();
@@ -60,6 +189,8 @@ static void double_checkarp_table(t_port_model *model, const t_interface_info &l
                                             lan_ifindex) != OK)
         LOG(Error, "failed to send&recv ARP sniffer packet, continue whatever!\n");
 }
+
+// --- marking the ports
 
 constexpr const char *UPDATE = "update_brlan_dev"; // its part speaks in its name
 

@@ -81,7 +81,7 @@ decoders_of() {
     case $1 in
     dhcp_answer) echo probes/discovery/{dhcp_frames,dhcp_discovery,discovery}.cpp ;;
     pado) echo probes/discovery/{pppoe_frames,pppoe_discovery,discovery}.cpp ;;
-    arp_frame) echo probes/arp/arp_{frames,batch,search}.cpp probes/lan/arp_recheck.cpp ;;
+    arp_frame) echo probes/arp/arp_{frames,batch,search}.cpp probes/lan/lan_hosts.cpp ;;
     dns_answer) echo probes/dns/dns_{probe,frames,receive}.cpp ;;
     frame_streams) echo probes/discovery/{discovery,dhcp_frames,dhcp_discovery,pppoe_frames,pppoe_discovery}.cpp \
         probes/arp/arp_{probe,search}.cpp probes/dns/dns_{probe,receive}.cpp probes/wire/packet_socket.h ;;

@@ -3,7 +3,7 @@
 // themselves, at every log level, over frames of all sorts; the filters run in the kernel.
 #include "probes/arp/arp_search.h"
 #include "probes/dns/dns_receive.h"
-#include "probes/lan/arp_recheck.h"
+#include "probes/lan/lan_hosts.h"
 #include "probes/wire/frame_filter.h"
 
 #include <algorithm>

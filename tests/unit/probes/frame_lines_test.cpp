@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // What a flood of frames makes a probe say at the levels that tell of every frame.
 #include "probes/dns/dns_receive.h"
-#include "probes/lan/arp_recheck.h"
+#include "probes/lan/lan_hosts.h"
 #include "probes/wire/frame_lines.h"
 
 #include <algorithm>
