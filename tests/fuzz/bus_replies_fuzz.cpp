@@ -2,7 +2,7 @@
 // The network manager's replies. The input is a byte that chooses the form (from 0x80 on, JSON), and the reply.
 #include <libubus.h>
 
-#include "adapters/bus_replies.h"
+#include "adapters/network_status.h"
 #include "model/records.h"
 #include "platform/log.h"
 #include "tests/fuzz/support/bus_message.h"

@@ -91,10 +91,10 @@ decoders_of() {
     combo_state) echo adapters/link_status.cpp ;;
     config_files | config_values) echo model/{port_config,protocol_config,static_config,switch_attributes}.cpp \
         model/{reserved_ports,current_wan,fake_wan,config_text,device_protocol}.cpp platform/uci_access.cpp ;;
-    network_status) echo adapters/{network_status,bus_replies}.cpp ;;
+    network_status) echo adapters/network_status.cpp ;;
     options) echo core/options.cpp ;;
     bus_methods) echo adapters/bus_object.cpp model/banned.cpp ;;
-    bus_replies) echo adapters/bus_replies.cpp ;;
+    bus_replies) echo adapters/network_status.cpp ;;
     bus_session) echo platform/{bus,bus_call}.cpp adapters/bus_object.cpp ;;
     engine_events) echo core/{engine,candidates,cycle_start,cycle_end,proto_stage,proto_verdict,confirm_stages}.cpp \
         core/{link_change,link_scan,combo_switch}.cpp adapters/wan_switch.cpp ;;

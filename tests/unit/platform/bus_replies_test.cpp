@@ -6,7 +6,7 @@ extern "C" {
 #include <libubox/blobmsg_json.h>
 }
 
-#include "adapters/bus_replies.h"
+#include "adapters/network_status.h"
 #include "tests/unit/platform/adapter_fixture.h"
 
 namespace {

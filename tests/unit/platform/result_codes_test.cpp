@@ -4,8 +4,8 @@
 
 #include <gtest/gtest.h>
 
-#include "adapters/bus_replies.h"
 #include "adapters/link_status.h"
+#include "adapters/network_status.h"
 #include "core/link_scan.h"
 #include "platform/bus.h"
 
