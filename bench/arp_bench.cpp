@@ -21,7 +21,6 @@
 #include "model/tables.h"
 #include "platform/result_codes.h"
 #include "probes/arp/arp_probe.h"
-#include "probes/lan/lan_hosts.h"
 #include "probes/lan/arp_table.h"
 #include "probes/lan/lan_hosts.h"
 #include "probes/wire/interface_query.h"

@@ -9,8 +9,8 @@
 #include "probes/arp/arp_answer.h"
 #include "probes/arp/arp_frames.h"
 #include "probes/arp/arp_probe.h"
-#include "probes/lan/lan_hosts.h"
 #include "probes/lan/arp_table.h"
+#include "probes/lan/lan_hosts.h"
 #include "tests/fuzz/support/probe_scene.h"
 #include "tests/unit/probes/kernel_filter.h"
 

@@ -238,8 +238,8 @@ TEST_F(sharing, programs_side_by_side_lose_nothing)
 {
     auto run = [&](const std::string &prefix) {
         std::string uci = "uci -c '" + conf() + "' -t '" + save() + "' ";
-        std::string script = "PATH='" + BIN_FOLDER + "':\"$PATH\"; i=0; while [ $i -lt 25 ]; do " + uci +
-                             "set net.a." + prefix + "$i=1 && " + uci + "commit net || exit 1; i=$((i+1)); done";
+        std::string script = "PATH='" + BIN_FOLDER + "':\"$PATH\"; i=0; while [ $i -lt 25 ]; do " + uci + "set net.a." +
+                             prefix + "$i=1 && " + uci + "commit net || exit 1; i=$((i+1)); done";
         return system(script.c_str()) == 0;
     };
     pid_t one = start([&] { return run("p"); });
