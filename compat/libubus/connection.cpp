@@ -43,7 +43,7 @@ bool write_all(int fd, iovec *parts, size_t count)
 {
     msghdr message = {};
     message.msg_iov = parts;
-    message.msg_iovlen = count;
+    message.msg_iovlen = static_cast<decltype(message.msg_iovlen)>(count); // an int on some C libraries
     while (message.msg_iovlen > 0) {
         ssize_t written = sendmsg(fd, &message, MSG_NOSIGNAL);
         if (written >= 0) {

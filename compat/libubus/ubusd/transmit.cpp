@@ -25,7 +25,7 @@ ssize_t write_some(client &to, iovec *parts, size_t count)
 {
     msghdr message = {};
     message.msg_iov = parts;
-    message.msg_iovlen = count;
+    message.msg_iovlen = static_cast<decltype(message.msg_iovlen)>(count); // an int on some C libraries
     ssize_t written;
     do {
         written = sendmsg(to.sock.fd, &message, MSG_NOSIGNAL | MSG_DONTWAIT);
