@@ -57,8 +57,3 @@ int read_switch_ifname(const char *prefix, const char *name, char (&key)[SWITCH_
     snprintf(key, sizeof key, "switch.%s%s.ifname", prefix, name);
     return _uci_get_value(key, ifname);
 }
-
-bool is_ethernet_name(const char *name)
-{
-    return has_prefix(name, "eth");
-}

@@ -75,6 +75,3 @@ bool parse_decimal(const char *text, long lowest, long highest, int *number);
 // failure. The result of the read.
 int read_switch_ifname(const char *prefix, const char *name, char (&key)[SWITCH_KEY_SIZE],
                        char (&ifname)[UCI_VALUE_SIZE]);
-
-// True for names the router gives to its Ethernet ports.
-bool is_ethernet_name(const char *name);

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "model/config_text.h"
+#include "model/port_names.h"
 #include "model/static_config.h"
 #include "model/tables.h"
 #include "platform/log.h"
@@ -67,7 +68,7 @@ static int read_wan_role(t_wan_role *role)
     if (result != OK)
         return result;
     const bool is_named = read_switch_ifname("", role->section, role->key, role->ifname) == OK;
-    return is_named && is_ethernet_name(role->ifname) ? OK : ERR_CONFIG_VALUE;
+    return is_named && is_port_name(role->ifname) ? OK : ERR_CONFIG_VALUE;
 }
 
 int get_wan_device_name(char *buffer, size_t size)

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "model/config_text.h"
+#include "model/port_names.h"
 #include "model/tables.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
@@ -41,7 +42,7 @@ int init_fake_wan_device(t_port_model *model)
     }
     char key[SWITCH_KEY_SIZE];
     char ifname[UCI_VALUE_SIZE];
-    if (read_switch_ifname("port", port, key, ifname) != OK || !is_ethernet_name(ifname)) {
+    if (read_switch_ifname("port", port, key, ifname) != OK || !is_port_name(ifname)) {
         LOG(Error, "%s=%s, or not begin with \"eth\"\n", key, ifname);
         return ERR_CONFIG_VALUE;
     }

@@ -2,10 +2,12 @@
 // Loading the ports of the network configuration, their order, the pool and the enable switch.
 #include "model/port_config.h"
 
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
 #include "model/config_text.h"
+#include "model/port_names.h"
 #include "model/switch_attributes.h"
 #include "model/tables.h"
 #include "platform/log.h"
@@ -23,7 +25,26 @@ struct t_port_numbers {
     char pool[CONFIG_TEXT_SIZE];
 };
 
+// Devices that no port can be, bridges and VLANs. They count as devices only while there is room for all.
+struct t_left_out {
+    bool too_many;
+    int count;
+    char names[CONFIG_TEXT_SIZE]; // each with a space before it
+
+    bool takes(const char *name);
+};
+
 } // namespace
+
+bool t_left_out::takes(const char *name)
+{
+    if (!too_many || is_own_port_name(name))
+        return false;
+    count++;
+    const size_t length = strlen(names);
+    snprintf(names + length, sizeof names - length, " %s", name);
+    return true;
+}
 
 // A record of the main table, whose numbers start at 0, unlike those of the other tables. Null when memory is short.
 static t_device *create_main_device(const char *name)
@@ -36,8 +57,30 @@ static t_device *create_main_device(const char *name)
     return device;
 }
 
+static bool is_device(const uci_section *section)
+{
+    return strcmp(section->type, "device") == 0;
+}
+
+static bool has_too_many_devices(uci_package *package)
+{
+    int count = 0;
+    for (uci_element &element : sections_of(package)) {
+        uci_section *section = uci_to_section(&element);
+        count += is_device(section) && find_config_option(section, "name");
+    }
+    return count >= DEVICE_LIMIT;
+}
+
+static void read_port_prefixes(uci_package *package)
+{
+    const uci_option *option = find_config_option(find_config_section(package, "auto_wan_detect"), "port_prefix");
+    const char *words = option ? option_text(option) : nullptr;
+    set_port_prefixes(words ? words : DEFAULT_PORT_PREFIX);
+}
+
 // Adds the port that a section declares and counts it. False when the loading ends here.
-static bool load_device(t_port_model *model, uci_section *section, int *count)
+static bool load_device(t_port_model *model, uci_section *section, t_left_out *left_out, int *count)
 {
     const uci_option *option = find_config_option(section, "name");
     if (!option)
@@ -47,6 +90,8 @@ static bool load_device(t_port_model *model, uci_section *section, int *count)
         LOG_AS(LOADING, Error, "Unable to get uci network , type=device\n");
         return false;
     }
+    if (left_out->takes(name))
+        return true;
     t_device *device = create_main_device(name);
     if (!device)
         return false;
@@ -79,18 +124,31 @@ static void read_port_numbers(uci_section *section, t_port_numbers *numbers)
 }
 
 // False when the loading ends within the sections.
-static bool load_sections(t_port_model *model, uci_package *package, t_port_numbers *numbers, int *count)
+static bool load_sections(t_port_model *model, uci_package *package, t_left_out *left_out, t_port_numbers *numbers,
+                          int *count)
 {
     for (uci_element &element : sections_of(package)) {
         uci_section *section = uci_to_section(&element);
-        if (strcmp(section->type, "device") == 0) {
-            if (!load_device(model, section, count))
+        if (is_device(section)) {
+            if (!load_device(model, section, left_out, count))
                 return false;
         } else if (strcmp(element.name, "auto_wan_detect") == 0) {
             read_port_numbers(section, numbers);
         }
     }
     return true;
+}
+
+static bool load_devices_and_numbers(t_port_model *model, uci_package *package, t_port_numbers *numbers, int *count)
+{
+    read_port_prefixes(package);
+    t_left_out left_out = {};
+    left_out.too_many = has_too_many_devices(package);
+    const bool to_the_end = load_sections(model, package, &left_out, numbers, count);
+    if (left_out.count)
+        LOG_AS(LOADING, Warning, "Parse network, %d device(s) that cannot be ports left out:%s\n", left_out.count,
+               left_out.names);
+    return to_the_end;
 }
 
 // The next word of a list of port numbers as a port's name; numbers without a name are skipped. False at the end.
@@ -161,8 +219,8 @@ int generate_eth_device(t_port_model *model)
     }
     int count = 0, pool_count = 0;
     t_port_numbers numbers = {};
-    if (!load_sections(model, network.package, &numbers, &count) || !load_priorities(model, numbers.priority) ||
-        !load_pool(model, numbers.pool, &pool_count))
+    if (!load_devices_and_numbers(model, network.package, &numbers, &count) ||
+        !load_priorities(model, numbers.priority) || !load_pool(model, numbers.pool, &pool_count))
         return count;
     LOG(Info, "Parse network devices success, count:%d, lan_dev count:%d, wan_port_pool count:%d\n", count, 0,
         pool_count);

@@ -6,6 +6,7 @@
 #include <initializer_list>
 
 #include "model/config_text.h"
+#include "model/port_names.h"
 #include "model/tables.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
@@ -86,7 +87,7 @@ static t_device *find_described_device(t_device *dev_hashmap_head, const t_switc
         LOG_AS(READING, Info, "Failed to get device by config switch.%s\n", section);
         return nullptr;
     }
-    if (!is_ethernet_name(port.ifname)) {
+    if (!is_port_name(port.ifname)) {
         LOG_AS(READING, Error, "%s not begin with \"eth\"\n", port.ifname);
         return nullptr;
     }

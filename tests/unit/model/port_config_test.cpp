@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "model/port_config.h"
 
+#include "model/current_wan.h"
+#include "model/fake_wan.h"
+#include "model/port_names.h"
 #include "model/tables.h"
 #include "platform/result_codes.h"
 #include "tests/unit/model/model_test.h"
@@ -17,11 +20,12 @@ protected:
                                                          {{"wan_port_priority", priority}, {"wan_port_pool", pool}}));
         write_config("switch", switch_ports(count));
     }
+    static std::string device(const std::string &name) { return section("device", "", {{"name", name}}); }
     static std::string devices(int count)
     {
         std::string text;
         for (int i = 0; i < count; i++)
-            text += section("device", "", {{"name", "eth" + std::to_string(i)}});
+            text += device("eth" + std::to_string(i));
         return text;
     }
     static std::string switch_ports(int count)
@@ -128,6 +132,108 @@ TEST_F(port_config, fifteen_devices_are_within_the_limit)
     EXPECT_EQ(generate_eth_device(&port_model), 15);
     EXPECT_EQ(order(), t_names{"eth14"});
     EXPECT_EQ(port_model.device_count, 15);
+}
+
+// holds: device-16
+TEST_F(port_config, devices_that_cannot_be_ports_do_not_count_when_there_are_too_many)
+{
+    write_config("network", device("br-lan") + devices(14) + device("eth0.2") + device("wlan0") + device("br-guest") +
+                                section("wan_detect", "auto_wan_detect",
+                                        {{"wan_port_priority", "13 1"}, {"wan_port_pool", "13 1"}}));
+    write_config("switch", switch_ports(14));
+    t_log_capture log;
+    EXPECT_EQ(generate_eth_device(&port_model), 14);
+    EXPECT_EQ(names_of(port_model.dev_hashmap_head).size(), 14u);
+    for (const char *name : {"br-lan", "eth0.2", "wlan0", "br-guest"})
+        EXPECT_EQ(port(name), nullptr) << name;
+    EXPECT_EQ(order(), (t_names{"eth13", "eth1"}));
+    EXPECT_EQ(names_of(port_model.wan_port_pool), (t_names{"eth13", "eth1"}));
+    EXPECT_EQ(port_model.device_count, 14);
+    EXPECT_EQ(lines_of(log, "Error"), t_names{});
+    EXPECT_EQ(lines_of(log, "Warning"), t_names{"generate_eth_device: Parse network, 4 device(s) that cannot be ports "
+                                                "left out: br-lan eth0.2 wlan0 br-guest"});
+}
+
+// holds: device-16
+TEST_F(port_config, devices_that_cannot_be_ports_stay_while_there_is_room_for_all)
+{
+    write_config("network", device("br-lan") + devices(13) + device("eth0.2"));
+    t_log_capture log;
+    EXPECT_EQ(generate_eth_device(&port_model), 15);
+    EXPECT_NE(port("br-lan"), nullptr);
+    EXPECT_NE(port("eth0.2"), nullptr);
+    EXPECT_EQ(lines_of(log, "Warning"), t_names{});
+}
+
+// holds: device-16
+TEST_F(port_config, the_sixteenth_port_ends_the_parse_beside_devices_that_cannot_be_ports)
+{
+    std::string many;
+    for (int i = 0; i < 100; i++)
+        many += device("a-bridge-" + std::to_string(i));
+    write_config("network", many + devices(17));
+    t_log_capture log;
+    EXPECT_EQ(generate_eth_device(&port_model), 16);
+    EXPECT_EQ(port("eth16"), nullptr);
+    EXPECT_EQ(lines_of(log, "Warning").size(), 1u);
+    EXPECT_TRUE(log.has("Error", "generate_eth_device", "Parse network, device number more than 16!"));
+    refuses_everything_after_the_devices(log);
+}
+
+// holds: port-prefix
+TEST_F(port_config, the_prefixes_say_what_counts_when_there_are_too_many)
+{
+    std::string text = section("wan_detect", "auto_wan_detect", {{"port_prefix", "lan wan"}}) + device("wan");
+    for (int i = 1; i <= 4; i++)
+        text += device("lan" + std::to_string(i));
+    write_config("network", text + devices(14));
+    t_log_capture log;
+    EXPECT_EQ(generate_eth_device(&port_model), 5);
+    EXPECT_EQ(names_of(port_model.dev_hashmap_head), (t_names{"wan", "lan1", "lan2", "lan3", "lan4"}));
+    EXPECT_EQ(lines_of(log, "Error"), t_names{});
+}
+
+// holds: port-prefix
+TEST_F(port_config, the_prefixes_say_which_names_are_ports)
+{
+    const auto ports_with = [](const std::string &prefixes) {
+        write_config("network", section("wan_detect", "auto_wan_detect", {{"port_prefix", prefixes}}));
+        generate_eth_device(&port_model);
+        t_names ports;
+        for (const char *name : {"eth0", "lan1", "wan", "sfp0", "br-lan", "wlan0"})
+            if (is_port_name(name))
+                ports.push_back(name);
+        return ports;
+    };
+    EXPECT_EQ(ports_with(" lan  wan sfp "), (t_names{"lan1", "wan", "sfp0"}));
+    EXPECT_EQ(ports_with("  "), t_names{"eth0"});
+    EXPECT_EQ(ports_with("lan"), t_names{"lan1"});
+    write_config("network", devices(1));
+    generate_eth_device(&port_model);
+    EXPECT_FALSE(is_port_name("lan1")) << "the prefixes went with their option";
+    EXPECT_TRUE(is_port_name("eth0"));
+}
+
+// holds: port-prefix
+TEST_F(port_config, ports_of_another_name_get_attributes_the_wan_role_and_the_place_of_the_fake_wan_port)
+{
+    write_config("network",
+                 device("lan1") + device("wan") +
+                     section("wan_detect", "auto_wan_detect",
+                             {{"port_prefix", "lan wan"}, {"fake_wan_port", "2"}, {"wan_port_pool", "1 2"}}));
+    write_config("switch", section("switch_port", "port1", {{"ifname", "wan"}, {"port", "1"}}) +
+                               section("switch_port", "port2", {{"ifname", "lan1"}, {"port", "2"}}) +
+                               section("switch_port", "port3", {{"ifname", "eth0"}, {"port", "3"}}) +
+                               section("wan", "wan", {{"switch_port", "port1"}}));
+    t_log_capture log;
+    EXPECT_EQ(init_all_eth_device(&port_model), 2);
+    EXPECT_EQ(port("wan")->port_num, 1);
+    EXPECT_EQ(lines_of(log, "Error"), t_names{"get_eth_atrribute: eth0 not begin with \"eth\""});
+    EXPECT_EQ(names_of(port_model.wan_port_pool), (t_names{"wan", "lan1"}));
+    EXPECT_EQ(update_wan_device(&port_model), OK);
+    EXPECT_EQ(port_model.wan_dev, port("wan"));
+    EXPECT_EQ(init_fake_wan_device(&port_model), OK);
+    EXPECT_EQ(port_model.fake_wan, port("lan1"));
 }
 
 // holds: loader-codes
