@@ -2,15 +2,19 @@
 // The log printer, and where descriptors 0 to 2 lead while the log is open.
 #include "platform/log.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <sys/sysinfo.h>
 #include <unistd.h>
+
+#include "platform/clock.h"
 
 int log_level = LOG_LEVEL_Error;
 
@@ -19,7 +23,12 @@ constexpr const char *CONSOLE = "/dev/console";
 constexpr int STANDARD_DESCRIPTORS = 3;
 constexpr const char *LEVEL_WORDS[] = {"", "", "Critical", "Error", "Warning", "Notice", "Info", "Debug"};
 
+// When descriptors 0 to 2 are led elsewhere.
+enum class t_opening : uint8_t { when_asked, with_first_line, never };
+
+static std::atomic<t_opening> opening = t_opening::when_asked;
 static std::atomic<bool> stream_prepared;
+static std::atomic<bool> reader_is_deaf;
 static int console_fd = -1;
 static int saved_fds[STANDARD_DESCRIPTORS] = {-1, -1, -1};
 
@@ -31,6 +40,38 @@ static void prepare_stream()
     stream_prepared = true;
     setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
 }
+
+// A pipe that a service manager reads no more, or a console that was told to wait, would hold up whoever speaks. Where
+// there is room at all there is room for a line, and where nobody can tell as well.
+static bool there_is_room()
+{
+    pollfd out = {STDOUT_FILENO, POLLOUT, 0};
+    const t_time_stamp start = get_time_stamp();
+    int64_t left_ms = reader_is_deaf ? 0 : LOG_WAIT_LIMIT_MS;
+    int ready = 0;
+    while ((ready = poll(&out, 1, static_cast<int>(left_ms))) < 0 && errno == EINTR)
+        left_ms = std::max<int64_t>(LOG_WAIT_LIMIT_MS - milliseconds_since(start), 0);
+    reader_is_deaf = ready == 0;
+    return !reader_is_deaf;
+}
+
+namespace {
+
+// While one exists no other thread speaks.
+struct t_turn {
+    t_turn()
+    {
+        flockfile(stdout);
+        has_room = there_is_room();
+    }
+    ~t_turn() { funlockfile(stdout); }
+    t_turn(const t_turn &) = delete;
+    t_turn &operator=(const t_turn &) = delete;
+
+    bool has_room;
+};
+
+} // namespace
 
 // Whatever stands at that path: a pipe that nobody reads, or a line without a carrier, does not hold the caller up.
 static int open_for_writing(const char *path, int flags = 0)
@@ -72,14 +113,17 @@ static int above_standard_descriptors(int fd)
 
 void log_say(t_log_place place, const char *function, const char *format, ...)
 {
+    if (opening == t_opening::with_first_line)
+        log_open();
     prepare_stream();
     const long uptime = log_uptime();
+    const t_turn turn;
+    if (!turn.has_room)
+        return;
     va_list arguments;
     va_start(arguments, format);
-    flockfile(stdout);
     printf("[wan_detect][%s][%ld][%s:%d]: ", LEVEL_WORDS[place.level], uptime, function, place.line);
     vprintf(format, arguments);
-    funlockfile(stdout);
     va_end(arguments);
 }
 
@@ -91,6 +135,9 @@ void log_enter(t_log_place place, const char *function)
 void log_print_always(const char *format, ...)
 {
     prepare_stream();
+    const t_turn turn;
+    if (!turn.has_room)
+        return;
     va_list arguments;
     va_start(arguments, format);
     vprintf(format, arguments);
@@ -107,10 +154,21 @@ long log_uptime()
     return -1;
 }
 
+void log_open_with_first_line()
+{
+    opening = t_opening::with_first_line;
+}
+
+void log_stay_on_standard_output()
+{
+    opening = t_opening::never;
+}
+
 void log_open()
 {
-    if (console_fd != -1)
+    if (console_fd != -1 || opening == t_opening::never)
         return;
+    opening = t_opening::when_asked;
     prepare_stream();
     console_fd = above_standard_descriptors(open_destination());
     if (console_fd == -1)
@@ -143,6 +201,7 @@ void log_close()
 void log_done()
 {
     log_close();
+    opening = t_opening::when_asked;
     if (console_fd == -1)
         return;
     LOG(Debug, "close console_fd!\n");

@@ -4,6 +4,8 @@
 
 #include <cstdint>
 
+constexpr int LOG_WAIT_LIMIT_MS = 1000;
+
 // Syslog numbering. The enumerator's name is the word in a line's prefix.
 enum t_log_level : int {
     LOG_LEVEL_NONE = 0,
@@ -57,7 +59,8 @@ struct t_log_place {
     uint16_t line;
 };
 
-// Writes one line with its prefix to standard output, whatever the level; no line of another thread comes between.
+// Writes one line with its prefix to standard output, whatever the level; no line of another thread comes between. Once
+// nobody has read for LOG_WAIT_LIMIT_MS, lines are lost until there is room again.
 void log_say(t_log_place place, const char *function, const char *format, ...) __attribute__((format(printf, 3, 4)));
 
 // The line of a function that announces itself.
@@ -68,6 +71,13 @@ void log_print_always(const char *format, ...) __attribute__((format(printf, 1, 
 
 // System uptime in whole seconds; -1 when the kernel does not tell.
 long log_uptime();
+
+// Shall be done with the first line, or by a call if that comes first. For a start that must not touch what may be
+// another daemon's.
+void log_open_with_first_line();
+
+// Descriptors 0 to 2 stay where the starter led them, whoever asks for the log to be opened.
+void log_stay_on_standard_output();
 
 // Redirects descriptors 0 to 2 to /tmp/wan_detect.log if that is a plain file of our own with no other name, else to
 // /dev/console. Nothing if already open.

@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: MIT
 // The log printer: levels, the form of a line, and where the lines go.
+#include <chrono>
+#include <csignal>
 #include <filesystem>
+#include <functional>
 #include <regex>
 #include <thread>
 #include <vector>
@@ -13,8 +16,10 @@
 #include <sys/syscall.h>
 #include <sys/sysinfo.h>
 #include <sys/sysmacros.h>
+#include <sys/time.h>
 #include <unistd.h>
 
+#include "platform/clock.h"
 #include "platform/guards.h"
 #include "platform/log.h"
 #include "tests/unit/support/sandbox.h"
@@ -485,4 +490,145 @@ TEST_F(log_destination, text_before_the_open_goes_where_it_was_said)
     log_close();
     EXPECT_EQ(capture.text(), "unfinished");
     EXPECT_EQ(read_file(LOG_FILE), "");
+}
+
+// holds: second-instance
+TEST_F(log_destination, that_is_due_is_opened_by_the_first_line)
+{
+    write_file(LOG_FILE, "");
+    log_open_with_first_line();
+    EXPECT_NE(behind(STDOUT_FILENO), behind(LOG_FILE));
+    LOG(Error, "into the file\n");
+    EXPECT_EQ(behind(STDOUT_FILENO), behind(LOG_FILE));
+    log_close();
+    EXPECT_NE(read_file(LOG_FILE).find("]: into the file\n"), std::string::npos);
+    log_set_level(LOG_LEVEL_Debug);
+    LOG(Error, "where it went before\n");
+    EXPECT_TRUE(capture.has_body("where it went before"));
+}
+
+// holds: foreground-log
+TEST_F(log_destination, stays_where_the_starter_led_it_when_that_is_wanted)
+{
+    write_file(LOG_FILE, "");
+    log_open_with_first_line();
+    log_stay_on_standard_output();
+    LOG(Error, "first\n");
+    log_open();
+    LOG(Error, "second\n");
+    EXPECT_EQ(read_file(LOG_FILE), "");
+    EXPECT_TRUE(capture.has_body("first"));
+    EXPECT_TRUE(capture.has_body("second"));
+    log_close();
+    EXPECT_EQ(log_get_level(), LOG_LEVEL_NONE);
+}
+
+namespace {
+
+// Standard output as a pipe that nobody reads.
+class t_unread_pipe {
+public:
+    t_unread_pipe() : saved_(dup(STDOUT_FILENO))
+    {
+        fflush(stdout);
+        EXPECT_EQ(pipe2(ends_, O_CLOEXEC | O_NONBLOCK), 0);
+        dup2(ends_[1], STDOUT_FILENO);
+        log_print_always("nobody is deaf yet\n");
+        read_all();
+    }
+    ~t_unread_pipe()
+    {
+        fflush(stdout);
+        dup2(saved_, STDOUT_FILENO);
+        for (int fd : {saved_, ends_[0], ends_[1]})
+            close(fd);
+    }
+    t_unread_pipe(const t_unread_pipe &) = delete;
+    t_unread_pipe &operator=(const t_unread_pipe &) = delete;
+
+    // Until nothing more fits in; from then on a write waits.
+    void fill() const
+    {
+        const char text[512] = {};
+        while (write(ends_[1], text, sizeof text) > 0)
+            ;
+        fcntl(ends_[1], F_SETFL, O_WRONLY);
+    }
+    std::string read_all() const
+    {
+        std::string text;
+        char part[4096];
+        for (ssize_t got = 0; (got = read(ends_[0], part, sizeof part)) > 0;)
+            text.append(part, static_cast<size_t>(got));
+        return text;
+    }
+
+private:
+    int saved_;
+    int ends_[2] = {-1, -1};
+};
+
+int64_t milliseconds_of(const std::function<void()> &act)
+{
+    const t_time_stamp start = get_time_stamp();
+    act();
+    return milliseconds_since(start);
+}
+
+} // namespace
+
+// holds: log-reader-deaf
+TEST(log, a_reader_that_reads_no_more_is_waited_for_once_and_then_loses_lines_until_it_reads_on)
+{
+    log_set_level(LOG_LEVEL_Debug);
+    t_unread_pipe pipe;
+    pipe.fill();
+    const int64_t first_ms = milliseconds_of([] { LOG(Error, "lost\n"); });
+    EXPECT_GE(first_ms, LOG_WAIT_LIMIT_MS);
+    const int64_t others_ms = milliseconds_of([] {
+        for (int i = 0; i < 100; i++)
+            LOG(Error, "lost, too\n");
+        log_print_always("lost as well\n");
+    });
+    EXPECT_LT(others_ms, LOG_WAIT_LIMIT_MS);
+    EXPECT_EQ(pipe.read_all().find("lost"), std::string::npos);
+    LOG(Error, "heard again\n");
+    EXPECT_NE(pipe.read_all().find("]: heard again\n"), std::string::npos);
+}
+
+// holds: log-reader-deaf
+TEST(log, signals_do_not_lengthen_the_wait_for_a_reader)
+{
+    constexpr suseconds_t BETWEEN_SIGNALS_US = 100'000;
+    log_set_level(LOG_LEVEL_Debug);
+    t_unread_pipe pipe;
+    pipe.fill();
+    struct sigaction nothing = {}, former = {};
+    nothing.sa_handler = [](int) {};
+    sigaction(SIGALRM, &nothing, &former);
+    itimerval often = {{0, BETWEEN_SIGNALS_US}, {0, BETWEEN_SIGNALS_US}};
+    setitimer(ITIMER_REAL, &often, nullptr);
+    const int64_t waited_ms = milliseconds_of([] { LOG(Error, "lost\n"); });
+    often = {};
+    setitimer(ITIMER_REAL, &often, nullptr);
+    sigaction(SIGALRM, &former, nullptr);
+    EXPECT_GE(waited_ms, LOG_WAIT_LIMIT_MS);
+    EXPECT_LT(waited_ms, 2 * LOG_WAIT_LIMIT_MS);
+    EXPECT_EQ(pipe.read_all().find("lost"), std::string::npos);
+}
+
+// holds: log-reader-deaf
+TEST(log, a_reader_that_is_only_slow_loses_no_line)
+{
+    log_set_level(LOG_LEVEL_Debug);
+    t_unread_pipe pipe;
+    pipe.fill();
+    std::string heard;
+    std::thread reader([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(LOG_WAIT_LIMIT_MS / 5));
+        heard = pipe.read_all();
+    });
+    LOG(Error, "in time\n");
+    reader.join();
+    EXPECT_NE((heard + pipe.read_all()).find("]: in time\n"), std::string::npos);
 }
