@@ -18,9 +18,11 @@
 #include "core/cycle.h"
 #include "core/engine.h"
 #include "core/engine_life.h"
+#include "core/hangup.h"
 #include "core/link_scan.h"
 #include "core/options.h"
 #include "core/shutdown.h"
+#include "core/start_pause.h"
 #include "core/wishes.h"
 #include "model/current_wan.h"
 #include "model/fake_wan.h"
@@ -89,7 +91,7 @@ static void prepare_process(const t_options &options)
     srand(static_cast<unsigned>(time(nullptr)));
     uloop_handle_sigchld = false; // else the loop would reap the children of other threads' commands
     ready = uloop_init() == 0 && ready;
-    ready = attach_background_to_loop() && attach_wishes_to_loop() && ready;
+    ready = attach_background_to_loop() && attach_wishes_to_loop() && watch_for_hangups() && ready;
     init_engine();
     if (!ready) {
         LOG(Critical, "no descriptors for the event loop\n");
@@ -130,7 +132,7 @@ static void load_model()
 
 static void pause_start_up(uint32_t milliseconds)
 {
-    if (sleep_unless_stopped(milliseconds))
+    if (pause_serving_callers(milliseconds))
         stop_if_asked();
 }
 

@@ -12,6 +12,7 @@
 #include "core/background.h"
 #include "core/cycle.h"
 #include "core/engine_life.h"
+#include "core/hangup.h"
 #include "core/wishes.h"
 #include "platform/log.h"
 
@@ -42,8 +43,9 @@ static void mark_stop(int signal_number)
 
 void hold_ending_signals()
 {
-    const sigset_t ends = ending_signals();
-    pthread_sigmask(SIG_BLOCK, &ends, nullptr);
+    sigset_t held = ending_signals();
+    sigaddset(&held, SIGHUP);
+    pthread_sigmask(SIG_BLOCK, &held, nullptr);
 }
 
 void pass_on_ending_signals(pid_t daemon)
@@ -62,6 +64,8 @@ void pass_on_ending_signals(pid_t daemon)
 
 void install_signal_handlers()
 {
+    signal(SIGHUP, SIG_DFL); // for the programs that are started: a starter may have it ignored
+
     struct sigaction on_alarm = {};
     on_alarm.sa_handler = end_hanging_process;
     sigaction(SIGALRM, &on_alarm, nullptr);
@@ -88,6 +92,7 @@ void done()
     wan_detect_bus_exports_release();
     detach_background_from_loop();
     detach_wishes_from_loop();
+    release_hangups();
     uloop_done();
     log_done();
     if (quiet && combo_worker.started) {

@@ -15,8 +15,8 @@ struct t_worker {
 extern t_worker combo_worker;
 extern t_worker link_worker;
 
-// Lets signals that end the process wait until there is a handler for them. Before the fork, so that the daemon knows
-// no moment at which it would die of one.
+// Lets signals that end the process wait until there is a handler for them, and SIGHUP until it is read. Before the
+// fork, so that the daemon knows no moment at which it would die of one.
 void hold_ending_signals();
 
 // In the first process, after the fork: SIGTERM and SIGINT go on to the daemon, those that were held among them.

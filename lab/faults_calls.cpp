@@ -15,6 +15,7 @@
 #include <sched.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
+#include <sys/signalfd.h>
 #include <sys/socket.h>
 #include <sys/timerfd.h>
 #include <unistd.h>
@@ -141,6 +142,11 @@ int eventfd(unsigned int count, int flags) noexcept
         return -1;
     }
     return fails("eventfd") ? -1 : real<int (*)(unsigned int, int)>("eventfd")(count, flags);
+}
+
+int signalfd(int fd, const sigset_t *signals, int flags) noexcept
+{
+    return fails("signalfd") ? -1 : real<int (*)(int, const sigset_t *, int)>("signalfd")(fd, signals, flags);
 }
 
 int pipe2(int *ends, int flags) noexcept

@@ -248,3 +248,20 @@ bool wan_detect_ubus_is_lost()
     pollfd other_end = {bus.context->sock.fd, 0, 0}; // a hang-up is always told
     return poll(&other_end, 1, 0) > 0;
 }
+
+int wan_detect_ubus_socket()
+{
+    return wan_detect_ubus_is_lost() ? -1 : bus.context->sock.fd;
+}
+
+void wan_detect_ubus_serve()
+{
+    if (wan_detect_ubus_is_lost())
+        return;
+    bus.context->sock.cb(&bus.context->sock, ULOOP_READ);
+    uloop_timeout &waiting = bus.context->pending_timer;
+    while (bus.connected && waiting.pending) {
+        uloop_timeout_cancel(&waiting);
+        waiting.cb(&waiting);
+    }
+}

@@ -36,6 +36,10 @@ void wan_detect_ubus_done();
 // The connection, or null. For handlers that reply.
 ubus_context *wan_detect_ubus_context();
 
+// Where callers come in while no loop runs; negative when nobody can. They are served as the loop would serve them.
+int wan_detect_ubus_socket();
+void wan_detect_ubus_serve();
+
 // True when there is no connection, also when the bus daemon closed it and the loop has not come to notice.
 bool wan_detect_ubus_is_lost();
 

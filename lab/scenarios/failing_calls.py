@@ -74,8 +74,9 @@ WINNERS = {"dhcp": "eth2", "pppoe": "eth5", "static": "eth2"}
 # What each call fails with where only one of a life's calls does.
 CALLS = {"socket packet": NO_ROOM, "socket inet": TOO_MANY, "socket unix": TOO_MANY, "ioctl": NO_DEVICE, "bind": NO_DEVICE,
          "connect": "ECONNREFUSED", "setsockopt": NO_ROOM, "sendto": NO_ROOM, "recvfrom": NO_ROOM, "sendmsg": "EPIPE",
-         "epoll_create1": TOO_MANY, "epoll_ctl add": "ENOSPC", "timer_create": LATER, "eventfd": TOO_MANY, "pipe2": TOO_MANY,
-         "open": TOO_MANY, "fopen": TOO_MANY, "mkostemp": TOO_MANY, "clone": LATER, "pthread_create": LATER}
+         "epoll_create1": TOO_MANY, "epoll_ctl add": "ENOSPC", "timer_create": LATER, "eventfd": TOO_MANY,
+         "signalfd": TOO_MANY, "pipe2": TOO_MANY, "open": TOO_MANY, "fopen": TOO_MANY, "mkostemp": TOO_MANY, "clone": LATER,
+         "pthread_create": LATER}
 NEVER = 1 << 30    # so many calls work first
 
 

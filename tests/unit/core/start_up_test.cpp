@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <fcntl.h>
+#include <poll.h>
 #include <sstream>
 #include <sys/file.h>
 #include <thread>
@@ -17,6 +18,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "core/hangup.h"
 #include "core/shutdown.h"
 #include "platform/bus.h"
 #include "platform/log.h"
@@ -141,6 +143,7 @@ protected:
         // What the first process passes on, or holds back for the second one.
         signal(SIGTERM, SIG_DFL);
         signal(SIGINT, SIG_DFL);
+        signal(SIGHUP, SIG_DFL);
         sigset_t none;
         sigemptyset(&none);
         pthread_sigmask(SIG_SETMASK, &none, nullptr);
@@ -261,6 +264,35 @@ TEST_F(start_up, the_second_process_reaches_the_loop_and_ends_with_status_0_when
     EXPECT_EQ(said("Debug", "Wan detect start uloop!!!!!!"), 1);
     EXPECT_TRUE(combo_worker.started);
     EXPECT_TRUE(link_worker.started);
+}
+
+// holds: hangup-ignored
+TEST_F(start_up, a_hangup_is_told_of_and_ends_nothing_whatever_the_starter_did_with_it)
+{
+    for (auto disposition : {SIG_DFL, SIG_IGN}) {
+        write_file(LOG_FILE, "");
+        signal(SIGHUP, disposition);
+        before_fork = [] { kill(getpid(), SIGHUP); };
+        on_loop = [](int) {
+            kill(getpid(), SIGHUP);
+            pollfd waiting = {hangup_fd(), POLLIN, 0};
+            EXPECT_EQ(poll(&waiting, 1, 0), 1);
+            tell_of_hangup();
+            EXPECT_EQ(poll(&waiting, 1, 0), 0);
+        };
+        EXPECT_EQ(start(), 0);
+        EXPECT_EQ(said("Info", "SIGHUP is ignored"), 1); // the two became one while they waited
+    }
+}
+
+// holds: hangup-ignored
+TEST_F(start_up, programs_find_the_default_reaction_to_a_hangup)
+{
+    signal(SIGHUP, SIG_IGN);
+    struct sigaction found = {};
+    on_loop = [&found](int) { sigaction(SIGHUP, nullptr, &found); };
+    start();
+    EXPECT_EQ(found.sa_handler, SIG_DFL);
 }
 
 // holds: heartbeat
