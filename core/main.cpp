@@ -37,6 +37,7 @@ constexpr const char *MAIN = "main"; // the steps of start-up speak in its name
 constexpr int LINK_WAIT_TRIES = 30;
 constexpr uint32_t LINK_WAIT_INTERVAL_MS = 2000;
 constexpr uint32_t START_UP_PAUSE_MS = 15000; // before the first cycle, link or no link
+constexpr int DAEMON_GOES_ON = -1;            // no exit status
 constexpr mode_t FILE_MASK = 022;
 constexpr const char *PROGRAM_FOLDERS = "/usr/sbin:/usr/bin:/sbin:/bin"; // where none are named
 
@@ -77,17 +78,26 @@ static void take_own_habits()
     prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
 }
 
+// A service manager that started the daemon keeps what it says, unless a level was asked for. Otherwise the destination
+// is opened now if there is something to say, for it may be another daemon's, who has the bus already.
+static void choose_log(const t_options &options)
+{
+    log_set_level(options.log_level);
+    if (options.has_level)
+        log_open_with_first_line();
+    else if (options.foreground)
+        log_stay_on_standard_output();
+}
+
 // The loop thread and all it stands on, before the first message can go out.
 static void prepare_process(const t_options &options)
 {
     take_own_habits();
     open_standard_descriptors();
     port_model = {};
-    log_set_level(options.log_level);
-    if (options.has_level)
-        log_open();
+    choose_log(options);
     bool ready = init_background();
-    install_signal_handlers();
+    install_signal_handlers(options.foreground ? EXIT_FAILURE : EXIT_SUCCESS);
     srand(static_cast<unsigned>(time(nullptr)));
     uloop_handle_sigchld = false; // else the loop would reap the children of other threads' commands
     ready = uloop_init() == 0 && ready;
@@ -99,13 +109,15 @@ static void prepare_process(const t_options &options)
     }
 }
 
-static void come_onto_bus()
+static void come_onto_bus(const t_options &options)
 {
     if (wan_detect_ubus_init(wan_detect_bus_exports()) != OK) {
         LOG_AS(MAIN, Critical, "ubus\n");
         give_up();
     }
     stop_if_asked();
+    if (options.has_level)
+        log_open();
 }
 
 // What is read here counts for a whole life, so locked configuration files are waited for longer than later on.
@@ -187,12 +199,9 @@ static void start_workers()
     }
 }
 
-int main(int argc, char **argv)
+// The exit status of the first process; the second one goes on.
+static int go_to_background()
 {
-    t_options options;
-    if (parse_options(argc, argv, &options) == OPTIONS_STOP)
-        return EXIT_FAILURE;
-    hold_ending_signals();
     pid_t child = fork();
     if (child < 0) {
         run_command("echo '[wan_detect][Error] error fork!!!' > /dev/console");
@@ -202,8 +211,20 @@ int main(int argc, char **argv)
         pass_on_ending_signals(child);
         return EXIT_SUCCESS;
     }
+    return DAEMON_GOES_ON;
+}
+
+int main(int argc, char **argv)
+{
+    t_options options;
+    const int parsed = parse_options(argc, argv, &options);
+    if (parsed == OPTIONS_STOP || parsed == OPTIONS_VERSION)
+        return parsed == OPTIONS_VERSION ? EXIT_SUCCESS : EXIT_FAILURE;
+    hold_ending_signals();
+    if (const int status = options.foreground ? DAEMON_GOES_ON : go_to_background(); status != DAEMON_GOES_ON)
+        return status;
     prepare_process(options);
-    come_onto_bus();
+    come_onto_bus(options);
     LOG(Debug, "init over\n");
     load_model();
     wait_for_link();

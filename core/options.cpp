@@ -66,18 +66,27 @@ static int point_to_help(const char *program)
 
 int parse_options(int argc, char **argv, t_options *options)
 {
-    static const option LONG_OPTIONS[] = {
-        {"debug", required_argument, nullptr, 'd'}, {"help", no_argument, nullptr, 'h'}, {nullptr, 0, nullptr, 0}};
-    *options = {LOG_LEVEL_Critical, false};
+    static const option LONG_OPTIONS[] = {{"debug", required_argument, nullptr, 'd'},
+                                          {"foreground", no_argument, nullptr, 'f'},
+                                          {"help", no_argument, nullptr, 'h'},
+                                          {"version", no_argument, nullptr, 'V'},
+                                          {nullptr, 0, nullptr, 0}};
+    *options = {LOG_LEVEL_Critical, false, false};
     opterr = 0;
     int result = OPTIONS_NONE;
-    for (int found; (found = getopt_long(argc, argv, "d:h", LONG_OPTIONS, nullptr)) != -1;) {
+    for (int found; (found = getopt_long(argc, argv, "d:fhV", LONG_OPTIONS, nullptr)) != -1;) {
         switch (found) {
         case 0:
             break;
         case 'd':
             result = take_level(optarg, options);
             break;
+        case 'f':
+            options->foreground = true;
+            break;
+        case 'V':
+            puts("wan_detect " WAN_DETECT_VERSION);
+            return OPTIONS_VERSION;
         case 'h':
             run_console_command(
                 "echo 'Usage: %s -d/--debug [0(emergy)~7(debug)] to specify the debug level!' > /dev/console",

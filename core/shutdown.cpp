@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "core/shutdown.h"
 
+#include <atomic>
 #include <csignal>
 #include <cstdlib>
 #include <initializer_list>
@@ -20,6 +21,8 @@ t_worker combo_worker;
 t_worker link_worker;
 
 static pid_t daemon_process; // as the first process knows it
+static int status_of_giving_up = EXIT_SUCCESS;
+static std::atomic<int> exit_status = EXIT_SUCCESS;
 
 static void pass_on(int signal_number)
 {
@@ -28,17 +31,25 @@ static void pass_on(int signal_number)
 
 static void end_hanging_process(int)
 {
-    _exit(EXIT_SUCCESS);
+    _exit(exit_status);
+}
+
+static bool is_own(const siginfo_t *signal)
+{
+    return signal->si_code == SI_TKILL && signal->si_pid == getpid();
 }
 
 // Only the first signal sets the time limit, or signals that keep coming would put it off for ever. Not by alarm(): a
 // preloaded fast clock shortens four seconds to none.
-static void mark_stop(int signal_number)
+static void mark_stop(int signal_number, siginfo_t *signal, void *)
 {
     itimerval limit = {};
     limit.it_value.tv_sec = SHUTDOWN_LIMIT_SECONDS;
-    if (begin_to_stop(signal_number))
-        setitimer(ITIMER_REAL, &limit, nullptr);
+    if (!begin_to_stop(signal_number))
+        return;
+    if (is_own(signal))
+        exit_status = status_of_giving_up;
+    setitimer(ITIMER_REAL, &limit, nullptr);
 }
 
 void hold_ending_signals()
@@ -62,8 +73,10 @@ void pass_on_ending_signals(pid_t daemon)
     pthread_sigmask(SIG_UNBLOCK, &passed_on, nullptr);
 }
 
-void install_signal_handlers()
+void install_signal_handlers(int give_up_status)
 {
+    status_of_giving_up = give_up_status;
+    exit_status = EXIT_SUCCESS;
     signal(SIGHUP, SIG_DFL); // for the programs that are started: a starter may have it ignored
 
     struct sigaction on_alarm = {};
@@ -71,8 +84,8 @@ void install_signal_handlers()
     sigaction(SIGALRM, &on_alarm, nullptr);
 
     struct sigaction on_end = {};
-    on_end.sa_handler = mark_stop;
-    on_end.sa_flags = SA_RESTART;
+    on_end.sa_sigaction = mark_stop;
+    on_end.sa_flags = SA_RESTART | SA_SIGINFO;
     sigaction(SIGTERM, &on_end, nullptr);
     sigaction(SIGINT, &on_end, nullptr);
     sigaction(SIGKILL, &on_end, nullptr); // asked for like the others; the kernel refuses
@@ -117,5 +130,5 @@ void signal_kill(int signal_number)
 {
     done();
     LOG(Error, "[wandetect(pid:%d)] receive signal:%d, exit\n", getpid(), signal_number);
-    exit(EXIT_SUCCESS);
+    exit(exit_status);
 }

@@ -24,11 +24,12 @@ void hold_ending_signals();
 void pass_on_ending_signals(pid_t daemon);
 
 // SIGTERM and SIGINT mark the wish to end; signal_kill follows on the main thread. Those that were held, or blocked by
-// whoever started the process, arrive now.
-void install_signal_handlers();
+// whoever started the process, arrive now. The exit status is 0, but `give_up_status` where the process began its end
+// by a signal to itself. SIGHUP stays blocked.
+void install_signal_handlers(int give_up_status);
 
 // Releases everything, in reverse of start-up.
 void done();
 
-// What a signal that ends the process leads to: done, the message, exit status 0.
+// What a signal that ends the process leads to: done, the message, the exit status.
 [[noreturn]] void signal_kill(int signal_number);

@@ -70,6 +70,12 @@ static bool exports_are_back()
     return ubus_register_event_handler(bus.context, bus.offer->event_handler, bus.offer->event_pattern) == 0;
 }
 
+static bool somebody_offers(const char *name)
+{
+    uint32_t id = 0;
+    return ubus_lookup_id(bus.context, name, &id) == 0;
+}
+
 static const char *bus_path()
 {
     return access(BUS_SOCKET_PATH, F_OK) == 0 ? BUS_SOCKET_PATH : nullptr;
@@ -213,6 +219,8 @@ int wan_detect_ubus_init(const t_bus_exports *offer)
     t_bus_limit limit(bus.context, BUS_START_LIMIT_MS);
     int status = ubus_add_object(bus.context, offer->object);
     if (status != 0) {
+        if (somebody_offers(offer->object->name))
+            log_stay_on_standard_output(); // the log file is his
         LOG(Critical, "ubus_add_object: %s\n", ubus_strerror(status));
         return give_up();
     }

@@ -1,11 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include "core/options.h"
 
+#include <regex>
+
 #include <getopt.h>
 
 #include <gtest/gtest.h>
 
 #include "tests/unit/core/fake_router.h"
+#include "tests/unit/support/sandbox.h"
 
 namespace {
 
@@ -94,6 +97,42 @@ TEST_F(options, a_later_option_overrides_an_earlier_result)
     EXPECT_EQ(parse({"-d", "5", "-h"}), 0);
     EXPECT_EQ(parse({"-h", "-d", "5"}), 100);
     EXPECT_EQ(found.log_level, 5);
+}
+
+// The one place where it stands.
+std::string version_of_project()
+{
+    const std::string project = read_file(WAN_DETECT_TEST_DATA "/../CMakeLists.txt");
+    std::smatch found;
+    EXPECT_TRUE(std::regex_search(project, found, std::regex(R"(project\(wan_detect VERSION (\d+\.\d+\.\d+) )")));
+    return found[1];
+}
+
+// holds: version
+TEST_F(options, the_version_is_that_of_the_project_and_nothing_behind_it_is_looked_at)
+{
+    for (const char *word : {"-V", "--version"}) {
+        t_log_capture output;
+        EXPECT_EQ(parse({"-f", word, "-d", "5", "-x"}), 1);
+        EXPECT_EQ(output.text(), "wan_detect " + version_of_project() + "\n");
+        EXPECT_FALSE(found.has_level);
+        EXPECT_TRUE(fake_router.commands.empty());
+    }
+}
+
+// holds: foreground
+TEST_F(options, the_foreground_changes_no_result)
+{
+    EXPECT_EQ(parse({}), 999);
+    EXPECT_FALSE(found.foreground);
+    for (const char *word : {"-f", "--foreground"}) {
+        EXPECT_EQ(parse({word}), 999);
+        EXPECT_TRUE(found.foreground);
+        EXPECT_EQ(parse({word, "-d", "5"}), 100);
+        EXPECT_TRUE(found.foreground);
+    }
+    EXPECT_EQ(parse({"-h", "-f"}), 0);
+    EXPECT_EQ(parse({"-f", "-x"}), 0);
 }
 
 TEST_F(options, text_from_outside_cannot_leave_its_quotes)

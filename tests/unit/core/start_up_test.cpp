@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <fcntl.h>
+#include <filesystem>
 #include <poll.h>
 #include <sstream>
 #include <sys/file.h>
@@ -41,6 +42,7 @@ int forks;
 int bus_inits;
 int bus_result;
 bool raise_fails;
+std::function<void()> on_bus_init;
 std::function<void(int timeout)> on_loop;
 
 } // namespace
@@ -82,6 +84,8 @@ decltype(wan_detect_ubus_init) offer_to_no_bus;
 int offer_to_no_bus(const t_bus_exports *)
 {
     bus_inits++;
+    if (on_bus_init)
+        on_bus_init();
     return bus_result;
 }
 
@@ -135,7 +139,8 @@ protected:
     void TearDown() override
     {
         on_loop = nullptr;
-        before_fork = nullptr;
+        before_fork = on_bus_init = nullptr;
+        log_done();
         remove(LOG_FILE);
         engine = {};
         port_model = {};
@@ -264,6 +269,62 @@ TEST_F(start_up, the_second_process_reaches_the_loop_and_ends_with_status_0_when
     EXPECT_EQ(said("Debug", "Wan detect start uloop!!!!!!"), 1);
     EXPECT_TRUE(combo_worker.started);
     EXPECT_TRUE(link_worker.started);
+}
+
+// holds: version
+TEST_F(start_up, the_version_gives_status_0_and_no_daemon)
+{
+    EXPECT_EQ(start({"-V"}), 0);
+    EXPECT_EQ(start({"-f", "--version"}), 0);
+    EXPECT_EQ(forks, 0);
+    EXPECT_EQ(bus_inits, 0);
+}
+
+// holds: foreground
+TEST_F(start_up, in_the_foreground_the_process_that_was_started_reaches_the_loop_as_in_the_background)
+{
+    start();
+    const int first_cycle_in_background = first_cycle;
+    EXPECT_EQ(start({"-f", "-d", "7"}, -1), 0);
+    EXPECT_EQ(forks, 1) << "by the start before";
+    EXPECT_EQ(bus_inits, 2);
+    EXPECT_EQ(first_cycle, first_cycle_in_background);
+    EXPECT_EQ(said("Debug", "Wan detect start uloop!!!!!!"), 1);
+    EXPECT_EQ(umask(0), 022u);
+}
+
+// holds: foreground-log
+TEST_F(start_up, in_the_foreground_without_a_level_the_log_stays_on_standard_output)
+{
+    t_log_capture output;
+    on_loop = [](int) {
+        log_open(); // as the method "log" does
+        log_set_level(LOG_LEVEL_Debug);
+        LOG(Info, "heard by who started it\n");
+    };
+    EXPECT_EQ(start({"-f"}), 0);
+    EXPECT_TRUE(output.has_body("heard by who started it"));
+    EXPECT_EQ(read_file(LOG_FILE), "");
+}
+
+// holds: foreground-log
+TEST_F(start_up, a_level_opens_the_log_by_the_time_of_the_loop_in_the_foreground_too)
+{
+    for (const auto &words : {std::vector<std::string>{"-d", "2"}, {"-f", "-d", "2"}}) {
+        write_file(LOG_FILE, "");
+        on_loop = [](int) { log_print_always("heard in the file\n"); };
+        EXPECT_EQ(start(words), 0);
+        EXPECT_EQ(read_file(LOG_FILE), "heard in the file\n");
+    }
+}
+
+// holds: second-instance
+TEST_F(start_up, the_log_file_is_not_touched_before_the_bus_has_taken_the_daemon)
+{
+    std::string led_to;
+    on_bus_init = [&led_to] { led_to = std::filesystem::read_symlink("/proc/self/fd/1"); };
+    start();
+    EXPECT_NE(led_to, LOG_FILE);
 }
 
 // holds: hangup-ignored
@@ -524,6 +585,35 @@ TEST_F(start_up_death, without_any_port_the_process_ends_with_status_0)
     write_config("switch", "");
     EXPECT_EXIT(start(), testing::ExitedWithCode(0), "");
     EXPECT_EQ(said("Critical", "init_all_eth_device failed!"), 1);
+}
+
+// holds: foreground-gives-up
+TEST_F(start_up_death, in_the_foreground_a_start_that_gives_up_gives_status_1)
+{
+    bus_result = -1;
+    EXPECT_EXIT(start({"-f"}), testing::ExitedWithCode(1), "");
+    bus_result = 0;
+    EXPECT_EXIT(
+        {
+            remove_config("protocol");
+            start({"--foreground"});
+        },
+        testing::ExitedWithCode(1), "");
+    EXPECT_EXIT(
+        {
+            write_config("switch", "");
+            start({"-f", "-d", "7"});
+        },
+        testing::ExitedWithCode(1), "");
+}
+
+// holds: foreground-gives-up
+TEST_F(start_up_death, in_the_foreground_a_start_that_is_told_to_end_gives_status_0_even_if_it_then_fails)
+{
+    on_bus_init = [] { kill(getpid(), SIGTERM); };
+    EXPECT_EXIT(start({"-f"}), testing::ExitedWithCode(0), "");
+    bus_result = -1;
+    EXPECT_EXIT(start({"-f"}), testing::ExitedWithCode(0), "");
 }
 
 // holds: shutdown-releases

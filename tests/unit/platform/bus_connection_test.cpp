@@ -13,6 +13,7 @@
 
 #include "adapters/bus_object.h"
 #include "model/banned.h"
+#include "platform/log.h"
 #include "tests/unit/platform/adapter_fixture.h"
 #include "tests/unit/platform/bus_fixture.h"
 
@@ -186,6 +187,38 @@ TEST_F(bus_connection, with_its_name_in_use_ends_the_daemon)
     EXPECT_EQ(init(), -1);
     EXPECT_EQ(terminations, 1);
     EXPECT_TRUE(log.has("Critical", "wan_detect_ubus_init", "ubus_add_object: Invalid argument"));
+}
+
+// holds: second-instance
+TEST_F(bus_connection, with_its_name_in_use_leaves_the_other_ones_log_file_alone)
+{
+    const std::string log_file = "/tmp/wan_detect.log";
+    write_file(log_file, "the other one's");
+    t_bus_daemon bus(BUS_SOCKET_PATH);
+    t_bus_client other(BUS_SOCKET_PATH);
+    ubus_object_type type = {"wan_detect", 0, nullptr, 0};
+    ubus_object squatter = {};
+    squatter.name = "wan_detect";
+    squatter.type = &type;
+    ASSERT_TRUE(other.publish(&squatter));
+    log_open_with_first_line();
+    EXPECT_EQ(init(), -1);
+    EXPECT_EQ(read_file(log_file), "the other one's");
+    EXPECT_TRUE(log.has("Critical", "wan_detect_ubus_init", "ubus_add_object: Invalid argument"));
+    log_done();
+    std::filesystem::remove(log_file);
+}
+
+// holds: second-instance
+TEST_F(bus_connection, without_a_bus_opens_the_log_that_was_asked_for)
+{
+    const std::string log_file = "/tmp/wan_detect.log";
+    write_file(log_file, "");
+    log_open_with_first_line();
+    EXPECT_EQ(init(), -1);
+    EXPECT_NE(read_file(log_file).find("]: ubus connect fail!\n"), std::string::npos);
+    log_done();
+    std::filesystem::remove(log_file);
 }
 
 // holds: bus-connection
