@@ -140,6 +140,9 @@ class Life:
                 continue
         return found
 
+    def threads(self):
+        return len(list(Path(f"/proc/{self.pid}/task").glob("*")))
+
     def signal(self, number=signal.SIGTERM):
         os.kill(self.pid, number)
 

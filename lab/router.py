@@ -62,9 +62,9 @@ class Router:
         self.health = None
         self.daemon = Daemon(self.clock, self.take_log_line, under_valgrind)
         self.console = []
-        self.ports = [Port(number, f"eth{number - 1}", f"P{number}",
-                           combo=scenario.combo.get(f"eth{number - 1}"))
-                      for number in range(1, scenario.port_count + 1)]
+        names = scenario.port_names or [f"eth{number}" for number in range(scenario.port_count)]
+        self.ports = [Port(number, name, f"P{number}", combo=scenario.combo.get(name))
+                      for number, name in enumerate(names, 1)]
         self.config = config.Config(self.ports, self.port(scenario.wan))
 
     def port(self, name):

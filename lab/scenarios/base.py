@@ -24,6 +24,7 @@ class Scenario:
     summary = ""          # one line for --list
     story = ""            # a few sentences for the opening
     port_count = 5
+    port_names = None     # of each port, by its number; None for eth0, eth1 and so on
     wan = "eth0"          # port that holds the WAN role at the start
     combo = {}            # combo ports and the medium each starts with: {"eth4": "sfp"}
     cables = {}           # what is plugged in at the start: {"eth2": DhcpServer()}

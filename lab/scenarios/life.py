@@ -15,6 +15,7 @@ from lab.upstream import DhcpServer, Silent
 END_REAL_S = 5.0
 HUNG_REAL_S = 8.0        # the daemon has to be gone long before that
 SOON_REAL_S = 0.3
+THREADS = 3              # of a daemon whose loop runs
 SCRIPT = Path("/etc/wan_detect/get_all_port_state.sh")
 SWAP = Path("/usr/sbin/network_lanwan_swap")
 RELOAD = Path("/sbin/wanlan_port_reload")
@@ -254,12 +255,13 @@ class StartUp(LifeScenario):
 
     @staticmethod
     def up_to_the_loop(router, *arguments, closed=(), level=None, before=None):
-        """The loop is reached when a call to the daemon's object is answered."""
+        """The loop is reached soon after both threads were started."""
         start = len(router.console)
         life = Life(*arguments, clock=router.clock, closed=closed)
         router.bus.wait_for_object("wan_detect", END_REAL_S)
         if before:
             before()
+        wait_until(lambda: life.threads() == THREADS)
         answered = wait_until(lambda: router.bus.call("wan_detect", "set", enable=True) == {"err_code": 0})
         if level:
             answered = answered and router.bus.call("wan_detect", "log", level=level) == {"err_code": 0}
