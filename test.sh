@@ -129,12 +129,11 @@ quick_checks() {
 }
 
 # What only computes: at a priority at which it takes the processor from nothing else. Tests of the address sanitizer and fuzz
-# targets are one tree, for both instrument the same code, and link the tests' objects of the release build. The thread
-# sanitizer has to see how tests wait for their own threads.
+# targets are one tree, for both instrument the same code.
 computing_lane() {
     trap ': >"$logs/computed"' EXIT
     chrt --idle --pid 0 $BASHPID
-    step "build asan" build asan fuzz "${clang[@]}" "${quickly[@]}" -DWAN_DETECT_TEST_OBJECTS="$PWD/build/release" \
+    step "build asan" build asan fuzz "${clang[@]}" "${quickly[@]}" \
         -DWAN_DETECT_FUZZ=ON -DWAN_DETECT_TESTS=ON -DWAN_DETECT_LAB=ON
     step "build tsan" build tsan tsan "${clang_tests[@]}" "${quickly[@]}"
     quick_checks

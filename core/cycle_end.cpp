@@ -35,8 +35,10 @@ static void make_wan(t_device *winner)
     if (winner == port_model.fake_wan) {
         switch_wan_to_dev(winner, 0);
         wan_detect_remove_fake_wan();
-    } else if (wan_detect_remove_fake_wan() != OK || may_still_be_given_to(winner)) { // a rebuild takes its time
-        switch_wan_to_dev(winner, 0);
+    } else {
+        wan_detect_remove_fake_wan(); // takes its time when the ports are rebuilt
+        if (may_still_be_given_to(winner))
+            switch_wan_to_dev(winner, 0);
     }
 }
 

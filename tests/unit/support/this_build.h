@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What a test has to know of the build that its program belongs to. It is asked at run time, for builds share the
-// objects of tests.
+// What a test has to know of the build that its program belongs to.
 #pragma once
 
 #include <filesystem>
