@@ -1,21 +1,38 @@
 #!/bin/sh
 # SPDX-License-Identifier: MIT
-# Prints the link of every Ethernet port as one JSON object, {"eth0":true,"eth1":false}.
-# It runs once a second: nothing but the shell itself is started. The reader takes 512 bytes at most.
+# Prints the link of every Ethernet port as one JSON object, {"eth0":true,"eth1":false}. A port begins with a word of
+# network.auto_wan_detect.port_prefix ("eth" where there is none) and goes on with a digit or not at all.
+# It runs once a second, so it waits for no lock as `uci` does. The reader takes 512 bytes at most.
 
+set -f
+CONFIG=/etc/config/network
 LIMIT=512
+
+quote="[\"']\\{0,1\\}"
+prefixes=$(sed -n "/auto_wan_detect/,/^config/\
+s/^[[:space:]]*option[[:space:]]*${quote}port_prefix${quote}[[:space:]]*${quote}\([^\"']*\).*/\1/p" "$CONFIG" 2>/dev/null)
 json=
-for dir in /sys/class/net/eth*; do
-    name=${dir##*/}
-    case ${name#eth} in
-    '' | *[!0-9]*) continue ;; # a VLAN on a port, or no port at all
-    esac
+
+# add PORT: false where the reader would not take it any more.
+add() {
     carrier=0
     # The kernel refuses to tell the carrier of a port that is administratively down.
-    { read -r carrier <"$dir/carrier"; } 2>/dev/null
+    { read -r carrier <"/sys/class/net/$1/carrier"; } 2>/dev/null
     [ "$carrier" = 1 ] && link=true || link=false
-    more="$json${json:+,}\"$name\":$link"
-    [ $((${#more} + 2)) -le $LIMIT ] || break
+    more="$json${json:+,}\"$1\":$link"
+    [ $((${#more} + 2)) -le $LIMIT ] || return 1
     json=$more
+}
+
+for prefix in ${prefixes:-eth}; do
+    set +f
+    for dir in "/sys/class/net/$prefix"*; do
+        name=${dir##*/}
+        case ${name#"$prefix"} in
+        *.* | [!0-9]*) continue ;; # a VLAN on a port, or no port at all
+        esac
+        [ ! -d "$dir" ] || add "$name" || break 2
+    done
+    set -f
 done
 echo "{$json}"

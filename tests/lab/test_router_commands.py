@@ -15,12 +15,17 @@ READER_LIMIT = 512
 SHELLS = [["sh"]] + ([["busybox", "ash"]] if shutil.which("busybox") else [])
 
 
-def with_ports(shell, script, *preparation):
-    """Output of a router command in a fresh namespace after the preparing `ip` commands."""
-    lines = ["mount -t sysfs sysfs /sys", *(f"ip {command}" for command in preparation),
-             " ".join([*shell, str(ROUTER / script)])]
+OWN_ETC = ["mount -t tmpfs tmpfs /mnt", "mkdir /mnt/upper /mnt/work",
+           "mount -t overlay -o lowerdir=/etc,upperdir=/mnt/upper,workdir=/mnt/work overlay /etc",
+           "rm -rf /etc/config", "mkdir /etc/config"]
+
+
+def with_ports(shell, script, *preparation, network=""):
+    """Output of a router command in a fresh namespace after the preparing `ip` commands, with this configuration."""
+    lines = ["mount -t sysfs sysfs /sys", *OWN_ETC, 'printf %s "$NETWORK" >/etc/config/network',
+             *(f"ip {command}" for command in preparation), " ".join([*shell, str(ROUTER / script)])]
     done = subprocess.run(["unshare", "--mount", "--net", "sh", "-ec", "\n".join(lines)], capture_output=True,
-                          text=True, check=True)
+                          text=True, check=True, env={**os.environ, "NETWORK": network})
     return done.stdout
 
 
@@ -38,6 +43,28 @@ def test_the_port_state_tells_links_and_nothing_but_ports(shell):
     told = with_ports(shell, "get_all_port_state.sh", *veth("eth0"), *veth("eth1"), *veth("eth2"), *veth("ethx"),
                       *veth("eth0.5"), "link set eth0 up", "link set far-eth0 up", "link set eth1 up")
     assert json.loads(told) == {"eth0": True, "eth1": False, "eth2": False}
+
+
+PREFIX = "config device\n\toption port_prefix 'no'\n\nconfig wan_detect 'auto_wan_detect'\n\t%s\n\nconfig interface 'x'\n"
+
+
+# holds: router-commands-prefix
+@pytest.mark.parametrize("shell", SHELLS)
+@pytest.mark.parametrize("option", ["option port_prefix 'lan wan sfp'", "option 'port_prefix' 'lan wan sfp'",
+                                    'option enable on\n  option  port_prefix  "lan wan sfp"'])
+def test_ports_are_what_begins_with_the_configured_words(shell, option):
+    names = ("lan1", "lan2", "wan", "sfp0", "eth0", "lan1.5", "wanted", "no1")
+    preparation = [command for name in names for command in veth(name)] + ["link set wan up", "link set far-wan up"]
+    told = with_ports(shell, "get_all_port_state.sh", *preparation, network=PREFIX % option)
+    assert json.loads(told) == {"lan1": False, "lan2": False, "wan": True, "sfp0": False}
+
+
+# holds: router-commands-prefix
+@pytest.mark.parametrize("shell", SHELLS)
+@pytest.mark.parametrize("network", ["", PREFIX % "option enable 'on'"])
+def test_without_configured_words_ports_begin_with_eth(shell, network):
+    told = with_ports(shell, "get_all_port_state.sh", *veth("eth3"), *veth("lan1"), *veth("no1"), network=network)
+    assert json.loads(told) == {"eth3": False}
 
 
 @pytest.mark.parametrize("shell", SHELLS)
