@@ -1,0 +1,69 @@
+# SPDX-License-Identifier: MIT
+"""A router's files for the tests of the packages: /etc/config, /etc/board.json, /tmp and /run of their own."""
+import os
+import shutil
+import subprocess
+import sys
+from pathlib import Path
+
+import pytest
+
+ROOT = Path(__file__).resolve().parent.parent.parent
+STANDINS = Path(__file__).resolve().parent / "standins"
+sys.path.insert(0, str(ROOT))
+
+from lab.front import find_programs    # noqa: E402  pylint: disable=wrong-import-position
+
+
+def pytest_addoption(parser):
+    parser.addoption("--build", default=str(ROOT / "build" / "release"), help="build folder with the programs")
+
+
+class Files:
+    """The folder `config` is /etc/config there, `state` is /mnt/state and the first place of the path."""
+
+    def __init__(self, folder, build):
+        self.config, self.state = folder / "config", folder / "state"
+        self.config.mkdir()
+        self.state.mkdir()
+        shutil.copyfile(find_programs(Path(build)).resolve() / "uci", self.state / "uci")
+        for standin in STANDINS.iterdir():
+            shutil.copyfile(standin, self.state / standin.name)
+        for program in self.state.iterdir():
+            program.chmod(0o755)
+
+    def write(self, package, text):
+        (self.config / package).write_text(text, encoding="utf-8")
+
+    def texts(self):
+        return {path.name: path.read_text(encoding="utf-8") for path in self.config.iterdir()}
+
+    def run(self, *commands, network=False):
+        """Runs these lines of the shell; the files that they leave in /run/left are in `state` afterwards."""
+        lines = ["mount --make-rprivate /", "mount -t tmpfs tmpfs /mnt", "mkdir /mnt/upper /mnt/work /mnt/state",
+                 "mount -t overlay -o lowerdir=/etc,upperdir=/mnt/upper,workdir=/mnt/work overlay /etc",
+                 "rm -rf /etc/config /etc/wan_detect", "mkdir /etc/config", f"mount --bind {self.config} /etc/config",
+                 f"mount --bind {self.state} /mnt/state", "mount -t tmpfs tmpfs /run", "mkdir -p /run/lock",
+                 f"mkdir /mnt/root && mount --bind {ROOT} /mnt/root && cd /mnt/root",
+                 "mount -t tmpfs -o mode=1777 tmpfs /tmp", *(["mount -t sysfs sysfs /sys"] if network else []), *commands]
+        return subprocess.run(["unshare", "--mount", *(["--net"] if network else []), "sh", "-ec", "\n".join(lines)],
+                              capture_output=True, text=True, check=False,
+                              env={**os.environ, "PATH": "/mnt/state:/usr/sbin:/usr/bin:/sbin:/bin"})
+
+    def shown(self, package):
+        """The package as `uci show` prints it, in lines."""
+        done = self.run(f"uci -q show {package} >/mnt/state/shown || true")
+        assert done.returncode == 0, done.stderr
+        return (self.state / "shown").read_text(encoding="utf-8").splitlines()
+
+
+@pytest.fixture(name="router")
+def make_router(tmp_path, request):
+    return Files(tmp_path, request.config.getoption("--build"))
+
+
+@pytest.fixture(name="shell", params=["dash", "router-ash"])
+def each_shell(request):
+    if not shutil.which(request.param.replace("router-ash", "busybox")):
+        pytest.skip(f"no {request.param}")
+    return request.param

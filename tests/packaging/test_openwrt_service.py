@@ -1,0 +1,163 @@
+# SPDX-License-Identifier: MIT
+"""The router package's service script, played in a stand-in for the frame of such scripts."""
+import pytest
+
+SCRIPT = "packaging/openwrt/files/wan_detect.init"
+NETWORK = """
+config device
+	option name 'br-lan'
+	option type 'bridge'
+	list ports 'lan1'
+
+config device
+	option name 'lan1'
+
+config device
+	option name 'wan'
+
+config interface 'wan'
+	option device 'wan'
+	option proto 'dhcp'
+
+config wan_detect 'auto_wan_detect'
+	option enable 'on'
+	option port_prefix 'lan wan'
+	option wan_port_priority '2 1'
+	option wan_port_pool '1 2'
+	option proto_priority 'pppoe dhcp static'
+	option fake_wan_port '-1'
+"""
+SWITCH = """
+config switch_port 'port1'
+	option port '1'
+	option ifname 'lan1'
+	option label 'LAN1'
+
+config switch_port
+	option port '7'
+
+config switch_port 'port2'
+	option port '2'
+	option ifname 'wan'
+	option label 'WAN'
+
+config wan 'wan'
+	option switch_port 'port2'
+"""
+PROTOCOL = "\nconfig family 'ipv4'\n\tlist protos 'dhcp'\n\tlist protos 'pppoe'\n"
+SYSMODE = "\nconfig sysmode 'sysmode'\n\toption mode 'router'\n"
+RIGHT = {"network": NETWORK, "switch": SWITCH, "protocol": PROTOCOL, "sysmode": SYSMODE}
+
+
+class Service:
+    def __init__(self, router, shell, packages):
+        self.router, self.shell = router, shell
+        for package, text in packages.items():
+            router.write(package, text)
+
+    def play(self, *actions, before="true"):
+        """What procd was told by these actions, in words, and what the script said."""
+        for name in ("told", "said"):
+            (self.router.state / name).unlink(missing_ok=True)
+        calls = [f"{self.shell} /mnt/state/rc.common {SCRIPT} {action}" for action in actions]
+        done = self.router.run(before, *calls, "cp /run/wan_detect.settings /mnt/state/settings",
+                               "stat -c '%a %u' /tmp/.uci >/mnt/state/folder")
+        assert (done.returncode, done.stderr) == (0, "")
+        told, said = self.router.state / "told", self.router.state / "said"
+        return ([line.split("|")[:-1] for line in told.read_text().splitlines()],
+                said.read_text().splitlines() if said.exists() else [])
+
+    def settings(self):
+        return (self.router.state / "settings").read_text()
+
+
+def test_the_daemon_is_started_in_the_foreground_and_kept_alive(router, shell):
+    told, said = Service(router, shell, RIGHT).play("start")
+    assert told == [["open"], ["command", "/usr/sbin/wan_detect", "--foreground"],
+                    ["file", "/var/run/wan_detect.settings"], ["respawn"], ["stdout", "1"], ["stderr", "1"],
+                    ["term_timeout", "10"], ["close"], ["trigger", "network", "switch", "protocol", "sysmode"]]
+    assert said == []
+    assert (router.state / "folder").read_text() == "700 0\n"
+
+
+def test_where_there_is_a_jail_the_rights_are_cut(router, shell):
+    before = "mount --bind /mnt/state /sbin; touch /mnt/state/ujail; chmod +x /mnt/state/ujail; " \
+        "mkdir -p /etc/capabilities; touch /etc/capabilities/wan_detect.json"
+    told, _ = Service(router, shell, RIGHT).play("start", before=before)
+    assert ["capabilities", "/etc/capabilities/wan_detect.json"] in told
+    assert ["no_new_privs", "1"] in told
+
+
+def test_a_second_start_says_the_same(router, shell):
+    service = Service(router, shell, RIGHT)
+    once, _ = service.play("start")
+    settings = service.settings()
+    twice, said = service.play("start", "reload")
+    assert twice == once + once
+    assert said == []
+    assert service.settings() == settings
+
+
+@pytest.mark.parametrize("package,change,counts", [
+    ("network", ("'1 2'", "'2'"), True), ("network", ("enable 'on'", "enable 'off'"), True),
+    ("network", ("option name 'lan1'", "option name 'lan2'"), True), ("switch", ("ifname 'lan1'", "ifname 'lan2'"), True),
+    ("protocol", ("list protos 'pppoe'\n", ""), True), ("sysmode", ("'router'", "'bridge'"), True),
+    ("network", ("fake_wan_port '-1'", "fake_wan_port '1'"), False), ("network", ("device 'wan'", "device 'lan1'"), False),
+    ("network", ("list ports 'lan1'", "list ports 'wan'"), False),
+    ("switch", ("option switch_port 'port2'", "option switch_port 'port1'"), False)])
+def test_only_what_the_daemon_reads_once_restarts_it(router, shell, package, change, counts):
+    service = Service(router, shell, RIGHT)
+    service.play("start")
+    former = service.settings()
+    assert change[0] in RIGHT[package]
+    router.write(package, RIGHT[package].replace(*change))
+    service.play("reload")
+    assert (service.settings() != former) == counts
+
+
+WRONG = [
+    ("network", ("enable 'on'", "enable '1'"), ["network.auto_wan_detect.enable is '1', which counts as off: say 'on'"]),
+    ("network", ("enable 'on'", "enable 'yes'"),
+     ["network.auto_wan_detect.enable is 'yes', which counts as off: say 'on'"]),
+    ("network", ("enable 'on'", "enable 'On'"), ["network.auto_wan_detect.enable is 'On', which counts as off: say 'on'"]),
+    ("network", ("wan_port_pool '1 2'", "wan_port_pool '1,2'"),
+     ["network.auto_wan_detect.wan_port_pool names '1,2', but there is no switch.port1,2.ifname"]),
+    ("network", ("wan_port_priority '2 1'", "wan_port_priority '2 3'"),
+     ["network.auto_wan_detect.wan_port_priority names '3', but there is no switch.port3.ifname"]),
+    ("network", ("option wan_port_pool '1 2'", "list wan_port_pool '1'\n\tlist wan_port_pool '2'"),
+     ["network: 'list wan_port_pool' is not read, write 'option wan_port_pool'"]),
+    ("protocol", ("list protos 'dhcp'\n\tlist protos 'pppoe'", "option protos 'dhcp pppoe'"),
+     ["protocol: 'option protos' is not read, write 'list protos'"]),
+    ("network", ("option port_prefix 'lan wan'", "option port_prefix 'lan'"),
+     ["switch.port2.ifname is 'wan': no word of network.auto_wan_detect.port_prefix begins it"]),
+    ("network", ("option port_prefix 'lan wan'\n", ""),
+     ["switch.port1.ifname is 'lan1': no word of network.auto_wan_detect.port_prefix begins it",
+      "switch.port2.ifname is 'wan': no word of network.auto_wan_detect.port_prefix begins it"]),
+    ("network", ("option name 'wan'", "option name 'wan0'"),
+     ["switch.port2.ifname is 'wan', but no device section of network has that name"]),
+    ("switch", ("option switch_port 'port2'", "option switch_port 'wan'"),
+     ["switch.wan.switch_port is 'wan', but there is no switch.wan.ifname"]),
+]
+
+
+@pytest.mark.parametrize("package,change,expected", WRONG, ids=lambda value: value[1] if isinstance(value, tuple) else "")
+def test_settings_that_look_right_and_are_not_are_named(router, shell, package, change, expected):
+    assert change[0] in RIGHT[package]
+    _, said = Service(router, shell, {**RIGHT, package: RIGHT[package].replace(*change)}).play("start")
+    assert said == expected
+
+
+@pytest.mark.parametrize("value", ["off", "false", "0"])
+def test_who_switched_detection_off_hears_nothing(router, shell, value):
+    network = NETWORK.replace("enable 'on'", f"enable '{value}'").replace("'1 2'", "'8'")
+    assert Service(router, shell, {**RIGHT, "network": network}).play("start")[1] == []
+
+
+@pytest.mark.parametrize("enable,calls", [("on", 1), ("off", 0)])
+def test_at_boot_the_ports_follow_the_role_where_detection_is_on(router, shell, enable, calls):
+    (router.state / "wanlan_port_reload").write_text("#!/bin/sh\necho called >>/mnt/state/calls\n")
+    (router.state / "wanlan_port_reload").chmod(0o755)
+    service = Service(router, shell, {**RIGHT, "network": NETWORK.replace("enable 'on'", f"enable '{enable}'")})
+    told, _ = service.play("boot", "reload", before="mount --bind /mnt/state /sbin; :>/mnt/state/calls")
+    assert ["open"] in told
+    assert len((router.state / "calls").read_text().splitlines()) == calls
