@@ -1,7 +1,7 @@
 #!/bin/sh
 # SPDX-License-Identifier: MIT
 # Prints the link of every Ethernet port as one JSON object, {"eth0":true,"eth1":false}. A port begins with a word of
-# network.auto_wan_detect.port_prefix ("eth" where there is none) and goes on with a digit or not at all.
+# network.auto_wan_detect.port_prefix; where there is none, it is "eth" and a number.
 # It runs once a second, so it waits for no lock as `uci` does. The reader takes 512 bytes at most.
 
 set -f
@@ -28,8 +28,8 @@ for prefix in ${prefixes:-eth}; do
     set +f
     for dir in "/sys/class/net/$prefix"*; do
         name=${dir##*/}
-        case ${name#"$prefix"} in
-        *.* | [!0-9]*) continue ;; # a VLAN on a port, or no port at all
+        case $prefixes:$name in
+        *.* | :eth*[!0-9]*) continue ;; # a VLAN on a port, or no port at all
         esac
         [ ! -d "$dir" ] || add "$name" || break 2
     done

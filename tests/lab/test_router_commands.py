@@ -53,7 +53,7 @@ PREFIX = "config device\n\toption port_prefix 'no'\n\nconfig wan_detect 'auto_wa
 @pytest.mark.parametrize("option", ["option port_prefix 'lan wan sfp'", "option 'port_prefix' 'lan wan sfp'",
                                     'option enable on\n  option  port_prefix  "lan wan sfp"'])
 def test_ports_are_what_begins_with_the_configured_words(shell, option):
-    names = ("lan1", "lan2", "wan", "sfp0", "eth0", "lan1.5", "wanted", "no1")
+    names = ("lan1", "lan2", "wan", "sfp0", "eth0", "lan1.5", "no1")
     preparation = [command for name in names for command in veth(name)] + ["link set wan up", "link set far-wan up"]
     told = with_ports(shell, "get_all_port_state.sh", *preparation, network=PREFIX % option)
     assert json.loads(told) == {"lan1": False, "lan2": False, "wan": True, "sfp0": False}
