@@ -1,7 +1,6 @@
 # SPDX-License-Identifier: MIT
 """The router package's own commands: the set-up of the ports through the network manager, and swconfig's port states."""
 import json
-import subprocess
 
 import pytest
 
@@ -256,11 +255,3 @@ def test_swconfigs_port_states_fit_the_reader(router, shell):
     (router.state / "swconfig").chmod(0o755)
     told = router.run(f"{shell} {STATES}").stdout.rstrip("\n")
     assert 490 < len(told) <= 512 and json.loads(told)
-
-
-def test_shellcheck_is_silent():
-    scripts = [path for folder in ("router", "packaging/openwrt/files", "packaging/openwrt/examples", "tests/packaging")
-               for path in (ROOT / folder).rglob("*") if path.is_file() and path.read_bytes().startswith(b"#!/bin/sh")]
-    assert len(scripts) > 10
-    done = subprocess.run(["shellcheck", *scripts], capture_output=True, text=True, check=False)
-    assert done.returncode == 0, done.stdout

@@ -1,0 +1,55 @@
+# SPDX-License-Identifier: MIT
+"""The router package's files among themselves and with the rest of the tree."""
+import json
+import re
+import subprocess
+
+import pytest
+
+from conftest import ROOT
+
+PACKAGE = ROOT / "packaging" / "openwrt"
+MAKEFILE = (PACKAGE / "Makefile").read_text(encoding="ascii")
+HOTPLUG = "packaging/openwrt/examples/90-wan_detect"
+
+
+def test_the_version_is_that_of_the_program():
+    """A package folder stands alone, so it says the version once more."""
+    project = re.search(r"^project\(wan_detect VERSION (\S+)", (ROOT / "CMakeLists.txt").read_text(), re.MULTILINE)
+    assert re.search(r"^PKG_VERSION:=(.*)$", MAKEFILE, re.MULTILINE).group(1) == project.group(1)
+
+
+def test_every_file_is_installed_and_every_file_installed_is_there():
+    named = set(re.findall(r"\./(files/\S+)", MAKEFILE))
+    assert named == {str(path.relative_to(PACKAGE)) for path in (PACKAGE / "files").rglob("*") if path.is_file()}
+    commands = set(re.findall(r"\$\(PKG_BUILD_DIR\)/(router/\S+)", MAKEFILE))
+    assert commands == {str(path.relative_to(ROOT)) for path in (ROOT / "router").iterdir()}
+
+
+def test_the_access_lists_name_methods_of_the_daemon():
+    offered = set(re.findall(r'method<\w+>\("(\w+)"', (ROOT / "adapters" / "bus_object.cpp").read_text(encoding="utf-8")))
+    bus = json.loads((PACKAGE / "files" / "wan_detect.bus.json").read_text(encoding="ascii"))
+    web = json.loads((PACKAGE / "files" / "wan_detect.web.json").read_text(encoding="ascii"))["wan_detect"]
+    named = set(bus["access"]["wan_detect"]["methods"])
+    named |= {name for kind in ("read", "write") for name in web[kind]["ubus"]["wan_detect"]}
+    assert named and named <= offered
+
+
+@pytest.mark.parametrize("action,interface,enable,asked", [
+    ("ifdown", "wan", "on", True), ("ifup", "wan", "on", False), ("ifdown", "lan", "on", False),
+    ("ifdown", "wan", "off", False)])
+def test_the_hotplug_example_asks_for_a_look_when_the_wan_interface_goes_down(router, shell, action, interface, enable,
+                                                                              asked):
+    router.write("network", f"config wan_detect 'auto_wan_detect'\n\toption enable '{enable}'\n")
+    done = router.run(f"ACTION={action} INTERFACE={interface} {shell} {HOTPLUG}")
+    assert (done.returncode, done.stderr) == (0, "")
+    calls = router.state / "asked"
+    assert (calls.read_text() if calls.exists() else "") == ('call wan_detect wan_detect {"delay": 30}\n' if asked else "")
+
+
+def test_shellcheck_is_silent():
+    scripts = [path for folder in ("router", "packaging/openwrt", "tests/packaging")
+               for path in (ROOT / folder).rglob("*") if path.is_file() and path.read_bytes().startswith(b"#!/bin/sh")]
+    assert len(scripts) > 10
+    done = subprocess.run(["shellcheck", *scripts], capture_output=True, text=True, check=False)
+    assert done.returncode == 0, done.stdout
