@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: MIT
-# The router package as a firmware maker takes it: from packaging/openwrt and an archive of the tree, with a made-up SDK for 32-bit
-# ARM (tests/packaging/sdk, a cross compiler of Debian's), to an installed root folder, which is then looked at. The libraries of
-# a router are those below PREFIX (include/ and lib/, built for ARM); without it the stand-ins of compat/ are installed
-# in their place, and a linker that takes more from them than the real ones offer goes unnoticed.
+# The router package as a firmware maker takes it: from packaging/openwrt and an archive of the tree, with a made-up SDK
+# for 32-bit ARM (tests/packaging/sdk, a cross compiler of Debian's), to an installed root folder, which is then looked at.
+# The libraries of a router are those below PREFIX (include/ and lib/, built for ARM). Without it the stand-ins of compat/
+# are installed in their place: whether the real ones offer all that the program asks for shows with PREFIX only.
 #
 #   tests/packaging/sdk.sh [PREFIX]
 #
@@ -41,15 +41,16 @@ make_sdk() {
 # The working tree, or what a release holds of it.
 make_archive() {
     { git ls-files -z --cached --others --exclude-standard 2>/dev/null || find . -path ./build -prune -o -type f -print0; } |
-        tar --null -T - --ignore-failed-read --transform "flags=r;s,^,wan_detect-$version/," -cJf "$sdk/dl/wan_detect-$version.tar.xz"
+        tar --null -T - --ignore-failed-read --transform "flags=r;s,^,wan_detect-$version/," \
+            -cJf "$sdk/dl/wan_detect-$version.tar.xz"
 }
 
 # Debian has json-c for this processor. The lists of its packages are this script's own.
 add_json_c() {
     local apt=$sdk/apt options package
     mkdir -p "$apt"/{lists/partial,cache/archives/partial,found}
-    options=(-q -o APT::Architecture=armhf -o APT::Architectures=armhf -o "Dir::State::Lists=$apt/lists" -o "Dir::Cache=$apt/cache"
-        -o Dir::State::status=/dev/null -o APT::Sandbox::User=root)
+    options=(-q -o APT::Architecture=armhf -o APT::Architectures=armhf -o APT::Sandbox::User=root
+        -o "Dir::State::Lists=$apt/lists" -o "Dir::Cache=$apt/cache" -o Dir::State::status=/dev/null)
     apt-get "${options[@]}" update || true # some places have nothing for it
     (cd "$apt/found" && apt-get "${options[@]}" download libjson-c5 libjson-c-dev) || return 1
     for package in "$apt"/found/*.deb; do
@@ -82,13 +83,13 @@ add_libraries() {
 
 # install_package NAME: what a package manager does for a root folder.
 install_package() {
-    local package=$sdk/bin/$1 file priority link path
+    local package=$sdk/bin/$1 file differing priority link path
     while read -r file; do
         [ -z "$file" ] || [ -f "$package/files$file" ] || fail "$1 has no $file, which is to be kept"
     done <"$package/conffiles"
     cp -a --no-clobber "$package/files/." "$target"
-    [ -z "$(cd "$package/files" && find . -type f | while read -r file; do cmp -s "$file" "$target/$file" || echo "$file"; done)" ] ||
-        fail "$1 and another package hold different files"
+    differing=$(diff -r --no-dereference "$package/files" "$target" | grep '^diff' || true)
+    [ -z "$differing" ] || fail "$1 and another package hold different files"
     while IFS=: read -r priority link path; do
         [ -n "$priority" ] || continue
         [ "$priority" -le "$(cat "$sdk/bin/$link.priority" 2>/dev/null || echo 0)" ] && continue
@@ -129,11 +130,13 @@ usr/sbin/online-test 755
 usr/sbin/wan_detect 755
 usr/share/acl.d/wan_detect.json 644
 usr/share/rpcd/acl.d/wan_detect.json 644"
-    cmp -s "$target/sbin/wanlan_port_reload" packaging/openwrt/files/manager/wanlan_port_reload || fail "another reload than the manager's"
-    ! grep -q ADMIN "$target/etc/capabilities/wan_detect.json" || fail "more rights than the manager's commands need"
+    cmp -s "$target/sbin/wanlan_port_reload" packaging/openwrt/files/manager/wanlan_port_reload ||
+        fail "another reload than the manager's"
+    ! grep -q ADMIN "$target/etc/capabilities/wan_detect.json" || fail "rights that the manager's commands do not need"
     installed wan_detect wan_detect-bridge wan_detect-swconfig | grep -c . | expect "number of files with swconfig" 13
     cmp -s "$target/sbin/wanlan_port_reload" router/wanlan_port_reload || fail "another reload than the bridge's"
-    readlink "$target/etc/wan_detect/get_all_port_state.sh" | expect "port states" /usr/libexec/wan_detect/port_state_swconfig
+    readlink "$target/etc/wan_detect/get_all_port_state.sh" |
+        expect "port states" /usr/libexec/wan_detect/port_state_swconfig
 }
 
 look_at_program() {
@@ -147,7 +150,9 @@ look_at_program() {
     ! readelf -S "$program" | grep -q '\.symtab' || fail "not stripped"
     ! grep -q -a -F "$sdk" "$program" || fail "a path of the build is in it"
     grep -q 'WAN_DETECT_LTO:BOOL=ON' "$sdk/build_dir/wan_detect-$version/cmake-build/CMakeCache.txt" || fail "no LTO"
-    printf '%s bytes, needs %s\n' "$(stat -c %s "$program")" "$(sed -n 's/.*NEEDED.*\[\(.*\)\]/\1/p' <<<"$dynamic" | paste -sd ' ' -)"
+    printf '%s bytes, needs' "$(stat -c %s "$program")"
+    sed -n 's/.*NEEDED.*\[\(.*\)\]/ \1/p' <<<"$dynamic" | tr -d '\n'
+    echo
     qemu-arm -L "/usr/$machine" -E "LD_LIBRARY_PATH=$staging/lib" "$program" --version |
         expect "the program's version" "wan_detect $version"
 }
