@@ -9,11 +9,10 @@ import sys
 import time
 from pathlib import Path
 
-from lab import front, inside
+from lab import front, inside, namespaces
 from lab.scenarios.base import Scenario
 from lab.upstream import DhcpServer, Silent
 
-ROOT = Path(__file__).resolve().parent.parent
 INSIDE = "--inside"
 REAL_SPEED = 1
 DEFAULT_LOG_LEVEL = 2
@@ -89,11 +88,10 @@ def measure(build, seconds):
     """The scenario's facts, or None when the lab or one of its checks failed; what it showed goes to standard error."""
     reader, writer = os.pipe()
     inner = [sys.executable, "-m", "bench.idle", INSIDE, str(writer), json.dumps(settings(build, seconds))]
-    environment = dict(os.environ, PYTHONPATH=str(ROOT), PYTHONDONTWRITEBYTECODE="1")
-    process = subprocess.Popen(front.NAMESPACES + inner, pass_fds=[writer], stdin=subprocess.PIPE, stdout=sys.stderr,
-                               cwd="/", env=environment)
+    process = subprocess.Popen(namespaces.command() + inner, pass_fds=[writer], stdin=subprocess.PIPE, stdout=sys.stderr,
+                               cwd="/", env=namespaces.environment())
     os.close(writer)
-    process.stdin.write(b"0\n")    # the inside asks for its number out here, which only a kept router would show
+    process.stdin.write(b"\n")    # the inside asks how it is entered, which only a kept router would show
     process.stdin.flush()
     report = front.read_report(reader)
     return json.loads(report)["facts"] if process.wait() == 0 else None

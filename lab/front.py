@@ -8,16 +8,16 @@ import subprocess
 import sys
 from pathlib import Path
 
+from lab import namespaces
+from lab.namespaces import ROOT
 from lab.scenarios import load_scenarios
 
-ROOT = Path(__file__).resolve().parent.parent
-# Everything started inside ends with the first process of the new pid namespace, and that one with the front end.
-NAMESPACES = ["setpriv", "--pdeathsig", "KILL",
-              "unshare", "--mount", "--net", "--pid", "--fork", "--kill-child", "--mount-proc"]
 LONGEST_SET_UP_S = 60
 LONGEST_SCENARIO_S = 600    # of the daemon's own
 SECONDS_PER_MINUTE = 60
 INTERRUPT_GRACE_S = 1
+EXIT_WRONG_USE = 2
+EXIT_CANNOT_PLAY = 77    # as test harnesses know it: skipped
 EXIT_TIME_LIMIT = 124
 EXIT_INTERRUPTED = 130
 
@@ -26,6 +26,7 @@ def parse_options(arguments):
     parser = argparse.ArgumentParser(prog="./run.sh", description="A virtual router that looks for its WAN port.")
     parser.add_argument("scenario", nargs="?", default="dhcp", help="what to play (default: dhcp), see --list")
     parser.add_argument("--list", action="store_true", help="name the scenarios, one line each")
+    parser.add_argument("--check", action="store_true", help="only tell whether it can be played here, and if not, why")
     parser.add_argument("--speed", type=float, default=10.0, help="how many times faster than real (default: 10)")
     parser.add_argument("--keep", action="store_true", help="leave the router up afterwards, until Ctrl-C")
     parser.add_argument("--log", action="store_true", help="show the daemon's log lines too")
@@ -74,7 +75,10 @@ def settings_for(options):
 
 
 def first_process_inside(outer_pid):
-    """The host's own number of the first process in the new pid namespace, or None while there is none yet."""
+    """The host's own number of the first process in the new pid namespace, or None while there is none yet; 0 where nobody
+    can tell."""
+    if not Path("/proc/self").exists():
+        return 0
     try:
         children = Path(f"/proc/{outer_pid}/task/{outer_pid}/children").read_text().split()
     except OSError:
@@ -93,7 +97,7 @@ def wait_for_end(process, reader, options):
     while pid is None and process.poll() is None:
         pid = first_process_inside(process.pid)
     if pid is not None:
-        process.stdin.write(f"{pid}\n".encode())
+        process.stdin.write(f"{namespaces.how_to_enter(pid or 'PID')}\n".encode())
         process.stdin.flush()
     report = read_report(reader)
     if options.report:
@@ -115,11 +119,11 @@ def after_interrupt(process):
         return EXIT_INTERRUPTED
 
 
-def play(options):
+def play(options, needs_users):
     reader, writer = os.pipe()
-    environment = dict(os.environ, PYTHONPATH=str(ROOT), PYTHONDONTWRITEBYTECODE="1")
-    command = NAMESPACES + ["/usr/bin/python3", "-m", "lab.inside", str(writer), json.dumps(settings_for(options))]
-    process = subprocess.Popen(command, env=environment, pass_fds=[writer], stdin=subprocess.PIPE, cwd="/")
+    command = [*namespaces.command(needs_users), namespaces.PYTHON, "-m", "lab.inside", str(writer),
+               json.dumps(settings_for(options))]
+    process = subprocess.Popen(command, env=namespaces.environment(), pass_fds=[writer], stdin=subprocess.PIPE, cwd="/")
     os.close(writer)
 
     def end_now(number, _frame):
@@ -145,8 +149,10 @@ def main(arguments):
         return list_scenarios(scenarios)
     if options.scenario not in scenarios:
         print(f"run.sh: no scenario '{options.scenario}'; there are: {', '.join(scenarios)}", file=sys.stderr)
-        return 2
-    if os.geteuid() != 0:
-        print("run.sh: namespaces and raw sockets need root", file=sys.stderr)
-        return 2
-    return play(options)
+        return EXIT_WRONG_USE
+    needs_users = scenarios[options.scenario].needs_users
+    obstacle = namespaces.obstacle(needs_users)
+    if obstacle:
+        print(f"run.sh: {obstacle}", file=sys.stderr)
+        return EXIT_CANNOT_PLAY
+    return 0 if options.check else play(options, needs_users)

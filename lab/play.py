@@ -93,7 +93,7 @@ def all_that_was_seen(router, wanted):
 
 def keep_up(settings, screen):
     screen.write(f"\nThe router stays up. Enter it with:\n"
-                 f"  nsenter --target {settings['host_pid']} --mount --net --pid\nCtrl-C ends it.")
+                 f"  {settings['how_to_enter']}\nCtrl-C ends it.")
     try:
         signal.pause()
     except KeyboardInterrupt:

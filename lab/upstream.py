@@ -11,8 +11,15 @@ READY_TRIES = 300
 READY_PAUSE_REAL_S = 0.01
 PLAIN_DNSMASQ = ["--keep-in-foreground", "--user=root", "--conf-file=/dev/null", "--pid-file=", "--log-facility=-",
                  "--no-resolv", "--no-hosts"]
+# It gives groups up, which a plain user's namespace does not let it do; so there it keeps what it is.
+KEEP_GROUPS = ["--no-daemon"]
 BEYOND = "beyond"    # a gateway's way to the server behind it
 ANY_NAME = "--address=/#/192.0.2.10"
+
+
+def dnsmasq():
+    may_give_up = Path("/proc/self/setgroups").read_text().strip() == "allow"
+    return ["dnsmasq", *PLAIN_DNSMASQ, *([] if may_give_up else KEEP_GROUPS)]
 
 
 def wait_until_ready(line, process, socket_list, pattern):
@@ -53,7 +60,7 @@ class DhcpServer(Silent):
         wait_until_ready(line, process, "/proc/net/udp", ":0043 ")
 
     def command(self, subnet):
-        command = ["dnsmasq", *PLAIN_DNSMASQ, "--log-dhcp", "--leasefile-ro", "--dhcp-authoritative",
+        command = [*dnsmasq(), "--log-dhcp", "--leasefile-ro", "--dhcp-authoritative",
                    f"--interface={FAR_END}", "--bind-dynamic", f"--dhcp-range={subnet}.100,{subnet}.200,1h"]
         command += [ANY_NAME] if self.dns else ["--port=0", f"--dhcp-option=6,{subnet}.1"]
         return command if self.ping_first else command + ["--no-ping"]
@@ -113,6 +120,6 @@ def check_senders(line):
 
 def serve_names(line, interface, number):
     """Starts a server that knows every name."""
-    process = line.start(["dnsmasq", *PLAIN_DNSMASQ, f"--interface={interface}", "--bind-dynamic", ANY_NAME],
+    process = line.start([*dnsmasq(), f"--interface={interface}", "--bind-dynamic", ANY_NAME],
                          STATE / f"dnsmasq-{number}.log")
     wait_until_ready(line, process, "/proc/net/udp", ":0035 ")

@@ -32,6 +32,7 @@ class Scenario:
     places_address = True    # the network manager gives a static address to the WAN port
     stock_manager = False    # its replies have no "state", as those of a stock network manager
     winner = None         # port that must hold the WAN role at the end
+    needs_users = False   # files of other users than root are part of it
     reports_all = True    # log, events, waits and probes go into the report; not for hours of them
 
     def configure(self, config):

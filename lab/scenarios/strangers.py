@@ -29,6 +29,7 @@ class Strangers(Trouble):
         somebody who lets everybody write everything.
     """
     cables = {"eth0": Silent(), "eth2": DhcpServer()}
+    needs_users = True
 
     def start(self, stage):
         former = os.umask(0)
