@@ -15,6 +15,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/files.h"
+#include "tests/unit/support/own_place.h"
 #include "tests/unit/support/sandbox.h"
 
 namespace {
@@ -188,6 +189,7 @@ TEST_F(result_folder, drafts_of_lives_that_ended_in_the_middle_do_not_pile_up)
 // holds: result-drafts
 TEST_F(result_folder, what_only_looks_like_a_draft_stays)
 {
+    NEEDS_OTHER_USERS();
     const std::string draft = draft_left_behind();
     ASSERT_GT(draft.size(), RANDOM_LETTERS);
     const std::string strangers = draft.substr(0, draft.size() - RANDOM_LETTERS) + "NOBODY";

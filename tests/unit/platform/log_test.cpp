@@ -22,6 +22,7 @@
 #include "platform/clock.h"
 #include "platform/guards.h"
 #include "platform/log.h"
+#include "tests/unit/support/own_place.h"
 #include "tests/unit/support/sandbox.h"
 
 namespace {
@@ -369,6 +370,7 @@ TEST_F(log_destination_in_foreign_hands, another_name_of_a_file_is_not_written_t
 // holds: log-file-plain
 TEST_F(log_destination_in_foreign_hands, the_file_of_another_user_gets_no_line)
 {
+    NEEDS_OTHER_USERS();
     write_file(LOG_FILE, "");
     ASSERT_EQ(chown(LOG_FILE.c_str(), NOBODY, NOBODY), 0);
     expect_the_console();
@@ -403,6 +405,7 @@ TEST_F(log_destination_in_foreign_hands, a_folder_does_not_silence_the_log)
 // holds: log-file-plain
 TEST_F(log_destination_in_foreign_hands, a_device_is_not_written_to)
 {
+    NEEDS_OTHER_USERS();
     ASSERT_EQ(mknod(LOG_FILE.c_str(), S_IFCHR | 0666, makedev(1, 3)), 0);
     expect_the_console();
 }

@@ -16,6 +16,7 @@
 #include "platform/text.h"
 #include "platform/uci_access.h"
 #include "platform/uci_edit.h"
+#include "tests/unit/support/own_place.h"
 #include "tests/unit/support/sandbox.h"
 
 extern "C" {
@@ -378,6 +379,7 @@ TEST(disk_room, a_disk_without_a_size_has_room)
 // holds: commit-without-room
 TEST(disk_room, what_is_kept_free_for_root_is_room_for_root_alone)
 {
+    NEEDS_OTHER_USERS();
     fs::create_directories("/run/small");
     const t_small_disk disk("/run/small");
     EXPECT_EQ(chmod("/run/small", 0777), 0);

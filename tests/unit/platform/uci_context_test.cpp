@@ -11,6 +11,7 @@
 #include "platform/log.h"
 #include "platform/uci_access.h"
 #include "platform/uci_edit.h"
+#include "tests/unit/support/own_place.h"
 #include "tests/unit/support/sandbox.h"
 
 extern "C" {
@@ -162,8 +163,9 @@ TEST_P(uci_without_context, a_package_that_is_to_be_walked_is_null)
 // Between the look at the save folder and its use there is time for others.
 class uci_late_save_folder : public testing::Test {
 protected:
-    uci_late_save_folder()
+    void SetUp() override
     {
+        NEEDS_OTHER_USERS();
         write_config("network", "config interface 'wan'\n\toption proto 'dhcp'\n");
         std::filesystem::remove_all("/tmp/.uci");
         write_file("/tmp/prepared/network", "network.wan.proto='evil'\n");
@@ -172,7 +174,7 @@ protected:
         EXPECT_EQ(chmod("/tmp", 01777), 0);
         is_prepared = true;
     }
-    ~uci_late_save_folder() override
+    void TearDown() override
     {
         is_prepared = false;
         for (const char *path : {"/tmp/.uci", "/tmp/prepared"})

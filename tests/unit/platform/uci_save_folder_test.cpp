@@ -11,6 +11,7 @@
 #include "platform/text.h"
 #include "platform/uci_access.h"
 #include "platform/uci_edit.h"
+#include "tests/unit/support/own_place.h"
 #include "tests/unit/support/sandbox.h"
 
 namespace {
@@ -25,6 +26,7 @@ const std::string TOLD = "/tmp/.uci may be written by others, what is saved ther
 // Ways in which a stranger may have changes wait.
 struct t_way {
     const char *name;
+    bool is_strangers;
     void (*prepare)();
 };
 
@@ -34,20 +36,20 @@ void PrintTo(const t_way &way, std::ostream *out)
 }
 
 const t_way WAYS[] = {
-    {"a_folder_of_a_stranger", [] { EXPECT_EQ(chown(FOLDER, STRANGER, STRANGER), 0); }},
-    {"a_folder_that_another_group_may_write",
+    {"a_folder_of_a_stranger", true, [] { EXPECT_EQ(chown(FOLDER, STRANGER, STRANGER), 0); }},
+    {"a_folder_that_another_group_may_write", true,
      [] {
          EXPECT_EQ(chmod(FOLDER, 0775), 0);
          EXPECT_EQ(chown(FOLDER, 0, STRANGER), 0);
      }},
-    {"a_folder_that_all_may_write", [] { EXPECT_EQ(chmod(FOLDER, 01777), 0); }},
-    {"a_file_of_a_stranger", [] { EXPECT_EQ(chown(WAITING, STRANGER, STRANGER), 0); }},
-    {"a_link_to_a_folder",
+    {"a_folder_that_all_may_write", false, [] { EXPECT_EQ(chmod(FOLDER, 01777), 0); }},
+    {"a_file_of_a_stranger", true, [] { EXPECT_EQ(chown(WAITING, STRANGER, STRANGER), 0); }},
+    {"a_link_to_a_folder", false,
      [] {
          fs::rename(FOLDER, "/tmp/elsewhere");
          fs::create_directory_symlink("/tmp/elsewhere", FOLDER);
      }},
-    {"a_link_of_a_stranger_in_place_of_the_file",
+    {"a_link_of_a_stranger_in_place_of_the_file", true,
      [] {
          fs::rename(WAITING, "/tmp/waiting");
          fs::create_symlink("/tmp/waiting", WAITING);
@@ -92,7 +94,12 @@ protected:
 
 class strange_save_folder : public uci_save_folder, public testing::WithParamInterface<t_way> {
 protected:
-    strange_save_folder() { GetParam().prepare(); }
+    void SetUp() override
+    {
+        if (GetParam().is_strangers)
+            NEEDS_OTHER_USERS();
+        GetParam().prepare();
+    }
 };
 
 INSTANTIATE_TEST_SUITE_P(with, strange_save_folder, testing::ValuesIn(WAYS),
@@ -162,6 +169,7 @@ TEST_P(strange_save_folder, leaves_nothing_of_ours_behind)
 // holds: foreign-save-folder
 TEST_F(uci_save_folder, that_becomes_ours_again_counts_again)
 {
+    NEEDS_OTHER_USERS();
     ASSERT_EQ(chown(FOLDER, STRANGER, STRANGER), 0);
     EXPECT_EQ(value("network.wan.proto"), "dhcp");
     ASSERT_EQ(chown(FOLDER, 0, 0), 0);

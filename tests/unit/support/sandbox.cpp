@@ -16,42 +16,22 @@
 #include <gtest/gtest.h>
 
 #include "platform/log.h"
+#include "tests/unit/support/own_place.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-
-void require(bool done, const std::string &what)
-{
-    if (done)
-        return;
-    fprintf(stderr, "sandbox: %s: %s (the unit tests need root)\n", what.c_str(), strerror(errno));
-    _exit(1);
-}
 
 void mount_tmpfs(const std::string &path)
 {
     require(mount("tmpfs", path.c_str(), "tmpfs", 0, "mode=755") == 0, "tmpfs on " + path);
 }
 
-// Lays a writable layer over a folder of the host; what is written there goes to the scratch tmpfs.
-void mount_overlay(const std::string &path, const std::string &scratch)
-{
-    std::string name = path;
-    for (char &c : name)
-        c = c == '/' ? '_' : c;
-    std::string upper = scratch + "/" + name + "/upper", work = scratch + "/" + name + "/work";
-    fs::create_directories(upper);
-    fs::create_directories(work);
-    std::string options = "lowerdir=" + path + ",upperdir=" + upper + ",workdir=" + work;
-    require(mount("overlay", path.c_str(), "overlay", 0, options.c_str()) == 0, "overlay on " + path);
-}
-
 // What is said on the console goes to a file of our own, even where the host has no console to lay it over.
 void mount_console(const std::string &scratch)
 {
     if (!fs::exists("/dev/console")) {
-        mount_overlay("/dev", scratch);
+        lay_over("/dev", scratch);
         write_file("/dev/console", "");
         return;
     }
@@ -64,20 +44,18 @@ void mount_console(const std::string &scratch)
 
 void enter_sandbox()
 {
-    require(unshare(CLONE_NEWNS | CLONE_NEWNET) == 0, "unshare");
-    require(mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0, "private mounts");
+    enter_namespaces(CLONE_NEWNET);
     mount_tmpfs("/run");
     const std::string scratch = "/run/scratch";
-    for (const char *path : {"/etc", "/usr/sbin", "/tmp", "/var"})
-        mount_overlay(path, scratch);
+    // Without what the host has of the daemon, which a test would take for its own.
+    lay_over("/etc", scratch, {"config", "wan_detect"});
+    lay_over("/tmp", scratch, {"wan_detect_result", "protocol_detect_result", "wan_detect.log", ".uci"});
+    lay_over("/usr/sbin", scratch);
+    lay_over("/var", scratch);
     mount_console(scratch);
     require(mount("sysfs", "/sys", "sysfs", 0, nullptr) == 0, "sysfs");
-    fs::remove_all("/etc/config");
     fs::create_directories("/etc/config");
     fs::create_directories("/etc/wan_detect");
-    for (const char *left_over : {"/tmp/wan_detect_result", "/tmp/protocol_detect_result", "/tmp/wan_detect.log"})
-        fs::remove(left_over);
-    fs::remove_all("/tmp/.uci"); // changes of the host's configuration that wait
 }
 
 void write_file(const std::string &path, const std::string &text)

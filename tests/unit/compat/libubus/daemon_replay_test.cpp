@@ -2,6 +2,7 @@
 // The daemon's side of the recorded conversations: the frames of all recorded clients go to ubusd, and its answers must
 // be those recorded, apart from the ids it makes up.
 #include "bus_fixture.h"
+#include "tests/unit/support/own_place.h"
 
 #include <poll.h>
 
@@ -215,6 +216,8 @@ protected:
 
 TEST_P(daemon_replay, every_answer_is_the_recorded_one)
 {
+    if (!GetParam().of_nobody.empty())
+        NEEDS_OTHER_USERS();
     for (t_conversation &script : load_conversations(GetParam().scenario)) {
         uid_t user = user_of(script);
         players_.push_back({.script = std::move(script), .connection = t_connection(socket_, user), .next = 0});

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The daemon itself: its socket, its start and end, the bounds on frames, and clients that misbehave.
 #include "frames.h"
+#include "tests/unit/support/own_place.h"
 #include "tests/unit/support/this_build.h"
 
 #include <csignal>
@@ -93,8 +94,8 @@ TEST_F(daemon_options, a_signal_that_comes_before_it_serves_ends_it_cleanly)
 // Runs ubusd with a /run of its own, for its default path is there; the exit code when it cannot.
 int run_with_private_run_folder(const std::vector<const char *> &arguments)
 {
-    if (unshare(CLONE_NEWNS) != 0 || mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-        mount("tmpfs", "/run", "tmpfs", 0, nullptr) != 0)
+    enter_namespaces();
+    if (mount("tmpfs", "/run", "tmpfs", 0, nullptr) != 0)
         return 1;
     std::vector<char *> argv = {const_cast<char *>("ubusd")};
     for (const char *argument : arguments)
@@ -193,6 +194,7 @@ TEST_F(daemon, ids_differ_and_stay_clear_of_its_own)
 
 TEST_F(daemon, a_user_without_a_name_is_not_greeted)
 {
+    NEEDS_OTHER_USERS();
     t_connection connection(socket_, UNKNOWN_USER);
     EXPECT_TRUE(connection.is_closed_by_peer());
     expect_alive();
@@ -338,6 +340,7 @@ TEST_F(daemon, a_caller_that_died_is_nobodys_concern)
 
 TEST_F(daemon, others_than_root_may_not_call_publish_or_listen)
 {
+    NEEDS_OTHER_USERS();
     t_connection owner = connect(), nobody = connect(NOBODY);
     uint32_t object = add_object(owner, "o");
     nobody.send(call_of(object, 1));

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The library against the real daemon: connecting, calls, events.
 #include "library_fixture.h"
+#include "tests/unit/support/own_place.h"
 
 #include <cstring>
 #include <fcntl.h>
@@ -255,6 +256,7 @@ TEST_F(library, an_object_is_added_once)
 
 TEST_F(library, a_hidden_object_is_found_without_an_id)
 {
+    NEEDS_OTHER_USERS();
     t_service service(socket_, publish_demo);
     ASSERT_EQ(setegid(NOBODY), 0);
     ASSERT_EQ(seteuid(NOBODY), 0);

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Contexts: loading, directories, errors, and independence of each other.
 #include "place.h"
+#include "tests/unit/support/own_place.h"
 
 #include <atomic>
 #include <filesystem>
@@ -82,6 +83,7 @@ TEST_F(contexts, load_regular_files_only)
 
 TEST_F(contexts, cannot_load_what_they_may_not_read)
 {
+    NEEDS_OTHER_USERS();
     ASSERT_EQ(chmod(root().c_str(), 0711), 0);
     ASSERT_EQ(chmod(conf("net").c_str(), 0600), 0);
     constexpr uid_t nobody = 65534;

@@ -2,6 +2,7 @@
 #include "place.h"
 
 #include "compat/libuci/error_text.h"
+#include "tests/unit/support/own_place.h"
 #include "tests/unit/support/this_build.h"
 
 #include <cstdlib>
@@ -16,30 +17,12 @@
 
 namespace fs = std::filesystem;
 
-namespace {
-
-void require(bool done, const char *what)
-{
-    if (done)
-        return;
-    fprintf(stderr, "%s: %s (these tests need root)\n", what, strerror(errno));
-    _exit(1);
-}
-
-} // namespace
-
 // The default save and override directories belong to this program alone, and are empty.
 void make_private_mounts()
 {
-    require(unshare(CLONE_NEWNS) == 0, "unshare");
-    require(mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0, "private mounts");
+    enter_namespaces();
     require(mount("tmpfs", "/run", "tmpfs", 0, "mode=755") == 0, "tmpfs on /run");
-    fs::create_directories("/run/layer/upper");
-    fs::create_directories("/run/layer/work");
-    require(mount("overlay", "/tmp", "overlay", 0, "lowerdir=/tmp,upperdir=/run/layer/upper,workdir=/run/layer/work") ==
-                0,
-            "overlay on /tmp");
-    fs::remove_all(UCI_SAVEDIR);
+    lay_over("/tmp", "/run/layer", {fs::path(UCI_SAVEDIR).filename()});
     fs::remove_all(UCI_CONF2DIR);
 }
 
