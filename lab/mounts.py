@@ -1,6 +1,5 @@
 # SPDX-License-Identifier: MIT
 """The private file system of a lab: the router's absolute paths are the real ones, the host's files stay untouched."""
-import ctypes
 import os
 import shutil
 import stat
@@ -8,12 +7,12 @@ import subprocess
 from contextlib import suppress
 from pathlib import Path
 
-from lab.namespaces import libc, mount_points
+from lab.namespaces import ALL_USERS, bind, mount_points, users_here
 
 ROOT = Path(__file__).resolve().parent.parent
 STATE = Path("/run/lab")
 OVERLAID = ("/etc", "/usr", "/tmp")
-# In a user namespace the host's folders belong to nobody there: only what is laid over each of these can be written.
+# In a plain user's namespace the host's folders belong to nobody: only what is laid over each of these can be written.
 LAID_OVER_FOR_USER = ("/etc", "/usr/sbin", "/tmp")
 # Left over on the host, these would be taken for this router's own.
 HOST_LEFTOVERS = ("/etc/config", "/etc/wan_detect", "/tmp/.uci", "/tmp/wan_detect.log", "/tmp/wan_detect_result",
@@ -26,7 +25,6 @@ COMMANDS = {
     "wanlan_port_reload": "/sbin/wanlan_port_reload",
     "online-test": "/usr/sbin/online-test",
 }
-MS_BIND_ALL = 0x5000
 
 
 def mount(*arguments):
@@ -75,12 +73,6 @@ def bind_entry(entry, place):
     bind(entry.path, place)
 
 
-def bind(source, target):
-    """As `mount --rbind`, without a process for each of many."""
-    if libc.mount(os.fsencode(source), os.fsencode(target), None, MS_BIND_ALL, None) != 0:
-        raise OSError(ctypes.get_errno(), "cannot be bound", str(source))
-
-
 def install(source, target):
     target = Path(target)
     target.parent.mkdir(parents=True, exist_ok=True)
@@ -109,7 +101,7 @@ def make_devices():
 
 def make_private():
     """Mounts this lab's own /run, /sys, /dev/shm, and overlays."""
-    is_hosts_root = Path("/usr").stat().st_uid == os.geteuid()
+    is_hosts_root = users_here() == ALL_USERS
     mount("-t", "tmpfs", "tmpfs", "/run")
     STATE.mkdir()
     make_devices()

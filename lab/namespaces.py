@@ -13,8 +13,9 @@ LAB = ["setpriv", "--pdeathsig", "KILL", "unshare", "--mount", "--net", "--pid",
 OWN_USERS = ["unshare", "--user", "--map-root-user"]    # in it a plain user has root's rights over what is made there
 MORE_USERS = ["--map-auto"]    # with the numbers that /etc/subuid lends to this user
 RIGHTS = {"CAP_NET_ADMIN": 12, "CAP_NET_RAW": 13, "CAP_SYS_ADMIN": 21}
+ALL_USERS = 0xFFFFFFFF
 CLONE_NEWNS = 0x00020000
-MS_REC, MS_PRIVATE = 0x4000, 0x40000
+MS_BIND, MS_REC, MS_PRIVATE = 0x1000, 0x4000, 0x40000
 # What forbids user namespaces: each with the value that does, and one that does not.
 SWITCHES = {"kernel.unprivileged_userns_clone": ("0", "1"), "kernel.apparmor_restrict_unprivileged_userns": ("1", "0"),
             "user.max_user_namespaces": ("0", "10000")}
@@ -33,12 +34,12 @@ def has_rights():
     return os.geteuid() == 0 and all(int(effective, 16) >> number & 1 for number in RIGHTS.values())
 
 
-def has_users():
-    """Whether there are others than root in this user namespace."""
+def users_here():
+    """How many users this user namespace knows; all where nobody tells."""
     try:
-        return sum(int(line.split()[2]) for line in Path("/proc/self/uid_map").read_text().splitlines()) > 1
+        return sum(int(line.split()[2]) for line in Path("/proc/self/uid_map").read_text().splitlines())
     except OSError:
-        return True
+        return ALL_USERS
 
 
 def mount_points():
@@ -71,14 +72,27 @@ def environment():
 
 
 def settle_in_chroot():
-    """Makes the mounts of a new namespace private where / is no mount point: only from the namespace's own root, to which
-    entering it once more leads, does that work."""
+    """Makes / a mount point and all mounts private, which only the namespace's own root can do; entering the namespace once
+    more leads to that."""
     here = os.open("/", os.O_PATH | os.O_DIRECTORY)
-    if libc.setns(os.pidfd_open(os.getpid()), CLONE_NEWNS) or libc.mount(None, b"/", None, MS_REC | MS_PRIVATE, None):
-        raise OSError(ctypes.get_errno(), "private mounts")
+    check(libc.setns(os.pidfd_open(os.getpid()), CLONE_NEWNS), "the namespace's own root")
+    check(libc.mount(None, b"/", None, MS_REC | MS_PRIVATE, None), "private mounts")
     os.fchdir(here)
-    os.chroot(".")
+    path = os.getcwd()
+    bind(path, path)
+    os.chroot(path)
+    os.chdir("/")
     os.close(here)
+
+
+def bind(source, target):
+    """As `mount --rbind`, without a process for it."""
+    check(libc.mount(os.fsencode(source), os.fsencode(target), None, MS_BIND | MS_REC, None), f"to bind {source}")
+
+
+def check(result, what):
+    if result != 0:
+        raise OSError(ctypes.get_errno(), os.strerror(ctypes.get_errno()), what)
 
 
 # --- what stands in the way -------------------------------------------------------------------------------------------
@@ -87,7 +101,7 @@ def obstacle(needs_users=False):
     """Why there can be no lab here, in one line; None when there can. Only a trial tells, so the ground of one is laid;
     root does without."""
     if has_rights() and not in_chroot():
-        return NO_USERS if needs_users and not has_users() else None
+        return NO_USERS if needs_users and users_here() < 2 else None
     trial = subprocess.run([*command(needs_users), PYTHON, "-m", "lab.inside", "--try"], env=environment(), cwd="/",
                            stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True, check=False)
     return None if trial.returncode == 0 else reason_for(trial.stderr, needs_users)
