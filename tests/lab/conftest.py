@@ -165,5 +165,11 @@ def pytest_runtest_makereport(item, call):
         result.sections.append(("daemon's log, last lines", "\n".join(lines)))
 
 
+def pytest_terminal_summary(terminalreporter):
+    """./test.sh counts by these names what could not be tested here."""
+    for report in terminalreporter.stats.get("skipped", []):
+        terminalreporter.write_line(f"skipped: {report.nodeid}")
+
+
 def pytest_configure(config):
     config.addinivalue_line("markers", "scenario(name, *options, long=False, may_fail=False): the scenario that the test looks at")

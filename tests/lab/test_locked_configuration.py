@@ -8,7 +8,10 @@ from pathlib import Path
 import pytest
 
 from lab.front import find_programs
+from marks import real_root
 from test_swap_commit import ROUTER, SHELLS, STAGED, SWITCH, program
+
+pytestmark = real_root
 
 COMMANDS = ["online-test", "wanlan_port_reload", "network_lanwan_swap set port2"]
 SOME_SECONDS = 20                 # on a busy machine; the lock lasts a minute

@@ -10,6 +10,10 @@ from pathlib import Path
 
 import pytest
 
+from marks import real_root
+
+pytestmark = real_root
+
 ROUTER = Path(__file__).resolve().parent.parent.parent / "router"
 READER_LIMIT = 512
 SHELLS = [["sh"]] + ([["busybox", "ash"]] if shutil.which("busybox") else [])

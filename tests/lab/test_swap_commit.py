@@ -8,6 +8,9 @@ from pathlib import Path
 import pytest
 
 from lab.front import find_programs
+from marks import real_root
+
+pytestmark = real_root
 
 ROUTER = Path(__file__).resolve().parent.parent.parent / "router"
 SHELLS = [["sh"]] + ([["busybox", "ash"]] if shutil.which("busybox") else [])
