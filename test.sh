@@ -240,7 +240,7 @@ failed=$(wc -l <"$failures")
 say "Result in $SECONDS s"
 [ "$failed" -eq 0 ] || printf 'failed: %s\n' "$(paste -sd, "$failures")"
 mapfile -t skipped < <(cat "$logs"/ctest-*.log "$logs"/lab-*.log 2>/dev/null |
-    sed -n 's/^skipped: //p; s/^[[:space:]]*[0-9]* - \(.*\) (Skipped)$/\1/p')
+    sed -n 's/^skipped: //p; s/^[0-9]*: \[  SKIPPED \] \(.*\) ([0-9]* ms)$/\1/p')
 [ ${#skipped[@]} -eq 0 ] || printf 'skipped: %s\n' "${skipped[@]}"
 printf '%d passed, %d failed%s\n' $((unit_passed + ${lab_passed:-0})) "$failed" \
     "$([ ${#skipped[@]} -eq 0 ] || printf ', %d skipped' ${#skipped[@]})"
