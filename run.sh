@@ -35,7 +35,8 @@ build_programs() {
         echo "Building, once ..." >&2
     fi
     # Bundled, for the virtual router runs the bus daemon and the tools that come with those.
-    cmake -S "$root" --preset release -B "$build" -DWAN_DETECT_TESTS=OFF -DWAN_DETECT_LIBS=bundled >"$log" 2>&1 ||
+    cmake -S "$root" --preset release -B "$build" -DWAN_DETECT_TESTS=OFF -DWAN_DETECT_LIBS=bundled \
+        --compile-no-warning-as-error >"$log" 2>&1 ||
         fail "cannot configure the build"
     cmake --build "$build" >"$log" 2>&1 || fail "the build failed"
 }

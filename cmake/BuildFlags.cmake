@@ -7,9 +7,6 @@ set(CMAKE_CXX_EXTENSIONS ON)
 include(CheckPIESupported)
 check_pie_supported(LANGUAGES C CXX)
 
-# A compiler that we do not know may warn of more: cmake --compile-no-warning-as-error lets it.
-set(CMAKE_COMPILE_WARNING_AS_ERROR ON CACHE BOOL "Warnings are errors")
-
 # How everything is compiled and linked that runs on a router.
 add_library(router_compile_flags INTERFACE)
 target_compile_options(router_compile_flags INTERFACE
