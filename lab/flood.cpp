@@ -38,7 +38,8 @@ int64_t now_ns()
 
 void pause_ns(int64_t nanoseconds)
 {
-    const timespec time = {.tv_sec = nanoseconds / NS_PER_S, .tv_nsec = nanoseconds % NS_PER_S};
+    const timespec time = {.tv_sec = static_cast<time_t>(nanoseconds / NS_PER_S),
+                           .tv_nsec = static_cast<long>(nanoseconds % NS_PER_S)};
     nanosleep(&time, nullptr);
 }
 

@@ -1,0 +1,230 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
+# The daemon on processors and on a C library that are not this machine's. Debian's cross compilers make it for MIPS (32 bit, big
+# endian), ARM (32 and 64 bit) and s390x (64 bit, big endian), and qemu's user mode emulation runs it; musl is built for this
+# machine's processor. Cases that cannot hold under the emulation stand in tests/architectures/exceptions.txt; anything else that
+# fails, fails this. Needs Debian and root; installs what is missing. Everything it writes is in build/architectures.
+#
+#   tests/architectures.sh          all of the following but the first
+#   tests/architectures.sh stage    builds for all processors; the unit tests of frames, model, configuration and engine on MIPS
+#   tests/architectures.sh unit     all unit tests on each processor
+#   tests/architectures.sh cycle    the virtual router on MIPS: daemon, bus and configuration tools, in real time
+#   tests/architectures.sh musl     the same on musl
+#   tests/architectures.sh sizes    the stripped program for each
+set -euo pipefail
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+cd "$root"
+base=$root/build/architectures
+processors=(mips arm aarch64 s390x)
+tested=mips # 32 bits, big endian: as different from this machine as can be
+jobs=$(nproc)
+what=${1:-all}
+packages=(g++-mips-linux-gnu g++-arm-linux-gnueabihf g++-aarch64-linux-gnu g++-s390x-linux-gnu qemu-user clang-14 cmake ninja-build
+    uthash-dev googletest musl-tools xz-utils)
+lab_packages=(python3 iproute2 dnsmasq-base pppoe udhcpc iputils-arping iputils-ping)
+
+# What takes numbers apart, or puts them together, byte by byte or by their size. These run without the programs of the bus.
+stage_tests=(wire_formats_test dhcp_frames_test pppoe_frames_test arp_frames_test dns_frames_test frame_filter_test discovery_test
+    arp_table_test compat_blobmsg_test
+    model_tables_test model_lists_test model_banned_test model_config_text_test model_port_config_test model_protocol_config_test
+    model_fake_wan_test model_current_wan_test model_reserved_ports_test
+    combo_switch_test confirm_stages_test cycle_end_test cycle_order_test cycle_start_test link_change_test link_scan_test
+    look_again_test proto_stage_test switched_off_test wan_role_test)
+
+fail() {
+    echo "architectures.sh: $*" >&2
+    exit 1
+}
+
+quietly() { # quietly LOG COMMAND...: shows the end of its output when it fails
+    local log=$base/logs/$1.log
+    shift
+    "$@" >"$log" 2>&1 || { tail -n 60 "$log" >&2; fail "failed: $*"; }
+}
+
+# Debian has json-c for some of these processors only, so all get it from Debian's sources, whose lists are this script's own.
+fetch_json_c() {
+    local file lists=$base/apt options
+    rm -rf "$lists" "$base/json-c"
+    mkdir -p "$lists/parts" "$lists/lists/partial" "$lists/cache/archives/partial" "$base/json-c"
+    for file in /etc/apt/sources.list /etc/apt/sources.list.d/*; do
+        case $file in
+        *.sources) sed 's/^Types:.*/Types: deb-src/' "$file" >"$lists/parts/${file##*/}" ;;
+        *.list) sed -n 's/^deb /deb-src /p' "$file" >"$lists/parts/${file##*/}" ;;
+        esac
+    done
+    options=(-q -o Dir::Etc::SourceList=/dev/null -o "Dir::Etc::SourceParts=$lists/parts" -o "Dir::State::Lists=$lists/lists"
+        -o "Dir::Cache=$lists/cache" -o APT::Sandbox::User=root)
+    apt-get "${options[@]}" update || true # some places have no sources
+    (cd "$lists" && apt-get "${options[@]}" source --download-only json-c) &&
+        tar -xf "$lists"/json-c_*.orig.tar.* -C "$base/json-c" --strip-components=1
+}
+
+# add_libraries NAME: what the daemon takes from the system, below build/architectures/NAME/prefix. What glibc has and has not is
+# asked once for all processors.
+add_libraries() {
+    local build=$base/$1/json-c prefix=$base/$1/prefix known=$base/glibc.cmake options
+    [ ! -e "$prefix/complete" ] || return 0
+    options=(-DCMAKE_TOOLCHAIN_FILE="$root/cmake/toolchains/$1.cmake" -DCMAKE_BUILD_TYPE=MinSizeRel
+        -DCMAKE_INSTALL_PREFIX="$prefix" -DBUILD_STATIC_LIBS=OFF -DBUILD_TESTING=OFF -DBUILD_APPS=OFF)
+    [ "$1" = musl ] || [ ! -e "$known" ] || options+=(-C "$known")
+    cmake -S "$base/json-c" -B "$build" -G Ninja "${options[@]}" && cmake --build "$build" -j "$jobs" &&
+        cmake --install "$build" && cp /usr/include/uthash.h "$prefix/include" || return 1
+    [ "$1" = musl ] || sed -n 's/^\(HAVE_[A-Z0-9_]*\):INTERNAL=\(.*\)/set(\1 "\2" CACHE INTERNAL "")/p' "$build/CMakeCache.txt" >"$known"
+    : >"$prefix/complete"
+}
+
+configure() { # configure NAME FOLDER OPTIONS...: the daemon on the stand-ins, warnings being errors
+    cmake --preset release -B "$base/$2" -DCMAKE_TOOLCHAIN_FILE="$root/cmake/toolchains/$1.cmake" \
+        -DCMAKE_FIND_ROOT_PATH="$base/$1/prefix" -DWAN_DETECT_LIBS=bundled "${@:3}"
+}
+
+target_of() {
+    sed -n 's/^set(CMAKE_CXX_COMPILER_TARGET \(.*\))$/\1/p' "cmake/toolchains/$1.cmake"
+}
+
+# emulate NAME FOLDER: makes the programs of a build start as this machine's own do, each by a script in its place. The kernel
+# takes a process's name from the file it starts, so that is the emulator under the program's name.
+emulate() {
+    local program bin=$base/$2/bin qemu=$base/$2/qemu
+    mkdir -p "$qemu"
+    for program in wan_detect ubusd ubus uci lab_network_interface; do
+        ln -sf "$(command -v "qemu-$1")" "$qemu/$program"
+        if [ "$(head -c 4 "$bin/$program")" = $'\177ELF' ]; then
+            mv "$bin/$program" "$qemu/$program.$1"
+            printf '#!/bin/sh\nexec "%s" -0 "$0" -L "/usr/%s" "%s" "$@"\n' \
+                "$qemu/$program" "$(target_of "$1")" "$qemu/$program.$1" >"$bin/$program"
+            chmod +x "$bin/$program"
+        fi
+    done
+}
+
+exceptions() { # exceptions NAME: case, tab, reason
+    sed -nE "s/^(all|$1) //p" tests/architectures/exceptions.txt
+}
+
+# stage_on NAME: the product is compiled for a short wait, too.
+stage_on() {
+    local test filter wanted=(wan_detect)
+    [ "$1" != "$tested" ] || wanted+=("${stage_tests[@]}")
+    add_libraries "$1" && configure "$1" "$1/stage" -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS_DEBUG=-O0 -DWAN_DETECT_TESTS=ON \
+        -DWAN_DETECT_SHARED_HEADERS=ON -DWAN_DETECT_TEST_COMPILER=clang++-14 &&
+        cmake --build "$base/$1/stage" -j "$jobs" --target "${wanted[@]}" || return 1
+    [ "$1" = "$tested" ] || return 0
+    filter="level/*:$(exceptions "$1" | cut -f 1 | paste -sd:)" # each of those filters some ten thousand frames
+    for test in "${stage_tests[@]}"; do
+        GTEST_FILTER=-$filter timeout 300 "qemu-$1" -L "/usr/$(target_of "$1")" "$base/$1/stage/bin/$test" --gtest_brief=1 || return 1
+    done
+}
+
+unit_on() { # unit_on NAME: each case a process of its own
+    local folder=$base/$1/release
+    quietly "libraries-$1" add_libraries "$1"
+    quietly "build-$1" build_release "$1"
+    exceptions "$1" >"$base/$1/exceptions.txt"
+    ctest --test-dir "$folder" -j $((2 * jobs)) --timeout 300 -Q -O "$base/logs/unit-$1.log" --output-on-failure \
+        --output-junit "$folder/unit.xml" || true # the report tells
+    echo "$1:"
+    tests/real_libraries_report.py --unit "$folder/unit.xml" --exceptions "$base/$1/exceptions.txt"
+}
+
+build_release() { # build_release NAME: all that runs on a machine of that kind, with the tests
+    configure "$1" "$1/release" -DWAN_DETECT_TESTS=ON -DWAN_DETECT_LAB=ON -DWAN_DETECT_SHARED_HEADERS=ON \
+        -DWAN_DETECT_TEST_COMPILER=clang++-14 &&
+        cmake --build "$base/$1/release" -j "$jobs" && emulate "$1" "$1/release"
+}
+
+run_stage() {
+    local name lanes=() failed=0
+    quietly "libraries-${processors[0]}" add_libraries "${processors[0]}"
+    for name in "${processors[@]}"; do
+        stage_on "$name" >"$base/logs/stage-$name.log" 2>&1 &
+        lanes+=($!)
+    done
+    for name in "${!lanes[@]}"; do
+        wait "${lanes[name]}" || { failed=1; tail -n 40 "$base/logs/stage-${processors[name]}.log"; echo "failed: ${processors[name]}"; }
+    done
+    return $failed
+}
+
+run_cycle() { # run_cycle NAME: all programs of the virtual router are of that kind
+    ./run.sh dhcp --speed 1 --build "$base/$1/release"
+}
+
+build_on_musl() {
+    local include=$base/musl/prefix/include machine
+    machine=$(uname -m)-linux
+    add_libraries musl && ln -sfn /usr/include/linux "$include/linux" && ln -sfn /usr/include/asm-generic "$include/asm-generic" &&
+        ln -sfn "/usr/include/$machine-gnu/asm" "$include/asm" &&
+        configure musl musl/release -DWAN_DETECT_LAB=ON -DWAN_DETECT_SHARED_HEADERS=ON && cmake --build "$base/musl/release" -j "$jobs"
+}
+
+run_musl() {
+    quietly build-musl build_on_musl
+    readelf -l "$base/musl/release/bin/wan_detect" | grep -q 'interpreter: .*ld-musl' || fail "the daemon is not on musl"
+    run_cycle musl
+}
+
+# What goes into a firmware, with the stand-ins inside.
+size_of() { # size_of NAME [TOOLCHAIN-OPTION]
+    local build=$base/size-$1 program=$base/size-$1/bin/wan_detect
+    quietly "size-$1" cmake --preset router -B "$build" -DWAN_DETECT_LIBS=bundled "${@:2}"
+    quietly "size-$1" cmake --build "$build" -j "$jobs" --target wan_detect
+    "${STRIP:-strip}" -o "$program.stripped" "$program"
+    size "$program.stripped" | awk -v name="$1" -v bytes="$(stat -c %s "$program.stripped")" \
+        -v packed="$(xz -9 -c "$program.stripped" | wc -c)" \
+        'NR == 2 { printf "| %s | %d | %d | %d / %d / %d |\n", name, bytes, packed, $1, $2, $3 }'
+}
+
+run_sizes() {
+    local name
+    printf '| processor | stripped | packed with xz | text / data / bss |\n|---|---|---|---|\n'
+    for name in "${processors[@]}" musl; do
+        quietly "libraries-$name" add_libraries "$name"
+        STRIP=$([ "$name" = musl ] && echo strip || echo "$(target_of "$name")-strip") size_of "$name" \
+            -DCMAKE_TOOLCHAIN_FILE="$root/cmake/toolchains/$name.cmake" -DCMAKE_FIND_ROOT_PATH="$base/$name/prefix"
+    done
+    size_of "$(uname -m)"
+}
+
+run_unit() {
+    local name failed=0
+    for name in "${processors[@]}"; do
+        unit_on "$name" || failed=1
+    done
+    return $failed
+}
+
+run_all() {
+    local failed=0
+    run_unit || failed=1
+    run_cycle "$tested" || failed=1
+    run_musl || failed=1
+    run_sizes
+    return $failed
+}
+
+prepare() {
+    . .ci/packages.sh
+    case $what in
+    all | cycle | musl) packages+=("${lab_packages[@]}") ;;
+    esac
+    quietly packages install_packages "${packages[@]}"
+    [ -e "$base/json-c/CMakeLists.txt" ] || quietly json-c fetch_json_c
+}
+
+case $what in
+all | stage | unit | cycle | musl | sizes) ;;
+*) echo "architectures.sh: not '$what'; stage, unit, cycle, musl or sizes" >&2; exit 2 ;;
+esac
+[ "$(id -u)" -eq 0 ] || fail "needs root (network namespaces, raw sockets)"
+mkdir -p "$base/logs"
+prepare
+case $what in
+cycle)
+    quietly "libraries-$tested" add_libraries "$tested"
+    quietly "build-$tested" build_release "$tested"
+    run_cycle "$tested"
+    ;;
+*) "run_$what" ;;
+esac
