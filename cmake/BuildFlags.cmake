@@ -7,6 +7,11 @@ set(CMAKE_CXX_EXTENSIONS ON)
 include(CheckPIESupported)
 check_pie_supported(LANGUAGES C CXX)
 
+# Where a folder lies over another one, files may have numbers that a 32-bit C library does not open files for unless it is told.
+if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+  add_compile_definitions(_FILE_OFFSET_BITS=64)
+endif()
+
 # How everything is compiled and linked that runs on a router.
 add_library(router_compile_flags INTERFACE)
 target_compile_options(router_compile_flags INTERFACE
