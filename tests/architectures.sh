@@ -21,6 +21,7 @@ jobs=$(nproc)
 what=${1:-all}
 packages=(g++-mips-linux-gnu g++-arm-linux-gnueabihf g++-aarch64-linux-gnu g++-s390x-linux-gnu qemu-user clang-14 cmake ninja-build
     uthash-dev googletest musl-tools xz-utils)
+programs=(wan_detect ubusd ubus uci lab_network_interface)
 lab_packages=(python3 iproute2 dnsmasq-base pppoe udhcpc iputils-arping iputils-ping)
 
 # What takes numbers apart, or puts them together, byte by byte or by their size. These run without the programs of the bus.
@@ -88,11 +89,11 @@ target_of() {
 emulate() {
     local program bin=$base/$2/bin qemu=$base/$2/qemu
     mkdir -p "$qemu"
-    for program in wan_detect ubusd ubus uci lab_network_interface; do
+    for program in "${programs[@]}"; do
         ln -sf "$(command -v "qemu-$1")" "$qemu/$program"
         if [ "$(head -c 4 "$bin/$program")" = $'\177ELF' ]; then
             mv "$bin/$program" "$qemu/$program.$1"
-            printf '#!/bin/sh\nexec "%s" -0 "$0" -L "/usr/%s" "%s" "$@"\n' \
+            printf '#!/bin/sh\nexec "%s" -0 "${0##*/}" -L "/usr/%s" "%s" "$@"\n' \
                 "$qemu/$program" "$(target_of "$1")" "$qemu/$program.$1" >"$bin/$program"
             chmod +x "$bin/$program"
         fi
@@ -120,7 +121,7 @@ stage_on() {
 unit_on() { # unit_on NAME: each case a process of its own
     local folder=$base/$1/release
     quietly "libraries-$1" add_libraries "$1"
-    quietly "build-$1" build_release "$1"
+    quietly "build-$1" build_release "$1" all
     exceptions "$1" >"$base/$1/exceptions.txt"
     ctest --test-dir "$folder" -j $((2 * jobs)) --timeout 300 -Q -O "$base/logs/unit-$1.log" --output-on-failure \
         --output-junit "$folder/unit.xml" || true # the report tells
@@ -128,10 +129,10 @@ unit_on() { # unit_on NAME: each case a process of its own
     tests/real_libraries_report.py --unit "$folder/unit.xml" --exceptions "$base/$1/exceptions.txt"
 }
 
-build_release() { # build_release NAME: all that runs on a machine of that kind, with the tests
+build_release() { # build_release NAME TARGET...: what runs on a machine of that kind
     configure "$1" "$1/release" -DWAN_DETECT_TESTS=ON -DWAN_DETECT_LAB=ON -DWAN_DETECT_SHARED_HEADERS=ON \
         -DWAN_DETECT_TEST_COMPILER=clang++-14 &&
-        cmake --build "$base/$1/release" -j "$jobs" && emulate "$1" "$1/release"
+        cmake --build "$base/$1/release" -j "$jobs" --target "${@:2}" && emulate "$1" "$1/release"
 }
 
 run_stage() {
@@ -147,8 +148,14 @@ run_stage() {
     return $failed
 }
 
-run_cycle() { # run_cycle NAME: all programs of the virtual router are of that kind
+play() { # play NAME: all programs of the virtual router are of that kind
     ./run.sh dhcp --speed 1 --build "$base/$1/release"
+}
+
+run_cycle() {
+    quietly "libraries-$tested" add_libraries "$tested"
+    quietly "build-$tested" build_release "$tested" "${programs[@]}"
+    play "$tested"
 }
 
 build_on_musl() {
@@ -156,35 +163,38 @@ build_on_musl() {
     machine=$(uname -m)-linux
     add_libraries musl && ln -sfn /usr/include/linux "$include/linux" && ln -sfn /usr/include/asm-generic "$include/asm-generic" &&
         ln -sfn "/usr/include/$machine-gnu/asm" "$include/asm" &&
-        configure musl musl/release -DWAN_DETECT_LAB=ON -DWAN_DETECT_SHARED_HEADERS=ON && cmake --build "$base/musl/release" -j "$jobs"
+        configure musl musl/release -DWAN_DETECT_LAB=ON -DWAN_DETECT_SHARED_HEADERS=ON &&
+        cmake --build "$base/musl/release" -j "$jobs" --target "${programs[@]}"
 }
 
 run_musl() {
     quietly build-musl build_on_musl
     readelf -l "$base/musl/release/bin/wan_detect" | grep -q 'interpreter: .*ld-musl' || fail "the daemon is not on musl"
-    run_cycle musl
+    play musl
 }
 
-# What goes into a firmware, with the stand-ins inside.
-size_of() { # size_of NAME [TOOLCHAIN-OPTION]
-    local build=$base/size-$1 program=$base/size-$1/bin/wan_detect
-    quietly "size-$1" cmake --preset router -B "$build" -DWAN_DETECT_LIBS=bundled "${@:2}"
+# size_of NAME TOOLS [OPTION...]: what goes into a firmware, with the stand-ins inside; TOOLS are the beginning of strip's and
+# size's names.
+size_of() {
+    local build=$base/$1/size program=$base/$1/size/bin/wan_detect
+    quietly "size-$1" cmake --preset router -B "$build" -DWAN_DETECT_LIBS=bundled -DWAN_DETECT_SHARED_HEADERS=ON "${@:3}"
     quietly "size-$1" cmake --build "$build" -j "$jobs" --target wan_detect
-    "${STRIP:-strip}" -o "$program.stripped" "$program"
-    size "$program.stripped" | awk -v name="$1" -v bytes="$(stat -c %s "$program.stripped")" \
+    "$2strip" -o "$program.stripped" "$program"
+    "$2size" "$program.stripped" | awk -v name="$1" -v bytes="$(stat -c %s "$program.stripped")" \
         -v packed="$(xz -9 -c "$program.stripped" | wc -c)" \
         'NR == 2 { printf "| %s | %d | %d | %d / %d / %d |\n", name, bytes, packed, $1, $2, $3 }'
 }
 
 run_sizes() {
-    local name
+    local name tools
     printf '| processor | stripped | packed with xz | text / data / bss |\n|---|---|---|---|\n'
     for name in "${processors[@]}" musl; do
         quietly "libraries-$name" add_libraries "$name"
-        STRIP=$([ "$name" = musl ] && echo strip || echo "$(target_of "$name")-strip") size_of "$name" \
-            -DCMAKE_TOOLCHAIN_FILE="$root/cmake/toolchains/$name.cmake" -DCMAKE_FIND_ROOT_PATH="$base/$name/prefix"
+        tools=$(target_of "$name")
+        size_of "$name" "${tools:+$tools-}" -DCMAKE_TOOLCHAIN_FILE="$root/cmake/toolchains/$name.cmake" \
+            -DCMAKE_FIND_ROOT_PATH="$base/$name/prefix"
     done
-    size_of "$(uname -m)"
+    size_of "$(uname -m)" ""
 }
 
 run_unit() {
@@ -198,7 +208,7 @@ run_unit() {
 run_all() {
     local failed=0
     run_unit || failed=1
-    run_cycle "$tested" || failed=1
+    run_cycle || failed=1
     run_musl || failed=1
     run_sizes
     return $failed
@@ -220,11 +230,4 @@ esac
 [ "$(id -u)" -eq 0 ] || fail "needs root (network namespaces, raw sockets)"
 mkdir -p "$base/logs"
 prepare
-case $what in
-cycle)
-    quietly "libraries-$tested" add_libraries "$tested"
-    quietly "build-$tested" build_release "$tested"
-    run_cycle "$tested"
-    ;;
-*) "run_$what" ;;
-esac
+"run_$what"

@@ -73,7 +73,7 @@ int64_t time_stamp_diff_us(t_time_stamp first, t_time_stamp second)
 extern "C" int poll(pollfd *wanted, nfds_t count, int milliseconds)
 {
     const int64_t us = milliseconds * int64_t{1000} / SPEED;
-    const timespec limit = {us / MICROSECONDS, us % MICROSECONDS * 1000};
+    const timespec limit = {static_cast<time_t>(us / MICROSECONDS), static_cast<long>(us % MICROSECONDS * 1000)};
     return ppoll(wanted, count, milliseconds < 0 ? nullptr : &limit, nullptr);
 }
 

@@ -449,8 +449,16 @@ TEST_F(arp_host_check, the_handle_is_zero_when_the_job_is_done)
 {
     add_host("192.168.1.50", "aa:bb:cc:00:00:32");
     EXPECT_EQ(check(), 0);
-    const t_arp_detect_handle zero = {};
-    EXPECT_EQ(memcmp(&arp_detect_handle, &zero, sizeof zero), 0);
+    EXPECT_EQ(arp_detect_handle.contexts, nullptr);
+    EXPECT_EQ(arp_detect_handle.arp_table_hashmap_head, nullptr);
+    EXPECT_EQ(arp_detect_handle.arp_num, 0);
+    EXPECT_EQ(arp_detect_handle.ifindex, 0u);
+    EXPECT_EQ(arp_detect_handle.sender_ip_be, 0u);
+    EXPECT_EQ(arp_detect_handle.netmask_be, 0u);
+    EXPECT_EQ(arp_detect_handle.sender_mac, t_mac());
+    EXPECT_EQ(arp_detect_handle.wait_left_ms, 0);
+    EXPECT_FALSE(arp_detect_handle.ear.is_open());
+    EXPECT_EQ(arp_detect_handle.lines.probe, nullptr);
 }
 
 } // namespace

@@ -53,7 +53,8 @@ t_bytes arp_reply(const t_arp_frame &request, bool broadcast = false)
     t_bytes frame = t_arp_answer{HOST, request.target_ip_be}.bytes();
     memcpy(frame.data(), (broadcast ? BROADCAST_MAC : request.ethernet.source).bytes, MAC_SIZE);
     memcpy(frame.data() + offsetof(t_arp_frame, target_mac), request.sender_mac.bytes, MAC_SIZE);
-    memcpy(frame.data() + offsetof(t_arp_frame, target_ip_be), &request.sender_ip_be, sizeof request.sender_ip_be);
+    const uint32_t asker_be = request.sender_ip_be; // in the frame its address is odd
+    memcpy(frame.data() + offsetof(t_arp_frame, target_ip_be), &asker_be, sizeof asker_be);
     return frame;
 }
 
