@@ -91,12 +91,10 @@ emulate() {
     mkdir -p "$qemu"
     for program in "${programs[@]}"; do
         ln -sf "$(command -v "qemu-$1")" "$qemu/$program"
-        if [ "$(head -c 4 "$bin/$program")" = $'\177ELF' ]; then
-            mv "$bin/$program" "$qemu/$program.$1"
-            printf '#!/bin/sh\nexec "%s" -0 "${0##*/}" -L "/usr/%s" "%s" "$@"\n' \
-                "$qemu/$program" "$(target_of "$1")" "$qemu/$program.$1" >"$bin/$program"
-            chmod +x "$bin/$program"
-        fi
+        [ "$(head -c 4 "$bin/$program")" != $'\177ELF' ] || mv "$bin/$program" "$qemu/$program.$1"
+        printf '#!/bin/sh\nexec "%s" -0 "${0##*/}" -L "/usr/%s" "%s" "$@"\n' \
+            "$qemu/$program" "$(target_of "$1")" "$qemu/$program.$1" >"$bin/$program"
+        chmod +x "$bin/$program"
     done
 }
 
@@ -186,12 +184,11 @@ size_of() {
 }
 
 run_sizes() {
-    local name tools
+    local name
     printf '| processor | stripped | packed with xz | text / data / bss |\n|---|---|---|---|\n'
-    for name in "${processors[@]}" musl; do
+    for name in "${processors[@]}"; do
         quietly "libraries-$name" add_libraries "$name"
-        tools=$(target_of "$name")
-        size_of "$name" "${tools:+$tools-}" -DCMAKE_TOOLCHAIN_FILE="$root/cmake/toolchains/$name.cmake" \
+        size_of "$name" "$(target_of "$name")-" -DCMAKE_TOOLCHAIN_FILE="$root/cmake/toolchains/$name.cmake" \
             -DCMAKE_FIND_ROOT_PATH="$base/$name/prefix"
     done
     size_of "$(uname -m)" ""

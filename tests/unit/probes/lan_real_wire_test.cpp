@@ -50,10 +50,10 @@ protected:
 // The reply of `HOST` to a request; to everyone when `broadcast`.
 t_bytes arp_reply(const t_arp_frame &request, bool broadcast = false)
 {
-    t_bytes frame = t_arp_answer{HOST, request.target_ip_be}.bytes();
+    const uint32_t asked_be = request.target_ip_be, asker_be = request.sender_ip_be; // odd addresses in the frame
+    t_bytes frame = t_arp_answer{HOST, asked_be}.bytes();
     memcpy(frame.data(), (broadcast ? BROADCAST_MAC : request.ethernet.source).bytes, MAC_SIZE);
     memcpy(frame.data() + offsetof(t_arp_frame, target_mac), request.sender_mac.bytes, MAC_SIZE);
-    const uint32_t asker_be = request.sender_ip_be; // in the frame its address is odd
     memcpy(frame.data() + offsetof(t_arp_frame, target_ip_be), &asker_be, sizeof asker_be);
     return frame;
 }

@@ -92,6 +92,8 @@ int rename(const char *from, const char *to) noexcept
 
 int ftruncate(int fd, off_t size) noexcept
 {
-    return call<int>("ftruncate", fd, size);
+    // Where an off_t may have 32 bits the C library has another one for 64.
+    const char *real = sizeof size > sizeof(long) ? "ftruncate64" : "ftruncate";
+    return meets_fault("ftruncate") ? -1 : reinterpret_cast<int (*)(int, off_t)>(dlsym(RTLD_NEXT, real))(fd, size);
 }
 }
