@@ -46,6 +46,7 @@ class Silent:
 class DhcpServer(Silent):
     """dnsmasq with DHCP and DNS on a subnet of the port's own; `ping_first` keeps its check for an address in use."""
     title = "DHCP server"
+    interface = FAR_END
 
     def __init__(self, ping_first=False, dns=True):
         self.ping_first = ping_first
@@ -53,7 +54,7 @@ class DhcpServer(Silent):
 
     def attach(self, line, port_number, clock):
         subnet = f"10.10.{port_number}"
-        line.ip("address", "add", f"{subnet}.1/24", "dev", FAR_END)
+        line.ip("address", "add", f"{subnet}.1/24", "dev", self.interface)
         # Only the check for an address in use depends on time; without it the server may live in real time.
         process = line.start(self.command(subnet), STATE / f"dnsmasq-{port_number}.log",
                              clock.environment() if self.ping_first else None)
@@ -61,7 +62,7 @@ class DhcpServer(Silent):
 
     def command(self, subnet):
         command = [*dnsmasq(), "--log-dhcp", "--leasefile-ro", "--dhcp-authoritative",
-                   f"--interface={FAR_END}", "--bind-dynamic", f"--dhcp-range={subnet}.100,{subnet}.200,1h"]
+                   f"--interface={self.interface}", "--bind-dynamic", f"--dhcp-range={subnet}.100,{subnet}.200,1h"]
         command += [ANY_NAME] if self.dns else ["--port=0", f"--dhcp-option=6,{subnet}.1"]
         return command if self.ping_first else command + ["--no-ping"]
 
