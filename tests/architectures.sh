@@ -11,6 +11,7 @@
 #   tests/architectures.sh cycle    the virtual router on MIPS: daemon, bus and configuration tools, in real time
 #   tests/architectures.sh musl     the same on musl
 #   tests/architectures.sh sizes    the stripped program for each
+#   tests/architectures.sh PART PROCESSOR...    on these only: mips, arm, aarch64, s390x
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 cd "$root"
@@ -19,6 +20,7 @@ processors=(mips arm aarch64 s390x)
 tested=mips # 32 bits, big endian: as different from this machine as can be
 jobs=$(nproc)
 what=${1:-all}
+[ $# -lt 2 ] || processors=("${@:2}")
 packages=(g++-mips-linux-gnu g++-arm-linux-gnueabihf g++-aarch64-linux-gnu g++-s390x-linux-gnu qemu-user clang-14 cmake ninja-build
     uthash-dev googletest musl-tools xz-utils)
 programs=(wan_detect ubusd ubus uci lab_network_interface)
