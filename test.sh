@@ -53,11 +53,11 @@ after() {
 . .ci/packages.sh
 packages=(g++ cmake ninja-build libjson-c-dev uthash-dev libgtest-dev iproute2 dnsmasq-base pppoe udhcpc faketime
     iputils-arping iputils-ping python3 python3-pytest universal-ctags
-    clang-14 libclang-rt-14-dev lld clang-format-14 clang-tidy-14 cppcheck valgrind)
+    clang-14 libclang-rt-14-dev lld clang-format-14 clang-tidy-14 cppcheck valgrind mandoc shellcheck busybox reuse)
 
 clang=(-DCMAKE_C_COMPILER=clang-14 -DCMAKE_CXX_COMPILER=clang++-14)
 clang_tests=(-DWAN_DETECT_TEST_COMPILER=clang++-14 -DWAN_DETECT_TEST_LINKER=lld) # what ships is made by g++ all the same
-quickly=(-DWAN_DETECT_HEADERS_ONCE=ON -DCMAKE_EXE_LINKER_FLAGS=-fuse-ld=lld)
+quickly=(-DWAN_DETECT_SHARED_HEADERS=ON -DCMAKE_EXE_LINKER_FLAGS=-fuse-ld=lld)
 
 # build PRESET FOLDER [OPTIONS]; bundled, for the virtual router runs the bus daemon and the tools that come with those
 build() {
@@ -109,10 +109,21 @@ program_checks() {
         readelf --dyn-syms -W "$program" | grep -E 'FUNC +GLOBAL +DEFAULT +[0-9]+ flock$'
 }
 
+lab_tests() { # lab_tests PYTEST-ARGUMENTS...
+    /usr/bin/python3 -m pytest -q -p no:cacheprovider "$@" --build build/release
+}
+
 lab() { # lab PYTEST-ARGUMENTS...
     # Three labs for each processor: one of them computes a quarter of the time. Each starts Python twice.
-    PYTHONPATH=. /usr/bin/python3 -m compileall -q lab &&
-        /usr/bin/python3 -m pytest -q -p no:cacheprovider "$@" --build build/release --labs $((3 * jobs))
+    PYTHONPATH=. /usr/bin/python3 -m compileall -q lab && lab_tests "$@" --labs $((3 * jobs))
+}
+
+packages_and_users() { # the router package's tests, and how somebody plays who is not root
+    lab_tests tests/packaging --ignore-glob '*test_debian*' --ignore-glob '*test_reproducible*' && lab_tests tests/unprivileged
+}
+
+papers() {
+    tests/papers.py --self-test && tests/papers.py
 }
 
 release_checks() {
@@ -127,6 +138,8 @@ quick_checks() {
     step "figures" tests/figures.py --check
     step "picture of a cycle" tests/cycle_picture.py --self-test --check
     step "log lines" log_lines
+    step "papers" papers
+    step "licences" reuse lint
 }
 
 # What only computes: at a priority at which it takes the processor from nothing else. Tests of the address sanitizer and fuzz
@@ -140,12 +153,16 @@ computing_lane() {
     quick_checks
     step "cppcheck" cppcheck_all
     step "clang-tidy" tidy
+    [ -n "${plain_user:-}" ] || step "other processors" tests/architectures.sh stage
     return 0
 }
 
 # What waits most of the time.
 lab_lane() {
-    [ $built -ne 0 ] || [ "$what" = unit ] || step "lab scenarios" lab tests/lab --ignore tests/lab/test_hostile.py
+    if [ $built -eq 0 ] && [ "$what" != unit ]; then
+        step "lab scenarios" lab tests/lab --ignore tests/lab/test_hostile.py
+        step "lab packages and users" packages_and_users
+    fi
     return 0
 }
 
@@ -197,7 +214,7 @@ esac
 }
 if [ "$(id -u)" -ne 0 ]; then # a plain user is root of a namespace of his own, where nothing can be installed
     install_packages "${packages[@]}" && PYTHONPATH=. /usr/bin/python3 -B -m lab --check || exit
-    LOGNAME=$(id -un) exec unshare --user --map-root-user ./test.sh "$@"
+    LOGNAME=$(id -un) plain_user=yes exec unshare --user --map-root-user ./test.sh "$@"
 fi
 : >"$failures"
 trap 'exit 130' INT
