@@ -11,7 +11,7 @@
 #include "platform/guards.h"
 
 // Asks for one attribute. False also for a name that no interface can have: cut, it could be another interface's.
-static bool ask(int fd, int attribute, const char *name, ifreq *request)
+static bool ask(int fd, unsigned attribute, const char *name, ifreq *request)
 {
     *request = {};
     if (!name || strlen(name) >= IFNAMSIZ)
@@ -29,7 +29,7 @@ static bool ask_mac(int fd, const char *name, t_mac *mac)
     return true;
 }
 
-static bool ask_address(int fd, int attribute, const char *name, uint32_t *address_be)
+static bool ask_address(int fd, unsigned attribute, const char *name, uint32_t *address_be)
 {
     ifreq request;
     if (!ask(fd, attribute, name, &request))
