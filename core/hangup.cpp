@@ -17,6 +17,20 @@ constexpr int NONE = -1;
 static int descriptor = NONE;
 static uloop_fd watcher;
 
+static sigset_t hangup_alone()
+{
+    sigset_t hangup;
+    sigemptyset(&hangup);
+    sigaddset(&hangup, SIGHUP);
+    return hangup;
+}
+
+void hold_hangups()
+{
+    const sigset_t hangup = hangup_alone();
+    pthread_sigmask(SIG_BLOCK, &hangup, nullptr);
+}
+
 static void serve_watcher(uloop_fd *, unsigned int)
 {
     tell_of_hangup();
@@ -24,9 +38,7 @@ static void serve_watcher(uloop_fd *, unsigned int)
 
 bool watch_for_hangups()
 {
-    sigset_t hangup;
-    sigemptyset(&hangup);
-    sigaddset(&hangup, SIGHUP);
+    const sigset_t hangup = hangup_alone();
     descriptor = signalfd(NONE, &hangup, SFD_NONBLOCK | SFD_CLOEXEC);
     watcher = {};
     watcher.fd = descriptor;

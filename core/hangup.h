@@ -3,6 +3,9 @@
 // thread.
 #pragma once
 
+// From the first moment on, in all threads.
+void hold_hangups();
+
 // Opens what it is read from, and lets the loop read it; after uloop_init, with SIGHUP blocked. False when the kernel
 // refuses.
 bool watch_for_hangups();

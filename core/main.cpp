@@ -216,6 +216,7 @@ static int go_to_background()
 
 int main(int argc, char **argv)
 {
+    hold_hangups();
     t_options options;
     const int parsed = parse_options(argc, argv, &options);
     if (parsed == OPTIONS_STOP || parsed == OPTIONS_VERSION)

@@ -54,9 +54,8 @@ static void mark_stop(int signal_number, siginfo_t *signal, void *)
 
 void hold_ending_signals()
 {
-    sigset_t held = ending_signals();
-    sigaddset(&held, SIGHUP);
-    pthread_sigmask(SIG_BLOCK, &held, nullptr);
+    const sigset_t ends = ending_signals();
+    pthread_sigmask(SIG_BLOCK, &ends, nullptr);
 }
 
 void pass_on_ending_signals(pid_t daemon)

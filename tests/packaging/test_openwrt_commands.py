@@ -134,14 +134,14 @@ def test_a_manager_that_is_away_is_told_again(router, shell):
 
 @pytest.mark.parametrize("locked", ["network", "switch"])
 def test_a_locked_configuration_fails_it_and_leaves_nothing(router, shell, locked):
-    rebuild = Rebuild(router, shell, "port2", f"flock -x /etc/config/{locked} sleep 60 & sleep 0.2", after="kill $!")
+    rebuild = Rebuild(router, shell, "port2", f"flock -x -F /etc/config/{locked} sleep 60 >/dev/null 2>&1 & sleep 0.2", after="kill $!")
     assert rebuild.status == 1
     assert (rebuild.text, rebuild.asked, rebuild.waiting) == (NETWORK, [], "")
 
 
 LOCKED_COMMIT = """#!/bin/sh
 # The real program, whose file is locked just before a commit.
-case "$*" in *commit*) flock -x /etc/config/network sleep 60 & echo $! >/mnt/state/holder; sleep 0.2 ;; esac
+case "$*" in *commit*) flock -x -F /etc/config/network sleep 60 >/dev/null 2>&1 & echo $! >/mnt/state/holder; sleep 0.2 ;; esac
 exec /mnt/state/real_uci "$@"
 """
 
