@@ -153,7 +153,11 @@ computing_lane() {
     quick_checks
     step "cppcheck" cppcheck_all
     step "clang-tidy" tidy
-    [ -n "${plain_user:-}" ] || step "other processors" tests/architectures.sh stage
+    if [ -z "${plain_user:-}" ]; then
+        step "other processors" tests/architectures.sh stage
+    else
+        echo "skipped: other processors" >"$logs/lab-other-processors.log" # real root installs what they need
+    fi
     return 0
 }
 
