@@ -106,16 +106,15 @@ exceptions() { # exceptions NAME: case, tab, reason
 
 # stage_on NAME: the product is compiled for a short wait, too.
 stage_on() {
-    local test filter wanted=(wan_detect)
+    local filter wanted=(wan_detect)
     [ "$1" != "$tested" ] || wanted+=("${stage_tests[@]}")
     add_libraries "$1" && configure "$1" "$1/stage" -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS_DEBUG=-O0 -DWAN_DETECT_TESTS=ON \
         -DWAN_DETECT_SHARED_HEADERS=ON -DWAN_DETECT_TEST_COMPILER=clang++-14 &&
         cmake --build "$base/$1/stage" -j "$jobs" --target "${wanted[@]}" || return 1
     [ "$1" = "$tested" ] || return 0
     filter="level/*:$(exceptions "$1" | cut -f 1 | paste -sd:)" # each of those filters some ten thousand frames
-    for test in "${stage_tests[@]}"; do
-        GTEST_FILTER=-$filter timeout 300 "qemu-$1" -L "/usr/$(target_of "$1")" "$base/$1/stage/bin/$test" --gtest_brief=1 || return 1
-    done
+    printf '%s\n' "${stage_tests[@]}" | GTEST_FILTER=-$filter xargs -P "$jobs" -I PROGRAM \
+        timeout 300 "qemu-$1" -L "/usr/$(target_of "$1")" "$base/$1/stage/bin/PROGRAM" --gtest_brief=1
 }
 
 unit_on() { # unit_on NAME: each case a process of its own
