@@ -19,6 +19,11 @@ def pytest_addoption(parser):
     parser.addoption("--build", default=str(ROOT / "build" / "release"), help="build folder with the programs")
 
 
+def locked(path):
+    """Lines of the shell that have the file locked from then on, by somebody who ends with the router."""
+    return f"exec 9<{path}; flock -x 9; setsid sleep 60 >/dev/null 2>&1 & exec 9<&-"
+
+
 class Files:
     """The folder `config` is /etc/config there, `state` is /mnt/state and the first place of the path."""
 
@@ -35,6 +40,10 @@ class Files:
     def write(self, package, text):
         (self.config / package).write_text(text, encoding="utf-8")
 
+    def program(self, name, text):
+        (self.state / name).write_text(text, encoding="ascii")
+        (self.state / name).chmod(0o755)
+
     def texts(self):
         return {path.name: path.read_text(encoding="utf-8") for path in self.config.iterdir()}
 
@@ -46,7 +55,9 @@ class Files:
                  f"mount --bind {self.state} /mnt/state", "mount -t tmpfs tmpfs /run", "mkdir -p /run/lock",
                  f"mkdir /mnt/root && mount --bind {ROOT} /mnt/root && cd /mnt/root",
                  "mount -t tmpfs -o mode=1777 tmpfs /tmp", *(["mount -t sysfs sysfs /sys"] if network else []), *commands]
-        return subprocess.run(["unshare", "--mount", *(["--net"] if network else []), "sh", "-ec", "\n".join(lines)],
+        # What it leaves running in the background ends with it.
+        own = ["--mount", "--pid", "--fork", "--kill-child", "--mount-proc", *(["--net"] if network else [])]
+        return subprocess.run(["unshare", *own, "sh", "-ec", "\n".join(lines)],
                               capture_output=True, text=True, check=False,
                               env={**os.environ, "PATH": "/mnt/state:/usr/sbin:/usr/bin:/sbin:/bin"})
 
@@ -60,6 +71,18 @@ class Files:
 @pytest.fixture(name="router")
 def make_router(tmp_path, request):
     return Files(tmp_path, request.config.getoption("--build"))
+
+
+# Who waits for a lock for 5 s waits for 1 s.
+IMPATIENT = """#!/bin/sh
+case $* in *"-s KILL 5 "*) shift 3; set -- -s KILL 1 "$@" ;; esac
+exec "$(PATH=${PATH#/mnt/state:}; command -v timeout)" "$@"
+"""
+
+
+@pytest.fixture(name="impatient")
+def make_impatient(router):
+    router.program("timeout", IMPATIENT)
 
 
 @pytest.fixture(name="shell", params=["dash", "router-ash"])

@@ -4,7 +4,7 @@ import json
 
 import pytest
 
-from conftest import ROOT
+from conftest import ROOT, locked
 
 RELOAD = "packaging/openwrt/files/manager/wanlan_port_reload"
 STATES = "packaging/openwrt/files/swconfig/get_all_port_state.sh"
@@ -48,9 +48,9 @@ TIDY = ["ls /sys/class/net/br-lan/brif >/mnt/state/members", "cat /tmp/.uci/* >/
 class Rebuild:
     """The command where the configuration gives the role to a port and the manager knows the former configuration."""
 
-    def __init__(self, router, shell, role, *before, network=NETWORK, after="true"):
+    def __init__(self, router, shell, role, *before, network=NETWORK, switch=SWITCH, after="true"):
         router.write("network", network)
-        router.write("switch", SWITCH % role)
+        router.write("switch", switch % role)
         done = router.run(*LINES, "sh tests/packaging/manager.sh", *before,
                           f"status=0; timeout 60 {shell} {RELOAD} || status=$?", *TIDY, after, "exit $status", network=True)
         self.status, self.said = done.returncode, done.stderr
@@ -110,14 +110,28 @@ def test_a_vlan_of_the_wan_port_moves_along(router, shell):
     assert (rebuild.status, rebuild.device("wan"), rebuild.device("wan6")) == (0, "lan2.7", "@wan")
 
 
+def test_ports_that_are_vlans_of_the_processors_own_port_are_told_apart(router, shell):
+    """A switch that swconfig drives."""
+    network = NETWORK.replace("'wan'\n\n", "'eth0.2'\n\n").replace("'lan1'", "'eth0.1'")
+    rebuild = Rebuild(router, shell, "port1", network=network, switch=SWITCH.replace("'lan1'", "'eth0.1'").replace(
+        "ifname 'wan'", "ifname 'eth0.2'"))
+    assert (rebuild.status, rebuild.asked) == (0, ASKED)
+    assert rebuild.ports() == "'ap0' 'lan2' 'eth0.2'"
+    assert (rebuild.device("wan"), rebuild.device("wan6")) == ("eth0.1", "eth0.1")
+
+
 def test_a_list_written_as_one_option_is_understood(router, shell):
     network = NETWORK.replace("list ports 'lan1'\n\tlist ports 'ap0'\n\tlist ports 'lan2'", "option ports 'lan1 ap0 lan2'")
     rebuild = Rebuild(router, shell, "port2", network=network)
     assert (rebuild.status, rebuild.ports()) == (0, "'lan1' 'ap0' 'wan'")
 
 
+FILTER = "\nconfig bridge-vlan\n\toption device '%s'\n\toption vlan '1'\n\tlist ports 'lan1:u*'\n\tlist ports 'lan2:u*'\n"
+
+
 @pytest.mark.parametrize("network,said", [
     (NETWORK.replace("'br-lan'\n\toption type", "'br-other'\n\toption type"), "there is no device section of br-lan"),
+    (NETWORK + FILTER % "br-lan", "br-lan has a VLAN filter"),
     (NETWORK.replace("option device 'wan'", "option device 'br-wan'"), "no WAN interface of the configuration stands on a")])
 def test_another_construction_is_left_alone(router, shell, network, said):
     rebuild = Rebuild(router, shell, "port2", network=network)
@@ -126,40 +140,46 @@ def test_another_construction_is_left_alone(router, shell, network, said):
     assert (rebuild.text, rebuild.asked, rebuild.waiting) == (network, [], "")
 
 
+def test_the_vlan_filter_of_another_bridge_is_no_hindrance(router, shell):
+    rebuild = Rebuild(router, shell, "port2", network=NETWORK + FILTER % "br-guest")
+    assert (rebuild.status, rebuild.device("wan")) == (0, "lan2")
+
+
 def test_a_manager_that_is_away_is_told_again(router, shell):
     rebuild = Rebuild(router, shell, "port2", "touch /mnt/state/away", f"! {shell} {RELOAD}", "rm /mnt/state/away")
     assert (rebuild.status, rebuild.asked) == (0, ASKED * 2)
     assert rebuild.members == ["ap0", "lan1", "wan"]
 
 
-@pytest.mark.parametrize("locked", ["network", "switch"])
-def test_a_locked_configuration_fails_it_and_leaves_nothing(router, shell, locked):
-    rebuild = Rebuild(router, shell, "port2", f"flock -x -F /etc/config/{locked} sleep 60 >/dev/null 2>&1 & sleep 0.2", after="kill $!")
+@pytest.mark.usefixtures("impatient")
+@pytest.mark.parametrize("package", ["network", "switch"])
+def test_a_locked_configuration_fails_it_and_leaves_nothing(router, shell, package):
+    rebuild = Rebuild(router, shell, "port2", locked(f"/etc/config/{package}"))
     assert rebuild.status == 1
     assert (rebuild.text, rebuild.asked, rebuild.waiting) == (NETWORK, [], "")
 
 
-LOCKED_COMMIT = """#!/bin/sh
-# The real program, whose file is locked just before a commit.
-case "$*" in *commit*) flock -x -F /etc/config/network sleep 60 >/dev/null 2>&1 & echo $! >/mnt/state/holder; sleep 0.2 ;; esac
+# The real program, whose file is locked just before a command.
+LOCKING = f"""#!/bin/sh
+case $* in %s) {locked('/etc/config/network')} ;; esac
 exec /mnt/state/real_uci "$@"
 """
 
 
+@pytest.mark.usefixtures("impatient")
+@pytest.mark.parametrize("command", ["*commit*", "*get*wan.device*"], ids=["commit", "between the edits"])
 @pytest.mark.parametrize("waiting", ["", "network.lan.evil='1'\n"])
-def test_a_lock_that_stops_the_commit_leaves_what_waited_before(router, shell, waiting):
+def test_a_lock_that_stops_it_leaves_what_waited_before(router, shell, command, waiting):
     stage = f"[ -z \"{waiting}\" ] || {{ mkdir -m 700 /tmp/.uci; printf %s \"{waiting}\" >/tmp/.uci/network; }}"
-    (router.state / "locking_uci").write_text(LOCKED_COMMIT, encoding="ascii")
+    router.program("locking_uci", LOCKING % command)
     rebuild = Rebuild(router, shell, "port2", stage, "mv /mnt/state/uci /mnt/state/real_uci",
-                      "cp /mnt/state/locking_uci /mnt/state/uci; chmod +x /mnt/state/uci",
-                      after="kill $(cat /mnt/state/holder); mv /mnt/state/real_uci /mnt/state/uci")
+                      "cp /mnt/state/locking_uci /mnt/state/uci", after="mv /mnt/state/real_uci /mnt/state/uci")
     assert rebuild.status == 1
     assert (rebuild.text, rebuild.asked, rebuild.waiting) == (NETWORK, [], waiting)
 
 
 def test_without_room_nothing_is_written(router, shell):
-    (router.state / "df").write_text("#!/bin/sh\necho Filesystem; echo disk 64 60 4 50% /etc/config\n", encoding="ascii")
-    (router.state / "df").chmod(0o755)
+    router.program("df", "#!/bin/sh\necho Filesystem; echo disk 64 60 4 50% /etc/config\n")
     rebuild = Rebuild(router, shell, "port2")
     assert rebuild.status == 1
     assert "no room in /etc/config for a new configuration" in rebuild.said
@@ -174,9 +194,9 @@ case "$*" in *commit*) truncate -s 70 /etc/config/network ;; esac
 
 
 def test_a_configuration_cut_by_its_commit_is_put_back(router, shell):
-    (router.state / "cutting_uci").write_text(CUTTING_COMMIT, encoding="ascii")
+    router.program("cutting_uci", CUTTING_COMMIT)
     rebuild = Rebuild(router, shell, "port2", "mv /mnt/state/uci /mnt/state/real_uci",
-                      "cp /mnt/state/cutting_uci /mnt/state/uci; chmod +x /mnt/state/uci",
+                      "cp /mnt/state/cutting_uci /mnt/state/uci",
                       after="mv /mnt/state/real_uci /mnt/state/uci")
     assert rebuild.status == 1
     assert "the disk was full, the configuration is the former one" in rebuild.said
@@ -241,8 +261,7 @@ config 'switch_port' 'port3'
 config wan 'wan'
 	option switch_port 'port1'
 """)
-    (router.state / "swconfig").write_text(SWCONFIG, encoding="ascii")
-    (router.state / "swconfig").chmod(0o755)
+    router.program("swconfig", SWCONFIG)
     done = router.run(f"{shell} {STATES}")
     assert json.loads(done.stdout) == {"eth1": True, "eth2": False, "eth3": True}
     assert done.stderr == ""
@@ -251,7 +270,6 @@ config wan 'wan'
 def test_swconfigs_port_states_fit_the_reader(router, shell):
     router.write("switch", "".join(f"config switch_port 'port{number}'\n\toption port '{number}'\n"
                                    f"\toption ifname 'eth{number}'\n" for number in range(1, 60)))
-    (router.state / "swconfig").write_text(SWCONFIG, encoding="ascii")
-    (router.state / "swconfig").chmod(0o755)
+    router.program("swconfig", SWCONFIG)
     told = router.run(f"{shell} {STATES}").stdout.rstrip("\n")
     assert 490 < len(told) <= 512 and json.loads(told)
