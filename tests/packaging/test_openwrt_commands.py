@@ -5,6 +5,7 @@ import json
 import pytest
 
 from conftest import ROOT, locked
+from rights import bounded
 
 RELOAD = "packaging/openwrt/files/manager/wanlan_port_reload"
 STATES = "packaging/openwrt/files/swconfig/get_all_port_state.sh"
@@ -206,12 +207,24 @@ def test_a_configuration_cut_by_its_commit_is_put_back(router, shell):
 STAGED = "mkdir -m 755 /tmp/.uci; echo \"network.lan.evil='1'\" >/tmp/.uci/network"
 
 
+@pytest.mark.parametrize("rights", [[], bounded(["net_raw", "net_admin"])], ids=["all rights", "few rights"])
 @pytest.mark.parametrize("strange", ["chown 65534 /tmp/.uci", "chmod 777 /tmp/.uci", "chown 65534 /tmp/.uci/network",
-                                     "mv /tmp/.uci /tmp/theirs; ln -s theirs /tmp/.uci"])
-def test_what_a_stranger_lets_wait_is_not_committed(router, shell, strange):
-    rebuild = Rebuild(router, shell, "port2", STAGED, strange)
-    assert (rebuild.status, rebuild.ports()) == (0, "'lan1' 'ap0' 'wan'")
+                                     "mv /tmp/.uci /tmp/theirs; ln -s theirs /tmp/.uci",
+                                     "chown -R 65534 /tmp/.uci; chmod 700 /tmp/.uci"])
+def test_what_a_stranger_lets_wait_is_not_committed(router, shell, strange, rights):
+    rebuild = Rebuild(router, " ".join([*rights, shell]), "port2", STAGED, strange)
+    assert (rebuild.status, rebuild.said, rebuild.ports()) == (0, "", "'lan1' 'ap0' 'wan'")
     assert "evil" not in rebuild.text
+
+
+@pytest.mark.parametrize("strange", ["chown -R 65534 /tmp/.uci", "mv /tmp/.uci /tmp/theirs; ln -s theirs /tmp/.uci"])
+def test_a_strangers_folder_stops_no_swap_with_few_rights(router, shell, strange):
+    router.write("switch", SWITCH % "port5")
+    swap = " ".join([*bounded(["net_raw", "net_admin"]), shell, "router/network_lanwan_swap set port2"])
+    done = router.run(STAGED, strange, "printf '#!/bin/sh\n' >/mnt/state/wanlan_port_reload",
+                      "chmod 755 /mnt/state/wanlan_port_reload; mount --bind /mnt/state /sbin", swap)
+    assert (done.returncode, done.stderr) == (0, "")
+    assert "switch.wan.switch_port='port2'" in router.shown("switch")
 
 
 def test_what_an_administrator_lets_wait_is_committed(router, shell):
