@@ -9,8 +9,11 @@ CONFIG=/etc/config/network
 LIMIT=512
 
 quote="[\"']\\{0,1\\}"
-prefixes=$(sed -n "/auto_wan_detect/,/^config/\
-s/^[[:space:]]*option[[:space:]]*${quote}port_prefix${quote}[[:space:]]*${quote}\([^\"']*\).*/\1/p" "$CONFIG" 2>/dev/null)
+blank='[[:space:]]'
+some=$blank'\{1,\}'
+section="^$blank*config${some}[^[:space:]]*$some${quote}auto_wan_detect${quote}$blank*\\(#.*\\)\\{0,1\\}\$"
+prefixes=$(sed -n "/$section/,/^$blank*config$blank/\
+s/^$blank*option$some${quote}port_prefix$quote$some$quote\\([^\"']*\\).*/\\1/p" "$CONFIG" 2>/dev/null)
 json=
 
 # add PORT: false where the reader would not take it any more.

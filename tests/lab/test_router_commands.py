@@ -63,6 +63,23 @@ def test_ports_are_what_begins_with_the_configured_words(shell, option):
     assert json.loads(told) == {"lan1": False, "lan2": False, "wan": True, "sfp0": False}
 
 
+OTHER = "\toption port_prefix 'no'\n"
+RIGHT = "config wan_detect 'auto_wan_detect'\n\toption port_prefix 'lan'\n"
+
+
+# holds: router-commands-prefix
+@pytest.mark.parametrize("shell", SHELLS)
+@pytest.mark.parametrize("network", [
+    f"config device\n\t# auto_wan_detect follows\n{OTHER}\n{RIGHT}", f"config wan_detect 'auto_wan_detect2'\n{OTHER}\n{RIGHT}",
+    f"config wan_detect 'my_auto_wan_detect'\n{OTHER}\n{RIGHT}", f"config auto_wan_detect 'x'\n{OTHER}\n{RIGHT}",
+    f"config interface x # auto_wan_detect\n{OTHER}\n{RIGHT}", f"config device\n\toption about 'auto_wan_detect'\n{OTHER}\n{RIGHT}",
+    f"{RIGHT}\n  config device\n{OTHER}", f"{RIGHT}\toption port_prefix2 'no'\n",
+    RIGHT.replace("'auto_wan_detect'", "auto_wan_detect  # ours"), RIGHT.replace("config wan_detect", "  config  'wan_detect'")])
+def test_only_the_section_of_that_name_has_the_words(shell, network):
+    told = with_ports(shell, "get_all_port_state.sh", *veth("lan1"), *veth("no1"), *veth("eth0"), network=network)
+    assert json.loads(told) == {"lan1": False}
+
+
 # holds: router-commands-prefix
 @pytest.mark.parametrize("shell", SHELLS)
 @pytest.mark.parametrize("network", ["", PREFIX % "option enable 'on'"])
