@@ -41,16 +41,31 @@ def test_who_may_only_read_sends_nothing_and_sees_no_secret():
     assert web["read"] == {"uci": ["switch", "sysmode"]}
 
 
-@pytest.mark.parametrize("action,interface,enable,asked", [
-    ("ifdown", "wan", "on", True), ("ifup", "wan", "on", False), ("ifdown", "lan", "on", False),
-    ("ifdown", "wan", "off", False)])
-def test_the_hotplug_example_asks_for_a_look_when_the_wan_interface_goes_down(router, shell, action, interface, enable,
-                                                                              asked):
+@pytest.mark.parametrize("action,interface,enable,link,asked", [
+    ("ifdown", "wan", "on", "up", True), ("ifup", "wan", "on", "up", False), ("ifdown", "lan", "on", "up", False),
+    ("ifdown", "wan", "off", "up", False), ("ifdown", "wan", "on", "down", False)])
+def test_the_hotplug_example_asks_for_a_look_when_the_wan_interface_goes_down_and_its_link_stays(
+        router, shell, action, interface, enable, link, asked):
     router.write("network", f"config wan_detect 'auto_wan_detect'\n\toption enable '{enable}'\n")
-    done = router.run(f"ACTION={action} INTERFACE={interface} {shell} {HOTPLUG}")
+    router.write("switch", "config switch_port 'port1'\n\toption ifname 'eth0'\n\nconfig wan 'wan'\n\toption switch_port 'port1'\n")
+    done = router.run("ip link add eth0 type veth peer name far", "ip link set eth0 up", f"ip link set far {link}",
+                      f"ACTION={action} INTERFACE={interface} {shell} {HOTPLUG}", network=True)
     assert (done.returncode, done.stderr) == (0, "")
     calls = router.state / "asked"
     assert (calls.read_text() if calls.exists() else "") == ('call wan_detect wan_detect {"delay": 30}\n' if asked else "")
+
+
+def test_the_readme_tells_how_the_archive_is_checked(tmp_path):
+    """The line is run as it stands there."""
+    readme = (PACKAGE / "README.md").read_text(encoding="utf-8")
+    version = re.search(r"^PKG_VERSION:=(.*)$", MAKEFILE, re.MULTILINE).group(1)
+    (tmp_path / "dl").mkdir()
+    (tmp_path / "dl" / f"wan_detect-{version}.tar.xz.sha256").write_text(f"{'ab' * 32}  wan_detect-{version}.tar.xz\n")
+    (tmp_path / "package" / "wan_detect").mkdir(parents=True)
+    makefile = tmp_path / "package" / "wan_detect" / "Makefile"
+    makefile.write_text(MAKEFILE, encoding="ascii")
+    subprocess.run(re.search(r"^    (sed .*)$", readme, re.MULTILINE).group(1), shell=True, cwd=tmp_path, check=True)
+    assert makefile.read_text(encoding="ascii") == MAKEFILE.replace("PKG_HASH?=skip", f"PKG_HASH:={'ab' * 32}")
 
 
 def test_shellcheck_is_silent():
