@@ -280,6 +280,12 @@ config wan 'wan'
     assert done.stderr == ""
 
 
+def test_swconfig_reads_a_last_line_without_an_end(router, shell):
+    router.write("switch", "config switch_port 'port1'\n\toption ifname 'eth1'\n\toption port '0'")
+    router.program("swconfig", SWCONFIG)
+    assert json.loads(router.run(f"{shell} {STATES}").stdout) == {"eth1": True}
+
+
 def test_swconfigs_port_states_fit_the_reader(router, shell):
     router.write("switch", "".join(f"config switch_port 'port{number}'\n\toption port '{number}'\n"
                                    f"\toption ifname 'eth{number}'\n" for number in range(1, 60)))

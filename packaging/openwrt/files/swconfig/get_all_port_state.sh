@@ -34,7 +34,7 @@ begin() {
 }
 
 begin
-while read -r word name value; do
+while read -r word name value || [ -n "$word" ]; do    # the last line may lack its end
     unquoted "$value"
     case "$word $name" in
     config*) add && begin ;;
