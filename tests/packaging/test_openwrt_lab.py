@@ -45,6 +45,9 @@ chmod 755 /usr/sbin/ubus
 
 
 PREPARE = {"bridge": "", "manager": MANAGED}
+# What a right is for. Probes find nothing without theirs; a role is given, but its port stays where it is.
+FAILS_WITHOUT = {"CAP_NET_RAW": "the configuration gives the WAN role to eth2",
+                 "CAP_NET_ADMIN": "the LAN bridge holds every port but eth2"}
 NEEDED = [(commands, right) for commands, sets in SHIPPED.items() for right in sets["bounding"]]
 
 
@@ -86,4 +89,4 @@ def test_a_start_a_swap_a_commit_and_an_end_work_with_the_shipped_rights(played,
 @pytest.mark.parametrize("commands,missing", NEEDED)
 def test_each_of_the_shipped_rights_is_needed(played, commands, missing):
     without = played((commands, missing))
-    assert without.failed and without.failed != ["there is no report"], without.output
+    assert any(what.startswith(FAILS_WITHOUT[missing]) for what in without.failed), without.output
