@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: MIT
 """The Debian package: what it holds, what an installation and a purge change, and the main job on a machine that booted with it."""
+import os
 import re
 import subprocess
 
@@ -14,6 +15,7 @@ CONFIGURATION = ("network", "protocol", "switch", "sysmode")
 NOT_OF_THE_PACKAGE = re.compile(r"/(proc|sys|dev|run|var/lib/dpkg|var/log|var/cache|var/lib/systemd|tmp/systemd-private)(/|-|$)")
 PUT = "/run/package.deb"    # within a machine
 LIST_S = 600    # a busy machine
+NOBODY = 65534
 LIST_FILES = r"""find / /tmp -xdev -printf '%p %y %m %u %l\n'
 find / /tmp -xdev -type f -exec sha256sum {} + | sed 's/^\([^ ]*\)  \(.*\)/\2 \1/'"""
 
@@ -111,6 +113,39 @@ def test_an_upgrade_restarts_a_daemon_that_runs(installed, package):
         machine.run("dpkg", "-i", PUT)
         assert machine.run("systemctl", "is-active", "wan_detect", check=False).stdout == "active\n"
         assert machine.run("systemctl", "show", "-p", "MainPID", "wan_detect").stdout != first
+
+
+def test_a_manager_that_fails_leaves_no_half_package(folder, package):
+    machines.install(folder, package)
+    (folder / "run/systemd/system").mkdir(parents=True)
+    failing = folder / "usr/local/bin/systemctl"
+    failing.write_text("#!/bin/sh\n: >/asked\nexit 1\n")
+    failing.chmod(0o755)
+    for step in (["-i", "/package.deb"], ["--remove", machines.PACKAGE], ["--purge", machines.PACKAGE]):
+        (folder / "package.deb").write_bytes(package.read_bytes())
+        done = machines.run_in(folder, "dpkg", *step, check=False)
+        assert done.returncode == 0, done.stdout
+        (folder / "asked").unlink()
+
+
+def test_a_purge_leaves_somebody_elses_unit_of_the_name_enabled(folder, package):
+    machines.install(folder, package)
+    machines.run_in(folder, "systemctl", "enable", "wan_detect", "ubusd")
+    (folder / "etc/systemd/system/ubusd.service").write_text("[Service]\nExecStart=/opt/ubusd\n")
+    machines.run_in(folder, "dpkg", "--purge", machines.PACKAGE)
+    assert [path.name for path in (folder / "etc/systemd/system/multi-user.target.wants").iterdir()
+            if path.name in ("wan_detect.service", "ubusd.service")] == ["ubusd.service"]
+
+
+def test_a_purge_follows_no_link_of_a_strangers(folder, package):
+    machines.install(folder, package)
+    kept = folder / "srv/network"
+    kept.write_text("mine\n")
+    waiting = folder / "tmp/.uci"
+    waiting.symlink_to("/srv")
+    os.chown(waiting, NOBODY, NOBODY, follow_symlinks=False)
+    machines.run_in(folder, "dpkg", "--purge", machines.PACKAGE)
+    assert kept.read_text() == "mine\n"
 
 
 def put(package, machine):
