@@ -37,7 +37,6 @@ uci set switch.port3.addr=3
 uci set network.auto_wan_detect.fake_wan_port=4
 uci set network.auto_wan_detect.enable=on
 uci commit
-wanlan_port_reload
 systemctl enable --now --quiet wan_detect
 """
 
@@ -56,7 +55,7 @@ FACTS = {
 
 # The daemon asks whether a static connection is online; the command is tried under the settings of its unit, in both its ways.
 ONLINE_TEST = """
-sed 's,^ExecStart=.*,ExecStart=/usr/sbin/online-test,; s,^Type=.*,Type=oneshot,; /^Restart/d' \
+sed 's,^ExecStart=.*,ExecStart=/usr/sbin/online-test,; s,^Type=.*,Type=oneshot,; /^Restart/d; /^ExecStartPre/d' \
     /lib/systemd/system/wan_detect.service >/run/systemd/system/online-test.service
 ln -s /etc/systemd/system/wan_detect.service.d /run/systemd/system/online-test.service.d
 systemctl daemon-reload
@@ -66,7 +65,13 @@ ONLINE_FACTS = {
     "gateway answers": "ip route add default via 10.10.3.1; systemctl start online-test",
     "address is taken": "ip route del default; uci set protocol.static.gateway=10.10.3.1; uci commit; systemctl start online-test",
 }
-WHOLE = FACTS.keys() | ONLINE_FACTS.keys() | {"tells", "end"}
+WHOLE = FACTS.keys() | ONLINE_FACTS.keys() | {"ports again", "tells", "end"}
+
+# As a boot finds them.
+START_ANEW = """
+for port in eth0 eth1 eth2 eth3; do ip link set "$port" nomaster; done
+systemctl restart wan_detect
+"""
 
 
 def holds(machine, question):
@@ -87,7 +92,13 @@ def play(machine, given_up=None):
         time.sleep(POLL_S)
     machine.script(ONLINE_TEST)
     facts |= {name for name, question in ONLINE_FACTS.items() if holds(machine, question)}
-    return facts | tells(machine) | ends(machine)
+    return facts | tells(machine) | joins_again(machine) | ends(machine)
+
+
+def joins_again(machine):
+    """A start that follows no swap brings the ports back."""
+    machine.run("sh", "-ec", START_ANEW, check=False)
+    return {"ports again"} if holds(machine, FACTS["ports"]) else set()
 
 
 def tells(machine):

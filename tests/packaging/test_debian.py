@@ -3,6 +3,7 @@
 import os
 import re
 import subprocess
+import time
 
 import pytest
 
@@ -15,6 +16,7 @@ CONFIGURATION = ("network", "protocol", "switch", "sysmode")
 NOT_OF_THE_PACKAGE = re.compile(r"/(proc|sys|dev|run|var/lib/dpkg|var/log|var/cache|var/lib/systemd|tmp/systemd-private)(/|-|$)")
 PUT = "/run/package.deb"    # within a machine
 LIST_S = 600    # a busy machine
+WAIT_S = 30
 NOBODY = 65534
 LIST_FILES = r"""find / /tmp -xdev -printf '%p %y %m %u %l\n'
 find / /tmp -xdev -type f -exec sha256sum {} + | sed 's/^\([^ ]*\)  \(.*\)/\2 \1/'"""
@@ -146,6 +148,44 @@ def test_a_purge_follows_no_link_of_a_strangers(folder, package):
     os.chown(waiting, NOBODY, NOBODY, follow_symlinks=False)
     machines.run_in(folder, "dpkg", "--purge", machines.PACKAGE)
     assert kept.read_text() == "mine\n"
+
+
+def test_ports_join_a_bridge_that_comes_after_the_start_and_only_where_detection_is_on(installed):
+    with machines.Machine(installed) as machine:
+        router_life.build(machine)
+        machine.run("systemctl", "start", "wan_detect")
+        assert machine.run("ls", "/sys/class/net/br-lan/brif").stdout == ""
+        machine.script("uci set network.auto_wan_detect.enable=on; uci commit; ip link del br-lan; systemctl restart --no-block wan_detect")
+        wait_for(machine, '[ "$(systemctl show --value -p SubState wan_detect)" = start-pre ]')
+        machine.run("ip", "link", "add", "br-lan", "type", "bridge")
+        wait_for(machine, "systemctl is-active wan_detect")
+        assert machine.run("ls", "/sys/class/net/br-lan/brif").stdout.split() == ["eth1", "eth2", "eth3"]
+
+
+@pytest.mark.parametrize("left", ["mkdir /tmp/.uci; echo switch.wan.switch_port=port4 >/tmp/.uci/switch", "ln -s /etc/config /tmp/.uci"],
+                         ids=["folder", "link"])
+def test_a_start_takes_the_place_of_waiting_changes_back(installed, left):
+    with machines.Machine(installed) as machine:
+        machine.script("rm -rf /tmp/.uci; ls -l /etc/config >/run/before")
+        machine.run("setpriv", f"--reuid={NOBODY}", "--clear-groups", "sh", "-c", left)
+        machine.run("systemctl", "start", "wan_detect")
+        assert machine.run("stat", "-c", "%F %U %a", "/tmp/.uci").stdout == "directory root 700\n"
+        assert machine.run("uci", "get", "switch.wan.switch_port").stdout == "port1\n"
+        machine.script("ls -l /etc/config | cmp - /run/before")
+
+
+def test_a_start_leaves_what_root_lets_wait(installed):
+    with machines.Machine(installed) as machine:
+        machine.run("uci", "set", "switch.wan.switch_port=port4")
+        machine.run("systemctl", "start", "wan_detect")
+        assert machine.run("uci", "get", "switch.wan.switch_port").stdout == "port4\n"
+
+
+def wait_for(machine, question):
+    end = time.monotonic() + WAIT_S
+    while not router_life.holds(machine, question):
+        assert time.monotonic() < end, question
+        time.sleep(0.1)
 
 
 def put(package, machine):
