@@ -45,6 +45,7 @@ systemctl enable --now --quiet wan_detect
 FACTS = {
     "started": '[ "$(systemctl show --value -p ExecMainStartTimestampMonotonic wan_detect)" != 0 ]',
     "serves": "ubus -t 1 list wan_detect",
+    "asked": "journalctl --quiet -u upstream | grep -q DHCPDISCOVER",
     "found": '[ "$(cat /tmp/wan_detect_result)" = eth2 ]',
     "role": '[ "$(uci -q get /etc/config/switch.wan.switch_port)" = port3 ]',
     "commit": '[ "$(uci -q get /etc/config/network.auto_wan_detect.fake_wan_port)" = -1 ]',
@@ -82,12 +83,12 @@ def build(machine):
     machine.script(PORTS_AND_UPSTREAM)
 
 
-def play(machine, given_up=None):
-    """Switches the daemon on, waits until all was as it should be or the wait is given up; returns the facts that held at some
+def play(machine, is_enough=lambda facts: False):
+    """Switches the daemon on, waits until all was as it should be or what was is enough; returns the facts that held at some
     time."""
     machine.run("sh", "-ec", SWITCH_ON, check=False)
     facts, end = set(), time.monotonic() + FOUND_S
-    while facts != FACTS.keys() and time.monotonic() < end and not (given_up and given_up.is_set()):
+    while facts != FACTS.keys() and time.monotonic() < end and not is_enough(facts):
         facts |= {name for name, question in FACTS.items() if holds(machine, question)}
         time.sleep(POLL_S)
     machine.script(ONLINE_TEST)
