@@ -16,11 +16,12 @@ BURST_CALLS = 12
 SHORT_REAL_S = 0.0005
 ARRIVES_S, ARRIVES_REAL_S = 120, 30.0    # the longer of both, for start-up may wait 75 s
 
-# `world` is one of the scenario's, `line` the log line that the moment follows (its `times`-th), `within` the spread
-# after it in the daemon's own seconds, `act` what the lab does when the loop runs, `hangs` a command that never ends.
-Moment = namedtuple("Moment", "title world line within times act hangs", defaults=(1, None, None))
-
 IN_LOOP = "Wan detect start uloop"
+
+# `world` is one of the scenario's, `line` the log line that the moment follows (its `times`-th), `within` the spread
+# after it in the daemon's own seconds, `act` what the lab does once `begun` was said, `hangs` a command that never ends.
+Moment = namedtuple("Moment", "title world line within times act hangs begun", defaults=(1, None, None, IN_LOOP))
+
 SCANNED = "Success Cyclic scanning"
 MOMENTS = [
     Moment("as it starts", "two lines", None, 0),    # spread over the time that a start takes
@@ -40,7 +41,7 @@ MOMENTS = [
     Moment("at rest", "connected", SCANNED, 5),
     Moment("in a request", "connected", "Entering function: uloop_proto_detect_start", 4.2, act="request"),
     Moment("in the 10 s after a loss", "connected", "Wan down!! Begin", 10.2, act="loss"),
-    Moment("while a port settles", "silent", "turned up during", 9.2, act="plug"),
+    Moment("while a port settles", "silent", "turned up during", 9.2, act="plug", begun="using protocol detect"),
     Moment("among many calls", "connected", SCANNED, 1, act="calls"),
     Moment("at a combo switch", "combo", "set port5 sfp", 1.5),
     Moment("a hanging scan", "connected", SCANNED, 4, times=2, hangs="/etc/wan_detect/get_all_port_state.sh"),

@@ -120,7 +120,7 @@ class Ends(Scenario):
     def lead_and_end(self, router, moment, life, tail, acts, late_path):
         """Leads the daemon to the moment and asks it to end there; what became of it."""
         if moment.act:
-            tail.said("Wan detect start uloop", 1)
+            tail.said(moment.begun, 1)
             getattr(acts, moment.act.replace(" ", "_"))()
         if late_path:
             tail.said(moment.line, 1)

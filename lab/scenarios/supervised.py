@@ -21,6 +21,7 @@ from lab.upstream import DhcpServer, Silent
 
 LOOP = "Wan detect start uloop!!!!!!"
 HANGUP = "SIGHUP is ignored"
+SETTINGS = "[wan_detect_settings:"
 FOREGROUND = ("--foreground", *DEBUG)
 F_SETPIPE_SZ = 1031
 SMALL_PIPE = 4096
@@ -159,13 +160,21 @@ class Supervised(LifeScenario):
         time.sleep(PIPE_FILLS_REAL_S)
         facts["reply"] = router.bus.call("wan_detect", "set", enable=True)
         facts["read"] = os.read(reader, SMALL_PIPE).decode("utf-8", "replace")
-        facts["reply_after_reading"] = router.bus.call("wan_detect", "set", enable=True)
-        facts["read_on"] = os.read(reader, SMALL_PIPE).decode("utf-8", "replace")
+        facts["reply_after_reading"], facts["read_on"] = self.ask_and_read(router, reader)
         os.close(reader)
         time.sleep(1)
         facts["reply_without_reader"] = router.bus.call("wan_detect", "set", enable=True)
         life.signal()
         return life.end(END_REAL_S) | facts
+
+    @staticmethod
+    def ask_and_read(router, reader):
+        """The reply, and what is said about it; the small pipe may be full of other lines at that moment."""
+        text, end = "", time.monotonic() + PIPE_FILLS_REAL_S
+        while SETTINGS not in text and time.monotonic() < end:
+            reply = router.bus.call("wan_detect", "set", enable=True)
+            text += os.read(reader, SMALL_PIPE).decode("utf-8", "replace")
+        return reply, text
 
     class Piped(Foreground):
         """Its standard output is a pipe of the lab's."""
