@@ -16,6 +16,8 @@ set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 cd "$root"
 base=$root/build/architectures
+logs=$base/logs
+. .ci/quietly.sh
 processors=(mips arm aarch64 s390x)
 tested=mips # 32 bits, big endian: as different from this machine as can be
 jobs=$(nproc)
@@ -33,17 +35,6 @@ stage_tests=(wire_formats_test dhcp_frames_test pppoe_frames_test arp_frames_tes
     model_fake_wan_test model_current_wan_test model_reserved_ports_test
     combo_switch_test confirm_stages_test cycle_end_test cycle_order_test cycle_start_test link_change_test link_scan_test
     look_again_test proto_stage_test switched_off_test wan_role_test)
-
-fail() {
-    echo "architectures.sh: $*" >&2
-    exit 1
-}
-
-quietly() { # quietly LOG COMMAND...: shows the end of its output when it fails
-    local log=$base/logs/$1.log
-    shift
-    "$@" >"$log" 2>&1 || { tail -n 60 "$log" >&2; fail "failed: $*"; }
-}
 
 # Debian has json-c for some of these processors only, so all get it from Debian's sources, whose lists are this script's own.
 fetch_json_c() {
@@ -226,6 +217,6 @@ all | stage | unit | cycle | musl | sizes) ;;
 *) echo "architectures.sh: not '$what'; stage, unit, cycle, musl or sizes" >&2; exit 2 ;;
 esac
 [ "$(id -u)" -eq 0 ] || fail "needs root (network namespaces, raw sockets)"
-mkdir -p "$base/logs"
+mkdir -p "$logs"
 prepare
 "run_$what"

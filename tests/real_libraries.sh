@@ -13,13 +13,10 @@ set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 cd "$root"
 build=$root/build/real
+logs=$build/logs
+. "$root/.ci/quietly.sh"
 jobs=$(nproc)
 libraries=(libubox libubus libuci libblobmsg_json)
-
-fail() {
-    echo "real_libraries.sh: $*" >&2
-    exit 1
-}
 
 usage() {
     echo "usage: tests/real_libraries.sh PREFIX [unit|lab]" >&2
@@ -34,12 +31,6 @@ all | unit | lab) ;;
 esac
 prefix=$(cd "$1" 2>/dev/null && pwd) || fail "there is no folder $1"
 [ "$(id -u)" -eq 0 ] || fail "needs root (network namespaces, raw sockets)"
-
-quietly() { # quietly LOG COMMAND...: shows the end of its output when it fails
-    local log=$build/logs/$1.log
-    shift
-    "$@" >"$log" 2>&1 || { tail -n 60 "$log" >&2; fail "failed: $*"; }
-}
 
 # The folders below PREFIX that hold the libraries, as the loader wants them.
 library_folders() {

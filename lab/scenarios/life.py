@@ -58,6 +58,17 @@ class LifeScenario(Scenario):
         return {name.removeprefix("life_").replace("_", " "): getattr(self, name)
                 for name in vars(type(self)) if name.startswith("life_")}
 
+    @staticmethod
+    def end_while_the_bus_hangs(router, start):
+        os.kill(router.bus.broker.pid, signal.SIGSTOP)
+        try:
+            life = start()
+            time.sleep(SOON_REAL_S)
+            life.signal()
+            return life.end(HUNG_REAL_S)
+        finally:
+            os.kill(router.bus.broker.pid, signal.SIGCONT)
+
     def judge(self, stage):
         if sanitizers.built_in(PROGRAM):
             found = stage.note("sanitizer_reports", sanitizers.reports("wan_detect"))
@@ -130,14 +141,7 @@ class Shutdown(LifeScenario):
             return life.end(HUNG_REAL_S, every=SOON_REAL_S)
 
     def life_while_the_bus_daemon_hangs(self, router):
-        os.kill(router.bus.broker.pid, signal.SIGSTOP)
-        try:
-            life = Life(*DEBUG)
-            time.sleep(SOON_REAL_S)
-            life.signal()
-            return life.end(HUNG_REAL_S)
-        finally:
-            os.kill(router.bus.broker.pid, signal.SIGCONT)
+        return self.end_while_the_bus_hangs(router, lambda: Life(*DEBUG))
 
     def life_in_the_loop(self, router):
         router.plug("eth0")

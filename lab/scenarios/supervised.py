@@ -15,7 +15,7 @@ from lab.life import READY_REAL_S, Life, wait_until
 from lab.mishaps import replace_file
 from lab.router import WAN_RESULT, content
 from lab.scenarios.base import Scenario
-from lab.scenarios.life import (DEBUG, END_REAL_S, EXECUTABLE, HUNG_REAL_S, RELOAD, SCRIPT, SOON_REAL_S, THREADS, LifeScenario,
+from lab.scenarios.life import (DEBUG, END_REAL_S, EXECUTABLE, RELOAD, SCRIPT, THREADS, LifeScenario,
                                 replaced)
 from lab.upstream import DhcpServer, Silent
 
@@ -84,14 +84,7 @@ class Supervised(LifeScenario):
         return life.end(END_REAL_S)
 
     def life_told_to_end_while_the_bus_hangs(self, router):
-        os.kill(router.bus.broker.pid, signal.SIGSTOP)
-        try:
-            life = Foreground(*FOREGROUND)
-            time.sleep(SOON_REAL_S)
-            life.signal()
-            return life.end(HUNG_REAL_S)
-        finally:
-            os.kill(router.bus.broker.pid, signal.SIGCONT)
+        return self.end_while_the_bus_hangs(router, lambda: Foreground(*FOREGROUND))
 
     def life_beside_another(self, router):
         """The second one shall leave no trace in what the first one has."""

@@ -11,6 +11,8 @@ slowest=60 # seconds on the clock for one input, which takes milliseconds: a bus
 packages=(clang-14 libclang-rt-14-dev cmake ninja-build libjson-c-dev uthash-dev)
 
 . "$root/.ci/packages.sh"
+logs=logs # in the work folder
+. "$root/.ci/quietly.sh"
 [ "$(id -u)" -eq 0 ] || { echo "${0##*/}: needs root (some targets make a mount namespace)" >&2; exit 1; }
 
 # build_targets FOLDER [FLAGS]: -O1, because most of the time goes into building, and branches stay what the source says. A
@@ -23,21 +25,11 @@ build_targets() {
     cmake --build "$1" -j "$jobs" --target fuzz_targets
 }
 
-# quietly LOG COMMAND...: shows the end of what it said, and leaves, when it fails.
-quietly() {
-    local log=$1
-    shift
-    "$@" >"$log" 2>&1 && return 0
-    tail -n 60 "$log"
-    echo "${0##*/}: failed: $1" >&2
-    exit 1
-}
-
 # Installs what is missing, builds, and enters the work folder.
 prepare_targets() {
     mkdir -p "$work"/{corpus,crashes,logs} && cd "$work" || exit 1
-    quietly logs/packages.log install_packages "${packages[@]}"
-    quietly logs/build.log build_targets "$build"
+    quietly packages install_packages "${packages[@]}"
+    quietly build build_targets "$build"
     rm -rf kept && mkdir kept || exit 1
     local folder
     for folder in corpus grown regressions dictionaries; do

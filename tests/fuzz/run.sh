@@ -133,7 +133,7 @@ if [ $merge -eq 1 ]; then
 fi
 if [ $coverage -eq 1 ]; then
     mkdir -p profiles
-    quietly logs/build-coverage.log build_targets "$build-coverage" "-fprofile-instr-generate -fcoverage-mapping"
+    quietly build-coverage build_targets "$build-coverage" "-fprofile-instr-generate -fcoverage-mapping"
     on_all cover "${targets[@]}" || result=1
     echo "per file: $work/logs/coverage/"
 fi

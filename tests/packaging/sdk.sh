@@ -13,23 +13,14 @@ root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 cd "$root"
 # shellcheck source=.ci/packages.sh
 . .ci/packages.sh
+. .ci/quietly.sh
 prefix=${1:+$(realpath "$1")}
 sdk=$root/build/sdk
+logs=$sdk/logs
 machine=arm-linux-gnueabihf
 version=$(sed -n 's/^PKG_VERSION:=//p' packaging/openwrt/Makefile)
 staging=$sdk/staging_dir/usr
 target=$sdk/root
-
-fail() {
-    echo "sdk.sh: $*" >&2
-    exit 1
-}
-
-quietly() { # quietly NAME COMMAND...: shows the end of its output when it fails
-    local log=$sdk/logs/$1.log
-    shift
-    "$@" >"$log" 2>&1 || { tail -n 40 "$log" >&2; fail "failed: $*"; }
-}
 
 make_sdk() {
     rm -rf "$sdk"

@@ -92,6 +92,16 @@ protected:
 
 constexpr const char *DONE = "{\"err_code\":0}\n";
 
+// As long as it ought to last, and without work.
+void expect_idle_pause()
+{
+    const t_time_stamp start = get_time_stamp();
+    const clock_t before = clock();
+    EXPECT_FALSE(pause_serving_callers(SHORT_PAUSE_MS));
+    EXPECT_GE(milliseconds_since(start), SHORT_PAUSE_MS);
+    EXPECT_LT(int64_t{clock() - before} * 1'000'000 / CLOCKS_PER_SEC, PROCESSOR_OF_A_PAUSE_US);
+}
+
 } // namespace
 
 // holds: served-at-start
@@ -182,21 +192,13 @@ TEST_F(start_pause, no_timer_of_the_loop_runs)
 
 TEST_F(start_pause, lasts_as_long_as_it_ought_to_without_work)
 {
-    const t_time_stamp start = get_time_stamp();
-    const clock_t before = clock();
-    EXPECT_FALSE(pause_serving_callers(SHORT_PAUSE_MS));
-    EXPECT_GE(milliseconds_since(start), SHORT_PAUSE_MS);
-    EXPECT_LT(int64_t{clock() - before} * 1'000'000 / CLOCKS_PER_SEC, PROCESSOR_OF_A_PAUSE_US);
+    expect_idle_pause();
 }
 
 TEST_F(start_pause, lasts_as_long_without_work_when_the_bus_goes_away)
 {
     bus.kill();
-    const t_time_stamp start = get_time_stamp();
-    const clock_t before = clock();
-    EXPECT_FALSE(pause_serving_callers(SHORT_PAUSE_MS));
-    EXPECT_GE(milliseconds_since(start), SHORT_PAUSE_MS);
-    EXPECT_LT(int64_t{clock() - before} * 1'000'000 / CLOCKS_PER_SEC, PROCESSOR_OF_A_PAUSE_US);
+    expect_idle_pause();
 }
 
 // holds: signal-ends

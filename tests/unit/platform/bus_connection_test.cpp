@@ -80,8 +80,6 @@ protected:
         wan_detect_bus_exports_release();
         uloop_done();
         sigaction(SIGTERM, &former_, nullptr);
-        std::filesystem::remove(BUS_SOCKET_PATH);
-        std::filesystem::remove(BUS_DEFAULT_SOCKET_PATH);
     }
 
     static int init()
@@ -123,6 +121,22 @@ protected:
     lost_bus() : eth0(add_port("eth0", 0)) { EXPECT_EQ(init(), 0); }
     t_bus_daemon bus{BUS_SOCKET_PATH};
     t_device *eth0;
+};
+
+// Another program whose object has the daemon's name.
+class t_squatter {
+public:
+    bool is_published() { return client_.publish(&object_); }
+
+private:
+    t_bus_client client_{BUS_SOCKET_PATH};
+    ubus_object_type type_ = {"wan_detect", 0, nullptr, 0};
+    ubus_object object_ = [this] {
+        ubus_object object = {};
+        object.name = "wan_detect";
+        object.type = &type_;
+        return object;
+    }();
 };
 
 size_t open_descriptors()
@@ -178,12 +192,8 @@ TEST_F(bus_connection, without_a_bus_ends_the_daemon)
 TEST_F(bus_connection, with_its_name_in_use_ends_the_daemon)
 {
     t_bus_daemon bus(BUS_SOCKET_PATH);
-    t_bus_client other(BUS_SOCKET_PATH);
-    ubus_object_type type = {"wan_detect", 0, nullptr, 0};
-    ubus_object squatter = {};
-    squatter.name = "wan_detect";
-    squatter.type = &type;
-    ASSERT_TRUE(other.publish(&squatter));
+    t_squatter other;
+    ASSERT_TRUE(other.is_published());
     EXPECT_EQ(init(), -1);
     EXPECT_EQ(terminations, 1);
     EXPECT_TRUE(log.has("Critical", "wan_detect_ubus_init", "ubus_add_object: Invalid argument"));
@@ -195,12 +205,8 @@ TEST_F(bus_connection, with_its_name_in_use_leaves_the_other_ones_log_file_alone
     const std::string log_file = "/tmp/wan_detect.log";
     write_file(log_file, "the other one's");
     t_bus_daemon bus(BUS_SOCKET_PATH);
-    t_bus_client other(BUS_SOCKET_PATH);
-    ubus_object_type type = {"wan_detect", 0, nullptr, 0};
-    ubus_object squatter = {};
-    squatter.name = "wan_detect";
-    squatter.type = &type;
-    ASSERT_TRUE(other.publish(&squatter));
+    t_squatter other;
+    ASSERT_TRUE(other.is_published());
     log_open_with_first_line();
     EXPECT_EQ(init(), -1);
     EXPECT_EQ(read_file(log_file), "the other one's");
