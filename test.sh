@@ -257,6 +257,7 @@ say "Result in $SECONDS s"
 mapfile -t skipped < <(cat "$logs"/ctest-*.log "$logs"/lab-*.log 2>/dev/null |
     sed -n 's/^skipped: //p; s/^[0-9]*: \[  SKIPPED \] \(.*\) ([0-9]* ms)$/\1/p')
 [ ${#skipped[@]} -eq 0 ] || printf 'skipped: %s\n' "${skipped[@]}"
+cat "$logs"/lab-*.log 2>/dev/null | grep '^played twice: '
 printf '%d passed, %d failed%s\n' $((unit_passed + ${lab_passed:-0})) "$failed" \
     "$([ ${#skipped[@]} -eq 0 ] || printf ', %d skipped' ${#skipped[@]})"
 [ "$failed" -eq 0 ]

@@ -5,7 +5,7 @@ import re
 import subprocess
 import sys
 import tempfile
-from concurrent.futures import ThreadPoolExecutor
+from concurrent.futures import ThreadPoolExecutor, wait
 from pathlib import Path
 
 import pytest
@@ -20,6 +20,9 @@ from lab.sanitizers import built_in    # noqa: E402  pylint: disable=wrong-impor
 TIME_LIMIT_S = 180
 DEFAULT_SPEED = 10
 SHOWN_LOG_LINES = 200
+# A machine that stood still for a moment fails a scenario or two; a fault fails more, or the same one again.
+MOST_PLAYED_AGAIN = 3
+MOST_TOLD_LINES = 6
 
 
 def pytest_addoption(parser):
@@ -62,20 +65,44 @@ class Seen:
         assert self.report["checks"], "nothing was checked"
         return [check for check in self.report["checks"] if not check["passed"]]
 
+    def failures(self):
+        """A line for each thing that did not hold."""
+        if self.status == EXIT_CANNOT_PLAY:
+            return []
+        failed = [f"{check['what']}: {check['detail']}" for check in self.failed_checks()]
+        return [f"the scenario ended with status {self.status}", *failed] if failed or self.status != 0 else []
+
 
 class Player:
-    """Plays the scenarios of a session ahead of its tests, some at the same time, each only once."""
+    """Plays the scenarios of a session ahead of its tests, some at the same time, each only once when it holds."""
+    again = {}
 
     def __init__(self, options):
         self.build, self.speed = options.getoption("--build"), options.getoption("--speed")
         self.pool = ThreadPoolExecutor(options.getoption("--labs"))
         self.playing = set()
         self.played = {}
+        self.again = {}    # what failed at first in scenarios that were played again
 
     def ask_for(self, arguments):
         if arguments not in self.played:
             self.played[arguments] = self.pool.submit(self.play, arguments)
         return self.played[arguments]
+
+    def result(self, arguments, may_fail):
+        """Of the scenario; one that failed is played once more, when nothing else plays, and that is told at the end."""
+        failures = [] if may_fail else self.failures(arguments)
+        if failures and arguments not in self.again and len(self.again) < MOST_PLAYED_AGAIN:
+            wait(self.played.values())
+            self.again[arguments] = failures
+            self.played[arguments] = self.pool.submit(self.play, arguments)
+        return self.ask_for(arguments).result()
+
+    def failures(self, arguments):
+        try:
+            return self.ask_for(arguments).result().failures()
+        except AssertionError as error:
+            return [str(error)]
 
     def play(self, arguments):
         with tempfile.NamedTemporaryFile(prefix="lab-report-") as report:
@@ -132,22 +159,21 @@ def pytest_sessionfinish(session):
 
 def assert_all_held(seen):
     """Whatever a test is about, what its scenario checks has to hold."""
-    failed = [f"{check['what']}: {check['detail']}" for check in seen.failed_checks()]
-    if failed or seen.status != 0:
-        pytest.fail("\n".join([f"the scenario ended with status {seen.status}", *failed]), pytrace=False)
+    if failures := seen.failures():
+        pytest.fail("\n".join(failures), pytrace=False)
 
 
 @pytest.fixture
 def seen(request):
     """What the scenario named by the test's mark left behind, once all of its checks held."""
-    playing = request.config.player.ask_for(scenario_of(request.node))
+    may_fail = request.node.get_closest_marker("scenario").kwargs.get("may_fail")
     try:
-        request.node.seen = playing.result()
+        request.node.seen = request.config.player.result(scenario_of(request.node), may_fail)
     except AssertionError as error:
         pytest.fail(str(error), pytrace=False)
     if request.node.seen.status == EXIT_CANNOT_PLAY:
         pytest.skip(f"{request.node.name}: {request.node.seen.output.strip()}")
-    if not request.node.get_closest_marker("scenario").kwargs.get("may_fail"):
+    if not may_fail:
         assert_all_held(request.node.seen)
     return request.node.seen
 
@@ -165,10 +191,15 @@ def pytest_runtest_makereport(item, call):
         result.sections.append(("daemon's log, last lines", "\n".join(lines)))
 
 
-def pytest_terminal_summary(terminalreporter):
-    """./test.sh counts by these names what could not be tested here."""
+def pytest_terminal_summary(terminalreporter, config):
+    """What could not be tested here, which ./test.sh counts by these names, and what went wrong: last, where it is seen."""
     for report in terminalreporter.stats.get("skipped", []):
         terminalreporter.write_line(f"skipped: {report.nodeid}")
+    for report in terminalreporter.stats.get("error", []) + terminalreporter.stats.get("failed", []):
+        told = str(report.longrepr).strip().splitlines() or [""]
+        terminalreporter.write_line(f"failed: {report.nodeid}: {'; '.join(told[-MOST_TOLD_LINES:])}")
+    for arguments, failures in getattr(config, "player", Player).again.items():
+        terminalreporter.write_line(f"played twice: {' '.join(arguments)}: {'; '.join(failures[:MOST_TOLD_LINES])}")
 
 
 def pytest_configure(config):

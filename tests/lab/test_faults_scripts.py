@@ -3,7 +3,7 @@
 import pytest
 
 # Nothing but waiting happens while a command hangs.
-SPEED = 30
+SPEED = 20
 FAST = ("--speed", str(SPEED))
 bad_scripts = pytest.mark.scenario("bad-scripts", "--speed", "20", long=True)
 

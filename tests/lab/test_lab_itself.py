@@ -5,11 +5,13 @@ import signal
 import subprocess
 import sys
 import time
+from collections import Counter
+from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
 import pytest
 
-from conftest import Seen, assert_all_held
+from conftest import MOST_PLAYED_AGAIN, Player, Seen, assert_all_held
 
 ROOT = Path(__file__).resolve().parent.parent.parent
 STARTED_S = 20
@@ -27,6 +29,37 @@ def test_a_scenario_that_does_not_hold_fails_each_test_that_looks_at_it(checks, 
               "facts": {}, "lines": [], "console": []}
     with pytest.raises(pytest.fail.Exception):
         assert_all_held(Seen(status, "", report))
+
+
+def seen_with_status(status):
+    return Seen(status, "", {"checks": [{"what": "it holds", "passed": status == 0, "detail": ""}], "facts": {}, "lines": [],
+                             "console": []})
+
+
+class Spoilt(Player):
+    """Plays nothing: the first so many plays of each scenario fail."""
+
+    def __init__(self, failing):
+        self.pool, self.playing, self.played, self.again = ThreadPoolExecutor(2), set(), {}, {}
+        self.failing, self.plays = failing, Counter()
+
+    def play(self, arguments):
+        self.plays[arguments] += 1
+        return seen_with_status(1 if self.plays[arguments] <= self.failing else 0)
+
+
+@pytest.mark.parametrize("failing, plays, status", [(0, 1, 0), (1, 2, 0), (2, 2, 1)])
+def test_a_scenario_that_failed_is_played_once_more_and_that_is_told(failing, plays, status):
+    player = Spoilt(failing)
+    assert [player.result(("one",), False).status for _ in range(3)] == [status] * 3
+    assert player.plays == {("one",): plays}
+    assert list(player.again) == [("one",)][:failing]
+
+
+def test_where_many_scenarios_fail_they_have_failed():
+    player = Spoilt(1)
+    statuses = [player.result((str(number),), False).status for number in range(MOST_PLAYED_AGAIN + 1)]
+    assert statuses == [0] * MOST_PLAYED_AGAIN + [1]
 
 
 def descendants(pid):
