@@ -166,7 +166,8 @@ bool pass_yields()
     case t_cycle_state::judging:
         return true; // what comes of the answers asks for the next step within a moment
     case t_cycle_state::probing: {
-        const bool again = engine.stage_was_cut;
+        const bool again =
+            engine.stage_was_cut && (engine.proto_detect_start.pending || engine.proto_detect_end.pending);
         engine.stage_was_cut = true;
         return again;
     }
@@ -298,6 +299,8 @@ bool begin_end()
 
 void close_cycle()
 {
+    if (!request_is_under_way())
+        leave_stage();
     engine.restart_requested = 0;
     engine.stage_was_cut = false;
     enter(t_cycle_state::resting);

@@ -55,9 +55,8 @@ void stop_looking_again()
 // A pause that is already a first one runs on: who changes all the time does not put the look off for ever.
 void begin_retries_anew()
 {
-    if (!engine.look_again.pending)
-        engine.retry.next_s = 0;
-    else if (engine.retry.armed_s > engine.retry.first_s)
+    engine.retry.next_s = 0; // a look that comes reckons it anew
+    if (engine.look_again.pending && engine.retry.armed_s > engine.retry.first_s)
         arm(engine.retry.first_s);
 }
 

@@ -14,6 +14,10 @@ some=$blank'\{1,\}'
 section="^$blank*config${some}[^[:space:]]*$some${quote}auto_wan_detect${quote}$blank*\\(#.*\\)\\{0,1\\}\$"
 prefixes=$(sed -n "/$section/,/^$blank*config$blank/\
 s/^$blank*option$some${quote}port_prefix$quote$some$quote\\([^\"']*\\).*/\\1/p" "$CONFIG" 2>/dev/null)
+case $prefixes in
+*[![:space:]]*) ;;
+*) prefixes= ;;
+esac
 json=
 
 # add PORT: false where the reader would not take it any more.

@@ -195,8 +195,10 @@ static void double_checkarp_table(t_port_model *model, const t_interface_info &l
 constexpr const char *UPDATE = "update_brlan_dev"; // its part speaks in its name
 
 // Looks at one forwarding record. Whoever invents hosts makes many, so each is one of the lines that may be left out.
-static void mark_port(t_port_model *model, const t_interface_info &lan, const t_bridge_record &record, bool told)
+static void mark_port(t_port_model *model, const t_interface_info &lan, const t_bridge_record &record,
+                      t_frame_lines *lines)
 {
+    const bool told = may_tell_of_frame(lines, LOG_LEVEL_Debug);
     t_device *dev = find_device_by_brlan_index(model->dev_hashmap_head, record.port);
     if (!dev) {
         if (told)
@@ -208,7 +210,9 @@ static void mark_port(t_port_model *model, const t_interface_info &lan, const t_
             LOG_AS(UPDATE, Debug, "device:%s already has an ip that has same subnet as LAN!\n", dev->name);
         return;
     }
-    const t_arp_entry *entry = find_arp_entry(model->arp_table_hashmap_head, &record.mac);
+    const t_arp_entry *entry = nullptr;
+    if (model->arp_table_hashmap_head || may_tell_of_frame(lines, LOG_LEVEL_Info)) // which tells of an empty table
+        entry = find_arp_entry(model->arp_table_hashmap_head, &record.mac);
     if (!entry) {
         if (told)
             LOG_AS(UPDATE, Debug, "Failed to find arp entry for %02X-%02X-%02X-%02X-%02X-%02X!\n",
@@ -248,7 +252,7 @@ int update_brlan_dev(t_port_model *model)
     double_checkarp_table(model, lan, lan_ifindex);
     t_frame_lines lines = {.probe = "lan hosts", .second = {}, .left_out = 0};
     for (const t_bridge_record &record : std::span(sources.records, static_cast<size_t>(record_count)))
-        mark_port(model, lan, record, may_tell_of_frame(&lines, LOG_LEVEL_Debug));
+        mark_port(model, lan, record, &lines);
     tell_lines_left_out(&lines);
     return OK;
 }

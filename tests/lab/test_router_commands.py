@@ -63,6 +63,15 @@ def test_ports_are_what_begins_with_the_configured_words(shell, option):
     assert json.loads(told) == {"lan1": False, "lan2": False, "wan": True, "sfp0": False}
 
 
+# holds: router-commands-prefix
+@pytest.mark.parametrize("shell", SHELLS)
+@pytest.mark.parametrize("value", ["", " ", "\t "])
+def test_a_blank_prefix_is_none(shell, value):
+    told = with_ports(shell, "get_all_port_state.sh", *veth("eth0"), *veth("lan1"),
+                      network=PREFIX % f"option port_prefix '{value}'")
+    assert json.loads(told) == {"eth0": False}
+
+
 OTHER = "\toption port_prefix 'no'\n"
 RIGHT = "config wan_detect 'auto_wan_detect'\n\toption port_prefix 'lan'\n"
 

@@ -470,4 +470,53 @@ TEST_F(cycle_order, flapping_puts_the_wait_off_by_60_s_at_most)
     EXPECT_TRUE(log->has("Info", "wan_detect_process_link_change", "Reset start detecting time to 0ms"));
 }
 
+// holds: dead-request-ends-with-cycle
+TEST_F(cycle_order, the_end_of_a_cycle_frees_a_stage_that_never_ends)
+{
+    use_static_line();
+    plug({"eth0", "eth2"});
+    fake_router.network_state = 0;
+    t_protocol *dhcp = protocol("dhcp");
+    ASSERT_EQ(ask_for("eth3"), OK);
+    copy_name(dhcp->name, "other");
+    HASH_DELETE(hh, port_model.proto_hashmap_head, dhcp);
+    fire(engine.proto_detect_start);
+    ASSERT_TRUE(port_model.proto_detect_running);
+    uloop_timeout_set(&engine.start_wan_detect, 0);
+    be_waiting();
+    fire(engine.start_wan_detect);
+    ASSERT_TRUE(engine.end.pending);
+    fire(engine.end);
+    EXPECT_FALSE(port_model.wan_detect_running);
+    EXPECT_FALSE(port_model.proto_detect_running);
+    start_wan_detect_all(0);
+    fire(engine.init_wan_detect_all);
+    EXPECT_EQ(armed(engine.init_wan_detect_all), NOT_ARMED) << "put off for ever";
+    free(dhcp);
+}
+
+// holds: dead-stage-yields
+TEST_F(cycle_order, a_stage_that_never_ends_swallows_no_second_loss)
+{
+    set_connection("pppoe");
+    plug({"eth2"});
+    t_protocol *dhcp = protocol("dhcp");
+    copy_name(dhcp->name, "other");
+    HASH_DELETE(hh, port_model.proto_hashmap_head, dhcp);
+    open_cycle();
+    ASSERT_TRUE(engine.proto_detect_start.pending);
+    fire(engine.proto_detect_start);
+    ASSERT_FALSE(engine.proto_detect_end.pending);
+    uloop_timeout_set(&engine.start_wan_detect, 0); // first loss
+    fire(engine.start_wan_detect);
+    ASSERT_TRUE(engine.proto_detect_start.pending);
+    fire(engine.proto_detect_start);
+    plug({"eth0"}); // second loss, back within a second
+    fake_router.network_state = 0;
+    uloop_timeout_set(&engine.start_wan_detect, 0);
+    fire(engine.start_wan_detect);
+    EXPECT_TRUE(engine.end.pending) << "the WAN port works";
+    free(dhcp);
+}
+
 } // namespace

@@ -386,4 +386,27 @@ TEST_F(look_again, a_winner_that_could_not_get_the_role_is_looked_for_again)
     EXPECT_EQ(pause_s(), 30);
 }
 
+// holds: look-again-change-before-stage
+TEST_F(look_again, a_change_before_a_stage_counts_behind_it)
+{
+    open_cycle();
+    for (int i = 0; i < 4; i++)
+        look();
+    ASSERT_EQ(pause_s(), 300);
+    fake_router.links["eth2"] = true;
+    wan_detect_process_link_change(dev("eth2"), true);
+    EXPECT_EQ(pause_s(), 30);
+    delay_trigger_thread(dev("eth2"), 0);
+    fire(engine.start_wan_detect);
+    EXPECT_EQ(armed(engine.proto_detect_start), 0);
+    EXPECT_EQ(armed(engine.look_again), NOT_ARMED);
+    for (int i = 0; i < 100 && !engine.look_again.pending; i++)
+        fire(engine.proto_detect_start.pending   ? engine.proto_detect_start
+             : engine.proto_detect_end.pending   ? engine.proto_detect_end
+             : engine.using_proto_detect.pending ? engine.using_proto_detect
+                                                 : engine.start_wan_detect);
+    EXPECT_EQ(pause_s(), 30);
+    EXPECT_TRUE(stop_background_threads());
+}
+
 } // namespace

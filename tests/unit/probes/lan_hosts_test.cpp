@@ -212,6 +212,20 @@ TEST_F(lan_hosts, invented_hosts_fill_no_log)
     EXPECT_TRUE(log.has("Info", "tell_lines_left_out", "lan hosts: 800 more lines about received frames left out"));
 }
 
+// holds: lan-host-lines
+TEST_F(lan_hosts, invented_hosts_fill_no_log_while_no_host_is_known)
+{
+    learn(forwarding_records(1000));
+    for (int level : {6, 7}) {
+        t_log_capture told(level);
+        update_brlan_dev(&model);
+        const int lines = told.count("Info", "find_arp_entry", "arp_table_hashmap_head input is NULL!");
+        EXPECT_LE(lines, 200);
+        EXPECT_GE(lines, 60);
+        EXPECT_NE(told.text().find("more lines about received frames left out"), std::string::npos);
+    }
+}
+
 // holds: lan-look-codes
 TEST_F(lan_hosts, without_forwarding_records_the_search_ends)
 {
