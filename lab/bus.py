@@ -3,9 +3,9 @@
 import json
 import os
 import signal
+import socket
 import subprocess
 import time
-from pathlib import Path
 
 from lab.health import STATE_FILE
 from lab.mounts import STATE
@@ -13,6 +13,16 @@ from lab.mounts import STATE
 SOCKET = "/var/run/ubus.sock"
 READY_REAL_S = 5.0
 POLL_REAL_S = 0.01
+
+
+def listens(path):
+    """A socket is there a moment before somebody listens at it."""
+    try:
+        with socket.socket(socket.AF_UNIX) as probe:
+            probe.connect(path)
+        return True
+    except OSError:
+        return False
 
 
 class Bus:
@@ -37,7 +47,7 @@ class Bus:
             self.broker = subprocess.Popen(["ubusd", "-s", SOCKET], stdin=subprocess.DEVNULL, stdout=output,
                                            stderr=output)
         end = time.monotonic() + READY_REAL_S
-        while not Path(SOCKET).exists():
+        while not listens(SOCKET):
             if self.broker.poll() is not None or time.monotonic() > end:
                 raise RuntimeError("ubusd did not come up")
             time.sleep(POLL_REAL_S)
