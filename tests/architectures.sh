@@ -109,15 +109,17 @@ stage_on() {
         timeout 300 "${qemu[@]}" "$bin/PROGRAM" --gtest_brief=1
 }
 
-unit_on() { # unit_on NAME: each case a process of its own
-    local folder=$base/$1/release
+# unit_on NAME: all but the exceptions, each program one process or some. Many hold a bound on time, which an emulated program may miss.
+unit_on() {
+    local log=$logs/unit-$1.log status=0
     quietly "libraries-$1" add_libraries "$1"
     quietly "build-$1" build_release "$1" all
-    exceptions "$1" >"$base/$1/exceptions.txt"
-    ctest --test-dir "$folder" -j $((2 * jobs)) --timeout 300 -Q -O "$base/logs/unit-$1.log" --output-on-failure \
-        --output-junit "$folder/unit.xml" || true # the report tells
-    echo "$1:"
-    tests/real_libraries_report.py --unit "$folder/unit.xml" --exceptions "$base/$1/exceptions.txt"
+    GTEST_FILTER=-$(exceptions "$1" | cut -f 1 | paste -sd:) \
+        ctest --test-dir "$base/$1/release" -j "$jobs" --repeat until-pass:3 -V -Q -O "$log" || status=1
+    printf '%s: %d cases passed, %d excepted\n' "$1" "$(sed -n 's/.*\[       OK \] \([^ ]*\).*/\1/p' "$log" | sort -u | wc -l)" \
+        "$(exceptions "$1" | wc -l)"
+    [ $status -eq 0 ] || sed -n '/tests passed/,$p' "$log"
+    return $status
 }
 
 build_release() { # build_release NAME TARGET...: what runs on a machine of that kind
