@@ -24,8 +24,10 @@ void dispatch(ubus_context *ctx, const received_frame &frame)
         handle_answer(ctx, frame);
         return;
     case UBUS_MSG_INVOKE:
+    case UBUS_MSG_UNSUBSCRIBE:
+    case UBUS_MSG_NOTIFY:
         if (ctx->stack_depth == 0 && list_empty(&ctx->pending)) {
-            handle_call(ctx, frame);
+            serve(ctx, frame);
         } else if (!put_off_call(ctx, frame)) {
             refuse_call(ctx, frame, UBUS_STATUS_NO_MEMORY);
         }

@@ -86,9 +86,21 @@ void list_object(ubus_context *ctx, ubus_object *obj);
 // Asks the bus for ids and puts the object on record. 0 or a status code.
 int publish(ubus_context *ctx, ubus_object *obj);
 
+// notification.cpp
+// The bus tells whether an object of ours has subscribers.
+void take_subscriber_state(ubus_context *ctx, ubus_object *obj, const ubus_frame::attributes &attributes);
+// A status that belongs to a notification: who is to answer it, or the answer of one of them. True when that was all,
+// and status is what became of the notification.
+bool take_notification_answer(ubus_request *req, uint32_t peer, const ubus_frame::attributes &attributes, int &status);
+
+// subscriber.cpp
+// The bus tells that what an object of ours is subscribed to is gone.
+void end_subscription(ubus_context *ctx, ubus_object *obj, const ubus_frame::attributes &attributes);
+
 // serve.cpp
-void handle_call(ubus_context *ctx, const received_frame &frame);
-// Answers a call with this status in place of its method.
+// A call of a method, an event, a notification, or news of a subscription.
+void serve(ubus_context *ctx, const received_frame &frame);
+// Answers a call with this status in place of its method; news of a subscription are dropped.
 void refuse_call(ubus_context *ctx, const received_frame &frame, int status);
 
 } // namespace ubus_library

@@ -23,6 +23,12 @@ message &message::add(ubus_msg_attr id, const char *text)
     return *this;
 }
 
+message &message::add_flag(ubus_msg_attr id, bool value)
+{
+    is_complete_ = is_complete_ && blob_put_u8(&work_buffer, id, value ? 1 : 0);
+    return *this;
+}
+
 message &message::add_fields(ubus_msg_attr id, const blob_attr *fields)
 {
     return fields ? add_fields(id, blob_data(fields), blob_len(fields)) : add_fields(id, nullptr, 0);

@@ -14,6 +14,7 @@ public:
 
     message &add(ubus_msg_attr id, uint32_t value);
     message &add(ubus_msg_attr id, const char *text);
+    message &add_flag(ubus_msg_attr id, bool value);
     // The content of another message or attribute; NULL adds an empty one.
     message &add_fields(ubus_msg_attr id, const blob_attr *fields);
     message &add_fields(ubus_msg_attr id, const void *fields, size_t length);

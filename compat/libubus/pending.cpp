@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Calls and events that arrive while a synchronous call waits: kept in their order, served soon after it.
+// Calls, events and news of subscriptions that arrive while a synchronous call waits: kept in their order, served soon
+// after it.
 #include "library.h"
 
 #include <cstdlib>
@@ -63,7 +64,7 @@ void run_pending_calls(uloop_timeout *timer)
     callback_guard guard(ctx);
     for (int served = 0; served < FRAMES_PER_TURN && !list_empty(&ctx->pending); served++) {
         pending_frame *pending = take_pending(ctx);
-        handle_call(ctx, pending->frame);
+        serve(ctx, pending->frame);
         free_pending(pending);
         if (guard.context_is_gone()) {
             return;

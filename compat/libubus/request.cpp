@@ -126,11 +126,21 @@ ubus_request *find_request(ubus_context *ctx, const ubus_frame::header &head)
     ubus_request *req;
     list_for_each_entry(req, &ctx->requests, list)
     {
-        if (req->seq == head.seq && req->peer == head.peer) {
+        if (req->seq == head.seq && (req->peer == head.peer || req->notify)) {
             return req;
         }
     }
     return nullptr;
+}
+
+// Subscribers answer with their status only.
+void handle_notification_answer(ubus_context *ctx, ubus_request *req, const received_frame &frame)
+{
+    int status;
+    if (frame.head.type == UBUS_MSG_STATUS &&
+        take_notification_answer(req, frame.head.peer, ubus_frame::parse(frame.data), status)) {
+        complete(ctx, req, status);
+    }
 }
 
 // The poll timeout that is left until the deadline; 0 when it has passed.
@@ -205,7 +215,9 @@ void handle_answer(ubus_context *ctx, const received_frame &frame)
     if (!req) {
         return;
     }
-    if (req->blocked) {
+    if (req->notify) {
+        handle_notification_answer(ctx, req, frame);
+    } else if (req->blocked) {
         put_off(req, frame.head.type, frame.data);
     } else {
         deliver(ctx, req, frame.head.type, frame.data);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What others ask of a client: its methods run, their answers go out, at once or later.
+// What others ask or tell a client: its methods run, their answers go out, at once or later.
 #include "library.h"
 
 #include <cstring>
@@ -73,17 +73,10 @@ void send_status(ubus_context *ctx, const ubus_request_data &req, int status)
     answer(ctx, req, UBUS_MSG_STATUS, body);
 }
 
-} // namespace
-
-void handle_call(ubus_context *ctx, const received_frame &frame)
+void handle_call(ubus_context *ctx, ubus_object *obj, const received_frame &frame,
+                 const ubus_frame::attributes &attributes)
 {
-    ubus_frame::attributes attributes = ubus_frame::parse(frame.data);
-    if (!attributes[UBUS_ATTR_OBJID]) {
-        return;
-    }
     ubus_request_data req = make_request(frame, attributes);
-    ubus_object *obj;
-    obj = avl_find_element(&ctx->objects, &req.object, obj, avl);
     callback_guard guard(ctx);
     int status = run_method(ctx, obj, &req, attributes);
     if (!guard.context_is_gone() && !req.deferred && expects_answer(attributes)) {
@@ -91,10 +84,31 @@ void handle_call(ubus_context *ctx, const received_frame &frame)
     }
 }
 
+} // namespace
+
+void serve(ubus_context *ctx, const received_frame &frame)
+{
+    ubus_frame::attributes attributes = ubus_frame::parse(frame.data);
+    if (!attributes[UBUS_ATTR_OBJID]) {
+        return;
+    }
+    uint32_t id = blob_get_u32(attributes[UBUS_ATTR_OBJID]);
+    ubus_object *obj;
+    obj = avl_find_element(&ctx->objects, &id, obj, avl);
+    if (frame.head.type == UBUS_MSG_INVOKE) {
+        handle_call(ctx, obj, frame, attributes);
+    } else if (obj && frame.head.type == UBUS_MSG_NOTIFY) {
+        take_subscriber_state(ctx, obj, attributes);
+    } else if (obj) {
+        end_subscription(ctx, obj, attributes);
+    }
+}
+
 void refuse_call(ubus_context *ctx, const received_frame &frame, int status)
 {
     ubus_frame::attributes attributes = ubus_frame::parse(frame.data);
-    if (attributes[UBUS_ATTR_OBJID] && expects_answer(attributes)) {
+    bool is_call = frame.head.type == UBUS_MSG_INVOKE;
+    if (is_call && attributes[UBUS_ATTR_OBJID] && expects_answer(attributes)) {
         send_status(ctx, make_request(frame, attributes), status);
     }
 }

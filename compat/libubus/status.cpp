@@ -40,6 +40,8 @@ static_assert(offsetof(ubus_object, subscribe_cb) == 88 && offsetof(ubus_object,
 static_assert(offsetof(ubus_object, methods) == 104 && offsetof(ubus_object, n_methods) == 112);
 static_assert(sizeof(ubus_event_handler) == 128 && offsetof(ubus_event_handler, cb) == 120);
 static_assert(sizeof(ubus_subscriber) == 160 && offsetof(ubus_subscriber, obj) == 16);
+static_assert(offsetof(ubus_subscriber, cb) == 136 && offsetof(ubus_subscriber, remove_cb) == 144);
+static_assert(offsetof(ubus_subscriber, new_obj_cb) == 152);
 static_assert(sizeof(ubus_context) == 344 && offsetof(ubus_context, objects) == 16);
 static_assert(offsetof(ubus_context, pending) == 64 && offsetof(ubus_context, sock) == 80);
 static_assert(offsetof(ubus_context, pending_timer) == 96 && offsetof(ubus_context, local_id) == 144);

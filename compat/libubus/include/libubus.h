@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT */
-/* Client library of the message bus: connection, objects, calls and events. No function is thread-safe: contexts share
- * work buffers, so all of them belong to the one thread that runs the event loop. */
+/* Client library of the message bus: connection, objects, calls, events and notifications. No function is thread-safe:
+ * contexts share work buffers, so all of them belong to the one thread that runs the event loop. */
 #ifndef COMPAT_LIBUBUS_H
 #define COMPAT_LIBUBUS_H
 
@@ -85,8 +85,8 @@ struct ubus_object {
     uint32_t id; /* set by the bus */
     const char *path;
     struct ubus_object_type *type;
-    ubus_state_handler_t subscribe_cb;
-    bool has_subscribers;
+    ubus_state_handler_t subscribe_cb; /* has_subscribers has changed */
+    bool has_subscribers;              /* as the bus said last; losing the connection does not change it */
     const struct ubus_method *methods;
     int n_methods;
 };
@@ -94,9 +94,9 @@ struct ubus_object {
 struct ubus_subscriber {
     struct list_head list;
     struct ubus_object obj;
-    ubus_handler_t cb;
-    ubus_remove_handler_t remove_cb;
-    ubus_new_object_handler_t new_obj_cb;
+    ubus_handler_t cb;                    /* a notification; what it returns is sent back if the notifier waits */
+    ubus_remove_handler_t remove_cb;      /* the object with this id is gone, and the subscription with it */
+    ubus_new_object_handler_t new_obj_cb; /* never called: this library does not look out for new objects */
 };
 
 struct ubus_event_handler {
@@ -181,8 +181,8 @@ struct ubus_request {
 struct ubus_context *ubus_connect(const char *path);
 /* The same for a context of the caller's own. 0, or -1 on failure. */
 int ubus_connect_ctx(struct ubus_context *ctx, const char *path);
-/* Connects again after a loss and publishes the objects of the context anew; event patterns must be registered again
- * and the socket added to the loop again. 0 or a status code. */
+/* Connects again after a loss and publishes the objects of the context anew; event patterns must be registered and
+ * objects subscribed to again, and the socket added to the loop. 0 or a status code. */
 int ubus_reconnect(struct ubus_context *ctx, const char *path);
 /* Both drop outstanding requests without completing them. ubus_free also releases the context itself. */
 void ubus_free(struct ubus_context *ctx);
@@ -249,6 +249,17 @@ void ubus_complete_deferred_request(struct ubus_context *ctx, struct ubus_reques
 int ubus_register_event_handler(struct ubus_context *ctx, struct ubus_event_handler *ev, const char *pattern);
 int ubus_unregister_event_handler(struct ubus_context *ctx, struct ubus_event_handler *ev);
 int ubus_send_event(struct ubus_context *ctx, const char *id, struct blob_attr *data);
+
+/* The subscriber gets an object of its own, through which it is notified; unregistering ends its subscriptions. */
+int ubus_register_subscriber(struct ubus_context *ctx, struct ubus_subscriber *sub);
+int ubus_unregister_subscriber(struct ubus_context *ctx, struct ubus_subscriber *sub);
+/* id: an object of another client. 0 or a status code. */
+int ubus_subscribe(struct ubus_context *ctx, struct ubus_subscriber *sub, uint32_t id);
+int ubus_unsubscribe(struct ubus_context *ctx, struct ubus_subscriber *sub, uint32_t id);
+/* Tells all subscribers of an object. timeout in ms: a negative one expects no answers and returns at once, 0 waits for
+ * those of all subscribers for ever. 0 or a status code; what the subscribers answer does not count. */
+int ubus_notify(struct ubus_context *ctx, struct ubus_object *obj, const char *type, struct blob_attr *msg,
+                int timeout);
 
 #ifdef __cplusplus
 }

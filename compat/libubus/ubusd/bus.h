@@ -33,6 +33,8 @@ struct client {
 
     list_head queue; // frames the socket had no room for, owned
     size_t queued_bytes;
+
+    size_t subscription_count; // of all its objects
 };
 
 // What the methods of an object look like; shared by the objects that were published with it.
@@ -49,8 +51,18 @@ struct object {
     object_type *type; // shared; null if the object has no methods to show
     client *owner;     // borrowed, outlives the object
     list_head siblings;
-    list_head patterns;  // owned, through pattern.of_object
-    uint64_t last_event; // number of the event it was last sent
+    list_head patterns;    // owned, through pattern.of_object
+    uint64_t last_event;   // number of the event it was last sent
+    list_head targets;     // owned, what it is subscribed to, through subscription.of_subscriber
+    list_head subscribers; // owned, who is subscribed to it, through subscription.of_target
+    uint16_t notice_count; // what its owner was told about its subscriptions
+};
+
+struct subscription {
+    list_head of_subscriber;
+    list_head of_target;
+    object *subscriber; // borrowed, ends the subscription before it goes
+    object *target;     // borrowed, likewise
 };
 
 // Returned by a request handler that leaves the answer to someone else.
@@ -86,6 +98,9 @@ void drop_queue(client &to);
 
 // requests.cpp
 void handle_request(const request &req);
+// Sends a call, or a notification that wants no answer when it is silent, to the owner of an object. False if the names
+// of the sender make it too long.
+bool forward(const request &req, object &to, bool is_silent);
 
 // objects.cpp
 void initialise_objects();
@@ -94,6 +109,13 @@ int add_object(const request &req);
 int remove_object(const request &req);
 int look_up(const request &req);
 void remove_objects_of(client &owner);
+
+// subscriptions.cpp
+int subscribe(const request &req);
+int unsubscribe(const request &req);
+int notify(const request &req);
+// Ends what the object is subscribed to and what others are subscribed to in it, and tells them.
+void end_subscriptions(object &obj);
 
 // events.cpp
 // A call of the daemon's event object. A status code.

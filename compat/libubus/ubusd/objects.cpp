@@ -67,6 +67,7 @@ void release_type(object_type *type)
 
 void destroy_object(object *obj)
 {
+    end_subscriptions(*obj);
     if (obj->path) {
         avl_delete(&objects_by_path, &obj->by_path);
         announce(*obj, "ubus.object.remove");
@@ -101,6 +102,8 @@ object *create_object(client &owner)
     }
     obj->owner = &owner;
     INIT_LIST_HEAD(&obj->patterns);
+    INIT_LIST_HEAD(&obj->targets);
+    INIT_LIST_HEAD(&obj->subscribers);
     list_add_tail(&obj->siblings, &owner.objects);
     return obj;
 }

@@ -14,22 +14,6 @@ int ping(const request &req)
     return UBUS_STATUS_OK;
 }
 
-int forward_call(const request &req, object &obj)
-{
-    message call;
-    call.add(UBUS_ATTR_OBJID, obj.id.id).add(UBUS_ATTR_METHOD, blob_get_string(req.attributes[UBUS_ATTR_METHOD]));
-    call.add(UBUS_ATTR_USER, req.from->user).add(UBUS_ATTR_GROUP, req.from->group);
-    if (req.attributes[UBUS_ATTR_DATA]) {
-        call.add_fields(UBUS_ATTR_DATA, req.attributes[UBUS_ATTR_DATA]);
-    }
-    if (!call.bytes()) { // the names made it too long
-        return UBUS_STATUS_INVALID_ARGUMENT;
-    }
-    ubus_frame::header head = {.type = UBUS_MSG_INVOKE, .seq = req.head.seq, .peer = req.from->id.id};
-    send_frame(*obj.owner, head, call.bytes());
-    return NO_ANSWER;
-}
-
 int invoke(const request &req)
 {
     if (!req.attributes[UBUS_ATTR_OBJID] || !req.attributes[UBUS_ATTR_METHOD]) {
@@ -50,7 +34,10 @@ int invoke(const request &req)
     if (!obj) {
         return UBUS_STATUS_NOT_FOUND;
     }
-    return req.from->is_root ? forward_call(req, *obj) : UBUS_STATUS_PERMISSION_DENIED;
+    if (!req.from->is_root) {
+        return UBUS_STATUS_PERMISSION_DENIED;
+    }
+    return forward(req, *obj, false) ? NO_ANSWER : UBUS_STATUS_INVALID_ARGUMENT;
 }
 
 // Only the owner of an object speaks for it; a caller that is gone is nobody's concern.
@@ -67,24 +54,6 @@ int pass_answer_on(const request &req)
     ubus_frame::header head = {.type = req.head.type, .seq = req.head.seq, .peer = obj->id.id};
     send_frame(*caller, head, req.body);
     return NO_ANSWER;
-}
-
-int refuse_subscription(const request &req)
-{
-    bool is_complete = req.attributes[UBUS_ATTR_OBJID] && req.attributes[UBUS_ATTR_TARGET];
-    return is_complete ? UBUS_STATUS_NOT_SUPPORTED : UBUS_STATUS_INVALID_ARGUMENT;
-}
-
-int refuse_notification(const request &req)
-{
-    if (!req.attributes[UBUS_ATTR_OBJID]) {
-        return UBUS_STATUS_INVALID_ARGUMENT;
-    }
-    object *obj = find_object(blob_get_u32(req.attributes[UBUS_ATTR_OBJID]));
-    if (!obj) {
-        return UBUS_STATUS_NOT_FOUND;
-    }
-    return obj->owner == req.from ? UBUS_STATUS_NOT_SUPPORTED : UBUS_STATUS_PERMISSION_DENIED;
 }
 
 int run(const request &req)
@@ -104,16 +73,36 @@ int run(const request &req)
     case UBUS_MSG_REMOVE_OBJECT:
         return remove_object(req);
     case UBUS_MSG_SUBSCRIBE:
+        return subscribe(req);
     case UBUS_MSG_UNSUBSCRIBE:
-        return refuse_subscription(req);
+        return unsubscribe(req);
     case UBUS_MSG_NOTIFY:
-        return refuse_notification(req);
+        return notify(req);
     default:
         return UBUS_STATUS_INVALID_COMMAND;
     }
 }
 
 } // namespace
+
+bool forward(const request &req, object &to, bool is_silent)
+{
+    message call;
+    if (is_silent) {
+        call.add_flag(UBUS_ATTR_NO_REPLY, true);
+    }
+    call.add(UBUS_ATTR_OBJID, to.id.id).add(UBUS_ATTR_METHOD, blob_get_string(req.attributes[UBUS_ATTR_METHOD]));
+    call.add(UBUS_ATTR_USER, req.from->user).add(UBUS_ATTR_GROUP, req.from->group);
+    if (req.attributes[UBUS_ATTR_DATA]) {
+        call.add_fields(UBUS_ATTR_DATA, req.attributes[UBUS_ATTR_DATA]);
+    }
+    if (!call.bytes()) {
+        return false;
+    }
+    ubus_frame::header head = {.type = UBUS_MSG_INVOKE, .seq = req.head.seq, .peer = req.from->id.id};
+    send_frame(*to.owner, head, call.bytes());
+    return true;
+}
 
 void handle_request(const request &req)
 {

@@ -189,6 +189,39 @@ void end_loop(ubus_context *)
     uloop_end();
 }
 
+// publisher and subscriber
+
+int news_left;
+
+void report_subscribers(ubus_context *, ubus_object *obj)
+{
+    say("svc subscribe_cb has_subscribers=", number(obj->has_subscribers));
+    if (--news_left == 0) {
+        uloop_end();
+    }
+}
+
+int notify(ubus_context *ctx, const char *type, uint32_t n, int timeout_ms)
+{
+    blob_buf_init(&reply, 0);
+    blobmsg_add_u32(&reply, "n", n);
+    return ubus_notify(ctx, &demo, type, reply.head, timeout_ms);
+}
+
+ubus_subscriber subscriber;
+
+int report_notification(ubus_context *, ubus_object *, ubus_request_data *, const char *type, blob_attr *msg)
+{
+    say("sub notify ", type, " ", to_json(msg));
+    return 0;
+}
+
+void report_removal(ubus_context *, ubus_subscriber *, uint32_t)
+{
+    say("sub remove_cb");
+    uloop_end();
+}
+
 void report_data(ubus_request *, int type, blob_attr *msg)
 {
     say("data type=", number(type), " ", to_json(msg));
@@ -353,5 +386,35 @@ void call_asynchronously(t_library_client &client)
     req.data_cb = report_data;
     req.complete_cb = report_completion;
     ubus_complete_request_async(client.ctx(), &req);
+    client.run();
+}
+
+void notify_and_leave(t_library_client &client)
+{
+    prepare(demo, "demo", &demo_type);
+    demo.subscribe_cb = report_subscribers;
+    news_left = 3;
+    say("add=", number(ubus_add_object(client.ctx(), &demo)));
+    client.run();
+    say("notify(timeout -1)=", number(notify(client.ctx(), "ev1", 1, -1)));
+    say("notify(timeout 500)=", number(notify(client.ctx(), "ev2", 2, 500)));
+    say("remove=", number(ubus_remove_object(client.ctx(), &demo)));
+}
+
+void subscribe_and_hear(t_library_client &client)
+{
+    constexpr uint32_t BOGUS = 0x7fffffff;
+    ubus_context *ctx = client.ctx();
+    subscriber = {};
+    subscriber.cb = report_notification;
+    subscriber.remove_cb = report_removal;
+    say("register_subscriber=", number(ubus_register_subscriber(ctx, &subscriber)));
+    uint32_t id = 0;
+    say("lookup=", number(ubus_lookup_id(ctx, "demo", &id)));
+    say("subscribe=", number(ubus_subscribe(ctx, &subscriber, id)));
+    say("unsubscribe=", number(ubus_unsubscribe(ctx, &subscriber, id)));
+    say("unsubscribe again=", number(ubus_unsubscribe(ctx, &subscriber, id)));
+    say("subscribe=", number(ubus_subscribe(ctx, &subscriber, id)));
+    say("subscribe bogus id=", number(ubus_subscribe(ctx, &subscriber, BOGUS)));
     client.run();
 }

@@ -49,3 +49,7 @@ void call_method(t_library_client &client, const std::string &object, const std:
                  uint32_t id_if_missing = 0);
 void call_without_message(t_library_client &client);
 void call_asynchronously(t_library_client &client);
+
+// The publisher is subscribed to twice before it notifies and goes; the subscriber hears it until then.
+void notify_and_leave(t_library_client &client);
+void subscribe_and_hear(t_library_client &client);

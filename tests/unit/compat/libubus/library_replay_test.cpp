@@ -139,6 +139,16 @@ TEST_F(library_replay, deferred_calls_are_answered_later)
     EXPECT_EQ(play("14_deferred", "service.1", serve(publish_x)), recorded("14_deferred", "service"));
 }
 
+TEST_F(library_replay, a_publisher_knows_of_subscribers_and_notifies_them)
+{
+    EXPECT_EQ(play("15_notify", "service.1", notify_and_leave), recorded("15_notify", "service"));
+}
+
+TEST_F(library_replay, a_subscriber_hears_notifications_until_the_object_goes)
+{
+    EXPECT_EQ(play("15_notify", "subscriber.1", subscribe_and_hear), recorded("15_notify", "subscriber"));
+}
+
 TEST_F(library_replay, an_asynchronous_call_completes_in_the_loop)
 {
     EXPECT_EQ(play("14_deferred", "caller.1", call_asynchronously), recorded("14_deferred", "caller"));
