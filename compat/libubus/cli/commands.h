@@ -49,5 +49,6 @@ int call(bus_link &bus, const arguments &args);
 int send(bus_link &bus, const arguments &args);
 int listen(bus_link &bus, const arguments &args);
 int wait_for(bus_link &bus, const arguments &args);
+int subscribe(bus_link &bus, const arguments &args);
 
 } // namespace ubus_cli

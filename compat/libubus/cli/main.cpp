@@ -18,7 +18,8 @@ struct command {
 };
 
 constexpr command COMMANDS[] = {
-    {"list", list}, {"call", call}, {"send", send}, {"listen", listen}, {"wait_for", wait_for},
+    {"list", list},     {"call", call},           {"send", send},
+    {"listen", listen}, {"subscribe", subscribe}, {"wait_for", wait_for},
 };
 
 void usage(const char *program)
@@ -27,7 +28,7 @@ void usage(const char *program)
             "Usage: %s [<options>] <command> [<arguments>]\n"
             "Options:\n"
             "  -s <socket>   the bus to talk to\n"
-            "  -t <seconds>  how long call, listen and wait_for may take\n"
+            "  -t <seconds>  how long call, listen, subscribe and wait_for may take\n"
             "  -S            brief output, no error messages\n"
             "  -v            list: show methods and their arguments, too\n"
             "Commands:\n"
@@ -35,6 +36,7 @@ void usage(const char *program)
             "  call <path> <method> [<message>]    call a method; <message> is a JSON object\n"
             "  send <event> [<message>]            send an event\n"
             "  listen [<event>...]                 print events as they come\n"
+            "  subscribe <path>...                 print notifications of these objects as they come\n"
             "  wait_for <path>...                  wait until all these objects are there\n",
             program);
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// `ubus listen` and `ubus wait_for`: events as they come.
+// `ubus listen`, `ubus subscribe` and `ubus wait_for`: events and notifications as they come.
 #include "commands.h"
 
 #include <cstdio>
@@ -32,7 +32,13 @@ void run_loop(ubus_context *ctx, std::optional<int> timeout_s)
     uloop_timeout_cancel(&limit);
 }
 
-void print_event(ubus_context *, ubus_event_handler *, const char *type, blob_attr *msg)
+// 0 seconds are no limit.
+void run_loop_up_to(ubus_context *ctx, std::optional<int> timeout_s)
+{
+    run_loop(ctx, timeout_s == 0 ? std::nullopt : timeout_s);
+}
+
+void print_line(const char *type, blob_attr *msg)
 {
     char *text = blobmsg_format_json(msg, true);
     if (text) {
@@ -40,6 +46,17 @@ void print_event(ubus_context *, ubus_event_handler *, const char *type, blob_at
         fflush(stdout);
         free(text);
     }
+}
+
+void print_event(ubus_context *, ubus_event_handler *, const char *type, blob_attr *msg)
+{
+    print_line(type, msg);
+}
+
+int print_notification(ubus_context *, ubus_object *, ubus_request_data *, const char *type, blob_attr *msg)
+{
+    print_line(type, msg);
+    return UBUS_STATUS_OK;
 }
 
 bool listen_to(ubus_context *ctx, ubus_event_handler &handler, const char *pattern)
@@ -101,9 +118,28 @@ int listen(bus_link &bus, const arguments &args)
             return FAILED;
         }
     }
-    std::optional<int> limit = bus.wanted.timeout_s;
-    run_loop(bus.ctx, limit == 0 ? std::nullopt : limit);
+    run_loop_up_to(bus.ctx, bus.wanted.timeout_s);
     return UBUS_STATUS_OK;
+}
+
+// An object that goes away is silent from then on, like one that never notifies.
+int subscribe(bus_link &bus, const arguments &args)
+{
+    if (args.count < 1) {
+        return WRONG_USAGE;
+    }
+    ubus_subscriber subscriber = {};
+    subscriber.cb = print_notification;
+    int status = ubus_register_subscriber(bus.ctx, &subscriber);
+    for (int i = 0; status == UBUS_STATUS_OK && i < args.count; i++) {
+        uint32_t id = 0; // stays so when the object is hidden from us, and no object has this id
+        status = ubus_lookup_id(bus.ctx, args.text[i], &id);
+        status = status == UBUS_STATUS_OK ? ubus_subscribe(bus.ctx, &subscriber, id) : status;
+    }
+    if (status == UBUS_STATUS_OK) {
+        run_loop_up_to(bus.ctx, bus.wanted.timeout_s);
+    }
+    return status;
 }
 
 // Listens before it looks, so that no object slips in between.

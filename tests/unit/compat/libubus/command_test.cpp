@@ -35,6 +35,52 @@ TEST_F(command, listen_without_a_limit_goes_on_until_it_is_told_to_end)
     EXPECT_EQ(listener.wait(), 0);
 }
 
+// Whoever waits for answers knows that somebody has heard.
+int notify_until_heard(t_library_client &service, ubus_object &object)
+{
+    constexpr int LIMIT_MS = 5000;
+    blob_buf message = {};
+    blob_buf_init(&message, 0);
+    blobmsg_add_string(&message, "port", "eth1");
+    while (!object.has_subscribers) {
+        service.run();
+    }
+    int status = ubus_notify(service.ctx(), &object, "link", message.head, LIMIT_MS);
+    blob_buf_free(&message);
+    return status;
+}
+
+TEST_F(command, subscribe_prints_notifications_until_its_time_is_over)
+{
+    t_library_client service(socket_);
+    ubus_object_type type = {.name = "ports", .id = 0, .methods = nullptr, .n_methods = 0};
+    ubus_object object = {};
+    object.name = "ports";
+    object.type = &type;
+    object.subscribe_cb = [](ubus_context *, ubus_object *) { uloop_end(); };
+    ASSERT_EQ(ubus_add_object(service.ctx(), &object), 0);
+    t_process limited("ubus", on_bus({"-t", "1", "subscribe", "ports"}));
+    EXPECT_EQ(notify_until_heard(service, object), 0);
+    EXPECT_EQ(limited.wait(), 0);
+    EXPECT_EQ(limited.output(), "{ \"link\": {\"port\":\"eth1\"} }\n");
+    service.run(); // until it hears that nobody is there any more
+    t_process unlimited("ubus", on_bus({"-t", "0", "subscribe", "ports", "ports"}));
+    EXPECT_EQ(notify_until_heard(service, object), 0);
+    EXPECT_EQ(unlimited.first_output(), "{ \"link\": {\"port\":\"eth1\"} }\n");
+    unlimited.signal(SIGTERM);
+    EXPECT_EQ(unlimited.wait(), 0);
+}
+
+TEST_F(command, subscribe_names_what_is_not_there)
+{
+    t_process missing("ubus", on_bus({"subscribe", "nope"}));
+    EXPECT_EQ(missing.wait(), 4);
+    EXPECT_EQ(missing.errors(), "Command failed: Not found\n");
+    t_process nothing("ubus", on_bus({"subscribe"}));
+    EXPECT_EQ(nothing.wait(), 254);
+    EXPECT_NE(nothing.errors().find("Usage: "), std::string::npos);
+}
+
 TEST_F(command, wait_for_without_time_looks_once)
 {
     t_process absent("ubus", on_bus({"-t", "0", "wait_for", "nope"}));
