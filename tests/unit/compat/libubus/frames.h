@@ -5,7 +5,8 @@
 #include "bus_fixture.h"
 
 constexpr uint8_t TYPE_HELLO = 0, TYPE_STATUS = 1, TYPE_DATA = 2, TYPE_PING = 3, TYPE_LOOKUP = 4, TYPE_INVOKE = 5,
-                  TYPE_ADD_OBJECT = 6;
+                  TYPE_ADD_OBJECT = 6, TYPE_REMOVE_OBJECT = 7, TYPE_SUBSCRIBE = 8, TYPE_UNSUBSCRIBE = 9,
+                  TYPE_NOTIFY = 10;
 constexpr uint32_t STATUS_WORD = 0x01000008, OBJID_WORD = 0x03000008;
 inline const t_bytes PING = from_hex("000300010000000000000004");
 inline const t_bytes PONG = from_hex("000200010000000000000004");
