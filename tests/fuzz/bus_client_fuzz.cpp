@@ -25,6 +25,10 @@ constexpr uint8_t SEND_EVENT = 0x01; // these are of the second byte
 constexpr uint8_t ABORT = 0x02;
 constexpr uint8_t REMOVE_OBJECT = 0x04;
 constexpr uint8_t LISTEN_NO_MORE = 0x08;
+constexpr uint8_t SUBSCRIBE = 0x10;
+constexpr uint8_t NOTIFY = 0x20;
+constexpr uint8_t NOTIFY_AND_WAIT = 0x40;
+constexpr uint8_t SUBSCRIBE_NO_MORE = 0x80;
 constexpr int CALL_TIMEOUT_MS = 1000;
 constexpr int MOST_TURNS = 1000;
 
@@ -80,6 +84,22 @@ void hear_event(ubus_context *, ubus_event_handler *, const char *type, blob_att
     REQUIRE(type && message);
 }
 
+int hear_notification(ubus_context *ctx, ubus_object *, ubus_request_data *, const char *type, blob_attr *message)
+{
+    REQUIRE(type && message);
+    return free_if_wanted(ctx);
+}
+
+void see_removal(ubus_context *ctx, ubus_subscriber *, uint32_t)
+{
+    free_if_wanted(ctx);
+}
+
+void see_subscribers(ubus_context *ctx, ubus_object *)
+{
+    free_if_wanted(ctx);
+}
+
 void take_answer(ubus_request *request, int, blob_attr *message)
 {
     REQUIRE(message);
@@ -117,6 +137,7 @@ struct t_client {
     ubus_object_type type = {.name = "demo", .id = 0, .methods = METHODS, .n_methods = 2};
     ubus_object object = {};
     ubus_event_handler listener = {};
+    ubus_subscriber subscriber = {};
     ubus_request later = {};
 
     explicit t_client(ubus_context *connected) : ctx(connected)
@@ -125,6 +146,9 @@ struct t_client {
         object.type = &type;
         object.methods = METHODS;
         object.n_methods = 2;
+        object.subscribe_cb = see_subscribers;
+        subscriber.cb = hear_notification;
+        subscriber.remove_cb = see_removal;
         listener.cb = hear_event;
     }
 
@@ -146,6 +170,21 @@ struct t_client {
             later.data_cb = take_answer;
             ubus_complete_request_async(ctx, &later);
         }
+    }
+
+    void act_on_subscriptions(uint8_t actions)
+    {
+        constexpr uint32_t TARGET = 1;
+        if (!context_gone && (actions & SUBSCRIBE))
+            ubus_register_subscriber(ctx, &subscriber);
+        if (!context_gone && (actions & SUBSCRIBE))
+            ubus_subscribe(ctx, &subscriber, TARGET);
+        if (!context_gone && (actions & NOTIFY))
+            ubus_notify(ctx, &object, "news", nullptr, -1);
+        if (!context_gone && (actions & NOTIFY_AND_WAIT))
+            ubus_notify(ctx, &object, "news", nullptr, CALL_TIMEOUT_MS);
+        if (!context_gone && (actions & SUBSCRIBE_NO_MORE))
+            ubus_unsubscribe(ctx, &subscriber, TARGET);
     }
 
     void serve()
@@ -242,6 +281,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         return 0;
     t_client client(ctx);
     client.act(actions);
+    client.act_on_subscriptions(endings);
     client.end(endings);
     client.serve();
     check_sent_frames();

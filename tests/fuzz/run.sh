@@ -100,8 +100,9 @@ decoders_of() {
         core/{link_change,link_scan,combo_switch}.cpp adapters/wan_switch.cpp ;;
     blob) echo compat/libubox/{blob_parse,blobmsg_parse,blob_to_json}.cpp ;;
     json_to_blob) echo compat/libubox/{json_to_blob,blob_to_json,blobmsg_builder}.cpp ;;
-    bus_client) echo compat/libubus/{connection,context,request,serve,event,object,pending,call,message,frame}.cpp ;;
-    bus_daemon) echo compat/libubus/ubusd/{client,events,ids,objects,requests,transmit}.cpp ;;
+    bus_client) echo compat/libubus/{connection,context,request,serve,event,object,pending,call,message,frame}.cpp \
+        compat/libubus/{notification,subscriber}.cpp ;;
+    bus_daemon) echo compat/libubus/ubusd/{client,events,ids,objects,requests,subscriptions,transmit}.cpp ;;
     config_parser) echo compat/libuci/{config_parser,line_reader,export,names}.cpp ;;
     config_path) echo compat/libuci/{lookup,edit,tree}.cpp ;;
     config_batch) echo compat/libuci/cli/{change,input,show}.cpp ;;

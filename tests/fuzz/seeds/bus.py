@@ -183,14 +183,19 @@ def frame(kind, seq, peer, content=b""):
     return struct.pack(">BBHI", 0, kind, seq, peer) + attribute(0, content)
 
 
-STATUS, DATA, PING, LOOKUP, INVOKE, ADD, REMOVE = 1, 2, 3, 4, 5, 6, 7
-AT_STATUS, AT_PATH, AT_ID, AT_METHOD, AT_TYPE, AT_SIGNATURE, AT_DATA = range(1, 8)
+STATUS, DATA, PING, LOOKUP, INVOKE, ADD, REMOVE, SUBSCRIBE, UNSUBSCRIBE, NOTIFY = range(1, 11)
+AT_STATUS, AT_PATH, AT_ID, AT_METHOD, AT_TYPE, AT_SIGNATURE, AT_DATA, AT_TARGET = range(1, 9)
+AT_ACTIVE, AT_NO_REPLY, AT_SUBSCRIBERS = range(9, 12)
 DEMO = 0xA0000002
 EVENT_OBJECT = 1
 
 
 def word(kind, value):
     return attribute(kind, struct.pack(">I", value))
+
+
+def octet(kind, value):
+    return attribute(kind, bytes([value]))
 
 
 def name(kind, text):
@@ -259,9 +264,35 @@ def client_streams():
         ),
     )
     save("bus_client", "reconnects", to_client(0x82, 0, added + call))
+    client_subscriptions(added)
     save("bus_client", "greeting_only", to_client(0x01, 0, bytes.fromhex("00000000a000000100000004")))
     save("bus_client", "wrong_version", to_client(0x01, 0, bytes.fromhex("01000000a000000100000004")))
     save("bus_client", "huge_length", to_client(0, 0, bytes.fromhex("0002000100000000") + b"\0\xff\xff\xff" + bytes(8)))
+
+
+def client_subscriptions(added):
+    subscriber, stranger = 0xA0000004, 0xA0000009
+    subscribed = frame(DATA, 2, 0, word(AT_ID, subscriber)) + done(2) + done(3)
+    heard = frame(
+        INVOKE, 7, stranger, word(AT_ID, subscriber) + name(AT_METHOD, "ev") + attribute(AT_DATA, number_field("n", 1))
+    )
+    target_gone = frame(UNSUBSCRIBE, 1, 0, word(AT_ID, subscriber) + word(AT_TARGET, 1))
+    save("bus_client", "subscribes", to_client(0x02, 0, added + subscribed + heard + target_gone, endings=0x10))
+    save("bus_client", "target_goes_meanwhile", to_client(0x02, 0, added + target_gone + subscribed, endings=0x90))
+    save("bus_client", "frees_itself_when_told", to_client(0x42, 0, added + subscribed + target_gone, endings=0x10))
+    active, idle = (frame(NOTIFY, i, 0, word(AT_ID, DEMO) + octet(AT_ACTIVE, i)) for i in (1, 0))
+    names = frame(
+        STATUS,
+        2,
+        DEMO,
+        word(AT_ID, DEMO)
+        + attribute(AT_SUBSCRIBERS, word(0, subscriber) + word(0, stranger))
+        + word(AT_STATUS, 0),
+    )
+    answers = b"".join(frame(STATUS, 2, who, word(AT_STATUS, 0) + word(AT_ID, who)) for who in (stranger, subscriber))
+    save("bus_client", "notifies", to_client(0x02, 0, added + active + idle, endings=0x20))
+    save("bus_client", "notifies_and_waits", to_client(0x02, 0, added + active + names + answers, endings=0x40))
+    save("bus_client", "notification_refused", to_client(0x02, 0, added + done(2, DEMO) + idle, endings=0x40))
 
 
 # The steps of bus_session_fuzz.cpp.
@@ -429,10 +460,43 @@ def daemon_streams():
     save("bus_daemon", "hang_up", step(0, SEND, add + call) + step(0, HANG_UP) + step(1, SEND, call))
     save("bus_daemon", "half_a_frame", step(0, SEND, add[:9]) + step(0, SEND, add[9:20]) + step(0, SEND, add[20:]))
     save("bus_daemon", "forty_pings", step(0, SEND, frame(PING, 1, 0) * 40))
+    daemon_subscriptions(add)
     for path in sorted((GOLDEN / "ubus").glob("*.hex")):
         stream = b"".join(bytes.fromhex(line[2:]) for line in path.read_text().splitlines() if line.startswith("> "))
         if path.name.startswith(("02", "19", "23", "24", "27")) and 0 < len(stream) <= LARGEST_SEED:
             save("bus_daemon", "golden_" + path.stem.replace(".", "_"), step(0, SEND, stream))
+
+
+def daemon_subscriptions(add):
+    publisher, subscriber = 0xA0000001, 0xA0000005
+    pair = word(AT_ID, subscriber) + word(AT_TARGET, DEMO)
+    news = word(AT_ID, DEMO) + name(AT_METHOD, "ev") + attribute(AT_DATA, number_field("n", 1))
+    both = step(0, SEND, add) + step(1, SEND, frame(ADD, 1, 0) + frame(SUBSCRIBE, 2, 0, pair))
+    notified = step(0, SEND, frame(NOTIFY, 2, DEMO, news + octet(AT_NO_REPLY, 1)) + frame(NOTIFY, 3, DEMO, news))
+    answered = step(1, SEND, frame(STATUS, 3, publisher, word(AT_STATUS, 0) + word(AT_ID, subscriber)))
+    ended = step(1, SEND, frame(UNSUBSCRIBE, 3, 0, pair) * 2)
+    save("bus_daemon", "notifications", both + notified + answered + ended + notified)
+    save("bus_daemon", "target_removed", both + step(0, SEND, frame(REMOVE, 3, 0, word(AT_ID, DEMO))) + ended)
+    save("bus_daemon", "publisher_dies", both + notified + step(0, HANG_UP) + ended + both)
+    save("bus_daemon", "subscriber_dies", both + step(1, SHUT_DOWN) + notified)
+    save("bus_daemon", "deaf_subscriber", both + step(1, STOP_READING) + notified * 3 + step(1, READ_IN_PIECES))
+    mutual = word(AT_ID, DEMO) + word(AT_TARGET, subscriber)
+    save("bus_daemon", "subscribed_to_each_other", both + step(0, SEND, frame(SUBSCRIBE, 4, 0, mutual)) + notified)
+    itself = word(AT_ID, DEMO) + word(AT_TARGET, DEMO)
+    save("bus_daemon", "subscribed_to_itself", step(0, SEND, add + frame(SUBSCRIBE, 2, 0, itself)))
+    save(
+        "bus_daemon",
+        "common_subscriber",
+        step(0, SEND, add) + step(3, SEND, frame(ADD, 1, 0) + frame(SUBSCRIBE, 2, 0, pair)),
+    )
+    save(
+        "bus_daemon",
+        "subscribes_wrongly",
+        both
+        + step(1, SEND, frame(SUBSCRIBE, 5, 0, word(AT_ID, subscriber)) + frame(UNSUBSCRIBE, 6, 0, word(AT_TARGET, DEMO)))
+        + step(1, SEND, frame(SUBSCRIBE, 7, 0, word(AT_ID, DEMO) + word(AT_TARGET, subscriber)))
+        + step(0, SEND, frame(NOTIFY, 8, 0) + frame(NOTIFY, 9, 0, word(AT_ID, DEMO)) + frame(NOTIFY, 9, 0, news[:8] * 2)),
+    )
 
 
 def make():
