@@ -110,6 +110,16 @@ int remove_object(const request &req);
 int look_up(const request &req);
 void remove_objects_of(client &owner);
 
+// access.cpp
+// Reads the lists of a folder in place of those that were read before.
+void read_access_lists(const char *folder);
+// What root may do always, and others if a list says so. An object without a name (null) is on no list.
+bool may_call(const client &who, const char *path, const char *method);
+bool may_publish(const client &who, const char *path);
+bool may_subscribe(const client &who, const char *path);
+bool may_listen(const client &who, const char *pattern);
+bool may_send(const client &who, const char *event);
+
 // subscriptions.cpp
 int subscribe(const request &req);
 int unsubscribe(const request &req);

@@ -114,7 +114,7 @@ int register_pattern(const request &req, const blob_attr *arguments)
         return UBUS_STATUS_NOT_FOUND;
     }
     const char *text = blobmsg_get_string(fields[PATTERN]);
-    if (listener->owner != req.from || !req.from->is_root || !*text) {
+    if (listener->owner != req.from || !*text || !may_listen(*req.from, text)) {
         return UBUS_STATUS_PERMISSION_DENIED;
     }
     return add_pattern(*listener, text);
@@ -130,7 +130,7 @@ int send_event(const request &req, const blob_attr *arguments)
         return UBUS_STATUS_INVALID_ARGUMENT;
     }
     const char *id = blobmsg_get_string(fields[ID]);
-    if (!req.from->is_root || strncmp(id, RESERVED_PREFIX, strlen(RESERVED_PREFIX)) == 0) {
+    if (strncmp(id, RESERVED_PREFIX, strlen(RESERVED_PREFIX)) == 0 || !may_send(*req.from, id)) {
         return UBUS_STATUS_PERMISSION_DENIED;
     }
     publish({.sender = req.from,

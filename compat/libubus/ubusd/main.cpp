@@ -18,6 +18,7 @@ namespace {
 
 constexpr int EXIT_USAGE = 1;
 constexpr int EXIT_NO_SOCKET = 255;
+constexpr char DEFAULT_ACCESS_FOLDER[] = "/usr/share/acl.d";
 constexpr mode_t DIRECTORY_MODE = 0755;
 constexpr mode_t SOCKET_UMASK = 0111;
 
@@ -25,14 +26,16 @@ uloop_fd listener;
 // Given up for a moment when descriptors run out, so that a connection can be accepted and closed: left waiting, it
 // would keep the loop busy.
 int spare_fd = -1;
+const char *access_folder = DEFAULT_ACCESS_FOLDER;
+uloop_signal reload;
 
 int usage(const char *program)
 {
     fprintf(stderr,
             "Usage: %s [-s <socket>] [-A <directory>]\n"
             "  -s <socket>     listen here (default %s)\n"
-            "  -A <directory>  access lists; accepted, but not read: only root may call, publish and listen\n",
-            program, ubus_frame::DEFAULT_SOCKET);
+            "  -A <directory>  access lists of others than root (default %s)\n",
+            program, ubus_frame::DEFAULT_SOCKET, DEFAULT_ACCESS_FOLDER);
     return EXIT_USAGE;
 }
 
@@ -114,6 +117,11 @@ void serve()
     uloop_run();
 }
 
+void read_access_lists_again(uloop_signal *)
+{
+    read_access_lists(access_folder);
+}
+
 int run(const char *path)
 {
     signal(SIGHUP, SIG_IGN);
@@ -134,6 +142,10 @@ int run(const char *path)
     }
     listener.cb = accept_connections;
     uloop_fd_add(&listener, ULOOP_READ);
+    read_access_lists(access_folder);
+    reload.signo = SIGHUP;
+    reload.cb = read_access_lists_again;
+    uloop_signal_add(&reload);
     serve();
     unlink(path);
     return EXIT_SUCCESS;
@@ -152,6 +164,7 @@ int main(int argc, char **argv)
             path = optarg;
             break;
         case 'A':
+            ubusd::access_folder = optarg;
             break;
         default:
             return ubusd::usage(argv[0]);

@@ -134,21 +134,37 @@ const char *wanted_path(const ubus_frame::attributes &attributes)
     return *path ? path : nullptr;
 }
 
-// Without access lists, others than root see that an object is there, but none of its methods.
-bool is_visible(const object &obj, const client &to)
+// Only methods that the client may call are shown. False if the description is too long.
+bool add_methods(message &description, const object &obj, const client &to, bool &has_method)
 {
-    return obj.type && (to.is_root || blob_len(obj.type->signature) == 0);
+    blob_buf *buffer = description.open(UBUS_ATTR_SIGNATURE);
+    bool is_complete = buffer != nullptr;
+    blob_attr *method;
+    size_t left;
+    blob_for_each_attr(method, obj.type->signature, left)
+    {
+        if (is_complete && may_call(to, obj.path, blobmsg_name(method))) {
+            is_complete = blob_put_raw(buffer, method, static_cast<unsigned int>(blob_pad_len(method))) != nullptr;
+            has_method = true;
+        }
+    }
+    description.finish(is_complete);
+    return is_complete;
 }
 
+// An object none of whose methods may be called is hidden; one without methods is not.
 void describe(const request &req, const object &obj)
 {
-    if (!is_visible(obj, *req.from)) {
+    if (!obj.type) {
         return;
     }
     message description;
     description.add(UBUS_ATTR_OBJPATH, obj.path).add(UBUS_ATTR_OBJID, obj.id.id);
-    description.add(UBUS_ATTR_OBJTYPE, obj.type->id.id).add_fields(UBUS_ATTR_SIGNATURE, obj.type->signature);
-    send_data(req, description);
+    description.add(UBUS_ATTR_OBJTYPE, obj.type->id.id);
+    bool has_method = blob_len(obj.type->signature) == 0;
+    if (add_methods(description, obj, *req.from, has_method) && has_method) {
+        send_data(req, description);
+    }
 }
 
 // The number of objects whose path starts with the prefix; each of them is described.
@@ -184,7 +200,7 @@ object *find_object(uint32_t id)
 int add_object(const request &req)
 {
     const char *path = wanted_path(req.attributes);
-    if (path && !req.from->is_root) {
+    if (path && !may_publish(*req.from, path)) {
         return UBUS_STATUS_INVALID_ARGUMENT;
     }
     object *obj = create_object(*req.from);

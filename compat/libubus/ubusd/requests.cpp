@@ -34,7 +34,7 @@ int invoke(const request &req)
     if (!obj) {
         return UBUS_STATUS_NOT_FOUND;
     }
-    if (!req.from->is_root) {
+    if (!may_call(*req.from, obj->path, blob_get_string(req.attributes[UBUS_ATTR_METHOD]))) {
         return UBUS_STATUS_PERMISSION_DENIED;
     }
     return forward(req, *obj, false) ? NO_ANSWER : UBUS_STATUS_INVALID_ARGUMENT;

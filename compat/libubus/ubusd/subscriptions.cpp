@@ -133,7 +133,10 @@ int subscribe(const request &req)
     if (target->owner == req.from) {
         return UBUS_STATUS_INVALID_ARGUMENT;
     }
-    return req.from->is_root ? add_subscription(*subscriber, *target) : UBUS_STATUS_PERMISSION_DENIED;
+    if (!may_subscribe(*req.from, target->path)) {
+        return UBUS_STATUS_PERMISSION_DENIED;
+    }
+    return add_subscription(*subscriber, *target);
 }
 
 int unsubscribe(const request &req)

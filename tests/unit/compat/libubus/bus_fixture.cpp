@@ -225,9 +225,9 @@ bool wait_until_it_serves(const t_process &bus, const std::string &socket)
     return false;
 }
 
-t_daemon::t_daemon(const std::string &socket)
+t_daemon::t_daemon(const std::string &socket, const std::string &access_folder)
 {
-    process_.emplace("ubusd", std::vector<std::string>{"-s", socket});
+    process_.emplace("ubusd", std::vector<std::string>{"-s", socket, "-A", access_folder});
     EXPECT_TRUE(wait_until_it_serves(*process_, socket));
 }
 

@@ -68,7 +68,8 @@ private:
 // A running ubusd.
 class t_daemon {
 public:
-    explicit t_daemon(const std::string &socket);
+    // Without a folder of its own it finds no access lists.
+    explicit t_daemon(const std::string &socket, const std::string &access_folder = "/nonexistent");
     ~t_daemon();
 
     // Ends it and returns its exit code; whatever it complained about becomes a failure of the test.

@@ -4,6 +4,7 @@
 #include "bus_fixture.h"
 #include "tests/unit/support/own_place.h"
 
+#include <fstream>
 #include <poll.h>
 
 namespace {
@@ -72,6 +73,14 @@ std::ostream &operator<<(std::ostream &out, const t_case &which)
 
 class daemon_replay : public t_bus_test, public testing::WithParamInterface<t_case> {
 protected:
+    void restart_with_recorded_access_list()
+    {
+        const std::string start = "note: ACL file n.json: ";
+        std::ofstream(folder_.path("n.json")) << load_note(GetParam().scenario, start);
+        ASSERT_EQ(daemon_->stop(), 0);
+        daemon_.emplace(socket_, folder_.path("."));
+    }
+
     uid_t user_of(const t_conversation &script)
     {
         for (const std::string &label : GetParam().of_nobody) {
@@ -226,6 +235,8 @@ TEST_P(daemon_replay, every_answer_is_the_recorded_one)
 {
     if (!GetParam().of_nobody.empty())
         NEEDS_OTHER_USERS();
+    if (GetParam().scenario == "21_nonroot_acl")
+        restart_with_recorded_access_list();
     for (t_conversation &script : load_conversations(GetParam().scenario)) {
         uid_t user = user_of(script);
         players_.push_back({.script = std::move(script), .connection = t_connection(socket_, user), .next = 0});
@@ -260,7 +271,8 @@ INSTANTIATE_TEST_SUITE_P(
                     // The service goes away between the caller's lookup and its call.
                     t_case{"18_dead_object", {{"service.1", 4, "caller.1", 4}, {"caller.1", 4, "service.1", 5}}, {}},
                     t_case{"19_register_errors", {}, {}}, t_case{"20_nonroot", {}, {"cli", "svc2"}},
-                    t_case{"23_raw", {}, {}}, t_case{"24_raw_framing", {}, {}}, t_case{"25_null_data", {}, {}},
+                    t_case{"21_nonroot_acl", {}, {"cli", "lst", "svc2"}}, t_case{"23_raw", {}, {}},
+                    t_case{"24_raw_framing", {}, {}}, t_case{"25_null_data", {}, {}},
                     t_case{"27_signature_types", {}, {}}),
     [](const auto &which) { return "scenario_" + which.param.scenario; });
 

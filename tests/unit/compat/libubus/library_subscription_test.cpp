@@ -222,6 +222,33 @@ TEST_F(two_connections, everything_fails_when_the_bus_is_gone)
 
 // A daemon that answers as it likes
 
+// The end of a subscription is told to subscribers only, for other objects have no room for its callback.
+TEST(subscription_ends, of_other_objects_mean_nothing)
+{
+    seen = {};
+    t_private_folder folder;
+    std::string socket = folder.path("bus");
+    t_conversation script = load_conversation("15_notify", "subscriber.1");
+    script.steps.resize(4); // until its object has its id
+    script.steps.push_back(
+        {t_step::from_daemon,
+         frame(TYPE_UNSUBSCRIBE, 1, 0, attribute(3, word(0xa0000005)) + attribute(8, word(0xa0000003)))});
+    script.steps.push_back(
+        {t_step::from_daemon, frame(TYPE_NOTIFY, 2, 0, attribute(3, word(0xa0000005)) + attribute(9, "\1"))});
+    t_scripted_daemon daemon(socket);
+    daemon.play_in_background({script});
+    {
+        t_library_client client(socket);
+        ubus_subscriber unregistered = subscriber_of_all();
+        unregistered.obj.subscribe_cb = see_state;
+        ASSERT_EQ(ubus_add_object(client.ctx(), &unregistered.obj), 0);
+        client.run();
+        EXPECT_TRUE(seen.removed.empty());
+        EXPECT_EQ(seen.states, (std::vector<bool>{true})) << "but what came after it is heard";
+    }
+    daemon.finish();
+}
+
 constexpr uint32_t OBJECT = 0xa0000005, SUBSCRIBER = 0xa0000007;
 
 t_step from_daemon(const t_bytes &bytes)

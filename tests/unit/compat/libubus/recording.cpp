@@ -147,6 +147,16 @@ std::map<std::string, std::vector<std::string>> load_reports(const std::string &
     return reports;
 }
 
+std::string load_note(const std::string &scenario, const std::string &start)
+{
+    for (const std::string &line : read_lines(FOLDER + scenario + ".txt")) {
+        if (starts_with(line, start)) {
+            return line.substr(start.size());
+        }
+    }
+    return "";
+}
+
 uint8_t frame_type(const t_bytes &frame)
 {
     return static_cast<uint8_t>(frame.at(1));

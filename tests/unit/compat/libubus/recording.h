@@ -37,6 +37,8 @@ t_conversation load_conversation(const std::string &scenario, const std::string 
 std::vector<t_command> load_commands(const std::string &scenario);
 // What the library clients of a scenario reported, in order, by label: "service", "caller".
 std::map<std::string, std::vector<std::string>> load_reports(const std::string &scenario);
+// The rest of the line that begins like this.
+std::string load_note(const std::string &scenario, const std::string &start);
 
 // Fields of a frame.
 uint8_t frame_type(const t_bytes &frame);
