@@ -35,16 +35,28 @@ TEST_F(command, listen_without_a_limit_goes_on_until_it_is_told_to_end)
     EXPECT_EQ(listener.wait(), 0);
 }
 
+// False when the bus does not say so in time.
+bool is_soon_heard(t_library_client &service, const ubus_object &object, bool wanted)
+{
+    const auto deadline = std::chrono::steady_clock::now() + PATIENCE;
+    uloop_timeout turn = {}; // ends the wait for news that never come
+    turn.cb = [](uloop_timeout *) { uloop_end(); };
+    while (object.has_subscribers != wanted && std::chrono::steady_clock::now() < deadline) {
+        uloop_timeout_set(&turn, 100);
+        service.run();
+    }
+    uloop_timeout_cancel(&turn);
+    return object.has_subscribers == wanted;
+}
+
 // Whoever waits for answers knows that somebody has heard.
-int notify_until_heard(t_library_client &service, ubus_object &object)
+int notify_when_heard(t_library_client &service, ubus_object &object)
 {
     constexpr int LIMIT_MS = 5000;
+    EXPECT_TRUE(is_soon_heard(service, object, true));
     blob_buf message = {};
     blob_buf_init(&message, 0);
     blobmsg_add_string(&message, "port", "eth1");
-    while (!object.has_subscribers) {
-        service.run();
-    }
     int status = ubus_notify(service.ctx(), &object, "link", message.head, LIMIT_MS);
     blob_buf_free(&message);
     return status;
@@ -60,12 +72,12 @@ TEST_F(command, subscribe_prints_notifications_until_its_time_is_over)
     object.subscribe_cb = [](ubus_context *, ubus_object *) { uloop_end(); };
     ASSERT_EQ(ubus_add_object(service.ctx(), &object), 0);
     t_process limited("ubus", on_bus({"-t", "1", "subscribe", "ports"}));
-    EXPECT_EQ(notify_until_heard(service, object), 0);
+    EXPECT_EQ(notify_when_heard(service, object), 0);
     EXPECT_EQ(limited.wait(), 0);
     EXPECT_EQ(limited.output(), "{ \"link\": {\"port\":\"eth1\"} }\n");
-    service.run(); // until it hears that nobody is there any more
+    ASSERT_TRUE(is_soon_heard(service, object, false));
     t_process unlimited("ubus", on_bus({"-t", "0", "subscribe", "ports", "ports"}));
-    EXPECT_EQ(notify_until_heard(service, object), 0);
+    EXPECT_EQ(notify_when_heard(service, object), 0);
     EXPECT_EQ(unlimited.first_output(), "{ \"link\": {\"port\":\"eth1\"} }\n");
     unlimited.signal(SIGTERM);
     EXPECT_EQ(unlimited.wait(), 0);
