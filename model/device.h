@@ -38,6 +38,20 @@ static_assert(offsetof(t_detect_result, server_mac) == 48 && sizeof(t_detect_res
 constexpr uint8_t SUB_PORT_SFP = 0;
 constexpr uint8_t SUB_PORT_PHY = 1;
 
+constexpr int MINUTES_COUNTED = 60;
+
+// What the daemon remembers of a port, for whoever asks why.
+struct t_port_notes {
+    t_shared<uint32_t> link_changes; // written under the device lock
+    uint16_t lan_hosts;              // behind it when somebody looked last
+    uint8_t was_asked;
+    uint32_t lan_seen_s, asked_s, answered_s; // on the clock of monotonic_s
+    uint32_t minute;                          // of the newest count
+    uint8_t questions[MINUTES_COUNTED];       // a ring
+    const char *answer;                       // name of the protocol; null for none
+    t_detect_result learned;
+};
+
 // One Ethernet port. Each table holds records of its own; ports of two tables are matched by name. Those of the main
 // table live as long as the process.
 struct t_device {
@@ -57,6 +71,7 @@ struct t_device {
     char name[NAME_SIZE];   // table key
     char label[NAME_SIZE];  // on the front panel
     UT_hash_handle hh;
+    t_port_notes notes; // in the main table only
 };
 static_assert(offsetof(t_device, active) == 0 && offsetof(t_device, link_active) == 1);
 static_assert(offsetof(t_device, is_brlan_dev) == 2 && offsetof(t_device, port_num) == 3);

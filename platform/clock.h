@@ -32,5 +32,11 @@ inline uint32_t monotonic_ms()
     return static_cast<uint32_t>(int64_t{now.sec} * MILLISECONDS_PER_SECOND + now.usec / MICROSECONDS_PER_MILLISECOND);
 }
 
+// The same clock in whole seconds.
+inline uint32_t monotonic_s()
+{
+    return static_cast<uint32_t>(get_time_stamp().sec);
+}
+
 // Sleeps the whole time, whatever signals arrive meanwhile.
 void sleep_ms(uint32_t milliseconds);
