@@ -19,6 +19,16 @@ struct t_proto_detect_request {
     t_protocol *protocol; // borrowed from the protocol table
 };
 
+// What the engine is about, for whoever asks. Words are texts that live for ever.
+struct t_progress {
+    const char *state; // of the cycle, in the words of docs/architecture.md: "resting", "waiting", "looking", ...
+    const char *next;  // due next: "pass", "cycle", "look", "answers", "judgement", "end"; null for nothing
+    int next_ms;
+    int retry_pause_s; // before the look that is due, or would be next
+    int swap_pause_s;  // behind the next swap
+    bool starting;     // the loop has not begun
+};
+
 struct t_engine_handlers {
     // Opens a cycle over all linked pool ports after a delay in milliseconds.
     void (*start_wan_detect_all)(int delay_ms);
@@ -28,6 +38,10 @@ struct t_engine_handlers {
     int (*process_link_change)(t_device *dev, bool up);
     // Something changed that makes another look at the ports worth while soon. Any thread.
     void (*begin_retries_anew)();
+    // Where the engine is. Loop thread.
+    void (*tell_progress)(t_progress *progress) = nullptr;
+    // Seconds between the next swap and the cycle that tests it. Loop thread.
+    int (*swap_pause_s)() = nullptr;
 };
 
 extern t_engine_handlers engine_handlers;

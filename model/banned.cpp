@@ -172,3 +172,15 @@ bool is_banned_device(t_device_list_head *banned_list, const t_device *device)
     t_spin_guard banning(engine_gate->locks.banned_lock);
     return check_device_in_list(&banned_list->head, device);
 }
+
+int32_t ban_seconds_left(t_device_list_head *banned_list, const t_device *device)
+{
+    t_spin_guard banning(engine_gate->locks.banned_lock);
+    const t_device_list *node = banned_list->find(device);
+    if (!node)
+        return 0;
+    if (is_infinite(*node))
+        return BAN_FOREVER;
+    const int64_t left_us = time_stamp_diff_us(node->aging_time, get_time_stamp());
+    return left_us <= 0 ? 0 : static_cast<int32_t>((left_us + MICROSECONDS_PER_SECOND - 1) / MICROSECONDS_PER_SECOND);
+}

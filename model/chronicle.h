@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // What the daemon remembers of its own doings, for whoever asks why: nothing here decides anything. Bounded, in memory
-// only. Written on the loop thread, but for what is shared; read there, too.
+// only. Written and read on the loop thread, but for what is shared.
 #pragma once
 
 #include <cstdint>
@@ -68,10 +68,10 @@ struct t_cycle_note {
     t_fate fates[MAX_DEVICES];
 };
 
+// platform/tallies.h counts more.
 struct t_counters {
     uint32_t cycles, questions, answers, verdicts;
     uint32_t swaps_asked, swaps_confirmed, swaps_failed_in_a_row;
-    t_shared<uint32_t> commits, commands_out_of_time, bus_reconnects;
 };
 
 // What a verdict stumbled over that somebody may want to set right; bits.

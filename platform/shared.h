@@ -23,6 +23,8 @@ template <typename T> struct t_shared {
         return __atomic_compare_exchange(&value, &expected, &wanted, false, __ATOMIC_ACQ_REL, __ATOMIC_ACQUIRE);
     }
 
+    void add(T more) { __atomic_fetch_add(&value, more, __ATOMIC_RELAXED); }
+
     operator T() const { return load(); }
     T operator->() const { return load(); }
     T operator=(T wanted)

@@ -70,6 +70,19 @@ TEST_F(bans, the_latest_ban_stands_in_front)
     EXPECT_EQ(list->count, 2);
 }
 
+TEST_F(bans, the_seconds_that_are_left_are_rounded_up)
+{
+    EXPECT_EQ(ban_seconds_left(list, device), 0);
+    ban("eth1", 30);
+    EXPECT_EQ(ban_seconds_left(list, device), 30);
+    fake_clock.set(NOW + 29, 501);
+    EXPECT_EQ(ban_seconds_left(list, device), 1);
+    fake_clock.set(NOW + 30, 500);
+    EXPECT_EQ(ban_seconds_left(list, device), 0); // still in the list, until the next update
+    ban("eth1", BAN_FOREVER);
+    EXPECT_EQ(ban_seconds_left(list, device), BAN_FOREVER);
+}
+
 // holds: ban-end-moves
 TEST_F(bans, a_shorter_ban_keeps_the_first_end_and_a_longer_one_moves_it)
 {

@@ -1,0 +1,4 @@
+// SPDX-License-Identifier: MIT
+#include "platform/tallies.h"
+
+t_tallies tallies;
