@@ -11,6 +11,7 @@
 #include "adapters/engine_handlers.h"
 #include "adapters/fake_wan_port.h"
 #include "model/banned.h"
+#include "model/chronicle.h"
 #include "model/port_model.h"
 #include "model/tables.h"
 #include "platform/bus_limit.h"
@@ -162,8 +163,10 @@ int wan_detect_settings(ubus_context *context, ubus_object *, ubus_request_data 
         return reply_code(context, request, REPLY_MALFORMED);
     bool enable = blobmsg_get_bool(arguments[SET_ENABLE]);
     LOG(Info, "wan detect success turn %s!\n", enable ? "on" : "off");
-    if (enable && !port_model.enable)
+    if (enable && !port_model.enable) {
         start_detection_of_all(0);
+        note_opener(t_opener::switched_on);
+    }
     port_model.enable = enable;
     begin_retries_anew();
     if (!enable)

@@ -3,6 +3,8 @@
 // nobody should spin while a console is written.
 #include "model/banned.h"
 
+#include <algorithm>
+
 #include "model/gate.h"
 #include "model/tables.h"
 #include "platform/log.h"
@@ -173,14 +175,25 @@ bool is_banned_device(t_device_list_head *banned_list, const t_device *device)
     return check_device_in_list(&banned_list->head, device);
 }
 
-int32_t ban_seconds_left(t_device_list_head *banned_list, const t_device *device)
+// Its end, zero-filled for a port that is free.
+static t_time_stamp ban_end(t_device_list_head *banned_list, const t_device *device)
 {
     t_spin_guard banning(engine_gate->locks.banned_lock);
     const t_device_list *node = banned_list->find(device);
-    if (!node)
-        return 0;
-    if (is_infinite(*node))
+    return node ? node->aging_time : t_time_stamp{};
+}
+
+uint32_t ban_end_s(t_device_list_head *banned_list, const t_device *device)
+{
+    const t_time_stamp end = ban_end(banned_list, device);
+    return time_stamp_diff_us(end, get_time_stamp()) > 0 ? static_cast<uint32_t>(end.sec) : 0;
+}
+
+int32_t ban_seconds_left(t_device_list_head *banned_list, const t_device *device)
+{
+    const t_time_stamp end = ban_end(banned_list, device);
+    if (end.sec == NEVER.sec && end.usec == NEVER.usec)
         return BAN_FOREVER;
-    const int64_t left_us = time_stamp_diff_us(node->aging_time, get_time_stamp());
-    return left_us <= 0 ? 0 : static_cast<int32_t>((left_us + MICROSECONDS_PER_SECOND - 1) / MICROSECONDS_PER_SECOND);
+    const int64_t left_us = std::max<int64_t>(time_stamp_diff_us(end, get_time_stamp()), 0);
+    return static_cast<int32_t>((left_us + MICROSECONDS_PER_SECOND - 1) / MICROSECONDS_PER_SECOND);
 }

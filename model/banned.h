@@ -26,5 +26,9 @@ int remove_infinte_banned_device_from_list(t_device *dev_hashmap_head, t_device_
 // True while the port is in the list. Bans that ran out count until the next update.
 bool is_banned_device(t_device_list_head *banned_list, const t_device *device);
 
+// When its ban ends, in seconds of the monotonic clock, INT32_MAX for never; 0 for a port that is free, also of a ban
+// that ran out.
+uint32_t ban_end_s(t_device_list_head *banned_list, const t_device *device);
+
 // Seconds until its ban ends, rounded up; BAN_FOREVER, or 0 for a port that is free, also of a ban that ran out.
 int32_t ban_seconds_left(t_device_list_head *banned_list, const t_device *device);

@@ -3,11 +3,21 @@
 
 #include <algorithm>
 #include <numeric>
+#include <utility>
 
 #include "model/port_model.h"
 #include "platform/clock.h"
 
+constexpr uint32_t SECONDS_PER_MINUTE = 60;
+
 t_chronicle chronicle;
+
+void begin_chronicle()
+{
+    chronicle = {};
+    chronicle.started_s = monotonic_s();
+    chronicle.next_opener = t_opener::wan_loss;
+}
 
 int8_t port_place(const t_device *dev)
 {
@@ -40,7 +50,12 @@ const t_cycle_note *remembered_cycle(int age)
 
 void note_opener(t_opener opener)
 {
-    chronicle.next_opener = opener;
+    chronicle.asked_opener = opener;
+}
+
+void note_cycle_over_all()
+{
+    chronicle.next_opener = chronicle.asked_opener;
 }
 
 void note_cycle_begins()
@@ -49,7 +64,7 @@ void note_cycle_begins()
     note = {};
     note.number = chronicle.counters.cycles;
     note.begun = get_time_stamp();
-    note.opener = chronicle.next_opener;
+    note.opener = std::exchange(chronicle.next_opener, t_opener::wan_loss);
     note.winner = NO_PORT;
 }
 
@@ -57,14 +72,33 @@ void note_fate(const t_device *dev, t_fate fate)
 {
     t_cycle_note *note = newest_cycle();
     const int8_t place = port_place(dev);
-    if (note && place != NO_PORT)
-        note->fates[place] = fate;
+    if (!note || place == NO_PORT)
+        return;
+    note->fates[place] = fate;
+    if (fate == t_fate::asked)
+        note->asked = static_cast<uint16_t>(note->asked | 1U << place);
+}
+
+static t_fate fate_in(const t_cycle_note *note, const t_device *dev)
+{
+    const int8_t place = port_place(dev);
+    return note && place != NO_PORT ? note->fates[place] : t_fate::not_looked_at;
+}
+
+t_fate noted_fate(const t_device *dev)
+{
+    return fate_in(newest_cycle(), dev);
+}
+
+bool was_silent_before(const t_device *dev)
+{
+    const t_fate fate = fate_in(remembered_cycle(1), dev);
+    return fate == t_fate::silent || fate == t_fate::other_answered || fate == t_fate::no_gateway;
 }
 
 void note_decision(t_decision decision)
 {
-    t_cycle_note *note = newest_cycle();
-    if (note && note->decision == t_decision::none)
+    if (t_cycle_note *note = newest_cycle())
         note->decision = decision;
 }
 
@@ -73,16 +107,42 @@ void note_cycle_ends(const t_device *winner)
     t_cycle_note *note = newest_cycle();
     if (!note)
         return;
-    note_decision(t_decision::nobody);
+    if (note->decision == t_decision::none)
+        note->decision = t_decision::nobody;
     note->took_ms = static_cast<uint32_t>(milliseconds_since(note->begun));
     note->winner = port_place(winner);
+    if (note->swap == t_swap::done && winner != port_model.wan_dev)
+        note->swap = t_swap::failed;
+    chronicle.counters.verdicts++;
+}
+
+// --- swaps
+
+void note_swap(int status)
+{
+    chronicle.counters.swaps_asked++;
+    if (t_cycle_note *note = newest_cycle()) {
+        note->swap = t_swap::done;
+        note->swap_status = static_cast<int16_t>(status);
+        chronicle.swapped_in = note->number;
+    }
+}
+
+void note_confirmation(bool agreed)
+{
+    t_counters &counters = chronicle.counters;
+    counters.swaps_confirmed += agreed;
+    counters.swaps_failed_in_a_row = agreed ? 0 : counters.swaps_failed_in_a_row + 1;
+    t_cycle_note &note = note_of(chronicle.swapped_in);
+    if (note.number == chronicle.swapped_in) // else it is forgotten already
+        note.confirmation = agreed ? t_confirmation::agreed : t_confirmation::disagreed;
 }
 
 // --- questions and answers
 
 static uint32_t minute_now()
 {
-    return monotonic_s() / 60;
+    return monotonic_s() / SECONDS_PER_MINUTE;
 }
 
 // Empties the counts of the minutes in which nobody asked.
@@ -96,16 +156,15 @@ static void turn_to(t_port_notes *notes, uint32_t minute)
 
 void note_question(t_device *dev)
 {
+    chronicle.counters.questions++;
+    if (!dev)
+        return;
     t_port_notes &notes = dev->notes;
     turn_to(&notes, minute_now());
     uint8_t &count = notes.questions[notes.minute % MINUTES_COUNTED];
     count = static_cast<uint8_t>(std::min(count + 1, UINT8_MAX));
     notes.asked_s = monotonic_s();
     notes.was_asked = 1;
-    chronicle.counters.questions++;
-    if (t_cycle_note *note = newest_cycle(); note && note->decision == t_decision::none)
-        if (const int8_t place = port_place(dev); place != NO_PORT)
-            note->asked = static_cast<uint16_t>(note->asked | 1U << place);
 }
 
 uint32_t questions_last_hour(const t_device *dev)
@@ -117,8 +176,18 @@ uint32_t questions_last_hour(const t_device *dev)
 
 void note_answer(t_device *dev, const char *protocol)
 {
+    chronicle.counters.answers++;
+    if (!dev)
+        return;
     dev->notes.answered_s = monotonic_s();
+    if (!protocol)
+        return;
     dev->notes.answer = protocol;
     dev->notes.learned = dev->result;
-    chronicle.counters.answers++;
+}
+
+void note_lan_host(t_device *dev)
+{
+    dev->notes.lan_hosts = static_cast<uint16_t>(std::min(dev->notes.lan_hosts + 1, UINT16_MAX));
+    dev->notes.lan_seen_s = monotonic_s();
 }

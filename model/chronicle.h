@@ -87,11 +87,17 @@ struct t_chronicle {
     uint32_t started_s;                     // on the clock of monotonic_s
     t_cycle_note cycles[REMEMBERED_CYCLES]; // a ring
     t_counters counters;
-    uint8_t hints; // of the last verdict
-    t_opener next_opener;
+    uint8_t hints;           // of the last verdict that somebody was asked for
+    bool pool_has_strangers; // the configured pool names ports that do not exist
+    t_opener asked_opener;   // who asked last for a cycle over all ports
+    t_opener next_opener;    // of the cycle that begins next
+    uint32_t swapped_in;     // the cycle whose swap was the last one; 0 for none
 };
 
 extern t_chronicle chronicle;
+
+// Empties it: a life begins.
+void begin_chronicle();
 
 // The number of a port in the main table, or NO_PORT.
 int8_t port_place(const t_device *dev);
@@ -104,19 +110,38 @@ const t_cycle_note *remembered_cycle(int age);
 
 // --- while a cycle runs
 
-void note_opener(t_opener opener); // of the cycle that opens next
+void note_opener(t_opener opener); // who asks for a cycle over all ports
+void note_cycle_over_all();        // it opens; a cycle that opens without this was opened by the loss of the WAN port
 void note_cycle_begins();
 void note_fate(const t_device *dev, t_fate fate);
-void note_decision(t_decision decision); // the first of a cycle counts
+void note_decision(t_decision decision); // the last of a cycle counts, as its verdict does
 void note_cycle_ends(const t_device *winner);
+
+// What was noted of a port in the running cycle, or the last one.
+t_fate noted_fate(const t_device *dev);
+
+// True when nobody answered behind this port in the cycle before the newest.
+bool was_silent_before(const t_device *dev);
+
+// --- swaps
+
+// The swap command was run in this cycle; its exit status, -1 without one.
+void note_swap(int status);
+
+// A later cycle found the role where the last swap sent it, and the port connected, or not.
+void note_confirmation(bool agreed);
 
 // --- on the wire
 
 // A question went out through this port: a DISCOVER, a PADI, an ARP request for the gateway, a DNS query.
 void note_question(t_device *dev);
 
-// Somebody behind it answered; what was learned stands in its record. `protocol` is borrowed and never freed.
+// Somebody behind it answered; what was learned stands in its record. `protocol` is borrowed and never freed; null for
+// an answer that confirms an earlier one.
 void note_answer(t_device *dev, const char *protocol);
+
+// Another host of the LAN is behind it; whoever looks for them sets their number to 0 first.
+void note_lan_host(t_device *dev);
 
 // Questions of the last 60 minutes, to the minute.
 uint32_t questions_last_hour(const t_device *dev);

@@ -45,10 +45,11 @@ struct t_port_notes {
     t_shared<uint32_t> link_changes; // written under the device lock
     uint16_t lan_hosts;              // behind it when somebody looked last
     uint8_t was_asked;
-    uint32_t lan_seen_s, asked_s, answered_s; // on the clock of monotonic_s
-    uint32_t minute;                          // of the newest count
-    uint8_t questions[MINUTES_COUNTED];       // a ring
-    const char *answer;                       // name of the protocol; null for none
+    uint32_t lan_seen_s, asked_s, answered_s;   // on the clock of monotonic_s
+    uint32_t told_link_changes, told_ban_end_s; // as the subscribers know them
+    uint32_t minute;                            // of the newest count
+    uint8_t questions[MINUTES_COUNTED];         // a ring
+    const char *answer;                         // name of the protocol; null for none
     t_detect_result learned;
 };
 

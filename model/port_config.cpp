@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "model/chronicle.h"
 #include "model/config_text.h"
 #include "model/port_names.h"
 #include "model/switch_attributes.h"
@@ -186,6 +187,14 @@ static bool load_priorities(t_port_model *model, const char *numbers)
     return true;
 }
 
+static int count_words(const char *text)
+{
+    int count = 0;
+    for (char word[CONFIG_TEXT_SIZE]; next_word(&text, word);)
+        count++;
+    return count;
+}
+
 // False when memory is short.
 static bool load_pool(t_port_model *model, const char *numbers, int *count)
 {
@@ -205,6 +214,7 @@ static bool load_pool(t_port_model *model, const char *numbers, int *count)
         ++*count;
         LOG_AS(LOADING, Debug, "allowed wan device:%s parse success!\n", ifname);
     }
+    chronicle.pool_has_strangers = *count != count_words(numbers);
     return true;
 }
 

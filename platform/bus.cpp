@@ -17,6 +17,7 @@
 #include "platform/bus_limit.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
+#include "platform/tallies.h"
 
 constexpr int BUS_RECONNECT_FIRST_MS = 100;
 constexpr int BUS_OFFER_LIMIT_MS = 1000;
@@ -141,6 +142,7 @@ static void restore_connection()
     }
     uloop_timeout_cancel(&bus.retry_timer);
     bus.connected = true;
+    tallies.bus_reconnects.add(1);
     LOG(Notice, "ubus connection restored\n");
 }
 

@@ -12,6 +12,7 @@
 #include "platform/guards.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
+#include "platform/tallies.h"
 
 // False when the time was over before the program closed its output or the room was full.
 static bool read_output(int fd, std::span<char> output, const t_time_limit &limit)
@@ -63,6 +64,7 @@ int capture_command(std::span<char> output, const char *command)
     if (in_time && wait_for_child(child, limit, &status) != t_wait::over)
         return OK;
     end_group(child, &status);
+    tallies.commands_out_of_time.add(1);
     LOG(Warning, "%s does not end, killed\n", command);
     return OK;
 }
@@ -83,6 +85,7 @@ int run_command(const char *command)
         break;
     }
     end_group(child, &status);
+    tallies.commands_out_of_time.add(1);
     LOG(Warning, "%s does not end, killed\n", command);
     return status;
 }

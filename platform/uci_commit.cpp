@@ -14,6 +14,7 @@
 #include "platform/disk_room.h"
 #include "platform/guards.h"
 #include "platform/log.h"
+#include "platform/tallies.h"
 #include "platform/text.h"
 #include "platform/uci_context.h"
 #include "platform/uci_limits.h"
@@ -204,5 +205,8 @@ int commit_uci_package(uci_context *context, uci_package **package)
     if (result != UCI_OK)
         return result;
     const int seen = look_after_commit(path, former, wanted);
-    return locks.gave_up() ? static_cast<int>(UCI_ERR_IO) : seen;
+    if (locks.gave_up() || seen != UCI_OK)
+        return UCI_ERR_IO;
+    tallies.commits.add(1);
+    return UCI_OK;
 }

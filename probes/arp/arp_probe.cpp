@@ -2,6 +2,7 @@
 // The two questions put to ports in the LAN bridge's name.
 #include "probes/arp/arp_probe.h"
 
+#include "model/chronicle.h"
 #include "platform/ipv4_text.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
@@ -27,6 +28,8 @@ int find_target_ip_and_device_with_arp(t_device_list_head *list, uint32_t target
             list->clear();
         return ARP_ERR_SEARCH;
     }
+    for (const t_device_list *node = list->head.next; node; node = node->next)
+        note_answer(node->dev, "arp");
     if (list->count == 0)
         LOG(Debug, "Target ip:%s not found with arp in each device!\n", t_ipv4_text(target_be).text);
     if (list->count > 1)

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "probes/arp/arp_search.h"
 
+#include "model/chronicle.h"
 #include "model/fake_wan.h"
 #include "platform/clock.h"
 #include "platform/log.h"
@@ -50,6 +51,7 @@ static void ask_port(t_arp_detect *ctx, int attempt)
         ctx->target_mac = UNKNOWN_MAC;
         return;
     }
+    note_question(ctx->dev);
     LOG_AS(SEARCH, Debug, "Send Arp packet success for: %s|%02X-%02X-%02X-%02X-%02X-%02X via dev:%s\n",
            ARP_TARGET_ARGS(ctx), device_name(ctx->dev));
 }

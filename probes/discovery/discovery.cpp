@@ -6,6 +6,7 @@
 #include <net/ethernet.h>
 #include <sys/socket.h>
 
+#include "model/chronicle.h"
 #include "model/current_wan.h"
 #include "model/gate.h"
 #include "model/reserved_ports.h"
@@ -196,6 +197,7 @@ int send_on_port(const t_discovery &kind, t_discovery_port *port)
         socket.close();
         return DISCOVERY_ERR_SEND;
     }
+    note_question(port->dev);
     packet_socket_watch(&socket.watcher);
     return OK;
 }
@@ -268,6 +270,7 @@ int collect_batch(const t_discovery &kind, t_device *dev_hashmap_head, t_protoco
             set_dev_using_specific_proto(dev_hashmap_head, proto_hashmap_head, nullptr, nullptr, port.dev->name,
                                          kind.protocol);
             kind.keep_result(port);
+            note_answer(port.dev, kind.protocol);
         } else {
             LOG_AS(kind.speakers.process, Debug, kind.texts.silent.format, device_name(port.dev));
         }

@@ -11,6 +11,7 @@
 #include <span>
 #include <sys/socket.h>
 
+#include "model/chronicle.h"
 #include "platform/clock.h"
 #include "platform/ipv4_text.h"
 #include "platform/log.h"
@@ -147,6 +148,7 @@ int send_dns_query(uint32_t source_be, t_dns_entry *entry)
         close_dns_entry(entry);
         return DNS_ERR_SEND;
     }
+    note_question(entry->dev);
     return OK;
 }
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "probes/dns/dns_receive.h"
 
+#include "model/chronicle.h"
 #include "platform/ipv4_text.h"
 #include "platform/log.h"
 #include "probes/dns/dns_frames.h"
@@ -67,6 +68,7 @@ static void accept_answer(t_dns_entry *entry, const char *speaker)
 {
     entry->received = 1;
     handle_of(entry)->winner = entry->dev;
+    note_answer(entry->dev, nullptr);
     LOG_AS(speaker, Info, "dns response checked! eth=%s, dev_ip:%s\n", device_name(entry->dev),
            t_ipv4_text(entry->dev_ip_be).text);
     LOG_AS(speaker, Info, "dns response checked! eth=%s, dns_server:%s\n", device_name(entry->dev),

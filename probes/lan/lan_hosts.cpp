@@ -7,6 +7,7 @@
 #include <net/if.h>
 #include <span>
 
+#include "model/chronicle.h"
 #include "platform/clock.h"
 #include "platform/ipv4_text.h"
 #include "platform/log.h"
@@ -43,8 +44,10 @@ struct t_lan_sources {
 
 static void clear_brlan_flags(t_device *dev_hashmap_head)
 {
-    for (t_device *dev = dev_hashmap_head; dev; dev = static_cast<t_device *>(dev->hh.next))
+    for (t_device *dev = dev_hashmap_head; dev; dev = static_cast<t_device *>(dev->hh.next)) {
         dev->is_brlan_dev = 0;
+        dev->notes.lan_hosts = 0;
+    }
 }
 
 static t_device *find_device_by_brlan_index(t_device *dev_hashmap_head, int index)
@@ -205,14 +208,16 @@ static void mark_port(t_port_model *model, const t_interface_info &lan, const t_
             LOG_AS(UPDATE, Debug, "No device index(%d) match in device hashmap!\n", record.port);
         return;
     }
+    const t_arp_entry *entry = nullptr;
+    if (model->arp_table_hashmap_head || may_tell_of_frame(lines, LOG_LEVEL_Info)) // which tells of an empty table
+        entry = find_arp_entry(model->arp_table_hashmap_head, &record.mac);
+    if (entry)
+        note_lan_host(dev);
     if (dev->is_brlan_dev) {
         if (told)
             LOG_AS(UPDATE, Debug, "device:%s already has an ip that has same subnet as LAN!\n", dev->name);
         return;
     }
-    const t_arp_entry *entry = nullptr;
-    if (model->arp_table_hashmap_head || may_tell_of_frame(lines, LOG_LEVEL_Info)) // which tells of an empty table
-        entry = find_arp_entry(model->arp_table_hashmap_head, &record.mac);
     if (!entry) {
         if (told)
             LOG_AS(UPDATE, Debug, "Failed to find arp entry for %02X-%02X-%02X-%02X-%02X-%02X!\n",
