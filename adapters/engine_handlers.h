@@ -40,8 +40,8 @@ struct t_engine_handlers {
     void (*begin_retries_anew)();
     // Where the engine is. Loop thread.
     void (*tell_progress)(t_progress *progress) = nullptr;
-    // Seconds between the next swap and the cycle that tests it. Loop thread.
-    int (*swap_pause_s)() = nullptr;
+    // The WAN role is about to be given to this port: after how many seconds may a cycle test that? Loop thread.
+    int (*begin_swap)(t_device *dev) = nullptr;
 };
 
 extern t_engine_handlers engine_handlers;

@@ -4,9 +4,12 @@
 
 #include <cstdio>
 #include <cstring>
+#include <sys/wait.h>
 
 #include "adapters/engine_handlers.h"
 #include "adapters/link_status.h"
+#include "adapters/state_events.h"
+#include "model/chronicle.h"
 #include "model/current_wan.h"
 #include "model/gate.h"
 #include "model/port_model.h"
@@ -37,6 +40,12 @@ void block_both_threads()
 bool toggle_is_void()
 {
     return engine_gate->combo_switch_blocked || !port_model.enable;
+}
+
+// -1 for a command that was not started, or did not end by itself.
+int exit_status_of(int status)
+{
+    return status != -1 && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
 } // namespace
@@ -100,17 +109,22 @@ void switch_wan_to_dev(t_device *dev, int force)
         snprintf(command, sizeof command, "network_lanwan_swap set port%d", dev->port_num);
     }
     LOG(Debug, "wan_detect:Switching wan dev to %s execute:%s!\n", dev->name, command);
+    const int pause_s = engine_handlers.begin_swap ? engine_handlers.begin_swap(dev) : REDETECT_AFTER_SWITCH_SECONDS;
+    int status = -1;
     {
         t_mutex_guard link_guard(engine_gate->locks.link_block_lock);
         t_mutex_guard combo_guard(engine_gate->locks.combo_block_lock);
-        run_command(command);
+        status = exit_status_of(run_command(command));
         block_both_threads();
         LOG(Debug,
             "wan_detect:success switch! Block update eth link & combo switch for %ds!! Start re-detect all in %ds!\n",
-            static_cast<int>(SWITCH_BLOCK_SECONDS), static_cast<int>(REDETECT_AFTER_SWITCH_SECONDS));
+            static_cast<int>(SWITCH_BLOCK_SECONDS), pause_s);
         if (engine_handlers.start_wan_detect_all)
-            engine_handlers.start_wan_detect_all(REDETECT_AFTER_SWITCH_SECONDS * MILLISECONDS_PER_SECOND);
+            engine_handlers.start_wan_detect_all(pause_s * MILLISECONDS_PER_SECOND);
         sleep_ms(AFTER_COMMAND_MS);
     }
     LOG(Notice, "wan_detect:success switching wan dev to %s, port:%d!\n", dev->name, dev->port_num);
+    note_opener(t_opener::after_swap);
+    note_swap(status);
+    announce_swap(dev, status, pause_s);
 }

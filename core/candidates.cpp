@@ -7,11 +7,9 @@
 
 #include "adapters/fake_wan_port.h"
 #include "core/engine.h"
-#include "model/banned.h"
+#include "core/fates.h"
 #include "model/lists.h"
 #include "model/port_model.h"
-#include "model/reserved_ports.h"
-#include "model/tables.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
 
@@ -21,9 +19,7 @@ constexpr const char *NAME_SEPARATOR = "\u3001";
 // A port may be WAN by configuration and has a link. The device lock is held.
 static bool may_be_wan(const t_device *dev)
 {
-    return !is_reserved_port(&port_model, dev->name) && port_model.wan_port_pool &&
-           find_device(port_model.wan_port_pool, dev->name) && !is_banned_device(&port_model.banned_list, dev) &&
-           dev->link_active;
+    return bar_against(dev) == t_fate::not_looked_at;
 }
 
 void generate_possible_wan_dev_list()

@@ -6,6 +6,8 @@
 
 #include "core/connection.h"
 #include "core/cycle.h"
+#include "core/fates.h"
+#include "core/hints.h"
 #include "core/retries.h"
 #include "model/port_model.h"
 #include "platform/ipv4_text.h"
@@ -48,7 +50,7 @@ static void choose_among_static(int count, t_device *first)
                first->name, type, gateway.text);
     else
         LOG_AS(BY_ARP, Error, "That's impossible! device is lost? treat it as null!\n");
-    end_cycle_with(first);
+    end_cycle_with(first, t_decision::only_gateway);
 }
 
 static void choose_behind_gateway()
@@ -60,7 +62,8 @@ static void choose_behind_gateway()
     case t_connection::tunnel_fixed:
         LOG_AS(BY_ARP, Info, "ARP shows server ip:%s in dev:%s, wan detect Success!\n",
                t_ipv4_text(target_address()).text, device_name(first));
-        return end_cycle_with(first);
+        return end_cycle_with(first,
+                              engine.possible_wan_dev_list.count > 1 ? t_decision::priority : t_decision::only_gateway);
     case t_connection::dhcp:
     case t_connection::pppoe:
     case t_connection::tunnel_dynamic:
@@ -70,7 +73,7 @@ static void choose_behind_gateway()
     const t_protocol *type = port_model.wan_proto;
     LOG_AS(BY_ARP, Warning, "detecting protocol %s(sed_conn:%s) using arp is not supported!, exit!\n",
            protocol_name(type), type ? type->snd_conn : "null");
-    end_cycle_with(nullptr);
+    end_cycle_with(nullptr, t_decision::not_detectable);
 }
 
 void uloop_wan_detect_using_arp(uloop_timeout *)
@@ -82,10 +85,12 @@ void uloop_wan_detect_using_arp(uloop_timeout *)
     const t_ipv4_text target(target_address());
     if (find_target_ip_and_device_with_arp(&list, target_address(), asking_address()) != OK) {
         LOG(Error, "find_target_ip_and_device_with_arp failed with ip:%s, return null!\n", target.text);
-        return end_cycle_with(nullptr);
+        return end_cycle_with(nullptr, t_decision::nobody);
     }
+    note_candidates_lost(t_fate::no_gateway);
     if (list.count == 0) {
         LOG(Info, "Can't find gateway ip:%s in arp table, waiting for another device\n", target.text);
+        look_for_hints_of_silence();
         return look_in(CYCLE_POLL_MS);
     }
     choose_behind_gateway();
@@ -153,7 +158,7 @@ static void take_first(bool is_fixed)
     else
         LOG_AS(BY_DNS, Info, "Overall %d device using protocol %s! Use first priority device:%s as wan!\n", count,
                protocol_name(port_model.wan_proto), device_name(first));
-    end_cycle_with(first);
+    end_cycle_with(first, t_decision::priority);
 }
 
 void uloop_wan_detect_using_dns(uloop_timeout *)
@@ -165,7 +170,7 @@ void uloop_wan_detect_using_dns(uloop_timeout *)
     const bool is_fixed = kind == t_connection::fixed;
     if (!is_fixed && kind != t_connection::dhcp) {
         LOG(Error, "DNS lookup only support static/dhcp\n");
-        return end_cycle_with(nullptr);
+        return end_cycle_with(nullptr, t_decision::not_detectable);
     }
     if (gather_questions(is_fixed) == 0) {
         LOG(Error, "Shouldn't happen, no device need to query dns, wainting for other device connect!\n");
@@ -174,5 +179,5 @@ void uloop_wan_detect_using_dns(uloop_timeout *)
     if (!dns_lookup_via_multi_eth(&engine.dns_ctx))
         return take_first(is_fixed);
     LOG(Info, "DNS lookup shows dev:%s online, wan detect Success!\n", device_name(engine.dns_ctx.winner));
-    end_cycle_with(engine.dns_ctx.winner);
+    end_cycle_with(engine.dns_ctx.winner, t_decision::name_server);
 }

@@ -5,6 +5,7 @@
 #include <cassert>
 
 #include "core/cycle_ways.h"
+#include "core/fates.h"
 #include "core/retries.h"
 #include "core/wishes.h"
 #include "model/port_model.h"
@@ -61,12 +62,14 @@ static void begin_waiting()
 
 void open_cycle_over_all_in(int delay_ms)
 {
+    engine.swap.pause_runs = false; // whoever swaps says so afterwards
     uloop_timeout_set(&engine.init_wan_detect_all, delay_ms);
 }
 
 void start_wan_detect_all(int delay_ms)
 {
     LOG(Notice, "Will begin to detect all device after %dms!\n", delay_ms);
+    note_opener(t_opener::bus_call); // any other caller says more
     begin_retries_anew();
     if (delay_ms > CYCLE_RETRY_MS && !cycle_is_running())
         engine.put_off = false; // whoever put it off so far does not wait for a request any more
@@ -75,6 +78,7 @@ void start_wan_detect_all(int delay_ms)
 
 void open_cycle()
 {
+    note_cycle_over_all();
     begin_waiting();
     arm_pass(0);
 }
@@ -213,6 +217,7 @@ static void begin_asking()
 {
     engine.put_off = false;
     uloop_timeout_cancel(&engine.look_again);
+    note_candidates_asked();
 }
 
 void ask_by_arp()
@@ -271,9 +276,10 @@ void take_stage(t_stage_owner owner)
 
 // --- the end
 
-void end_cycle_with(t_device *result)
+void end_cycle_with(t_device *result, t_decision how)
 {
     engine.result_dev = result;
+    note_decision(how);
     engine.put_off = false;
     if (engine.state != t_cycle_state::ending) // two steps that were due together may find detection switched off
         enter(t_cycle_state::ending);
@@ -285,7 +291,7 @@ bool end_if_switched_off(const char *step)
     if (port_model.enable)
         return false;
     LOG_AS(step, Info, "exiting detecting due to switch off!\n");
-    end_cycle_with(nullptr);
+    end_cycle_with(nullptr, t_decision::switched_off);
     return true;
 }
 

@@ -7,6 +7,7 @@
 #include <cstdint>
 
 #include "core/engine.h"
+#include "model/chronicle.h"
 
 constexpr int WAN_DOWN_DELAY_MS = 10000; // from the WAN port's loss of link to the cycle
 constexpr int MAX_POSTPONED_MS = 60000;  // so much longer at most, when the port flaps meanwhile
@@ -73,8 +74,8 @@ void ask_by_dns();
 // probing: looks again whether the stage is over.
 void judge_later();
 
-// any -> ending: with a verdict, or without one (null).
-void end_cycle_with(t_device *result);
+// any -> ending: with a verdict, or without one (null), and what decided.
+void end_cycle_with(t_device *result, t_decision how);
 
 // The same without a verdict when detection was switched off; true then. `step` is the function that says so.
 bool end_if_switched_off(const char *step);

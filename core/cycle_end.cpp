@@ -5,7 +5,10 @@
 #include "adapters/wan_switch.h"
 #include "core/cycle.h"
 #include "core/cycle_start.h"
+#include "core/fates.h"
 #include "core/retries.h"
+#include "core/swap_pause.h"
+#include "core/verdict_line.h"
 #include "model/banned.h"
 #include "model/current_wan.h"
 #include "model/dumps.h"
@@ -71,6 +74,7 @@ void clear_dev_volatile_attribute()
 static void send_cycle_back()
 {
     engine.result_dev = nullptr;
+    note_decision(t_decision::none);
     look_in(CYCLE_POLL_MS);
 }
 
@@ -99,6 +103,7 @@ static bool verdict_is_void()
         send_cycle_back();
         return true;
     case t_role::foreign:
+        note_decision(t_decision::role_is_foreign);
         engine.result_dev = nullptr; // whoever gave it to a port that is none of ours keeps what he chose
         break;
     }
@@ -116,6 +121,16 @@ static void carry_out(t_device *winner)
     const t_device *now_wan = port_model.wan_dev;
     if (!now_wan || wan_role_is_at(now_wan))
         switch_wan_to_dev(port_model.wan_dev, 0);
+}
+
+// Those that answered stand in the list, unless nobody was asked.
+static void note_answers(const t_device *winner)
+{
+    const t_cycle_note *cycle = newest_cycle();
+    if (!winner || !cycle || cycle->decision == t_decision::wan_works)
+        return;
+    note_winner(winner, cycle->decision);
+    look_for_new_answers();
 }
 
 // A verdict whose port could not get the role, or has lost its link again, found nothing.
@@ -141,13 +156,18 @@ void uloop_wan_detect_end(uloop_timeout *)
     const bool wan_was_lost = begin_end();
     const t_device *former_wan = port_model.wan_dev;
     update_banned_device_list(&port_model.banned_list);
-    if (!port_model.enable)
+    if (!port_model.enable) {
+        note_decision(t_decision::switched_off);
         engine.result_dev = nullptr; // off means off, also for a verdict
+    }
     if (verdict_is_void())
         return;
     t_device *winner = engine.result_dev;
+    note_answers(winner);
     carry_out(winner);
     update_wan_device(&port_model);
+    settle_swap();
+    tell_verdict(winner);
     dump_all_device(port_model.dev_hashmap_head);
     dump_all_protocols(port_model.proto_hashmap_head);
     close_cycle();

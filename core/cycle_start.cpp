@@ -2,12 +2,15 @@
 #include "core/cycle_start.h"
 
 #include "adapters/network_status.h"
+#include "adapters/state_events.h"
 #include "core/candidates.h"
 #include "core/connection.h"
 #include "core/cycle.h"
+#include "core/fates.h"
 #include "core/link_scan.h"
 #include "core/proto_stage.h"
 #include "core/retries.h"
+#include "core/swap_pause.h"
 #include "model/banned.h"
 #include "model/current_wan.h"
 #include "model/port_model.h"
@@ -55,6 +58,8 @@ void uloop_init_wan_detect_all(uloop_timeout *)
 static void open_pass()
 {
     if (begin_pass()) {
+        note_cycle_begins();
+        announce_cycle(true);
         begin_rounds();
         delete_file(WAN_RESULT_FILE);
         update_wan_device(&port_model);
@@ -62,20 +67,26 @@ static void open_pass()
     update_wan_ipv4_protocol(&port_model);
 }
 
-// False for a pass that ends its cycle at once.
-static bool may_go_on()
+// Why a pass ends its cycle at once; none for one that goes on.
+static t_decision look_for_an_end()
 {
-    if (!port_model.enable)
+    if (!port_model.enable) {
         LOG_AS(PASS, Info, "exiting detecting due to switch off!\n");
-    else if (engine.restart_requested)
+        return t_decision::switched_off;
+    }
+    if (engine.restart_requested) {
         LOG_AS(PASS, Info, "exiting this cycle of detecting, waiting for detect all!\n");
-    else if (port_model.role_is_away)
+        return t_decision::gave_up;
+    }
+    if (port_model.role_is_away) {
         LOG_AS(PASS, Info, "The wan role is at %s, none of the ports, and stays there!\n", port_model.wan_role);
-    else if (!port_model.wan_proto)
+        return t_decision::role_is_foreign;
+    }
+    if (!port_model.wan_proto) {
         LOG_AS(PASS, Error, "Failed to get now protocol! Should not happen!\n");
-    else
-        return true;
-    return false;
+        return t_decision::not_detectable;
+    }
+    return t_decision::none;
 }
 
 static bool may_be_good(const t_device *now_wan)
@@ -127,7 +138,7 @@ static void confirm_by_probes()
                "wan protocol detect only support dhcp/pppoe/xxtp+dhcp! detecting protocol %s(sed_conn:%s) is not "
                "supported!\n",
                type->name, type->snd_conn);
-        return end_cycle_with(nullptr);
+        return end_cycle_with(nullptr, t_decision::not_detectable);
     }
     LOG_AS(PASS, Info, "Start to detect in %d device(s) using protocol detect\n", engine.possible_wan_dev_list.count);
     start_cycle_proto_stage();
@@ -150,7 +161,7 @@ static void confirm_candidates()
     }
     LOG_AS(PASS, Warning, "detecting protocol %s(sed_conn:%s) is not supported!, exit!\n", type->name, type->snd_conn);
     stop_looking_again(); // the end plans the next look
-    end_cycle_with(nullptr);
+    end_cycle_with(nullptr, t_decision::not_detectable);
 }
 
 void uloop_start_wan_detect(uloop_timeout *)
@@ -159,8 +170,8 @@ void uloop_start_wan_detect(uloop_timeout *)
     if (pass_yields())
         return;
     open_pass();
-    if (!may_go_on())
-        return end_cycle_with(nullptr);
+    if (const t_decision end = look_for_an_end(); end != t_decision::none)
+        return end_cycle_with(nullptr, end);
     if (request_is_under_way()) {
         LOG(Info,
             "Aleady has a instace is running protocol detection! Multi instance not allowed, auto retry in 500ms!\n");
@@ -180,19 +191,25 @@ void uloop_start_wan_detect(uloop_timeout *)
             engine.possible_wan_dev_list.remove(listed_wan); // it was listed only as the WAN port
         break;
     case t_role::foreign:
-        return end_cycle_with(nullptr);
+        return end_cycle_with(nullptr, t_decision::role_is_foreign);
     }
     switch (look_at_current_wan()) {
     case t_wan_state::good:
-        return end_cycle_with(port_model.wan_dev);
+        note_wan_port(true);
+        test_swap(true);
+        return end_cycle_with(port_model.wan_dev, t_decision::wan_works);
     case t_wan_state::unknown:
         LOG(Info, "The network manager is away, asking again in %dms!\n", CYCLE_POLL_MS);
         return look_in(CYCLE_POLL_MS);
     case t_wan_state::bad:
+        note_wan_port(false);
+        test_swap(false);
         break;
     }
     engine.possible_wan_dev_list.remove(port_model.wan_dev); // it was listed only to be looked at first
-    if (!filter_candidates()) {
+    const bool somebody_is_left = filter_candidates();
+    note_ports_left_out();
+    if (!somebody_is_left) {
         LOG(Debug, "Zero device need to detect after filter! waiting for other devices plug in trigger!\n");
         poll_for_candidates();
         return look_again_later();

@@ -30,6 +30,23 @@ struct t_retry {
     bool opened_cycle; // the next cycle is such a look
 };
 
+// What tells whether a file was changed meanwhile.
+struct t_file_stamp {
+    uint64_t inode;
+    int64_t size, changed_s, changed_ns;
+    bool operator==(const t_file_stamp &) const = default;
+};
+
+// The last swap, until a cycle has tested it, and the pauses behind swaps that were tested in vain.
+struct t_swap_trial {
+    t_device *dev;        // that the role was sent to, borrowed; null when there is nothing to test
+    t_file_stamp network; // the configuration when the swap was over
+    uint8_t failures;     // in a row, and nothing has changed since
+    bool is_new;          // made by the cycle that is about to end
+    bool failed;          // says the cycle that tests it
+    bool pause_runs;      // the cycle over all ports that is asked for is its test
+};
+
 struct t_wan_detect_engine {
     t_flag detecting;                               // a cycle is open; ports that come up are parked. Shared.
     uint8_t restart_requested;                      // the running cycle gives up at its next pass
@@ -42,7 +59,7 @@ struct t_wan_detect_engine {
         uint8_t no_dns_probe_yet;
         t_dns_ctx dns_ctx;
     };
-    // Eleven timers: eight here, three further down. Each is bound once, at start-up.
+    // Twelve timers: eight here, four further down. Each is bound once, at start-up.
     uloop_timeout init_wan_detect_all;
     uloop_timeout start_wan_detect;
     uloop_timeout using_proto_detect;
@@ -69,6 +86,8 @@ struct t_wan_detect_engine {
     int bus_waits;                       // passes that waited for a network manager that is away
     uloop_timeout look_again;
     t_retry retry;
+    t_swap_trial swap;
+    uloop_timeout news;
     t_flag pass_is_wished; // by any thread, the last wish winning
     t_shared<int> wished_pass_ms;
 };

@@ -9,10 +9,14 @@
 #include "core/engine.h"
 #include "core/link_change.h"
 #include "core/look_again.h"
+#include "core/news.h"
+#include "core/progress.h"
 #include "core/proto_stage.h"
 #include "core/retries.h"
+#include "core/swap_pause.h"
 #include "core/wan_role.h"
 #include "core/wishes.h"
+#include "model/chronicle.h"
 #include "model/fake_wan.h"
 #include "model/port_model.h"
 #include "platform/log.h"
@@ -43,17 +47,34 @@ static void bind_timers()
     engine.end.cb = uloop_wan_detect_end;
     engine.heartbeat.cb = uloop_heartbeat;
     engine.look_again.cb = uloop_look_again;
+    engine.news.cb = uloop_tell_news;
+}
+
+// Maybe a ban, which is not made yet.
+static void serve_change()
+{
+    begin_retries_anew();
+    look_for_news();
+}
+
+static void serve_link_news()
+{
+    begin_retries_anew();
+    begin_swap_pauses_anew();
+    look_for_news();
 }
 
 void init_engine()
 {
     init_engine_gate(&engine.gate);
     engine_gate = &engine.gate;
-    engine_handlers = {start_wan_detect_all, start_proto_detect, wan_detect_process_link_change,
-                       wish_for_fresh_retries};
+    engine_handlers = {start_wan_detect_all,   start_proto_detect, wan_detect_process_link_change,
+                       wish_for_fresh_retries, tell_progress,      begin_swap};
     remove_fake_wan_if_match = give_up_fake_wan_if_match;
     bind_timers();
-    bind_wish_servers({serve_wished_pass, follow_moved_role, begin_retries_anew});
+    bind_wish_servers({serve_wished_pass, follow_moved_role, serve_change, serve_link_news});
+    engine.retry.first_s = RETRY_FIRST_S;
+    begin_chronicle();
 }
 
 void release_engine()

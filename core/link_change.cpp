@@ -71,6 +71,7 @@ static bool store_link(t_device *dev, bool up)
     if (static_cast<bool>(dev->link_active) == up)
         return false;
     dev->link_active = up;
+    dev->notes.link_changes.add(1);
     return true;
 }
 
@@ -143,6 +144,6 @@ int wan_detect_process_link_change(t_device *dev, bool up)
         LOG(Debug, "wan_detect not enable, ignore the deivce status change!\n");
     if (up)
         remove_banned_device_from_list(port_model.dev_hashmap_head, &port_model.banned_list, nullptr, dev);
-    wish_for_fresh_retries();
+    wish_for_link_news();
     return OK;
 }

@@ -30,5 +30,6 @@ void uloop_look_again(uloop_timeout *)
     if (cycle_is_open() || engine.init_wan_detect_all.pending || current_wan_is_good())
         return;
     begin_look(true);
+    note_opener(t_opener::look_again);
     open_cycle_over_all_in(0);
 }

@@ -24,6 +24,7 @@
 #include "core/shutdown.h"
 #include "core/start_pause.h"
 #include "core/wishes.h"
+#include "model/chronicle.h"
 #include "model/current_wan.h"
 #include "model/fake_wan.h"
 #include "model/port_config.h"
@@ -174,10 +175,12 @@ static void open_first_cycle()
     if (!port_model.enable || !port_model.router_mode)
         return;
     update_wan_ipv4_protocol(&port_model);
-    if (get_network_status(0, connection_kind() == t_connection::fixed) == NETWORK_CONNECTED)
+    if (get_network_status(0, connection_kind() == t_connection::fixed) == NETWORK_CONNECTED) {
         wan_detect_remove_fake_wan();
-    else
-        open_cycle_over_all_in(0);
+        return;
+    }
+    note_opener(t_opener::start_up);
+    open_cycle_over_all_in(0);
 }
 
 static int start_worker(t_worker *worker, t_thread_body body)

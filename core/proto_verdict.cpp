@@ -3,6 +3,7 @@
 #include "core/candidates.h"
 #include "core/connection.h"
 #include "core/cycle.h"
+#include "core/hints.h"
 #include "core/proto_stage.h"
 #include "model/port_model.h"
 #include "platform/log.h"
@@ -22,11 +23,13 @@ static bool may_try_again(t_device_list *node)
     const char *type = protocol_name(port_model.wan_proto);
     if (!node->dev->link_active) {
         LOG_AS(SORTING, Debug, "Remove %s out of possible wan list due to %s down!\n", name, name);
+        note_fate(node->dev, t_fate::no_link);
         return false;
     }
     if (node->retry_count >= MAX_SILENT_RETRIES) {
         LOG_AS(SORTING, Debug, "Remove %s out of possible wan list due to no %s was detected after %d times try!\n",
                name, type, static_cast<int>(MAX_SILENT_RETRIES + 1));
+        note_fate(node->dev, t_fate::silent);
         return false;
     }
     node->retry_count++;
@@ -63,6 +66,7 @@ int remove_specific_proto_dev_from_list()
                 return false;
             LOG_AS(SORTING, Debug, "Remove %s out of possible wan list due to other device detected success!\n",
                    node.dev->name);
+            note_fate(node.dev, t_fate::other_answered);
             fake_wan.note(node.dev);
             return true;
         });
@@ -92,7 +96,7 @@ static void take_first(t_connection kind, int found)
     else
         LOG_AS(VERDICT, Info, "Overall %d device using protocol %s! Use first priority device:%s as wan!\n", found,
                type, winner->name);
-    end_cycle_with(winner);
+    end_cycle_with(winner, found > 1 ? t_decision::priority : t_decision::only_answer);
 }
 
 void uloop_wan_detect_using_proto_detect(uloop_timeout *)
@@ -103,7 +107,7 @@ void uloop_wan_detect_using_proto_detect(uloop_timeout *)
     const t_connection kind = connection_kind();
     if (!is_probed(kind)) {
         LOG(Error, "wan protocol detect only support dhcp/pppoe/xxtp+dhcp!\n");
-        return end_cycle_with(nullptr);
+        return end_cycle_with(nullptr, t_decision::not_detectable);
     }
     if (port_model.proto_detect_running)
         return wait_for_stage(kind);
@@ -111,6 +115,8 @@ void uloop_wan_detect_using_proto_detect(uloop_timeout *)
     const char *type = protocol_name(port_model.wan_proto);
     if (found == 0) {
         LOG(Info, "No device using protocol %s! waiting for another device or retry!\n", type);
+        if (engine.possible_wan_dev_list.count == 0)
+            look_for_hints_of_silence();
         return look_in(CYCLE_POLL_MS);
     }
     if (kind == t_connection::dhcp && found > 1) {

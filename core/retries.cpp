@@ -60,6 +60,11 @@ void begin_retries_anew()
         arm(engine.retry.first_s);
 }
 
+int retry_pause_s()
+{
+    return engine.look_again.pending ? engine.retry.armed_s : std::max(engine.retry.next_s, engine.retry.first_s);
+}
+
 bool asks_in_own_name()
 {
     return engine.retry.round % 2 != 0;

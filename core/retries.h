@@ -17,6 +17,9 @@ void stop_looking_again();
 // Something changed: the pauses begin with the shortest again, also the one that is running.
 void begin_retries_anew();
 
+// The pause that is running, or would be next, as far as is known; 0 without retries.
+int retry_pause_s();
+
 // True in every second look: gateways that answer no stranger are asked in the connection's own name then.
 bool asks_in_own_name();
 

@@ -17,6 +17,7 @@ static int wake_fd = -1; // readable when there is a wish
 static uloop_fd wake_watcher;
 static std::atomic<bool> wished_role_look;
 static std::atomic<bool> wished_fresh_retries;
+static std::atomic<bool> wished_link_news;
 
 void bind_wish_servers(const t_wish_servers &servers)
 {
@@ -31,6 +32,8 @@ static void serve_wishes(uloop_fd *, unsigned int)
     static_cast<void>(got); // nothing there means that all were served already
     if (wished_fresh_retries.exchange(false))
         serve.fresh_retries();
+    if (wished_link_news.exchange(false))
+        serve.link_news();
     serve.pass();
     if (wished_role_look.exchange(false))
         serve.role_look();
@@ -84,6 +87,14 @@ void wish_for_fresh_retries()
     wake_loop();
 }
 
+void wish_for_link_news()
+{
+    if (on_loop_thread())
+        return serve.link_news();
+    wished_link_news = true;
+    wake_loop();
+}
+
 void release_wishes()
 {
     if (wake_fd >= 0)
@@ -91,4 +102,5 @@ void release_wishes()
     wake_fd = -1;
     wished_role_look = false;
     wished_fresh_retries = false;
+    wished_link_news = false;
 }

@@ -8,6 +8,7 @@ struct t_wish_servers {
     void (*pass)();          // the cycle's next pass, if the engine record holds a wish for one
     void (*role_look)();     // the configuration gives the WAN role to another port than the engine knows
     void (*fresh_retries)(); // the world changed: whoever pauses begins with the shortest pause again
+    void (*link_news)();     // the same, and it is a link that changed
 };
 
 // Once, at start-up, on the loop thread.
@@ -17,6 +18,7 @@ void bind_wish_servers(const t_wish_servers &servers);
 void wish_for_pass(); // when the engine record says
 void wish_for_role_look();
 void wish_for_fresh_retries();
+void wish_for_link_news();
 
 // Opens the descriptor that wakes the loop, and lets the loop watch it; after uloop_init. False when the kernel
 // refuses.

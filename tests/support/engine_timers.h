@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// All timers of the engine, for those who look at them or let time pass by hand.
+// The timers of cycles and requests, for those who look at them or let time pass by hand.
 #pragma once
 
 #include "core/engine.h"
@@ -32,4 +32,5 @@ inline void cancel_all_timers()
 {
     for (uloop_timeout *timer : ENGINE_TIMERS)
         uloop_timeout_cancel(timer);
+    uloop_timeout_cancel(&engine.news);
 }

@@ -19,7 +19,7 @@ protected:
     void end_with(t_device *winner)
     {
         be_running();
-        end_cycle_with(winner);
+        end_cycle_with(winner, t_decision::only_answer);
         fire(engine.end);
     }
 };

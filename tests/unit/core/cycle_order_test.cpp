@@ -200,7 +200,7 @@ TEST_F(cycle_order, a_look_that_is_due_with_the_end_of_its_cycle_is_no_wan_loss)
 {
     plug({"eth0"});
     open_cycle();
-    end_cycle_with(nullptr);
+    end_cycle_with(nullptr, t_decision::nobody);
     uloop_timeout_set(&engine.look_again, 0);
     fire(engine.look_again);
     fire(engine.end);
@@ -446,7 +446,7 @@ TEST_F(cycle_order, a_loss_that_is_served_after_its_cycle_says_how_long_the_next
 {
     plug({"eth0"});
     be_running();
-    end_cycle_with(dev("eth0"));
+    end_cycle_with(dev("eth0"), t_decision::only_answer);
     wan_detect_process_link_change(dev("eth0"), false);
     fire(engine.end);
     EXPECT_EQ(armed(engine.start_wan_detect), 10000);

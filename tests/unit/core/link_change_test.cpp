@@ -306,7 +306,7 @@ TEST_F(link_change, a_loss_of_the_wan_port_between_the_verdict_and_the_end_opens
 {
     be_running();
     plug({"eth0"});
-    end_cycle_with(dev("eth0"));
+    end_cycle_with(dev("eth0"), t_decision::only_answer);
     wan_detect_process_link_change(dev("eth0"), false);
     fire(engine.end);
     EXPECT_FALSE(port_model.wan_detect_running);

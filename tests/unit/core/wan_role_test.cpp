@@ -254,7 +254,7 @@ TEST_F(wan_role, moved_while_a_cycle_without_a_result_ended_counts_as_a_loss_whe
 {
     plug({"eth0"});
     open_cycle();
-    end_cycle_with(nullptr);
+    end_cycle_with(nullptr, t_decision::nobody);
     move_role(3);
     fire(engine.end);
     EXPECT_EQ(port_model.wan_dev, dev("eth3"));
@@ -290,7 +290,7 @@ TEST_F(wan_role, that_cannot_be_read_is_not_given_back_by_an_end_without_a_resul
 {
     plug({"eth0"});
     open_cycle();
-    end_cycle_with(nullptr);
+    end_cycle_with(nullptr, t_decision::nobody);
     write_config("switch", "");
     fire(engine.end);
     EXPECT_EQ(swaps(), 0);

@@ -1,0 +1,11 @@
+// SPDX-License-Identifier: MIT
+// What the answers of a cycle say about settings that somebody may want to set right. New hints are told. Loop thread.
+#pragma once
+
+struct t_device;
+
+// A verdict names this port, and the list holds who answered.
+void look_for_hints(const t_device *winner);
+
+// Everybody who may be WAN was asked, and nobody is left.
+void look_for_hints_of_silence();

@@ -1,0 +1,68 @@
+// SPDX-License-Identifier: MIT
+#include "core/progress.h"
+
+#include <algorithm>
+
+#include "core/engine.h"
+#include "core/retries.h"
+#include "core/swap_pause.h"
+
+namespace {
+
+struct t_awaited {
+    uloop_timeout &timer;
+    const char *what;
+};
+
+} // namespace
+
+static const char *word_of(t_cycle_state state)
+{
+    switch (state) {
+    case t_cycle_state::resting:
+        return "resting";
+    case t_cycle_state::waiting:
+        return "waiting";
+    case t_cycle_state::looking:
+        return "looking";
+    case t_cycle_state::probing:
+        return "probing";
+    case t_cycle_state::judging:
+        return "judging";
+    case t_cycle_state::asking_arp:
+        return "asking_arp";
+    case t_cycle_state::asking_dns:
+        return "asking_dns";
+    case t_cycle_state::ending:
+        return "ending";
+    }
+    return "resting";
+}
+
+// The timer that is due first.
+static void tell_next(t_progress *progress)
+{
+    const t_awaited all[] = {
+        {engine.start_wan_detect, "pass"},      {engine.init_wan_detect_all, "cycle"},    {engine.look_again, "look"},
+        {engine.proto_detect_start, "answers"}, {engine.proto_detect_end, "answers"},     {engine.using_arp, "answers"},
+        {engine.using_dns, "answers"},          {engine.using_proto_detect, "judgement"}, {engine.end, "end"},
+    };
+    progress->next = nullptr;
+    progress->next_ms = 0;
+    for (const auto &[timer, what] : all) {
+        const int left_ms = static_cast<int>(std::max<int64_t>(uloop_timeout_remaining64(&timer), 0));
+        if (!timer.pending || (progress->next && left_ms >= progress->next_ms))
+            continue;
+        progress->next = what;
+        progress->next_ms = left_ms;
+    }
+}
+
+void tell_progress(t_progress *progress)
+{
+    progress->state = word_of(engine.state);
+    tell_next(progress);
+    progress->retry_pause_s = retry_pause_s();
+    progress->swap_pause_s = swap_pause_s();
+    progress->starting = !engine.heartbeat.pending; // it is the first timer that is armed for the loop
+}

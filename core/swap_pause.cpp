@@ -1,0 +1,91 @@
+// SPDX-License-Identifier: MIT
+#include "core/swap_pause.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <sys/stat.h>
+
+#include "adapters/wan_switch.h"
+#include "core/engine.h"
+#include "model/chronicle.h"
+#include "model/port_model.h"
+#include "platform/clock.h"
+#include "platform/uci_limits.h"
+
+constexpr int SWAP_PAUSE_FIRST_S = REDETECT_AFTER_SWITCH_SECONDS;
+constexpr uint8_t COUNTED_FAILURES = 4; // more lengthen the pause no further
+static_assert(SWAP_PAUSE_FIRST_S << COUNTED_FAILURES >= SWAP_PAUSE_LONGEST_S);
+
+static t_file_stamp stamp_of_network_package()
+{
+    char path[sizeof "/network" + UCI_PATH_SIZE];
+    snprintf(path, sizeof path, "%s/network", UCI_CONFIG_DIR);
+    struct stat file = {};
+    if (stat(path, &file) != 0)
+        return {};
+    return {file.st_ino, file.st_size, file.st_mtim.tv_sec, file.st_mtim.tv_nsec};
+}
+
+int swap_pause_s()
+{
+    return std::min(SWAP_PAUSE_FIRST_S << engine.swap.failures, SWAP_PAUSE_LONGEST_S);
+}
+
+int begin_swap(t_device *dev)
+{
+    if (engine.swap.failures && stamp_of_network_package() != engine.swap.network)
+        engine.swap.failures = 0;
+    engine.swap.dev = dev;
+    engine.swap.is_new = true;
+    engine.swap.failed = false;
+    return swap_pause_s();
+}
+
+static bool has_role(const t_device *dev)
+{
+    return port_model.wan_dev == dev && !port_model.role_is_away;
+}
+
+void test_swap(bool wan_works)
+{
+    t_swap_trial &swap = engine.swap;
+    if (!swap.dev)
+        return;
+    if (wan_works && has_role(swap.dev)) { // maybe only later in the cycle that tests it
+        swap.dev = nullptr;
+        swap.failures = 0;
+        note_confirmation(true);
+    } else if (!swap.failed) {
+        swap.failed = true;
+        swap.failures = std::min<uint8_t>(swap.failures + 1, COUNTED_FAILURES);
+        note_confirmation(false);
+    }
+}
+
+void look_for_new_answers()
+{
+    for (const t_device_list *node = engine.possible_wan_dev_list.head.next; node; node = node->next)
+        if (was_silent_before(node->dev))
+            begin_swap_pauses_anew();
+}
+
+void settle_swap()
+{
+    t_swap_trial &swap = engine.swap;
+    if (swap.is_new) {
+        swap.network = stamp_of_network_package(); // the swap may have written it
+        swap.pause_runs = true;
+    } else if (swap.failed) {
+        swap.dev = nullptr;
+    }
+    swap.is_new = false;
+}
+
+void begin_swap_pauses_anew()
+{
+    constexpr int first_ms = SWAP_PAUSE_FIRST_S * MILLISECONDS_PER_SECOND;
+    uloop_timeout &test = engine.init_wan_detect_all;
+    engine.swap.failures = 0;
+    if (engine.swap.pause_runs && test.pending && uloop_timeout_remaining64(&test) > first_ms)
+        uloop_timeout_set(&test, first_ms);
+}

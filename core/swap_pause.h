@@ -1,0 +1,27 @@
+// SPDX-License-Identifier: MIT
+// The pause between a swap and the cycle that tests it. A swap is tested in vain when that cycle finds the role
+// elsewhere or the WAN port not connected; then the next pause is twice as long, until something changes: the link of a
+// port, the network package, or a port answers that did not in the cycle before. Loop thread only.
+#pragma once
+
+struct t_device;
+
+constexpr int SWAP_PAUSE_LONGEST_S = 300; // the first one is REDETECT_AFTER_SWITCH_SECONDS
+
+// Behind the next swap, in seconds.
+int swap_pause_s();
+
+// The role is about to be given to this port. The pause behind this swap.
+int begin_swap(t_device *dev);
+
+// A pass looked at the WAN port.
+void test_swap(bool wan_works);
+
+// The verdict is about to be carried out: who of those that answered was silent in the cycle before?
+void look_for_new_answers();
+
+// A cycle is about to end: its own swap is on trial from now on, the one that it tested no more.
+void settle_swap();
+
+// Something changed: the first pause again, also instead of a longer one that is running.
+void begin_swap_pauses_anew();
