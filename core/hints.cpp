@@ -26,17 +26,17 @@ struct t_answers {
 
 } // namespace
 
-static bool has_answered(const t_device *dev)
+static bool has_answered(const t_device *dev, const t_protocol *wanted)
 {
-    const t_protocol *wanted = wanted_protocol();
     return dev->link_active && ((wanted && dev->proto == wanted) || engine.possible_wan_dev_list.find(dev));
 }
 
 static t_answers count_answers()
 {
+    const t_protocol *wanted = wanted_protocol();
     t_answers answers = {};
     for (t_device *dev = port_model.dev_hashmap_head; dev; dev = static_cast<t_device *>(dev->hh.next)) {
-        if (!has_answered(dev))
+        if (!has_answered(dev, wanted))
             continue;
         answers.count++;
         if (is_banned_device(&port_model.banned_list, dev))
@@ -50,7 +50,7 @@ static t_answers count_answers()
 // A reserved port is not asked by a cycle, but may have been by a request, or before it was reserved.
 static const t_device *find_reserved_answer()
 {
-    const char *wanted = is_probed(connection_kind()) ? wanted_protocol()->name : "arp";
+    const char *wanted = is_probed(connection_kind()) ? protocol_name(wanted_protocol()) : "arp";
     for (t_device *dev = port_model.dev_hashmap_head; dev; dev = static_cast<t_device *>(dev->hh.next))
         if (dev->link_active && dev->notes.answer && strcmp(dev->notes.answer, wanted) == 0 &&
             is_reserved_port(&port_model, dev->name))

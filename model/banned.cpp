@@ -18,9 +18,14 @@ enum class t_ban_change { created, made_infinite, extended, kept, no_memory };
 
 } // namespace
 
+static bool is_never(t_time_stamp end)
+{
+    return end.sec == NEVER.sec && end.usec == NEVER.usec;
+}
+
 static bool is_infinite(const t_device_list &node)
 {
-    return node.aging_time.sec == NEVER.sec && node.aging_time.usec == NEVER.usec;
+    return is_never(node.aging_time);
 }
 
 // A ban that would outlast the 32-bit clock ends with it.
@@ -186,13 +191,15 @@ static t_time_stamp ban_end(t_device_list_head *banned_list, const t_device *dev
 uint32_t ban_end_s(t_device_list_head *banned_list, const t_device *device)
 {
     const t_time_stamp end = ban_end(banned_list, device);
+    if (is_never(end))
+        return INT32_MAX;
     return time_stamp_diff_us(end, get_time_stamp()) > 0 ? static_cast<uint32_t>(end.sec) : 0;
 }
 
 int32_t ban_seconds_left(t_device_list_head *banned_list, const t_device *device)
 {
     const t_time_stamp end = ban_end(banned_list, device);
-    if (end.sec == NEVER.sec && end.usec == NEVER.usec)
+    if (is_never(end))
         return BAN_FOREVER;
     const int64_t left_us = std::max<int64_t>(time_stamp_diff_us(end, get_time_stamp()), 0);
     return static_cast<int32_t>((left_us + MICROSECONDS_PER_SECOND - 1) / MICROSECONDS_PER_SECOND);

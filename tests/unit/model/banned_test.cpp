@@ -75,12 +75,15 @@ TEST_F(bans, the_seconds_that_are_left_are_rounded_up)
     EXPECT_EQ(ban_seconds_left(list, device), 0);
     ban("eth1", 30);
     EXPECT_EQ(ban_seconds_left(list, device), 30);
+    EXPECT_EQ(ban_end_s(list, device), NOW + 30u);
     fake_clock.set(NOW + 29, 501);
     EXPECT_EQ(ban_seconds_left(list, device), 1);
     fake_clock.set(NOW + 30, 500);
     EXPECT_EQ(ban_seconds_left(list, device), 0); // still in the list, until the next update
+    EXPECT_EQ(ban_end_s(list, device), 0u);
     ban("eth1", BAN_FOREVER);
     EXPECT_EQ(ban_seconds_left(list, device), BAN_FOREVER);
+    EXPECT_EQ(ban_end_s(list, device), static_cast<uint32_t>(INT32_MAX));
 }
 
 // holds: ban-end-moves

@@ -14,6 +14,7 @@
 #include "adapters/bus_object.h"
 #include "model/banned.h"
 #include "platform/log.h"
+#include "platform/tallies.h"
 #include "tests/unit/platform/adapter_fixture.h"
 #include "tests/unit/platform/bus_fixture.h"
 
@@ -293,8 +294,10 @@ TEST_F(lost_bus, comes_back_with_object_and_event_within_two_seconds)
     EXPECT_TRUE(event_arrives(eth0));
 }
 
+// holds: tallies
 TEST_F(lost_bus, is_looked_for_no_more_once_it_is_back)
 {
+    const uint32_t before = tallies.bus_reconnects;
     bus.kill();
     ASSERT_TRUE(lost_is_noticed());
     bus.start();
@@ -303,6 +306,7 @@ TEST_F(lost_bus, is_looked_for_no_more_once_it_is_back)
     EXPECT_FALSE(loop_until([] { return false; }, BUS_RECONNECT_INTERVAL_MS + 300));
     EXPECT_EQ(offered_->object->id, id);
     EXPECT_EQ(log.count("Notice", "restore_connection", "ubus connection restored"), 1);
+    EXPECT_EQ(tallies.bus_reconnects, before + 1);
 }
 
 TEST_F(lost_bus, sees_nothing_of_a_daemon_that_is_back_by_half)

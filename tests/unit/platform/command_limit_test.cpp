@@ -17,6 +17,7 @@
 #include "platform/command.h"
 #include "platform/ending.h"
 #include "platform/result_codes.h"
+#include "platform/tallies.h"
 #include "tests/unit/platform/refused_call.h"
 #include "tests/unit/support/sandbox.h"
 
@@ -118,13 +119,16 @@ private:
     t_time_stamp start_ = {};
 };
 
+// holds: tallies
 TEST_F(command_limit, a_query_that_hangs_is_killed_after_its_limit_and_said)
 {
+    const uint32_t before = tallies.commands_out_of_time;
     EXPECT_EQ(capture_command(output_, "sleep 1000; echo never"), OK);
     EXPECT_GE(passed_ms(), QUERY_LIMIT_MS);
     EXPECT_LT(passed_ms(), ACTION_LIMIT_MS);
     EXPECT_STREQ(output_, "");
     EXPECT_TRUE(log_.has("Warning", "capture_command", "sleep 1000; echo never does not end, killed"));
+    EXPECT_EQ(tallies.commands_out_of_time, before + 1);
 }
 
 TEST_F(command_limit, what_a_query_printed_before_it_hung_counts)
@@ -161,12 +165,15 @@ TEST_F(command_limit, a_query_that_refuses_to_be_asked_to_end_is_killed)
     EXPECT_LT(passed_ms(), ACTION_LIMIT_MS);
 }
 
+// holds: tallies
 TEST_F(command_limit, an_action_that_hangs_is_killed_after_its_limit_and_said)
 {
+    const uint32_t before = tallies.commands_out_of_time;
     const int status = run_command("sleep 1000; exit 0");
     EXPECT_GE(passed_ms(), ACTION_LIMIT_MS);
     EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGTERM) << status;
     EXPECT_TRUE(log_.has("Warning", "run_command", "sleep 1000; exit 0 does not end, killed"));
+    EXPECT_EQ(tallies.commands_out_of_time, before + 1);
 }
 
 TEST_F(command_limit, an_action_has_more_time_than_a_query)

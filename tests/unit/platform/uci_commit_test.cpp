@@ -13,6 +13,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/disk_room.h"
+#include "platform/tallies.h"
 #include "platform/text.h"
 #include "platform/uci_access.h"
 #include "platform/uci_edit.h"
@@ -201,14 +202,18 @@ TEST_F(uci_commit_room, without_room_the_other_members_commit_nothing_either)
         EXPECT_TRUE(log.has("Error", function, "fail to commit wan_detect")) << function;
 }
 
-// holds: commit-without-room
+// holds: commit-without-room, tallies
 TEST_F(uci_commit_room, with_room_again_the_commit_is_made)
 {
+    const uint32_t before = tallies.commits;
     disk.fill();
     EXPECT_EQ(set("network.wan.proto", "pppoe"), -1);
+    EXPECT_EQ(tallies.commits, before);
     disk.empty();
     EXPECT_EQ(set("network.wan.proto", "pppoe"), 0);
     EXPECT_NE(file("network").find("option proto 'pppoe'"), std::string::npos);
+    EXPECT_EQ(set("network.wan.proto", "pppoe"), 0) << "nothing to commit";
+    EXPECT_EQ(tallies.commits, before + 1);
 }
 
 // holds: own-save-folder

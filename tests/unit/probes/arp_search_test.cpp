@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <net/ethernet.h>
 
+#include "model/chronicle.h"
 #include "model/fake_wan.h"
 #include "probes/arp/arp_batch.h"
 #include "probes/arp/arp_probe.h"
@@ -214,7 +215,7 @@ TEST_F(arp_port_search, foreign_frames_before_the_answer_do_no_harm)
     EXPECT_EQ(ports.names(), t_names{"eth1"});
 }
 
-// holds: port-search-twice, arp-waits
+// holds: port-search-twice, arp-waits, chronicle-wire
 TEST_F(arp_port_search, asks_a_second_time_when_nobody_answers)
 {
     t_port_list ports = {&eth1, &eth2};
@@ -226,6 +227,8 @@ TEST_F(arp_port_search, asks_a_second_time_when_nobody_answers)
     EXPECT_EQ(fake_wire.sent_on("eth1").size(), 2u);
     EXPECT_EQ(fake_wire.sent_on("eth2").size(), 2u);
     EXPECT_EQ(waits, std::vector<int>(4, 300));
+    EXPECT_EQ(questions_last_hour(&eth2), 2u);
+    EXPECT_EQ(eth2.notes.answer, nullptr);
     EXPECT_EQ(fake_clock.sleeps, (std::vector<uint32_t>{310, 310}));
     EXPECT_TRUE(log.has("Debug", JOB,
                         "Ready to send Arp packet for: 10.0.0.1|00-00-00-00-00-00 via dev:eth2, retry_times:2/2"));
@@ -408,7 +411,7 @@ TEST_F(arp_port_search, each_silent_port_is_given_up_as_fake_wan_port_with_or_wi
 
 // The two questions of the engine.
 
-// holds: finding-codes
+// holds: finding-codes, chronicle-wire
 TEST_F(arp_port_search, finding_leaves_the_one_owner_of_an_address)
 {
     t_port_list ports = {&eth1, &eth2};
@@ -416,6 +419,9 @@ TEST_F(arp_port_search, finding_leaves_the_one_owner_of_an_address)
     EXPECT_EQ(find_target_ip_and_device_with_arp(&ports.list, ip(TARGET)), 0);
     EXPECT_EQ(ports.names(), t_names{"eth2"});
     EXPECT_EQ(ports.list.count, 1);
+    EXPECT_STREQ(eth2.notes.answer, "arp");
+    EXPECT_EQ(mac_at(eth2.notes.learned.server_mac), UPSTREAM);
+    EXPECT_EQ(eth1.notes.answer, nullptr);
     const t_bytes frame = fake_wire.sent()[0].bytes;
     EXPECT_EQ(mac_at(frame.data()), BROADCAST_MAC);
     EXPECT_EQ(t_bytes(frame.begin() + 28, frame.begin() + 32), (t_bytes{192, 168, 1, 1}));

@@ -178,6 +178,7 @@ TEST_P(discovery_process, release_without_a_batch_is_harmless)
     EXPECT_TRUE(log.has("Info", releasing(), "Release null " + word() + "_detect_handle fail!"));
 }
 
+// holds: chronicle-wire
 TEST_F(dhcp_process, what_was_learned_is_copied_into_the_port)
 {
     ask();
@@ -191,6 +192,8 @@ TEST_F(dhcp_process, what_was_learned_is_copied_into_the_port)
     EXPECT_EQ(eth1_->result.dns_server.ipv4_be, ipv4("10.20.30.53"));
     EXPECT_EQ(mac_at(eth1_->result.server_mac), SERVER_MAC);
     EXPECT_EQ(t_bytes(eth1_->result.address.unused, eth1_->result.address.unused + 12), zeros(12));
+    EXPECT_STREQ(eth1_->notes.answer, "dhcp");
+    EXPECT_EQ(eth1_->notes.learned.gateway.ipv4_be, ipv4("10.20.30.1"));
     EXPECT_TRUE(log.has("Info", processing(), "dev:eth1 detect dhcp Service!"));
     EXPECT_TRUE(log.has("Debug", processing(), "dev:eth1, IPADDR=10.20.30.40, MAC=02-5E-00-00-00-99"));
     EXPECT_TRUE(log.has("Debug", processing(), "dev:eth1, GATEWAY=10.20.30.1"));

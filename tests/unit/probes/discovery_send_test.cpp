@@ -5,6 +5,7 @@
 #include <net/ethernet.h>
 #include <sys/socket.h>
 
+#include "model/chronicle.h"
 #include "tests/unit/probes/discovery_fixture.h"
 #include "tests/unit/support/failing_memory.h"
 
@@ -102,11 +103,12 @@ TEST_P(discovery_send, without_memory_nothing_is_sent)
     EXPECT_EQ(process(true), PROBE_NO_BATCH);
 }
 
-// holds: dhcp-batch-sent, pppoe-batch-codes
+// holds: dhcp-batch-sent, pppoe-batch-codes, chronicle-wire
 TEST_P(discovery_send, one_frame_leaves_every_port)
 {
     list_port(add_port("eth2", 2));
-    list_port(add_port("eth1", 1));
+    t_device *eth1 = add_port("eth1", 1);
+    list_port(eth1);
     next_random = {3, 5, 7, 11}; // in the list's order: eth1, eth2
     t_log_capture log;
     ASSERT_EQ(send(), OK);
@@ -116,6 +118,7 @@ TEST_P(discovery_send, one_frame_leaves_every_port)
     EXPECT_EQ(fake_wire.sent()[1].port, "eth2");
     EXPECT_EQ(fake_wire.sent()[1].bytes, protocol_.question({{0x02, 0, 0, 0, 0x01, 0x01}}, 77));
     EXPECT_EQ(fake_wire.watched_sockets(), 2);
+    EXPECT_EQ(questions_last_hour(eth1), 1u);
     for (const std::string port : {"eth1", "eth2"}) {
         EXPECT_TRUE(log.has("Debug", send_all(), label() + " Discovery packet sockfd init success in dev:" + port));
         EXPECT_TRUE(log.has("Debug", send_all(), "Ready to send " + label() + " Discovery packet via dev:" + port));

@@ -5,6 +5,7 @@
 #include <net/ethernet.h>
 #include <sys/socket.h>
 
+#include "model/chronicle.h"
 #include "platform/log.h"
 #include "probes/arp/arp_frames.h"
 #include "probes/dns/dns_frames.h"
@@ -79,13 +80,17 @@ protected:
     }
 };
 
-// holds: dns-look-up-codes
+// holds: dns-look-up-codes, chronicle-wire
 TEST_F(dns_probe, the_answering_port_wins)
 {
+    const t_counters before = chronicle.counters;
     at_waits({{1, 1}});
     EXPECT_EQ(dns_lookup_via_multi_eth(&ctx), 1);
     EXPECT_EQ(ctx.winner, &eth2);
     EXPECT_EQ(fake_clock.now_us, 10'000);
+    EXPECT_EQ(questions_last_hour(&eth2), 1u);
+    EXPECT_EQ(chronicle.counters.answers, before.answers + 1);
+    EXPECT_EQ(eth2.notes.answer, nullptr) << "what served the port stays what it was";
     EXPECT_TRUE(log.has("Debug", "dns_lookup_via_multi_eth", "Entering function: dns_lookup_via_multi_eth!"));
     EXPECT_TRUE(log.has("Info", "dnslookup_init_fd", "sending eth:eth2 using ip 100.64.2.2 is in initial!"));
     EXPECT_TRUE(

@@ -161,13 +161,18 @@ TEST_F(lan_hosts, of_two_ports_with_one_number_the_first_is_meant)
     EXPECT_EQ(eth3->is_brlan_dev, 0);
 }
 
-TEST_F(lan_hosts, further_hosts_of_a_flagged_port_are_not_looked_up)
+// holds: chronicle-wire
+TEST_F(lan_hosts, further_hosts_of_a_flagged_port_are_counted_until_the_next_look)
 {
+    eth1->notes.lan_hosts = 7;
     remember("192.168.1.50", "aa:bb:cc:00:00:32");
     remember("192.168.1.51", "aa:bb:cc:00:00:33");
     learn(forwarding_record(mac("aa:bb:cc:00:00:32"), 1) + forwarding_record(mac("aa:bb:cc:00:00:33"), 1));
     EXPECT_EQ(update_brlan_dev(&model), 0);
     EXPECT_EQ(log.count("Debug", JOB, "device:eth1 already has an ip that has same subnet as LAN!"), 1);
+    EXPECT_EQ(eth1->notes.lan_hosts, 2);
+    EXPECT_EQ(eth1->notes.lan_seen_s, monotonic_s());
+    EXPECT_EQ(eth2->notes.lan_hosts, 0);
 }
 
 // holds: many-forwarding-records

@@ -1,0 +1,159 @@
+// SPDX-License-Identifier: MIT
+#include "core/hints.h"
+
+#include "core/cycle.h"
+#include "model/banned.h"
+#include "model/chronicle.h"
+#include "model/port_config.h"
+#include "tests/unit/core/engine_fixture.h"
+
+namespace {
+
+class hints : public t_engine_test {
+protected:
+    static void run_cycle()
+    {
+        start_wan_detect_all(0);
+        fire(engine.init_wan_detect_all);
+        fire(engine.start_wan_detect);
+        run_until_end();
+        if (engine.end.pending)
+            fire(engine.end);
+    }
+    // A cycle whose stages find nobody, until nobody is left.
+    static void run_silent_cycle()
+    {
+        start_wan_detect_all(0);
+        fire(engine.init_wan_detect_all);
+        fire(engine.start_wan_detect);
+        while (engine.proto_detect_start.pending) {
+            fire(engine.proto_detect_start);
+            while (engine.proto_detect_end.pending)
+                fire(engine.proto_detect_end);
+            fire(engine.using_proto_detect);
+            fire(engine.start_wan_detect);
+        }
+    }
+    static void configure_wan(const std::string &more)
+    {
+        write_config("network", read_file("/etc/config/network") + more);
+    }
+    int warnings() { return static_cast<int>(lines().size()); }
+    std::vector<std::string> lines()
+    {
+        std::vector<std::string> found;
+        for (const t_log_line &line : log->lines())
+            if (line.level == "Warning" && line.function == "tell_verdict")
+                found.push_back(line.body);
+        return found;
+    }
+};
+
+} // namespace
+
+// holds: hint-vlan
+TEST_F(hints, a_wan_interface_on_a_vlan_is_told_by_a_cycle_that_asked)
+{
+    configure_wan("\toption device 'eth0.35'\n");
+    plug({"eth1"});
+    fake_probes.dhcp_ports = {"eth1"};
+    run_cycle();
+    EXPECT_EQ(chronicle.hints, HINT_VLAN);
+    EXPECT_EQ(lines(), (std::vector<std::string>{
+                           "The WAN interface is configured on a VLAN, and ports are asked without a tag!"}));
+}
+
+// holds: hint-vlan
+TEST_F(hints, a_device_section_of_that_kind_tells_it_as_well)
+{
+    configure_wan("\toption ifname 'wan0'\nconfig device\n\toption type '8021q'\n\toption name 'wan0'\n");
+    plug({"eth1"});
+    run_silent_cycle();
+    EXPECT_EQ(chronicle.hints, HINT_VLAN);
+}
+
+// holds: hint-vlan
+TEST_F(hints, a_plain_port_is_no_vlan)
+{
+    configure_wan("\toption device 'eth0'\nconfig device\n\toption type 'bridge'\n\toption name 'eth0'\n");
+    plug({"eth1"});
+    run_silent_cycle();
+    EXPECT_EQ(chronicle.hints, 0);
+    EXPECT_EQ(warnings(), 0);
+}
+
+// holds: hint-ban
+TEST_F(hints, only_a_banned_port_answers)
+{
+    plug({"eth1", "eth2"});
+    fake_probes.dhcp_ports = {"eth2"};
+    add_unique_banned_device_to_list(port_model.dev_hashmap_head, &port_model.banned_list, "eth2", 1000);
+    run_silent_cycle();
+    EXPECT_EQ(chronicle.hints, HINT_ONLY_BANNED);
+    EXPECT_EQ(lines(), (std::vector<std::string>{"Only a banned port answers!"}));
+}
+
+// holds: hint-ban
+TEST_F(hints, a_banned_port_that_answers_beside_another_is_one_of_several)
+{
+    plug({"eth1", "eth2"});
+    fake_probes.dhcp_ports = {"eth1", "eth2"};
+    add_unique_banned_device_to_list(port_model.dev_hashmap_head, &port_model.banned_list, "eth2", 1000);
+    run_cycle();
+    EXPECT_EQ(chronicle.hints, HINT_SEVERAL);
+}
+
+// holds: hint-reserved
+TEST_F(hints, a_reserved_port_that_answered_before_is_told_when_nobody_answers)
+{
+    write_switch_config(5, 0, "config gaming 'gaming'\n\toption switch_port 'port3'\n");
+    plug({"eth1", "eth3"});
+    run_silent_cycle();
+    EXPECT_EQ(chronicle.hints, 0);
+    note_answer(dev("eth3"), "dhcp"); // of a request
+    start_wan_detect_all(0);
+    fire(engine.init_wan_detect_all); // the cycle that is open gives up
+    fire(engine.start_wan_detect);
+    fire(engine.end);
+    run_silent_cycle();
+    EXPECT_EQ(chronicle.hints, HINT_ONLY_RESERVED);
+    EXPECT_EQ(lines(), (std::vector<std::string>{"Nobody answers, but a reserved port did when it was asked last!"}));
+}
+
+// holds: hint-pool
+TEST_F(hints, a_pool_that_names_ports_which_do_not_exist)
+{
+    load("dhcp", "0 1 2 3 4", "0 1 2 9");
+    plug({"eth1"});
+    fake_probes.dhcp_ports = {"eth1"};
+    run_cycle();
+    EXPECT_EQ(chronicle.hints, HINT_POOL);
+    EXPECT_EQ(lines(), (std::vector<std::string>{"The pool of WAN ports names ports that do not exist!"}));
+}
+
+// holds: hint-several
+TEST_F(hints, lines_that_answer_beside_each_other_are_told_once_and_stay_while_nobody_is_asked)
+{
+    plug({"eth1", "eth2"});
+    fake_probes.dhcp_ports = {"eth1", "eth2"};
+    run_cycle();
+    EXPECT_EQ(chronicle.hints, HINT_SEVERAL);
+    fake_router.network_state = 0;
+    run_cycle(); // the WAN port works
+    EXPECT_EQ(chronicle.hints, HINT_SEVERAL);
+    EXPECT_EQ(lines(), (std::vector<std::string>{"More than one line answers!"}));
+    fake_router.network_state = -1;
+    fake_probes.dhcp_ports = {"eth2"};
+    run_cycle();
+    EXPECT_EQ(chronicle.hints, 0);
+}
+
+// holds: hint-several
+TEST_F(hints, two_gateways_are_several_lines)
+{
+    set_connection("static", "config proto 'static'\n\toption ipaddr '10.0.0.2'\n\toption gateway '10.0.0.1'\n");
+    plug({"eth1", "eth2"});
+    fake_probes.gateway_ports = {"eth1", "eth2"};
+    run_cycle();
+    EXPECT_EQ(chronicle.hints, HINT_SEVERAL);
+}
