@@ -150,6 +150,11 @@ uloop_timeout *t_engine_test::next_timer()
     return next;
 }
 
+int t_engine_test::passed_ms()
+{
+    return now_ms;
+}
+
 void t_engine_test::fire_after_its_time(uloop_timeout &next)
 {
     now_ms += armed(next);

@@ -43,6 +43,8 @@ protected:
     static void fire(uloop_timeout &timer);
     // The one that is due first; null when none is armed.
     static uloop_timeout *next_timer();
+    // What has passed by fire_after_its_time.
+    static int passed_ms();
     // Its callback runs once the time until then has passed.
     static void fire_after_its_time(uloop_timeout &next);
     // Fires the engine's earliest timer again and again, until the end of the cycle is next or nothing is armed.

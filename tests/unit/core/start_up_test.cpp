@@ -21,6 +21,7 @@
 
 #include "core/hangup.h"
 #include "core/shutdown.h"
+#include "model/chronicle.h"
 #include "platform/bus.h"
 #include "platform/log.h"
 #include "platform/uci_lock.h"
@@ -464,13 +465,14 @@ TEST_F(start_up, the_link_of_another_port_is_not_waited_for)
     EXPECT_EQ(recorded_pauses.of_main_thread().size(), 31u);
 }
 
-// holds: first-cycle
+// holds: first-cycle, chronicle-openers
 TEST_F(start_up, opens_a_cycle_at_once_when_the_upstream_does_not_work)
 {
     for (int state : {-1, 1}) {
         fake_router.network_state = state;
         start();
         EXPECT_EQ(first_cycle, 0) << state;
+        EXPECT_EQ(chronicle.asked_opener, t_opener::start_up) << state;
     }
     EXPECT_EQ(fake_router.count("online-test"), 0);
 }

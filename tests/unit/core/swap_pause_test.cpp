@@ -35,6 +35,22 @@ protected:
             pauses.push_back(run_cycle());
         return pauses;
     }
+    static void run_for_an_hour()
+    {
+        constexpr int HOUR_MS = 3'600'000;
+        for (uloop_timeout *next = next_timer(); next && passed_ms() + armed(*next) < HOUR_MS; next = next_timer())
+            fire_after_its_time(*next);
+    }
+    // Each discovery is one frame on each port, each search by ARP at most two, each query one.
+    static int questions_on(const std::string &port)
+    {
+        int count = fake_probes.count("dhcp all");
+        for (const std::string &call : fake_probes.calls)
+            count += call.rfind("special " + port + " ", 0) == 0 || call.rfind("arp ", 0) == 0 ? 2 : 0;
+        for (const std::string &entry : fake_probes.dns_entries)
+            count += entry.rfind(port + " ", 0) == 0;
+        return count;
+    }
     static void write_network() { write_config("network", read_file("/etc/config/network") + "\n"); }
 };
 
@@ -50,6 +66,42 @@ TEST_F(swap_pause, doubles_from_21_s_to_300_s_while_no_swap_helps)
                          "wan_detect:success switch! Block update eth link & combo switch for 20s!! Start re-detect "
                          "all in 84s!"),
               1);
+}
+
+// holds: questions-bound
+TEST_F(swap_pause, an_hour_of_swaps_that_do_not_help_asks_a_port_a_bounded_number_of_times)
+{
+    plug({"eth3"});
+    fake_probes.dhcp_ports.insert("eth3");
+    start_wan_detect_all(0);
+    run_for_an_hour();
+    EXPECT_EQ(fake_router.commands.size(), 15u);
+    EXPECT_LE(questions_on("eth1"), 60);
+    EXPECT_GE(questions_on("eth1"), 30);
+}
+
+// holds: questions-bound
+TEST_F(swap_pause, an_hour_of_swaps_of_a_static_connection_asks_little_more)
+{
+    set_connection("static", "config proto 'static'\n\toption ipaddr '10.0.0.2'\n\toption gateway '10.0.0.1'\n");
+    plug({"eth3"});
+    fake_probes.gateway_ports = {"eth1", "eth2", "eth3"};
+    start_wan_detect_all(0);
+    run_for_an_hour();
+    EXPECT_EQ(fake_router.commands.size(), 15u);
+    EXPECT_LE(questions_on("eth1"), 75);
+    EXPECT_GE(questions_on("eth1"), 30);
+}
+
+// holds: questions-bound
+TEST_F(swap_pause, an_hour_of_silence_asks_a_port_a_bounded_number_of_times)
+{
+    fake_probes.dhcp_ports.clear();
+    start_wan_detect_all(0);
+    run_for_an_hour();
+    EXPECT_TRUE(fake_router.commands.empty());
+    EXPECT_LE(questions_on("eth1"), 45);
+    EXPECT_GE(questions_on("eth1"), 36);
 }
 
 // holds: swap-pause-doubles

@@ -8,6 +8,7 @@
 
 #include "adapters/bus_object.h"
 #include "model/banned.h"
+#include "model/chronicle.h"
 #include "platform/command.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
@@ -305,7 +306,7 @@ TEST_F(bus_object, proto_detect_with_a_malformed_message_starts_nothing)
     EXPECT_TRUE(engine.proto_detections.empty());
 }
 
-// holds: bus-set-on
+// holds: bus-set-on, chronicle-openers
 TEST_F(bus_object, set_to_on_starts_a_detection_before_the_flag_is_stored)
 {
     static uint8_t flag_at_start;
@@ -317,6 +318,7 @@ TEST_F(bus_object, set_to_on_starts_a_detection_before_the_flag_is_stored)
     EXPECT_EQ(reply_to("set", R"({"enable":true})"), 0);
     EXPECT_EQ(flag_at_start, 0);
     EXPECT_EQ(port_model.enable, 1);
+    EXPECT_EQ(chronicle.asked_opener, t_opener::switched_on);
     EXPECT_TRUE(log.has("Info", "wan_detect_settings", "wan detect success turn on!"));
 }
 

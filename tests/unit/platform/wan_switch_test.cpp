@@ -7,6 +7,7 @@
 
 #include "adapters/link_status.h"
 #include "adapters/wan_switch.h"
+#include "model/chronicle.h"
 #include "tests/unit/platform/adapter_fixture.h"
 
 namespace {
@@ -152,12 +153,29 @@ TEST_F(wan_switch, to_nothing_is_refused)
     EXPECT_TRUE(none_blocked());
 }
 
-TEST_F(wan_switch, does_not_look_at_the_exit_status_of_the_command)
+// holds: chronicle-swaps
+TEST_F(wan_switch, does_not_look_at_the_exit_status_of_the_command_but_tells_it)
 {
-    install_program("network_lanwan_swap", "exit 1");
+    begin_chronicle();
+    note_cycle_begins();
+    install_program("network_lanwan_swap", "exit 3");
     switch_wan_to_dev(eth3, 0);
     EXPECT_TRUE(both_blocked());
     EXPECT_EQ(engine.detections, std::vector<int>{21000});
+    EXPECT_EQ(newest_cycle()->swap_status, 3);
+    EXPECT_EQ(chronicle.asked_opener, t_opener::after_swap);
+    EXPECT_EQ(chronicle.counters.swaps_asked, 1u);
+}
+
+// holds: swap-pause-doubles
+TEST_F(wan_switch, waits_as_long_as_the_engine_says_and_tells_it)
+{
+    engine_handlers.begin_swap = [](t_device *) { return 84; };
+    switch_wan_to_dev(eth3, 0);
+    EXPECT_EQ(engine.detections, std::vector<int>{84000});
+    EXPECT_TRUE(log.has("Debug", "switch_wan_to_dev",
+                        "wan_detect:success switch! Block update eth link & combo switch for 20s!! Start re-detect all "
+                        "in 84s!"));
 }
 
 TEST_F(wan_switch, survives_a_missing_command_and_a_missing_engine)
