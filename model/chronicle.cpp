@@ -111,7 +111,7 @@ void note_cycle_ends(const t_device *winner)
         note->decision = t_decision::nobody;
     note->took_ms = static_cast<uint32_t>(milliseconds_since(note->begun));
     note->winner = port_place(winner);
-    if (note->swap == t_swap::done && winner != port_model.wan_dev)
+    if (note->swap == t_swap::done && winner && winner != port_model.wan_dev)
         note->swap = t_swap::failed;
     chronicle.counters.verdicts++;
 }

@@ -121,6 +121,20 @@ TEST_F(chronicle_notes, a_swap_whose_cycle_is_forgotten_is_confirmed_all_the_sam
         EXPECT_EQ(remembered_cycle(age)->confirmation, t_confirmation::unknown);
 }
 
+// holds: chronicle-swaps
+TEST_F(chronicle_notes, only_a_winner_that_did_not_get_the_role_is_a_failed_swap)
+{
+    port_model.wan_dev = eth0;
+    note_cycle_begins();
+    note_swap(0);
+    note_cycle_ends(nullptr); // the role was given back
+    EXPECT_EQ(newest_cycle()->swap, t_swap::done);
+    note_cycle_begins();
+    note_swap(0);
+    note_cycle_ends(eth1);
+    EXPECT_EQ(newest_cycle()->swap, t_swap::failed);
+}
+
 // holds: chronicle-bounds
 TEST_F(chronicle_notes, questions_of_the_last_60_minutes_are_counted)
 {
