@@ -36,11 +36,11 @@ static bool is_finding(t_fate fate)
 
 static t_fate fate_of_free_port(const t_device *dev, bool wan_works)
 {
+    if (dev->is_brlan_dev)
+        return t_fate::lan_hosts;
     const t_fate before = noted_fate(dev);
     if (is_finding(before))
         return before;
-    if (dev->is_brlan_dev)
-        return t_fate::lan_hosts;
     return wan_works || is_listed(dev) ? t_fate::not_looked_at : t_fate::not_listed_yet;
 }
 

@@ -243,6 +243,18 @@ TEST_F(chronicle_of_cycles, three_silent_stages_are_remembered_while_nobody_is_l
 }
 
 // holds: chronicle-fates
+TEST_F(chronicle_of_cycles, hosts_that_appear_behind_a_silent_port_are_why_it_is_not_asked_again)
+{
+    plug({"eth1"});
+    open();
+    run_stages(3);
+    fake_probes.lan_ports = {"eth1"};
+    fire(engine.look_again);
+    fire(engine.start_wan_detect);
+    EXPECT_EQ(fate("eth1"), "lan_hosts");
+}
+
+// holds: chronicle-fates
 TEST_F(chronicle_of_cycles, a_silent_port_falls_out_when_another_one_answers)
 {
     plug({"eth1", "eth2"});
