@@ -2,14 +2,12 @@
 // The object "wan_detect": its method table, and what each method does with its arguments.
 #include "adapters/bus_object.h"
 
-#include <poll.h>
-#include <sys/socket.h>
-
 #include <libubus.h>
 
 #include "adapters/bus_message.h"
 #include "adapters/engine_handlers.h"
 #include "adapters/fake_wan_port.h"
+#include "adapters/state_object.h"
 #include "model/banned.h"
 #include "model/chronicle.h"
 #include "model/port_model.h"
@@ -27,7 +25,6 @@ constexpr const char *OBJECT_NAME = "wan_detect";
 constexpr const char *BAN_EVENT = "wan_detect_add_banned_dev";
 constexpr size_t ARGUMENT_SIZE = 256; // a string argument with its terminator
 constexpr int REPLY_MALFORMED = -1;
-constexpr int REPLY_LIMIT_MS = 1000;
 constexpr int LOG_LEVEL_CLOSE = -1;
 constexpr int LOG_LEVEL_HIGHEST = LOG_LEVEL_Debug;
 constexpr unsigned DETECT_DELAY_MAX_S = 60;
@@ -53,15 +50,6 @@ enum { BAN_NAME, BAN_TIME, BAN_FIELDS };
 constexpr blobmsg_policy BAN_POLICY[BAN_FIELDS] = {{"name", BLOBMSG_TYPE_STRING}, {"time", BLOBMSG_TYPE_INT32}};
 
 blob_buf reply_buffer;
-
-// The library writes without a limit. A socket that can be written has room for a method's reply; a bus daemon that
-// makes none is given up, and the connection with it.
-void hang_up_on_deaf_bus(const ubus_context *context)
-{
-    pollfd room = {context->sock.fd, POLLOUT, 0};
-    if (room.fd >= 0 && poll(&room, 1, REPLY_LIMIT_MS) <= 0)
-        shutdown(room.fd, SHUT_RDWR);
-}
 
 // The status for the caller: 0 with a reply. Who cannot be told the code is told at least that there is none, although
 // what was asked for is done.
@@ -269,7 +257,8 @@ constexpr int METHOD_COUNT = sizeof METHODS / sizeof METHODS[0];
 ubus_object_type object_type = {.name = OBJECT_NAME, .id = 0, .methods = METHODS, .n_methods = METHOD_COUNT};
 ubus_object object;
 ubus_event_handler ban_event_handler;
-constexpr t_bus_exports OFFER = {.object = &object, .event_handler = &ban_event_handler, .event_pattern = BAN_EVENT};
+constexpr t_bus_exports OFFER = {
+    .object = &object, .event_handler = &ban_event_handler, .event_pattern = BAN_EVENT, .beside = &state_object};
 
 } // namespace
 
@@ -284,6 +273,7 @@ const t_bus_exports *wan_detect_bus_exports()
     object.methods = METHODS;
     object.n_methods = METHOD_COUNT;
     ban_event_handler.cb = wan_detect_add_banned_dev;
+    prepare_state_object();
     return &OFFER;
 }
 

@@ -4,7 +4,7 @@
 
 #include "platform/bus.h"
 
-// Object and event as wan_detect_ubus_init wants them.
+// Object and event as wan_detect_ubus_init wants them, with the object of state_object.h beside them.
 const t_bus_exports *wan_detect_bus_exports();
 
 // Frees the reply buffer; shutdown only.

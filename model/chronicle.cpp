@@ -109,7 +109,7 @@ void note_cycle_ends(const t_device *winner)
         return;
     if (note->decision == t_decision::none)
         note->decision = t_decision::nobody;
-    note->took_ms = static_cast<uint32_t>(milliseconds_since(note->begun));
+    note->took_ms = static_cast<uint32_t>(std::max<int64_t>(milliseconds_since(note->begun), 1));
     note->winner = port_place(winner);
     if (note->swap == t_swap::done && winner && winner != port_model.wan_dev)
         note->swap = t_swap::failed;

@@ -57,7 +57,7 @@ enum class t_confirmation : uint8_t { unknown, agreed, disagreed }; // what the 
 struct t_cycle_note {
     uint32_t number; // of this life, from 1; 0 for none
     t_time_stamp begun;
-    uint32_t took_ms;
+    uint32_t took_ms; // 0 while it runs
     t_opener opener;
     t_decision decision;
     t_swap swap;

@@ -71,6 +71,30 @@ static bool exports_are_back()
     return ubus_register_event_handler(bus.context, bus.offer->event_handler, bus.offer->event_pattern) == 0;
 }
 
+// 0, or why it was refused.
+static int offer_object_beside()
+{
+    return bus.offer->beside ? ubus_add_object(bus.context, bus.offer->beside) : 0;
+}
+
+// So that the library does not publish it anew: it would take a refusal for a failure of the whole.
+static void withdraw_object_beside()
+{
+    ubus_object *beside = bus.offer->beside;
+    if (!beside)
+        return;
+    if (avl_find(&bus.context->objects, &beside->id) == &beside->avl)
+        avl_delete(&bus.context->objects, &beside->avl);
+    beside->id = beside->type->id = 0;
+}
+
+// A hang-up is always told.
+static bool other_end_is_gone()
+{
+    pollfd other_end = {bus.context->sock.fd, 0, 0};
+    return poll(&other_end, 1, 0) > 0;
+}
+
 static bool somebody_offers(const char *name)
 {
     uint32_t id = 0;
@@ -116,7 +140,11 @@ static bool watch_bus()
 static bool reconnect_within_limit()
 {
     t_bus_limit limit(bus.context, BUS_OFFER_LIMIT_MS);
-    return limit.is_set() && ubus_reconnect(bus.context, bus.path) == 0 && exports_are_back();
+    withdraw_object_beside();
+    if (!limit.is_set() || ubus_reconnect(bus.context, bus.path) != 0 || !exports_are_back())
+        return false;
+    offer_object_beside();
+    return !other_end_is_gone();
 }
 
 // After a failure the library may leave the number of a socket that it closed. It closes that number again the next
@@ -203,6 +231,8 @@ static void connection_lost(ubus_context *context)
 {
     LOG(Notice, "ubus connection lost\n");
     bus.connected = false;
+    if (bus.offer->beside)
+        bus.offer->beside->has_subscribers = false; // they subscribe anew
     uloop_fd_delete(&context->sock);
     uloop_timeout_set(&bus.retry_timer, BUS_RECONNECT_FIRST_MS);
 }
@@ -230,6 +260,8 @@ int wan_detect_ubus_init(const t_bus_exports *offer)
         LOG(Critical, "Failed to add event to ubusd");
         return give_up();
     }
+    if (const int refused = offer_object_beside())
+        LOG(Error, "no object %s: %s\n", offer->beside->name, ubus_strerror(refused));
     return OK;
 }
 
@@ -253,10 +285,7 @@ ubus_context *wan_detect_ubus_context()
 
 bool wan_detect_ubus_is_lost()
 {
-    if (!bus.connected)
-        return true;
-    pollfd other_end = {bus.context->sock.fd, 0, 0}; // a hang-up is always told
-    return poll(&other_end, 1, 0) > 0;
+    return !bus.connected || other_end_is_gone();
 }
 
 int wan_detect_ubus_socket()

@@ -25,6 +25,7 @@ struct t_bus_exports {
     ubus_object *object;
     ubus_event_handler *event_handler;
     const char *event_pattern;
+    ubus_object *beside; // one more, which the daemon can do without; null for none
 };
 
 // Connects, adds the object and registers the event. 0, or -1 after a Critical line; every failure also raises SIGTERM.

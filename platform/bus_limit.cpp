@@ -24,6 +24,18 @@ constexpr int UNCONDITIONAL = 1; // a single look, which does not ask what the c
 
 static t_bus_write_limit *innermost; // borrowed; null outside of the library's callbacks
 
+bool bus_takes_data(const ubus_context *context, int wait_ms)
+{
+    pollfd room = {context->sock.fd, POLLOUT, 0};
+    return poll(&room, 1, wait_ms) > 0;
+}
+
+void hang_up_on_deaf_bus(const ubus_context *context)
+{
+    if (context->sock.fd >= 0 && !bus_takes_data(context, BUS_WRITE_LIMIT_MS))
+        shutdown(context->sock.fd, SHUT_RDWR);
+}
+
 // A timer's last signal arrives at the latest when timer_delete returns, so the limit still exists.
 static void pass_on(int, siginfo_t *info, void *)
 {
@@ -90,15 +102,9 @@ void t_bus_limit::stop()
         timer_settime(timer_, 0, &never, nullptr);
 }
 
-bool t_bus_limit::takes_data() const
-{
-    pollfd room = {context_->sock.fd, POLLOUT, 0};
-    return poll(&room, 1, 0) > 0;
-}
-
 void t_bus_limit::look()
 {
-    if (looks_ != UNCONDITIONAL && takes_data()) {
+    if (looks_ != UNCONDITIONAL && bus_takes_data(context_, 0)) {
         looks_left_ = looks_;
         return;
     }

@@ -11,6 +11,13 @@ struct ubus_context;
 constexpr int BUS_WRITE_LOOK_MS = 100;
 constexpr int BUS_WRITE_LIMIT_MS = 1000;
 
+// Whether the connection has room for a message, now or within that time; one that is closed has, too.
+bool bus_takes_data(const ubus_context *context, int wait_ms);
+
+// The library writes without a limit. A socket that can be written has room for a method's reply; a bus daemon that
+// makes none within BUS_WRITE_LIMIT_MS is given up, and the connection with it.
+void hang_up_on_deaf_bus(const ubus_context *context);
+
 // While one exists: when its time is over, the context's connection is hung up, and hung up again at every further
 // limit, so that whatever the library waits for fails as with a bus daemon that went away. Also a connection that is
 // being made comes to its end.
@@ -37,8 +44,6 @@ protected:
     void stop();
 
 private:
-    bool takes_data() const;
-
     const ubus_context *context_; // borrowed
     timer_t timer_ = {};
     const int distance_ms_;

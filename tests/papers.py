@@ -5,7 +5,7 @@
     tests/papers.py                status 1 when they differ
     tests/papers.py --self-test    does this check notice what is missing, and what is invented?
 
-It looks at the keys of the configuration, methods and arguments of the bus, result codes, options and result files; and that every
+It looks at the keys of the configuration, methods and arguments of the bus, what its state object tells, result codes, options and result files; and that every
 key, path and log line that any paper names is there, and every key of a configuration that is shipped. A log line is a code span in
 double quotes: `"Wan Detection over!"`, in a table followed by its level. mandoc must have nothing to say about the manual page.
 """
@@ -40,6 +40,9 @@ WALKS = (
     ("model/static_config.cpp", r"PPPOE_SECONDARY = \{([^}]*)\}", ["protocol.pppoe"]),
     ("model/static_config.cpp", r"TUNNEL_SECONDARY = \{([^}]*)\}", ["protocol.l2tp", "protocol.pptp"]),
 )
+# What the functions are that choose a word.
+WORDS = {"opener_word": "opener", "fate_word": "why", "decision_word": "decision", "swap_word": "swap", "hint_word": "hint",
+         "reserved_as": "reserved", "word_of": "state"}
 # What a variable section stands for.
 VARIABLE = {"switch": ["portN"], "protocol": ["pppoe", "l2tp", "pptp"]}
 
@@ -88,14 +91,28 @@ def keys_of_code(tree):
 
 
 def exports_of_code(tree):
-    """The object and the event, and every argument with its type."""
-    code = tree.text("adapters/bus_object.cpp")
-    names = dict(re.findall(r'constexpr const char \*(\w+) = "(\w+)";', code))
+    """Both objects and the event, and every argument with its type."""
+    acts, tells = tree.text("adapters/bus_object.cpp"), tree.text("adapters/state_object.cpp")
+    names = dict(re.findall(r'constexpr const char \*(\w+) = "([\w.]+)";', acts + tells))
     policies = {name: re.findall(r'\{"(\w+)", BLOBMSG_TYPE_(\w+)\}', fields)
-                for name, fields in re.findall(r"blobmsg_policy (\w+)\[\w+\] = \{(.*?)\};", code, re.S)}
-    methods = re.findall(r'method<\w+>\("(\w+)", (\w+)\)', code) + [(names["BAN_EVENT"], "BAN_POLICY")]
-    return {f"object {names['OBJECT_NAME']}"} | {method for method, _ in methods} | {
-        f"{method} {argument}: {TYPES.get(kind, kind)}" for method, policy in methods for argument, kind in policies[policy]}
+                for name, fields in re.findall(r"blobmsg_policy (\w+)\[\w+\] = \{(.*?)\};", acts + tells, re.S)}
+    methods = re.findall(r'method<\w+>\("(\w+)", (\w+)\)', acts) + [(names["BAN_EVENT"], "BAN_POLICY")]
+    methods += re.findall(r'\{\.name = "(\w+)".*?\.policy = (\w+)', tells, re.S)
+    return {f"object {names['OBJECT_NAME']}", f"object {names['STATE_OBJECT_NAME']}"} | {method for method, _ in methods} | {
+        f"{method} {argument}: {TYPES.get(kind, kind)}" for method, policy in methods for argument, kind in policies.get(policy, [])}
+
+
+def state_of_code(tree):
+    """The fields that the state object tells, the words in them, and what it notifies of."""
+    code = "".join(tree.text(f"adapters/state_{part}.cpp") for part in ("report", "reasons", "events"))
+    fields = re.findall(r'\b(?:text|number|flag)\("(\w+)"|report_address\(\w+, "(\w+)"|'
+                        r't_bus_(?:table|array) \w+\(\w+, "(\w+)"\)|\{"(\w+)", (?:counters|tallies)\.', code)
+    told = "".join(tree.text(path) for path in ("model/chronicle_words.cpp", "core/progress.cpp")) + code
+    bodies = re.findall(r"^(?:static )?const char \*(\w+)\(([^\n]*\n\{.*?^)\}", told, re.M | re.S)
+    words = {(WORDS[name], word) for name, body in bodies if name in WORDS for word in re.findall(r'return "(\w+)"', body)}
+    words |= {("next", word) for word in re.findall(r'\{engine\.\w+, "(\w+)"\}', told)}
+    return {f"field {name}" for found in fields for name in found if name} | {f"{what} {word}" for what, word in words} | {
+        f"notification {name}" for name in re.findall(r'\bannounce\("(\w+)"', code)}
 
 
 def codes_of_code(tree):
@@ -154,8 +171,32 @@ def keys_named(text):
 def exports_of_paper(tree):
     text = tree.text(BUS)
     arguments = [[cell.strip("`") for cell in cells] for cells in rows(text) if cells[2:] and cells[2] in (*TYPES.values(), "none")]
-    return {f"object {name}" for name in re.findall(r"offers\s+one\s+object,\s+`(\w+)`", text)} | {
+    offered = re.search(r"offers\s+two\s+objects,(.*?)\. ", text, re.S)
+    return {f"object {name}" for name in SPAN.findall(offered.group(1) if offered else "")} | {
         method for method, *_ in arguments} | {f"{method} {name}: {kind}" for method, name, kind, *_ in arguments if kind != "none"}
+
+
+def state_of_paper(tree):
+    """The same of the tables below the heading of the state object: each table is named by its first cell."""
+    section = re.search(r"^## The state\n(.*?)^## ", tree.text(BUS), re.M | re.S)
+    found, table = set(), None
+    for line in section.group(1).splitlines() if section else []:
+        cells = line[1:-1].split("|") if line.startswith("| ") else None
+        if not cells:
+            table = table if line.startswith("|") else None
+        elif table is None:
+            table = cells[0].strip(" `")
+        else:
+            first = SPAN.findall(cells[0])
+            if table in ("field", "notification", "why", "decision", "hint"):
+                found |= {f"{table} {word}" for word in first}
+            if table == "notification":
+                found |= {f"field {word}" for word in SPAN.findall(cells[1])}
+            if table == "field" and first[0] in ("opener", "swap", "reserved", "state", "next"):
+                found |= {f"{first[0]} {word}" for word in SPAN.findall(cells[1])}
+            if table == "field" and first[0] == "answer":
+                found |= {f"field {word}" for word in SPAN.findall(cells[1])}
+    return found
 
 
 def codes_of_paper(tree):
@@ -203,6 +244,7 @@ def flaws(tree):
     keys, options = keys_of_code(tree), " ".join(options_of_code(tree)).split()
     found = differences("key", CONFIGURATION, keys, keys_of_paper(tree))
     found += differences("method, event or argument", BUS, exports_of_code(tree), exports_of_paper(tree))
+    found += differences("state's", BUS, state_of_code(tree), state_of_paper(tree))
     found += differences("code", BUS, codes_of_code(tree), codes_of_paper(tree))
     found += differences("option", MANUAL, options_of_code(tree), options_of_paper(tree))
     found += differences("result file", BUS, result_files_of_code(tree), result_files_of_paper(tree))
@@ -245,6 +287,16 @@ MISTAKES = (    # where, what stands there, what is written instead, and what is
     ("model/reserved_ports.cpp", '"lanport"', '"lanports"', ["lacks the key switch.lan_agg.lanports"]),
     ("model/static_config.cpp", '"static_gateway"', '"static_router"', ["lacks the key protocol.pptp.static_router"]),
     ("router/online-test", "protocol.static.gateway", "protocol.static.hop", ["lacks the key protocol.static.hop"]),
+    (BUS, "| `lan_hosts`, `lan_seen` |", "| `lan_hosts` |", ["lacks the state's field lan_seen"]),
+    (BUS, "| `silent`, `other_answered` |", "| `quiet`, `other_answered` |", ["lacks the state's why silent",
+                                                                             "tells of the state's why quiet"]),
+    (BUS, "| `swap` | `name`, `status`, `pause` |", "| `swap` | `name`, `status` |", ["lacks the state's field pause"]),
+    ("model/chronicle_words.cpp", '"look_again"', '"look_anew"', ["lacks the state's opener look_anew"]),
+    ("core/progress.cpp", '"judging"', '"judged"', ["lacks the state's state judged"]),
+    ("core/progress.cpp", '"judgement"', '"verdict"', ["lacks the state's next verdict"]),
+    ("adapters/state_events.cpp", 'announce("ban"', 'announce("banned"', ["lacks the state's notification banned"]),
+    ("adapters/state_report.cpp", '"wan", wan->name', '"role", wan->name', ["lacks the state's field role"]),
+    ("adapters/state_object.cpp", '"explain"', '"tell"', ["lacks the method, event or argument tell device"]),
     ("adapters/bus_object.cpp", '("hotplug"', '("coldplug"', ["lacks the method, event or argument coldplug name"]),
     ("platform/result_codes.h", "ERR_BUSY = -85", "ERR_BUSY = -86", ["lacks the code ERR_BUSY = -86"]),
     ("core/options.cpp", '{"help",', '{"halt",', ["lacks the option -h --halt"]),

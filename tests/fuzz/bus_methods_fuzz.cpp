@@ -1,7 +1,14 @@
 // SPDX-License-Identifier: MIT
-// Calls of the daemon's methods, and the ban event, with any arguments. The input is a row of calls: a byte that
-// chooses the handler and the form (from 0x80 on, JSON), and a block with the arguments.
+// Calls of the methods of both of the daemon's objects, and the ban event, with any arguments. The input is a row of
+// calls: a byte that chooses the handler and the form (from 0x80 on, JSON), and a block with the arguments.
+#include <algorithm>
+#include <string>
+
 #include <libubus.h>
+
+extern "C" {
+#include <libubox/blobmsg_json.h>
+}
 
 #include "adapters/bus_object.h"
 #include "adapters/engine_handlers.h"
@@ -15,10 +22,12 @@ namespace {
 
 constexpr int MOST_CALLS = 16;
 constexpr uint8_t JSON_FORM = 0x80;
+constexpr uint8_t STATE_OBJECT = 0x08;
 constexpr uint8_t HANDLER_MASK = 0x07;
 constexpr int LONGEST_DELAY_MS = 60'000;
 
 int replies;
+bool state_is_told; // by the call that is made
 
 void check_delay(int delay_ms)
 {
@@ -79,15 +88,46 @@ void call(const t_bus_exports &offer, int handler, blob_attr *arguments)
     log_set_level(LOG_LEVEL_Debug);
 }
 
+// What became of the ports so far, and labels of any bytes: all of it is told in text.
+void call_state_object(const t_bus_exports &offer, int handler, blob_attr *arguments)
+{
+    const ubus_method &method = offer.beside->methods[handler % offer.beside->n_methods];
+    const std::string bytes(static_cast<const char *>(blob_data(arguments)), blob_len(arguments));
+    for (t_device *dev = port_model.dev_hashmap_head; dev; dev = static_cast<t_device *>(dev->hh.next))
+        copy_name(dev->label, bytes.c_str());
+    ubus_context context = {};
+    context.sock.fd = -1;
+    ubus_request_data request = {};
+    replies = 0;
+    state_is_told = true;
+    const int status = method.handler(&context, offer.beside, &request, method.name, arguments);
+    state_is_told = false;
+    REQUIRE(status == 0 || status == UBUS_STATUS_INVALID_ARGUMENT || status == UBUS_STATUS_NOT_FOUND);
+    REQUIRE(replies == (status == 0));
+}
+
+void check_text(blob_attr *message)
+{
+    char *json = blobmsg_format_json(message, true);
+    REQUIRE(json);
+    const std::string text = json;
+    free(json);
+    REQUIRE(std::all_of(text.begin(), text.end(), [](char byte) { return byte >= ' ' && byte <= '~'; }));
+}
+
 } // namespace
 
 extern "C" int __wrap_ubus_send_reply(ubus_context *, ubus_request_data *, blob_attr *message)
 {
+    replies++;
+    if (state_is_told) {
+        check_text(message);
+        return 0;
+    }
     const blobmsg_policy policy = {"err_code", BLOBMSG_TYPE_INT32};
     blob_attr *code = nullptr;
     REQUIRE(blobmsg_parse(&policy, 1, &code, blob_data(message), static_cast<unsigned>(blob_len(message))) == 0 &&
             code);
-    replies++;
     return 0;
 }
 
@@ -108,7 +148,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     for (int calls = 0; !input.empty() && calls < MOST_CALLS; calls++) {
         const uint8_t choice = input.byte();
         t_fuzz_message message(input.block(), choice >= JSON_FORM);
-        call(*offer, choice & HANDLER_MASK, message.attribute());
+        if (choice & STATE_OBJECT)
+            call_state_object(*offer, choice & HANDLER_MASK, message.attribute());
+        else
+            call(*offer, choice & HANDLER_MASK, message.attribute());
     }
     release_model();
     wan_detect_bus_exports_release();

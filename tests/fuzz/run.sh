@@ -93,7 +93,7 @@ decoders_of() {
         model/{reserved_ports,current_wan,fake_wan,config_text,device_protocol}.cpp platform/uci_access.cpp ;;
     network_status) echo adapters/network_status.cpp ;;
     options) echo core/options.cpp ;;
-    bus_methods) echo adapters/bus_object.cpp model/banned.cpp ;;
+    bus_methods) echo adapters/{bus_object,state_object,state_report,state_reasons}.cpp model/banned.cpp ;;
     bus_replies) echo adapters/network_status.cpp ;;
     bus_session) echo platform/{bus,bus_call}.cpp adapters/bus_object.cpp ;;
     engine_events) echo core/{engine,candidates,cycle_start,cycle_end,proto_stage,proto_verdict,confirm_stages}.cpp \

@@ -26,19 +26,27 @@ def test_every_file_is_installed_and_every_file_installed_is_there():
     assert commands == {str(path.relative_to(ROOT)) for path in (ROOT / "router").iterdir()}
 
 
+def offered_methods():
+    """What each of the daemon's two objects offers."""
+    acts, tells = ((ROOT / "adapters" / name).read_text(encoding="utf-8") for name in ("bus_object.cpp", "state_object.cpp"))
+    return {"wan_detect": set(re.findall(r'method<\w+>\("(\w+)"', acts)),
+            "wan_detect.state": set(re.findall(r'\.name = "(\w+)"', tells))}
+
+
 def test_the_access_lists_name_methods_of_the_daemon():
-    offered = set(re.findall(r'method<\w+>\("(\w+)"', (ROOT / "adapters" / "bus_object.cpp").read_text(encoding="utf-8")))
+    offered = offered_methods()
     bus = json.loads((PACKAGE / "files" / "wan_detect.bus.json").read_text(encoding="ascii"))
     web = json.loads((PACKAGE / "files" / "wan_detect.web.json").read_text(encoding="ascii"))["wan_detect"]
-    named = set(bus["access"]["wan_detect"]["methods"])
-    named |= set(web["write"]["ubus"]["wan_detect"])
-    assert named and named <= offered
+    lists = [{name: rights["methods"] for name, rights in bus["access"].items()}, web["read"]["ubus"], web["write"]["ubus"]]
+    for names in lists:
+        assert names and all(methods and set(methods) <= offered[name] for name, methods in names.items())
 
 
-def test_who_may_only_read_sends_nothing_and_sees_no_secret():
-    """Each method of the daemon does something; passwords are in `network` and `protocol`."""
+def test_who_may_only_read_changes_nothing_and_sees_no_secret():
+    """Each method of the first object does something, those of the second one only tell; passwords are in `network` and `protocol`."""
     web = json.loads((PACKAGE / "files" / "wan_detect.web.json").read_text(encoding="ascii"))["wan_detect"]
-    assert web["read"] == {"uci": ["switch", "sysmode"]}
+    told = sorted(offered_methods()["wan_detect.state"])
+    assert web["read"] == {"ubus": {"wan_detect.state": told}, "uci": ["switch", "sysmode"]}
 
 
 @pytest.mark.parametrize("action,interface,enable,link,asked", [

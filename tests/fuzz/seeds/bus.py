@@ -32,11 +32,17 @@ def bool_field(name, value):
 
 
 METHODS = ("log", "proto_detect", "set", "hotplug", "wan_detect", "ban_event")
+STATE_METHODS = ("status", "history", "explain")
+STATE_OBJECT = 0x08
+
+
+def handler_of(method):
+    return METHODS.index(method) if method in METHODS else STATE_OBJECT | STATE_METHODS.index(method)
 
 
 def calls(*steps):
     return b"".join(
-        bytes([METHODS.index(method) | (0x80 if isinstance(content, str) else 0)]) + block(content)
+        bytes([handler_of(method) | (0x80 if isinstance(content, str) else 0)]) + block(content)
         for method, content in steps
     )
 
@@ -104,6 +110,20 @@ def bus_messages():
     )
     save(
         "bus_methods", "damaged", calls(("log", number_field("level", 7)[:-2]), ("set", b"\x87\0\0\3"), ("log", b"\0"))
+    )
+    save(
+        "bus_methods",
+        "state",
+        calls(
+            ("ban_event", text_field("name", "eth2") + number_field("time", 100)),
+            ("status", "{}"),
+            ("history", b""),
+            ("explain", text_field("device", "eth2")),
+            ("explain", '{"device":"eth1"}'),
+            ("explain", '{"device":"eth9"}'),
+            ("explain", text_field("device", "eth1")[:-2]),
+            ("explain", b"\xff\xc3\n\""),
+        ),
     )
     save(
         "bus_replies",
@@ -308,15 +328,18 @@ def session_steps(*parts):
 def daemon_sessions():
     """What the bus daemon says to the daemon; its requests count from 1."""
 
+    STATE = DEMO + 3
+
     def offer_taken(first):
         object_added = frame(DATA, first, 0, word(AT_ID, DEMO) + word(AT_TYPE, 0xA0000003)) + done(first)
         listener_added = frame(DATA, first + 1, 0, word(AT_ID, DEMO + 2)) + done(first + 1)
-        return object_added + listener_added + done(first + 2, EVENT_OBJECT)
+        state_added = frame(DATA, first + 3, 0, word(AT_ID, STATE) + word(AT_TYPE, 0xA0000004)) + done(first + 3)
+        return object_added + listener_added + done(first + 2, EVENT_OBJECT) + state_added
 
     object_type = word(AT_TYPE, 0xA0000006) + SIGNATURE
 
-    def call(method, arguments):
-        return frame(INVOKE, 9, 0xA0000009, word(AT_ID, DEMO) + name(AT_METHOD, method) + attribute(AT_DATA, arguments))
+    def call(method, arguments, of=DEMO):
+        return frame(INVOKE, 9, 0xA0000009, word(AT_ID, of) + name(AT_METHOD, method) + attribute(AT_DATA, arguments))
 
     def status_answer(first, state):
         unknown_method = frame(STATUS, first, EVENT_OBJECT, word(AT_STATUS, 3))
@@ -331,6 +354,8 @@ def daemon_sessions():
         + call("wan_detect", b"")
         + call("proto_detect", text_field("device", "eth1") + number_field("timeout", 3000))
         + call("nothing", b"")
+        + call("status", b"", of=STATE)
+        + call("explain", text_field("device", "eth1"), of=STATE)
     )
     event = frame(
         INVOKE,
@@ -340,14 +365,14 @@ def daemon_sessions():
         + name(AT_METHOD, "wan_detect_add_banned_dev")
         + attribute(AT_DATA, text_field("name", "eth1") + number_field("time", 60)),
     )
-    lookup_failed = frame(STATUS, 5, 0, word(AT_STATUS, 4))
+    lookup_failed = frame(STATUS, 6, 0, word(AT_STATUS, 4))
     save("bus_session", "calls", session_steps(start, ARRIVE, calls))
     save("bus_session", "event", session_steps(start, ARRIVE, event))
-    save("bus_session", "status", session_steps(start, PREPARE_BYTES, status_answer(4, "connected"), ASK_STATUS))
+    save("bus_session", "status", session_steps(start, PREPARE_BYTES, status_answer(5, "connected"), ASK_STATUS))
     save(
         "bus_session",
         "status_and_calls_meanwhile",
-        session_steps(start, PREPARE_BYTES, calls + status_answer(4, "connecting"), ASK_STATUS | CONFIRM, FIRE_TIMER),
+        session_steps(start, PREPARE_BYTES, calls + status_answer(5, "connecting"), ASK_STATUS | CONFIRM, FIRE_TIMER),
     )
     save(
         "bus_session",
@@ -355,7 +380,7 @@ def daemon_sessions():
         session_steps(
             start,
             PREPARE_BYTES,
-            frame(STATUS, 4, EVENT_OBJECT, word(AT_STATUS, 3)) + lookup_failed + status_answer(6, "connected"),
+            frame(STATUS, 5, EVENT_OBJECT, word(AT_STATUS, 3)) + lookup_failed + status_answer(7, "connected"),
             ASK_STATUS,
         ),
     )
@@ -369,13 +394,15 @@ def daemon_sessions():
             FIRE_TIMER,
             PREPARE_BYTES,
             GREETING
-            + frame(DATA, 4, 0, word(AT_ID, DEMO) + word(AT_TYPE, 0xA0000003))
-            + done(4)
-            + frame(DATA, 5, 0, word(AT_ID, DEMO + 2))
+            + frame(DATA, 5, 0, word(AT_ID, DEMO) + word(AT_TYPE, 0xA0000003))
             + done(5)
-            + frame(DATA, 6, 0, name(AT_PATH, "wan_detect") + word(AT_ID, DEMO) + object_type)
+            + frame(DATA, 6, 0, word(AT_ID, DEMO + 2))
             + done(6)
-            + done(7, EVENT_OBJECT),
+            + frame(DATA, 7, 0, name(AT_PATH, "wan_detect") + word(AT_ID, DEMO) + object_type)
+            + done(7)
+            + done(8, EVENT_OBJECT)
+            + frame(DATA, 9, 0, word(AT_ID, STATE) + word(AT_TYPE, 0xA0000004))
+            + done(9),
             KNOCK_ANSWERED,
             ARRIVE,
             calls + event,

@@ -1,0 +1,304 @@
+// SPDX-License-Identifier: MIT
+#include "adapters/state_reasons.h"
+
+#include <cstring>
+
+#include "adapters/state_report.h"
+#include "model/banned.h"
+#include "model/port_model.h"
+#include "platform/clock.h"
+#include "platform/ipv4_text.h"
+
+static const char *plural(uint32_t count)
+{
+    return count == 1 ? "" : "s";
+}
+
+const t_device *port_named(const char *name)
+{
+    const t_device *dev = port_model.dev_hashmap_head;
+    while (dev && strcmp(dev->name, name) != 0)
+        dev = static_cast<const t_device *>(dev->hh.next);
+    return dev;
+}
+
+// --- what keeps it from being asked
+
+// What the daemon would stumble over now; not_looked_at for nothing.
+static t_fate obstacle_of(const t_device &dev)
+{
+    if (reserved_as(dev))
+        return t_fate::reserved;
+    if (!is_in_pool(dev))
+        return t_fate::not_in_pool;
+    if (ban_seconds_left(&port_model.banned_list, &dev))
+        return t_fate::banned;
+    return dev.link_active ? t_fate::not_looked_at : t_fate::no_link;
+}
+
+static void tell_ban(t_bus_reply &reply, const t_device &dev)
+{
+    const int32_t seconds = ban_seconds_left(&port_model.banned_list, &dev);
+    if (seconds == BAN_FOREVER)
+        reply.line("%s may not be WAN: it is banned.", dev.name);
+    else
+        reply.line("%s may not be WAN: it is banned for another %d s.", dev.name, seconds);
+    reply.element("The ban ends, too, when its link goes and comes back.");
+}
+
+static void tell_reservation(t_bus_reply &reply, const t_device &dev)
+{
+    if (const char *reserved = reserved_as(dev); reserved && *reserved == 'g')
+        reply.line("%s may not be WAN: it is the gaming port (switch.gaming.switch_port).", dev.name);
+    else
+        reply.line("%s may not be WAN: it is reserved for a link aggregation (switch.lan_agg.lacpports).", dev.name);
+}
+
+static void tell_lan_hosts(t_bus_reply &reply, const t_device &dev)
+{
+    const uint16_t hosts = dev.notes.lan_hosts;
+    if (hosts && dev.notes.lan_seen_s)
+        reply.line("%s is not asked: %u host%s of the LAN %s behind it (last seen %u s ago).", dev.name, hosts,
+                   plural(hosts), hosts == 1 ? "is" : "are", seconds_since(dev.notes.lan_seen_s));
+    else
+        reply.line("%s is not asked: hosts of the LAN are behind it.", dev.name);
+    reply.element("A modem that has an address of the LAN's network looks like one.");
+}
+
+static void tell_obstacle(t_bus_reply &reply, const t_device &dev, t_fate obstacle)
+{
+    if (obstacle == t_fate::banned) {
+        tell_ban(reply, dev);
+    } else if (obstacle == t_fate::reserved) {
+        tell_reservation(reply, dev);
+    } else if (obstacle == t_fate::not_in_pool) {
+        reply.line("%s may not be WAN: it is not in the pool (network.auto_wan_detect.wan_port_pool).", dev.name);
+    } else {
+        reply.line("%s is not asked: it has no link.", dev.name);
+        reply.element("A cable is missing, or the device at its other end is off.");
+    }
+}
+
+// --- what became of it in a cycle
+
+// Behind its name, without the full stop; null for what is told with figures.
+static const char *sentence_of(t_fate fate)
+{
+    switch (fate) {
+    case t_fate::works:
+        return "worked as the WAN port";
+    case t_fate::not_connected:
+        return "did not work as the WAN port";
+    case t_fate::no_link:
+        return "had no link. It has one now";
+    case t_fate::not_in_pool:
+        return "was not in the pool. It is now";
+    case t_fate::reserved:
+        return "was reserved. It is free now";
+    case t_fate::banned:
+        return "was banned. It is free now";
+    case t_fate::not_listed_yet:
+        return "was not asked, for its link came too late, or was there before the loss that opened it. The next look "
+               "at "
+               "all ports takes it along";
+    case t_fate::silent:
+        return "was asked and stayed silent";
+    case t_fate::other_answered:
+        return "was asked and stayed silent, while another port answered";
+    case t_fate::no_gateway:
+        return "was not chosen, for the gateway does not answer behind it";
+    case t_fate::no_name_server:
+        return "was not chosen, for no name was resolved through it, but through another port";
+    case t_fate::lower_priority:
+        return "was not chosen, for another port was as good, and comes first in "
+               "network.auto_wan_detect.wan_port_priority";
+    case t_fate::not_looked_at:
+    case t_fate::lan_hosts:
+    case t_fate::asked:
+    case t_fate::won:
+        return nullptr;
+    }
+    return nullptr;
+}
+
+static const char *why_nobody_looked(t_decision decision)
+{
+    switch (decision) {
+    case t_decision::none:
+        return "its turn has not come";
+    case t_decision::wan_works:
+        return "the WAN port works";
+    case t_decision::gave_up:
+        return "another cycle was asked for";
+    case t_decision::switched_off:
+        return "detection was switched off";
+    case t_decision::role_is_foreign:
+        return "the WAN role is at a port that is none of the daemon's";
+    case t_decision::not_detectable:
+        return "there is no connection type, or one that nobody can ask for";
+    case t_decision::only_answer:
+    case t_decision::only_gateway:
+    case t_decision::name_server:
+    case t_decision::priority:
+    case t_decision::nobody:
+        break;
+    }
+    return "there was no need of it";
+}
+
+static const char *how_it_won(t_decision decision)
+{
+    switch (decision) {
+    case t_decision::only_answer:
+        return "it was the only port that answered";
+    case t_decision::only_gateway:
+        return "the gateway answered behind it alone";
+    case t_decision::name_server:
+        return "a name was resolved through it";
+    case t_decision::priority:
+        return "of several that were as good it comes first in the order of the ports";
+    case t_decision::none:
+    case t_decision::wan_works:
+    case t_decision::gave_up:
+    case t_decision::switched_off:
+    case t_decision::role_is_foreign:
+    case t_decision::not_detectable:
+    case t_decision::nobody:
+        break;
+    }
+    return "nobody else was left";
+}
+
+static void tell_in_cycle(t_bus_reply &reply, const t_device &dev, const t_cycle_note &cycle, const char *what,
+                          const char *why = "")
+{
+    reply.line("Cycle %u, begun %u s ago: %s %s%s.", cycle.number,
+               seconds_since(static_cast<uint32_t>(cycle.begun.sec)), dev.name, what, why);
+}
+
+static void tell_fate(t_bus_reply &reply, const t_device &dev, const t_cycle_note &cycle, t_fate fate)
+{
+    if (fate == t_fate::lan_hosts)
+        tell_lan_hosts(reply, dev);
+    else if (fate == t_fate::not_looked_at)
+        tell_in_cycle(reply, dev, cycle, "was not looked at, for ", why_nobody_looked(cycle.decision));
+    else if (fate == t_fate::asked)
+        tell_in_cycle(reply, dev, cycle,
+                      cycle.took_ms ? "was asked, and the end came before an answer"
+                                    : "is asked, and has not answered so far");
+    else if (const char *sentence = sentence_of(fate))
+        tell_in_cycle(reply, dev, cycle, sentence);
+}
+
+// --- what it says, and how it came to be the WAN port
+
+static void tell_questions(t_bus_reply &reply, const t_device &dev)
+{
+    const uint32_t count = questions_last_hour(&dev);
+    if (dev.notes.was_asked)
+        reply.line("It was asked %u time%s within the last hour, the last time %u s ago.", count, plural(count),
+                   seconds_since(dev.notes.asked_s));
+}
+
+static void tell_answer(t_bus_reply &reply, const t_device &dev)
+{
+    const t_port_notes &notes = dev.notes;
+    if (!notes.answer)
+        return;
+    reply.line("Its last answer: %s from %s, %u s ago.", notes.answer, t_mac_text(notes.learned.server_mac).text,
+               seconds_since(notes.answered_s));
+    if (notes.learned.address.ipv4_be)
+        reply.line("It offered the address %s, the gateway %s and the name server %s.",
+                   t_ipv4_text(notes.learned.address.ipv4_be).text, t_ipv4_text(notes.learned.gateway.ipv4_be).text,
+                   t_ipv4_text(notes.learned.dns_server.ipv4_be).text);
+}
+
+static void tell_swap(t_bus_reply &reply, const t_cycle_note &cycle)
+{
+    if (cycle.swap == t_swap::failed)
+        reply.line("The swap failed: its command ended with status %d, and the WAN role is not there.",
+                   cycle.swap_status);
+    else if (cycle.confirmation == t_confirmation::unknown)
+        reply.element("The WAN role was moved to it; the next cycle tells whether that helped.");
+    else if (cycle.confirmation == t_confirmation::agreed)
+        reply.element("The WAN role was moved to it, and the next cycle agreed.");
+    else
+        reply.element("The WAN role was moved to it, and the next cycle did not agree.");
+}
+
+// The last cycle that it won anew.
+static void tell_win(t_bus_reply &reply, const t_device &dev)
+{
+    const t_cycle_note *cycle;
+    for (int age = 0; (cycle = remembered_cycle(age)); age++)
+        if (port_at(cycle->winner) == &dev && cycle->decision != t_decision::wan_works)
+            break;
+    if (!cycle)
+        return;
+    tell_in_cycle(reply, dev, *cycle, "won, for ", how_it_won(cycle->decision));
+    if (cycle->swap != t_swap::not_needed)
+        tell_swap(reply, *cycle);
+}
+
+// --- what lies with others than the port
+
+static const char *hint_for(t_fate fate)
+{
+    const uint8_t hints = chronicle.hints;
+    if (fate == t_fate::silent && hints & HINT_VLAN)
+        return "It is asked untagged, and the WAN interface is configured on a VLAN.";
+    if (fate == t_fate::banned && hints & HINT_ONLY_BANNED)
+        return "In the last cycle only banned ports answered.";
+    if (fate == t_fate::reserved && hints & HINT_ONLY_RESERVED)
+        return "In the last cycle only reserved ports answered.";
+    if (fate == t_fate::not_in_pool && hints & HINT_POOL)
+        return "The pool names ports that do not exist.";
+    if (fate >= t_fate::no_name_server && hints & HINT_SEVERAL)
+        return "More than one line answers.";
+    return nullptr;
+}
+
+static void tell_of_engine(t_bus_reply &reply, const t_progress &progress)
+{
+    if (progress.starting)
+        reply.element("The daemon is starting, and asks nobody so far.");
+    if (!port_model.enable)
+        reply.element("Detection is off: nobody is asked.");
+    else if (!port_model.router_mode)
+        reply.element("The router is not in router mode: nobody is asked.");
+}
+
+static void tell_next(t_bus_reply &reply, const t_progress &progress)
+{
+    const int seconds = (progress.next_ms + MILLISECONDS_PER_SECOND - 1) / MILLISECONDS_PER_SECOND;
+    if (!progress.next)
+        return;
+    if (strcmp(progress.next, "look") == 0)
+        reply.line("All ports are looked at again in %d s.", seconds);
+    else if (strcmp(progress.next, "cycle") == 0)
+        reply.line("The next cycle begins in %d s.", seconds);
+}
+
+void report_reasons(t_bus_reply &reply, const t_device &dev)
+{
+    const t_progress progress = engine_progress();
+    const t_cycle_note *cycle = newest_cycle();
+    const t_fate fate = fate_in(cycle, dev), obstacle = obstacle_of(dev);
+    const bool is_free = obstacle == t_fate::not_looked_at, has_link = obstacle != t_fate::no_link;
+    reply.text("device", dev.name);
+    t_bus_array text(reply, "text");
+    tell_of_engine(reply, progress);
+    if (port_model.wan_dev == &dev)
+        reply.line("%s is the WAN port.", dev.name);
+    if (!is_free)
+        tell_obstacle(reply, dev, obstacle);
+    if (!cycle)
+        reply.element("No cycle has begun so far.");
+    else if (is_free || (has_link && (fate == t_fate::works || fate == t_fate::not_connected)))
+        tell_fate(reply, dev, *cycle, fate);
+    reply.element(hint_for(is_free ? fate : obstacle));
+    tell_win(reply, dev);
+    tell_questions(reply, dev);
+    tell_answer(reply, dev);
+    tell_next(reply, progress);
+}
