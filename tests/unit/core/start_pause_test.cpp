@@ -118,6 +118,16 @@ TEST_F(start_pause, each_method_is_served)
     EXPECT_EQ(answer_to("log", R"({"level":7})"), DONE);
 }
 
+// holds: state-object
+TEST_F(start_pause, the_state_is_told)
+{
+    const t_caller caller("call", "wan_detect.state", "status", "{}");
+    EXPECT_TRUE(pause_serving_callers(LONG_PAUSE_MS));
+    const std::string answer = read_file(ANSWER);
+    EXPECT_NE(answer.find("\"starting\":true"), std::string::npos) << answer;
+    EXPECT_NE(answer.find("\"state\":\"resting\""), std::string::npos) << answer;
+}
+
 // holds: served-at-start
 TEST_F(start_pause, a_request_takes_the_stage_and_asks_nobody_before_the_loop)
 {
