@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include "adapters/state_reasons.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "adapters/state_report.h"
 #include "model/banned.h"
 #include "model/port_model.h"
 #include "platform/clock.h"
-#include "platform/ipv4_text.h"
 
 static const char *plural(uint32_t count)
 {
@@ -81,92 +81,60 @@ static void tell_obstacle(t_bus_reply &reply, const t_device &dev, t_fate obstac
 
 // --- what became of it in a cycle
 
-// Behind its name, without the full stop; null for what is told with figures.
-static const char *sentence_of(t_fate fate)
+// One text for each value of an enum, in its order, each with a null byte behind it: half the size of a table or a
+// switch.
+template <typename Value, size_t size> static const char *text_for(const char (&texts)[size], Value value)
 {
-    switch (fate) {
-    case t_fate::works:
-        return "worked as the WAN port";
-    case t_fate::not_connected:
-        return "did not work as the WAN port";
-    case t_fate::no_link:
-        return "had no link. It has one now";
-    case t_fate::not_in_pool:
-        return "was not in the pool. It is now";
-    case t_fate::reserved:
-        return "was reserved. It is free now";
-    case t_fate::banned:
-        return "was banned. It is free now";
-    case t_fate::not_listed_yet:
-        return "was not asked, for its link came too late, or was there before the loss that opened it. The next look "
-               "at "
-               "all ports takes it along";
-    case t_fate::silent:
-        return "was asked and stayed silent";
-    case t_fate::other_answered:
-        return "was asked and stayed silent, while another port answered";
-    case t_fate::no_gateway:
-        return "was not chosen, for the gateway does not answer behind it";
-    case t_fate::no_name_server:
-        return "was not chosen, for no name was resolved through it, but through another port";
-    case t_fate::lower_priority:
-        return "was not chosen, for another port was as good, and comes first in "
-               "network.auto_wan_detect.wan_port_priority";
-    case t_fate::not_looked_at:
-    case t_fate::lan_hosts:
-    case t_fate::asked:
-    case t_fate::won:
-        return nullptr;
-    }
-    return nullptr;
+    const char *text = texts;
+    for (auto before = static_cast<int>(value); before > 0; before--)
+        text += strlen(text) + 1;
+    return text;
 }
+
+template <size_t size> static consteval size_t count_of(const char (&texts)[size])
+{
+    return static_cast<size_t>(std::count(texts, texts + size - 1, '\0'));
+}
+
+// What became of it, behind its name and without the full stop; empty for what is told in another way.
+constexpr char SENTENCES[] = "\0"
+                             "worked as the WAN port\0"
+                             "did not work as the WAN port\0"
+                             "had no link. It has one now\0"
+                             "was not in the pool. It is now\0"
+                             "was reserved. It is free now\0"
+                             "was banned. It is free now\0"
+                             "\0"
+                             "was not asked, for its link came too late, or was there before the loss that opened it. "
+                             "The next look at all ports takes it along\0"
+                             "is asked, and has not answered so far\0"
+                             "was asked and stayed silent\0"
+                             "was asked and stayed silent, while another port answered\0"
+                             "was not chosen, for the gateway does not answer behind it\0"
+                             "was not chosen, for no name was resolved through it, but through another port\0"
+                             "was not chosen, for another port was as good, and comes first in "
+                             "network.auto_wan_detect.wan_port_priority\0"
+                             "\0";
+static_assert(count_of(SENTENCES) == static_cast<size_t>(t_fate::won) + 1);
+
+// Why a cycle with this end did not look at a port; or how it came to name one.
+constexpr char REASONS[] = "its turn has not come\0"
+                           "the WAN port works\0"
+                           "it was the only port that answered\0"
+                           "the gateway answered behind it alone\0"
+                           "a name was resolved through it\0"
+                           "of several that were as good it comes first in the order of the ports\0"
+                           "another cycle was asked for\0"
+                           "detection was switched off\0"
+                           "the WAN role is at a port that is none of the daemon's\0"
+                           "there is no connection type, or one that nobody can ask for\0"
+                           "nobody else was left\0";
+static_assert(count_of(REASONS) == static_cast<size_t>(t_decision::nobody) + 1);
 
 static const char *why_nobody_looked(t_decision decision)
 {
-    switch (decision) {
-    case t_decision::none:
-        return "its turn has not come";
-    case t_decision::wan_works:
-        return "the WAN port works";
-    case t_decision::gave_up:
-        return "another cycle was asked for";
-    case t_decision::switched_off:
-        return "detection was switched off";
-    case t_decision::role_is_foreign:
-        return "the WAN role is at a port that is none of the daemon's";
-    case t_decision::not_detectable:
-        return "there is no connection type, or one that nobody can ask for";
-    case t_decision::only_answer:
-    case t_decision::only_gateway:
-    case t_decision::name_server:
-    case t_decision::priority:
-    case t_decision::nobody:
-        break;
-    }
-    return "there was no need of it";
-}
-
-static const char *how_it_won(t_decision decision)
-{
-    switch (decision) {
-    case t_decision::only_answer:
-        return "it was the only port that answered";
-    case t_decision::only_gateway:
-        return "the gateway answered behind it alone";
-    case t_decision::name_server:
-        return "a name was resolved through it";
-    case t_decision::priority:
-        return "of several that were as good it comes first in the order of the ports";
-    case t_decision::none:
-    case t_decision::wan_works:
-    case t_decision::gave_up:
-    case t_decision::switched_off:
-    case t_decision::role_is_foreign:
-    case t_decision::not_detectable:
-    case t_decision::nobody:
-        break;
-    }
-    return "nobody else was left";
+    const bool was_won = decision >= t_decision::only_answer && decision <= t_decision::priority;
+    return was_won || decision == t_decision::nobody ? "there was no need of it" : text_for(REASONS, decision);
 }
 
 static void tell_in_cycle(t_bus_reply &reply, const t_device &dev, const t_cycle_note &cycle, const char *what,
@@ -182,11 +150,9 @@ static void tell_fate(t_bus_reply &reply, const t_device &dev, const t_cycle_not
         tell_lan_hosts(reply, dev);
     else if (fate == t_fate::not_looked_at)
         tell_in_cycle(reply, dev, cycle, "was not looked at, for ", why_nobody_looked(cycle.decision));
-    else if (fate == t_fate::asked)
-        tell_in_cycle(reply, dev, cycle,
-                      cycle.took_ms ? "was asked, and the end came before an answer"
-                                    : "is asked, and has not answered so far");
-    else if (const char *sentence = sentence_of(fate))
+    else if (fate == t_fate::asked && cycle.took_ms)
+        tell_in_cycle(reply, dev, cycle, "was asked, and the end came before an answer");
+    else if (const char *sentence = text_for(SENTENCES, fate); *sentence)
         tell_in_cycle(reply, dev, cycle, sentence);
 }
 
@@ -207,23 +173,17 @@ static void tell_answer(t_bus_reply &reply, const t_device &dev)
         return;
     reply.line("Its last answer: %s from %s, %u s ago.", notes.answer, t_mac_text(notes.learned.server_mac).text,
                seconds_since(notes.answered_s));
-    if (notes.learned.address.ipv4_be)
-        reply.line("It offered the address %s, the gateway %s and the name server %s.",
-                   t_ipv4_text(notes.learned.address.ipv4_be).text, t_ipv4_text(notes.learned.gateway.ipv4_be).text,
-                   t_ipv4_text(notes.learned.dns_server.ipv4_be).text);
 }
 
 static void tell_swap(t_bus_reply &reply, const t_cycle_note &cycle)
 {
     if (cycle.swap == t_swap::failed)
-        reply.line("The swap failed: its command ended with status %d, and the WAN role is not there.",
-                   cycle.swap_status);
+        reply.line("The swap command ended with status %d, and the WAN role is not there.", cycle.swap_status);
     else if (cycle.confirmation == t_confirmation::unknown)
-        reply.element("The WAN role was moved to it; the next cycle tells whether that helped.");
-    else if (cycle.confirmation == t_confirmation::agreed)
-        reply.element("The WAN role was moved to it, and the next cycle agreed.");
+        reply.element("The WAN role was moved to it; the next cycle tests that.");
     else
-        reply.element("The WAN role was moved to it, and the next cycle did not agree.");
+        reply.line("The WAN role was moved to it, and the next cycle %s.",
+                   cycle.confirmation == t_confirmation::agreed ? "agreed" : "did not agree");
 }
 
 // The last cycle that it won anew.
@@ -235,7 +195,7 @@ static void tell_win(t_bus_reply &reply, const t_device &dev)
             break;
     if (!cycle)
         return;
-    tell_in_cycle(reply, dev, *cycle, "won, for ", how_it_won(cycle->decision));
+    tell_in_cycle(reply, dev, *cycle, "won, for ", text_for(REASONS, cycle->decision));
     if (cycle->swap != t_swap::not_needed)
         tell_swap(reply, *cycle);
 }

@@ -2,8 +2,6 @@
 // The sentences of the method "explain".
 #include <algorithm>
 
-#include <arpa/inet.h>
-
 #include "model/banned.h"
 #include "model/tables.h"
 #include "tests/unit/platform/bus_fixture.h"
@@ -196,10 +194,9 @@ TEST_F(state_reasons, of_a_winner_tell_what_became_of_the_swap)
     const std::string won = "Cycle 1, begun 0 s ago: eth1 won, for it was the only port that answered.\n";
     cycle.swap = t_swap::failed;
     cycle.swap_status = 7;
-    EXPECT_EQ(explain("eth1"),
-              won + "The swap failed: its command ended with status 7, and the WAN role is not there.");
+    EXPECT_EQ(explain("eth1"), won + "The swap command ended with status 7, and the WAN role is not there.");
     cycle.swap = t_swap::done;
-    EXPECT_EQ(explain("eth1"), won + "The WAN role was moved to it; the next cycle tells whether that helped.");
+    EXPECT_EQ(explain("eth1"), won + "The WAN role was moved to it; the next cycle tests that.");
     cycle.confirmation = t_confirmation::disagreed;
     EXPECT_EQ(explain("eth1"), won + "The WAN role was moved to it, and the next cycle did not agree.");
     cycle.confirmation = t_confirmation::agreed;
@@ -219,16 +216,10 @@ TEST_F(state_reasons, tell_of_questions_and_of_the_last_answer)
     note_answer(eth1, "pppoe");
     expect_has(explain_fate(t_fate::silent), "\nIt was asked 1 time within the last hour, the last time 10 s ago.\n"
                                              "Its last answer: pppoe from 00-00-00-00-00-09, 10 s ago.");
-    expect_lacks(explain("eth1"), "It offered");
     note_question(eth1);
-    inet_pton(AF_INET, "192.0.2.7", &eth1->result.address.ipv4_be);
-    inet_pton(AF_INET, "192.0.2.1", &eth1->result.gateway.ipv4_be);
-    inet_pton(AF_INET, "192.0.2.53", &eth1->result.dns_server.ipv4_be);
     note_answer(eth1, "dhcp");
-    expect_has(explain("eth1"),
-               "\nIt was asked 2 times within the last hour, the last time 0 s ago.\n"
-               "Its last answer: dhcp from 00-00-00-00-00-09, 0 s ago.\n"
-               "It offered the address 192.0.2.7, the gateway 192.0.2.1 and the name server 192.0.2.53.");
+    expect_has(explain("eth1"), "\nIt was asked 2 times within the last hour, the last time 0 s ago.\n"
+                                "Its last answer: dhcp from 00-00-00-00-00-09, 0 s ago.");
     fake_clock.advance_ms(3'700'000);
     expect_has(explain("eth1"), "\nIt was asked 0 times within the last hour, the last time 3700 s ago.\n");
 }
