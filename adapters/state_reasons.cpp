@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include "adapters/state_reasons.h"
 
-#include <algorithm>
 #include <cstring>
 
 #include "adapters/state_report.h"
 #include "model/banned.h"
 #include "model/port_model.h"
 #include "platform/clock.h"
+#include "platform/text.h"
 
 static const char *plural(uint32_t count)
 {
@@ -81,21 +81,6 @@ static void tell_obstacle(t_bus_reply &reply, const t_device &dev, t_fate obstac
 
 // --- what became of it in a cycle
 
-// One text for each value of an enum, in its order, each with a null byte behind it: half the size of a table or a
-// switch.
-template <typename Value, size_t size> static const char *text_for(const char (&texts)[size], Value value)
-{
-    const char *text = texts;
-    for (auto before = static_cast<int>(value); before > 0; before--)
-        text += strlen(text) + 1;
-    return text;
-}
-
-template <size_t size> static consteval size_t count_of(const char (&texts)[size])
-{
-    return static_cast<size_t>(std::count(texts, texts + size - 1, '\0'));
-}
-
 // What became of it, behind its name and without the full stop; empty for what is told in another way.
 constexpr char SENTENCES[] = "\0"
                              "worked as the WAN port\0"
@@ -115,7 +100,7 @@ constexpr char SENTENCES[] = "\0"
                              "was not chosen, for another port was as good, and comes first in "
                              "network.auto_wan_detect.wan_port_priority\0"
                              "\0";
-static_assert(count_of(SENTENCES) == static_cast<size_t>(t_fate::won) + 1);
+static_assert(count_of_texts(SENTENCES) == static_cast<size_t>(t_fate::won) + 1);
 
 // Why a cycle with this end did not look at a port; or how it came to name one.
 constexpr char REASONS[] = "its turn has not come\0"
@@ -129,12 +114,13 @@ constexpr char REASONS[] = "its turn has not come\0"
                            "the WAN role is at a port that is none of the daemon's\0"
                            "there is no connection type, or one that nobody can ask for\0"
                            "nobody else was left\0";
-static_assert(count_of(REASONS) == static_cast<size_t>(t_decision::nobody) + 1);
+static_assert(count_of_texts(REASONS) == static_cast<size_t>(t_decision::nobody) + 1);
 
 static const char *why_nobody_looked(t_decision decision)
 {
     const bool was_won = decision >= t_decision::only_answer && decision <= t_decision::priority;
-    return was_won || decision == t_decision::nobody ? "there was no need of it" : text_for(REASONS, decision);
+    return was_won || decision == t_decision::nobody ? "there was no need of it"
+                                                     : text_at(REASONS, static_cast<int>(decision));
 }
 
 static void tell_in_cycle(t_bus_reply &reply, const t_device &dev, const t_cycle_note &cycle, const char *what,
@@ -152,7 +138,7 @@ static void tell_fate(t_bus_reply &reply, const t_device &dev, const t_cycle_not
         tell_in_cycle(reply, dev, cycle, "was not looked at, for ", why_nobody_looked(cycle.decision));
     else if (fate == t_fate::asked && cycle.took_ms)
         tell_in_cycle(reply, dev, cycle, "was asked, and the end came before an answer");
-    else if (const char *sentence = text_for(SENTENCES, fate); *sentence)
+    else if (const char *sentence = text_at(SENTENCES, static_cast<int>(fate)); *sentence)
         tell_in_cycle(reply, dev, cycle, sentence);
 }
 
@@ -195,28 +181,12 @@ static void tell_win(t_bus_reply &reply, const t_device &dev)
             break;
     if (!cycle)
         return;
-    tell_in_cycle(reply, dev, *cycle, "won, for ", text_for(REASONS, cycle->decision));
+    tell_in_cycle(reply, dev, *cycle, "won, for ", text_at(REASONS, static_cast<int>(cycle->decision)));
     if (cycle->swap != t_swap::not_needed)
         tell_swap(reply, *cycle);
 }
 
 // --- what lies with others than the port
-
-static const char *hint_for(t_fate fate)
-{
-    const uint8_t hints = chronicle.hints;
-    if (fate == t_fate::silent && hints & HINT_VLAN)
-        return "It is asked untagged, and the WAN interface is configured on a VLAN.";
-    if (fate == t_fate::banned && hints & HINT_ONLY_BANNED)
-        return "In the last cycle only banned ports answered.";
-    if (fate == t_fate::reserved && hints & HINT_ONLY_RESERVED)
-        return "In the last cycle only reserved ports answered.";
-    if (fate == t_fate::not_in_pool && hints & HINT_POOL)
-        return "The pool names ports that do not exist.";
-    if (fate >= t_fate::no_name_server && hints & HINT_SEVERAL)
-        return "More than one line answers.";
-    return nullptr;
-}
 
 static void tell_of_engine(t_bus_reply &reply, const t_progress &progress)
 {
@@ -256,7 +226,8 @@ void report_reasons(t_bus_reply &reply, const t_device &dev)
         reply.element("No cycle has begun so far.");
     else if (is_free || (has_link && (fate == t_fate::works || fate == t_fate::not_connected)))
         tell_fate(reply, dev, *cycle, fate);
-    reply.element(hint_for(is_free ? fate : obstacle));
+    if (is_free && fate == t_fate::silent && chronicle.hints & HINT_VLAN)
+        reply.element("It is asked untagged, and the WAN interface is configured on a VLAN.");
     tell_win(reply, dev);
     tell_questions(reply, dev);
     tell_answer(reply, dev);

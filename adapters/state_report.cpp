@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <iterator>
 
 #include "model/banned.h"
 #include "model/chronicle_words.h"
@@ -11,6 +12,7 @@
 #include "platform/clock.h"
 #include "platform/ipv4_text.h"
 #include "platform/tallies.h"
+#include "platform/text.h"
 
 constexpr uint8_t NO_MAC[MAC_SIZE] = {};
 
@@ -145,25 +147,23 @@ static void report_ports(t_bus_reply &reply)
 
 static void report_counters(t_bus_reply &reply)
 {
-    const t_counters &counters = chronicle.counters;
-    const struct {
-        const char *name;
-        uint32_t count;
-    } counts[] = {
-        {"cycles", counters.cycles},
-        {"questions", counters.questions},
-        {"answers", counters.answers},
-        {"verdicts", counters.verdicts},
-        {"swaps", counters.swaps_asked},
-        {"swaps_confirmed", counters.swaps_confirmed},
-        {"swaps_failed_in_a_row", counters.swaps_failed_in_a_row},
-        {"commits", tallies.commits},
-        {"commands_out_of_time", tallies.commands_out_of_time},
-        {"bus_reconnects", tallies.bus_reconnects},
-    };
+    constexpr char NAMES[] = "cycles\0questions\0answers\0verdicts\0swaps\0swaps_confirmed\0swaps_failed_in_a_row\0"
+                             "commits\0commands_out_of_time\0bus_reconnects\0";
+    const t_counters &counted = chronicle.counters;
+    const uint32_t counts[] = {counted.cycles,
+                               counted.questions,
+                               counted.answers,
+                               counted.verdicts,
+                               counted.swaps_asked,
+                               counted.swaps_confirmed,
+                               counted.swaps_failed_in_a_row,
+                               tallies.commits,
+                               tallies.commands_out_of_time,
+                               tallies.bus_reconnects};
+    static_assert(count_of_texts(NAMES) == std::size(counts));
     t_bus_table table(reply, "counters");
-    for (const auto &[name, count] : counts)
-        reply.number(name, count);
+    for (int i = 0; i < static_cast<int>(std::size(counts)); i++)
+        reply.number(text_at(NAMES, i), counts[i]);
 }
 
 static void report_hints(t_bus_reply &reply)

@@ -1,119 +1,83 @@
 // SPDX-License-Identifier: MIT
 #include "model/chronicle_words.h"
 
+#include <bit>
+
+#include "platform/text.h"
+
+// In the order of the values.
+constexpr char OPENERS[] = "start_up\0"
+                           "wan_loss\0"
+                           "bus_call\0"
+                           "switched_on\0"
+                           "after_swap\0"
+                           "look_again\0";
+static_assert(count_of_texts(OPENERS) == static_cast<size_t>(t_opener::look_again) + 1);
+
+constexpr char FATES[] = "\0"
+                         "works\0"
+                         "not_connected\0"
+                         "no_link\0"
+                         "not_in_pool\0"
+                         "reserved\0"
+                         "banned\0"
+                         "lan_hosts\0"
+                         "not_listed_yet\0"
+                         "asked\0"
+                         "silent\0"
+                         "other_answered\0"
+                         "no_gateway\0"
+                         "no_name_server\0"
+                         "lower_priority\0"
+                         "won\0";
+static_assert(count_of_texts(FATES) == static_cast<size_t>(t_fate::won) + 1);
+
+constexpr char DECISIONS[] = "open\0"
+                             "wan_works\0"
+                             "only_answer\0"
+                             "only_gateway\0"
+                             "name_server\0"
+                             "priority\0"
+                             "gave_up\0"
+                             "switched_off\0"
+                             "role_is_foreign\0"
+                             "not_detectable\0"
+                             "nobody\0";
+static_assert(count_of_texts(DECISIONS) == static_cast<size_t>(t_decision::nobody) + 1);
+
+constexpr char SWAPS[] = "not_needed\0"
+                         "done\0"
+                         "failed\0";
+static_assert(count_of_texts(SWAPS) == static_cast<size_t>(t_swap::failed) + 1);
+
+constexpr char HINT_WORDS[] = "vlan\0"
+                              "only_banned\0"
+                              "only_reserved\0"
+                              "pool\0"
+                              "several\0";
+static_assert(1U << (count_of_texts(HINT_WORDS) - 1) == HINT_SEVERAL);
+
 const char *opener_word(t_opener opener)
 {
-    switch (opener) {
-    case t_opener::start_up:
-        return "start_up";
-    case t_opener::wan_loss:
-        return "wan_loss";
-    case t_opener::bus_call:
-        return "bus_call";
-    case t_opener::switched_on:
-        return "switched_on";
-    case t_opener::after_swap:
-        return "after_swap";
-    case t_opener::look_again:
-        return "look_again";
-    }
-    return nullptr;
+    return text_at(OPENERS, static_cast<int>(opener));
 }
 
 const char *fate_word(t_fate fate)
 {
-    switch (fate) {
-    case t_fate::not_looked_at:
-        return nullptr;
-    case t_fate::works:
-        return "works";
-    case t_fate::not_connected:
-        return "not_connected";
-    case t_fate::no_link:
-        return "no_link";
-    case t_fate::not_in_pool:
-        return "not_in_pool";
-    case t_fate::reserved:
-        return "reserved";
-    case t_fate::banned:
-        return "banned";
-    case t_fate::lan_hosts:
-        return "lan_hosts";
-    case t_fate::not_listed_yet:
-        return "not_listed_yet";
-    case t_fate::asked:
-        return "asked";
-    case t_fate::silent:
-        return "silent";
-    case t_fate::other_answered:
-        return "other_answered";
-    case t_fate::no_gateway:
-        return "no_gateway";
-    case t_fate::no_name_server:
-        return "no_name_server";
-    case t_fate::lower_priority:
-        return "lower_priority";
-    case t_fate::won:
-        return "won";
-    }
-    return nullptr;
+    return fate == t_fate::not_looked_at ? nullptr : text_at(FATES, static_cast<int>(fate));
 }
 
 const char *decision_word(t_decision decision)
 {
-    switch (decision) {
-    case t_decision::none:
-        return "open";
-    case t_decision::wan_works:
-        return "wan_works";
-    case t_decision::only_answer:
-        return "only_answer";
-    case t_decision::only_gateway:
-        return "only_gateway";
-    case t_decision::name_server:
-        return "name_server";
-    case t_decision::priority:
-        return "priority";
-    case t_decision::gave_up:
-        return "gave_up";
-    case t_decision::switched_off:
-        return "switched_off";
-    case t_decision::role_is_foreign:
-        return "role_is_foreign";
-    case t_decision::not_detectable:
-        return "not_detectable";
-    case t_decision::nobody:
-        return "nobody";
-    }
-    return nullptr;
+    return text_at(DECISIONS, static_cast<int>(decision));
 }
 
 const char *swap_word(t_swap swap)
 {
-    switch (swap) {
-    case t_swap::not_needed:
-        return "not_needed";
-    case t_swap::done:
-        return "done";
-    case t_swap::failed:
-        return "failed";
-    }
-    return nullptr;
+    return text_at(SWAPS, static_cast<int>(swap));
 }
 
 const char *hint_word(t_hint hint)
 {
-    switch (hint) {
-    case HINT_VLAN:
-        return "vlan";
-    case HINT_ONLY_BANNED:
-        return "only_banned";
-    case HINT_ONLY_RESERVED:
-        return "only_reserved";
-    case HINT_POOL:
-        return "pool";
-    case HINT_SEVERAL:
-        return "several";
-    }
-    return nullptr;
+    return text_at(HINT_WORDS, std::countr_zero(static_cast<unsigned>(hint)));
 }

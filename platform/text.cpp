@@ -19,3 +19,10 @@ bool has_prefix(const char *text, const char *keyword)
 {
     return text && strncmp(text, keyword, strlen(keyword)) == 0;
 }
+
+const char *text_at(const char *texts, int place)
+{
+    for (; place > 0; place--)
+        texts += strlen(texts) + 1;
+    return texts;
+}

@@ -25,3 +25,14 @@ constexpr const char *true_or_false(bool value)
 {
     return value ? "true" : "false";
 }
+
+// One text for each value of an enum, in its order, each with a null byte behind it ("a\0b\0"): half the size of a
+// table or a switch. How many there are belongs into an assertion beside them.
+template <size_t size> consteval size_t count_of_texts(const char (&texts)[size])
+{
+    size_t count = 0;
+    for (size_t i = 0; i + 1 < size; i++)
+        count += texts[i] == '\0';
+    return count;
+}
+const char *text_at(const char *texts, int place);

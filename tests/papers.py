@@ -41,8 +41,9 @@ WALKS = (
     ("model/static_config.cpp", r"TUNNEL_SECONDARY = \{([^}]*)\}", ["protocol.l2tp", "protocol.pptp"]),
 )
 # What the functions are that choose a word.
-WORDS = {"opener_word": "opener", "fate_word": "why", "decision_word": "decision", "swap_word": "swap", "hint_word": "hint",
-         "reserved_as": "reserved", "word_of": "state"}
+WORDS = {"reserved_as": "reserved", "word_of": "state"}
+# What the lists of words are for.
+LISTS = {"OPENERS": "opener", "FATES": "why", "DECISIONS": "decision", "SWAPS": "swap", "HINT_WORDS": "hint"}
 # What a variable section stands for.
 VARIABLE = {"switch": ["portN"], "protocol": ["pppoe", "l2tp", "pptp"]}
 
@@ -106,10 +107,14 @@ def state_of_code(tree):
     """The fields that the state object tells, the words in them, and what it notifies of."""
     code = "".join(tree.text(f"adapters/state_{part}.cpp") for part in ("report", "reasons", "events"))
     fields = re.findall(r'\b(?:text|number|flag)\("(\w+)"|report_address\(\w+, "(\w+)"|'
-                        r't_bus_(?:table|array) \w+\(\w+, "(\w+)"\)|\{"(\w+)", (?:counters|tallies)\.', code)
-    told = "".join(tree.text(path) for path in ("model/chronicle_words.cpp", "core/progress.cpp")) + code
+                        r't_bus_(?:table|array) \w+\(\w+, "(\w+)"\)', code)
+    lists = {name: re.findall(r"\w+", re.sub(r'\\0|"', " ", texts)) for name, texts in re.findall(
+        r"constexpr char (\w+)\[\] = ([^;]*);", tree.text("model/chronicle_words.cpp") + tree.text("adapters/state_report.cpp"))}
+    fields += [(name,) for name in lists["NAMES"]]
+    told = tree.text("core/progress.cpp") + code
     bodies = re.findall(r"^(?:static )?const char \*(\w+)\(([^\n]*\n\{.*?^)\}", told, re.M | re.S)
     words = {(WORDS[name], word) for name, body in bodies if name in WORDS for word in re.findall(r'return "(\w+)"', body)}
+    words |= {(LISTS[name], word) for name in LISTS for word in lists[name]}
     words |= {("next", word) for word in re.findall(r'\{engine\.\w+, "(\w+)"\}', told)}
     return {f"field {name}" for found in fields for name in found if name} | {f"{what} {word}" for what, word in words} | {
         f"notification {name}" for name in re.findall(r'\bannounce\("(\w+)"', code)}
@@ -291,7 +296,7 @@ MISTAKES = (    # where, what stands there, what is written instead, and what is
     (BUS, "| `silent`, `other_answered` |", "| `quiet`, `other_answered` |", ["lacks the state's why silent",
                                                                              "tells of the state's why quiet"]),
     (BUS, "| `swap` | `name`, `status`, `pause` |", "| `swap` | `name`, `status` |", ["lacks the state's field pause"]),
-    ("model/chronicle_words.cpp", '"look_again"', '"look_anew"', ["lacks the state's opener look_anew"]),
+    ("model/chronicle_words.cpp", '"look_again\\0"', '"look_anew\\0"', ["lacks the state's opener look_anew"]),
     ("core/progress.cpp", '"judging"', '"judged"', ["lacks the state's state judged"]),
     ("core/progress.cpp", '"judgement"', '"verdict"', ["lacks the state's next verdict"]),
     ("adapters/state_events.cpp", 'announce("ban"', 'announce("banned"', ["lacks the state's notification banned"]),

@@ -249,24 +249,14 @@ TEST_F(state_reasons, tell_what_comes_next)
 }
 
 // holds: state-reasons
-TEST_F(state_reasons, take_up_the_hints_of_the_last_verdict)
+TEST_F(state_reasons, of_silence_name_a_vlan_that_nobody_asks_on)
 {
-    chronicle.hints = UINT8_MAX;
-    const std::string several = "\nMore than one line answers.";
-    expect_has(explain_fate(t_fate::silent), "\nIt is asked untagged, and the WAN interface is configured on a VLAN.");
-    expect_has(explain_fate(t_fate::won), "More than one line answers.");
-    expect_has(explain_fate(t_fate::lower_priority), several);
-    expect_has(explain_fate(t_fate::no_name_server), several);
-    expect_lacks(explain_fate(t_fate::works), several);
-    ban(eth1, 60);
-    expect_has(explain("eth1"), "\nIn the last cycle only banned ports answered.");
-    keep_device(&port_model.gaming, create_new_device("eth1"));
-    expect_has(explain("eth1"), "\nIn the last cycle only reserved ports answered.");
-    release_any_device(&port_model.gaming);
-    release_any_device(&port_model.wan_port_pool);
-    expect_has(explain("eth1"), "\nThe pool names ports that do not exist.");
-    chronicle.hints = 0;
-    expect_lacks(explain("eth1"), "do not exist");
+    const std::string vlan = "\nIt is asked untagged, and the WAN interface is configured on a VLAN.";
+    chronicle.hints = HINT_VLAN;
+    expect_has(explain_fate(t_fate::silent), vlan);
+    expect_lacks(explain_fate(t_fate::works), vlan);
+    chronicle.hints = HINT_SEVERAL;
+    expect_lacks(explain_fate(t_fate::silent), vlan);
 }
 
 // holds: state-text
