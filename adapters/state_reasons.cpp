@@ -130,16 +130,28 @@ static void tell_in_cycle(t_bus_reply &reply, const t_device &dev, const t_cycle
                seconds_since(static_cast<uint32_t>(cycle.begun.sec)), dev.name, what, why);
 }
 
-static void tell_fate(t_bus_reply &reply, const t_device &dev, const t_cycle_note &cycle, t_fate fate)
+static void tell_fate(t_bus_reply &reply, const t_device &dev, const t_cycle_note &cycle)
 {
+    const t_fate fate = fate_in(&cycle, dev);
     if (fate == t_fate::lan_hosts)
         tell_lan_hosts(reply, dev);
-    else if (fate == t_fate::not_looked_at)
-        tell_in_cycle(reply, dev, cycle, "was not looked at, for ", why_nobody_looked(cycle.decision));
     else if (fate == t_fate::asked && cycle.took_ms)
         tell_in_cycle(reply, dev, cycle, "was asked, and the end came before an answer");
     else if (const char *sentence = text_at(SENTENCES, static_cast<int>(fate)); *sentence)
         tell_in_cycle(reply, dev, cycle, sentence);
+}
+
+// Who was not looked at lately wants to know what became of him before.
+static void tell_last_fate(t_bus_reply &reply, const t_device &dev)
+{
+    const t_cycle_note *cycle = newest_cycle();
+    if (fate_in(cycle, dev) == t_fate::not_looked_at)
+        tell_in_cycle(reply, dev, *cycle, "was not looked at, for ", why_nobody_looked(cycle->decision));
+    int age = 0;
+    while (cycle && fate_in(cycle, dev) == t_fate::not_looked_at)
+        cycle = remembered_cycle(++age);
+    if (cycle)
+        tell_fate(reply, dev, *cycle);
 }
 
 // --- what it says, and how it came to be the WAN port
@@ -225,7 +237,7 @@ void report_reasons(t_bus_reply &reply, const t_device &dev)
     if (!cycle)
         reply.element("No cycle has begun so far.");
     else if (is_free || (has_link && (fate == t_fate::works || fate == t_fate::not_connected)))
-        tell_fate(reply, dev, *cycle, fate);
+        tell_last_fate(reply, dev);
     if (is_free && fate == t_fate::silent && chronicle.hints & HINT_VLAN)
         reply.element("It is asked untagged, and the WAN interface is configured on a VLAN.");
     tell_win(reply, dev);

@@ -37,6 +37,11 @@ std::string asked_interface(blob_buf *message)
 
 } // namespace
 
+ubus_context *wan_detect_ubus_context()
+{
+    return nullptr; // nobody is notified
+}
+
 bool wan_detect_ubus_is_lost()
 {
     return !connected;

@@ -156,6 +156,16 @@ TEST_F(state_reasons, of_a_port_that_nobody_looked_at_are_those_of_the_cycle)
 }
 
 // holds: state-reasons
+TEST_F(state_reasons, of_a_port_that_nobody_looked_at_lately_are_those_of_the_last_look_too)
+{
+    explain_fate(t_fate::silent);
+    explain_fate(t_fate::not_looked_at);
+    EXPECT_EQ(explain_fate(t_fate::not_looked_at, t_decision::wan_works),
+              "Cycle 3, begun 10 s ago: eth1 was not looked at, for the WAN port works.\n"
+              "Cycle 1, begun 30 s ago: eth1 was asked and stayed silent.");
+}
+
+// holds: state-reasons
 TEST_F(state_reasons, of_the_wan_port_tell_whether_it_worked)
 {
     port_model.wan_dev = eth1;
