@@ -114,7 +114,7 @@ if(WAN_DETECT_SHARED_HEADERS)
 endif()
 function(wan_detect_share_headers)
   foreach(target compat_ubox compat_ubus compat_uci wan_detect_platform wan_detect_model wan_detect_adapters wan_detect_probes
-      wan_detect_core)
+      wan_detect_status wan_detect_core)
     if(WAN_DETECT_SHARED_HEADERS AND TARGET ${target})
       target_precompile_headers(${target} REUSE_FROM router_assertions)
     endif()

@@ -33,6 +33,7 @@
 #include "platform/log.h"
 #include "platform/result_codes.h"
 #include "platform/uci_lock.h"
+#include "status/show_status.h"
 
 constexpr const char *MAIN = "main"; // the steps of start-up speak in its name
 constexpr int LINK_WAIT_TRIES = 30;
@@ -224,6 +225,8 @@ int main(int argc, char **argv)
     const int parsed = parse_options(argc, argv, &options);
     if (parsed == OPTIONS_STOP || parsed == OPTIONS_VERSION)
         return parsed == OPTIONS_VERSION ? EXIT_SUCCESS : EXIT_FAILURE;
+    if (parsed == OPTIONS_STATUS)
+        return show_status(options.status);
     hold_ending_signals();
     if (const int status = options.foreground ? DAEMON_GOES_ON : go_to_background(); status != DAEMON_GOES_ON)
         return status;

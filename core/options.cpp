@@ -64,14 +64,25 @@ static int point_to_help(const char *program)
     return OPTIONS_STOP;
 }
 
+// The client takes only its own options, and they are of use to it alone.
+static int with_status(const t_options &options, int result, const char *program)
+{
+    const t_status_wish &wish = options.status;
+    if ((!wish.wanted && !wish.watch && !wish.json) || result == OPTIONS_STOP)
+        return result;
+    if (!wish.wanted || result == OPTIONS_LEVEL || options.foreground)
+        return point_to_help(program);
+    return OPTIONS_STATUS;
+}
+
 int parse_options(int argc, char **argv, t_options *options)
 {
-    static const option LONG_OPTIONS[] = {{"debug", required_argument, nullptr, 'd'},
-                                          {"foreground", no_argument, nullptr, 'f'},
-                                          {"help", no_argument, nullptr, 'h'},
-                                          {"version", no_argument, nullptr, 'V'},
-                                          {nullptr, 0, nullptr, 0}};
-    *options = {LOG_LEVEL_Critical, false, false};
+    static const option LONG_OPTIONS[] = {
+        {"debug", required_argument, nullptr, 'd'}, {"foreground", no_argument, nullptr, 'f'},
+        {"help", no_argument, nullptr, 'h'},        {"json", no_argument, nullptr, 'j'},
+        {"status", no_argument, nullptr, 's'},      {"version", no_argument, nullptr, 'V'},
+        {"watch", no_argument, nullptr, 'w'},       {nullptr, 0, nullptr, 0}};
+    *options = {LOG_LEVEL_Critical, false, false, {}};
     opterr = 0;
     int result = OPTIONS_NONE;
     for (int found; (found = getopt_long(argc, argv, "d:fhV", LONG_OPTIONS, nullptr)) != -1;) {
@@ -83,6 +94,15 @@ int parse_options(int argc, char **argv, t_options *options)
             break;
         case 'f':
             options->foreground = true;
+            break;
+        case 's':
+            options->status.wanted = true;
+            break;
+        case 'w':
+            options->status.watch = true;
+            break;
+        case 'j':
+            options->status.json = true;
             break;
         case 'V':
             puts("wan_detect " WAN_DETECT_VERSION);
@@ -104,5 +124,5 @@ int parse_options(int argc, char **argv, t_options *options)
             break;
         }
     }
-    return result;
+    return with_status(*options, result, argv[0]);
 }

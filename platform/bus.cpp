@@ -101,7 +101,7 @@ static bool somebody_offers(const char *name)
     return ubus_lookup_id(bus.context, name, &id) == 0;
 }
 
-static const char *bus_path()
+const char *bus_path()
 {
     return access(BUS_SOCKET_PATH, F_OK) == 0 ? BUS_SOCKET_PATH : nullptr;
 }

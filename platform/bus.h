@@ -18,6 +18,9 @@ constexpr const char *BUS_DEFAULT_SOCKET_PATH = "/var/run/ubus/ubus.sock";
 constexpr int BUS_CALL_TIMEOUT_MS = 1000;
 constexpr int BUS_RECONNECT_INTERVAL_MS = 1000;
 
+// Which path counts now; null for the library's own.
+const char *bus_path();
+
 using t_bus_reply_handler = void (*)(ubus_request *request, int type, blob_attr *message);
 
 // What the daemon offers on the bus; filled in by the floor above before wan_detect_ubus_init.

@@ -14,7 +14,7 @@ from pathlib import Path
 ROOT = Path(__file__).resolve().parent.parent
 # A text that programs search for as it is.
 WITHOUT_BREAK = {'"Failed to add event to ubusd"'}
-ROOMS = ("core", "adapters", "model", "probes", "platform")
+ROOMS = ("core", "status", "adapters", "model", "probes", "platform")
 TEXT = r'"(?:[^"\\\n]|\\.)*"'
 # Comments, texts and directives; the latter hold the macros themselves.
 SKIPPED = re.compile(TEXT + r"|'(?:[^'\\\n]|\\.)*'|//[^\n]*|/\*.*?\*/|^[ \t]*#(?:[^\n]*\\\n)*[^\n]*", re.S | re.M)

@@ -13,7 +13,7 @@ root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 cd "$root"
 build=$root/build/coverage
 jobs=$(nproc)
-rooms=(platform model probes core)
+rooms=(platform model probes status core)
 what=${1:-all}
 
 case $what in

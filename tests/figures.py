@@ -19,12 +19,13 @@ import sys
 from pathlib import Path
 
 ROOT = Path(__file__).resolve().parent.parent
-DAEMON = ("core", "adapters", "model", "probes", "platform")
+DAEMON = ("core", "status", "adapters", "model", "probes", "platform")
 ROOMS = DAEMON + ("compat", "lab", "bench", "tests/unit")
 WINDOW = 60
 # Which rooms each room may include, besides itself, as docs/architecture.md draws it.
 BELOW = {
-    "core": {"probes/discovery", "probes/arp", "probes/dns", "probes/lan", "adapters", "model", "platform"},
+    "core": {"probes/discovery", "probes/arp", "probes/dns", "probes/lan", "status", "adapters", "model", "platform"},
+    "status": {"platform"},
     "probes/wire": {"model", "platform"},
     "probes/discovery": {"probes/wire", "model", "platform"},
     "probes/arp": {"probes/wire", "model", "platform"},

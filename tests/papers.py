@@ -17,7 +17,7 @@ from pathlib import Path
 ROOT = Path(__file__).resolve().parent.parent
 CONFIGURATION, BUS, OPERATING, PORTING, MANUAL, README = PAPERS = (
     "docs/configuration.md", "docs/bus.md", "docs/operating.md", "docs/porting.md", "docs/wan_detect.8", "README.md")
-ROOMS = ("core", "adapters", "model", "probes", "platform")
+ROOMS = ("core", "status", "adapters", "model", "probes", "platform")
 SCRIPTS = ("router",)
 SHIPPED = ("packaging",)    # configurations in folders of the name `config`
 LEVELS = {"Critical": "2", "Error": "3", "Warning": "4", "Notice": "5", "Info": "6", "Debug": "7"}
@@ -127,8 +127,11 @@ def codes_of_code(tree):
 
 
 def options_of_code(tree):
-    return {f"-{letter} --{name}" + (" ..." if kind == "required" else "") for name, kind, letter in
-            re.findall(r"""\{"([\w-]+)", (\w+)_argument, nullptr, '(\w)'\}""", tree.text("core/options.cpp"))}
+    """Those with a letter of their own among the short ones, and those without."""
+    code = tree.text("core/options.cpp")
+    short = re.search(r'getopt_long\(argc, argv, "([\w:]+)"', code).group(1)
+    return {(f"-{letter} " if letter in short else "") + f"--{name}" + (" ..." if kind == "required" else "") for name, kind, letter in
+            re.findall(r"""\{"([\w-]+)", (\w+)_argument, nullptr, '(\w)'\}""", code)}
 
 
 def result_files_of_code(tree):
@@ -210,8 +213,8 @@ def codes_of_paper(tree):
 
 
 def options_of_paper(tree):
-    return {f"-{letter} --{name}" + (" ..." if argument else "") for letter, name, argument in
-            re.findall(r"^\.It Fl (\w) , Fl -([\w-]+)( Ar \w+)?$", tree.text(MANUAL), re.M)}
+    return {(f"-{letter} " if letter else "") + f"--{name}" + (" ..." if argument else "") for letter, name, argument in
+            re.findall(r"^\.It Fl (?:(\w) , Fl )?-([\w-]+)( Ar \w+)?$", tree.text(MANUAL), re.M)}
 
 
 def result_files_of_paper(tree):
@@ -283,6 +286,7 @@ MISTAKES = (    # where, what stands there, what is written instead, and what is
     (BUS, "| -97 |", "| -197 |", ["lacks the code ERR_ALREADY_PRESENT = -97", "tells of the code ERR_ALREADY_PRESENT = -197"]),
     (BUS, "| `/tmp/wan_detect_result`", "| `/tmp/wan_result`", ["lacks the result file /tmp/wan_detect_result",
                                                                "names /tmp/wan_result"]),
+    (MANUAL, ".It Fl -watch", ".It Fl -follow", ["lacks the option --watch", "tells of the option --follow"]),
     (MANUAL, ".It Fl d , Fl -debug", ".It Fl D , Fl -debug", ["lacks the option -d --debug", "tells of the option -D --debug"]),
     (PORTING, "wan_detect -d 7", "wan_detect -x 7", ["names -x"]),
     (OPERATING, "Wan Detection over!", "Wan detection over!", ['names "Wan detection over!"']),

@@ -45,7 +45,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     optind = 0; // from the start again, with everything forgotten
     t_options options;
     const int found = parse_options(static_cast<int>(words.size()), arguments.data(), &options);
-    REQUIRE(found == OPTIONS_STOP || found == OPTIONS_VERSION || found == OPTIONS_LEVEL || found == OPTIONS_NONE);
+    REQUIRE(found == OPTIONS_STOP || found == OPTIONS_VERSION || found == OPTIONS_STATUS || found == OPTIONS_LEVEL ||
+            found == OPTIONS_NONE);
+    REQUIRE(found != OPTIONS_STATUS || (options.status.wanted && !options.has_level && !options.foreground));
     REQUIRE(options.log_level >= 1 && options.log_level <= LOG_LEVEL_Debug);
     REQUIRE(options.has_level || options.log_level == LOG_LEVEL_Critical);
     return 0;

@@ -135,6 +135,37 @@ TEST_F(options, the_foreground_changes_no_result)
     EXPECT_EQ(parse({"-f", "-x"}), 0);
 }
 
+// holds: status-option
+TEST_F(options, the_status_is_asked_for_by_long_options_alone)
+{
+    EXPECT_EQ(parse({"--status"}), OPTIONS_STATUS);
+    EXPECT_TRUE(found.status.wanted && !found.status.watch && !found.status.json);
+    EXPECT_EQ(parse({"--watch", "--status"}), OPTIONS_STATUS);
+    EXPECT_TRUE(found.status.wanted && found.status.watch && !found.status.json);
+    EXPECT_EQ(parse({"--status", "--json", "--watch"}), OPTIONS_STATUS);
+    EXPECT_TRUE(found.status.wanted && found.status.watch && found.status.json);
+    EXPECT_TRUE(fake_router.commands.empty());
+    for (const char *letter : {"-s", "-w", "-j"})
+        EXPECT_EQ(parse({letter}), OPTIONS_STOP);
+}
+
+// holds: status-option, wrong-options
+TEST_F(options, the_status_goes_with_no_option_of_the_daemon_and_its_own_go_with_nothing_else)
+{
+    const std::vector<std::vector<std::string>> WRONG = {{"--watch"},       {"--json"},         {"--watch", "--json"},
+                                                         {"-f", "--watch"}, {"--status", "-f"}, {"--status", "-x"}};
+    for (const auto &words : WRONG) {
+        SetUp();
+        EXPECT_EQ(parse(words), OPTIONS_STOP) << words.front();
+        EXPECT_EQ(fake_router.commands, (std::vector<std::string>{TRY})) << words.front();
+    }
+    EXPECT_EQ(parse({"-d", "5", "--status"}), OPTIONS_STOP);
+    EXPECT_EQ(fake_router.commands.back(), TRY);
+    SetUp();
+    EXPECT_EQ(parse({"--status", "-h"}), OPTIONS_STOP);
+    EXPECT_EQ(fake_router.commands, (std::vector<std::string>{USAGE}));
+}
+
 TEST_F(options, text_from_outside_cannot_leave_its_quotes)
 {
     parse({"-d", "8'; touch /tmp/broken; echo '"});

@@ -1,0 +1,12 @@
+// SPDX-License-Identifier: MIT
+// What a person reads of the daemon's replies.
+#pragma once
+
+#include <cstdio>
+
+#include "status/page.h"
+
+struct blob_attr;
+
+// The answers of "status" and "history", either of which may be null.
+void draw_picture(FILE *out, blob_attr *status, blob_attr *history, t_look look);
