@@ -13,6 +13,7 @@ from lab.mounts import STATE
 SOCKET = "/var/run/ubus.sock"
 READY_REAL_S = 5.0
 POLL_REAL_S = 0.01
+STATE_REAL_S = 1
 
 
 def listens(path):
@@ -80,6 +81,12 @@ class Bus:
         if done.returncode != 0:
             return {"status": done.stderr.strip() or f"exit status {done.returncode}"}
         return json.loads(done.stdout) if done.stdout.strip() else {}
+
+    def state(self):
+        """What the daemon tells of itself; empty while it is not there, or busy."""
+        done = subprocess.run(["ubus", "-s", SOCKET, "-t", str(STATE_REAL_S), "-S", "call", "wan_detect.state", "status"],
+                              capture_output=True, text=True, check=False)
+        return json.loads(done.stdout) if done.returncode == 0 and done.stdout.strip() else {}
 
     def send(self, event, /, **message):
         subprocess.run(["ubus", "-s", SOCKET, "send", event, json.dumps(message)], check=True)

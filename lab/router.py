@@ -12,6 +12,7 @@ from lab.clock import Clock
 from lab.combo import ComboPort
 from lab.daemon import Daemon
 from lab.health import Health
+from lab.screen import Socket
 from lab.sniffer import Sniffer
 from lab.timeline import Timeline
 from lab.waits import Waits
@@ -30,11 +31,12 @@ class Port:
     line: network.Line = None
     chip: ComboPort = None
 
-    def linked(self):
-        return network.carrier(self.name)
-
-    def shown_label(self):
-        return f"{self.label} ({self.chip.joined})" if self.chip else self.label
+    def socket(self, wan, told):
+        """How the front panel shows it: as the daemon tells, or as the lab knows while nobody tells."""
+        side = told.get("side", self.chip.joined if self.chip else "")
+        label = told.get("label", self.label)
+        return Socket(self.name, f"{label} ({side})" if side else label, self.name == wan,
+                      told.get("link", network.carrier(self.name)), self.plugged(), self.shown_behind())
 
     def used_line(self):
         """The cable that the port uses now, and what is behind it."""
@@ -139,7 +141,10 @@ class Router:
         self.say(f"the cable of {name} is pulled out")
 
     def show_panel(self):
-        self.screen.panel(self.ports, config.wan_port_name())
+        state = self.bus.state() if self.daemon.running() else {}
+        told = {port["name"]: port for port in state.get("ports", [])}
+        wan = state["wan"] if "wan" in state else config.wan_port_name()
+        self.screen.panel([port.socket(wan, told.get(port.name, {})) for port in self.ports])
 
     # --- what can be seen ---------------------------------------------------------------------------------------------
 

@@ -4,13 +4,25 @@ import os
 import sys
 import textwrap
 import threading
+from dataclasses import dataclass
 
 COLORS = {"begin": "1;36", "end": "36", "answer": "32", "verdict": "1;32", "swap": "1;33", "link": "35", "lab": "34",
           "log": "2", "wait": "2", "title": "1", "ok": "32", "failed": "1;31", "up": "32", "down": "2", "wan": "1;33"}
-WIDE_CELL, NARROW_CELL = 15, 13
-WIDE_PORTS = 5
+CELL = 14
+MOST_IN_A_ROW = 5
 TEXT_WIDTH = 96
 EXIT_BROKEN_PIPE = 141
+
+
+@dataclass
+class Socket:
+    """A port on the front panel."""
+    name: str
+    label: str
+    is_wan: bool
+    has_link: bool
+    plugged: bool    # a cable
+    behind: str      # what it leads to
 
 
 class Screen:
@@ -50,22 +62,26 @@ class Screen:
             where = f"{line.level:<8} {line.function}: " if line.function else ""
             self.write(self.paint(f"{line.at:7.1f} s  | {where}{line.body}", "log"))
 
-    def panel(self, ports, wan):
-        """Draws the front panel: one socket per port, and the cables with what they lead to."""
-        cell = WIDE_CELL if len(ports) <= WIDE_PORTS else NARROW_CELL
+    def panel(self, sockets):
+        """Draws the front panel, in rows as `wan_detect --status` does, and the cables with what they lead to."""
         self.write()
-        self.write("  ┌" + "┬".join("─" * cell for _ in ports) + "┐")
-        self.row(cell, [(port.name, "title") for port in ports])
-        self.row(cell, [(port.shown_label(), "down") for port in ports])
-        self.row(cell, [("WAN", "wan") if port.name == wan else ("LAN", None) for port in ports])
-        self.row(cell, [("● link", "up") if port.linked() else ("○ no link", "down") for port in ports])
-        self.write("  └" + "┴".join(("┬" if port.plugged() else "─").center(cell, "─") for port in ports) + "┘")
-        self.row(cell, [("│" if port.plugged() else "", None) for port in ports], edge=" ")
-        self.row(cell, [(port.shown_behind(), None) for port in ports], edge=" ")
+        rows = -(-len(sockets) // MOST_IN_A_ROW)
+        for row in range(rows):
+            self.row_of_sockets(sockets[len(sockets) * row // rows:len(sockets) * (row + 1) // rows])
         self.write()
 
-    def row(self, cell, texts, edge="│"):
-        painted = edge.join(self.paint(text.center(cell), kind) for text, kind in texts)
+    def row_of_sockets(self, sockets):
+        self.write("  ┌" + "┬".join("─" * CELL for _ in sockets) + "┐")
+        self.row([(socket.name, "title") for socket in sockets])
+        self.row([(socket.label, "down") for socket in sockets])
+        self.row([("WAN", "wan") if socket.is_wan else ("LAN", None) for socket in sockets])
+        self.row([("● link", "up") if socket.has_link else ("○ no link", "down") for socket in sockets])
+        self.write("  └" + "┴".join(("┬" if socket.plugged else "─").center(CELL, "─") for socket in sockets) + "┘")
+        self.row([("│" if socket.plugged else "", None) for socket in sockets], edge=" ")
+        self.row([(socket.behind, None) for socket in sockets], edge=" ")
+
+    def row(self, texts, edge="│"):
+        painted = edge.join(self.paint(text.center(CELL), kind) for text, kind in texts)
         self.write(f"  {edge}{painted}{edge}".rstrip())
 
     def check(self, what, passed, detail):
