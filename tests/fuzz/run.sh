@@ -95,6 +95,7 @@ decoders_of() {
     options) echo core/options.cpp ;;
     bus_methods) echo adapters/{bus_object,state_object,state_report,state_reasons}.cpp model/banned.cpp ;;
     bus_replies) echo adapters/network_status.cpp ;;
+    status_picture) echo status/{picture,panel,page,form,fields,words,json_text}.cpp ;;
     bus_session) echo platform/{bus,bus_call}.cpp adapters/bus_object.cpp ;;
     engine_events) echo core/{engine,candidates,cycle_start,cycle_end,proto_stage,proto_verdict,confirm_stages}.cpp \
         core/{link_change,link_scan,combo_switch}.cpp adapters/wan_switch.cpp ;;

@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: MIT
 """Attributes, messages and streams of the bus."""
+import json
 import struct
 
 from seeds.store import GOLDEN, LARGEST_SEED, block, save
@@ -160,6 +161,18 @@ def network_answers():
     save("network_status", "online_test_tried_again", b"\2" + of_manager(0, connected) + ended(-1) + ended(0))
     save("network_status", "online_test_killed", b"\2" + of_manager(0, connected) + ended(9) + ended(2 << 8))
     save("network_status", "no_shell", b"\6" + of_manager(0, connected))
+
+
+def status_pictures():
+    for kept in sorted(GOLDEN.glob("status/*.json")):
+        replies = json.loads(kept.read_text(encoding="utf-8"))
+        status, history = (json.dumps(replies[method], separators=(",", ":")).encode() for method in ("status", "history"))
+        save("status_picture", kept.stem, b"\x81" + block(status) + history)
+    port = field(TABLE, "", text_field("name", "eth0") + bool_field("link", 1) + number_field("banned", -1))
+    hints = field(ARRAY, "hints", attribute(STRING, padded(struct.pack(">H", 0) + b"\0") + b"pool\0", extended=True))
+    save("status_picture", "binary", b"\0" + block(text_field("wan", "eth0") + field(ARRAY, "ports", port) + hints))
+    save("status_picture", "no_lists", b"\x80" + block(b'{"ports":{"a":1},"hints":"vlan","cycle":[]}') + b'{"cycles":7}')
+    save("status_picture", "deep", b"\x80" + block(b'{"a":' * 12 + b"1" + b"}" * 12))
 
 
 def blobs():
@@ -530,6 +543,7 @@ def make():
     bus_messages()
     blobs()
     network_answers()
+    status_pictures()
     client_streams()
     daemon_sessions()
     daemon_streams()
