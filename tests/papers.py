@@ -5,9 +5,9 @@
     tests/papers.py                status 1 when they differ
     tests/papers.py --self-test    does this check notice what is missing, and what is invented?
 
-It looks at the keys of the configuration, methods and arguments of the bus, what its state object tells, result codes, options and result files; and that every
-key, path and log line that any paper names is there, and every key of a configuration that is shipped. A log line is a code span in
-double quotes: `"Wan Detection over!"`, in a table followed by its level. mandoc must have nothing to say about the manual page.
+It looks at the keys of the configuration, methods and arguments of the bus, what its state object tells, result codes, options and
+result files; and that every key, path and log line that any paper names is there, and every key of a configuration that is shipped.
+A log line is a code span in double quotes: `"Wan Detection over!"`, in a table followed by its level. mandoc must have nothing to say about the manual page.
 """
 import re
 import subprocess
@@ -100,7 +100,8 @@ def exports_of_code(tree):
     methods = re.findall(r'method<\w+>\("(\w+)", (\w+)\)', acts) + [(names["BAN_EVENT"], "BAN_POLICY")]
     methods += re.findall(r'\{\.name = "(\w+)".*?\.policy = (\w+)', tells, re.S)
     return {f"object {names['OBJECT_NAME']}", f"object {names['STATE_OBJECT_NAME']}"} | {method for method, _ in methods} | {
-        f"{method} {argument}: {TYPES.get(kind, kind)}" for method, policy in methods for argument, kind in policies.get(policy, [])}
+        f"{method} {argument}: {TYPES.get(kind, kind)}" for method, policy in methods
+        for argument, kind in policies.get(policy, [])}
 
 
 def state_of_code(tree):

@@ -43,7 +43,7 @@ def test_the_access_lists_name_methods_of_the_daemon():
 
 
 def test_who_may_only_read_changes_nothing_and_sees_no_secret():
-    """Each method of the first object does something, those of the second one only tell; passwords are in `network` and `protocol`."""
+    """Each method of `wan_detect` does something, those of `wan_detect.state` tell; passwords are in `network` and `protocol`."""
     web = json.loads((PACKAGE / "files" / "wan_detect.web.json").read_text(encoding="ascii"))["wan_detect"]
     told = sorted(offered_methods()["wan_detect.state"])
     assert web["read"] == {"ubus": {"wan_detect.state": told}, "uci": ["switch", "sysmode"]}
