@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: MIT
-// Calls of the methods of both of the daemon's objects, and the ban event, with any arguments. The input is a row of
-// calls: a byte that chooses the handler and the form (from 0x80 on, JSON), and a block with the arguments.
+// Calls of the methods of both of the daemon's objects, and the ban event, with any arguments, and anything that the
+// daemon may have lived through before. The input is a row of calls: a byte that chooses the handler and the form (from
+// 0x80 on, JSON), and a block with the arguments; or, with 0x10, with a part of the daemon's life.
 #include <algorithm>
+#include <cstring>
+#include <iterator>
 #include <string>
 
 #include <libubus.h>
@@ -12,6 +15,7 @@ extern "C" {
 
 #include "adapters/bus_object.h"
 #include "adapters/engine_handlers.h"
+#include "model/chronicle.h"
 #include "model/lists.h"
 #include "platform/log.h"
 #include "tests/fuzz/support/bus_message.h"
@@ -23,11 +27,13 @@ namespace {
 constexpr int MOST_CALLS = 16;
 constexpr uint8_t JSON_FORM = 0x80;
 constexpr uint8_t STATE_OBJECT = 0x08;
+constexpr uint8_t LIFE = 0x10;
 constexpr uint8_t HANDLER_MASK = 0x07;
 constexpr int LONGEST_DELAY_MS = 60'000;
 
 int replies;
 bool state_is_told; // by the call that is made
+t_progress progress;
 
 void check_delay(int delay_ms)
 {
@@ -53,6 +59,8 @@ int store_link(t_device *dev, bool up)
 void build_router()
 {
     port_model = {};
+    progress = {};
+    begin_chronicle();
     for (const char *name : {"eth0", "eth1", "eth2"})
         add_port_to(port_model, name);
     for (const char *name : {"dhcp", "pppoe"})
@@ -106,6 +114,87 @@ void call_state_object(const t_bus_exports &offer, int handler, blob_attr *argum
     REQUIRE(replies == (status == 0));
 }
 
+// One of the values up to the last one.
+template <class t_value> t_value choose(t_input &life, t_value last)
+{
+    return static_cast<t_value>(life.byte() % (static_cast<int>(last) + 1));
+}
+
+void learn(t_input &life, t_device *dev)
+{
+    constexpr const char *PROTOCOLS[] = {nullptr, "dhcp", "pppoe", "arp"};
+    dev->result.server_mac[0] = life.byte();
+    dev->result.gateway.ipv4_be = life.word();
+    note_answer(dev, PROTOCOLS[life.byte() % std::size(PROTOCOLS)]);
+}
+
+void live_through_cycle(t_input &life, uint8_t what, t_device *dev)
+{
+    switch (what) {
+    case 0:
+        note_opener(choose(life, t_opener::look_again));
+        return note_cycle_over_all();
+    case 1:
+        return note_cycle_begins();
+    case 2:
+        return note_fate(dev, choose(life, t_fate::won));
+    case 3:
+        return note_decision(choose(life, t_decision::nobody));
+    case 4:
+        return note_swap(static_cast<int8_t>(life.byte()));
+    case 5:
+        return note_confirmation(life.byte() & 1);
+    default:
+        return note_cycle_ends(life.byte() & 1 ? dev : nullptr);
+    }
+}
+
+void change_router(t_input &life, uint8_t what, t_device *dev)
+{
+    constexpr const char *NEXT[] = {nullptr, "look", "cycle", "pass"};
+    switch (what) {
+    case 0:
+        dev->link_active = !dev->link_active;
+        break;
+    case 1:
+        keep_device(life.byte() & 1 ? &port_model.wan_port_pool : &port_model.gaming, create_new_device(dev->name));
+        break;
+    case 2:
+        port_model.wan_dev = dev;
+        port_model.role_is_away = life.byte() & 1;
+        memset(port_model.wan_role, life.byte(), sizeof port_model.wan_role - 1);
+        break;
+    case 3:
+        chronicle.hints = life.byte();
+        port_model.enable = port_model.router_mode = life.byte() & 1;
+        break;
+    default:
+        progress = {"looking", NEXT[life.byte() % std::size(NEXT)], life.word(), life.byte(), 21, life.byte() > 0x7f};
+    }
+}
+
+// What the daemon may have lived through: of each step the upper half of a byte tells the port, the lower one what.
+void live_through(t_input life)
+{
+    constexpr uint8_t CYCLE = 7, WIRE = 10;
+    while (!life.empty()) {
+        const uint8_t step = life.byte(), what = step & 0x0f;
+        t_device *dev = port_model.dev_hashmap_head;
+        for (int place = step >> 4; place > 0 && dev->hh.next; place--)
+            dev = static_cast<t_device *>(dev->hh.next);
+        if (what < CYCLE)
+            live_through_cycle(life, what, dev);
+        else if (what >= WIRE)
+            change_router(life, static_cast<uint8_t>(what - WIRE), dev);
+        else if (what == CYCLE)
+            note_question(dev);
+        else if (what == CYCLE + 1)
+            learn(life, dev);
+        else
+            note_lan_host(dev);
+    }
+}
+
 void check_text(blob_attr *message)
 {
     char *json = blobmsg_format_json(message, true);
@@ -138,6 +227,7 @@ void prepare()
     log_set_level(LOG_LEVEL_Debug);
     static t_bound_gate gate;
     engine_handlers = {check_delay, check_request, store_link, nullptr};
+    engine_handlers.tell_progress = [](t_progress *told) { *told = progress; };
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
@@ -147,7 +237,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     const t_bus_exports *offer = wan_detect_bus_exports();
     for (int calls = 0; !input.empty() && calls < MOST_CALLS; calls++) {
         const uint8_t choice = input.byte();
-        t_fuzz_message message(input.block(), choice >= JSON_FORM);
+        const t_octets block = input.block();
+        if (choice & LIFE) {
+            live_through({block.data(), block.size()});
+            continue;
+        }
+        t_fuzz_message message(block, choice >= JSON_FORM);
         if (choice & STATE_OBJECT)
             call_state_object(*offer, choice & HANDLER_MASK, message.attribute());
         else

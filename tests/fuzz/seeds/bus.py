@@ -34,11 +34,21 @@ def bool_field(name, value):
 
 METHODS = ("log", "proto_detect", "set", "hotplug", "wan_detect", "ban_event")
 STATE_METHODS = ("status", "history", "explain")
-STATE_OBJECT = 0x08
+STATE_OBJECT, LIFE = 0x08, 0x10
 
 
 def handler_of(method):
     return METHODS.index(method) if method in METHODS else STATE_OBJECT | STATE_METHODS.index(method)
+
+
+# What may have happened before: each step is one for a port, with its details behind it.
+CYCLE_STEPS = ("opener", "begins", "fate", "decision", "swap", "confirmation", "ends")
+STEPS = (*CYCLE_STEPS, "question", "answer", "lan_host", "link", "tables", "role", "settings", "progress")
+
+
+def life(*steps):
+    content = b"".join(bytes([port << 4 | STEPS.index(step), *details]) for port, step, *details in steps)
+    return bytes([LIFE]) + block(content)
 
 
 def calls(*steps):
@@ -125,6 +135,27 @@ def bus_messages():
             ("explain", text_field("device", "eth1")[:-2]),
             ("explain", b"\xff\xc3\n\""),
         ),
+    )
+    told = calls(("status", "{}"), ("history", "{}"), *(("explain", text_field("device", f"eth{i}")) for i in range(3)))
+    links = [(port, step, *details) for port in range(3) for step, *details in (("link",), ("tables", 1))]
+    asked = [(1, "fate", 9), (1, "question"), (1, "answer", 2, 192, 0, 1), (2, "fate", 9), (2, "question")]
+    won = [(1, "fate", 15), (2, "fate", 10), (0, "fate", 7), (0, "lan_host"), (0, "decision", 2)]
+    save(
+        "bus_methods",
+        "state_of_a_swap",
+        life((0, "settings", 16, 1), *links, (0, "opener", 0), (0, "begins"), *asked, *won, (0, "swap", 0), (1, "ends", 1))
+        + life((1, "role", 0, 0), (0, "progress", 2, 0x40, 0, 30, 0))
+        + told
+        + life((0, "opener", 4), (0, "begins"), (1, "fate", 1), (0, "confirmation", 1), (0, "decision", 1), (1, "ends", 1))
+        + told,
+    )
+    save(
+        "bus_methods",
+        "state_of_a_failed_swap",
+        life((0, "settings", 31, 1), *links, (0, "begins"), *asked, *won, (0, "swap", 255), (0, "role", 0, 0), (1, "ends", 1))
+        + told
+        + life((0, "role", 1, 120), (0, "begins"), (1, "fate", 8), (0, "progress", 1, 9, 9, 30, 0))
+        + told,
     )
     save(
         "bus_replies",
