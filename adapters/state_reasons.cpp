@@ -54,15 +54,14 @@ static void tell_reservation(t_bus_reply &reply, const t_device &dev)
         reply.line("%s may not be WAN: it is reserved for a link aggregation (switch.lan_agg.lacpports).", dev.name);
 }
 
+constexpr const char *LOOKS_LIKE_A_HOST = "A modem that has an address of the LAN's network looks like one.";
+
 static void tell_lan_hosts(t_bus_reply &reply, const t_device &dev)
 {
     const uint16_t hosts = dev.notes.lan_hosts;
-    if (hosts && dev.notes.lan_seen_s)
-        reply.line("%s is not asked: %u host%s of the LAN %s behind it (last seen %u s ago).", dev.name, hosts,
-                   plural(hosts), hosts == 1 ? "is" : "are", seconds_since(dev.notes.lan_seen_s));
-    else
-        reply.line("%s is not asked: hosts of the LAN are behind it.", dev.name);
-    reply.element("A modem that has an address of the LAN's network looks like one.");
+    reply.line("%s is not asked: %u host%s of the LAN %s behind it (last seen %u s ago).", dev.name, hosts,
+               plural(hosts), hosts == 1 ? "is" : "are", seconds_since(dev.notes.lan_seen_s));
+    reply.element(LOOKS_LIKE_A_HOST);
 }
 
 static void tell_obstacle(t_bus_reply &reply, const t_device &dev, t_fate obstacle)
@@ -89,14 +88,13 @@ constexpr char SENTENCES[] = "\0"
                              "was not in the pool. It is now\0"
                              "was reserved. It is free now\0"
                              "was banned. It is free now\0"
-                             "\0"
-                             "was not asked, for its link came too late, or was there before the loss that opened it. "
-                             "The next look at all ports takes it along\0"
+                             "was not asked, for hosts of the LAN were behind it\0"
+                             "was not asked, for its link came too late, or was there before the loss that opened it\0"
                              "is asked, and has not answered so far\0"
                              "was asked and stayed silent\0"
                              "was asked and stayed silent, while another port answered\0"
-                             "was not chosen, for the gateway does not answer behind it\0"
-                             "was not chosen, for no name was resolved through it, but through another port\0"
+                             "was not chosen, for the gateway did not answer behind it\0"
+                             "was not chosen, for the name server behind another port answered first\0"
                              "was not chosen, for another port was as good, and comes first in "
                              "network.auto_wan_detect.wan_port_priority\0"
                              "\0";
@@ -107,7 +105,7 @@ constexpr char REASONS[] = "its turn has not come\0"
                            "the WAN port works\0"
                            "it was the only port that answered\0"
                            "the gateway answered behind it alone\0"
-                           "a name was resolved through it\0"
+                           "the name server behind it answered first\0"
                            "of several that were as good it comes first in the order of the ports\0"
                            "another cycle was asked for\0"
                            "detection was switched off\0"
@@ -130,28 +128,30 @@ static void tell_in_cycle(t_bus_reply &reply, const t_device &dev, const t_cycle
                seconds_since(static_cast<uint32_t>(cycle.begun.sec)), dev.name, what, why);
 }
 
-static void tell_fate(t_bus_reply &reply, const t_device &dev, const t_cycle_note &cycle)
+static void tell_fate(t_bus_reply &reply, const t_device &dev, const t_cycle_note &cycle, bool is_looked_again)
 {
     const t_fate fate = fate_in(&cycle, dev);
-    if (fate == t_fate::lan_hosts)
-        tell_lan_hosts(reply, dev);
-    else if (fate == t_fate::asked && cycle.took_ms)
+    const bool is_newest = &cycle == newest_cycle();
+    if (fate == t_fate::lan_hosts && is_newest && dev.notes.lan_hosts)
+        return tell_lan_hosts(reply, dev);
+    if (fate == t_fate::asked && (cycle.took_ms || !is_newest))
         tell_in_cycle(reply, dev, cycle, "was asked, and the end came before an answer");
     else if (const char *sentence = text_at(SENTENCES, static_cast<int>(fate)); *sentence)
         tell_in_cycle(reply, dev, cycle, sentence);
+    if (fate == t_fate::lan_hosts)
+        reply.element(LOOKS_LIKE_A_HOST);
+    else if (fate == t_fate::not_listed_yet && is_newest && is_looked_again)
+        reply.element("The next look at all ports takes it along.");
 }
 
 // Who was not looked at lately wants to know what became of him before.
-static void tell_last_fate(t_bus_reply &reply, const t_device &dev)
+static void tell_last_fate(t_bus_reply &reply, const t_device &dev, bool is_looked_again)
 {
-    const t_cycle_note *cycle = newest_cycle();
-    if (fate_in(cycle, dev) == t_fate::not_looked_at)
-        tell_in_cycle(reply, dev, *cycle, "was not looked at, for ", why_nobody_looked(cycle->decision));
-    int age = 0;
-    while (cycle && fate_in(cycle, dev) == t_fate::not_looked_at)
-        cycle = remembered_cycle(++age);
+    const t_cycle_note *newest = newest_cycle(), *cycle = last_look_at(dev);
+    if (cycle != newest)
+        tell_in_cycle(reply, dev, *newest, "was not looked at, for ", why_nobody_looked(newest->decision));
     if (cycle)
-        tell_fate(reply, dev, *cycle);
+        tell_fate(reply, dev, *cycle, is_looked_again);
 }
 
 // --- what it says, and how it came to be the WAN port
@@ -169,16 +169,27 @@ static void tell_answer(t_bus_reply &reply, const t_device &dev)
     const t_port_notes &notes = dev.notes;
     if (!notes.answer)
         return;
-    reply.line("Its last answer: %s from %s, %u s ago.", notes.answer, t_mac_text(notes.learned.server_mac).text,
+    const t_mac_text mac(notes.learned.server_mac);
+    reply.line("Its last answer: %s%s%s, %u s ago.", notes.answer, *mac.text ? " from " : "", mac.text,
                seconds_since(notes.answered_s));
+}
+
+static bool is_tested_next(const t_cycle_note &cycle)
+{
+    return &cycle == newest_cycle() && port_model.enable && !port_model.role_is_away;
 }
 
 static void tell_swap(t_bus_reply &reply, const t_cycle_note &cycle)
 {
-    if (cycle.swap == t_swap::failed)
-        reply.line("The swap command ended with status %d, and the WAN role is not there.", cycle.swap_status);
+    const bool is_there = cycle.swap == t_swap::done;
+    if (cycle.swap_status < 0)
+        reply.element("The swap command did not end by itself.");
+    else if (!is_there)
+        reply.line("The swap command ended with status %d.", cycle.swap_status);
+    if (!is_there)
+        reply.element("The WAN role is not there.");
     else if (cycle.confirmation == t_confirmation::unknown)
-        reply.element("The WAN role was moved to it; the next cycle tests that.");
+        reply.line("The WAN role was moved to it%s.", is_tested_next(cycle) ? "; the next cycle tests that" : "");
     else
         reply.line("The WAN role was moved to it, and the next cycle %s.",
                    cycle.confirmation == t_confirmation::agreed ? "agreed" : "did not agree");
@@ -208,6 +219,8 @@ static void tell_of_engine(t_bus_reply &reply, const t_progress &progress)
         reply.element("Detection is off: nobody is asked.");
     else if (!port_model.router_mode)
         reply.element("The router is not in router mode: nobody is asked.");
+    else if (port_model.role_is_away)
+        reply.line("The WAN role is at %s, none of the daemon's ports.", port_model.wan_role);
 }
 
 static void tell_next(t_bus_reply &reply, const t_progress &progress)
@@ -230,14 +243,14 @@ void report_reasons(t_bus_reply &reply, const t_device &dev)
     reply.text("device", dev.name);
     t_bus_array text(reply, "text");
     tell_of_engine(reply, progress);
-    if (port_model.wan_dev == &dev)
+    if (wan_port() == &dev)
         reply.line("%s is the WAN port.", dev.name);
     if (!is_free)
         tell_obstacle(reply, dev, obstacle);
     if (!cycle)
         reply.element("No cycle has begun so far.");
     else if (is_free || (has_link && (fate == t_fate::works || fate == t_fate::not_connected)))
-        tell_last_fate(reply, dev);
+        tell_last_fate(reply, dev, progress.retry_pause_s > 0);
     if (is_free && fate == t_fate::silent && chronicle.hints & HINT_VLAN)
         reply.element("It is asked untagged, and the WAN interface is configured on a VLAN.");
     tell_win(reply, dev);

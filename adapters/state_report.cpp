@@ -23,7 +23,8 @@ static const t_device *next_port(const t_device *dev)
 
 t_mac_text::t_mac_text(const uint8_t (&mac)[MAC_SIZE]) : text{}
 {
-    snprintf(text, sizeof text, "%02X-%02X-%02X-%02X-%02X-%02X", MAC_ARGS(mac));
+    if (!std::equal(NO_MAC, NO_MAC + MAC_SIZE, mac))
+        snprintf(text, sizeof text, "%02X-%02X-%02X-%02X-%02X-%02X", MAC_ARGS(mac));
 }
 
 t_progress engine_progress()
@@ -42,10 +43,24 @@ const t_device *port_at(int place)
     return dev;
 }
 
+const t_device *wan_port()
+{
+    return port_model.role_is_away ? nullptr : static_cast<const t_device *>(port_model.wan_dev);
+}
+
 t_fate fate_in(const t_cycle_note *cycle, const t_device &dev)
 {
     const int8_t place = port_place(&dev);
     return cycle && place != NO_PORT ? cycle->fates[place] : t_fate::not_looked_at;
+}
+
+const t_cycle_note *last_look_at(const t_device &dev)
+{
+    const t_cycle_note *cycle;
+    for (int age = 0; (cycle = remembered_cycle(age)); age++)
+        if (fate_in(cycle, dev) != t_fate::not_looked_at)
+            break;
+    return cycle;
 }
 
 static bool is_in_table(t_device *table, const t_device &dev)
@@ -99,8 +114,7 @@ static void report_answer(t_bus_reply &reply, const t_port_notes &notes)
         return;
     t_bus_table table(reply, "answer");
     reply.text("protocol", notes.answer);
-    if (!std::equal(NO_MAC, NO_MAC + MAC_SIZE, notes.learned.server_mac))
-        reply.text("mac", t_mac_text(notes.learned.server_mac).text);
+    reply.text("mac", t_mac_text(notes.learned.server_mac).text);
     report_address(reply, "address", notes.learned.address);
     report_address(reply, "gateway", notes.learned.gateway);
     report_address(reply, "dns", notes.learned.dns_server);
@@ -123,18 +137,28 @@ static void report_place(t_bus_reply &reply, const t_device &dev)
         reply.number("banned", seconds);
 }
 
+// An earlier cycle's WAN port is none any more once another port has the role.
+static const char *why_it_is_so(const t_device &dev)
+{
+    const t_cycle_note *cycle = last_look_at(dev);
+    const t_fate fate = fate_in(cycle, dev);
+    const bool was_wan = fate == t_fate::works || fate == t_fate::won;
+    return was_wan && cycle != newest_cycle() && wan_port() != &dev ? nullptr : fate_word(fate);
+}
+
 static void report_port(t_bus_reply &reply, const t_device &dev)
 {
     t_bus_table table(reply);
     report_place(reply, dev);
     const t_port_notes &notes = dev.notes;
-    reply.number("lan_hosts", notes.lan_hosts);
-    if (notes.lan_seen_s)
+    if (dev.link_active)
+        reply.number("lan_hosts", notes.lan_hosts);
+    if (dev.link_active && notes.lan_seen_s)
         reply.number("lan_seen", seconds_since(notes.lan_seen_s));
     if (notes.was_asked)
         reply.number("last_asked", seconds_since(notes.asked_s));
     reply.number("asked_last_hour", questions_last_hour(&dev));
-    reply.text("why", fate_word(fate_in(newest_cycle(), dev)));
+    reply.text("why", why_it_is_so(dev));
     report_answer(reply, notes);
 }
 
@@ -183,7 +207,7 @@ void report_status(t_bus_reply &reply)
     reply.flag("enabled", port_model.enable);
     reply.flag("router_mode", port_model.router_mode);
     report_engine(reply, progress);
-    if (const t_device *wan = port_model.wan_dev)
+    if (const t_device *wan = wan_port())
         reply.text("wan", wan->name);
     if (port_model.wan_proto)
         reply.text("connection", port_model.wan_proto->name);

@@ -47,7 +47,7 @@ void state_object_answers::fill_to_the_brim()
         add_port("eth" + std::to_string(i) + std::string(NAME_SIZE, 'x'), 9);
     for (t_device *dev = port_model.dev_hashmap_head; dev; dev = static_cast<t_device *>(dev->hh.next)) {
         copy_name(dev->label, std::string(NAME_SIZE, 'l').c_str());
-        dev->is_combo = dev->priority = 1;
+        dev->is_combo = dev->priority = dev->link_active = 1;
         dev->notes.lan_hosts = UINT16_MAX;
         dev->notes.lan_seen_s = 1;
         note_question(dev);
@@ -102,8 +102,28 @@ TEST_F(state_object_answers, status_tells_where_the_engine_is)
 // holds: state-status
 TEST_F(state_object_answers, a_port_of_which_nothing_is_known_has_the_fields_that_always_have_a_value)
 {
-    EXPECT_EQ(second_port(), R"({"name":"eth1","link":false,"link_changes":0,"pool":false,"lan_hosts":0,)"
-                             R"("asked_last_hour":0}],)");
+    EXPECT_EQ(second_port(), R"({"name":"eth1","link":false,"link_changes":0,"pool":false,"asked_last_hour":0}],)");
+    eth1->link_active = 1;
+    expect_has(second_port(), R"("link":true,"link_changes":0,"pool":false,"lan_hosts":0,"asked_last_hour":0}],)");
+}
+
+// holds: state-status
+TEST_F(state_object_answers, a_port_without_a_link_tells_of_no_lan_hosts)
+{
+    eth1->notes.lan_hosts = 2;
+    eth1->notes.lan_seen_s = NOW_S - 4;
+    expect_lacks(second_port(), "lan_");
+    eth1->link_active = 1;
+    expect_has(second_port(), R"("lan_hosts":2,"lan_seen":4,)");
+}
+
+// holds: state-status
+TEST_F(state_object_answers, status_names_no_wan_port_while_the_role_is_at_a_foreign_one)
+{
+    port_model.wan_dev = eth1;
+    expect_has(status(), R"("wan":"eth1")");
+    port_model.role_is_away = 1;
+    expect_lacks(status(), R"("wan":)");
 }
 
 // holds: state-status
@@ -126,7 +146,7 @@ TEST_F(state_object_answers, a_port_tells_what_it_is)
 TEST_F(state_object_answers, a_reserved_port_tells_as_what)
 {
     keep_device(&port_model.lan_agg[0], create_new_device("eth1"));
-    expect_has(second_port(), R"("pool":false,"reserved":"aggregation","lan_hosts")");
+    expect_has(second_port(), R"("pool":false,"reserved":"aggregation","asked_last_hour")");
     keep_device(&port_model.gaming, create_new_device("eth1"));
     expect_has(second_port(), R"("reserved":"gaming")");
 }
@@ -149,13 +169,14 @@ TEST_F(state_object_answers, a_banned_port_tells_for_how_long)
 // holds: state-status
 TEST_F(state_object_answers, a_port_tells_of_lan_hosts_questions_and_its_last_answer)
 {
+    eth1->link_active = 1;
     eth1->notes.lan_hosts = 2;
     eth1->notes.lan_seen_s = NOW_S - 4;
     note_question(eth1);
     note_question(eth1);
     answer(eth1, "dhcp", "192.0.2.7");
     fake_clock.advance_ms(12'000);
-    EXPECT_EQ(second_port(), R"({"name":"eth1","link":false,"link_changes":0,"pool":false,"lan_hosts":2,"lan_seen":16,)"
+    EXPECT_EQ(second_port(), R"({"name":"eth1","link":true,"link_changes":0,"pool":false,"lan_hosts":2,"lan_seen":16,)"
                              R"("last_asked":12,"asked_last_hour":2,"answer":{"protocol":"dhcp",)"
                              R"("mac":"02-00-00-00-00-01","address":"192.0.2.7","gateway":"192.0.2.1",)"
                              R"("dns":"192.0.2.53","ago":12}}],)");
@@ -171,13 +192,33 @@ TEST_F(state_object_answers, an_answer_without_addresses_has_none)
 }
 
 // holds: state-status
-TEST_F(state_object_answers, a_port_tells_what_became_of_it_in_the_newest_cycle)
+TEST_F(state_object_answers, a_port_tells_what_became_of_it_in_the_newest_cycle_that_looked_at_it)
 {
-    add_cycle(t_decision::nobody);
+    add_cycle(t_decision::only_answer);
+    expect_lacks(second_port(), "why");
     note_fate(eth1, t_fate::lan_hosts);
     expect_has(second_port(), R"("asked_last_hour":0,"why":"lan_hosts"}])");
+    add_cycle(t_decision::wan_works);
+    expect_has(second_port(), R"("asked_last_hour":0,"why":"lan_hosts"}])");
     add_cycle(t_decision::nobody);
-    expect_lacks(second_port(), "why");
+    note_fate(eth1, t_fate::silent);
+    expect_has(second_port(), R"("why":"silent")");
+}
+
+// holds: state-status
+TEST_F(state_object_answers, a_port_that_lost_the_role_is_not_told_to_have_it)
+{
+    port_model.wan_dev = eth1;
+    for (const t_fate fate : {t_fate::works, t_fate::won}) {
+        add_cycle(t_decision::wan_works, eth1);
+        note_fate(eth1, fate);
+        port_model.wan_dev = eth0;
+        expect_has(second_port(), "why");
+        add_cycle(t_decision::wan_works, eth0);
+        expect_lacks(second_port(), "why");
+        port_model.wan_dev = eth1;
+        expect_has(second_port(), "why");
+    }
 }
 
 // holds: state-status

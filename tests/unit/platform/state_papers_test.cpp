@@ -36,9 +36,10 @@ protected:
         port_model.wan_dev = eth0;
         port_model.wan_proto = add_proto("dhcp");
         chronicle.started_s = NOW_S - 4711;
-        progress = {"looking", "look", 21'000, 30, 21, false};
+        progress = {"looking", "look", 27'000, 30, 21, false};
         play_first_cycle();
         play_second_cycle();
+        play_third_cycle();
     }
     static t_device *add_labelled_port(const char *name, const char *label, int8_t priority)
     {
@@ -49,40 +50,60 @@ protected:
         add_to_pool(dev);
         return dev;
     }
-    // Two lines answer, and names are resolved through the first.
+    static void ask(t_device *dev, const char *address)
+    {
+        note_fate(dev, t_fate::asked);
+        for (int i = 0; i < 3; i++)
+            note_question(dev);
+        dev->result.server_mac[0] = 2;
+        dev->result.server_mac[MAC_SIZE - 1] = 1;
+        inet_pton(AF_INET, address, &dev->result.address.ipv4_be);
+        inet_pton(AF_INET, "192.0.2.1", &dev->result.gateway.ipv4_be);
+        inet_pton(AF_INET, "192.0.2.53", &dev->result.dns_server.ipv4_be);
+        note_answer(dev, "dhcp");
+    }
+    // Two lines answer, and the first one's name server is faster.
     void play_first_cycle()
     {
         fake_clock.set(NOW_S - 52);
         note_cycle_begins();
-        note_fate(eth1, t_fate::asked);
-        for (int i = 0; i < 3; i++)
-            note_question(eth1);
-        eth1->result.server_mac[0] = 2;
-        eth1->result.server_mac[MAC_SIZE - 1] = 1;
-        inet_pton(AF_INET, "192.0.2.7", &eth1->result.address.ipv4_be);
-        inet_pton(AF_INET, "192.0.2.1", &eth1->result.gateway.ipv4_be);
-        inet_pton(AF_INET, "192.0.2.53", &eth1->result.dns_server.ipv4_be);
-        note_answer(eth1, "dhcp");
+        note_fate(eth2, t_fate::no_link);
+        ask(eth0, "192.0.2.8");
+        ask(eth1, "192.0.2.7");
+        note_answer(eth0, nullptr);
         note_fate(eth0, t_fate::won);
         note_fate(eth1, t_fate::no_name_server);
         fake_clock.advance_ms(2800);
         note_decision(t_decision::name_server);
+        note_swap(0);
         note_cycle_ends(eth0);
-        newest_cycle()->swap = t_swap::done;
-        newest_cycle()->confirmation = t_confirmation::agreed;
         chronicle.hints = HINT_SEVERAL;
-        chronicle.counters.verdicts = chronicle.counters.swaps_asked = chronicle.counters.swaps_confirmed = 1;
         tallies.commits = 2;
     }
-    // The WAN port loses its link, and nobody is left.
+    // The test of the swap.
     void play_second_cycle()
+    {
+        fake_clock.set(NOW_S - 28);
+        note_opener(t_opener::after_swap);
+        note_cycle_over_all();
+        note_cycle_begins();
+        note_fate(eth0, t_fate::works);
+        note_confirmation(true);
+        note_decision(t_decision::wan_works);
+        fake_clock.advance_ms(30);
+        note_cycle_ends(eth0);
+    }
+    // The WAN port loses its link, and nobody is left.
+    void play_third_cycle()
     {
         fake_clock.set(NOW_S - 3);
         eth0->link_active = 0;
         eth0->notes.link_changes = 1;
+        eth0->notes.answer = nullptr;
         eth1->notes.link_changes = 3;
         eth1->is_combo = 1;
         eth1->sub_port = SUB_PORT_PHY;
+        eth2->notes.link_changes = 1;
         note_cycle_begins();
         note_fate(eth0, t_fate::no_link);
         note_fate(eth1, t_fate::lan_hosts);
@@ -91,6 +112,14 @@ protected:
         note_fate(eth2, t_fate::banned);
         fake_clock.set(NOW_S);
         add_unique_banned_device_to_list(port_model.dev_hashmap_head, &port_model.banned_list, "eth2", 60);
+    }
+    // As subscribers heard it.
+    static void go_back_to_first_verdict()
+    {
+        chronicle.counters.cycles = 1;
+        newest_cycle()->confirmation = t_confirmation::unknown;
+        fake_clock.set(NOW_S - 52);
+        fake_clock.advance_ms(2800);
     }
 
     t_device *eth0, *eth1, *eth2;
@@ -119,9 +148,11 @@ TEST_F(state_papers, show_what_subscribers_hear)
     const auto hear = [&heard](const std::string &told) { heard += told + "\n"; };
     hear(told([this] { announce_link(eth1); }));
     hear(told([] { announce_cycle(true); }));
-    chronicle.counters.cycles = 1;
-    hear(told([] { announce_cycle(false); }));
+    go_back_to_first_verdict();
     hear(told([this] { announce_swap(eth0, 0, 21); }));
+    hear(told([] { announce_verdict(); }));
+    hear(told([] { announce_cycle(false); }));
     hear(told([this] { announce_ban(eth2, 60); }));
-    EXPECT_EQ(std::regex_replace(lines, std::regex("([{:,\\[]) | (\\})"), "$1$2"), heard);
+    const std::string joined = std::regex_replace(lines, std::regex("\n +"), " ");
+    EXPECT_EQ(std::regex_replace(joined, std::regex("([{:,\\[]) | (?=[\\]}])"), "$1"), heard);
 }

@@ -65,7 +65,12 @@ TEST_F(state_reasons, of_a_port_with_lan_hosts_count_them)
     eth1->notes.lan_hosts = 1;
     expect_has(explain("eth1"), "eth1 is not asked: 1 host of the LAN is behind it (last seen 4 s ago).\n");
     eth1->notes.lan_hosts = 0;
-    expect_has(explain("eth1"), "eth1 is not asked: hosts of the LAN are behind it.\n");
+    const std::string past = "Cycle 1, begun 10 s ago: eth1 was not asked, for hosts of the LAN were behind it.\n"
+                             "A modem that has an address of the LAN's network looks like one.";
+    EXPECT_EQ(explain("eth1"), past);
+    eth1->notes.lan_hosts = 1;
+    add_cycle(t_decision::only_answer);
+    EXPECT_EQ(explain("eth1"), "Cycle 2, begun 0 s ago: eth1 was not looked at, for there was no need of it.\n" + past);
 }
 
 // holds: state-reasons
@@ -120,9 +125,9 @@ TEST_F(state_reasons, of_a_port_that_was_asked_tell_what_came_of_it)
     EXPECT_EQ(explain_fate(t_fate::other_answered),
               "Cycle 2" + cycle + "was asked and stayed silent, while another port answered.");
     EXPECT_EQ(explain_fate(t_fate::no_gateway),
-              "Cycle 3" + cycle + "was not chosen, for the gateway does not answer behind it.");
+              "Cycle 3" + cycle + "was not chosen, for the gateway did not answer behind it.");
     EXPECT_EQ(explain_fate(t_fate::no_name_server),
-              "Cycle 4" + cycle + "was not chosen, for no name was resolved through it, but through another port.");
+              "Cycle 4" + cycle + "was not chosen, for the name server behind another port answered first.");
     EXPECT_EQ(explain_fate(t_fate::lower_priority),
               "Cycle 5" + cycle +
                   "was not chosen, for another port was as good, and comes first in "
@@ -133,8 +138,37 @@ TEST_F(state_reasons, of_a_port_that_was_asked_tell_what_came_of_it)
               "Cycle 7" + cycle + "is asked, and has not answered so far.");
     EXPECT_EQ(explain_fate(t_fate::not_listed_yet),
               "Cycle 8" + cycle +
-                  "was not asked, for its link came too late, or was there before the loss that opened it. "
-                  "The next look at all ports takes it along.");
+                  "was not asked, for its link came too late, or was there before the loss that opened it.");
+}
+
+// holds: state-reasons
+TEST_F(state_reasons, promise_the_next_look_only_when_there_is_one)
+{
+    const std::string promise = "\nThe next look at all ports takes it along.";
+    expect_lacks(explain_fate(t_fate::not_listed_yet), promise);
+    progress.retry_pause_s = 30;
+    expect_has(explain("eth1"), promise);
+    add_cycle(t_decision::wan_works);
+    expect_lacks(explain("eth1"), promise);
+}
+
+// holds: state-reasons
+TEST_F(state_reasons, of_a_question_without_an_end_are_told_as_past_in_the_next_cycle)
+{
+    expect_has(explain_fate(t_fate::asked, t_decision::none), "eth1 is asked, and has not answered so far.");
+    add_cycle(t_decision::wan_works);
+    expect_has(explain("eth1"), "eth1 was asked, and the end came before an answer.");
+}
+
+// holds: state-reasons
+TEST_F(state_reasons, name_the_foreign_port_that_has_the_role)
+{
+    port_model.wan_dev = eth1;
+    port_model.role_is_away = 1;
+    copy_name(port_model.wan_role, "eth9");
+    EXPECT_EQ(explain("eth1"), "The WAN role is at eth9, none of the daemon's ports.\nNo cycle has begun so far.");
+    port_model.role_is_away = 0;
+    EXPECT_EQ(explain("eth1"), "eth1 is the WAN port.\nNo cycle has begun so far.");
 }
 
 // holds: state-reasons
@@ -191,7 +225,7 @@ TEST_F(state_reasons, of_a_winner_tell_how_it_won)
     };
     expect(t_decision::only_answer, "it was the only port that answered");
     expect(t_decision::only_gateway, "the gateway answered behind it alone");
-    expect(t_decision::name_server, "a name was resolved through it");
+    expect(t_decision::name_server, "the name server behind it answered first");
     expect(t_decision::priority, "of several that were as good it comes first in the order of the ports");
     expect(t_decision::nobody, "nobody else was left");
 }
@@ -204,17 +238,28 @@ TEST_F(state_reasons, of_a_winner_tell_what_became_of_the_swap)
     const std::string won = "Cycle 1, begun 0 s ago: eth1 won, for it was the only port that answered.\n";
     cycle.swap = t_swap::failed;
     cycle.swap_status = 7;
-    EXPECT_EQ(explain("eth1"), won + "The swap command ended with status 7, and the WAN role is not there.");
+    EXPECT_EQ(explain("eth1"), won + "The swap command ended with status 7.\nThe WAN role is not there.");
+    cycle.swap_status = -1;
+    EXPECT_EQ(explain("eth1"), won + "The swap command did not end by itself.\nThe WAN role is not there.");
     cycle.swap = t_swap::done;
+    expect_has(explain("eth1"), won + "The swap command did not end by itself.\nThe WAN role was moved to it; ");
+    cycle.swap_status = 7;
     EXPECT_EQ(explain("eth1"), won + "The WAN role was moved to it; the next cycle tests that.");
+    port_model.enable = 0;
+    expect_has(explain("eth1"), won + "The WAN role was moved to it.");
+    port_model.enable = 1;
     cycle.confirmation = t_confirmation::disagreed;
     EXPECT_EQ(explain("eth1"), won + "The WAN role was moved to it, and the next cycle did not agree.");
     cycle.confirmation = t_confirmation::agreed;
     EXPECT_EQ(explain("eth1"), won + "The WAN role was moved to it, and the next cycle agreed.");
     expect_lacks(explain("eth0"), "won");
+    cycle.confirmation = t_confirmation::unknown;
+    add_cycle(t_decision::gave_up);
+    expect_has(explain("eth1"), won + "The WAN role was moved to it.");
+    cycle.confirmation = t_confirmation::agreed;
     add_cycle(t_decision::wan_works, eth1);
     note_fate(eth1, t_fate::works);
-    EXPECT_EQ(explain("eth1"), "Cycle 2, begun 0 s ago: eth1 worked as the WAN port.\n" + won +
+    EXPECT_EQ(explain("eth1"), "Cycle 3, begun 0 s ago: eth1 worked as the WAN port.\n" + won +
                                    "The WAN role was moved to it, and the next cycle agreed.");
 }
 
@@ -230,6 +275,8 @@ TEST_F(state_reasons, tell_of_questions_and_of_the_last_answer)
     note_answer(eth1, "dhcp");
     expect_has(explain("eth1"), "\nIt was asked 2 times within the last hour, the last time 0 s ago.\n"
                                 "Its last answer: dhcp from 00-00-00-00-00-09, 0 s ago.");
+    eth1->notes.learned.server_mac[MAC_SIZE - 1] = 0;
+    expect_has(explain("eth1"), "\nIts last answer: dhcp, 0 s ago.");
     fake_clock.advance_ms(3'700'000);
     expect_has(explain("eth1"), "\nIt was asked 0 times within the last hour, the last time 3700 s ago.\n");
 }
