@@ -56,6 +56,13 @@ bool is_wan(const t_panel &panel, blob_attr *port)
     return *panel.wan && strcmp(field_text(port, "name"), panel.wan) == 0;
 }
 
+// No old host or ban is the last word on a port that has the role.
+bool is_good(blob_attr *port)
+{
+    const char *why = field_text(port, "why");
+    return strcmp(why, "works") == 0 || strcmp(why, "won") == 0;
+}
+
 // A port's last answer says nothing any more once the port was silent.
 bool is_silent(blob_attr *port)
 {
@@ -66,7 +73,7 @@ bool is_silent(blob_attr *port)
 void draw_cell(const t_panel &panel, t_line *line, int number, const char *form, blob_attr *port)
 {
     char filled[CELL_WIDTH + 1];
-    fill_form(filled, sizeof filled, form, port);
+    fill_form(filled, sizeof filled, number == WHY && is_good(port) ? "{why:x}" : form, port);
     const char *text = filled;
     const char *paint = PAINTS[number];
     const bool link = number_of(find_field(port, "link")) == 1;

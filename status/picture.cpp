@@ -6,7 +6,6 @@
 #include "status/fields.h"
 #include "status/panel.h"
 
-constexpr int MOST_VERDICTS = 5;
 constexpr int MOST_ANSWERS = 16;
 constexpr int MOST_HINTS = 8;
 
@@ -24,7 +23,7 @@ static void print_list(FILE *out, const char *title, const char *form, blob_attr
     }
 }
 
-void draw_picture(FILE *out, blob_attr *status, blob_attr *history, t_look look)
+void draw_picture(FILE *out, blob_attr *status, blob_attr *history, t_look look, int most_verdicts)
 {
     print_paragraph(out, "wan_detect", "{version}[, up {uptime:t}]", status);
     draw_panel(out, status, look);
@@ -42,7 +41,7 @@ void draw_picture(FILE *out, blob_attr *status, blob_attr *history, t_look look)
     print_list(out, "verdicts",
                "{ago:t} ago: [{winner}, ]{decision:x} ({opener:x}, {asked:n} asked[, {took_ms:w}]){swap:x}"
                "[, status {swap_status:d}][{confirmed:1}, confirmed][{confirmed:0}, not confirmed]",
-               find_field(history, "cycles"), "decision", MOST_VERDICTS);
+               find_field(history, "cycles"), "decision", most_verdicts);
     print_paragraph(out, "failed",
                     "[{counters.swaps_failed_in_a_row:d} swap(s), so the next check waits {swap_pause:t}]", status);
     print_list(out, "notes", "{:x}", find_field(status, "hints"), "", MOST_HINTS);

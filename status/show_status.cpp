@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "status/show_status.h"
 
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <poll.h>
 #include <unistd.h>
 
@@ -31,6 +33,7 @@ struct t_watch {
     t_outcome outcome; // of the last question
     bool has_begun;    // something was printed
     bool changed;      // since then
+    bool failed;       // the output took no more
     uloop_timeout next_look;
 };
 
@@ -56,6 +59,11 @@ static void ask(int timeout_ms)
     watch.outcome = ask_daemon(&watch.answers, !watch.wish.json, timeout_ms);
 }
 
+static bool output_took_all()
+{
+    return fflush(stdout) == 0 && !ferror(stdout);
+}
+
 static int show_once()
 {
     ask(ONCE_TIMEOUT_MS);
@@ -65,17 +73,52 @@ static int show_once()
         return EXIT_FAILURE;
     }
     print_answers();
-    return fflush(stdout) == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
+    return output_took_all() ? EXIT_SUCCESS : EXIT_FAILURE;
+}
+
+// The picture with so many verdicts at most, to be freed; null without memory.
+static char *picture_with(int verdicts)
+{
+    char *text = nullptr;
+    size_t size = 0;
+    FILE *out = open_memstream(&text, &size);
+    if (!out)
+        return nullptr;
+    draw_picture(out, watch.answers.status, watch.answers.history, watch.terminal.look, verdicts);
+    fclose(out);
+    return text;
+}
+
+// The panel stays in sight: verdicts that have no room are left out, and what has none even so is cut.
+static void print_within(int rows)
+{
+    for (int verdicts = MOST_VERDICTS; verdicts >= 0; verdicts--) {
+        char *text = picture_with(verdicts);
+        char *end = text;
+        for (int lines = 0; end && *end != '\0' && lines < rows; lines++) {
+            end += strcspn(end, "\n");
+            end += *end == '\n';
+        }
+        const bool is_last = end && (*end == '\0' || verdicts == 0);
+        if (is_last)
+            fwrite(text, 1, static_cast<size_t>(end - text), stdout);
+        free(text);
+        if (is_last)
+            break;
+    }
 }
 
 // What was the last one stays in sight while the daemon is busy.
 static void redraw()
 {
+    int rows = terminal_rows() - 1; // the cursor stands in the last one
     fputs(FROM_THE_TOP, stdout);
-    if (watch.outcome != t_outcome::answered)
+    if (watch.outcome != t_outcome::answered) {
         printf("  %s; this goes on when it does\n\n", outcome_text(watch.outcome));
+        rows -= 2;
+    }
     if (watch.answers.status && (watch.outcome == t_outcome::answered || watch.outcome == t_outcome::silent))
-        print_answers();
+        print_within(rows);
 }
 
 // One picture after the other, for a file, a pipe or a terminal that can do no better.
@@ -93,10 +136,10 @@ static void add_picture(t_outcome before)
 }
 
 // A reader who is gone is seen at once, not only when there is something to write.
-static bool output_is_open()
+static bool reader_is_gone()
 {
     pollfd output = {STDOUT_FILENO, 0, 0};
-    return fflush(stdout) == 0 && poll(&output, 1, 0) <= 0;
+    return poll(&output, 1, 0) > 0;
 }
 
 static void look(uloop_timeout *)
@@ -109,7 +152,9 @@ static void look(uloop_timeout *)
         add_picture(before);
     watch.changed = false;
     uloop_timeout_set(&watch.next_look, LOOK_INTERVAL_MS);
-    if (!output_is_open())
+    const bool took_all = output_took_all(), is_gone = reader_is_gone();
+    watch.failed = !took_all && !is_gone;
+    if (!took_all || is_gone)
         uloop_end();
 }
 
@@ -132,7 +177,7 @@ static int keep_showing()
     uloop_run();
     leave_daemon();
     uloop_done();
-    return EXIT_SUCCESS;
+    return watch.failed ? EXIT_FAILURE : EXIT_SUCCESS;
 }
 
 int show_status(const t_status_wish &wish)

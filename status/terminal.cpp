@@ -1,9 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include "status/terminal.h"
 
+#include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <initializer_list>
+
+#include <sys/ioctl.h>
+#include <unistd.h>
 
 static const char *setting(const char *name)
 {
@@ -26,4 +30,10 @@ t_terminal look_at_terminal(bool is_terminal)
     const bool is_plain = strcmp(type, "dumb") == 0 || (is_terminal && *type == '\0');
     const bool can_redraw = is_terminal && !is_plain;
     return {{locale_is_utf8() && !is_plain, can_redraw && *setting("NO_COLOR") == '\0'}, can_redraw};
+}
+
+int terminal_rows()
+{
+    winsize size = {};
+    return ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_row > 0 ? size.ws_row : INT_MAX;
 }

@@ -10,3 +10,6 @@ struct t_terminal {
 };
 
 t_terminal look_at_terminal(bool is_terminal);
+
+// How many lines the terminal has just now; as many as there may be where nobody knows.
+int terminal_rows();

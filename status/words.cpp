@@ -19,6 +19,7 @@ static const char WORDS[] =
     // why a port is not the WAN port, below the panel, where the link is told already
     "not_connected\0no connection\0"
     "no_link\0\0"
+    "no_name_server\0slower in DNS\0"
     // who answers by a protocol
     "dhcp\0DHCP server\0"
     "pppoe\0PPPoE server\0"

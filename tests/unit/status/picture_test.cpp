@@ -86,6 +86,17 @@ TEST_P(status_picture, differs_in_nothing_but_the_colours_when_it_is_coloured)
 INSTANTIATE_TEST_SUITE_P(panels, status_picture, testing::Values("2_ports", "5_ports", "8_ports", "16_ports"),
                          [](const auto &one) { return "with_" + std::string(one.param); });
 
+// holds: status-picture
+TEST(status_picture_of, a_port_that_has_the_role_shows_that_before_all_else)
+{
+    for (const char *why : {"works", "won", "silent"}) {
+        const std::string text = picture(R"({"ports": [{"name": "eth0", "link": true, "why": ")" + std::string(why) +
+                                             R"(", "lan_hosts": 2, "reserved": "gaming"}]})",
+                                         "{}", ASCII);
+        EXPECT_NE(text.find(why == std::string("silent") ? "gaming" : why), text.npos) << text;
+    }
+}
+
 // holds: status-hostile-replies
 TEST(status_picture_of, nothing_is_a_picture_without_ports)
 {

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 // The program itself, as somebody calls it, on a bus with a daemon's object that answers what the test says.
+#include <algorithm>
 #include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <fcntl.h>
 #include <memory>
 #include <poll.h>
@@ -23,6 +25,7 @@ namespace {
 
 constexpr int PATIENCE_MS = 15000;
 constexpr int END_LIMIT_MS = 3000; // a question of one second may be under way
+constexpr const char *FROM_THE_TOP = "\033[H\033[J";
 
 int answer(ubus_context *bus, ubus_object *, ubus_request_data *request, const char *method, blob_attr *)
 {
@@ -121,11 +124,12 @@ std::string read_what_is_there(int fd, int timeout_ms)
 // The program with these options; its output goes into pipes, or to a terminal.
 class t_program {
 public:
-    explicit t_program(std::vector<std::string> options, bool on_terminal = false)
+    explicit t_program(std::vector<std::string> options, bool on_terminal = false, unsigned short rows = 0)
     {
         options.insert(options.begin(), BIN_FOLDER + "/wan_detect");
         int out[2], err[2];
-        EXPECT_EQ(on_terminal ? openpty(&out[0], &out[1], nullptr, nullptr, nullptr) : pipe2(out, O_CLOEXEC), 0);
+        const winsize size = {rows, 80, 0, 0};
+        EXPECT_EQ(on_terminal ? openpty(&out[0], &out[1], nullptr, nullptr, &size) : pipe2(out, O_CLOEXEC), 0);
         EXPECT_EQ(pipe2(err, O_CLOEXEC), 0);
         process_ = fork();
         if (process_ == 0) {
@@ -336,6 +340,41 @@ TEST_F(status_client, that_watches_ends_with_0_when_nobody_reads_on)
         program.close_output();
         EXPECT_EQ(program.end(END_LIMIT_MS), 0);
     }
+}
+
+// holds: status-watch
+TEST_F(status_client, that_watches_into_a_full_disk_ends_with_1)
+{
+    t_stand_in daemon;
+    for (const char *option : {"", " --json"}) {
+        const std::string command = "timeout 15 " + BIN_FOLDER + "/wan_detect --status --watch" + option;
+        const int status = system((command + " >/dev/full").c_str());
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == EXIT_FAILURE) << command << " gave " << status;
+    }
+}
+
+// holds: status-watch
+TEST_F(status_client, on_a_terminal_with_few_rows_shows_fewer_verdicts_so_that_the_panel_stays)
+{
+    t_stand_in daemon;
+    const auto shown = [](unsigned short rows) {
+        t_program program({"--status", "--watch"}, true, rows);
+        const std::string first = program.read_until(FROM_THE_TOP);
+        const std::string text = first + program.read_until(FROM_THE_TOP);
+        const size_t begin = text.find(FROM_THE_TOP);
+        return text.substr(begin, text.find(FROM_THE_TOP, begin + 1) - begin);
+    };
+    const auto lines = [](const std::string &text) { return std::count(text.begin(), text.end(), '\n'); };
+    const std::string whole = shown(50), some = shown(24), few = shown(9);
+    EXPECT_EQ(lines(whole), lines(kept_text()));
+    EXPECT_NE(whole.find("3 d ago"), whole.npos);
+    EXPECT_LT(lines(some), 24);
+    EXPECT_NE(some.find("eth4"), some.npos);
+    EXPECT_NE(some.find("63 s ago"), some.npos) << "as many as fit";
+    EXPECT_EQ(some.find("66 min ago"), some.npos) << some;
+    EXPECT_NE(some.find("is on a VLAN"), some.npos) << some;
+    EXPECT_EQ(lines(few), 8) << few;
+    EXPECT_NE(few.find("eth4"), few.npos);
 }
 
 // holds: status-watch
