@@ -1,0 +1,27 @@
+# SPDX-License-Identifier: MIT
+"""What the object "wan_detect.state" tells of the reasons, as the scenarios read it: they ask it, and read no log."""
+from marks import scenario
+
+
+# holds: why-port-left-out
+@scenario("why-not")
+def test_each_port_is_told_with_the_reason_why_it_fell_out(seen):
+    """The checks of the scenario say so."""
+
+
+# holds: why-static
+@scenario("why-gateway")
+def test_the_gateway_and_the_name_server_are_told_as_what_decided(seen):
+    """The checks of the scenario say so."""
+
+
+# holds: why-loss
+@scenario("why-loss")
+def test_a_loss_is_told_to_who_asks_and_to_who_subscribed(seen):
+    """The checks of the scenario say so."""
+
+
+# holds: why-swaps
+@scenario("why-swaps")
+def test_swaps_that_do_not_help_are_told_with_the_pause_behind_them(seen):
+    """The checks of the scenario say so."""
