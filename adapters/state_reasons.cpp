@@ -216,11 +216,11 @@ static void tell_of_engine(t_bus_reply &reply, const t_progress &progress)
     if (progress.starting)
         reply.element("The daemon is starting, and asks nobody so far.");
     if (!port_model.enable)
-        reply.element("Detection is off: nobody is asked.");
+        reply.element("Detection is off: nobody is asked, and nobody looks at the links.");
     else if (!port_model.router_mode)
-        reply.element("The router is not in router mode: nobody is asked.");
+        reply.element("The router is not in router mode: nobody is asked, and nobody looks at the links.");
     else if (port_model.role_is_away)
-        reply.line("The WAN role is at %s, none of the daemon's ports.", port_model.wan_role);
+        reply.line("The WAN role is at %s, which is none of the daemon's ports: nobody is asked.", port_model.wan_role);
 }
 
 static void tell_next(t_bus_reply &reply, const t_progress &progress)

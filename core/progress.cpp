@@ -39,6 +39,13 @@ static const char *word_of(t_cycle_state state)
     return "resting";
 }
 
+// With nobody left a pass is only a poll for ports that came up: what is waited for is the next look.
+static bool only_polls()
+{
+    return engine.state == t_cycle_state::looking && engine.look_again.pending &&
+           engine.possible_wan_dev_list.count == 0;
+}
+
 // The timer that is due first.
 static void tell_next(t_progress *progress)
 {
@@ -51,7 +58,9 @@ static void tell_next(t_progress *progress)
     progress->next_ms = 0;
     for (const auto &[timer, what] : all) {
         const int left_ms = static_cast<int>(std::max<int64_t>(uloop_timeout_remaining64(&timer), 0));
-        if (!timer.pending || (progress->next && left_ms >= progress->next_ms))
+        if (!timer.pending || (&timer == &engine.start_wan_detect && only_polls()))
+            continue;
+        if (progress->next && left_ms >= progress->next_ms)
             continue;
         progress->next = what;
         progress->next_ms = left_ms;

@@ -146,8 +146,10 @@ class WhyNot(Why):
         self.same(stage, "how many hosts of the LAN are behind eth6", ports["eth6"]["lan_hosts"], 1)
         self.same(stage, "how often eth7 was asked", ports["eth7"]["asked_last_hour"], 3)
         self.same(stage, "the hint that only a banned port answers", self.status(stage, "hints"), ["only_banned"])
-        cycle, pause = self.status(stage, "cycle"), self.status(stage, "retry_pause")
-        stage.check("the next look, and when", cycle["state"] == "looking" and pause == RETRY_S, (cycle, pause))
+        self.until(stage, "the next look is told", lambda: self.status(stage, "cycle")["next"] == "look", TOLD_S)
+        told = self.status(stage)
+        stage.check("and when it comes", told["retry_pause"] == RETRY_S and RETRY_S / 2 < told["cycle"]["next_ms"] / 1000 <= RETRY_S,
+                    told["cycle"])
         self.explain_the_silence(stage)
 
     def explain_the_silence(self, stage):
@@ -162,7 +164,8 @@ class WhyNot(Why):
         self.explained(stage, "eth6", "eth6 is not asked: 1 host of the LAN is behind it (last seen # s ago).",
                        "A modem that has an address of the LAN's network looks like one.")
         self.explained(stage, "eth7", "Cycle 1, begun # s ago: eth7 was asked and stayed silent.",
-                       "It was asked 3 times within the last hour, the last time # s ago.")
+                       "It was asked 3 times within the last hour, the last time # s ago.",
+                       "All ports are looked at again in # s.")
 
     def after_the_win(self, stage):
         self.outcome(stage, 1, decision="gave_up", swap="not_needed")

@@ -4,11 +4,11 @@ import json
 import subprocess
 import threading
 
-from lab.bus import SOCKET
+from lab.bus import SOCKET, uci
 from lab.scenarios.bad_scripts import with_script
 from lab.scenarios.base import CONNECTED_S, FIRST_CYCLE_S, SECOND_CYCLE_S, START_PAUSE_S
 from lab.scenarios.life import SWAP
-from lab.scenarios.why import STATE_OBJECT, SWAP_PAUSE_S, TOLD_S, Why
+from lab.scenarios.why import OBJECT, STATE_OBJECT, SWAP_PAUSE_S, TOLD_S, Why
 from lab.upstream import DhcpServer, Silent
 
 SUBSCRIBED_REAL_S = 0.3
@@ -72,6 +72,23 @@ class WhyLoss(Why):
         subscriber.end()
         self.what_was_heard(stage, subscriber)
         router.show_panel()
+        self.while_nobody_may_be_asked(stage)
+
+    def while_nobody_may_be_asked(self, stage):
+        """The role is given to a port that the daemon does not have; then detection is switched off."""
+        for value in ("switch.port9=switch_port", "switch.port9.ifname=eth9", "switch.wan.switch_port=port9"):
+            uci("set", value)
+        uci("commit", "switch")
+        self.look_again(stage)
+        self.until_over(stage, 4)
+        self.outcome(stage, 4, decision="role_is_foreign", winner=None, swap="not_needed")
+        self.same(stage, "no port is told as the WAN port", self.status(stage, "wan"), None)
+        self.explained(stage, "eth3", "The WAN role is at eth9, which is none of the daemon's ports: nobody is asked.",
+                       "Cycle 4, begun # s ago: eth3 was not looked at, for the WAN role is at a port that is none of the daemon's.",
+                       "Cycle 3, begun # s ago: eth3 worked as the WAN port.")
+        stage.router.bus.call(OBJECT, "set", enable=False)
+        self.same(stage, "detection is told as off", self.status(stage, "enabled"), False)
+        self.explained(stage, "eth2", "Detection is off: nobody is asked, and nobody looks at the links.")
 
     def while_it_works(self, stage):
         self.look_again(stage)

@@ -68,6 +68,19 @@ TEST_F(progress, every_state_of_a_cycle_has_its_word)
 }
 
 // holds: progress
+TEST_F(progress, with_nobody_left_the_next_look_is_awaited_and_not_the_poll_before_it)
+{
+    start_wan_detect_all(0);
+    fire(engine.init_wan_detect_all);
+    fire(engine.start_wan_detect);
+    ASSERT_TRUE(engine.start_wan_detect.pending);
+    EXPECT_STREQ(now().next, "look");
+    EXPECT_NEAR(now().next_ms, 30000, 1000);
+    engine.possible_wan_dev_list.add(dev("eth1"));
+    EXPECT_STREQ(now().next, "pass");
+}
+
+// holds: progress
 TEST_F(progress, the_pause_between_looks_is_the_one_that_runs)
 {
     start_wan_detect_all(0);
