@@ -166,7 +166,9 @@ TEST_F(state_reasons, name_the_foreign_port_that_has_the_role)
     port_model.wan_dev = eth1;
     port_model.role_is_away = 1;
     copy_name(port_model.wan_role, "eth9");
-    EXPECT_EQ(explain("eth1"), "The WAN role is at eth9, none of the daemon's ports.\nNo cycle has begun so far.");
+    EXPECT_EQ(explain("eth1"), "The WAN role is at eth9, which is none of the daemon's ports: nobody is asked.\n"
+                               "No cycle has begun so far.");
+    expect_lacks(status(), R"("wan":)");
     port_model.role_is_away = 0;
     EXPECT_EQ(explain("eth1"), "eth1 is the WAN port.\nNo cycle has begun so far.");
 }
@@ -290,16 +292,12 @@ TEST_F(state_reasons, tell_what_keeps_the_whole_daemon_from_asking)
     expect_lacks(explain("eth1"), "starting");
     port_model.wan_dev = eth1;
     expect_has(explain("eth1"), "eth1 is the WAN port.\n");
-    port_model.role_is_away = 1;
-    copy_name(port_model.wan_role, "eth9");
-    EXPECT_EQ(explain("eth1"), "The WAN role is at eth9, which is none of the daemon's ports: nobody is asked.\n"
-                               "No cycle has begun so far.");
-    expect_lacks(status(), R"("wan":)");
     port_model.router_mode = 0;
     expect_has(explain("eth1"), "The router is not in router mode: nobody is asked, and nobody looks at the links.\n");
     port_model.enable = 0;
     EXPECT_EQ(explain("eth1"),
-              "Detection is off: nobody is asked, and nobody looks at the links.\nNo cycle has begun so far.");
+              "Detection is off: nobody is asked, and nobody looks at the links.\neth1 is the WAN port.\n"
+              "No cycle has begun so far.");
 }
 
 // holds: state-reasons
