@@ -174,7 +174,7 @@ uint32_t questions_last_hour(const t_device *dev)
     return std::accumulate(notes.questions, notes.questions + MINUTES_COUNTED, uint32_t{0});
 }
 
-void note_answer(t_device *dev, const char *protocol)
+void note_answer(t_device *dev, const char *protocol, const t_detect_result &learned)
 {
     chronicle.counters.answers++;
     if (!dev)
@@ -183,7 +183,7 @@ void note_answer(t_device *dev, const char *protocol)
     if (!protocol)
         return;
     dev->notes.answer = protocol;
-    dev->notes.learned = dev->result;
+    dev->notes.learned = learned;
 }
 
 void note_lan_host(t_device *dev)

@@ -136,9 +136,9 @@ void note_confirmation(bool agreed);
 // A question went out through this port: a DISCOVER, a PADI, an ARP request for the gateway, a DNS query.
 void note_question(t_device *dev);
 
-// Somebody behind it answered; what was learned stands in its record. `protocol` is borrowed and never freed; null for
-// an answer that confirms an earlier one.
-void note_answer(t_device *dev, const char *protocol);
+// Somebody behind it answered, and this was learned. `protocol` is borrowed and never freed; null for an answer that
+// confirms an earlier one, which keeps what was learned then.
+void note_answer(t_device *dev, const char *protocol, const t_detect_result &learned = {});
 
 // Another host of the LAN is behind it; whoever looks for them sets their number to 0 first.
 void note_lan_host(t_device *dev);

@@ -2,12 +2,24 @@
 // The two questions put to ports in the LAN bridge's name.
 #include "probes/arp/arp_probe.h"
 
+#include <cstring>
+
 #include "model/chronicle.h"
 #include "platform/ipv4_text.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
 #include "probes/arp/arp_search.h"
 #include "probes/wire/interface_query.h"
+
+// A search learns the MAC; the rest of a port's record is of another probe, or configured.
+static void note_owners(const t_device_list_head *list)
+{
+    for (const t_device_list *node = list->head.next; node; node = node->next) {
+        t_detect_result learned = {};
+        memcpy(learned.server_mac, node->dev->result.server_mac, MAC_SIZE);
+        note_answer(node->dev, "arp", learned);
+    }
+}
 
 int find_target_ip_and_device_with_arp(t_device_list_head *list, uint32_t target_be, uint32_t sender_be)
 {
@@ -28,8 +40,7 @@ int find_target_ip_and_device_with_arp(t_device_list_head *list, uint32_t target
             list->clear();
         return ARP_ERR_SEARCH;
     }
-    for (const t_device_list *node = list->head.next; node; node = node->next)
-        note_answer(node->dev, "arp");
+    note_owners(list);
     if (list->count == 0)
         LOG(Debug, "Target ip:%s not found with arp in each device!\n", t_ipv4_text(target_be).text);
     if (list->count > 1)

@@ -270,7 +270,7 @@ int collect_batch(const t_discovery &kind, t_device *dev_hashmap_head, t_protoco
             set_dev_using_specific_proto(dev_hashmap_head, proto_hashmap_head, nullptr, nullptr, port.dev->name,
                                          kind.protocol);
             kind.keep_result(port);
-            note_answer(port.dev, kind.protocol);
+            note_answer(port.dev, kind.protocol, port.result);
         } else {
             LOG_AS(kind.speakers.process, Debug, kind.texts.silent.format, device_name(port.dev));
         }

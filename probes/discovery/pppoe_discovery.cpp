@@ -67,8 +67,11 @@ static bool is_pado(t_discovery_port *port, std::span<const uint8_t> frame)
     tell_flaw(flaw, frame, device_name(port->dev));
     if (flaw != t_pado_flaw::none)
         return false;
-    if (packetIsForMe(frame.data(), frame.size(), port->identifier) == OK)
+    if (packetIsForMe(frame.data(), frame.size(), port->identifier) == OK) {
+        const t_mac server = read_pppoe_start(frame).ethernet.source;
+        memcpy(port->result.server_mac, server.bytes, MAC_SIZE);
         return true;
+    }
     if (may_tell(LOG_LEVEL_Info))
         LOG_AS(RECEIVING, Info, "read from socket parse error, try again! dev=%s\n", device_name(port->dev));
     return false;

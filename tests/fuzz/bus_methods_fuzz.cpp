@@ -125,7 +125,7 @@ void learn(t_input &life, t_device *dev)
     constexpr const char *PROTOCOLS[] = {nullptr, "dhcp", "pppoe", "arp"};
     dev->result.server_mac[0] = life.byte();
     dev->result.gateway.ipv4_be = life.word();
-    note_answer(dev, PROTOCOLS[life.byte() % std::size(PROTOCOLS)]);
+    note_answer(dev, PROTOCOLS[life.byte() % std::size(PROTOCOLS)], dev->result);
 }
 
 void live_through_cycle(t_input &life, uint8_t what, t_device *dev)

@@ -169,9 +169,9 @@ TEST_F(chronicle_notes, a_minute_counts_255_questions_at_most)
 // holds: chronicle-wire
 TEST_F(chronicle_notes, an_answer_that_confirms_keeps_what_was_learned)
 {
-    eth0->result.gateway.ipv4_be = 7;
-    note_answer(eth0, "dhcp");
-    eth0->result = {};
+    t_detect_result learned = {};
+    learned.gateway.ipv4_be = 7;
+    note_answer(eth0, "dhcp", learned);
     wait_s(2);
     note_answer(eth0, nullptr);
     note_answer(nullptr, "dhcp");

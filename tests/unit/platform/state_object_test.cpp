@@ -33,7 +33,7 @@ protected:
         inet_pton(AF_INET, address, &dev->result.address.ipv4_be);
         inet_pton(AF_INET, "192.0.2.1", &dev->result.gateway.ipv4_be);
         inet_pton(AF_INET, "192.0.2.53", &dev->result.dns_server.ipv4_be);
-        note_answer(dev, protocol);
+        note_answer(dev, protocol, dev->result);
     }
     void fill_to_the_brim();
 

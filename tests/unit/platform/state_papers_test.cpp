@@ -60,7 +60,7 @@ protected:
         inet_pton(AF_INET, address, &dev->result.address.ipv4_be);
         inet_pton(AF_INET, "192.0.2.1", &dev->result.gateway.ipv4_be);
         inet_pton(AF_INET, "192.0.2.53", &dev->result.dns_server.ipv4_be);
-        note_answer(dev, "dhcp");
+        note_answer(dev, "dhcp", dev->result);
     }
     // Two lines answer, and the first one's name server is faster.
     void play_first_cycle()

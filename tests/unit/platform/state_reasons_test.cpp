@@ -270,11 +270,11 @@ TEST_F(state_reasons, tell_of_questions_and_of_the_last_answer)
 {
     eth1->result.server_mac[MAC_SIZE - 1] = 9;
     note_question(eth1);
-    note_answer(eth1, "pppoe");
+    note_answer(eth1, "pppoe", eth1->result);
     expect_has(explain_fate(t_fate::silent), "\nIt was asked 1 time within the last hour, the last time 10 s ago.\n"
                                              "Its last answer: pppoe from 00-00-00-00-00-09, 10 s ago.");
     note_question(eth1);
-    note_answer(eth1, "dhcp");
+    note_answer(eth1, "dhcp", eth1->result);
     expect_has(explain("eth1"), "\nIt was asked 2 times within the last hour, the last time 0 s ago.\n"
                                 "Its last answer: dhcp from 00-00-00-00-00-09, 0 s ago.");
     eth1->notes.learned.server_mac[MAC_SIZE - 1] = 0;

@@ -416,11 +416,13 @@ TEST_F(arp_port_search, finding_leaves_the_one_owner_of_an_address)
 {
     t_port_list ports = {&eth1, &eth2};
     answer_on({"eth2"});
+    eth2.result.address.ipv4_be = ip("10.9.9.9"); // of an offer
     EXPECT_EQ(find_target_ip_and_device_with_arp(&ports.list, ip(TARGET)), 0);
     EXPECT_EQ(ports.names(), t_names{"eth2"});
     EXPECT_EQ(ports.list.count, 1);
     EXPECT_STREQ(eth2.notes.answer, "arp");
     EXPECT_EQ(mac_at(eth2.notes.learned.server_mac), UPSTREAM);
+    EXPECT_EQ(eth2.notes.learned.address.ipv4_be, 0u);
     EXPECT_EQ(eth1.notes.answer, nullptr);
     const t_bytes frame = fake_wire.sent()[0].bytes;
     EXPECT_EQ(mac_at(frame.data()), BROADCAST_MAC);

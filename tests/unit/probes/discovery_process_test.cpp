@@ -218,13 +218,17 @@ TEST_F(dhcp_process, a_port_known_for_pppoe_stays_with_it)
     EXPECT_EQ(eth1_->result.address.ipv4_be, ipv4("10.20.30.40"));
 }
 
-TEST_F(pppoe_process, nothing_is_copied_into_the_port)
+// holds: chronicle-wire
+TEST_F(pppoe_process, nothing_is_copied_into_the_port_and_the_servers_mac_is_remembered)
 {
     ask();
     eth1_->result.address.ipv4_be = ipv4("1.2.3.4");
     answer("eth1", 101);
     EXPECT_EQ(process(true), 96);
     EXPECT_EQ(eth1_->result.address.ipv4_be, ipv4("1.2.3.4"));
+    EXPECT_EQ(mac_at(eth1_->result.server_mac), UNKNOWN_MAC);
+    EXPECT_EQ(mac_at(eth1_->notes.learned.server_mac), SERVER_MAC);
+    EXPECT_EQ(eth1_->notes.learned.address.ipv4_be, 0u);
 }
 
 TEST_F(pppoe_process, a_port_known_for_dhcp_moves_to_pppoe)
