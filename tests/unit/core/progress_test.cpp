@@ -87,8 +87,12 @@ TEST_F(progress, the_pause_between_looks_is_the_one_that_runs)
     fire(engine.init_wan_detect_all);
     fire(engine.start_wan_detect);
     EXPECT_EQ(now().retry_pause_s, 30);
+    ASSERT_TRUE(engine.start_wan_detect.pending);
+    EXPECT_STREQ(now().next, "look") << "not the polls until then";
+    EXPECT_NEAR(now().next_ms, 30000, 1000);
     fire(engine.look_again);
     EXPECT_EQ(now().retry_pause_s, 60);
+    EXPECT_STREQ(now().next, "pass");
     fire(engine.start_wan_detect);
     EXPECT_EQ(now().retry_pause_s, 60);
 }
