@@ -22,8 +22,10 @@ constexpr const char *END = "uloop_wan_detect_end"; // its parts speak in its na
 static t_role look_where_role_is()
 {
     const t_role role = look_at_role(&port_model);
-    if (role == t_role::moved)
+    if (role == t_role::moved) {
+        drop_swap_of_moved_role();
         begin_retries_anew();
+    }
     return role;
 }
 

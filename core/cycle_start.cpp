@@ -22,8 +22,9 @@
 constexpr const char *PASS = "uloop_start_wan_detect"; // its parts speak in its name
 constexpr int MAX_BUS_WAITS = 10;
 
-// What a look at the current WAN port says; unknown while nobody can tell.
-enum class t_wan_state : uint8_t { good, bad, unknown };
+// What a look at the current WAN port says; unknown while nobody can tell, and waited for in vain when that has lasted
+// too long: then it counts as bad, but nobody has said so.
+enum class t_wan_state : uint8_t { good, bad, unknown, waited_for_in_vain };
 
 void refresh_reserved_ports()
 {
@@ -62,7 +63,10 @@ static void open_pass()
         announce_cycle(true);
         begin_rounds();
         delete_file(WAN_RESULT_FILE);
+        const t_device *former_wan = port_model.wan_dev;
         update_wan_device(&port_model);
+        if (port_model.wan_dev != former_wan)
+            drop_swap_of_moved_role();
     }
     update_wan_ipv4_protocol(&port_model);
 }
@@ -112,7 +116,7 @@ static t_wan_state look_at_current_wan()
         return good ? t_wan_state::good : t_wan_state::bad;
     }
     if (engine.bus_waits >= MAX_BUS_WAITS)
-        return t_wan_state::bad;
+        return t_wan_state::waited_for_in_vain;
     engine.bus_waits++;
     return t_wan_state::unknown;
 }
@@ -186,6 +190,7 @@ void uloop_start_wan_detect(uloop_timeout *)
     case t_role::unmoved:
         break;
     case t_role::moved:
+        drop_swap_of_moved_role();
         begin_retries_anew();
         if (listed_now)
             engine.possible_wan_dev_list.remove(listed_wan); // it was listed only as the WAN port
@@ -204,6 +209,9 @@ void uloop_start_wan_detect(uloop_timeout *)
     case t_wan_state::bad:
         note_wan_port(false);
         test_swap(false);
+        break;
+    case t_wan_state::waited_for_in_vain:
+        note_wan_port(false);
         break;
     }
     engine.possible_wan_dev_list.remove(port_model.wan_dev); // it was listed only to be looked at first

@@ -59,7 +59,7 @@ struct t_wan_detect_engine {
         uint8_t no_dns_probe_yet;
         t_dns_ctx dns_ctx;
     };
-    // Twelve timers: eight here, four further down. Each is bound once, at start-up.
+    // Thirteen timers: eight here, five further down. Each is bound once, at start-up.
     uloop_timeout init_wan_detect_all;
     uloop_timeout start_wan_detect;
     uloop_timeout using_proto_detect;
@@ -88,6 +88,7 @@ struct t_wan_detect_engine {
     t_retry retry;
     t_swap_trial swap;
     uloop_timeout news;
+    uloop_timeout network_watch;
     t_flag pass_is_wished; // by any thread, the last wish winning
     t_shared<int> wished_pass_ms;
 };

@@ -48,6 +48,7 @@ static void bind_timers()
     engine.heartbeat.cb = uloop_heartbeat;
     engine.look_again.cb = uloop_look_again;
     engine.news.cb = uloop_tell_news;
+    engine.network_watch.cb = uloop_watch_network_package;
 }
 
 // Maybe a ban, which is not made yet.

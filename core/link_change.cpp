@@ -6,6 +6,7 @@
 #include "core/wishes.h"
 #include "model/banned.h"
 #include "model/port_model.h"
+#include "model/tables.h"
 #include "platform/clock.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
@@ -144,6 +145,9 @@ int wan_detect_process_link_change(t_device *dev, bool up)
         LOG(Debug, "wan_detect not enable, ignore the deivce status change!\n");
     if (up)
         remove_banned_device_from_list(port_model.dev_hashmap_head, &port_model.banned_list, nullptr, dev);
-    wish_for_link_news();
+    if (port_model.wan_port_pool && find_device(port_model.wan_port_pool, dev->name))
+        wish_for_link_news();
+    else
+        wish_for_fresh_retries(); // nobody can be asked there, however often it flaps
     return OK;
 }

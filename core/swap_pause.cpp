@@ -46,11 +46,21 @@ static bool has_role(const t_device *dev)
     return port_model.wan_dev == dev && !port_model.role_is_away;
 }
 
+// Nothing is on trial any more, and the WAN port works: what failed before is over.
+static void forget_failures()
+{
+    engine.swap.failures = 0;
+    chronicle.counters.swaps_failed_in_a_row = 0;
+}
+
 void test_swap(bool wan_works)
 {
     t_swap_trial &swap = engine.swap;
-    if (!swap.dev)
+    if (!swap.dev) {
+        if (wan_works)
+            forget_failures();
         return;
+    }
     if (wan_works && has_role(swap.dev)) { // maybe only later in the cycle that tests it
         swap.dev = nullptr;
         swap.failures = 0;
@@ -62,11 +72,36 @@ void test_swap(bool wan_works)
     }
 }
 
+void drop_swap_of_moved_role()
+{
+    if (port_model.wan_dev == engine.swap.dev)
+        return; // the swap itself, later than its command was through
+    engine.swap.dev = nullptr;
+    engine.swap.failed = false;
+}
+
 void look_for_new_answers()
 {
     for (const t_device_list *node = engine.possible_wan_dev_list.head.next; node; node = node->next)
         if (was_silent_before(node->dev))
             begin_swap_pauses_anew();
+}
+
+// Only a pause that is longer than the first one can be cut short.
+static void watch_network_package()
+{
+    if (engine.swap.failures)
+        uloop_timeout_set(&engine.network_watch, SWAP_PAUSE_FIRST_S * MILLISECONDS_PER_SECOND);
+}
+
+void uloop_watch_network_package(uloop_timeout *)
+{
+    if (!engine.swap.pause_runs || !engine.init_wan_detect_all.pending)
+        return;
+    if (stamp_of_network_package() != engine.swap.network)
+        begin_swap_pauses_anew();
+    else
+        watch_network_package();
 }
 
 void settle_swap()
@@ -75,6 +110,7 @@ void settle_swap()
     if (swap.is_new) {
         swap.network = stamp_of_network_package(); // the swap may have written it
         swap.pause_runs = true;
+        watch_network_package();
     } else if (swap.failed) {
         swap.dev = nullptr;
     }

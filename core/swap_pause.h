@@ -17,11 +17,19 @@ int begin_swap(t_device *dev);
 // A pass looked at the WAN port.
 void test_swap(bool wan_works);
 
+// The role was found at another port than before. Unless that is where the swap sent it, somebody else has moved it,
+// and no cycle can test the swap any more.
+void drop_swap_of_moved_role();
+
 // The verdict is about to be carried out: who of those that answered was silent in the cycle before?
 void look_for_new_answers();
 
 // A cycle is about to end: its own swap is on trial from now on, the one that it tested no more.
 void settle_swap();
+
+// Timer callback: while a longer pause runs, looks every 21 s whether the network package was changed.
+struct uloop_timeout;
+void uloop_watch_network_package(uloop_timeout *timer);
 
 // Something changed: the first pause again, also instead of a longer one that is running.
 void begin_swap_pauses_anew();

@@ -3,6 +3,7 @@
 
 #include "core/cycle.h"
 #include "core/retries.h"
+#include "core/swap_pause.h"
 #include "model/current_wan.h"
 
 void follow_moved_role()
@@ -12,6 +13,7 @@ void follow_moved_role()
     const bool was_away = port_model.role_is_away;
     if (look_at_role(&port_model) != t_role::moved)
         return;
+    drop_swap_of_moved_role();
     begin_retries_anew();
     if (!port_model.enable || !port_model.router_mode)
         return;

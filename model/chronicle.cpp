@@ -93,7 +93,7 @@ t_fate noted_fate(const t_device *dev)
 bool was_silent_before(const t_device *dev)
 {
     const t_fate fate = fate_in(remembered_cycle(1), dev);
-    return fate == t_fate::silent || fate == t_fate::other_answered || fate == t_fate::no_gateway;
+    return fate == t_fate::silent || fate == t_fate::no_gateway;
 }
 
 void note_decision(t_decision decision)

@@ -120,7 +120,7 @@ void note_cycle_ends(const t_device *winner);
 // What was noted of a port in the running cycle, or the last one.
 t_fate noted_fate(const t_device *dev);
 
-// True when nobody answered behind this port in the cycle before the newest.
+// True when nobody answered behind this port in the cycle before the newest, in which it was asked to the end.
 bool was_silent_before(const t_device *dev);
 
 // --- swaps

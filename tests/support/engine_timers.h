@@ -33,4 +33,5 @@ inline void cancel_all_timers()
     for (uloop_timeout *timer : ENGINE_TIMERS)
         uloop_timeout_cancel(timer);
     uloop_timeout_cancel(&engine.news);
+    uloop_timeout_cancel(&engine.network_watch);
 }

@@ -3,7 +3,9 @@
 
 #include "core/cycle.h"
 #include "core/link_change.h"
+#include "core/wan_role.h"
 #include "model/chronicle.h"
+#include "platform/result_codes.h"
 #include "tests/unit/core/engine_fixture.h"
 
 namespace {
@@ -34,6 +36,12 @@ protected:
         for (int i = 0; i < count; i++)
             pauses.push_back(run_cycle());
         return pauses;
+    }
+    // The first pass of the cycle that tests the last swap.
+    static void open_test()
+    {
+        fire(engine.init_wan_detect_all);
+        fire(engine.start_wan_detect);
     }
     static void run_for_an_hour()
     {
@@ -179,6 +187,140 @@ TEST_F(swap_pause, an_answer_of_a_port_that_was_silent_in_the_cycle_before_begin
 {
     plug({"eth3"});
     EXPECT_EQ(run_cycles(3), (std::vector<int>{21, 42, 84}));
+    newest_cycle()->fates[port_place(dev("eth3"))] = t_fate::silent;
     fake_probes.dhcp_ports.insert("eth3");
     EXPECT_EQ(run_cycles(2), (std::vector<int>{21, 42}));
+}
+
+// holds: swap-pause-doubles
+TEST_F(swap_pause, a_port_that_another_one_was_faster_than_was_not_silent)
+{
+    plug({"eth3"});
+    EXPECT_EQ(run_cycles(3), (std::vector<int>{21, 42, 84}));
+    fake_probes.dhcp_ports.insert("eth3");
+    EXPECT_EQ(run_cycle(), 168);
+}
+
+// holds: swap-pause-doubles
+TEST_F(swap_pause, a_link_outside_the_pool_is_no_change)
+{
+    load("dhcp", "0 1 2 3 4", "0 1 2 3");
+    plug({"eth1", "eth2"});
+    run_cycles(3);
+    wan_detect_process_link_change(dev("eth4"), true);
+    EXPECT_EQ(armed(engine.init_wan_detect_all), 84000);
+    EXPECT_EQ(swap_pause_s(), 84);
+    EXPECT_TRUE(engine.news.pending) << "it is told all the same";
+}
+
+// holds: swap-pause-anew
+TEST_F(swap_pause, a_changed_network_package_cuts_a_longer_pause)
+{
+    EXPECT_EQ(run_cycle(), 21);
+    EXPECT_FALSE(engine.network_watch.pending) << "no pause is shorter";
+    EXPECT_EQ(run_cycles(2), (std::vector<int>{42, 84}));
+    EXPECT_EQ(armed(engine.network_watch), 21000);
+    fire(engine.network_watch);
+    EXPECT_EQ(armed(engine.init_wan_detect_all), 84000);
+    write_network();
+    fire(engine.network_watch);
+    EXPECT_EQ(armed(engine.init_wan_detect_all), 21000);
+    EXPECT_FALSE(engine.network_watch.pending);
+}
+
+// holds: swap-pause-anew
+TEST_F(swap_pause, the_network_package_is_not_watched_when_the_pause_is_over)
+{
+    run_cycles(3);
+    start_wan_detect_all(60000);
+    fire(engine.network_watch);
+    EXPECT_FALSE(engine.network_watch.pending);
+}
+
+// holds: swap-pause-anew
+TEST_F(swap_pause, a_wan_port_that_works_when_its_swap_is_not_on_trial_any_more_ends_the_row_of_failures)
+{
+    unplug({"eth2"});
+    EXPECT_EQ(run_cycle(), 21);
+    open_test();
+    start_wan_detect_all(0);
+    fire(engine.init_wan_detect_all); // the test gives up
+    fire(engine.start_wan_detect);
+    fire(engine.end);
+    EXPECT_EQ(engine.swap.dev, nullptr);
+    EXPECT_EQ(swap_pause_s(), 42);
+    EXPECT_EQ(chronicle.counters.swaps_failed_in_a_row, 1u);
+    fake_router.network_state = 0;
+    EXPECT_EQ(run_cycle(), 0);
+    EXPECT_EQ(swap_pause_s(), 21);
+    EXPECT_EQ(chronicle.counters.swaps_failed_in_a_row, 0u);
+    EXPECT_EQ(chronicle.counters.swaps_confirmed, 0u) << "it was not the swap that helped";
+}
+
+// holds: swap-pause-foreign
+TEST_F(swap_pause, a_role_that_somebody_else_moved_is_no_failure_of_the_swap)
+{
+    fake_probes.dhcp_ports = {"eth1"};
+    EXPECT_EQ(run_cycle(), 21);
+    write_switch_config(5, 3);
+    follow_moved_role();
+    EXPECT_EQ(engine.swap.dev, nullptr);
+    run_cycle();
+    EXPECT_EQ(remembered_cycle(1)->confirmation, t_confirmation::unknown);
+    EXPECT_EQ(chronicle.counters.swaps_failed_in_a_row, 0u);
+}
+
+// holds: swap-pause-foreign
+TEST_F(swap_pause, nor_is_one_that_was_moved_before_the_first_pass_of_the_test)
+{
+    fake_probes.dhcp_ports = {"eth1"};
+    EXPECT_EQ(run_cycle(), 21);
+    write_switch_config(5, 3);
+    open_test();
+    ASSERT_EQ(newest_cycle()->number, 2u);
+    EXPECT_EQ(remembered_cycle(1)->confirmation, t_confirmation::unknown);
+    EXPECT_EQ(engine.swap.dev, nullptr);
+}
+
+// holds: swap-pause-foreign
+TEST_F(swap_pause, nor_is_one_that_was_moved_while_the_test_runs)
+{
+    fake_probes.dhcp_ports = {"eth1"};
+    EXPECT_EQ(run_cycle(), 21);
+    fake_router.bus_result = ERR_BUS_OBJECT;
+    open_test();
+    ASSERT_EQ(engine.swap.dev, dev("eth1"));
+    write_switch_config(5, 3);
+    fire(engine.start_wan_detect);
+    EXPECT_EQ(remembered_cycle(1)->confirmation, t_confirmation::unknown);
+    EXPECT_EQ(engine.swap.dev, nullptr);
+}
+
+// holds: swap-pause-foreign
+TEST_F(swap_pause, a_swap_that_is_seen_late_stays_on_trial)
+{
+    fake_router.swap_works = false;
+    fake_probes.dhcp_ports = {"eth1"};
+    EXPECT_EQ(run_cycle(), 21);
+    write_switch_config(5, 1);
+    follow_moved_role();
+    EXPECT_EQ(engine.swap.dev, dev("eth1"));
+    fake_router.network_state = 0;
+    run_cycle();
+    EXPECT_EQ(chronicle.counters.swaps_confirmed, 1u);
+}
+
+// holds: swap-pause-foreign
+TEST_F(swap_pause, a_network_manager_that_stays_away_is_no_failure_of_the_swap)
+{
+    fake_probes.dhcp_ports = {"eth1"};
+    EXPECT_EQ(run_cycle(), 21);
+    fake_router.bus_result = ERR_BUS_OBJECT;
+    open_test();
+    for (int i = 0; i < 10; i++)
+        fire(engine.start_wan_detect);
+    EXPECT_EQ(noted_fate(dev("eth1")), t_fate::not_connected);
+    EXPECT_EQ(remembered_cycle(1)->confirmation, t_confirmation::unknown);
+    EXPECT_EQ(chronicle.counters.swaps_failed_in_a_row, 0u);
+    EXPECT_EQ(engine.swap.dev, dev("eth1"));
 }
