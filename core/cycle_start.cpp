@@ -7,6 +7,7 @@
 #include "core/connection.h"
 #include "core/cycle.h"
 #include "core/fates.h"
+#include "core/hints.h"
 #include "core/link_scan.h"
 #include "core/proto_stage.h"
 #include "core/retries.h"
@@ -220,6 +221,7 @@ void uloop_start_wan_detect(uloop_timeout *)
     if (!somebody_is_left) {
         LOG(Debug, "Zero device need to detect after filter! waiting for other devices plug in trigger!\n");
         poll_for_candidates();
+        look_for_hints_of_nobody();
         return look_again_later();
     }
     confirm_candidates();

@@ -86,6 +86,7 @@ struct t_wan_detect_engine {
     int bus_waits;                       // passes that waited for a network manager that is away
     uloop_timeout look_again;
     t_retry retry;
+    bool silence_is_expected; // in this look nobody has told the hints of silence so far
     t_swap_trial swap;
     uloop_timeout news;
     uloop_timeout network_watch;

@@ -6,56 +6,63 @@
 
 #include "core/connection.h"
 #include "core/engine.h"
-#include "model/banned.h"
+#include "core/fates.h"
 #include "model/chronicle.h"
 #include "model/config_text.h"
 #include "model/port_model.h"
-#include "model/reserved_ports.h"
 #include "platform/log.h"
 
 constexpr const char *VERDICT = "tell_verdict"; // hints are a part of it
 
 namespace {
 
-// Who answered, as far as somebody was asked; an answer to a search by ARP counts for candidates only.
+// Linked ports of the pool that answered. A reserved one is not asked by a cycle, but may have been by a request, or
+// before it was reserved; a banned one is not asked by ARP.
 struct t_answers {
-    int count;
-    int free;               // from ports that are not banned
-    const t_device *banned; // borrowed; null for none
+    int lines; // free and banned ones that were asked in this cycle
+    int free, banned, reserved;
 };
 
 } // namespace
 
 static bool has_answered(const t_device *dev, const t_protocol *wanted)
 {
-    return dev->link_active && ((wanted && dev->proto == wanted) || engine.possible_wan_dev_list.find(dev));
+    return (wanted && dev->proto == wanted) || engine.possible_wan_dev_list.find(dev);
 }
 
+// In this cycle or any before, as long as the link stayed.
+static bool answered_when_asked_last(const t_device *dev)
+{
+    const char *wanted = is_probed(connection_kind()) ? protocol_name(wanted_protocol()) : "arp";
+    const t_port_notes &notes = dev->notes;
+    return notes.answer && strcmp(notes.answer, wanted) == 0 && notes.answered_s >= notes.asked_s;
+}
+
+// Ports that may not be WAN for any other reason than a ban are no line to choose from.
 static t_answers count_answers()
 {
     const t_protocol *wanted = wanted_protocol();
     t_answers answers = {};
-    for (t_device *dev = port_model.dev_hashmap_head; dev; dev = static_cast<t_device *>(dev->hh.next)) {
-        if (!has_answered(dev, wanted))
-            continue;
-        answers.count++;
-        if (is_banned_device(&port_model.banned_list, dev))
-            answers.banned = dev;
-        else
-            answers.free++;
+    t_read_guard guard(engine.gate.locks.device_lock);
+    for (const t_device *dev = port_model.dev_hashmap_head; dev; dev = static_cast<t_device *>(dev->hh.next)) {
+        const t_fate bar = bar_against(dev);
+        const bool answered = has_answered(dev, wanted);
+        answers.lines += answered && (bar == t_fate::not_looked_at || bar == t_fate::banned);
+        answers.free += answered && bar == t_fate::not_looked_at;
+        answers.banned += bar == t_fate::banned && (answered || answered_when_asked_last(dev));
+        answers.reserved += bar == t_fate::reserved && answered_when_asked_last(dev);
     }
     return answers;
 }
 
-// A reserved port is not asked by a cycle, but may have been by a request, or before it was reserved.
-static const t_device *find_reserved_answer()
+// A port that the next look takes along says more than what was seen before.
+static bool somebody_waits()
 {
-    const char *wanted = is_probed(connection_kind()) ? protocol_name(wanted_protocol()) : "arp";
-    for (t_device *dev = port_model.dev_hashmap_head; dev; dev = static_cast<t_device *>(dev->hh.next))
-        if (dev->link_active && dev->notes.answer && strcmp(dev->notes.answer, wanted) == 0 &&
-            is_reserved_port(&port_model, dev->name))
-            return dev;
-    return nullptr;
+    t_read_guard guard(engine.gate.locks.device_lock);
+    for (const t_device *dev = port_model.dev_hashmap_head; dev; dev = static_cast<t_device *>(dev->hh.next))
+        if (dev != port_model.wan_dev && !dev->is_brlan_dev && bar_against(dev) == t_fate::not_looked_at)
+            return true;
+    return false;
 }
 
 static const char *text_of(uci_section *section, const char *name)
@@ -121,21 +128,52 @@ static unsigned hints_of_settings(bool asked)
     return hint_if(chronicle.pool_has_strangers, HINT_POOL) | hint_if(asked && wan_is_tagged(), HINT_VLAN);
 }
 
+// Nobody was asked: what was seen before stays, but for what cannot be any more.
+static unsigned hints_that_stay()
+{
+    unsigned hints = chronicle.hints & ~(HINT_ONLY_BANNED | HINT_ONLY_RESERVED);
+    if (hints & HINT_VLAN && !wan_is_tagged())
+        hints &= ~HINT_VLAN;
+    return hints;
+}
+
 void look_for_hints(const t_device *winner)
 {
     const t_cycle_note *cycle = newest_cycle();
     if (!winner || !cycle)
         return;
     if (cycle->decision != t_decision::wan_works)
-        tell(hints_of_settings(true) | hint_if(count_answers().count > 1, HINT_SEVERAL));
-    else if (cycle->asked)
-        tell(hints_of_settings(false));
+        tell(hints_of_settings(true) | hint_if(count_answers().lines > 1, HINT_SEVERAL));
+    else
+        tell(cycle->asked ? hints_of_settings(false) : hints_that_stay());
+}
+
+void expect_silence()
+{
+    engine.silence_is_expected = true;
+}
+
+static unsigned hints_of_answers(const t_answers &answers)
+{
+    return hint_if(answers.banned && answers.free == 0, HINT_ONLY_BANNED) |
+           hint_if(answers.reserved && answers.banned + answers.free == 0, HINT_ONLY_RESERVED);
 }
 
 void look_for_hints_of_silence()
 {
     const t_answers answers = count_answers();
-    tell(hints_of_settings(true) | hint_if(answers.banned && answers.free == 0, HINT_ONLY_BANNED) |
-         hint_if(answers.count == 0 && find_reserved_answer(), HINT_ONLY_RESERVED) |
-         hint_if(answers.count > 1, HINT_SEVERAL));
+    engine.silence_is_expected = false;
+    tell(hints_of_settings(true) | hints_of_answers(answers) | hint_if(answers.lines > 1, HINT_SEVERAL));
+}
+
+void look_for_hints_of_nobody()
+{
+    const t_cycle_note *cycle = newest_cycle();
+    if (!engine.silence_is_expected || !cycle)
+        return;
+    if (cycle->asked)
+        return look_for_hints_of_silence();
+    engine.silence_is_expected = false;
+    if (!somebody_waits())
+        tell(hints_that_stay() | hints_of_settings(false) | hints_of_answers(count_answers()));
 }

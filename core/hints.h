@@ -7,5 +7,11 @@ struct t_device;
 // A verdict names this port, and the list holds who answered.
 void look_for_hints(const t_device *winner);
 
+// A cycle, or a look within one, begins.
+void expect_silence();
+
 // Everybody who may be WAN was asked, and nobody is left.
 void look_for_hints_of_silence();
+
+// A pass finds nobody left, and maybe nobody was asked: once in a look, what that says.
+void look_for_hints_of_nobody();

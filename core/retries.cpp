@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "core/engine.h"
+#include "core/hints.h"
 #include "model/config_text.h"
 #include "model/port_model.h"
 #include "platform/clock.h"
@@ -75,6 +76,7 @@ void begin_rounds()
     if (!engine.retry.opened_cycle)
         engine.retry.round = 0;
     engine.retry.opened_cycle = false;
+    expect_silence();
 }
 
 void begin_look(bool opens_cycle)
@@ -82,4 +84,5 @@ void begin_look(bool opens_cycle)
     engine.retry.next_s = pause_after(engine.retry.armed_s); // a pause that was cut short does not count
     engine.retry.round++;
     engine.retry.opened_cycle = opens_cycle;
+    expect_silence();
 }

@@ -2,6 +2,7 @@
 #include "core/hints.h"
 
 #include "core/cycle.h"
+#include "core/link_change.h"
 #include "model/banned.h"
 #include "model/chronicle.h"
 #include "model/port_config.h"
@@ -33,6 +34,17 @@ protected:
             fire(engine.using_proto_detect);
             fire(engine.start_wan_detect);
         }
+    }
+    // A cycle over all ports, up to and including its first pass.
+    static void open_cycle()
+    {
+        start_wan_detect_all(0);
+        fire(engine.init_wan_detect_all);
+        fire(engine.start_wan_detect);
+    }
+    static void ban(const char *port)
+    {
+        add_unique_banned_device_to_list(port_model.dev_hashmap_head, &port_model.banned_list, port, 1000);
     }
     static void configure_wan(const std::string &more)
     {
@@ -156,4 +168,124 @@ TEST_F(hints, two_gateways_are_several_lines)
     fake_probes.gateway_ports = {"eth1", "eth2"};
     run_cycle();
     EXPECT_EQ(chronicle.hints, HINT_SEVERAL);
+}
+
+// holds: hint-several
+TEST_F(hints, a_port_outside_the_pool_is_no_line_to_choose_from)
+{
+    load("dhcp", "0 1 2 3 4", "0 1 2 3");
+    plug({"eth1", "eth4"});
+    fake_probes.dhcp_ports = {"eth1", "eth4"};
+    run_cycle();
+    EXPECT_EQ(dev("eth4")->proto, protocol("dhcp"));
+    EXPECT_EQ(chronicle.hints, 0);
+}
+
+// holds: hint-vlan
+TEST_F(hints, a_vlan_is_told_until_the_setting_is_mended)
+{
+    const std::string untagged = read_file("/etc/config/network");
+    configure_wan("\toption device 'eth0.35'\n");
+    plug({"eth0", "eth1"});
+    fake_probes.dhcp_ports = {"eth1"};
+    run_cycle();
+    fake_router.network_state = 0;
+    run_cycle();
+    EXPECT_EQ(chronicle.hints, HINT_VLAN);
+    write_config("network", untagged);
+    run_cycle();
+    EXPECT_EQ(chronicle.hints, 0);
+}
+
+// holds: hint-pool, hint-looks
+TEST_F(hints, a_pool_of_strangers_only_is_told_once_in_every_look)
+{
+    load("dhcp", "0 1 2 3 4", "9");
+    plug({"eth1"});
+    open_cycle();
+    EXPECT_EQ(chronicle.hints, HINT_POOL);
+    EXPECT_EQ(warnings(), 1);
+    chronicle.hints = 0;
+    fire(engine.start_wan_detect);
+    EXPECT_EQ(chronicle.hints, 0) << "only in a look";
+    fire(engine.look_again);
+    fire(engine.start_wan_detect);
+    EXPECT_EQ(chronicle.hints, HINT_POOL);
+}
+
+// holds: hint-looks
+TEST_F(hints, a_cycle_that_does_not_look_again_looks_for_hints_once)
+{
+    load("dhcp", "0 1 2 3 4", "9");
+    write_config("network", read_file("/etc/config/network") +
+                                "config auto_wan_detect 'auto_wan_detect'\n\toption retry_interval '0'\n");
+    open_cycle();
+    EXPECT_EQ(chronicle.hints, HINT_POOL);
+    chronicle.hints = 0;
+    fire(engine.start_wan_detect);
+    EXPECT_EQ(chronicle.hints, 0);
+}
+
+// holds: hint-ban, hint-looks
+TEST_F(hints, the_only_linked_port_is_banned_and_answered_before)
+{
+    plug({"eth1"});
+    ban("eth1");
+    open_cycle();
+    EXPECT_EQ(chronicle.hints, 0);
+    note_answer(dev("eth1"), "dhcp");
+    fire(engine.look_again);
+    fire(engine.start_wan_detect);
+    EXPECT_EQ(chronicle.hints, HINT_ONLY_BANNED);
+    EXPECT_EQ(newest_cycle()->asked, 0);
+}
+
+// holds: hint-reserved, hint-looks
+TEST_F(hints, the_only_linked_port_is_reserved_and_answered_before)
+{
+    write_switch_config(5, 0, "config gaming 'gaming'\n\toption switch_port 'port3'\n");
+    plug({"eth3"});
+    note_answer(dev("eth3"), "dhcp");
+    open_cycle();
+    EXPECT_EQ(chronicle.hints, HINT_ONLY_RESERVED);
+}
+
+// holds: hint-reserved
+TEST_F(hints, a_reserved_port_that_was_silent_when_it_was_asked_last_is_not_told)
+{
+    write_switch_config(5, 0, "config gaming 'gaming'\n\toption switch_port 'port3'\n");
+    plug({"eth3"});
+    note_answer(dev("eth3"), "dhcp");
+    dev("eth3")->notes.asked_s = dev("eth3")->notes.answered_s + 1;
+    open_cycle();
+    EXPECT_EQ(chronicle.hints, 0);
+}
+
+// holds: hint-ban
+TEST_F(hints, nothing_is_told_while_another_port_waits_for_the_look)
+{
+    plug({"eth0", "eth1", "eth2"});
+    note_answer(dev("eth1"), "dhcp");
+    ban("eth1");
+    fake_router.links["eth0"] = false;
+    wan_detect_process_link_change(dev("eth0"), false);
+    fire(engine.start_wan_detect);
+    ASSERT_EQ(noted_fate(dev("eth2")), t_fate::not_listed_yet);
+    EXPECT_EQ(chronicle.hints, 0);
+    unplug({"eth2"});
+    fire(engine.look_again);
+    fire(engine.start_wan_detect);
+    EXPECT_EQ(chronicle.hints, HINT_ONLY_BANNED);
+}
+
+// holds: hint-several
+TEST_F(hints, a_banned_port_that_answered_before_and_is_not_asked_is_no_second_line)
+{
+    set_connection("static", "config proto 'static'\n\toption ipaddr '10.0.0.2'\n\toption gateway '10.0.0.1'\n");
+    plug({"eth1", "eth2"});
+    fake_probes.gateway_ports = {"eth1", "eth2"};
+    note_answer(dev("eth2"), "arp");
+    ban("eth2");
+    run_cycle();
+    EXPECT_EQ(chronicle.hints, 0);
 }
