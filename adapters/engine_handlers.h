@@ -24,7 +24,7 @@ struct t_progress {
     const char *state; // of the cycle, in the words of docs/architecture.md: "resting", "waiting", "looking", ...
     const char *next;  // due next: "pass", "cycle", "look", "answers", "judgement", "end"; null for nothing
     int next_ms;
-    int retry_pause_s; // before the look that is due, or would be next
+    int retry_pause_s; // before the look that is due, or would be next; 0 for never
     int swap_pause_s;  // behind the next swap
     bool starting;     // the loop has not begun
 };

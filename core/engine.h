@@ -23,7 +23,7 @@ enum class t_stage_owner : uint8_t { nobody, cycle, request };
 
 // The pauses between two looks of a cycle that finds nobody.
 struct t_retry {
-    int first_s;       // as configured when the running pause began
+    int first_s;       // as configured when the running pause began, at first at start-up; 0 for never
     int armed_s;       // the pause that is running
     int next_s;        // the one after it; 0 for the first again
     unsigned round;    // looks since the cycle opened by itself

@@ -58,6 +58,12 @@ void delay_trigger_thread(t_device *dev, uint32_t settle_ms)
         LOG(Info, "Failed to add device %s to backup possible wan list! might add reapeatly\n", dev->name);
 }
 
+void count_link_changes_anew()
+{
+    for (t_device *dev = port_model.dev_hashmap_head; dev; dev = static_cast<t_device *>(dev->hh.next))
+        dev->notes.link_changes = 0;
+}
+
 static void *run_delay_trigger(void *dev)
 {
     delay_trigger_thread(static_cast<t_device *>(dev), PORT_SETTLE_MS);

@@ -14,6 +14,9 @@ constexpr uint32_t PORT_SETTLE_MS = 9000;
 // port's ban. Always 0. Outside router mode nothing happens, not even the storing.
 int wan_detect_process_link_change(t_device *dev, bool up);
 
+// The loop is about to begin, and no other thread has: what start-up found was no change.
+void count_link_changes_anew();
+
 // Body of the detached thread of a port that came up: waits for the link to settle, then parks the port unless the link
 // or the cycle is gone, or the process is about to end.
 void delay_trigger_thread(t_device *dev, uint32_t settle_ms);

@@ -19,8 +19,10 @@
 #include "core/engine.h"
 #include "core/engine_life.h"
 #include "core/hangup.h"
+#include "core/link_change.h"
 #include "core/link_scan.h"
 #include "core/options.h"
+#include "core/retries.h"
 #include "core/shutdown.h"
 #include "core/start_pause.h"
 #include "core/wishes.h"
@@ -141,6 +143,7 @@ static void load_model()
         wan_detect_remove_fake_wan();
     port_model.router_mode = get_is_router_mode();
     update_wan_device(&port_model);
+    read_first_pause();
     set_uci_lock_limit(UCI_LOCK_LIMIT_MS);
 }
 
@@ -237,6 +240,7 @@ int main(int argc, char **argv)
     wait_for_link();
     open_first_cycle();
     stop_if_asked();
+    count_link_changes_anew();
     start_workers();
     LOG(Debug, "Wan detect start uloop!!!!!!\n");
     uloop_timeout_set(&engine.heartbeat, 0);

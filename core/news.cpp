@@ -12,12 +12,24 @@
 
 constexpr uint32_t NO_END = INT32_MAX;
 
+// Whoever comes next behind the port is somebody else.
+static void forget_who_was_there(t_port_notes *notes)
+{
+    notes->lan_hosts = 0;
+    notes->lan_seen_s = 0;
+    notes->answer = nullptr;
+    notes->answered_s = 0;
+    notes->learned = {};
+}
+
 static void tell_link(t_device *dev)
 {
     const uint32_t changes = dev->notes.link_changes;
     if (changes == dev->notes.told_link_changes)
         return;
     dev->notes.told_link_changes = changes;
+    if (!dev->link_active)
+        forget_who_was_there(&dev->notes);
     announce_link(dev);
 }
 

@@ -14,15 +14,27 @@
 
 constexpr int NO_RETRIES = 0;
 
+// As configured; null for nothing.
+static int first_pause_of(const char *value)
+{
+    int seconds = RETRY_FIRST_S;
+    if (value && !parse_decimal(value, NO_RETRIES, NO_RETRIES, &seconds))
+        parse_decimal(value, RETRY_SHORTEST_FIRST_S, RETRY_LONGEST_FIRST_S, &seconds);
+    return seconds;
+}
+
 static int first_pause_s()
 {
     char value[UCI_VALUE_SIZE] = "";
-    int seconds = RETRY_FIRST_S;
-    if (_uci_get_value("network.auto_wan_detect.retry_interval", value) != OK ||
-        parse_decimal(value, NO_RETRIES, NO_RETRIES, &seconds))
-        return seconds;
-    parse_decimal(value, RETRY_SHORTEST_FIRST_S, RETRY_LONGEST_FIRST_S, &seconds);
-    return seconds;
+    return first_pause_of(_uci_get_value("network.auto_wan_detect.retry_interval", value) == OK ? value : nullptr);
+}
+
+void read_first_pause()
+{
+    t_uci_package network("network");
+    uci_section *section = network.package ? find_config_section(network.package, "auto_wan_detect") : nullptr;
+    const uci_option *option = section ? find_config_option(section, "retry_interval") : nullptr;
+    engine.retry.first_s = first_pause_of(option ? option_text(option) : nullptr);
 }
 
 static int pause_after(int pause_s)
@@ -63,7 +75,9 @@ void begin_retries_anew()
 
 int retry_pause_s()
 {
-    return engine.look_again.pending ? engine.retry.armed_s : std::max(engine.retry.next_s, engine.retry.first_s);
+    if (engine.look_again.pending)
+        return engine.retry.armed_s;
+    return engine.retry.first_s == NO_RETRIES ? NO_RETRIES : std::max(engine.retry.next_s, engine.retry.first_s);
 }
 
 bool asks_in_own_name()

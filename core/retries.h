@@ -7,6 +7,9 @@ constexpr int RETRY_LONGEST_S = 300;
 constexpr int RETRY_SHORTEST_FIRST_S = 10;
 constexpr int RETRY_LONGEST_FIRST_S = 3600;
 
+// At start-up, so that the first pause is known before it is needed.
+void read_first_pause();
+
 // Asks for the next look unless one is due already, and lengthens the pause before the one after it. Nothing happens
 // with detection off, outside router mode, or when the configuration wants no retries.
 void look_again_later();
@@ -17,7 +20,7 @@ void stop_looking_again();
 // Something changed: the pauses begin with the shortest again, also the one that is running.
 void begin_retries_anew();
 
-// The pause that is running, or would be next, as far as is known; 0 without retries.
+// The pause that is running, or would be next, as far as is known; 0 for never.
 int retry_pause_s();
 
 // True in every second look: gateways that answer no stranger are asked in the connection's own name then.

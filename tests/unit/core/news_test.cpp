@@ -8,6 +8,7 @@
 #include "core/link_change.h"
 #include "core/wishes.h"
 #include "model/banned.h"
+#include "model/chronicle.h"
 #include "tests/unit/core/engine_fixture.h"
 #include "tests/unit/core/recorded_events.h"
 
@@ -97,4 +98,22 @@ TEST_F(news, a_ban_that_a_link_lifts_is_announced_with_it)
     told();
     wan_detect_process_link_change(dev("eth2"), true);
     EXPECT_EQ(told(), (t_events{"link eth2 up 1", "ban eth2 0"}));
+}
+
+// holds: link-forgets
+TEST_F(news, a_port_that_loses_its_link_forgets_who_was_there)
+{
+    t_port_notes &notes = dev("eth2")->notes;
+    wan_detect_process_link_change(dev("eth2"), true);
+    note_lan_host(dev("eth2"));
+    note_answer(dev("eth2"), "dhcp");
+    told();
+    EXPECT_STREQ(notes.answer, "dhcp");
+    EXPECT_EQ(notes.lan_hosts, 1);
+    wan_detect_process_link_change(dev("eth2"), false);
+    told();
+    EXPECT_EQ(notes.answer, nullptr);
+    EXPECT_EQ(notes.answered_s, 0u);
+    EXPECT_EQ(notes.lan_hosts, 0);
+    EXPECT_EQ(notes.lan_seen_s, 0u);
 }

@@ -20,6 +20,7 @@
 #include <unistd.h>
 
 #include "core/hangup.h"
+#include "core/retries.h"
 #include "core/shutdown.h"
 #include "model/chronicle.h"
 #include "platform/bus.h"
@@ -475,6 +476,34 @@ TEST_F(start_up, opens_a_cycle_at_once_when_the_upstream_does_not_work)
         EXPECT_EQ(chronicle.asked_opener, t_opener::start_up) << state;
     }
     EXPECT_EQ(fake_router.count("online-test"), 0);
+}
+
+// holds: link-counts
+TEST_F(start_up, links_that_are_there_before_the_loop_are_no_changes)
+{
+    fake_router.links["eth0"] = fake_router.links["eth2"] = true;
+    std::vector<uint32_t> changes;
+    on_loop = [&](int) {
+        for (const char *port : {"eth0", "eth1", "eth2"})
+            changes.push_back(dev(port)->notes.link_changes);
+        EXPECT_TRUE(dev("eth2")->link_active);
+    };
+    start();
+    EXPECT_EQ(changes, (std::vector<uint32_t>{0, 0, 0}));
+}
+
+// holds: progress
+TEST_F(start_up, the_pause_before_the_first_look_is_known_in_the_loop)
+{
+    const std::string network = read_file("/etc/config/network");
+    std::vector<int> pauses;
+    on_loop = [&](int) { pauses.push_back(retry_pause_s()); };
+    for (const char *value : {"0", "45", "1"}) {
+        write_config("network",
+                     network + "config auto_wan_detect 'auto_wan_detect'\n\toption retry_interval '" + value + "'\n");
+        start();
+    }
+    EXPECT_EQ(pauses, (std::vector<int>{0, 45, 30}));
 }
 
 // holds: first-cycle
