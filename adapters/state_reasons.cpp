@@ -36,11 +36,16 @@ static t_fate obstacle_of(const t_device &dev)
     return dev.link_active ? t_fate::not_looked_at : t_fate::no_link;
 }
 
+static void tell_bar(t_bus_reply &reply, const t_device &dev, const char *what)
+{
+    reply.line("%s may not be WAN: it is %s.", dev.name, what);
+}
+
 static void tell_ban(t_bus_reply &reply, const t_device &dev)
 {
     const int32_t seconds = ban_seconds_left(&port_model.banned_list, &dev);
     if (seconds == BAN_FOREVER)
-        reply.line("%s may not be WAN: it is banned.", dev.name);
+        tell_bar(reply, dev, "banned");
     else
         reply.line("%s may not be WAN: it is banned for another %d s.", dev.name, seconds);
     reply.element("The ban ends, too, when its link goes and comes back.");
@@ -48,10 +53,10 @@ static void tell_ban(t_bus_reply &reply, const t_device &dev)
 
 static void tell_reservation(t_bus_reply &reply, const t_device &dev)
 {
-    if (const char *reserved = reserved_as(dev); reserved && *reserved == 'g')
-        reply.line("%s may not be WAN: it is the gaming port (switch.gaming.switch_port).", dev.name);
-    else
-        reply.line("%s may not be WAN: it is reserved for a link aggregation (switch.lan_agg.lacpports).", dev.name);
+    const char *reserved = reserved_as(dev);
+    tell_bar(reply, dev,
+             reserved && *reserved == 'g' ? "the gaming port (switch.gaming.switch_port)"
+                                          : "reserved for a link aggregation (switch.lan_agg.lacpports)");
 }
 
 constexpr const char *LOOKS_LIKE_A_HOST = "A modem that has an address of the LAN's network looks like one.";
@@ -71,7 +76,7 @@ static void tell_obstacle(t_bus_reply &reply, const t_device &dev, t_fate obstac
     } else if (obstacle == t_fate::reserved) {
         tell_reservation(reply, dev);
     } else if (obstacle == t_fate::not_in_pool) {
-        reply.line("%s may not be WAN: it is not in the pool (network.auto_wan_detect.wan_port_pool).", dev.name);
+        tell_bar(reply, dev, "not in the pool (network.auto_wan_detect.wan_port_pool)");
     } else {
         reply.line("%s is not asked: it has no link.", dev.name);
         reply.element("A cable is missing, or the device at its other end is off.");

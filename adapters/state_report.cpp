@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "adapters/state_report.h"
 
-#include <algorithm>
 #include <cstdio>
+#include <cstring>
 #include <iterator>
 
 #include "model/banned.h"
@@ -23,7 +23,7 @@ static const t_device *next_port(const t_device *dev)
 
 t_mac_text::t_mac_text(const uint8_t (&mac)[MAC_SIZE]) : text{}
 {
-    if (!std::equal(NO_MAC, NO_MAC + MAC_SIZE, mac))
+    if (memcmp(mac, NO_MAC, sizeof NO_MAC) != 0)
         snprintf(text, sizeof text, "%02X-%02X-%02X-%02X-%02X-%02X", MAC_ARGS(mac));
 }
 
