@@ -133,7 +133,7 @@ static unsigned hints_that_stay()
 {
     unsigned hints = chronicle.hints & ~(HINT_ONLY_BANNED | HINT_ONLY_RESERVED);
     if (hints & HINT_VLAN && !wan_is_tagged())
-        hints &= ~HINT_VLAN;
+        hints &= ~unsigned{HINT_VLAN};
     return hints;
 }
 
