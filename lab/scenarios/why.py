@@ -217,7 +217,7 @@ class WhyGateway(Why):
         self.start(stage)
         self.until_why(stage, "eth2", "no_gateway")
         self.reasons(stage, 1, eth0="not_connected", eth1="no_link", eth2="no_gateway", eth3="no_link")
-        self.explained(stage, "eth2", "Cycle 1, begun # s ago: eth2 was not chosen, for the gateway does not answer behind it.")
+        self.explained(stage, "eth2", "Cycle 1, begun # s ago: eth2 was not chosen, for the gateway did not answer behind it.")
         for name in ("eth1", "eth3"):
             router.plug(name)
         self.until(stage, "both links are seen", lambda: all(self.port(stage, name)["link"] for name in ("eth1", "eth3")), TOLD_S)
@@ -225,9 +225,9 @@ class WhyGateway(Why):
         self.until_over(stage, 2)
         self.reasons(stage, 2, eth1="no_name_server", eth2="no_gateway", eth3="won")
         self.outcome(stage, 2, asked=["eth1", "eth2", "eth3"], decision="name_server", winner="eth3", swap="done", swap_status=0)
-        self.explained(stage, "eth1", "Cycle 2, begun # s ago: eth1 was not chosen, for no name was resolved through it, but "
-                       "through another port.")
-        self.explained(stage, "eth3", "Cycle 2, begun # s ago: eth3 won, for a name was resolved through it.")
+        self.explained(stage, "eth1", "Cycle 2, begun # s ago: eth1 was not chosen, for the name server "
+                       "behind another port answered first.")
+        self.explained(stage, "eth3", "Cycle 2, begun # s ago: eth3 won, for the name server behind it answered first.")
         self.same(stage, "the hint that several lines answer", self.status(stage, "hints"), ["several"])
         self.until_over(stage, 3, SECOND_CYCLE_S)
         self.outcome(stage, 2, confirmed=True)

@@ -56,8 +56,8 @@ class WhyHints(Why):
         self.hints(stage, "pool", "several")
         self.reasons(stage, 3, eth1="reserved", eth2="other_answered", eth3="no_name_server", eth4="won")
         self.outcome(stage, 3, asked=["eth2", "eth3", "eth4"], decision="name_server", winner="eth4", swap="done")
-        self.explained(stage, "eth3", "Cycle 3, begun # s ago: eth3 was not chosen, for no name was resolved through it, but "
-                       "through another port.", "It was asked * within the last hour, the last time # s ago.",
+        self.explained(stage, "eth3", "Cycle 3, begun # s ago: eth3 was not chosen, for the name server "
+                       "behind another port answered first.", "It was asked * within the last hour, the last time # s ago.",
                        "Its last answer: dhcp from *, # s ago.")
         router.show_panel()
 

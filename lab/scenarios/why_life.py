@@ -116,7 +116,7 @@ class WhyLoss(Why):
         self.until_why(stage, "eth3", "not_listed_yet")
         self.reasons(stage, 2, eth0="no_link", eth1="no_link", eth2="not_listed_yet", eth3="not_listed_yet")
         self.explained(stage, "eth3", "Cycle 2, begun # s ago: eth3 was not asked, for its link came too late, or was there "
-                       "before the loss that opened it. The next look at all ports takes it along.")
+                       "before the loss that opened it.", "The next look at all ports takes it along.")
 
     def after_the_swap(self, stage):
         self.outcome(stage, 2, opener="wan_loss", asked=["eth3"], decision="only_answer", winner="eth3", swap="done",
@@ -200,7 +200,7 @@ class WhySwaps(Why):
         self.outcome(stage, 2, confirmed=False)
         self.outcome(stage, 3, winner="eth3", swap="failed", swap_status=3)
         self.explained(stage, "eth3", "Cycle 3, begun # s ago: eth3 won, for it was the only port that answered.",
-                       "The swap command ended with status 3, and the WAN role is not there.")
+                       "The swap command ended with status 3.", "The WAN role is not there.")
         told = self.status(stage)
         self.same(stage, "who has the role, and how many swaps failed in a row",
                   (told["wan"], told["counters"]["swaps"], told["counters"]["swaps_failed_in_a_row"]), ("eth1", 3, 2))
