@@ -89,7 +89,7 @@ const char *time_text(int64_t seconds)
 const char *wait_text(int64_t milliseconds)
 {
     if (milliseconds < 0 || milliseconds >= LONG_WAIT_MS)
-        return time_text((milliseconds + SECOND_MS / 2) / SECOND_MS);
+        return time_text(milliseconds / SECOND_MS + (milliseconds % SECOND_MS >= SECOND_MS / 2 ? 1 : 0));
     const int wait_ms = static_cast<int>(milliseconds);
     snprintf(told, sizeof told, "%d.%d s", wait_ms / SECOND_MS, wait_ms % SECOND_MS / TENTH_MS);
     return told;
