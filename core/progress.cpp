@@ -6,6 +6,7 @@
 #include "core/engine.h"
 #include "core/retries.h"
 #include "core/swap_pause.h"
+#include "platform/text.h"
 
 namespace {
 
@@ -16,28 +17,16 @@ struct t_awaited {
 
 } // namespace
 
-static const char *word_of(t_cycle_state state)
-{
-    switch (state) {
-    case t_cycle_state::resting:
-        return "resting";
-    case t_cycle_state::waiting:
-        return "waiting";
-    case t_cycle_state::looking:
-        return "looking";
-    case t_cycle_state::probing:
-        return "probing";
-    case t_cycle_state::judging:
-        return "judging";
-    case t_cycle_state::asking_arp:
-        return "asking_arp";
-    case t_cycle_state::asking_dns:
-        return "asking_dns";
-    case t_cycle_state::ending:
-        return "ending";
-    }
-    return "resting";
-}
+// In the order of the values.
+constexpr char STATES[] = "resting\0"
+                          "waiting\0"
+                          "looking\0"
+                          "probing\0"
+                          "judging\0"
+                          "asking_arp\0"
+                          "asking_dns\0"
+                          "ending\0";
+static_assert(count_of_texts(STATES) == static_cast<size_t>(t_cycle_state::ending) + 1);
 
 // With nobody left a pass is only a poll for ports that came up: what is waited for is the next look.
 static bool only_polls()
@@ -69,7 +58,7 @@ static void tell_next(t_progress *progress)
 
 void tell_progress(t_progress *progress)
 {
-    progress->state = word_of(engine.state);
+    progress->state = text_at(STATES, static_cast<int>(engine.state.load()));
     tell_next(progress);
     progress->retry_pause_s = retry_pause_s();
     progress->swap_pause_s = swap_pause_s();

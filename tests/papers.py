@@ -41,9 +41,10 @@ WALKS = (
     ("model/static_config.cpp", r"TUNNEL_SECONDARY = \{([^}]*)\}", ["protocol.l2tp", "protocol.pptp"]),
 )
 # What the functions are that choose a word.
-WORDS = {"reserved_as": "reserved", "word_of": "state"}
+WORDS = {"reserved_as": "reserved"}
 # What the lists of words are for.
-LISTS = {"OPENERS": "opener", "FATES": "why", "DECISIONS": "decision", "SWAPS": "swap", "HINT_WORDS": "hint"}
+LISTS = {"OPENERS": "opener", "FATES": "why", "DECISIONS": "decision", "SWAPS": "swap", "HINT_WORDS": "hint",
+         "STATES": "state"}
 # What a variable section stands for.
 VARIABLE = {"switch": ["portN"], "protocol": ["pppoe", "l2tp", "pptp"]}
 
@@ -110,7 +111,8 @@ def state_of_code(tree):
     fields = re.findall(r'\b(?:text|number|flag)\("(\w+)"|report_address\(\w+, "(\w+)"|'
                         r't_bus_(?:table|array) \w+\(\w+, "(\w+)"\)', code)
     lists = {name: re.findall(r"\w+", re.sub(r'\\0|"', " ", texts)) for name, texts in re.findall(
-        r"constexpr char (\w+)\[\] = ([^;]*);", tree.text("model/chronicle_words.cpp") + tree.text("adapters/state_report.cpp"))}
+        r"constexpr char (\w+)\[\] = ([^;]*);", tree.text("model/chronicle_words.cpp") + tree.text("adapters/state_report.cpp") +
+        tree.text("core/progress.cpp"))}
     fields += [(name,) for name in lists["NAMES"]]
     told = tree.text("core/progress.cpp") + code
     bodies = re.findall(r"^(?:static )?const char \*(\w+)\(([^\n]*\n\{.*?^)\}", told, re.M | re.S)
@@ -302,7 +304,7 @@ MISTAKES = (    # where, what stands there, what is written instead, and what is
                                                                              "tells of the state's why quiet"]),
     (BUS, "| `swap` | `name`, `status`, `pause` |", "| `swap` | `name`, `status` |", ["lacks the state's field pause"]),
     ("model/chronicle_words.cpp", '"look_again\\0"', '"look_anew\\0"', ["lacks the state's opener look_anew"]),
-    ("core/progress.cpp", '"judging"', '"judged"', ["lacks the state's state judged"]),
+    ("core/progress.cpp", '"judging\\0"', '"judged\\0"', ["lacks the state's state judged"]),
     ("core/progress.cpp", '"judgement"', '"verdict"', ["lacks the state's next verdict"]),
     ("adapters/state_events.cpp", 'announce("ban"', 'announce("banned"', ["lacks the state's notification banned"]),
     ("adapters/state_report.cpp", '"wan", wan->name', '"role", wan->name', ["lacks the state's field role"]),

@@ -377,6 +377,14 @@ TEST_F(status_client, on_a_terminal_with_few_rows_shows_fewer_verdicts_so_that_t
     EXPECT_NE(few.find("eth4"), few.npos);
 }
 
+// One when the daemon is back, and one whenever it notifies.
+void expect_pictures_again(t_program *program, t_stand_in *daemon)
+{
+    EXPECT_EQ(program->read_until(LAST_LINE), "\n" + kept_text());
+    daemon->notify();
+    EXPECT_EQ(program->read_until(LAST_LINE), "\n" + kept_text());
+}
+
 // holds: status-watch
 TEST_F(status_client, that_watches_outlives_the_daemon)
 {
@@ -387,9 +395,7 @@ TEST_F(status_client, that_watches_outlives_the_daemon)
     EXPECT_EQ(program.complaint_until("\n"), "wan_detect: the daemon is not on the bus\n");
     daemon = std::make_unique<t_stand_in>();
     EXPECT_EQ(program.complaint_until("\n"), "wan_detect: the daemon answers\n");
-    EXPECT_EQ(program.read_until(LAST_LINE), "\n" + kept_text());
-    daemon->notify();
-    EXPECT_EQ(program.read_until(LAST_LINE), "\n" + kept_text());
+    expect_pictures_again(&program, daemon.get());
 }
 
 // holds: status-watch
@@ -403,9 +409,7 @@ TEST_F(status_client, that_watches_outlives_the_bus)
     bus_.start();
     daemon = std::make_unique<t_stand_in>();
     program.complaint_until("wan_detect: the daemon answers\n");
-    EXPECT_EQ(program.read_until(LAST_LINE), "\n" + kept_text());
-    daemon->notify();
-    EXPECT_EQ(program.read_until(LAST_LINE), "\n" + kept_text());
+    expect_pictures_again(&program, daemon.get());
 }
 
 // holds: status-watch
