@@ -5,13 +5,10 @@
 
 #include "platform/ipv4_text.h"
 #include "platform/log.h"
-#include "platform/result_codes.h"
 #include "probes/discovery/dhcp_frames.h"
-#include "probes/wire/interface_query.h"
 
 t_discovery_batch dhcp_detect_handle;
 
-constexpr const char *SENDING = "send_dhcp_discovery_all";
 constexpr const char *RECEIVING = "recv_dhcp_discovery_packet";
 constexpr const char *PROCESSING = "process_dhcp_discovery_all";
 constexpr size_t DHCP_FRAME_SIZE = 1024;
@@ -19,27 +16,6 @@ constexpr size_t DHCP_FRAME_SIZE = 1024;
 static bool may_tell(t_log_level level)
 {
     return may_tell_of_frame(&dhcp_detect_handle.lines, level);
-}
-
-static int learn_lan_mac(t_discovery_batch *batch)
-{
-    t_interface_info lan;
-    if (query_interface(LAN_BRIDGE, &lan) != 0) {
-        LOG_AS(SENDING, Error, "Couldn't get br-lan ip, netmask, mac!\n");
-        return DHCP_ERR_LAN_BRIDGE;
-    }
-    batch->lan_mac = lan.mac;
-    return OK;
-}
-
-static size_t build(std::span<uint8_t> buffer, const t_discovery_port &port)
-{
-    return build_dhcp_discover(buffer, port.socket.mac, port.identifier);
-}
-
-static t_frame_filter filter(const t_discovery_port &port)
-{
-    return dhcp_offer_filter(port.identifier, dhcp_detect_handle.lan_mac, log_get_level());
 }
 
 static void learn_options(t_dhcp_offer *offer, const char *name, t_detect_result *result)
@@ -100,14 +76,13 @@ static bool is_offer(t_discovery_port *port, std::span<const uint8_t> frame)
     return true;
 }
 
-static void keep_result(const t_discovery_port &port)
+static void tell_result(const t_device &dev)
 {
-    t_device *dev = port.dev;
-    memcpy(&dev->result, &port.result, sizeof dev->result);
-    LOG_AS(PROCESSING, Debug, "dev:%s, IPADDR=%s, MAC=%02X-%02X-%02X-%02X-%02X-%02X\n", dev->name,
-           t_ipv4_text(dev->result.address.ipv4_be).text, MAC_ARGS(dev->result.server_mac));
-    LOG_AS(PROCESSING, Debug, "dev:%s, GATEWAY=%s\n", dev->name, t_ipv4_text(dev->result.gateway.ipv4_be).text);
-    LOG_AS(PROCESSING, Debug, "dev:%s, DNS_SERVER=%s\n", dev->name, t_ipv4_text(dev->result.dns_server.ipv4_be).text);
+    const t_detect_result &result = dev.result;
+    LOG_AS(PROCESSING, Debug, "dev:%s, IPADDR=%s, MAC=%02X-%02X-%02X-%02X-%02X-%02X\n", dev.name,
+           t_ipv4_text(result.address.ipv4_be).text, MAC_ARGS(result.server_mac));
+    LOG_AS(PROCESSING, Debug, "dev:%s, GATEWAY=%s\n", dev.name, t_ipv4_text(result.gateway.ipv4_be).text);
+    LOG_AS(PROCESSING, Debug, "dev:%s, DNS_SERVER=%s\n", dev.name, t_ipv4_text(result.dns_server.ipv4_be).text);
 }
 
 static constexpr t_discovery_speakers speakers()
@@ -131,6 +106,7 @@ static_assert(announces(speakers().send_all, "Entering function: send_dhcp_disco
 
 static constexpr t_discovery_texts TEXTS = {
     .bad_list = "invalid parameters! Send failed!\n",
+    .no_lan_bridge = "Couldn't get br-lan ip, netmask, mac!\n",
     .no_memory = "Failed to malloc %d dhcp_detect struct\n",
     .no_port = "Failed to load dhcp device!\n",
     .no_rights = nullptr, // said of PPPoE only
@@ -141,6 +117,7 @@ static constexpr t_discovery_texts TEXTS = {
     .not_sent = "Failed to send DHCP socket via dev:%s\n",
     .sent = "Send DHCP Discovery packet success via dev:%s\n",
     .not_open = "Skip sending dhcp discoery packet due to socket error!\n",
+    .not_built = nullptr, // the buffer has room for it
     .not_written = "Error while writing to dhcp request socket, using device:%s\n",
     .heard = "recv dhcp discovery packet from dev:%s\n",
     .understood = "Success parse dhcp discovery packet in dev=%s\n",
@@ -167,11 +144,11 @@ const t_discovery dhcp_discovery = {
     .frame_size = DHCP_FRAME_SIZE,
     .error_without_socket = DHCP_ERR_SOCKET,
     .may_broadcast = false,
+    .must_know_lan_mac = true,
     .speakers = speakers(),
     .texts = TEXTS,
-    .prepare = learn_lan_mac,
-    .build = build,
-    .filter = filter,
+    .build = build_dhcp_discover,
+    .filter = dhcp_offer_filter,
     .is_answer = is_offer,
-    .keep_result = keep_result,
+    .tell_result = tell_result,
 };

@@ -7,5 +7,4 @@
 extern t_discovery_batch dhcp_detect_handle;
 extern const t_discovery dhcp_discovery;
 
-constexpr int DHCP_ERR_SOCKET = -92;     // of one port
-constexpr int DHCP_ERR_LAN_BRIDGE = -87; // of the batch
+constexpr int DHCP_ERR_SOCKET = -92; // of one port

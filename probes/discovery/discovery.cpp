@@ -13,6 +13,7 @@
 #include "platform/guards.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
+#include "probes/wire/interface_query.h"
 #include "probes/wire/new_contexts.h"
 #include "probes/wire/packet_socket.h"
 
@@ -86,11 +87,21 @@ static std::span<t_discovery_port> ports_of(const t_discovery_batch &batch)
     return {batch.contexts, count};
 }
 
+static bool learn_lan_mac(const t_discovery &kind)
+{
+    t_interface_info lan;
+    if (query_interface(LAN_BRIDGE, &lan) != 0) {
+        LOG_AS(kind.speakers.send_all, Error, kind.texts.no_lan_bridge.format);
+        return false;
+    }
+    kind.batch.lan_mac = lan.mac;
+    return true;
+}
+
 static int open_batch(const t_discovery &kind, uint8_t count)
 {
-    const int prepared = kind.prepare(&kind.batch);
-    if (prepared != OK)
-        return prepared;
+    if (kind.must_know_lan_mac && !learn_lan_mac(kind))
+        return DISCOVERY_ERR_LAN_BRIDGE;
     kind.batch.contexts = new_contexts<t_discovery_port>(count);
     if (!kind.batch.contexts) {
         LOG_AS(kind.speakers.send_all, Error, kind.texts.no_memory.format, count);
@@ -167,6 +178,11 @@ int open_on_port(const t_discovery &kind, t_discovery_port *port)
     return OK;
 }
 
+static t_frame_filter filter_of(const t_discovery &kind, const t_discovery_port &port)
+{
+    return kind.filter(port.identifier, kind.batch.lan_mac, log_get_level());
+}
+
 int send_on_port(const t_discovery &kind, t_discovery_port *port)
 {
     announce(kind.speakers.send_packet);
@@ -180,14 +196,16 @@ int send_on_port(const t_discovery &kind, t_discovery_port *port)
     LOG_AS(kind.speakers.send_packet, Debug, "Get device:%s , index=%d, hw_addr=%02x-%02x-%02x-%02x-%02x-%02x\n", name,
            socket.ifindex, MAC_ARGS(socket.mac));
     const sockaddr_ll everyone = packet_broadcast_address(ETH_P_ALL, socket.ifindex);
-    if (!socket.listen(kind.filter(*port), everyone)) {
+    if (!socket.listen(filter_of(kind, *port), everyone)) {
         LOG_AS(kind.speakers.send_packet, Error, "Error binding socket!\n");
         socket.close();
         return DISCOVERY_ERR_BIND;
     }
     uint8_t buffer[DISCOVERY_BUFFER_SIZE];
-    const size_t size = kind.build(std::span(buffer), *port);
+    const size_t size = kind.build(std::span(buffer), socket.mac, port->identifier);
     if (size == 0) {
+        if (kind.texts.not_built.format)
+            LOG_AS(kind.speakers.send_packet, Error, kind.texts.not_built.format, name);
         socket.close();
         return DISCOVERY_ERR_FRAME;
     }
@@ -251,7 +269,15 @@ static void follow_log_level(const t_discovery &kind)
     kind.batch.filter_level = level;
     for (const t_discovery_port &port : ports_of(kind.batch))
         if (port.socket.is_open())
-            packet_socket_filter(port.socket.watcher.fd, kind.filter(port));
+            packet_socket_filter(port.socket.watcher.fd, filter_of(kind, port));
+}
+
+static void keep_result(const t_discovery &kind, const t_discovery_port &port)
+{
+    if (!kind.tell_result)
+        return;
+    port.dev->result = port.result;
+    kind.tell_result(*port.dev);
 }
 
 int collect_batch(const t_discovery &kind, t_device *dev_hashmap_head, t_protocol *proto_hashmap_head, bool final)
@@ -269,7 +295,7 @@ int collect_batch(const t_discovery &kind, t_device *dev_hashmap_head, t_protoco
             LOG_AS(kind.speakers.process, Info, kind.texts.found.format, port.dev->name);
             set_dev_using_specific_proto(dev_hashmap_head, proto_hashmap_head, nullptr, nullptr, port.dev->name,
                                          kind.protocol);
-            kind.keep_result(port);
+            keep_result(kind, port);
             note_answer(port.dev, kind.protocol, port.result);
         } else {
             LOG_AS(kind.speakers.process, Debug, kind.texts.silent.format, device_name(port.dev));

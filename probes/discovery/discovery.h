@@ -42,11 +42,12 @@ struct t_discovery_speakers {
 // What the common steps say about a port (%s) or a number of ports (%d).
 struct t_discovery_texts {
     t_text<> bad_list;
+    t_text<> no_lan_bridge;
     t_text<'d'> no_memory;
     t_text<> no_port, no_rights, no_socket;
     t_text<'s'> not_opened, opened, sending, not_sent, sent;
     t_text<> not_open;
-    t_text<'s'> not_written, heard, understood;
+    t_text<'s'> not_built, not_written, heard, understood;
     t_text<> nothing_sent, impossible;
     t_text<'s'> looking, found, silent;
     t_text<> nothing_open, count_lost, released;
@@ -63,15 +64,15 @@ struct t_discovery {
     const char *protocol; // that an answer means; in sums of lines the probe's name
     size_t frame_size;    // no more of a received frame is read
     int error_without_socket;
-    bool may_broadcast; // the socket is told so
+    bool may_broadcast;     // the socket is told so
+    bool must_know_lan_mac; // the LAN bridge may answer as well; without its MAC nobody is asked
     t_discovery_speakers speakers;
     t_discovery_texts texts;
 
-    int (*prepare)(t_discovery_batch *batch); // before a batch is opened; a code other than OK keeps it from that
-    size_t (*build)(std::span<uint8_t> buffer, const t_discovery_port &port); // 0 when it could not
-    t_frame_filter (*filter)(const t_discovery_port &port);
+    size_t (*build)(std::span<uint8_t> buffer, const t_mac &mac, uint32_t identifier); // 0 when it could not
+    t_frame_filter (*filter)(uint32_t identifier, const t_mac &lan_mac, int level);
     bool (*is_answer)(t_discovery_port *port, std::span<const uint8_t> frame); // says why not
-    void (*keep_result)(const t_discovery_port &port); // hands what was learned to the port's record
+    void (*tell_result)(const t_device &dev); // what the port's record keeps of the answer; null when it keeps nothing
 };
 
 constexpr size_t DISCOVERY_BUFFER_SIZE = 1520; // for every protocol's frames
@@ -81,6 +82,7 @@ constexpr int DISCOVERY_ERR_NOT_OPEN = -91;
 constexpr int DISCOVERY_ERR_FRAME = -90;
 constexpr int DISCOVERY_ERR_BIND = -89;
 constexpr int DISCOVERY_ERR_SEND = -88;
+constexpr int DISCOVERY_ERR_LAN_BRIDGE = -87; // of the batch
 
 // Asks every linked port that no LAN host is behind and no table reserves. Always 0; failures are logged.
 int ask_linked_ports(const t_discovery &kind, t_port_model *model);
@@ -88,8 +90,8 @@ int ask_linked_ports(const t_discovery &kind, t_port_model *model);
 // ERR_INVALID_INPUT for a null port, DEVICE_WITHOUT_LINK, else 0, also when sending failed.
 int ask_one_port(const t_discovery &kind, t_device *dev);
 
-// Opens a batch: 0 (single ports may have failed), ERR_INVALID_INPUT for an empty list, ERR_NO_MEMORY, or what
-// preparing said.
+// Opens a batch: 0 (single ports may have failed), ERR_INVALID_INPUT for an empty list, DISCOVERY_ERR_LAN_BRIDGE or
+// ERR_NO_MEMORY.
 int send_batch(const t_discovery &kind, t_device_list_head *list);
 
 // PROBE_NO_BATCH, ERR_INVALID_INPUT, PROBE_WAITING (the batch stays open), PROBE_ALL_ANSWERED or PROBE_SOME_SILENT

@@ -10,7 +10,6 @@
 
 t_discovery_batch pppoe_detect_handle;
 
-constexpr const char *SENDING = "send_pppoe_discovery_packet";
 constexpr const char *RECEIVING = "recv_pppoe_discovery_packet";
 constexpr size_t PPPOE_FRAME_SIZE = 1520;
 static_assert(PPPOE_FRAME_SIZE <= DISCOVERY_BUFFER_SIZE);
@@ -20,22 +19,9 @@ static bool may_tell(t_log_level level)
     return may_tell_of_frame(&pppoe_detect_handle.lines, level);
 }
 
-static int nothing_to_learn(t_discovery_batch *)
+static t_frame_filter filter(uint32_t identifier, const t_mac &, int level)
 {
-    return OK;
-}
-
-static size_t build(std::span<uint8_t> buffer, const t_discovery_port &port)
-{
-    const size_t size = build_padi(buffer, port.socket.mac, port.identifier);
-    if (size == 0)
-        LOG_AS(SENDING, Error, "Error while creating a pppoe discovery socket, device:%s\n", device_name(port.dev));
-    return size;
-}
-
-static t_frame_filter filter(const t_discovery_port &port)
-{
-    return pado_filter(port.identifier, log_get_level());
+    return pado_filter(identifier, level);
 }
 
 static void tell_flaw(t_pado_flaw flaw, std::span<const uint8_t> frame, const char *name)
@@ -125,8 +111,6 @@ int packetIsForMe(const uint8_t *frame, size_t size, uint32_t host_uniq)
     return ERR_INVALID_INPUT;
 }
 
-static void keep_nothing(const t_discovery_port &) {}
-
 static constexpr t_discovery_speakers speakers()
 {
     t_discovery_speakers in = {};
@@ -148,6 +132,7 @@ static_assert(announces(speakers().send_all, "Entering function: send_pppoe_disc
 
 static constexpr t_discovery_texts TEXTS = {
     .bad_list = "Invalid parameters! Send failed!\n",
+    .no_lan_bridge = nullptr, // said of DHCP only
     .no_memory = "Failed to malloc %d pppoe_detect struct\n",
     .no_port = "Failed to load pppoe device!\n",
     .no_rights = "Cannot create raw socket -- pppoe must be run as root.\n",
@@ -158,6 +143,7 @@ static constexpr t_discovery_texts TEXTS = {
     .not_sent = "Failed to send pppoe socket via dev:%s\n",
     .sent = "Send pppoe Discovery packet success via dev:%s\n",
     .not_open = "Skip sending pppoe discoery packet due to socket error!\n",
+    .not_built = "Error while creating a pppoe discovery socket, device:%s\n",
     .not_written = "Error while writing to pppoe discovery socket, using device:%s\n",
     .heard = "recv pppoe discovery offer(PADO) packet from dev:%s\n",
     .understood = "Success parse pppoe discovery offer(PADO) packet in dev=%s\n",
@@ -184,11 +170,11 @@ const t_discovery pppoe_discovery = {
     .frame_size = PPPOE_FRAME_SIZE,
     .error_without_socket = DISCOVERY_ERR_NOT_OPEN,
     .may_broadcast = true,
+    .must_know_lan_mac = false,
     .speakers = speakers(),
     .texts = TEXTS,
-    .prepare = nothing_to_learn,
-    .build = build,
+    .build = build_padi,
     .filter = filter,
     .is_answer = is_pado,
-    .keep_result = keep_nothing,
+    .tell_result = nullptr,
 };
