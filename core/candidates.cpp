@@ -7,19 +7,39 @@
 
 #include "adapters/fake_wan_port.h"
 #include "core/engine.h"
-#include "core/fates.h"
+#include "model/banned.h"
 #include "model/lists.h"
 #include "model/port_model.h"
+#include "model/reserved_ports.h"
+#include "model/tables.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
+#include "probes/lan/lan_hosts.h"
 
 constexpr const char *PASS = "uloop_start_wan_detect"; // which gathers them here
 constexpr const char *NAME_SEPARATOR = "\u3001";
+
+t_fate bar_against(const t_device *dev)
+{
+    if (!dev->link_active)
+        return t_fate::no_link;
+    if (!port_model.wan_port_pool || !find_device(port_model.wan_port_pool, dev->name))
+        return t_fate::not_in_pool;
+    if (is_reserved_port(&port_model, dev->name))
+        return t_fate::reserved;
+    return is_banned_device(&port_model.banned_list, dev) ? t_fate::banned : t_fate::not_looked_at;
+}
 
 // A port may be WAN by configuration and has a link. The device lock is held.
 static bool may_be_wan(const t_device *dev)
 {
     return bar_against(dev) == t_fate::not_looked_at;
+}
+
+void refresh_reserved_ports()
+{
+    update_lan_agg_port(port_model.dev_hashmap_head, &port_model.lan_agg[0]);
+    update_lan_gaming_port(&port_model.gaming);
 }
 
 void generate_possible_wan_dev_list()
@@ -112,7 +132,7 @@ bool t_leaving_fake_wan::remove(bool need_link) const
     return dev_ && give_up_fake_wan_if_match(dev_, need_link);
 }
 
-void remove_impossble_wan_dev_from_list()
+static void remove_impossble_wan_dev_from_list()
 {
     t_leaving_fake_wan fake_wan;
     {
@@ -129,7 +149,7 @@ void remove_impossble_wan_dev_from_list()
     fake_wan.remove(true);
 }
 
-void remove_brlan_dev_from_list()
+static void remove_brlan_dev_from_list()
 {
     t_leaving_fake_wan fake_wan;
     {
@@ -145,6 +165,18 @@ void remove_brlan_dev_from_list()
     }
     if (fake_wan.remove(true))
         LOG(Error, "Impossibe! fake_wan has a br-lan device?\n");
+}
+
+bool filter_candidates()
+{
+    if (engine.possible_wan_dev_list.count == 0)
+        return false;
+    refresh_reserved_ports();
+    update_banned_device_list(&port_model.banned_list);
+    update_brlan_dev(&port_model);
+    remove_impossble_wan_dev_from_list();
+    remove_brlan_dev_from_list();
+    return engine.possible_wan_dev_list.count != 0;
 }
 
 void clear_dev_list_volatile_attribute(t_device_list_head *list)

@@ -4,9 +4,17 @@
 
 #include <cstddef>
 
+#include "model/chronicle.h"
 #include "model/records.h"
 
 constexpr size_t JOINED_NAMES_SIZE = 512;
+
+// What keeps a port from being WAN, whoever answers behind it; not_looked_at for one that may be. The device lock is
+// held.
+t_fate bar_against(const t_device *dev);
+
+// Reads anew which ports are reserved for LAN aggregation and gaming.
+void refresh_reserved_ports();
 
 // Fills the empty list with every linked port of the pool that is neither reserved nor banned.
 void generate_possible_wan_dev_list();
@@ -19,9 +27,9 @@ bool gather_candidates();
 // Names that do not fit whole are left out of the text.
 int join_candidate_names(char (&names)[JOINED_NAMES_SIZE]);
 
-// Drop the ports that may not be WAN, or have no link; drop those with LAN hosts behind them.
-void remove_impossble_wan_dev_from_list();
-void remove_brlan_dev_from_list();
+// Of those listed the ports leave that may not be WAN, have no link, or LAN hosts behind them; all of that is looked at
+// anew, unless the list is empty. False when nobody is left.
+bool filter_candidates();
 
 // Forgets the cycle's findings on every device of a list.
 void clear_dev_list_volatile_attribute(t_device_list_head *list);

@@ -15,10 +15,8 @@
 #include "model/banned.h"
 #include "model/current_wan.h"
 #include "model/port_model.h"
-#include "model/reserved_ports.h"
 #include "platform/files.h"
 #include "platform/log.h"
-#include "probes/lan/lan_hosts.h"
 
 constexpr const char *PASS = "uloop_start_wan_detect"; // its parts speak in its name
 constexpr int MAX_BUS_WAITS = 10;
@@ -26,12 +24,6 @@ constexpr int MAX_BUS_WAITS = 10;
 // What a look at the current WAN port says; unknown while nobody can tell, and waited for in vain when that has lasted
 // too long: then it counts as bad, but nobody has said so.
 enum class t_wan_state : uint8_t { good, bad, unknown, waited_for_in_vain };
-
-void refresh_reserved_ports()
-{
-    update_lan_agg_port(port_model.dev_hashmap_head, &port_model.lan_agg[0]);
-    update_lan_gaming_port(&port_model.gaming);
-}
 
 void uloop_init_wan_detect_all(uloop_timeout *)
 {
@@ -120,19 +112,6 @@ static t_wan_state look_at_current_wan()
         return t_wan_state::waited_for_in_vain;
     engine.bus_waits++;
     return t_wan_state::unknown;
-}
-
-// False when nobody is left.
-static bool filter_candidates()
-{
-    if (engine.possible_wan_dev_list.count == 0)
-        return false;
-    refresh_reserved_ports();
-    update_banned_device_list(&port_model.banned_list);
-    update_brlan_dev(&port_model);
-    remove_impossble_wan_dev_from_list();
-    remove_brlan_dev_from_list();
-    return engine.possible_wan_dev_list.count != 0;
 }
 
 static void confirm_by_probes()

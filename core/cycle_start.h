@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// A cycle opens here: candidates are gathered and filtered, and the way of confirming them is chosen. Timer callbacks.
+// A cycle opens here: the WAN port is looked at, and the way of confirming the candidates is chosen. Timer callbacks.
 #pragma once
 
 extern "C" {
@@ -7,9 +7,6 @@ extern "C" {
 }
 
 constexpr const char *WAN_RESULT_FILE = "/tmp/wan_detect_result";
-
-// Reads anew which ports are reserved for LAN aggregation and gaming.
-void refresh_reserved_ports();
 
 // True when the current WAN port has a link, is not banned, and the network manager says that it is connected.
 bool current_wan_is_good();

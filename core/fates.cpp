@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "core/fates.h"
 
+#include "core/candidates.h"
 #include "core/engine.h"
 #include "model/banned.h"
 #include "model/port_model.h"
-#include "model/reserved_ports.h"
-#include "model/tables.h"
 
 static t_device *next_port(const t_device *dev)
 {
@@ -15,17 +14,6 @@ static t_device *next_port(const t_device *dev)
 static bool is_listed(const t_device *dev)
 {
     return engine.possible_wan_dev_list.find(dev);
-}
-
-t_fate bar_against(const t_device *dev)
-{
-    if (!dev->link_active)
-        return t_fate::no_link;
-    if (!port_model.wan_port_pool || !find_device(port_model.wan_port_pool, dev->name))
-        return t_fate::not_in_pool;
-    if (is_reserved_port(&port_model, dev->name))
-        return t_fate::reserved;
-    return is_banned_device(&port_model.banned_list, dev) ? t_fate::banned : t_fate::not_looked_at;
 }
 
 // What asking brought stays, until the port is asked again.

@@ -1,13 +1,8 @@
 // SPDX-License-Identifier: MIT
-// What becomes of the ports in a cycle, for the chronicle. Nothing here decides anything but `bar_against`. Loop thread
-// only.
+// What becomes of the ports in a cycle, for the chronicle. Nothing here decides anything. Loop thread only.
 #pragma once
 
 #include "model/chronicle.h"
-
-// What keeps a port from being WAN, whoever answers behind it; not_looked_at for one that may be. The device lock is
-// held.
-t_fate bar_against(const t_device *dev);
 
 // A pass found the WAN port working, or not.
 void note_wan_port(bool works);

@@ -4,9 +4,9 @@
 #include <cctype>
 #include <cstring>
 
+#include "core/candidates.h"
 #include "core/connection.h"
 #include "core/engine.h"
-#include "core/fates.h"
 #include "model/chronicle.h"
 #include "model/config_text.h"
 #include "model/port_model.h"

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "core/proto_stage.h"
 
+#include "core/candidates.h"
 #include "core/connection.h"
 #include "core/cycle.h"
 #include "core/link_scan.h"
@@ -9,7 +10,6 @@
 #include "model/current_wan.h"
 #include "model/dumps.h"
 #include "model/port_model.h"
-#include "model/reserved_ports.h"
 #include "model/tables.h"
 #include "platform/files.h"
 #include "platform/log.h"
@@ -59,8 +59,7 @@ int start_proto_detect(const t_proto_detect_request *request)
     engine.proto_detect_target = request->protocol;
     take_stage(t_stage_owner::request);
     delete_file(PROTO_RESULT_FILE);
-    update_lan_agg_port(port_model.dev_hashmap_head, &port_model.lan_agg[0]);
-    update_lan_gaming_port(&port_model.gaming);
+    refresh_reserved_ports();
     update_eth_link_status(port_model.dev_hashmap_head);
     update_brlan_dev(&port_model);
     update_banned_device_list(&port_model.banned_list);
