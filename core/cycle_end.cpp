@@ -1,15 +1,19 @@
 // SPDX-License-Identifier: MIT
 #include "core/cycle_end.h"
 
+#include <bit>
+
 #include "adapters/fake_wan_port.h"
+#include "adapters/state_events.h"
 #include "adapters/wan_switch.h"
 #include "core/cycle.h"
 #include "core/cycle_start.h"
 #include "core/fates.h"
+#include "core/hints.h"
 #include "core/retries.h"
 #include "core/swap_pause.h"
-#include "core/verdict_line.h"
 #include "model/banned.h"
+#include "model/chronicle_words.h"
 #include "model/current_wan.h"
 #include "model/dumps.h"
 #include "model/port_model.h"
@@ -133,6 +137,22 @@ static void note_answers(const t_device *winner)
         return;
     note_winner(winner, cycle->decision);
     look_for_new_answers();
+}
+
+// One line of what the chronicle holds of this cycle, for whoever reads the log; and the same for those who subscribed.
+static void tell_verdict(const t_device *winner)
+{
+    note_cycle_ends(winner);
+    const t_cycle_note *cycle = newest_cycle();
+    if (!cycle)
+        return;
+    constexpr uint32_t TENTH_MS = MILLISECONDS_PER_SECOND / 10;
+    const uint32_t tenths = cycle->took_ms / TENTH_MS;
+    LOG(Notice, "Verdict: %s by %s, %d asked, %u.%u s\n", winner ? winner->name : "none",
+        decision_word(cycle->decision), std::popcount(cycle->asked), tenths / 10, tenths % 10);
+    look_for_hints(winner);
+    announce_verdict();
+    announce_cycle(false);
 }
 
 // A verdict whose port could not get the role, or has lost its link again, found nothing.
