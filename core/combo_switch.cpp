@@ -48,7 +48,7 @@ static void look_at_wan_port(bool sfp_first)
         return;
     }
     if (dev != port_model.wan_dev || port_model.role_is_away)
-        wish_for_role_look();
+        wish_for(t_wish::role_look);
     if (dev->is_combo)
         keep_on_wanted_side(dev, sfp_first);
     else

@@ -47,7 +47,7 @@ static void wish_for_pass_in(int delay_ms)
 {
     engine.wished_pass_ms = delay_ms;
     engine.pass_is_wished = 1;
-    wish_for_pass();
+    wish_for(t_wish::pass);
 }
 
 // Nothing happens when the other thread that may open a cycle was faster. Any thread.

@@ -51,18 +51,26 @@ static void bind_timers()
     engine.network_watch.cb = uloop_watch_network_package;
 }
 
-// Maybe a ban, which is not made yet.
-static void serve_change()
+static void serve(t_wish wish)
 {
-    begin_retries_anew();
-    look_for_news();
+    switch (wish) {
+    case t_wish::fresh_retries:
+        begin_retries_anew();
+        return look_for_news(); // maybe a ban, which is not made yet
+    case t_wish::link_news:
+        begin_retries_anew();
+        begin_swap_pauses_anew();
+        return look_for_news();
+    case t_wish::pass:
+        return serve_wished_pass();
+    case t_wish::role_look:
+        return follow_moved_role();
+    }
 }
 
-static void serve_link_news()
+static void wish_for_fresh_retries()
 {
-    begin_retries_anew();
-    begin_swap_pauses_anew();
-    look_for_news();
+    wish_for(t_wish::fresh_retries);
 }
 
 void init_engine()
@@ -73,7 +81,7 @@ void init_engine()
                        wish_for_fresh_retries, tell_progress,      begin_swap};
     remove_fake_wan_if_match = give_up_fake_wan_if_match;
     bind_timers();
-    bind_wish_servers({serve_wished_pass, follow_moved_role, serve_change, serve_link_news});
+    bind_wish_server(serve);
     engine.retry.first_s = RETRY_FIRST_S;
     begin_chronicle();
 }

@@ -152,8 +152,8 @@ int wan_detect_process_link_change(t_device *dev, bool up)
     if (up)
         remove_banned_device_from_list(port_model.dev_hashmap_head, &port_model.banned_list, nullptr, dev);
     if (port_model.wan_port_pool && find_device(port_model.wan_port_pool, dev->name))
-        wish_for_link_news();
+        wish_for(t_wish::link_news);
     else
-        wish_for_fresh_retries(); // nobody can be asked there, however often it flaps
+        wish_for(t_wish::fresh_retries); // nobody can be asked there, however often it flaps
     return OK;
 }

@@ -11,17 +11,20 @@ extern "C" {
 #include <libubox/uloop.h>
 }
 
-static t_wish_servers serve;
+static void (*serve_wish)(t_wish);
 static pthread_t loop_thread;
 static int wake_fd = -1; // readable when there is a wish
 static uloop_fd wake_watcher;
-static std::atomic<bool> wished_role_look;
-static std::atomic<bool> wished_fresh_retries;
-static std::atomic<bool> wished_link_news;
+static std::atomic<unsigned> wishes_left; // a bit for each
 
-void bind_wish_servers(const t_wish_servers &servers)
+static unsigned bit_of(t_wish wish)
 {
-    serve = servers;
+    return 1U << static_cast<unsigned>(wish);
+}
+
+void bind_wish_server(void (*serve)(t_wish))
+{
+    serve_wish = serve;
     loop_thread = pthread_self();
 }
 
@@ -30,13 +33,10 @@ static void serve_wishes(uloop_fd *, unsigned int)
     uint64_t wakes;
     ssize_t got = read(wake_fd, &wakes, sizeof wakes);
     static_cast<void>(got); // nothing there means that all were served already
-    if (wished_fresh_retries.exchange(false))
-        serve.fresh_retries();
-    if (wished_link_news.exchange(false))
-        serve.link_news();
-    serve.pass();
-    if (wished_role_look.exchange(false))
-        serve.role_look();
+    const unsigned left = wishes_left.exchange(0);
+    for (const t_wish wish : {t_wish::fresh_retries, t_wish::link_news, t_wish::pass, t_wish::role_look})
+        if (left & bit_of(wish))
+            serve_wish(wish);
 }
 
 bool attach_wishes_to_loop()
@@ -64,34 +64,11 @@ static void wake_loop()
     static_cast<void>(written); // a counter that is full wakes as well
 }
 
-void wish_for_pass()
+void wish_for(t_wish wish)
 {
     if (on_loop_thread())
-        return serve.pass();
-    wake_loop();
-}
-
-void wish_for_role_look()
-{
-    if (on_loop_thread())
-        return serve.role_look();
-    wished_role_look = true;
-    wake_loop();
-}
-
-void wish_for_fresh_retries()
-{
-    if (on_loop_thread())
-        return serve.fresh_retries();
-    wished_fresh_retries = true;
-    wake_loop();
-}
-
-void wish_for_link_news()
-{
-    if (on_loop_thread())
-        return serve.link_news();
-    wished_link_news = true;
+        return serve_wish(wish);
+    wishes_left |= bit_of(wish);
     wake_loop();
 }
 
@@ -100,7 +77,5 @@ void release_wishes()
     if (wake_fd >= 0)
         close(wake_fd);
     wake_fd = -1;
-    wished_role_look = false;
-    wished_fresh_retries = false;
-    wished_link_news = false;
+    wishes_left = 0;
 }

@@ -3,22 +3,21 @@
 // to serve it. On the loop thread a wish is served at once.
 #pragma once
 
-// Who serves each kind of wish, on the loop thread.
-struct t_wish_servers {
-    void (*pass)();          // the cycle's next pass, if the engine record holds a wish for one
-    void (*role_look)();     // the configuration gives the WAN role to another port than the engine knows
-    void (*fresh_retries)(); // the world changed: whoever pauses begins with the shortest pause again
-    void (*link_news)();     // the same, and it is a link that changed
+#include <cstdint>
+
+// In the order in which they are served.
+enum class t_wish : uint8_t {
+    fresh_retries, // the world changed: whoever pauses begins with the shortest pause again
+    link_news,     // the same, and it is a link that changed
+    pass,          // the cycle's next one, when the engine record says
+    role_look,     // the configuration gives the WAN role to another port than the engine knows
 };
 
-// Once, at start-up, on the loop thread.
-void bind_wish_servers(const t_wish_servers &servers);
+// Who serves a wish, on the loop thread. Once, at start-up, on that thread.
+void bind_wish_server(void (*serve)(t_wish));
 
 // Any thread.
-void wish_for_pass(); // when the engine record says
-void wish_for_role_look();
-void wish_for_fresh_retries();
-void wish_for_link_news();
+void wish_for(t_wish wish);
 
 // Opens the descriptor that wakes the loop, and lets the loop watch it; after uloop_init. False when the kernel
 // refuses.
