@@ -148,11 +148,6 @@ void look_for_hints(const t_device *winner)
         tell(cycle->asked ? hints_of_settings(false) : hints_that_stay());
 }
 
-void expect_silence()
-{
-    engine.silence_is_expected = true;
-}
-
 static unsigned hints_of_answers(const t_answers &answers)
 {
     return hint_if(answers.banned && answers.free == 0, HINT_ONLY_BANNED) |

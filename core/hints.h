@@ -7,9 +7,6 @@ struct t_device;
 // A verdict names this port, and the list holds who answered.
 void look_for_hints(const t_device *winner);
 
-// A cycle, or a look within one, begins.
-void expect_silence();
-
 // Everybody who may be WAN was asked, and nobody is left.
 void look_for_hints_of_silence();
 

@@ -4,7 +4,6 @@
 #include <algorithm>
 
 #include "core/engine.h"
-#include "core/hints.h"
 #include "model/config_text.h"
 #include "model/port_model.h"
 #include "platform/clock.h"
@@ -90,7 +89,7 @@ void begin_rounds()
     if (!engine.retry.opened_cycle)
         engine.retry.round = 0;
     engine.retry.opened_cycle = false;
-    expect_silence();
+    engine.silence_is_expected = true;
 }
 
 void begin_look(bool opens_cycle)
@@ -98,5 +97,5 @@ void begin_look(bool opens_cycle)
     engine.retry.next_s = pause_after(engine.retry.armed_s); // a pause that was cut short does not count
     engine.retry.round++;
     engine.retry.opened_cycle = opens_cycle;
-    expect_silence();
+    engine.silence_is_expected = true;
 }
