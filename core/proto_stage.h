@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The protocol-probe stage: questions go out on all ports at once, answers are collected every 500 ms, a cycle then
-// judges them (proto_verdict.cpp) and a one-shot request leaves its file. Timer callbacks; loop thread only.
+// judges them and a one-shot request leaves its file. Timer callbacks; loop thread only.
 #pragma once
 
 #include "adapters/engine_handlers.h"

@@ -97,7 +97,7 @@ decoders_of() {
     bus_replies) echo adapters/network_status.cpp ;;
     status_picture) echo status/{picture,panel,page,form,fields,words,json_text}.cpp ;;
     bus_session) echo platform/{bus,bus_call}.cpp adapters/bus_object.cpp ;;
-    engine_events) echo core/{engine,candidates,cycle_start,cycle_end,proto_stage,proto_verdict,confirm_stages}.cpp \
+    engine_events) echo core/{engine,candidates,cycle_start,cycle_end,proto_stage,confirm_stages}.cpp \
         core/{link_change,link_scan,combo_switch}.cpp adapters/wan_switch.cpp ;;
     blob) echo compat/libubox/{blob_parse,blobmsg_parse,blob_to_json}.cpp ;;
     json_to_blob) echo compat/libubox/{json_to_blob,blob_to_json,blobmsg_builder}.cpp ;;
