@@ -6,8 +6,8 @@
 
 #include "adapters/bus_message.h"
 #include "adapters/engine_handlers.h"
-#include "adapters/fake_wan_port.h"
 #include "adapters/state_object.h"
+#include "adapters/wan_switch.h"
 #include "model/banned.h"
 #include "model/chronicle.h"
 #include "model/port_model.h"

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The router's swap command, run while both background threads are kept out.
+// The router's swap command, run while both background threads are kept out, and the fake WAN port, which gives way to
+// the real one.
 #include "adapters/wan_switch.h"
 
 #include <cstdio>
@@ -11,11 +12,13 @@
 #include "adapters/state_events.h"
 #include "model/chronicle.h"
 #include "model/current_wan.h"
+#include "model/fake_wan.h"
 #include "model/gate.h"
 #include "model/port_model.h"
 #include "platform/clock.h"
 #include "platform/command.h"
 #include "platform/log.h"
+#include "platform/result_codes.h"
 #include "platform/text.h"
 
 namespace {
@@ -127,4 +130,23 @@ void switch_wan_to_dev(t_device *dev, int force)
     note_opener(t_opener::after_swap);
     note_swap(status);
     announce_swap(dev, status, pause_s);
+}
+
+int wan_detect_remove_fake_wan()
+{
+    if (!port_model.fake_wan)
+        return ERR_INVALID_INPUT;
+    forget_fake_wan(&port_model);
+    run_command(PORT_RELOAD_COMMAND);
+    LOG(Debug, "Set fake_wan_dev=null, network.auto_wan_detect.fake_wan_port=-1.\n");
+    return OK;
+}
+
+bool give_up_fake_wan_if_match(const t_device *dev, bool need_link)
+{
+    if (!dev || !port_model.fake_wan || (need_link && !dev->link_active))
+        return false;
+    if (strcmp(port_model.fake_wan->name, dev->name) != 0)
+        return false;
+    return wan_detect_remove_fake_wan() == OK;
 }

@@ -5,7 +5,7 @@
 #include <cstring>
 #include <utility>
 
-#include "adapters/fake_wan_port.h"
+#include "adapters/wan_switch.h"
 #include "core/engine.h"
 #include "model/banned.h"
 #include "model/lists.h"

@@ -3,7 +3,6 @@
 
 #include <bit>
 
-#include "adapters/fake_wan_port.h"
 #include "adapters/state_events.h"
 #include "adapters/wan_switch.h"
 #include "core/cycle.h"

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "core/engine_life.h"
 
-#include "adapters/fake_wan_port.h"
+#include "adapters/wan_switch.h"
 #include "core/confirm_stages.h"
 #include "core/cycle.h"
 #include "core/cycle_end.h"

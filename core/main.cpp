@@ -10,8 +10,8 @@
 #include <unistd.h>
 
 #include "adapters/bus_object.h"
-#include "adapters/fake_wan_port.h"
 #include "adapters/network_status.h"
+#include "adapters/wan_switch.h"
 #include "core/background.h"
 #include "core/combo_switch.h"
 #include "core/connection.h"

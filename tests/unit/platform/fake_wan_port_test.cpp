@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "adapters/fake_wan_port.h"
+#include "adapters/wan_switch.h"
 
 #include "platform/result_codes.h"
 #include "tests/unit/platform/adapter_fixture.h"
