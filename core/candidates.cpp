@@ -66,8 +66,8 @@ static void adopt_parked_devices()
     merge_two_list(&engine.possible_wan_dev_list, &adopted); // tells of each, so without the lock
 }
 
-// True when the WAN port was not listed before.
-static bool list_current_wan()
+// The WAN port if it was not listed before, else null.
+static const t_device *list_current_wan()
 {
     t_device *now_wan = port_model.wan_dev;
     const int added = engine.possible_wan_dev_list.add(now_wan);
@@ -77,7 +77,7 @@ static bool list_current_wan()
         LOG_AS(PASS, Debug, "now wan:%s already in detect list!\n", now_wan->name);
     else if (!now_wan)
         LOG_AS(PASS, Error, "Can't find the device:%s in hash list!\n", device_name(now_wan));
-    return added == OK;
+    return added == OK ? now_wan : nullptr;
 }
 
 int join_candidate_names(char (&names)[JOINED_NAMES_SIZE])
@@ -113,12 +113,12 @@ static void audit_candidates()
     LOG_AS(PASS, Info, "Start to detect in %d device(s):%s\n", list.count, names);
 }
 
-bool gather_candidates()
+const t_device *gather_candidates()
 {
     adopt_parked_devices();
-    const bool wan_was_added = list_current_wan();
+    const t_device *listed_as_wan = list_current_wan();
     audit_candidates();
-    return wan_was_added;
+    return listed_as_wan;
 }
 
 void t_leaving_fake_wan::note(const t_device *leaver)

@@ -20,8 +20,8 @@ void refresh_reserved_ports();
 void generate_possible_wan_dev_list();
 
 // At the head of a pass: the ports that were parked during the cycle join, the WAN port is listed to be looked at
-// first, and the list is set right where it is not. True when the WAN port was not listed before.
-bool gather_candidates();
+// first, and the list is set right where it is not. The WAN port if it was not listed before, else null.
+const t_device *gather_candidates();
 
 // Writes every candidate's name, each followed by an ideographic comma, and returns how many candidates there are.
 // Names that do not fit whole are left out of the text.

@@ -148,6 +148,61 @@ static void confirm_candidates()
     end_cycle_with(nullptr, t_decision::not_detectable);
 }
 
+// Where somebody moved the role in the middle of the cycle, the port that was listed as the WAN port only leaves. False
+// when the role is at a port that is none of the table.
+static bool follow_role(const t_device *listed_as_wan)
+{
+    switch (look_at_role(&port_model)) {
+    case t_role::unmoved:
+        break;
+    case t_role::moved:
+        drop_swap_of_moved_role();
+        begin_retries_anew();
+        engine.possible_wan_dev_list.remove(listed_as_wan);
+        break;
+    case t_role::foreign:
+        return false;
+    }
+    return true;
+}
+
+// True when the pass is through with what the WAN port says: it works, or nobody can tell.
+static bool wan_port_decides()
+{
+    switch (look_at_current_wan()) {
+    case t_wan_state::good:
+        note_wan_port(true);
+        test_swap(true);
+        end_cycle_with(port_model.wan_dev, t_decision::wan_works);
+        return true;
+    case t_wan_state::unknown:
+        LOG_AS(PASS, Info, "The network manager is away, asking again in %dms!\n", CYCLE_POLL_MS);
+        look_in(CYCLE_POLL_MS);
+        return true;
+    case t_wan_state::bad:
+        note_wan_port(false);
+        test_swap(false);
+        break;
+    case t_wan_state::waited_for_in_vain:
+        note_wan_port(false);
+        break;
+    }
+    return false;
+}
+
+static void ask_candidates()
+{
+    engine.possible_wan_dev_list.remove(port_model.wan_dev); // it was listed only to be looked at first
+    const bool somebody_is_left = filter_candidates();
+    note_ports_left_out();
+    if (somebody_is_left)
+        return confirm_candidates();
+    LOG_AS(PASS, Debug, "Zero device need to detect after filter! waiting for other devices plug in trigger!\n");
+    poll_for_candidates();
+    look_for_hints_of_nobody();
+    look_again_later();
+}
+
 void uloop_start_wan_detect(uloop_timeout *)
 {
     LOG_ENTER();
@@ -162,46 +217,10 @@ void uloop_start_wan_detect(uloop_timeout *)
         wait_behind_request();
         return look_in(CYCLE_RETRY_MS);
     }
-
-    t_device *listed_wan = port_model.wan_dev;
-    const bool listed_now = gather_candidates();
+    const t_device *listed_as_wan = gather_candidates();
     update_eth_link_status(port_model.dev_hashmap_head);
-    switch (look_at_role(&port_model)) {
-    case t_role::unmoved:
-        break;
-    case t_role::moved:
-        drop_swap_of_moved_role();
-        begin_retries_anew();
-        if (listed_now)
-            engine.possible_wan_dev_list.remove(listed_wan); // it was listed only as the WAN port
-        break;
-    case t_role::foreign:
+    if (!follow_role(listed_as_wan))
         return end_cycle_with(nullptr, t_decision::role_is_foreign);
-    }
-    switch (look_at_current_wan()) {
-    case t_wan_state::good:
-        note_wan_port(true);
-        test_swap(true);
-        return end_cycle_with(port_model.wan_dev, t_decision::wan_works);
-    case t_wan_state::unknown:
-        LOG(Info, "The network manager is away, asking again in %dms!\n", CYCLE_POLL_MS);
-        return look_in(CYCLE_POLL_MS);
-    case t_wan_state::bad:
-        note_wan_port(false);
-        test_swap(false);
-        break;
-    case t_wan_state::waited_for_in_vain:
-        note_wan_port(false);
-        break;
-    }
-    engine.possible_wan_dev_list.remove(port_model.wan_dev); // it was listed only to be looked at first
-    const bool somebody_is_left = filter_candidates();
-    note_ports_left_out();
-    if (!somebody_is_left) {
-        LOG(Debug, "Zero device need to detect after filter! waiting for other devices plug in trigger!\n");
-        poll_for_candidates();
-        look_for_hints_of_nobody();
-        return look_again_later();
-    }
-    confirm_candidates();
+    if (!wan_port_decides())
+        ask_candidates();
 }
