@@ -1,10 +1,14 @@
 # SPDX-License-Identifier: MIT
 """Plays each scenario once, in a lab of its own and ahead of its tests, and gives them what was seen there."""
 import json
+import os
 import re
+import signal
+import socket
 import subprocess
 import sys
 import tempfile
+import time
 from concurrent.futures import ThreadPoolExecutor, wait
 from pathlib import Path
 
@@ -73,6 +77,42 @@ class Seen:
         return [f"the scenario ended with status {self.status}", *failed] if failed or self.status != 0 else []
 
 
+class Desk:
+    """A process that plays scenarios, and need not start Python for each."""
+
+    def __init__(self):
+        self.folder = tempfile.TemporaryDirectory(prefix="lab-desk-")
+        self.socket = str(Path(self.folder.name, "socket"))
+        self.process = subprocess.Popen([sys.executable, "-m", "lab.desk", self.socket], cwd=ROOT, start_new_session=True,
+                                        stdin=subprocess.DEVNULL)
+
+    def connect(self):
+        connection = socket.socket(socket.AF_UNIX)
+        while self.process.poll() is None:
+            try:
+                connection.connect(self.socket)
+                return connection
+            except (FileNotFoundError, ConnectionRefusedError):
+                time.sleep(0.01)    # it is still reading the lab
+        raise AssertionError("the lab's desk is gone")
+
+    def play(self, arguments):
+        """What the scenario printed, and its status; None when its process died."""
+        with self.connect() as connection, connection.makefile("rwb") as stream:
+            stream.write(json.dumps(arguments).encode() + b"\n")
+            stream.flush()
+            output, _, status = stream.read().decode(errors="replace").rpartition("\n")
+        return output, int(status) if status.isdecimal() else None
+
+    def end(self):
+        try:
+            os.killpg(self.process.pid, signal.SIGTERM)
+        except ProcessLookupError:
+            pass
+        self.process.wait()
+        self.folder.cleanup()
+
+
 class Player:
     """Plays the scenarios of a session ahead of its tests, some at the same time, each only once when it holds."""
     again = {}
@@ -80,7 +120,7 @@ class Player:
     def __init__(self, options):
         self.build, self.speed = options.getoption("--build"), options.getoption("--speed")
         self.pool = ThreadPoolExecutor(options.getoption("--labs"))
-        self.playing = set()
+        self.desk = Desk()
         self.played = {}
         self.again = {}    # what failed at first in scenarios that were played again
 
@@ -107,24 +147,18 @@ class Player:
     def play(self, arguments):
         with tempfile.NamedTemporaryFile(prefix="lab-report-") as report:
             limit = TIME_LIMIT_S * max(1.0, DEFAULT_SPEED / self.speed)
-            command = [sys.executable, "-m", "lab", "--build", self.build, "--speed", str(self.speed),
-                       "--report", report.name, "--time-limit", str(limit), *arguments]
-            with subprocess.Popen(command, cwd=ROOT, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
-                                  text=True) as lab:
-                self.playing.add(lab)
-                output, _ = lab.communicate()
-                self.playing.discard(lab)
+            output, status = self.desk.play(["--build", self.build, "--speed", str(self.speed), "--report", report.name,
+                                             "--time-limit", str(limit), *arguments])
             text = Path(report.name).read_text(encoding="utf-8")
-        if lab.returncode == EXIT_CANNOT_PLAY:
-            return Seen(lab.returncode, output, None)
-        assert text, f"the lab ended with status {lab.returncode} and no report\n{output}"
-        return Seen(lab.returncode, output, json.loads(text))
+        if status == EXIT_CANNOT_PLAY:
+            return Seen(status, output, None)
+        assert text, f"the lab ended with status {status} and no report\n{output}"
+        return Seen(status, output, json.loads(text))
 
     def end(self):
         """Ends what nobody waits for any more."""
         self.pool.shutdown(wait=False, cancel_futures=True)
-        for lab in list(self.playing):
-            lab.terminate()
+        self.desk.end()
 
 
 def scenario_of(item):

@@ -40,7 +40,7 @@ class Spoilt(Player):
     """Plays nothing: the first so many plays of each scenario fail."""
 
     def __init__(self, failing):
-        self.pool, self.playing, self.played, self.again = ThreadPoolExecutor(2), set(), {}, {}
+        self.pool, self.played, self.again = ThreadPoolExecutor(2), {}, {}
         self.failing, self.plays = failing, Counter()
 
     def play(self, arguments):
