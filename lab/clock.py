@@ -6,6 +6,7 @@ from glob import glob
 
 # The clock's library would read its settings again every ten seconds, in several threads at once.
 NEVER_S = 1_000_000
+EXACT_WAITS = "/usr/sbin/lab_exact_waits.so"
 
 
 class Clock:
@@ -42,7 +43,7 @@ class Clock:
         changed = dict(os.environ, **self.variables)
         preloaded = list(self.preloaded)
         if self.speed != 1:
-            preloaded.append(clock_library())
+            preloaded += [*filter(os.path.exists, [EXACT_WAITS]), clock_library()]
             changed.update(FAKETIME=f"+0 x{self.speed:g}", FAKETIME_CACHE_DURATION=str(NEVER_S))
         if preloaded:
             changed.update(LD_PRELOAD=":".join(preloaded))

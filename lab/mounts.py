@@ -17,7 +17,8 @@ LAID_OVER_FOR_USER = ("/etc", "/usr/sbin", "/tmp")
 # Left over on the host, these would be taken for this router's own.
 HOST_LEFTOVERS = ("/etc/config", "/etc/wan_detect", "/tmp/.uci", "/tmp/wan_detect.log", "/tmp/wan_detect_result",
                   "/tmp/protocol_detect_result")
-PROGRAMS = ("wan_detect", "ubusd", "ubus", "uci", "lab_network_interface", "lab_flood", "lab_faults.so")
+PROGRAMS = ("wan_detect", "ubusd", "ubus", "uci", "lab_network_interface", "lab_flood", "lab_faults.so",
+            "lab_exact_waits.so")
 COMMANDS = {
     "get_all_port_state.sh": "/etc/wan_detect/get_all_port_state.sh",
     "get_combo_state.sh": "/etc/wan_detect/get_combo_state.sh",
