@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
-// Preloaded before the library that makes a program's clock faster. That one shortens waits to whole milliseconds of real time,
-// so that a program computes in circles until what is left of one is over; here a wait is as short as it must be.
+// Preloaded before the library that makes a program's clock faster. That one shortens waits to whole milliseconds of
+// real time, so that a program computes in circles until what is left of one is over; here a wait is as short as it
+// must be.
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -57,7 +58,8 @@ int epoll_wait(int epoll, epoll_event *events, int room, int timeout_ms)
 int poll(pollfd *descriptors, nfds_t count, int timeout_ms)
 {
     timespec time = real_time(timeout_ms);
-    return static_cast<int>(syscall(SYS_ppoll, descriptors, count, timeout_ms < 0 ? nullptr : &time, nullptr, SIGNALS_SIZE));
+    return static_cast<int>(
+        syscall(SYS_ppoll, descriptors, count, timeout_ms < 0 ? nullptr : &time, nullptr, SIGNALS_SIZE));
 }
 
 } // extern "C"
