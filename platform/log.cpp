@@ -113,6 +113,8 @@ static int above_standard_descriptors(int fd)
 
 void log_say(t_log_place place, const char *function, const char *format, ...)
 {
+    if (log_get_level() < place.level)
+        return;
     if (opening == t_opening::with_first_line)
         log_open();
     prepare_stream();
@@ -127,9 +129,9 @@ void log_say(t_log_place place, const char *function, const char *format, ...)
     va_end(arguments);
 }
 
-void log_enter(t_log_place place, const char *function)
+void log_enter(uint16_t line, const char *function)
 {
-    log_say(place, function, "Entering function: %s!\n", function);
+    log_say({LOG_LEVEL_Debug, line}, function, "Entering function: %s!\n", function);
 }
 
 void log_print_always(const char *format, ...)

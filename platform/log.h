@@ -18,20 +18,20 @@ enum t_log_level : int {
 };
 
 // LOG(Error, "body\n", args...) writes "[wan_detect][Error][uptime][function:line]: body" when the level lets it
-// through. LOG_AS(name, ...) speaks in the name of the step that a function is a part of.
+// through. LOG_AS(name, ...) speaks in the name of the step that a function is a part of. Arguments are made only for a
+// line that is written; where there are none, the printer alone looks at the level, which takes less of the program.
 #define LOG(level, format, ...) LOG_AS(__func__, level, format, ##__VA_ARGS__)
 #define LOG_AS(function, level, format, ...)                                         \
     do {                                                                             \
-        if (LOG_LETS_THROUGH(level))                                                 \
+        if (LOG_HAS_NOTHING(#__VA_ARGS__) || LOG_LETS_THROUGH(level))                \
             log_say({LOG_LEVEL_##level, __LINE__}, function, format, ##__VA_ARGS__); \
     } while (0)
 
+// Of arguments as they stand in the source.
+#define LOG_HAS_NOTHING(arguments) (sizeof(arguments) == sizeof "")
+
 // First statement of the functions that announce themselves.
-#define LOG_ENTER()                                           \
-    do {                                                      \
-        if (LOG_LETS_THROUGH(Debug))                          \
-            log_enter({LOG_LEVEL_Debug, __LINE__}, __func__); \
-    } while (0)
+#define LOG_ENTER() log_enter(__LINE__, __func__)
 
 // Every line would double the paths that a static analyser follows, until it gives up.
 #ifdef __clang_analyzer__
@@ -59,12 +59,12 @@ struct t_log_place {
     uint16_t line;
 };
 
-// Writes one line with its prefix to standard output, whatever the level; no line of another thread comes between. Once
-// nobody has read for LOG_WAIT_LIMIT_MS, lines are lost until there is room again.
+// Writes one line with its prefix to standard output when the level lets it through; no line of another thread comes
+// between. Once nobody has read for LOG_WAIT_LIMIT_MS, lines are lost until there is room again.
 void log_say(t_log_place place, const char *function, const char *format, ...) __attribute__((format(printf, 3, 4)));
 
 // The line of a function that announces itself.
-void log_enter(t_log_place place, const char *function);
+void log_enter(uint16_t line, const char *function);
 
 // Writes to standard output whatever the level, and flushes. For the few lines that bypass it.
 void log_print_always(const char *format, ...) __attribute__((format(printf, 1, 2)));

@@ -22,8 +22,7 @@
 
 static void announce(const char *speaker)
 {
-    if (log_get_level() >= LOG_LEVEL_Debug)
-        log_enter({LOG_LEVEL_Debug, __LINE__}, speaker);
+    log_enter(__LINE__, speaker);
 }
 
 // Every linked port that no LAN host is behind and no table reserves. The lock is gone before anything is sent.
