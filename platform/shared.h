@@ -5,17 +5,17 @@
 #include <cstdint>
 
 // Trivial and as large as its value, so that records holding it keep their layout and may be zero-filled; every access
-// is one atomic load or store.
+// is one atomic load or store, which takes less of the program than a call.
 template <typename T> struct t_shared {
     T value;
 
-    T load() const
+    [[gnu::always_inline]] T load() const
     {
         T seen;
         __atomic_load(&value, &seen, __ATOMIC_ACQUIRE);
         return seen;
     }
-    void store(T wanted) { __atomic_store(&value, &wanted, __ATOMIC_RELEASE); }
+    [[gnu::always_inline]] void store(T wanted) { __atomic_store(&value, &wanted, __ATOMIC_RELEASE); }
 
     // Stores only where `expected` stands; true when it did.
     bool replace(T expected, T wanted)
@@ -25,9 +25,9 @@ template <typename T> struct t_shared {
 
     void add(T more) { __atomic_fetch_add(&value, more, __ATOMIC_RELAXED); }
 
-    operator T() const { return load(); }
-    T operator->() const { return load(); }
-    T operator=(T wanted)
+    [[gnu::always_inline]] operator T() const { return load(); }
+    [[gnu::always_inline]] T operator->() const { return load(); }
+    [[gnu::always_inline]] T operator=(T wanted)
     {
         store(wanted);
         return wanted;
