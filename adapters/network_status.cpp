@@ -20,56 +20,12 @@
 
 namespace {
 
-// What an interface's status may hold; only the state is read, or three flags without one.
-enum {
-    INTERFACE_UP,
-    INTERFACE_PENDING,
-    INTERFACE_AVAILABLE,
-    INTERFACE_AUTOSTART,
-    INTERFACE_LINKSTATE,
-    INTERFACE_CONNECTABLE,
-    INTERFACE_CONNMODE,
-    INTERFACE_STATE,
-    INTERFACE_UPTIME,
-    INTERFACE_L3_DEVICE,
-    INTERFACE_PROTO,
-    INTERFACE_DEVICE,
-    INTERFACE_METRIC,
-    INTERFACE_IPV4_ADDRESS,
-    INTERFACE_IPV6_ADDRESS,
-    INTERFACE_IPV6_PREFIX,
-    INTERFACE_IPV6_PREFIX_ASSIGNMENT,
-    INTERFACE_ROUTE,
-    INTERFACE_DNS_SERVER,
-    INTERFACE_DNS_SEARCH,
-    INTERFACE_INACTIVE,
-    INTERFACE_DATA,
-    INTERFACE_FIELDS
-};
-constexpr blobmsg_policy INTERFACE_POLICY[INTERFACE_FIELDS] = {
-    {"up", BLOBMSG_TYPE_BOOL},
-    {"pending", BLOBMSG_TYPE_BOOL},
-    {"available", BLOBMSG_TYPE_BOOL},
-    {"autostart", BLOBMSG_TYPE_BOOL},
-    {"linkstate", BLOBMSG_TYPE_STRING},
-    {"connectable", BLOBMSG_TYPE_BOOL},
-    {"connmode", BLOBMSG_TYPE_STRING},
-    {"state", BLOBMSG_TYPE_STRING},
-    {"uptime", BLOBMSG_TYPE_INT32},
-    {"l3_device", BLOBMSG_TYPE_STRING},
-    {"proto", BLOBMSG_TYPE_STRING},
-    {"device", BLOBMSG_TYPE_STRING},
-    {"metric", BLOBMSG_TYPE_INT32},
-    {"ipv4-address", BLOBMSG_TYPE_ARRAY},
-    {"ipv6-address", BLOBMSG_TYPE_ARRAY},
-    {"ipv6-prefix", BLOBMSG_TYPE_ARRAY},
-    {"ipv6-prefix-assignment", BLOBMSG_TYPE_ARRAY},
-    {"route", BLOBMSG_TYPE_ARRAY},
-    {"dns-server", BLOBMSG_TYPE_ARRAY},
-    {"dns-search", BLOBMSG_TYPE_ARRAY},
-    {"inactive", BLOBMSG_TYPE_TABLE},
-    {"data", BLOBMSG_TYPE_TABLE},
-};
+// What is read of an interface's status, which holds more: the state, or three flags without one.
+enum { INTERFACE_UP, INTERFACE_PENDING, INTERFACE_AVAILABLE, INTERFACE_STATE, INTERFACE_FIELDS };
+constexpr blobmsg_policy INTERFACE_POLICY[INTERFACE_FIELDS] = {{"up", BLOBMSG_TYPE_BOOL},
+                                                               {"pending", BLOBMSG_TYPE_BOOL},
+                                                               {"available", BLOBMSG_TYPE_BOOL},
+                                                               {"state", BLOBMSG_TYPE_STRING}};
 
 enum { DEVICE_UP, DEVICE_LINK, DEVICE_FIELDS };
 constexpr blobmsg_policy DEVICE_POLICY[DEVICE_FIELDS] = {{"up", BLOBMSG_TYPE_BOOL}, {"link", BLOBMSG_TYPE_BOOL}};
