@@ -153,9 +153,11 @@ static void cancel_steps()
         close_probe_batches();
         leave_stage();
     }
-    for (uloop_timeout *step :
-         {&engine.start_wan_detect, &engine.using_proto_detect, &engine.using_arp, &engine.using_dns, &engine.end})
-        uloop_timeout_cancel(step);
+    uloop_timeout_cancel(&engine.start_wan_detect);
+    uloop_timeout_cancel(&engine.using_proto_detect);
+    uloop_timeout_cancel(&engine.using_arp);
+    uloop_timeout_cancel(&engine.using_dns);
+    uloop_timeout_cancel(&engine.end);
 }
 
 // A pass that fell due while a stage blocked must not throw away what that found, and one that keeps falling due (a WAN

@@ -73,13 +73,22 @@ static void wish_for_fresh_retries()
     wish_for(t_wish::fresh_retries);
 }
 
+static void bind_handlers()
+{
+    engine_handlers.start_wan_detect_all = start_wan_detect_all;
+    engine_handlers.start_proto_detect = start_proto_detect;
+    engine_handlers.process_link_change = wan_detect_process_link_change;
+    engine_handlers.begin_retries_anew = wish_for_fresh_retries;
+    engine_handlers.tell_progress = tell_progress;
+    engine_handlers.begin_swap = begin_swap;
+}
+
 void init_engine()
 {
     init_engine_gate(&engine.gate);
     engine_gate = &engine.gate;
-    engine_handlers = {start_wan_detect_all,   start_proto_detect, wan_detect_process_link_change,
-                       wish_for_fresh_retries, tell_progress,      begin_swap};
     remove_fake_wan_if_match = give_up_fake_wan_if_match;
+    bind_handlers();
     bind_timers();
     bind_wish_server(serve);
     engine.retry.first_s = RETRY_FIRST_S;

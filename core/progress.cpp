@@ -10,9 +10,22 @@
 
 namespace {
 
+// By its place in the record, for a table of pointers has to be set right at every start.
 struct t_awaited {
-    uloop_timeout &timer;
-    const char *what;
+    uloop_timeout t_wan_detect_engine::*timer;
+    char what[10];
+};
+
+constexpr t_awaited AWAITED[] = {
+    {&t_wan_detect_engine::start_wan_detect, "pass"},
+    {&t_wan_detect_engine::init_wan_detect_all, "cycle"},
+    {&t_wan_detect_engine::look_again, "look"},
+    {&t_wan_detect_engine::proto_detect_start, "answers"},
+    {&t_wan_detect_engine::proto_detect_end, "answers"},
+    {&t_wan_detect_engine::using_arp, "answers"},
+    {&t_wan_detect_engine::using_dns, "answers"},
+    {&t_wan_detect_engine::using_proto_detect, "judgement"},
+    {&t_wan_detect_engine::end, "end"},
 };
 
 } // namespace
@@ -38,14 +51,10 @@ static bool only_polls()
 // The timer that is due first.
 static void tell_next(t_progress *progress)
 {
-    const t_awaited all[] = {
-        {engine.start_wan_detect, "pass"},      {engine.init_wan_detect_all, "cycle"},    {engine.look_again, "look"},
-        {engine.proto_detect_start, "answers"}, {engine.proto_detect_end, "answers"},     {engine.using_arp, "answers"},
-        {engine.using_dns, "answers"},          {engine.using_proto_detect, "judgement"}, {engine.end, "end"},
-    };
     progress->next = nullptr;
     progress->next_ms = 0;
-    for (const auto &[timer, what] : all) {
+    for (const auto &[place, what] : AWAITED) {
+        uloop_timeout &timer = engine.*place;
         const int left_ms = static_cast<int>(std::max<int64_t>(uloop_timeout_remaining64(&timer), 0));
         if (!timer.pending || (&timer == &engine.start_wan_detect && only_polls()))
             continue;

@@ -13,17 +13,17 @@ constexpr const char *READING = "update_static_protocol_ip_config"; // its parts
 
 namespace {
 
-// Which option holds what; a null name holds nothing.
+// Which option holds what; an empty name holds nothing.
 struct t_static_options {
-    const char *address;
-    const char *gateway;
-    const char *dns;
-    const char *dynamic_dns; // its presence ends the reading of `dns`
+    char address[10];
+    char gateway[15];
+    char dns[14];
+    char dynamic_dns[9]; // its presence ends the reading of `dns`
 };
 
-constexpr t_static_options PLAIN_STATIC = {"ipaddr", "gateway", "pri_dns", nullptr};
-constexpr t_static_options PPPOE_SECONDARY = {"static_ip", nullptr, "static_pridns", "dns_mode"};
-constexpr t_static_options TUNNEL_SECONDARY = {"static_ip", "static_gateway", "static_pridns", nullptr};
+constexpr t_static_options PLAIN_STATIC = {"ipaddr", "gateway", "pri_dns", ""};
+constexpr t_static_options PPPOE_SECONDARY = {"static_ip", "", "static_pridns", "dns_mode"};
+constexpr t_static_options TUNNEL_SECONDARY = {"static_ip", "static_gateway", "static_pridns", ""};
 
 // One walk over the options of a connection type.
 struct t_static_reading {
@@ -97,7 +97,7 @@ static void forget_dns(t_static_reading *reading)
 // False for one that cannot be read, with which the walk ends.
 static bool take_option(t_static_reading *reading, const uci_option *option)
 {
-    const auto is = [option](const char *name) { return name && strcmp(name, option->e.name) == 0; };
+    const auto is = [option](const char *name) { return *name && strcmp(name, option->e.name) == 0; };
     const t_static_options &options = *reading->options;
     if (is(options.dynamic_dns)) {
         forget_dns(reading);

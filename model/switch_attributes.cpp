@@ -29,9 +29,11 @@ struct t_switch_port {
 
 } // namespace
 
+constexpr char PORT_OPTIONS[][9] = {"port", "ifname", "label", "wan_port", "type", "addr"};
+
 static bool is_port_option(const char *name)
 {
-    for (const char *known : {"port", "ifname", "label", "wan_port", "type", "addr"}) {
+    for (const char *known : PORT_OPTIONS) {
         if (strcmp(name, known) == 0)
             return true;
     }

@@ -15,13 +15,15 @@
 #include <unistd.h>
 
 #include "platform/clock.h"
+#include "platform/text.h"
 
 int log_level = LOG_LEVEL_Error;
 
 constexpr const char *LOG_FILE = "/tmp/wan_detect.log";
 constexpr const char *CONSOLE = "/dev/console";
 constexpr int STANDARD_DESCRIPTORS = 3;
-constexpr const char *LEVEL_WORDS[] = {"", "", "Critical", "Error", "Warning", "Notice", "Info", "Debug"};
+constexpr char LEVEL_WORDS[] = "\0\0Critical\0Error\0Warning\0Notice\0Info\0Debug\0";
+static_assert(count_of_texts(LEVEL_WORDS) == LOG_LEVEL_Debug + 1);
 
 // When descriptors 0 to 2 are led elsewhere.
 enum class t_opening : uint8_t { when_asked, with_first_line, never };
@@ -124,7 +126,7 @@ void log_say(t_log_place place, const char *function, const char *format, ...)
         return;
     va_list arguments;
     va_start(arguments, format);
-    printf("[wan_detect][%s][%ld][%s:%d]: ", LEVEL_WORDS[place.level], uptime, function, place.line);
+    printf("[wan_detect][%s][%ld][%s:%d]: ", text_at(LEVEL_WORDS, place.level), uptime, function, place.line);
     vprintf(format, arguments);
     va_end(arguments);
 }

@@ -20,7 +20,7 @@
 
 constexpr char NOWHERE[] = "/dev/null"; // there is nothing below a device
 constexpr size_t ONE_CHANGE = 1;        // byte; a disk has room for a whole block or for none
-constexpr const char *OWN_FOLDERS[] = {"/var/run/wan_detect-XXXXXX", "/tmp/wan_detect-XXXXXX"};
+constexpr char OWN_FOLDERS[][28] = {"/var/run/wan_detect-XXXXXX", "/tmp/wan_detect-XXXXXX"};
 static_assert(sizeof NOWHERE <= sizeof UCI_SAVEDIR, "written over the name of the save folder");
 
 namespace {

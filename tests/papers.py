@@ -33,7 +33,7 @@ KEY = re.compile(rf"{PACKAGE}\.(?:\w+|@\w+\[N\])\.\w+")
 WALKS = (
     ("model/port_config.cpp", r'find_config_option\(\w+, "(\w+)"\)', ["network.@device[N]"]),
     ("model/port_config.cpp", r'"((?:wan_)?port_\w+)"', ["network.auto_wan_detect"]),
-    ("model/switch_attributes.cpp", r"known : \{([^}]*)\}", ["switch.portN"]),
+    ("model/switch_attributes.cpp", r"PORT_OPTIONS\[\]\[9\] = \{([^}]*)\}", ["switch.portN"]),
     ("model/reserved_ports.cpp", r'strcmp\(name, "(\w+)"\)', ["switch.lan_agg"]),
     ("model/protocol_config.cpp", r'find_config_option\(section, "(protos)"\)', ["protocol.ipv4", "protocol.ipv6"]),
     ("model/static_config.cpp", r"PLAIN_STATIC = \{([^}]*)\}", ["protocol.static"]),
@@ -118,7 +118,7 @@ def state_of_code(tree):
     bodies = re.findall(r"^(?:static )?const char \*(\w+)\(([^\n]*\n\{.*?^)\}", told, re.M | re.S)
     words = {(WORDS[name], word) for name, body in bodies if name in WORDS for word in re.findall(r'return "(\w+)"', body)}
     words |= {(LISTS[name], word) for name in LISTS for word in lists[name]}
-    words |= {("next", word) for word in re.findall(r'\{engine\.\w+, "(\w+)"\}', told)}
+    words |= {("next", word) for word in re.findall(r'\{&t_wan_detect_engine::\w+, "(\w+)"\}', told)}
     return {f"field {name}" for found in fields for name in found if name} | {f"{what} {word}" for what, word in words} | {
         f"notification {name}" for name in re.findall(r'\bannounce\("(\w+)"', code)}
 
