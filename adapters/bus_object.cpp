@@ -233,12 +233,19 @@ void wan_detect_add_banned_dev(ubus_context *, ubus_event_handler *, const char 
     remove_banned_device_from_list(port_model.dev_hashmap_head, &port_model.banned_list, name, nullptr);
 }
 
+// The part of a method that is the same for all.
+[[gnu::noinline]] int serve(ubus_context *context, ubus_object *object, ubus_request_data *request, const char *name,
+                            blob_attr *message, ubus_handler_t handler)
+{
+    t_bus_write_pause pause;
+    return handler(context, object, request, name, message);
+}
+
 template <ubus_handler_t handler>
 int at_leisure(ubus_context *context, ubus_object *object, ubus_request_data *request, const char *name,
                blob_attr *message)
 {
-    t_bus_write_pause pause;
-    return handler(context, object, request, name, message);
+    return serve(context, object, request, name, message, handler);
 }
 
 template <ubus_handler_t handler, size_t count>

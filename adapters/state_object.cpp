@@ -17,12 +17,20 @@ constexpr const char *STATE_OBJECT_NAME = "wan_detect.state";
 enum { EXPLAIN_DEVICE, EXPLAIN_ARGUMENTS };
 constexpr blobmsg_policy EXPLAIN_POLICY[EXPLAIN_ARGUMENTS] = {{"device", BLOBMSG_TYPE_STRING}};
 
-template <void (*report)(t_bus_reply &)>
-int answer(ubus_context *context, ubus_object *, ubus_request_data *request, const char *, blob_attr *)
+using t_report = void(t_bus_reply &);
+
+// The part of an answer that is the same for all.
+[[gnu::noinline]] int send_report(ubus_context *context, ubus_request_data *request, t_report *report)
 {
     t_bus_reply reply;
     report(reply);
     return reply.send(context, request);
+}
+
+template <t_report report>
+int answer(ubus_context *context, ubus_object *, ubus_request_data *request, const char *, blob_attr *)
+{
+    return send_report(context, request, report);
 }
 
 int explain(ubus_context *context, ubus_object *, ubus_request_data *request, const char *, blob_attr *message)
