@@ -46,7 +46,7 @@ static void __attribute__((format(printf, 1, 2))) run_console_command(const char
 
 static int take_level(const char *argument, t_options *options)
 {
-    int level = atoi(argument);
+    const int level = static_cast<int>(strtol(argument, nullptr, 10));
     if (level < LEVEL_MIN || level > LEVEL_MAX) {
         run_console_command("echo 'Invalid option -d %s, Run as default critical debug level!' > /dev/console",
                             t_quoted(argument).text);

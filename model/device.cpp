@@ -8,7 +8,7 @@ void copy_name(char (&field)[NAME_SIZE], const char *name)
 {
     memset(field, 0, NAME_SIZE);
     if (name)
-        memcpy(field, name, strnlen(name, NAME_SIZE - 1));
+        bounded_copy(field, name, NAME_SIZE);
 }
 
 const char *device_name(const t_device *dev)

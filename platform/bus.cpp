@@ -18,6 +18,7 @@
 #include "platform/log.h"
 #include "platform/result_codes.h"
 #include "platform/tallies.h"
+#include "platform/text.h"
 
 constexpr int BUS_RECONNECT_FIRST_MS = 100;
 constexpr int BUS_OFFER_LIMIT_MS = 1000;
@@ -191,7 +192,7 @@ static void knock_at(const char *path)
         return;
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
-    strncpy(address.sun_path, path, sizeof address.sun_path - 1);
+    bounded_copy(address.sun_path, path, sizeof address.sun_path);
     bus.knock.fd = fd;
     bus.knock.cb = knock_answered;
     if (connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0 ||

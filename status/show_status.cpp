@@ -130,7 +130,7 @@ static void add_picture(t_outcome before)
     if (watch.outcome != t_outcome::answered || !is_new)
         return;
     if (watch.has_begun && !watch.wish.json)
-        putchar('\n');
+        fputc('\n', stdout);
     print_answers();
     watch.has_begun = true;
 }

@@ -14,10 +14,12 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include "platform/clock.h"
 #include "platform/file_guard.h"
 #include "platform/guards.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
+#include "platform/text.h"
 #include "probes/wire/interface_query.h"
 
 constexpr size_t SYSFS_DIR_SIZE = 128;
@@ -36,13 +38,13 @@ static int read_chunk_by_ioctl(int fd, const char *bridge_name, int offset, t_br
     unsigned long words[] = {BRCTL_GET_FDB_ENTRIES, reinterpret_cast<unsigned long>(chunk), BRIDGE_CHUNK_RECORDS,
                              static_cast<unsigned long>(offset)};
     ifreq request = {};
-    strncpy(request.ifr_name, bridge_name, IFNAMSIZ - 1);
+    bounded_copy(request.ifr_name, bridge_name, IFNAMSIZ);
     request.ifr_data = reinterpret_cast<char *>(words);
     for (int attempt = 1;; attempt++) {
         const int got = ioctl(fd, SIOCDEVPRIVATE, &request);
         if (got >= 0 || errno != EAGAIN || attempt == IOCTL_ATTEMPTS)
             return got;
-        sleep(0);
+        sleep_ms(0);
     }
 }
 
