@@ -85,7 +85,7 @@ static void tell_result(const t_device &dev)
     LOG_AS(PROCESSING, Debug, "dev:%s, DNS_SERVER=%s\n", dev.name, t_ipv4_text(result.dns_server.ipv4_be).text);
 }
 
-static constexpr t_discovery_speakers speakers()
+static consteval t_discovery_speakers speakers()
 {
     t_discovery_speakers in = {};
     in.send_all = "send_dhcp_discovery_all";

@@ -74,7 +74,7 @@ int ask_one_port(const t_discovery &kind, t_device *dev)
     LOG_AS(kind.speakers.ask_one, Debug, kind.texts.port_ready.format, dev->name);
     if (send_batch(kind, &ports) != OK)
         LOG_AS(kind.speakers.ask_one, Error, kind.texts.port_not_asked.format, dev->name);
-    else if (kind.texts.port_asked.format)
+    else if (kind.texts.port_asked.is_said())
         LOG_AS(kind.speakers.ask_one, Debug, kind.texts.port_asked.format, dev->name);
     ports.clear();
     return OK;
@@ -166,7 +166,7 @@ int open_on_port(const t_discovery &kind, t_discovery_port *port)
     port->kind = &kind;
     port->socket.watcher.cb = receive_on_port;
     if (!port->socket.open(ETH_P_ALL)) {
-        if (errno == EPERM && kind.texts.no_rights.format)
+        if (errno == EPERM && kind.texts.no_rights.is_said())
             LOG_AS(kind.speakers.open, Error, kind.texts.no_rights.format);
         LOG_AS(kind.speakers.open, Error, kind.texts.no_socket.format);
         return kind.error_without_socket;
@@ -203,7 +203,7 @@ int send_on_port(const t_discovery &kind, t_discovery_port *port)
     uint8_t buffer[DISCOVERY_BUFFER_SIZE];
     const size_t size = kind.build(std::span(buffer), socket.mac, port->identifier);
     if (size == 0) {
-        if (kind.texts.not_built.format)
+        if (kind.texts.not_built.is_said())
             LOG_AS(kind.speakers.send_packet, Error, kind.texts.not_built.format, name);
         socket.close();
         return DISCOVERY_ERR_FRAME;

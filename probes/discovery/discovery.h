@@ -35,27 +35,43 @@ struct t_discovery_batch {
 
 // The functions in whose names the common steps speak.
 struct t_discovery_speakers {
-    const char *send_all, *open, *send_packet, *receive, *process, *release;
-    const char *ask_linked, *ask_one;
+    t_speaker send_all, open, send_packet, receive, process, release;
+    t_speaker ask_linked, ask_one;
 };
 
 // What the common steps say about a port (%s) or a number of ports (%d).
 struct t_discovery_texts {
-    t_text<> bad_list;
-    t_text<> no_lan_bridge;
-    t_text<'d'> no_memory;
-    t_text<> no_port, no_rights, no_socket;
-    t_text<'s'> not_opened, opened, sending, not_sent, sent;
-    t_text<> not_open;
-    t_text<'s'> not_built, not_written, heard, understood;
-    t_text<> nothing_sent, impossible;
-    t_text<'s'> looking, found, silent;
-    t_text<> nothing_open, count_lost, released;
-    t_text<'d'> ports_ready;
-    t_text<> no_ports;
-    t_text<'d'> ports_asked;
-    t_text<> ports_not_asked;
-    t_text<'s'> port_ready, port_not_asked, port_asked;
+    t_text<34> bad_list;
+    t_text<39> no_lan_bridge;
+    t_text<41, 'd'> no_memory;
+    t_text<30> no_port;
+    t_text<56> no_rights;
+    t_text<37> no_socket;
+    t_text<39, 's'> not_opened;
+    t_text<54, 's'> opened;
+    t_text<49, 's'> sending;
+    t_text<40, 's'> not_sent;
+    t_text<48, 's'> sent;
+    t_text<57> not_open;
+    t_text<58, 's'> not_built;
+    t_text<64, 's'> not_written;
+    t_text<53, 's'> heard;
+    t_text<60, 's'> understood;
+    t_text<71> nothing_sent;
+    t_text<72> impossible;
+    t_text<34, 's'> looking;
+    t_text<30, 's'> found;
+    t_text<40, 's'> silent;
+    t_text<40> nothing_open;
+    t_text<78> count_lost;
+    t_text<39> released;
+    t_text<46, 'd'> ports_ready;
+    t_text<52> no_ports;
+    t_text<50, 'd'> ports_asked;
+    t_text<38> ports_not_asked;
+    t_text<37, 's'> port_ready;
+    t_text<48, 's'> port_not_asked;
+    t_text<41, 's'> port_asked;
 };
 
 // A protocol's description.

@@ -111,7 +111,7 @@ int packetIsForMe(const uint8_t *frame, size_t size, uint32_t host_uniq)
     return ERR_INVALID_INPUT;
 }
 
-static constexpr t_discovery_speakers speakers()
+static consteval t_discovery_speakers speakers()
 {
     t_discovery_speakers in = {};
     in.send_all = "send_pppoe_discovery_all";
