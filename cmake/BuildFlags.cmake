@@ -65,8 +65,8 @@ endif()
 if(WAN_DETECT_FUZZ)
   set(WAN_DETECT_SANITIZE "fuzzer-no-link,address,undefined") # all of it counts its branches for the fuzzer
 endif()
-if(WAN_DETECT_SANITIZE) # what headers define becomes part of who calls it, and is looked at there, whoever else defines it
-  add_compile_options(-fsanitize=${WAN_DETECT_SANITIZE} -fno-omit-frame-pointer -finline-functions
+if(WAN_DETECT_SANITIZE)
+  add_compile_options(-fsanitize=${WAN_DETECT_SANITIZE} -fno-omit-frame-pointer
     $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>) # GCC 12 sees ghosts in instrumented code
   add_link_options(-fsanitize=${WAN_DETECT_SANITIZE})
   if(WAN_DETECT_SANITIZE MATCHES "undefined")

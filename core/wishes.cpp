@@ -2,6 +2,7 @@
 #include "core/wishes.h"
 
 #include <atomic>
+#include <bit>
 #include <cstdint>
 #include <pthread.h>
 #include <sys/eventfd.h>
@@ -33,10 +34,8 @@ static void serve_wishes(uloop_fd *, unsigned int)
     uint64_t wakes;
     ssize_t got = read(wake_fd, &wakes, sizeof wakes);
     static_cast<void>(got); // nothing there means that all were served already
-    const unsigned left = wishes_left.exchange(0);
-    for (const t_wish wish : {t_wish::fresh_retries, t_wish::link_news, t_wish::pass, t_wish::role_look})
-        if (left & bit_of(wish))
-            serve_wish(wish);
+    for (unsigned left = wishes_left.exchange(0); left; left &= left - 1)
+        serve_wish(static_cast<t_wish>(std::countr_zero(left)));
 }
 
 bool attach_wishes_to_loop()

@@ -5,22 +5,33 @@ python3 -m lab.desk SOCKET listens there. A request is a line of JSON, the words
 goes back over the connection, then a line with its status."""
 import json
 import os
+import signal
 import socketserver
 import sys
 
 from lab import front
+from lab.namespaces import libc
 from lab.scenarios import load_scenarios
+
+PR_SET_PDEATHSIG = 1
+
+
+def status_of(arguments):
+    try:
+        return front.main(arguments)
+    except SystemExit as end:
+        if isinstance(end.code, str):
+            print(end.code, file=sys.stderr)
+        return end.code if isinstance(end.code, int) else 1
 
 
 class Play(socketserver.StreamRequestHandler):
     def handle(self):
+        libc.prctl(PR_SET_PDEATHSIG, signal.SIGTERM)    # without the desk nobody asks any more
         arguments = json.loads(self.rfile.readline())
         for descriptor in (1, 2):
             os.dup2(self.connection.fileno(), descriptor)
-        try:
-            status = front.main(arguments)
-        except SystemExit as end:
-            status = end.code if isinstance(end.code, int) else 1
+        status = status_of(arguments)
         sys.stdout.flush()
         self.wfile.write(f"\n{status}".encode())
 

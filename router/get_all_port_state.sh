@@ -2,42 +2,18 @@
 # SPDX-License-Identifier: MIT
 # Prints the link of every Ethernet port as one JSON object, {"eth0":true,"eth1":false}. A port begins with a word of
 # network.auto_wan_detect.port_prefix; where there is none, it is "eth" and a number.
-# It runs once a second: nothing but the shell itself is started, and it waits for no lock as `uci` does. The reader takes 512
-# bytes at most.
+# It runs once a second, so it waits for no lock as `uci` does. The reader takes 512 bytes at most.
 
 set -f
 CONFIG=/etc/config/network
 LIMIT=512
 
-# unquote WORD...: the first of these words as $text, without its quotes.
-unquote() {
-    text=${1#[\"\']}
-    case $1 in
-    [\"\']*) text=${text%%[\"\']*} ;;
-    *) text=${text%%[[:space:]]*} ;;
-    esac
-}
-
-prefixes=
-section=
-{
-    while read -r word name value || [ -n "$word" ]; do
-        case $word in
-        config)
-            unquote "$value"
-            section=$text
-            ;;
-        option)
-            case $section:$name in
-            auto_wan_detect:port_prefix | auto_wan_detect:[\"\']port_prefix[\"\'])
-                unquote "$value"
-                prefixes=$text
-                ;;
-            esac
-            ;;
-        esac
-    done
-} 2>/dev/null <"$CONFIG"
+quote="[\"']\\{0,1\\}"
+blank='[[:space:]]'
+some=$blank'\{1,\}'
+section="^$blank*config${some}[^[:space:]]*$some${quote}auto_wan_detect${quote}$blank*\\(#.*\\)\\{0,1\\}\$"
+prefixes=$(sed -n "/$section/,/^$blank*config$blank/\
+s/^$blank*option$some${quote}port_prefix$quote$some$quote\\([^\"']*\\).*/\\1/p" "$CONFIG" 2>/dev/null)
 case $prefixes in
 *[![:space:]]*) ;;
 *) prefixes= ;;

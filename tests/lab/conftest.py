@@ -1,9 +1,7 @@
 # SPDX-License-Identifier: MIT
 """Plays each scenario once, in a lab of its own and ahead of its tests, and gives them what was seen there."""
 import json
-import os
 import re
-import signal
 import socket
 import subprocess
 import sys
@@ -27,6 +25,7 @@ SHOWN_LOG_LINES = 200
 # A machine that stood still for a moment fails a scenario or two; a fault fails more, or the same one again.
 MOST_PLAYED_AGAIN = 3
 MOST_TOLD_LINES = 6
+MOST_TOLD_LETTERS = 2000
 
 
 def pytest_addoption(parser):
@@ -81,10 +80,12 @@ class Desk:
     """A process that plays scenarios, and need not start Python for each."""
 
     def __init__(self):
-        self.folder = tempfile.TemporaryDirectory(prefix="lab-desk-")
+        self.folder = tempfile.TemporaryDirectory(prefix="lab-desk-", dir="/tmp")    # a socket's path is a short one
         self.socket = str(Path(self.folder.name, "socket"))
-        self.process = subprocess.Popen([sys.executable, "-m", "lab.desk", self.socket], cwd=ROOT, start_new_session=True,
-                                        stdin=subprocess.DEVNULL)
+        self.complaints = Path(self.folder.name, "complaints")
+        command = ["setpriv", "--pdeathsig", "TERM", sys.executable, "-m", "lab.desk", self.socket]
+        with self.complaints.open("wb") as stream:
+            self.process = subprocess.Popen(command, cwd=ROOT, stdin=subprocess.DEVNULL, stderr=stream)
 
     def connect(self):
         connection = socket.socket(socket.AF_UNIX)
@@ -94,7 +95,7 @@ class Desk:
                 return connection
             except (FileNotFoundError, ConnectionRefusedError):
                 time.sleep(0.01)    # it is still reading the lab
-        raise AssertionError("the lab's desk is gone")
+        raise AssertionError(f"the lab's desk is gone: {self.complaints.read_text(encoding='utf-8')[-MOST_TOLD_LETTERS:]}")
 
     def play(self, arguments):
         """What the scenario printed, and its status; None when its process died."""
@@ -105,10 +106,7 @@ class Desk:
         return output, int(status) if status.isdecimal() else None
 
     def end(self):
-        try:
-            os.killpg(self.process.pid, signal.SIGTERM)
-        except ProcessLookupError:
-            pass
+        self.process.terminate()
         self.process.wait()
         self.folder.cleanup()
 
