@@ -91,8 +91,8 @@ void switch_wan_to_dev(t_device *dev, int force)
         LOG(Error, "Invalid dev!\n");
         return;
     }
+    char current[NAME_SIZE] = {};
     if (!force) {
-        char current[NAME_SIZE] = {};
         if (get_wan_device_name(current, sizeof current) != 0) {
             LOG(Error, "get_wan_device_name failed!\n");
             return;
@@ -112,11 +112,17 @@ void switch_wan_to_dev(t_device *dev, int force)
         snprintf(command, sizeof command, "network_lanwan_swap set port%d", dev->port_num);
     }
     LOG(Debug, "wan_detect:Switching wan dev to %s execute:%s!\n", dev->name, command);
-    const int pause_s = engine_handlers.begin_swap ? engine_handlers.begin_swap(dev) : REDETECT_AFTER_SWITCH_SECONDS;
+    int pause_s = REDETECT_AFTER_SWITCH_SECONDS;
     int status = -1;
     {
         t_mutex_guard link_guard(engine_gate->locks.link_block_lock);
         t_mutex_guard combo_guard(engine_gate->locks.combo_block_lock);
+        if (!force && wan_role_left(current)) { // while a script was asked, or the locks were another's
+            LOG(Info, "The wan role is not at %s any more, whoever moved it keeps it!\n", current);
+            return;
+        }
+        if (engine_handlers.begin_swap)
+            pause_s = engine_handlers.begin_swap(dev);
         status = exit_status_of(run_command(command));
         block_both_threads();
         LOG(Debug,

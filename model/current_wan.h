@@ -26,7 +26,7 @@ t_role look_at_role(t_port_model *model);
 // True when the configuration gives the role to this port, or to another one; both false when it cannot be read. Says
 // nothing unless a read fails. Any thread.
 bool wan_role_is_at(const t_device *dev);
-bool wan_role_is_elsewhere(const t_device *dev);
+bool wan_role_left(const char *port_name);
 
 // Sets the current connection type and refreshes its secondary type and static addresses. A failure leaves all as it
 // was.

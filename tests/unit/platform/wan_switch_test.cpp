@@ -127,6 +127,34 @@ TEST_F(wan_switch, asks_a_combo_port_for_its_side_first)
     EXPECT_EQ(combo->sfp_link, 1);
 }
 
+// holds: role-moves-before-swap
+TEST_F(wan_switch, leaves_the_role_where_somebody_put_it_while_a_combo_port_was_asked)
+{
+    write_program("/etc/wan_detect/get_combo_state.sh", "#!/bin/sh\nsed -i s/eth0/eth3/ /etc/config/switch\n"
+                                                        "echo '{\"phy\":true,\"sfp\":false,\"serdes\":\"phy\"}'\n");
+    switch_wan_to_dev(combo, 0);
+    EXPECT_EQ(swaps(), "");
+    EXPECT_TRUE(none_blocked());
+    EXPECT_TRUE(none_taken());
+    EXPECT_TRUE(engine.detections.empty());
+    EXPECT_TRUE(
+        log.has("Info", "switch_wan_to_dev", "The wan role is not at eth0 any more, whoever moved it keeps it!"));
+}
+
+// holds: role-moves-before-swap
+TEST_F(wan_switch, takes_no_role_that_moved_while_it_waited_for_the_locks)
+{
+    pthread_mutex_lock(&gate.locks.combo_block_lock);
+    std::thread switching([this] { switch_wan_to_dev(eth3, 0); });
+    while (!is_taken(gate.locks.link_block_lock))
+        std::this_thread::sleep_for(1ms);
+    configure_wan("eth5");
+    pthread_mutex_unlock(&gate.locks.combo_block_lock);
+    switching.join();
+    EXPECT_EQ(swaps(), "");
+    EXPECT_TRUE(engine.detections.empty());
+}
+
 TEST_F(wan_switch, does_not_happen_while_the_current_port_is_unknown)
 {
     remove_config("switch");
