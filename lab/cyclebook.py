@@ -35,6 +35,8 @@ EXPLAINED = re.compile("|".join([
     r"Can't find the (device|protocol):", r"is not supported!, exit!", r"not a valid ip address$",
     r"only support phy/sfp, \S+ not supported! treat it as phy$", r"LAN decvice index:", r"null dev found for",
     r"switch.wan.switch_port=",
+    # hints: there are several lines, and bans
+    r"^More than one line answers!$", r"^Only a banned port answers!$",
     # ports without a cable, or that are gone
     r"Error (sending|receiving) ", r"Error while writing to (dhcp request|pppoe discovery) socket",
     r"Failed to send (DHCP|pppoe) socket via dev:", r"Cannot read from socket, try again!",
