@@ -1,0 +1,71 @@
+// SPDX-License-Identifier: MIT
+// The table of checks.
+#include "tests/simulation/checks.h"
+
+#include "tests/simulation/event_log.h"
+
+namespace sim {
+
+extern const t_check ends_with_done;
+
+static const t_check *const CHECKS[] = {
+    &ends_with_done,
+};
+
+static const char *word(t_deed deed)
+{
+    switch (deed) {
+    case t_deed::frame_sent:
+        return "frame";
+    case t_deed::command_started:
+        return "command";
+    case t_deed::command_ended:
+        return "ended";
+    case t_deed::role_moved:
+        return "role";
+    case t_deed::bus_replied:
+        return "reply";
+    case t_deed::bus_call_over:
+        return "answer";
+    case t_deed::notified:
+        return "notify";
+    case t_deed::file_written:
+        return "file";
+    case t_deed::log_line:
+        return "log";
+    case t_deed::life_ended:
+        return "end";
+    }
+    return "?";
+}
+
+void saw(const t_seen &seen)
+{
+    log_line(word(seen.deed), "%s [port %d, number %ld]", seen.text, seen.port, static_cast<long>(seen.number));
+    for (const t_check *check : CHECKS)
+        if (check->on_deed)
+            check->on_deed(seen);
+}
+
+void look_after_event()
+{
+    for (const t_check *check : CHECKS)
+        if (check->on_event)
+            check->on_event();
+}
+
+void look_at_rest()
+{
+    for (const t_check *check : CHECKS)
+        if (check->at_rest)
+            check->at_rest();
+}
+
+void look_at_end()
+{
+    for (const t_check *check : CHECKS)
+        if (check->at_end)
+            check->at_end();
+}
+
+} // namespace sim

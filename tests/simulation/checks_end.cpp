@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: MIT
+// How a life ends: asked to, the daemon tidies up and is gone within five seconds, with status 0 and nothing left over.
+#include "tests/simulation/bus.h"
+#include "tests/simulation/checks.h"
+#include "tests/simulation/commands.h"
+#include "tests/simulation/descriptors.h"
+#include "tests/simulation/packets.h"
+#include "tests/simulation/signals.h"
+#include "tests/simulation/world.h"
+
+namespace sim {
+
+constexpr t_time LONGEST_END = 5 * SECOND;
+
+static int exit_status = -1;
+
+static void note_status(const t_seen &seen)
+{
+    if (seen.deed == t_deed::life_ended)
+        exit_status = static_cast<int>(seen.number);
+}
+
+static void look_at_what_is_left()
+{
+    if (world.told_to_end == NEVER)
+        fail("ends with done: the daemon ended by itself, with status %d", exit_status);
+    if (now() - world.told_to_end > LONGEST_END)
+        fail("ends with done: the end took %ld ms", static_cast<long>((now() - world.told_to_end) / MILLISECOND));
+    if (exit_status != 0)
+        fail("ends with done: status %d", exit_status);
+    if (count_of_threads() != 1)
+        fail("clean: %d threads are left", count_of_threads());
+    if (const int left = count_of_descriptors()) {
+        const char *kind = nullptr;
+        for (int fd = 3; !kind; fd++)
+            kind = kind_of_descriptor(fd);
+        fail("clean: %d descriptors are left, the first is a %s", left, kind);
+    }
+    if (count_of_timers() || count_of_commands())
+        fail("clean: %d timers and %d commands are left", count_of_timers(), count_of_commands());
+}
+
+extern const t_check ends_with_done;
+const t_check ends_with_done = {.name = "ends with done", .on_deed = note_status, .at_end = look_at_what_is_left};
+
+} // namespace sim

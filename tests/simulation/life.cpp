@@ -1,0 +1,128 @@
+// SPDX-License-Identifier: MIT
+// Drawing a life from its seed, writing it to a file and reading it back.
+#include "tests/simulation/life.h"
+
+#include <cstdlib>
+#include <sstream>
+
+#include "tests/simulation/event_log.h"
+#include "tests/simulation/scheduler.h"
+
+namespace sim {
+
+constexpr const char *MAGIC = "life 1";
+
+int64_t t_life::setting(const std::string &name, int64_t otherwise) const
+{
+    const auto found = settings.find(name);
+    return found == settings.end() ? otherwise : atoll(found->second.c_str());
+}
+
+// --- drawing
+
+static uint64_t state_of_drawing;
+
+static uint64_t number(uint64_t below)
+{
+    state_of_drawing = mix(state_of_drawing);
+    return state_of_drawing % below;
+}
+
+static void draw_board(t_life *life)
+{
+    const uint64_t count = 2 + number(7);
+    for (uint64_t i = 1; i <= count; i++) {
+        life->ports.push_back({});
+        life->pool.push_back(static_cast<int>(i));
+    }
+    life->wan = 1 + static_cast<int>(number(count));
+    t_port_plan &upstream = life->ports[number(count)];
+    for (t_port_plan &port : life->ports)
+        if (number(2))
+            port = {.behind = "silent", .link = true};
+    upstream = {.behind = "dhcp", .link = true, .answers_after_ms = 1 + static_cast<int64_t>(number(900))};
+}
+
+t_life draw_life(uint64_t seed)
+{
+    t_life life;
+    state_of_drawing = life.seed = seed;
+    draw_board(&life);
+    life.settings[SWITCH_RATE] = std::to_string(uint64_t{1} << number(14));
+    draw_events(&life, number);
+    return life;
+}
+
+// --- writing and reading
+
+std::string text_of_life(const t_life &life)
+{
+    std::ostringstream text;
+    text << MAGIC << "\nseed " << life.seed << "\nwan " << life.wan << "\nconnection " << life.connection << "\n";
+    for (const t_port_plan &port : life.ports)
+        text << "port " << port.behind << " " << port.link << " " << port.answers_after_ms << "\n";
+    text << "pool";
+    for (int port : life.pool)
+        text << " " << port;
+    text << "\n";
+    for (const auto &[key, value] : life.settings)
+        text << "set " << key << " " << value << "\n";
+    for (const t_event &event : life.events)
+        text << "at " << event.at_ms << " " << event.kind << " " << event.port << " " << event.number << " "
+             << (event.text.empty() ? "-" : event.text) << "\n";
+    return text.str();
+}
+
+static bool read_event(std::istringstream &words, t_life *life)
+{
+    t_event event;
+    words >> event.at_ms >> event.kind >> event.port >> event.number >> event.text;
+    if (event.text == "-")
+        event.text.clear();
+    life->events.push_back(event);
+    return !words.fail() && event_kind(event.kind);
+}
+
+static bool read_line(const std::string &line, t_life *life)
+{
+    std::istringstream words(line);
+    std::string first;
+    words >> first;
+    if (first.empty() || first[0] == '#' || line == MAGIC)
+        return true;
+    if (first == "seed")
+        words >> life->seed;
+    else if (first == "wan")
+        words >> life->wan;
+    else if (first == "connection")
+        words >> life->connection;
+    else if (first == "pool")
+        for (int port; words >> port;)
+            life->pool.push_back(port);
+    else if (first == "port") {
+        t_port_plan port;
+        words >> port.behind >> port.link >> port.answers_after_ms;
+        life->ports.push_back(port);
+    } else if (first == "set") {
+        std::string key, value;
+        words >> key >> std::ws;
+        std::getline(words, value);
+        life->settings[key] = value;
+    } else
+        return first == "at" && read_event(words, life);
+    return true;
+}
+
+bool read_life(const std::string &text, t_life *life)
+{
+    *life = {};
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);)
+        if (!read_line(line, life)) {
+            say("no line of a life: %s\n", line.c_str());
+            return false;
+        }
+    return !life->ports.empty();
+}
+
+} // namespace sim

@@ -1,0 +1,59 @@
+// SPDX-License-Identifier: MIT
+// A life as data: the board, and the script of what happens. It is drawn from its seed before it begins, and each event
+// carries its own numbers, so that events can be left out and all others stay as they are. It can be written to a small
+// file and read from one.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace sim {
+
+struct t_event {
+    int64_t at_ms = 0; // after the start of the daemon
+    std::string kind;
+    int port = 0; // 0: none
+    int64_t number = 0;
+    std::string text; // one word, or empty
+};
+
+struct t_port_plan {
+    std::string behind = "nothing";
+    bool link = false;
+    int64_t answers_after_ms = 20;
+};
+
+struct t_life {
+    uint64_t seed = 0; // of the scheduling
+    int wan = 1;       // the port that holds the role at first
+    std::string connection = "dhcp";
+    std::vector<t_port_plan> ports;              // the first one is port 1
+    std::vector<int> pool;                       // in the order of their priority
+    std::map<std::string, std::string> settings; // a key of the configuration (with dots), or a word of the simulation
+    std::vector<t_event> events;
+
+    int64_t setting(const std::string &name, int64_t otherwise) const;
+};
+
+// One word each for how often the scheduler switches (of 65536), and the daemon's log level.
+constexpr const char *SWITCH_RATE = "switch_rate";
+constexpr const char *LOG_LEVEL = "log_level";
+
+t_life draw_life(uint64_t seed);
+
+std::string text_of_life(const t_life &life);
+bool read_life(const std::string &text, t_life *life); // false, and a word about the line, when it is none
+
+// A kind of event. To add one: write it in a file of its own and put it into the table of events.cpp.
+struct t_event_kind {
+    const char *name;
+    void (*happen)(const t_event &event);
+    // Adds events of this kind to a life; null for one that is only written by hand, or by another kind.
+    void (*draw)(t_life *life, uint64_t (*number)(uint64_t below)) = nullptr;
+};
+const t_event_kind *event_kind(const std::string &name); // null for none
+void draw_events(t_life *life, uint64_t (*number)(uint64_t below));
+
+} // namespace sim

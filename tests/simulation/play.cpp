@@ -1,0 +1,86 @@
+// SPDX-License-Identifier: MIT
+#include "tests/simulation/play.h"
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <new>
+#include <string>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "tests/simulation/checks.h"
+#include "tests/simulation/descriptors.h"
+#include "tests/simulation/event_log.h"
+#include "tests/simulation/real.h"
+#include "tests/simulation/scheduler.h"
+#include "tests/simulation/world.h"
+
+int daemon_main(int argc, char **argv); // core/main.cpp
+
+namespace sim {
+
+constexpr unsigned REAL_LIMIT_S = 60; // a life is over in milliseconds; one that is not runs in circles without a door
+constexpr t_time LONGEST_LIFE = 3600 * SECOND;
+
+static t_outcome *shared_outcome()
+{
+    static void *const memory =
+        mmap(nullptr, sizeof(t_outcome), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    return static_cast<t_outcome *>(memory);
+}
+
+static int run_daemon(const t_life &life)
+{
+    std::string level = std::to_string(life.setting(LOG_LEVEL, 0));
+    char name[] = "wan_detect", foreground[] = "-f", option[] = "-d";
+    char *plain[] = {name, foreground, nullptr};
+    char *with_level[] = {name, foreground, option, level.data(), nullptr};
+    const bool has_level = life.settings.count(LOG_LEVEL) != 0;
+    return daemon_main(has_level ? 4 : 2, has_level ? with_level : plain);
+}
+
+[[noreturn]] static void live(const t_life &life, bool tells)
+{
+    alarm(REAL_LIMIT_S);
+    outcome = shared_outcome();
+    event_log.tells = tells;
+    life_seed = mix(life.seed);
+    switch_rate = static_cast<unsigned>(life.setting(SWITCH_RATE, 0));
+    life_limit = LONGEST_LIFE;
+    begin_world(life);
+    begin_threads();
+    open_standard_descriptors();
+    exit(run_daemon(life));
+}
+
+static void tell_of_crash(int status, t_outcome *ended)
+{
+    ended->verdict = t_verdict::failed;
+    if (WIFSIGNALED(status))
+        snprintf(ended->text, sizeof ended->text, "%s",
+                 WTERMSIG(status) == SIGALRM
+                     ? "never stuck: the process runs on without a door"
+                     : ("the process ended by signal " + std::to_string(WTERMSIG(status))).c_str());
+    else
+        snprintf(ended->text, sizeof ended->text, "the process ended with status %d and no word", WEXITSTATUS(status));
+}
+
+t_outcome play(const t_life &life, bool tells)
+{
+    t_outcome *ended = new (shared_outcome()) t_outcome{};
+    const pid_t child = __real_fork();
+    if (child == 0)
+        live(life, tells);
+    int status = 0;
+    if (child < 0 || __real_waitpid(child, &status, 0) != child) {
+        perror("fork");
+        exit(EXIT_FAILURE);
+    }
+    if (ended->verdict == t_verdict::unfinished)
+        tell_of_crash(status, ended);
+    return *ended;
+}
+
+} // namespace sim

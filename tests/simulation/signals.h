@@ -1,0 +1,27 @@
+// SPDX-License-Identifier: MIT
+// Signals and timers, none of them the kernel's: a signal waits with its thread, or with the process, until a thread
+// that lets it through comes to a door.
+#pragma once
+
+#include "tests/simulation/scheduler.h"
+
+namespace sim {
+
+constexpr int DAEMON_PID = 4242;
+
+// To the whole process, as kill() would.
+void send_signal(int number);
+
+bool has_deliverable_signal(const t_thread &thread);
+void deliver_signals(); // to the calling thread
+
+// For signalfd.
+bool is_pending_for_process(int number);
+bool take_pending(int number);
+
+// Timers of setitimer and timer_create.
+t_time next_timer_time();
+void fire_timers();
+int count_of_timers(); // created and not deleted
+
+} // namespace sim
