@@ -31,8 +31,11 @@ using t_fill = std::function<void(blob_buf *message)>;
 int64_t call_daemon(const std::string &object, const std::string &method, const t_fill &arguments,
                     std::function<void(blob_attr *message)> on_reply = nullptr);
 
-// An event that somebody sends to everybody who registered for it.
-void send_event(const std::string &name, const t_fill &fields);
+// An event that somebody sends to everybody who registered for it; the number under which it is served.
+int64_t send_event(const std::string &name, const t_fill &fields);
+
+// Whether the daemon is on the bus, so that it gets what is sent to it.
+bool calls_can_be_made();
 
 // The first subscriber of an object comes, or the last one goes.
 void subscribe_to_daemon(const std::string &object, bool subscribed);

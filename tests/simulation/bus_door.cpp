@@ -17,6 +17,7 @@
 #include "tests/simulation/checks.h"
 #include "tests/simulation/door.h"
 #include "tests/simulation/event_log.h"
+#include "tests/simulation/router.h"
 #include "tests/simulation/world.h"
 
 namespace sim {
@@ -70,7 +71,7 @@ static blob_attr *message_in(std::string &bytes)
 
 // --- the world's part
 
-static bool is_connected()
+bool calls_can_be_made()
 {
     return connection && !connection->hung_up && bus.is_up;
 }
@@ -80,24 +81,26 @@ int64_t call_daemon(const std::string &object, const std::string &method, const 
 {
     const int64_t number = ++last_call;
     log_line("bus", "call %ld: %s %s", static_cast<long>(number), object.c_str(), method.c_str());
-    if (!is_connected())
+    if (!calls_can_be_made())
         return number;
     calls[number] = {method, std::move(on_reply)};
     connection->incoming.push_back({t_incoming::call, object, method, bytes_of(arguments), number});
     return number;
 }
 
-void send_event(const std::string &name, const t_fill &fields)
+int64_t send_event(const std::string &name, const t_fill &fields)
 {
-    log_line("bus", "event %s", name.c_str());
-    if (is_connected())
-        connection->incoming.push_back({t_incoming::event, "", name, bytes_of(fields), 0});
+    const int64_t number = ++last_call;
+    log_line("bus", "event %ld: %s", static_cast<long>(number), name.c_str());
+    if (calls_can_be_made())
+        connection->incoming.push_back({t_incoming::event, "", name, bytes_of(fields), number});
+    return number;
 }
 
 void subscribe_to_daemon(const std::string &object, bool subscribed)
 {
     log_line("bus", "%s subscribes: %d", object.c_str(), subscribed);
-    if (is_connected())
+    if (calls_can_be_made())
         connection->incoming.push_back({t_incoming::subscription, object, "", "", subscribed});
 }
 
@@ -105,6 +108,7 @@ void bus_dies()
 {
     bus.is_up = false;
     calls.clear();
+    requests_are_lost();
     if (connection) {
         connection->hung_up = true;
         connection->incoming.clear();
@@ -144,6 +148,7 @@ static void finish_call(int64_t number, int status)
         return;
     const std::string method = found->second.method;
     calls.erase(found);
+    request_is_over(number, status);
     saw({.deed = t_deed::bus_call_over, .port = status, .number = number, .text = method.c_str()});
 }
 
@@ -159,6 +164,7 @@ static void serve_call(ubus_context *context, t_incoming &message)
     request.object = object->id;
     request.seq = static_cast<uint16_t>(message.number);
     request.fd = request.req_fd = -1;
+    request_is_served(message.number);
     connection->serving.push_back(message.number);
     const int status = method->handler(context, object, &request, method->name, message_in(message.bytes));
     connection->serving.pop_back();
@@ -180,6 +186,7 @@ static void serve_message(ubus_context *context, t_incoming &message)
         serve_call(context, message);
         return;
     case t_incoming::event:
+        request_is_served(message.number);
         for (const auto &[handler, pattern] : connection->patterns)
             if (matches(pattern, message.name))
                 handler->cb(context, handler, message.name.c_str(), message_in(message.bytes));
@@ -235,6 +242,8 @@ int ubus_send_reply(ubus_context *, ubus_request_data *, blob_attr *message)
         return UBUS_STATUS_NO_DATA;
     const int64_t number = connection->serving.back();
     const auto found = calls.find(number);
+    if (found != calls.end())
+        request_is_replied(number, message);
     saw({.deed = t_deed::bus_replied,
          .number = number,
          .text = found == calls.end() ? "?" : found->second.method.c_str()});
@@ -386,6 +395,7 @@ void ubus_free(ubus_context *context)
     uloop_timeout_cancel(&context->pending_timer);
     drop_socket(context);
     calls.clear();
+    requests_are_lost();
     bus_context = nullptr;
     free(context);
 }

@@ -35,6 +35,10 @@ static const char *word(t_deed deed)
         return "log";
     case t_deed::life_ended:
         return "end";
+    case t_deed::truth_changed:
+        return "truth";
+    case t_deed::request_served:
+        return "served";
     }
     return "?";
 }

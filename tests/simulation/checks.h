@@ -20,6 +20,8 @@ enum class t_deed : uint8_t {
     file_written,    // text: path
     log_line,        // text
     life_ended,      // number: exit status
+    truth_changed,   // port: whose truth (world.h), 0 for that of the whole
+    request_served,  // number: the call whose handler begins, text: the method; number 0 for an event
 };
 
 struct t_seen {

@@ -14,12 +14,12 @@ constexpr t_time END_TAKES_AT_MOST = 30 * SECOND; // the checks ask for less; th
 // The cable of a port is pulled out, or one to a neighbour is plugged in.
 static void unplug(const t_event &event)
 {
-    plug_in(port_at(event.port), "nothing");
+    plug_in(port_at(event.port), PHY, "nothing");
 }
 
 static void plug(const t_event &event)
 {
-    plug_in(port_at(event.port), event.text);
+    plug_in(port_at(event.port), PHY, event.text);
 }
 
 // SIGTERM, with which every life ends.
@@ -30,14 +30,9 @@ static void end(const t_event &)
     send_signal(SIGTERM);
 }
 
-static void draw_end(t_life *life, uint64_t (*number)(uint64_t below))
-{
-    life->events.push_back({.at_ms = 600'000 + static_cast<int64_t>(number(5000)), .kind = "end", .text = ""});
-}
-
 static const t_event_kind unplug_kind = {.name = "unplug", .happen = unplug};
 static const t_event_kind plug_kind = {.name = "plug", .happen = plug};
-static const t_event_kind end_kind = {.name = "end", .happen = end, .draw = draw_end};
+static const t_event_kind end_kind = {.name = "end", .happen = end};
 
 static const t_event_kind *const EVENTS[] = {&unplug_kind, &plug_kind, &end_kind};
 
@@ -49,13 +44,30 @@ const t_event_kind *event_kind(const std::string &name)
     return nullptr;
 }
 
-void draw_events(t_life *life, uint64_t (*number)(uint64_t below))
+void draw_events(t_life *life, t_number number)
 {
-    for (const t_event_kind *kind : EVENTS)
-        if (kind->draw)
-            kind->draw(life, number);
+    life->events.push_back({.at_ms = 600'000 + static_cast<int64_t>(number(5000)), .kind = "end", .text = ""});
     std::stable_sort(life->events.begin(), life->events.end(),
                      [](const t_event &a, const t_event &b) { return a.at_ms < b.at_ms; });
+}
+
+int64_t quiet_from_ms(const t_life &life)
+{
+    int64_t quiet = 0;
+    for (const t_event &event : life.events) {
+        const t_event_kind *kind = event_kind(event.kind);
+        if (kind != &end_kind)
+            quiet = std::max(quiet, event.at_ms + (kind->lasts_ms ? kind->lasts_ms(event) : 0));
+    }
+    return quiet;
+}
+
+int64_t end_ms(const t_life &life)
+{
+    for (const t_event &event : life.events)
+        if (event_kind(event.kind) == &end_kind)
+            return event.at_ms;
+    return INT64_MAX / MILLISECOND;
 }
 
 } // namespace sim

@@ -13,6 +13,7 @@ struct t_machine {
     uint32_t packet_type;
     uint32_t a = 0, x = 0;
     bool in_bounds = true;
+    uint32_t memory[BPF_MEMWORDS] = {};
 
     void load(uint32_t offset, uint16_t size)
     {
@@ -72,6 +73,8 @@ struct t_machine {
             load(one.k, BPF_SIZE(one.code));
         else if (BPF_MODE(one.code) == BPF_IND)
             load(one.k + x, BPF_SIZE(one.code));
+        else if (BPF_MODE(one.code) == BPF_MEM)
+            a = memory[one.k % BPF_MEMWORDS];
         else if (BPF_MODE(one.code) == BPF_LEN)
             a = static_cast<uint32_t>(frame.size());
         else
@@ -96,6 +99,9 @@ uint32_t run_filter(const std::vector<sock_filter> &program, const std::string &
             machine.x = BPF_MODE(one.code) == BPF_MSH && one.k < frame.size()
                             ? 4 * (static_cast<uint8_t>(frame[one.k]) & 0xfU)
                             : one.k;
+            break;
+        case BPF_ST:
+            machine.memory[one.k % BPF_MEMWORDS] = machine.a;
             break;
         case BPF_ALU:
             machine.calculate(one);

@@ -60,7 +60,8 @@ std::string text_of_life(const t_life &life)
     std::ostringstream text;
     text << MAGIC << "\nseed " << life.seed << "\nwan " << life.wan << "\nconnection " << life.connection << "\n";
     for (const t_port_plan &port : life.ports)
-        text << "port " << port.behind << " " << port.link << " " << port.answers_after_ms << "\n";
+        text << "port " << port.behind << " " << port.link << " " << port.answers_after_ms
+             << (port.behind_sfp.empty() ? "" : " ") << port.behind_sfp << "\n";
     text << "pool";
     for (int port : life.pool)
         text << " " << port;
@@ -101,7 +102,7 @@ static bool read_line(const std::string &line, t_life *life)
             life->pool.push_back(port);
     else if (first == "port") {
         t_port_plan port;
-        words >> port.behind >> port.link >> port.answers_after_ms;
+        words >> port.behind >> port.link >> port.answers_after_ms >> port.behind_sfp;
         life->ports.push_back(port);
     } else if (first == "set") {
         std::string key, value;

@@ -19,10 +19,13 @@ struct t_event {
     std::string text; // one word, or empty
 };
 
+// What a port has: the neighbours on its cable as one word ("nothing", "silent", "dhcp+dns:silent+host"; neighbours.cpp
+// knows the names and what may stand behind a colon), and the same for the fibre side of a combo port.
 struct t_port_plan {
     std::string behind = "nothing";
     bool link = false;
     int64_t answers_after_ms = 20;
+    std::string behind_sfp; // empty: a plain port
 };
 
 struct t_life {
@@ -40,20 +43,35 @@ struct t_life {
 // One word each for how often the scheduler switches (of 65536), and the daemon's log level.
 constexpr const char *SWITCH_RATE = "switch_rate";
 constexpr const char *LOG_LEVEL = "log_level";
+// The ports that are members of another bridge, by their numbers, and how the network manager is at first
+// (manager.cpp).
+constexpr const char *GUEST_PORTS = "guest_ports";
+constexpr const char *MANAGER = "manager";
 
 t_life draw_life(uint64_t seed);
 
 std::string text_of_life(const t_life &life);
 bool read_life(const std::string &text, t_life *life); // false, and a word about the line, when it is none
 
+using t_number = uint64_t (*)(uint64_t below); // the numbers of a life that is being drawn
+
 // A kind of event. To add one: write it in a file of its own and put it into the table of events.cpp.
 struct t_event_kind {
     const char *name;
     void (*happen)(const t_event &event);
-    // Adds events of this kind to a life; null for one that is only written by hand, or by another kind.
-    void (*draw)(t_life *life, uint64_t (*number)(uint64_t below)) = nullptr;
+    // Fills in what happens, at the time that is there already. Null for one that is only written by hand.
+    void (*draw)(const t_life &life, t_event *event, t_number number) = nullptr;
+    unsigned weight = 10; // how often it is drawn
+    bool is_rare = false; // only in one life of ten
+    // For how long it goes on by itself: a fault that ends, a ban that runs out, a link that flaps. Null for none.
+    int64_t (*lasts_ms)(const t_event &event) = nullptr;
 };
 const t_event_kind *event_kind(const std::string &name); // null for none
-void draw_events(t_life *life, uint64_t (*number)(uint64_t below));
+void draw_events(t_life *life, t_number number);
+
+// From when on nothing happens any more but the end: every event is over. It follows from the events, so that a life
+// of which some were left out is quiet earlier.
+int64_t quiet_from_ms(const t_life &life);
+int64_t end_ms(const t_life &life); // when the daemon is told to end
 
 } // namespace sim

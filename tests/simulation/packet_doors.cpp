@@ -26,11 +26,17 @@ namespace sim {
 
 namespace {
 
+struct t_queued {
+    std::string bytes;
+    int ifindex;
+    uint8_t type; // PACKET_HOST or PACKET_OUTGOING
+};
+
 struct t_packet_socket : t_description {
     uint16_t ether_type_be = 0;
     int ifindex = 0;
     std::vector<sock_filter> filter;
-    std::deque<std::string> frames;
+    std::deque<t_queued> frames;
     int error = 0;
 
     t_packet_socket();
@@ -80,22 +86,33 @@ static uint16_t ether_type_of(const std::string &frame)
     return type_be;
 }
 
-static bool wants(const t_packet_socket &socket, int port, const std::string &frame)
+static bool wants(const t_packet_socket &socket, const t_queued &frame)
 {
-    if (socket.ether_type_be == 0 || (socket.ifindex != 0 && socket.ifindex != ifindex_of(port)))
+    if (socket.ether_type_be == 0 || (socket.ifindex != 0 && socket.ifindex != frame.ifindex))
         return false;
-    if (socket.ether_type_be != htons(ETH_P_ALL) && socket.ether_type_be != ether_type_of(frame))
+    if (socket.ether_type_be != htons(ETH_P_ALL) && socket.ether_type_be != ether_type_of(frame.bytes))
         return false;
-    return socket.filter.empty() || run_filter(socket.filter, frame, PACKET_HOST) > 0;
+    return socket.filter.empty() || run_filter(socket.filter, frame.bytes, frame.type) > 0;
+}
+
+// `only_all`: to those alone that listen to every protocol.
+static void queue(const t_queued &frame, bool only_all)
+{
+    for (t_packet_socket *socket : packet_sockets)
+        if ((!only_all || socket->ether_type_be == htons(ETH_P_ALL)) && wants(*socket, frame) &&
+            socket->frames.size() < MOST_FRAMES_QUEUED)
+            socket->frames.push_back(frame);
 }
 
 void frame_comes(int port, const std::string &frame)
 {
-    if (!port_at(port).link || frame.size() < ETH_HLEN)
+    const t_port &at = port_at(port);
+    if (!at.link || frame.size() < ETH_HLEN)
         return;
-    for (t_packet_socket *socket : packet_sockets)
-        if (wants(*socket, port, frame) && socket->frames.size() < MOST_FRAMES_QUEUED)
-            socket->frames.push_back(frame);
+    const bool is_member = at.in_bridge || at.in_other_bridge;
+    queue({frame, ifindex_of(port), PACKET_HOST}, is_member);
+    if (at.in_bridge)
+        queue({frame, BRIDGE_IFINDEX, PACKET_HOST}, false);
 }
 
 void tell_sockets_of_loss(int port, int error)
@@ -132,7 +149,7 @@ DOOR(int, bind, (int fd, const sockaddr *address, socklen_t size), (fd, address,
         return failure(EINVAL);
     sockaddr_ll wanted = {};
     memcpy(&wanted, address, std::min<size_t>(size, sizeof wanted));
-    if (wanted.sll_ifindex != 0 && port_of_ifindex(wanted.sll_ifindex) == 0)
+    if (wanted.sll_ifindex != 0 && wanted.sll_ifindex != BRIDGE_IFINDEX && port_of_ifindex(wanted.sll_ifindex) == 0)
         return failure(ENODEV);
     one->ifindex = wanted.sll_ifindex;
     if (wanted.sll_protocol != 0)
@@ -176,9 +193,15 @@ DOOR(ssize_t, sendto, (int fd, const void *data, size_t size, int flags, const s
     sockaddr_ll wanted = {};
     memcpy(&wanted, to, std::min<size_t>(to_size, sizeof wanted));
     const int port = port_of_ifindex(wanted.sll_ifindex);
-    if (!description_as<t_packet_socket>(fd) || port == 0)
+    const bool is_bridge = wanted.sll_ifindex == BRIDGE_IFINDEX;
+    if (!description_as<t_packet_socket>(fd) || (port == 0 && !is_bridge))
         return failure(ENXIO);
-    frame_goes(port, std::string(static_cast<const char *>(data), size));
+    const std::string frame(static_cast<const char *>(data), size);
+    queue({frame, wanted.sll_ifindex, PACKET_OUTGOING}, true);
+    if (is_bridge)
+        frame_goes_to_bridge(frame);
+    else
+        frame_goes(port, frame);
     return static_cast<ssize_t>(size);
 }
 
@@ -191,15 +214,15 @@ static ssize_t receive(int fd, void *buffer, size_t size, sockaddr_ll *from)
         return failure(std::exchange(one->error, 0));
     if (one->frames.empty())
         return failure(EAGAIN);
-    const std::string frame = std::move(one->frames.front());
+    const t_queued frame = std::move(one->frames.front());
     one->frames.pop_front();
     *from = {};
     from->sll_family = AF_PACKET;
-    from->sll_ifindex = one->ifindex;
-    from->sll_protocol = ether_type_of(frame);
-    from->sll_pkttype = PACKET_HOST;
-    const size_t got = std::min(size, frame.size());
-    memcpy(buffer, frame.data(), got);
+    from->sll_ifindex = frame.ifindex;
+    from->sll_protocol = ether_type_of(frame.bytes);
+    from->sll_pkttype = frame.type;
+    const size_t got = std::min(size, frame.bytes.size());
+    memcpy(buffer, frame.bytes.data(), got);
     return static_cast<ssize_t>(got);
 }
 
@@ -255,6 +278,8 @@ DOOR(int, getpeername, (int fd, sockaddr *address, socklen_t *size), (fd, addres
 
 DOOR(unsigned, if_nametoindex, (const char *name), (name), t_door::packet)
 {
+    if (strcmp(name, BRIDGE_NAME) == 0)
+        return BRIDGE_IFINDEX;
     const int port = port_named(name);
     if (port == 0)
         errno = ENODEV;

@@ -12,7 +12,8 @@ namespace sim {
 constexpr size_t MOST_FRAMES_QUEUED = 256; // of a socket, as its receive buffer would
 
 // A frame comes in at a port: every socket that is bound to it and whose filter lets it through gets it. Nothing
-// without a link.
+// without a link. A bridge takes its members' frames before any listener for one protocol hears them, and is heard with
+// its own index.
 void frame_comes(int port, const std::string &frame);
 
 // A failed interface: every socket bound to it has an error pending, as the kernel would tell of a port that went down.

@@ -4,9 +4,13 @@
 
 #include "tests/simulation/event_log.h"
 #include "tests/simulation/file_tree.h"
+#include "tests/simulation/neighbours.h"
 #include "tests/simulation/world.h"
 
 namespace sim {
+
+std::string text_of_arp_table(); // lan_host.cpp
+std::string text_of_forwarding_table();
 
 static std::string line(const char *key, const std::string &value)
 {
@@ -31,6 +35,15 @@ static std::string network_text(const t_life &life)
             line("proto_priority", "pppoe dhcp static") + line("fake_wan_port", "-1") +
             line("wan_combo_first_priority", "phy");
     text += "\nconfig interface 'wan'\n" + line("proto", life.connection) + line("wan_type", life.connection);
+    text += "\nconfig interface 'internet'\n" + line("proto", life.connection);
+    return text;
+}
+
+static std::string labels(const t_life &life)
+{
+    std::string text;
+    for (size_t i = 1; i <= life.ports.size(); i++)
+        text += (text.empty() ? "P" : " P") + std::to_string(i);
     return text;
 }
 
@@ -40,26 +53,28 @@ static std::string switch_text(const t_life &life)
     for (const t_port &port : world.ports)
         text += "config switch_port 'port" + std::to_string(port.number) + "'\n" +
                 line("port", std::to_string(port.number)) + line("ifname", port.name) +
-                line("label", "P" + std::to_string(port.number)) + line("wan_port", "phy") + "\n";
+                line("label", "P" + std::to_string(port.number)) + line("wan_port", "phy") +
+                (port.is_combo ? line("type", "combo") : "") + "\n";
     text += "config wan 'wan'\n" + line("switch_port", "port" + std::to_string(life.wan));
-    text += "\nconfig lan_agg 'lan_agg'\n" + line("enable_agg", "0");
+    text += "\nconfig lan_agg 'lan_agg'\n" + line("enable_agg", "0") + line("lanport", labels(life)) +
+            line("lacpports", "");
+    text += "\nconfig gaming 'gaming'\n" + line("name", "gaming");
     return text;
 }
 
 static std::string protocol_text()
 {
     std::string text = "config family 'ipv4'\n";
-    for (const char *protocol : {"dhcp", "pppoe", "static", "l2tp", "pptp"})
+    for (const char *protocol : {"dhcp", "pppoe", "static", "l2tp", "pptp", "v6plus"})
         text += std::string("\tlist protos '") + protocol + "'\n";
     text += "\nconfig family 'ipv6'\n\tlist protos 'dhcpv6'\n";
     text += "\nconfig protocol 'pppoe'\n" + line("snd_conn", "none");
-    text += "\nconfig protocol 'static'\n";
+    text += "\nconfig protocol 'static'\n" + line("ipaddr", OWN_ADDRESS) + line("gateway", GATEWAY) +
+            line("pri_dns", NAME_SERVER);
+    for (const char *tunnel : {"l2tp", "pptp"})
+        text += std::string("\nconfig protocol '") + tunnel + "'\n" + line("snd_conn", "dynamic") +
+                line("static_ip", OWN_ADDRESS) + line("static_gateway", GATEWAY);
     return text;
-}
-
-static std::string arp_text()
-{
-    return "IP address       HW type     Flags       HW address            Mask     Device\n";
 }
 
 static std::string path_of(const std::string &package)
@@ -88,13 +103,8 @@ void write_router_files(const t_life &life)
     put_file(path_of("switch"), switch_text(life));
     put_file(path_of("protocol"), protocol_text());
     put_file(path_of("sysmode"), "config sysmode 'sysmode'\n" + line("mode", "router"));
-    put_made_file("/proc/net/arp", arp_text);
-    put_file("/sys/class/net/br-lan/brforward", "");
-    for (const t_port &port : world.ports) {
-        const std::string folder = "/sys/class/net/" + port.name + "/brport";
-        put_file(folder + "/port_no", "0x" + std::to_string(port.number) + "\n");
-        put_link(folder + "/bridge", "../../br-lan");
-    }
+    put_made_file("/proc/net/arp", text_of_arp_table);
+    put_made_file("/sys/class/net/br-lan/brforward", text_of_forwarding_table);
     apply_settings(life);
 }
 

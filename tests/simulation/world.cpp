@@ -1,23 +1,18 @@
 // SPDX-License-Identifier: MIT
-// The world's time, its ports, and the way frames take.
+// The world's time, its beginning, and the WAN role.
 #include "tests/simulation/world.h"
 
 #include <algorithm>
 #include <arpa/inet.h>
-#include <cerrno>
-#include <cstring>
 #include <queue>
+#include <sstream>
 
-#include "tests/simulation/bus.h"
 #include "tests/simulation/checks.h"
 #include "tests/simulation/event_log.h"
-#include "tests/simulation/file_tree.h"
-#include "tests/simulation/packets.h"
+#include "tests/simulation/neighbours.h"
+#include "tests/simulation/router.h"
 
 namespace sim {
-
-constexpr int FIRST_PORT_IFINDEX = 10;
-constexpr t_time MANAGER_NEEDS = 2 * SECOND; // from the cable to a connection that works
 
 t_world world;
 
@@ -62,80 +57,7 @@ static void happen(const t_event &event)
     log_line("world", "%s port %d number %ld %s", event.kind.c_str(), event.port, static_cast<long>(event.number),
              event.text.c_str());
     event_kind(event.kind)->happen(event);
-}
-
-// --- ports
-
-t_port &port_at(int number)
-{
-    return world.ports.at(static_cast<size_t>(number - 1));
-}
-
-int port_named(const std::string &name)
-{
-    for (const t_port &port : world.ports)
-        if (port.name == name)
-            return port.number;
-    return 0;
-}
-
-int ifindex_of(int port)
-{
-    return FIRST_PORT_IFINDEX + port;
-}
-
-int port_of_ifindex(int ifindex)
-{
-    const int port = ifindex - FIRST_PORT_IFINDEX;
-    return port >= 1 && static_cast<size_t>(port) <= world.ports.size() ? port : 0;
-}
-
-const uint8_t *mac_of(int port)
-{
-    static uint8_t mac[6] = {0x02, 0, 0, 0, 1, 0};
-    mac[5] = static_cast<uint8_t>(port);
-    return mac;
-}
-
-const uint8_t *bridge_mac()
-{
-    static const uint8_t mac[6] = {0x02, 0, 0, 0, 0, 1};
-    return mac;
-}
-
-void set_link(t_port &port, bool link)
-{
-    if (port.link == link)
-        return;
-    port.link = link;
-    port.link_since = now();
-    if (!link)
-        tell_sockets_of_loss(port.number, ENETDOWN);
-}
-
-void plug_in(t_port &port, const std::string &neighbour)
-{
-    port.behind = &neighbour_kind(neighbour);
-    set_link(port, neighbour != "nothing");
-}
-
-void frame_goes(int number, const std::string &frame)
-{
-    t_port &port = port_at(number);
-    port.questions++;
-    saw({.deed = t_deed::frame_sent, .port = number, .number = static_cast<int64_t>(frame.size()), .text = "frame"});
-    if (port.link && !port.is_mute && port.behind->hears)
-        port.behind->hears(port, frame);
-}
-
-void answer_frame(const t_port &port, const std::string &frame, t_time after)
-{
-    const int number = port.number;
-    const t_time since = port.link_since;
-    happen_at(now() + after, [number, since, frame] {
-        if (port_at(number).link_since == since)
-            frame_comes(number, frame);
-    });
+    note_truth();
 }
 
 // --- the role
@@ -143,48 +65,53 @@ void answer_frame(const t_port &port, const std::string &frame, t_time after)
 int holder_of_role()
 {
     const std::string port = option_of("switch", "wan", "switch_port");
-    return port.compare(0, 4, "port") == 0 ? atoi(port.c_str() + 4) : 0;
+    const int number = port.compare(0, 4, "port") == 0 ? atoi(port.c_str() + 4) : 0;
+    return is_port(number) ? number : 0;
 }
 
 void move_role(int port, bool by_daemon)
 {
     set_option("switch", "wan", "switch_port", "port" + std::to_string(port));
     world.role_since = now();
+    world.role_mover = by_daemon ? t_mover::daemon : t_mover::somebody;
+    if (!by_daemon)
+        world.role_taken_by_others = now();
     world.swaps += by_daemon;
+    note_truth();
     saw({.deed = t_deed::role_moved, .port = port, .number = by_daemon, .text = ""});
+}
+
+static bool has_static_secondary(const std::string &type)
+{
+    return (type == "l2tp" || type == "pptp") && option_of("protocol", type, "snd_conn") == "static";
+}
+
+static bool is_known_type(const std::string &type)
+{
+    for (const char *known : {"dhcp", "pppoe", "static", "l2tp", "pptp", "v6plus"})
+        if (type == known)
+            return true;
+    return false;
 }
 
 std::string configured_connection()
 {
-    return option_of("network", "wan", "wan_type");
-}
-
-bool upstream_works()
-{
-    const int holder = holder_of_role();
-    if (holder == 0 || static_cast<size_t>(holder) > world.ports.size())
-        return false;
-    const t_port &port = port_at(holder);
-    return port.link && !port.is_mute && port.behind->serves && port.behind->serves(port, configured_connection()) &&
-           now() - std::max(port.link_since, world.role_since) >= MANAGER_NEEDS;
-}
-
-// --- the network manager on the bus
-
-bool service_is_there(const std::string &object)
-{
-    return object == "network.interface";
-}
-
-t_service_answer ask_service(const std::string &, const std::string &, blob_attr *)
-{
-    const char *state = upstream_works() ? "connected" : "disconnected";
-    return {.after = 2 * MILLISECOND, .status = 0, .data = [state](blob_buf *message) {
-                blobmsg_add_string(message, "state", state);
-            }};
+    std::string type = option_of("network", "wan", "wan_type");
+    if (type.empty())
+        type = option_of("network", "wan", "proto");
+    if (type == "pppoeshare")
+        type = "pppoe";
+    if (!is_known_type(type))
+        return world.connection; // the former one stays
+    return has_static_secondary(type) ? type + "-static" : type;
 }
 
 // --- the beginning
+
+static t_cable begin_cable(const std::string &word, bool link, int port)
+{
+    return {.word = word, .link = link, .neighbours = read_neighbours(word, port)};
+}
 
 static void begin_ports(const t_life &life)
 {
@@ -192,10 +119,27 @@ static void begin_ports(const t_life &life)
         t_port port = {};
         port.number = static_cast<int>(world.ports.size()) + 1;
         port.name = "eth" + std::to_string(port.number - 1);
-        port.behind = &neighbour_kind(plan.behind);
-        port.link = plan.link;
         port.answers_after = plan.answers_after_ms * MILLISECOND;
+        port.is_combo = !plan.behind_sfp.empty();
+        port.cables[PHY] = begin_cable(plan.behind, plan.link, port.number);
+        port.cables[SFP] = begin_cable(plan.behind_sfp, port.is_combo && plan.behind_sfp != "nothing", port.number);
         world.ports.push_back(std::move(port));
+    }
+    std::istringstream guests(life.settings.count(GUEST_PORTS) ? life.settings.at(GUEST_PORTS) : "");
+    for (int number; guests >> number;)
+        if (is_port(number))
+            port_at(number).in_other_bridge = true;
+}
+
+static void begin_links()
+{
+    for (t_port &port : world.ports) {
+        port.side = option_of("switch", "port" + std::to_string(port.number), "wan_port") == "sfp" ? SFP : PHY;
+        port.link = port.cable().link;
+        if (!port.link)
+            continue;
+        for (t_neighbour &who : port.cable().neighbours)
+            begin_neighbour(who);
     }
 }
 
@@ -204,8 +148,17 @@ void begin_world(const t_life &life)
     world.life = life;
     world.lan_address_be = inet_addr("192.168.1.1");
     world.lan_netmask_be = inet_addr("255.255.255.0");
+    world.quiet_from = quiet_from_ms(life) * MILLISECOND;
+    world.ends_at = end_ms(life) * MILLISECOND;
     begin_ports(life);
     write_router_files(life);
+    begin_links();
+    if (life.settings.count(MANAGER))
+        set_manager(life.settings.at(MANAGER));
+    const std::string enable = option_of("network", "auto_wan_detect", "enable");
+    world.detection_on = enable.compare(0, 2, "on") == 0 || enable.compare(0, 4, "true") == 0;
+    world.is_router = option_of("sysmode", "sysmode", "mode").compare(0, 6, "router") == 0;
+    rebuild_bridge();
     for (const t_event &event : world.life.events)
         happen_at(now() + event.at_ms * MILLISECOND, [&event] { happen(event); });
 }

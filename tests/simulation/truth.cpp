@@ -1,0 +1,185 @@
+// SPDX-License-Identifier: MIT
+// The truth that checks read, worked out anew whenever something changed.
+#include <algorithm>
+#include <sstream>
+
+#include "tests/simulation/bus.h"
+#include "tests/simulation/checks.h"
+#include "tests/simulation/file_tree.h"
+#include "tests/simulation/neighbours.h"
+#include "tests/simulation/router.h"
+
+namespace sim {
+
+bool resolves_names(const t_neighbour &who);   // name_server.cpp
+bool is_findable_host(const t_neighbour &who); // lan_host.cpp
+
+constexpr size_t MOST_PORTS_WITH_POOL = 15; // the table of the daemon ends with the 16th, and its pool is not read then
+constexpr size_t MOST_LABELS = 16;
+constexpr t_time LINKS_ARE_KNOWN_AFTER = 45 * SECOND; // a scan a second, 20 s of rest after a swap, a slow command
+
+static std::vector<std::string> words_of(const std::string &text)
+{
+    std::vector<std::string> words;
+    std::istringstream all(text);
+    for (std::string word; all >> word;)
+        words.push_back(word);
+    return words;
+}
+
+// True when a file of the configuration is another one than at the last call.
+static bool configuration_changed()
+{
+    static std::vector<std::pair<t_node_ref, t_time>> known;
+    std::vector<std::pair<t_node_ref, t_time>> found;
+    for (const char *package : {"network", "switch", "protocol", "sysmode"})
+        if (const auto node = files.find(std::string("/etc/config/") + package); node != files.end())
+            found.emplace_back(node->second, node->second->changed);
+    const bool changed = found != known;
+    known = std::move(found);
+    return changed;
+}
+
+static bool is_off_word(const std::string &word)
+{
+    return word == "0" || word == "off" || word == "false";
+}
+
+// Positions among the labels, the first of which is never a member.
+static bool is_aggregated(const t_port &port)
+{
+    if (is_off_word(option_of("switch", "lan_agg", "enable_agg")))
+        return false;
+    const std::vector<std::string> labels = words_of(option_of("switch", "lan_agg", "lanport"));
+    for (const std::string &word : words_of(option_of("switch", "lan_agg", "lacpports"))) {
+        const int place = atoi(word.c_str());
+        if (place >= 2 && static_cast<size_t>(place) <= std::min(labels.size(), MOST_LABELS) &&
+            labels[static_cast<size_t>(place - 1)] == "P" + std::to_string(port.number))
+            return true;
+    }
+    return false;
+}
+
+static bool is_gaming_port(const t_port &port)
+{
+    return option_of("switch", "gaming", "switch_port") == "port" + std::to_string(port.number);
+}
+
+static bool is_in_pool(const t_port &port)
+{
+    const std::vector<int> &pool = world.life.pool;
+    return world.ports.size() <= MOST_PORTS_WITH_POOL && std::find(pool.begin(), pool.end(), port.number) != pool.end();
+}
+
+// The daemon learns of a link late, and lifts a ban then that it took meanwhile.
+static bool link_was_settled(const t_port &port)
+{
+    return port.link_since + LINKS_ARE_KNOWN_AFTER <= port.banned_at &&
+           (port.hotplugged == NEVER || port.hotplugged + LINKS_ARE_KNOWN_AFTER <= port.banned_at);
+}
+
+static t_port_truth look_at(const t_port &port)
+{
+    t_port_truth truth = {};
+    truth.in_pool = is_in_pool(port);
+    truth.is_reserved = port.is_reserved;
+    truth.may_be_banned = port.banned_until > now();
+    truth.is_banned = truth.may_be_banned && link_was_settled(port);
+    truth.link = port.link;
+    if (!port.link)
+        return truth;
+    bool is_disturbed = false;
+    for (const t_neighbour &who : port.cable().neighbours) {
+        truth.lan_hosts += port.in_bridge && is_findable_host(who);
+        truth.name_server = truth.name_server || resolves_names(who);
+        is_disturbed = is_disturbed || (!who.is_dead && is_disturber(who));
+        if (who.is_dead)
+            continue;
+        if (who.kind->serves && who.kind->serves(who, world.connection))
+            truth.serves = true;
+        if (who.kind->found)
+            truth.found = std::min(truth.found, who.kind->found(who, world.connection));
+    }
+    if (is_disturbed)
+        truth.found = t_found::doubtful;
+    return truth;
+}
+
+static void note_port(t_port &port)
+{
+    const t_port_truth truth = look_at(port);
+    if (truth == port.truth)
+        return;
+    if (truth.lan_hosts > 0 && port.truth.lan_hosts == 0)
+        port.lan_hosts_since = now();
+    if (truth.found != port.truth.found)
+        port.upstream_since = now();
+    port.truth = truth;
+    port.truth_since = now();
+    saw({.deed = t_deed::truth_changed, .port = port.number, .number = static_cast<int64_t>(truth.found), .text = ""});
+}
+
+static t_health look_at_health()
+{
+    return {.commands = commands_are_well(),
+            .bus = bus.is_up && !bus.hangs && !bus.is_deaf,
+            .manager = manager_is_well(),
+            .configuration = configuration_is_well(),
+            .machine = machine_is_well()};
+}
+
+static bool differ(const t_health &a, const t_health &b)
+{
+    return a.commands != b.commands || a.bus != b.bus || a.manager != b.manager || a.configuration != b.configuration ||
+           a.machine != b.machine;
+}
+
+static void note_health()
+{
+    const t_health health = look_at_health();
+    if (!differ(health, world.health))
+        return;
+    world.health = health;
+    world.health_since = now();
+    saw({.deed = t_deed::truth_changed, .number = health.all(), .text = "health"});
+}
+
+static void note_connection()
+{
+    const std::string connection = configured_connection();
+    if (connection == world.connection)
+        return;
+    world.connection = connection;
+    world.connection_since = now();
+    saw({.deed = t_deed::truth_changed, .text = connection.c_str()});
+}
+
+void note_truth()
+{
+    if (configuration_changed()) {
+        world.role_holder = holder_of_role();
+        note_connection();
+        for (t_port &port : world.ports)
+            port.is_reserved = is_aggregated(port) || is_gaming_port(port);
+    }
+    note_health();
+    for (t_port &port : world.ports)
+        note_port(port);
+}
+
+bool detection_is_undisturbed()
+{
+    return world.detection_on && world.sets_under_way == 0 && world.is_router && world.health.all();
+}
+
+t_time undisturbed_since()
+{
+    t_time since = std::max({world.health_since, world.detection_since, world.connection_since, world.quiet_from});
+    if (world.role_taken_by_others != NEVER)
+        since = std::max(since, world.role_taken_by_others);
+    for (const t_port &port : world.ports)
+        since = std::max(since, port.upstream_since);
+    return since;
+}
+
+} // namespace sim
