@@ -39,6 +39,8 @@ static const char *word(t_deed deed)
         return "truth";
     case t_deed::request_served:
         return "served";
+    case t_deed::way_taken:
+        return "cycle";
     }
     return "?";
 }

@@ -36,6 +36,11 @@ static const t_event_kind end_kind = {.name = "end", .happen = end};
 
 static const t_event_kind *const EVENTS[] = {&unplug_kind, &plug_kind, &end_kind};
 
+std::span<const t_event_kind *const> event_kinds()
+{
+    return EVENTS;
+}
+
 const t_event_kind *event_kind(const std::string &name)
 {
     for (const t_event_kind *kind : EVENTS)

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <map>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -66,6 +67,7 @@ struct t_event_kind {
     // For how long it goes on by itself: a fault that ends, a ban that runs out, a link that flaps. Null for none.
     int64_t (*lasts_ms)(const t_event &event) = nullptr;
 };
+std::span<const t_event_kind *const> event_kinds();
 const t_event_kind *event_kind(const std::string &name); // null for none
 void draw_events(t_life *life, t_number number);
 

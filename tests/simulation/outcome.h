@@ -4,7 +4,19 @@
 
 #include <cstdint>
 
+#include "tests/simulation/ways.h"
+
 namespace sim {
+
+constexpr int MOST_EVENT_KINDS = 64;
+
+// What a life went through; of many lives the sum.
+struct t_counts {
+    uint64_t doors, events, cycles, swaps;
+    int64_t virtual_us;
+    uint64_t events_of_kind[MOST_EVENT_KINDS]; // in the order of event_kinds()
+    uint64_t ways[STATES][STATES];             // of a cycle, from and to
+};
 
 enum class t_verdict : uint8_t {
     unfinished, // the process was gone before it said anything: a crash, or a hang that was cut
@@ -16,11 +28,9 @@ struct t_outcome {
     t_verdict verdict;
     int exit_status; // of the daemon
     uint64_t hash;
-    uint64_t doors;
     uint64_t entries;
-    int64_t virtual_us;
-    uint32_t swaps, cycles, events; // what the world counted
-    char text[512];                 // of a failure
+    t_counts counts;
+    char text[512]; // of a failure
 };
 
 extern t_outcome *outcome;

@@ -7,6 +7,7 @@
 #include <new>
 #include <string>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -21,7 +22,9 @@ int daemon_main(int argc, char **argv); // core/main.cpp
 
 namespace sim {
 
-constexpr unsigned REAL_LIMIT_S = 60; // a life is over in milliseconds; one that is not runs in circles without a door
+// A life is over in milliseconds. One that is not runs in circles without a door, or waits for what is none.
+constexpr rlim_t PROCESSOR_LIMIT_S = 20;
+constexpr unsigned REAL_LIMIT_S = 600; // for a machine that has other things to do
 constexpr t_time LONGEST_LIFE = 3600 * SECOND;
 
 static t_outcome *shared_outcome()
@@ -43,6 +46,8 @@ static int run_daemon(const t_life &life)
 
 [[noreturn]] static void live(const t_life &life, bool tells)
 {
+    const rlimit limit = {PROCESSOR_LIMIT_S, RLIM_INFINITY};
+    setrlimit(RLIMIT_CPU, &limit);
     alarm(REAL_LIMIT_S);
     outcome = shared_outcome();
     event_log.tells = tells;
@@ -60,7 +65,7 @@ static void tell_of_crash(int status, t_outcome *ended)
     ended->verdict = t_verdict::failed;
     if (WIFSIGNALED(status))
         snprintf(ended->text, sizeof ended->text, "%s",
-                 WTERMSIG(status) == SIGALRM
+                 WTERMSIG(status) == SIGALRM || WTERMSIG(status) == SIGXCPU
                      ? "never stuck: the process runs on without a door"
                      : ("the process ended by signal " + std::to_string(WTERMSIG(status))).c_str());
     else
@@ -81,6 +86,16 @@ t_outcome play(const t_life &life, bool tells)
     if (ended->verdict == t_verdict::unfinished)
         tell_of_crash(status, ended);
     return *ended;
+}
+
+void tell_outcome(const t_life &life, const t_outcome &ended)
+{
+    say("seed %llu: %s%s, hash %016llx, %.1f s of the daemon, %llu doors, %llu entries, %llu events, %llu swaps\n",
+        static_cast<unsigned long long>(life.seed),
+        ended.verdict == t_verdict::passed ? "passed" : "FAILED: ", ended.text,
+        static_cast<unsigned long long>(ended.hash), static_cast<double>(ended.counts.virtual_us) / 1e6,
+        static_cast<unsigned long long>(ended.counts.doors), static_cast<unsigned long long>(ended.entries),
+        static_cast<unsigned long long>(ended.counts.events), static_cast<unsigned long long>(ended.counts.swaps));
 }
 
 } // namespace sim

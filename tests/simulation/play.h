@@ -10,4 +10,6 @@ namespace sim {
 // `tells` prints the life's timeline. A process that crashed or was cut counts as failed, and says how in the text.
 t_outcome play(const t_life &life, bool tells);
 
+void tell_outcome(const t_life &life, const t_outcome &ended);
+
 } // namespace sim

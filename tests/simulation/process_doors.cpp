@@ -24,11 +24,12 @@ void end_life(t_verdict verdict, const char *text)
     outcome->verdict = verdict;
     snprintf(outcome->text, sizeof outcome->text, "%s", text);
     outcome->hash = event_log.hash;
-    outcome->doors = doors_passed;
     outcome->entries = event_log.entries;
-    outcome->virtual_us = now();
-    outcome->swaps = world.swaps;
-    outcome->events = world.events_happened;
+    outcome->counts.doors = doors_passed;
+    outcome->counts.virtual_us = now() - START_OF_CLOCK;
+    outcome->counts.swaps = world.swaps;
+    outcome->counts.cycles = world.cycles;
+    outcome->counts.events = world.events_happened;
     if (verdict == t_verdict::failed)
         log_line("FAILED", "%s", text);
     __real__exit(verdict == t_verdict::passed ? 0 : 1);

@@ -16,8 +16,8 @@
 
 namespace sim {
 
-constexpr t_time START_OF_CLOCK = 100 * SECOND; // the router has been up for a while
-constexpr t_time COST_OF_A_DOOR = MICROSECOND;  // so that whoever polls the clock comes to an end
+constexpr t_time COST_OF_A_DOOR = MICROSECOND;     // so that whoever polls the clock comes to an end
+constexpr int MOST_DOORS_WITHOUT_REST = 1'000'000; // a second in which somebody always wanted to run
 
 thread_local bool inside = false;
 t_time life_limit = NEVER;
@@ -25,25 +25,14 @@ unsigned switch_rate = 0;
 uint64_t life_seed = 0;
 uint64_t doors_passed = 0;
 
-static t_time clock_now = START_OF_CLOCK;
+t_time clock_now = START_OF_CLOCK;
+bool in_world = false;
+
+static int doors_since_jump = 0;
 static t_thread threads[MOST_THREADS];
 static int threads_started = 0;
 static t_thread *running = nullptr;
 static thread_local t_thread *own = nullptr;
-static bool in_world = false; // the world's events are happening
-
-t_time now()
-{
-    return clock_now;
-}
-
-uint64_t mix(uint64_t value)
-{
-    value += 0x9e3779b97f4a7c15;
-    value = (value ^ (value >> 30)) * 0xbf58476d1ce4e5b9;
-    value = (value ^ (value >> 27)) * 0x94d049bb133111eb;
-    return value ^ (value >> 31);
-}
 
 uint64_t draw(uint64_t what, uint64_t number)
 {
@@ -131,6 +120,7 @@ static void jump()
     if (next > life_limit)
         fail_stuck("the life goes on beyond its limit");
     clock_now = std::max(clock_now, next);
+    doors_since_jump = 0;
 }
 
 static t_thread *choose()
@@ -184,6 +174,8 @@ static void test_cancel(t_thread &me)
 void door(t_door kind)
 {
     doors_passed++;
+    if (++doors_since_jump > MOST_DOORS_WITHOUT_REST)
+        fail("never stuck: thread %d runs in circles", own->number);
     clock_now += COST_OF_A_DOOR;
     log_number(static_cast<uint64_t>(clock_now) << 8 | static_cast<uint64_t>(kind));
     fire_timers();

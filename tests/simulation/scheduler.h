@@ -15,6 +15,7 @@ constexpr t_time NEVER = INT64_MAX;
 constexpr t_time MICROSECOND = 1;
 constexpr t_time MILLISECOND = 1000;
 constexpr t_time SECOND = 1'000'000;
+constexpr t_time START_OF_CLOCK = 100 * SECOND; // the router has been up for a while
 
 // What a thread is at; only names for the hash, and for checks that ask what a lock was held across.
 enum class t_door : uint8_t {
@@ -67,7 +68,11 @@ struct t_thread {
 
 // --- the clock
 
-t_time now();
+extern t_time clock_now;
+inline t_time now()
+{
+    return clock_now;
+}
 
 // What a run of the daemon must not outlive; a life that does is stuck.
 extern t_time life_limit;
@@ -100,6 +105,9 @@ int start_thread(pthread_t *handle, const pthread_attr_t *attributes, void *(*bo
 // Ends the calling thread: the baton goes on, and the real thread with it.
 [[noreturn]] void end_thread(void *result);
 
+// The world's events are happening: no thread of the daemon runs.
+extern bool in_world;
+
 // True on a thread of the daemon, inside a life: the doors lead into the simulation there, else to the C library.
 extern thread_local bool inside;
 
@@ -108,7 +116,13 @@ extern thread_local bool inside;
 // The same for the same arguments in the same life, whatever else was drawn: no stream that a left-out event would
 // move.
 uint64_t draw(uint64_t what, uint64_t number);
-uint64_t mix(uint64_t value);
+inline uint64_t mix(uint64_t value)
+{
+    value += 0x9e3779b97f4a7c15;
+    value = (value ^ (value >> 30)) * 0xbf58476d1ce4e5b9;
+    value = (value ^ (value >> 27)) * 0x94d049bb133111eb;
+    return value ^ (value >> 31);
+}
 
 // How often a door hands the baton on, of 65536.
 extern unsigned switch_rate;

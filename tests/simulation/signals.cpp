@@ -21,7 +21,12 @@ static siginfo_t process_info[NSIG];
 
 static constexpr uint64_t bit(int number)
 {
-    return uint64_t{1} << number;
+    return uint64_t{1} << (number - 1);
+}
+
+int first_signal(uint64_t bits)
+{
+    return bits ? __builtin_ctzll(bits) + 1 : 0;
 }
 
 void send_signal(int number)
@@ -48,16 +53,23 @@ bool has_deliverable_signal(const t_thread &thread)
     return deliverable(thread) != 0;
 }
 
-bool is_pending_for_process(int number)
+uint64_t pending_signals_of_process()
 {
-    return pending_for_process & bit(number);
+    return pending_for_process;
 }
 
-bool take_pending(int number)
+void take_pending(int number)
 {
-    const bool was_pending = is_pending_for_process(number);
     pending_for_process &= ~bit(number);
-    return was_pending;
+}
+
+uint64_t bits_of(const sigset_t *set)
+{
+    uint64_t bits = 0;
+    for (int number = 1; number < NSIG; number++)
+        if (sigismember(set, number) == 1)
+            bits |= bit(number);
+    return bits;
 }
 
 static void deliver(int number, siginfo_t info)
@@ -82,7 +94,7 @@ void deliver_signals()
 {
     t_thread &me = self();
     while (const uint64_t due = deliverable(me)) {
-        const int number = __builtin_ctzll(due);
+        const int number = first_signal(due);
         const bool own = me.pending_signals & bit(number);
         const siginfo_t info = own ? me.pending_info[number] : process_info[number];
         (own ? me.pending_signals : pending_for_process) &= ~bit(number);
@@ -114,12 +126,18 @@ int count_of_timers()
         std::count_if(timers + 1, timers + MOST_TIMERS, [](const t_timer &one) { return one.exists; }));
 }
 
+static t_time next_time = NEVER; // of all timers
+
+static void find_next_time()
+{
+    next_time = NEVER;
+    for (const t_timer &timer : timers)
+        next_time = std::min(next_time, timer.next);
+}
+
 t_time next_timer_time()
 {
-    t_time next = NEVER;
-    for (const t_timer &timer : timers)
-        next = std::min(next, timer.next);
-    return next;
+    return next_time;
 }
 
 static void expire(t_timer &timer)
@@ -139,14 +157,24 @@ static void expire(t_timer &timer)
 
 void fire_timers()
 {
+    if (next_time > now())
+        return;
     for (t_timer &timer : timers)
         if (timer.next <= now())
             expire(timer);
+    find_next_time();
 }
 
 static t_time as_time(const timespec &time)
 {
     return time.tv_sec * SECOND + time.tv_nsec / 1000;
+}
+
+static void put_bits(uint64_t bits, sigset_t *set)
+{
+    sigemptyset(set);
+    for (; bits; bits &= bits - 1)
+        sigaddset(set, first_signal(bits));
 }
 
 } // namespace sim
@@ -179,15 +207,9 @@ DOOR(sighandler_t, signal, (int number, sighandler_t handler), (number, handler)
 DOOR(int, pthread_sigmask, (int how, const sigset_t *set, sigset_t *former), (how, set, former), t_door::signal)
 {
     t_thread &me = self();
-    uint64_t named = 0;
+    const uint64_t named = set ? bits_of(set) : 0;
     if (former)
-        sigemptyset(former);
-    for (int number = 1; number < NSIG; number++) {
-        if (set && sigismember(set, number) == 1)
-            named |= bit(number);
-        if (former && (me.blocked_signals & bit(number)))
-            sigaddset(former, number);
-    }
+        put_bits(me.blocked_signals, former);
     if (set && how == SIG_SETMASK)
         me.blocked_signals = named;
     else if (set)
@@ -222,6 +244,7 @@ DOOR(int, setitimer, (__itimer_which_t which, const itimerval *wanted, itimerval
     timers[0].number = SIGALRM;
     const t_time first = wanted->it_value.tv_sec * SECOND + wanted->it_value.tv_usec;
     timers[0].next = first > 0 ? now() + first : NEVER;
+    find_next_time();
     return 0;
 }
 
@@ -249,11 +272,13 @@ DOOR(int, timer_settime, (timer_t timer, int flags, const itimerspec *wanted, it
     const t_time first = as_time(wanted->it_value);
     set.interval = as_time(wanted->it_interval);
     set.next = first > 0 ? now() + first : NEVER;
+    find_next_time();
     return 0;
 }
 
 DOOR(int, timer_delete, (timer_t timer), (timer), t_door::signal)
 {
     timers[reinterpret_cast<intptr_t>(timer)] = {};
+    find_next_time();
     return 0;
 }

@@ -15,13 +15,15 @@ void send_signal(int number);
 bool has_deliverable_signal(const t_thread &thread);
 void deliver_signals(); // to the calling thread
 
-// For signalfd.
-bool is_pending_for_process(int number);
-bool take_pending(int number);
+// For signalfd: sets of signals have a bit for each number.
+uint64_t bits_of(const sigset_t *set);
+int first_signal(uint64_t bits); // 0 for none
+uint64_t pending_signals_of_process();
+void take_pending(int number);
 
 // Timers of setitimer and timer_create.
 t_time next_timer_time();
-void fire_timers();
+void fire_timers();    // those that are due
 int count_of_timers(); // created and not deleted
 
 } // namespace sim

@@ -1,12 +1,16 @@
 // SPDX-License-Identifier: MIT
 // The program: plays one life, or many, and says how they ended.
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <unistd.h>
 
 #include "tests/simulation/event_log.h"
+#include "tests/simulation/many.h"
 #include "tests/simulation/play.h"
 
 using namespace sim;
@@ -15,7 +19,10 @@ namespace {
 
 struct t_wishes {
     uint64_t seed = 1;
-    uint64_t lives = 1;
+    uint64_t lives = 0; // 0: one, which is told
+    double seconds = 0; // for as many as there is time for
+    unsigned jobs = 1;
+    bool ends_at_failure = false;
     std::string file; // a life to be read
     bool tells = false;
     bool shows = false; // the life itself, which is not played
@@ -26,23 +33,41 @@ struct t_wishes {
 [[noreturn]] void show_usage()
 {
     say("simulate --seed N [--timeline] [--log LEVEL]   one life\n"
-        "simulate --lives COUNT [--from SEED]           several, each failure with its seed\n"
+        "simulate --lives COUNT [--from SEED]           several, each failure with its seed; and what they came to\n"
+        "simulate --minutes TIME | --seconds TIME       as many as there is time for, from a fresh seed or --from "
+        "SEED\n"
+        "--jobs COUNT plays them in so many processes; --until-failure ends with the first failure\n"
         "simulate --life FILE [--timeline]              one that was written down\n"
         "simulate --seed N --show                       prints the life instead of playing it\n"
         "--twice with any of them plays each life twice: it fails when the two differ\n");
     exit(EXIT_FAILURE);
 }
 
+uint64_t fresh_seed()
+{
+    uint64_t seed = 0;
+    if (getentropy(&seed, sizeof seed) != 0)
+        seed = static_cast<uint64_t>(time(nullptr)) << 20;
+    return seed >> 16; // short enough to be typed
+}
+
 t_wishes read_wishes(int argc, char **argv)
 {
     t_wishes wishes;
+    bool has_seed = false;
     for (int i = 1; i < argc; i++) {
         const std::string word = argv[i];
         const auto value = [&] { return i + 1 < argc ? argv[++i] : (show_usage(), nullptr); };
         if (word == "--seed" || word == "--from")
-            wishes.seed = strtoull(value(), nullptr, 10);
+            wishes.seed = strtoull(value(), nullptr, 10), has_seed = true;
         else if (word == "--lives")
             wishes.lives = strtoull(value(), nullptr, 10);
+        else if (word == "--minutes" || word == "--seconds")
+            wishes.seconds = strtod(value(), nullptr) * (word == "--minutes" ? 60 : 1);
+        else if (word == "--jobs")
+            wishes.jobs = std::max(1U, static_cast<unsigned>(strtoul(value(), nullptr, 10)));
+        else if (word == "--until-failure")
+            wishes.ends_at_failure = true;
         else if (word == "--life")
             wishes.file = value();
         else if (word == "--log")
@@ -56,6 +81,8 @@ t_wishes read_wishes(int argc, char **argv)
         else
             show_usage();
     }
+    if (wishes.seconds > 0 && !has_seed)
+        wishes.seed = fresh_seed();
     return wishes;
 }
 
@@ -72,41 +99,30 @@ t_life life_from_file(const std::string &path)
     return life;
 }
 
-void tell_outcome(const t_life &life, const t_outcome &ended)
+t_outcome play_twice(const t_life &life)
 {
-    say("seed %llu: %s%s, hash %016llx, %.1f s of the daemon, %llu doors, %llu entries, %u events, %u swaps\n",
-        static_cast<unsigned long long>(life.seed),
-        ended.verdict == t_verdict::passed ? "passed" : "FAILED: ", ended.text,
-        static_cast<unsigned long long>(ended.hash), static_cast<double>(ended.virtual_us) / 1e6,
-        static_cast<unsigned long long>(ended.doors), static_cast<unsigned long long>(ended.entries), ended.events,
-        ended.swaps);
-}
-
-t_outcome play_as_wished(const t_life &life, const t_wishes &wishes)
-{
-    t_outcome ended = play(life, wishes.tells);
-    if (wishes.twice && ended.verdict == t_verdict::passed && play(life, false).hash != ended.hash) {
+    t_outcome ended = play(life, false);
+    if (ended.verdict == t_verdict::passed && play(life, false).hash != ended.hash) {
         ended.verdict = t_verdict::failed;
         strcpy(ended.text, "replay: two runs of this life differ");
     }
     return ended;
 }
 
-// Every seed's life; those that fail are told. How many did.
-uint64_t play_many(const t_wishes &wishes)
+t_outcome play_once(const t_life &life)
 {
-    uint64_t failed = 0;
-    for (uint64_t i = 0; i < wishes.lives; i++) {
-        const t_life life = draw_life(wishes.seed + i);
-        const t_outcome ended = play_as_wished(life, wishes);
-        if (ended.verdict == t_verdict::passed)
-            continue;
-        failed++;
-        tell_outcome(life, ended);
-    }
-    say("%llu lives, %llu failed\n", static_cast<unsigned long long>(wishes.lives),
-        static_cast<unsigned long long>(failed));
-    return failed;
+    return play(life, false);
+}
+
+bool play_several(const t_wishes &wishes)
+{
+    say("seeds from %llu\n", static_cast<unsigned long long>(wishes.seed));
+    return play_many({.first_seed = wishes.seed,
+                      .lives = wishes.seconds > 0 ? UINT64_MAX : wishes.lives,
+                      .seconds = wishes.seconds,
+                      .jobs = wishes.jobs,
+                      .ends_at_failure = wishes.ends_at_failure,
+                      .play = wishes.twice ? play_twice : play_once});
 }
 
 bool play_one(const t_wishes &wishes)
@@ -118,7 +134,7 @@ bool play_one(const t_wishes &wishes)
         say("%s", text_of_life(life).c_str());
         return true;
     }
-    const t_outcome ended = play_as_wished(life, wishes);
+    const t_outcome ended = wishes.twice ? play_twice(life) : play(life, wishes.tells);
     tell_outcome(life, ended);
     return ended.verdict == t_verdict::passed;
 }
@@ -128,6 +144,7 @@ bool play_one(const t_wishes &wishes)
 int main(int argc, char **argv)
 {
     const t_wishes wishes = read_wishes(argc, argv);
-    const bool good = wishes.lives > 1 ? play_many(wishes) == 0 : play_one(wishes);
+    setenv("TZ", "UTC", 1); // no time is read from this machine's files
+    const bool good = wishes.lives > 0 || wishes.seconds > 0 ? play_several(wishes) : play_one(wishes);
     return good ? EXIT_SUCCESS : EXIT_FAILURE;
 }

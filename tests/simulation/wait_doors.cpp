@@ -53,15 +53,9 @@ struct t_counter : t_description {
 };
 
 struct t_signals : t_description {
-    sigset_t set = {};
+    uint64_t set = 0; // a bit for each number
 
-    int first() const
-    {
-        for (int number = 1; number < NSIG; number++)
-            if (sigismember(&set, number) == 1 && is_pending_for_process(number))
-                return number;
-        return 0;
-    }
+    int first() const { return first_signal(set & pending_signals_of_process()); }
     short readiness() const override { return first() ? POLLIN : short{0}; }
     ssize_t read(void *buffer, size_t) override
     {
@@ -121,8 +115,8 @@ struct t_pipe_writer : t_description {
 struct t_watched {
     int fd;
     std::weak_ptr<t_description> description;
+    const t_description *place; // of the same: to look there costs less
     epoll_event event;
-    bool was_ready; // for edges
 };
 
 struct t_epoll : t_description {
@@ -130,10 +124,9 @@ struct t_epoll : t_description {
 
     static uint32_t events_of(const t_watched &one)
     {
-        const t_description_ref description = one.description.lock();
-        if (!description)
+        if (one.description.expired())
             return 0;
-        const auto ready = static_cast<uint32_t>(description->readiness());
+        const auto ready = static_cast<uint32_t>(one.place->readiness());
         const uint32_t hung_up = ready & POLLHUP ? uint32_t{EPOLLRDHUP} : 0; // poll's bits are epoll's
         return (ready | hung_up) & (one.event.events | EPOLLERR | EPOLLHUP);
     }
@@ -152,7 +145,7 @@ struct t_epoll : t_description {
     t_watched *find(int fd, const t_description *description)
     {
         for (t_watched &one : watched)
-            if (one.fd == fd && one.description.lock().get() == description)
+            if (one.fd == fd && one.place == description)
                 return &one;
         return nullptr;
     }
@@ -193,7 +186,7 @@ DOOR(int, signalfd, (int fd, const sigset_t *set, int flags), (fd, set, flags), 
     if (fd != -1)
         fail("signalfd is used in a way that the simulation does not know");
     auto signals = std::make_shared<t_signals>();
-    signals->set = *set;
+    signals->set = bits_of(set);
     signals->flags = flags & SFD_NONBLOCK;
     return install_descriptor(std::move(signals));
 }
@@ -232,7 +225,7 @@ DOOR(int, epoll_ctl, (int poll_fd, int operation, int fd, epoll_event *event), (
     poll->forget_closed();
     t_watched *known = poll->find(fd, description.get());
     if (operation == EPOLL_CTL_ADD && !known) {
-        poll->watched.push_back({fd, description, *event, false});
+        poll->watched.push_back({fd, description, description.get(), *event});
         return 0;
     }
     if (!known || operation == EPOLL_CTL_ADD) {

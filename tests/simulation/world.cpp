@@ -11,6 +11,7 @@
 #include "tests/simulation/event_log.h"
 #include "tests/simulation/neighbours.h"
 #include "tests/simulation/router.h"
+#include "tests/simulation/tally.h"
 
 namespace sim {
 
@@ -54,6 +55,7 @@ void world_happen()
 static void happen(const t_event &event)
 {
     world.events_happened++;
+    count_event(event.kind);
     log_line("world", "%s port %d number %ld %s", event.kind.c_str(), event.port, static_cast<long>(event.number),
              event.text.c_str());
     event_kind(event.kind)->happen(event);

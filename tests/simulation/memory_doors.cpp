@@ -1,0 +1,250 @@
+// SPDX-License-Identifier: MIT
+// Memory from a place of the simulation's own. It takes a few nanoseconds, for nothing is ever given back to anybody;
+// new memory holds rubbish, old memory other rubbish, and both ends of a block are watched. A sanitizer does all of
+// this better, so its builds get their memory from it.
+#include <algorithm>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "tests/simulation/door.h"
+#include "tests/simulation/event_log.h"
+#include "tests/simulation/memory.h"
+
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool IS_THE_SANITIZERS = true;
+#elif defined(__has_feature)
+constexpr bool IS_THE_SANITIZERS = __has_feature(address_sanitizer);
+#else
+constexpr bool IS_THE_SANITIZERS = false;
+#endif
+
+extern "C" {
+void *__real_malloc(size_t size);
+void *__real_calloc(size_t count, size_t size);
+void *__real_realloc(void *memory, size_t size);
+void __real_free(void *memory);
+void *__wrap_malloc(size_t size);
+void *__wrap_calloc(size_t count, size_t size);
+void *__wrap_realloc(void *memory, size_t size);
+void __wrap_free(void *memory);
+char *__wrap_strdup(const char *text);
+int __wrap_asprintf(char **text, const char *format, ...);
+int __wrap___asprintf_chk(char **text, int flag, const char *format, ...);
+}
+
+namespace sim {
+
+namespace {
+
+constexpr size_t GRAIN = 16;
+constexpr size_t SMALL = 1024;                   // up to here a list for each multiple of the grain
+constexpr size_t LISTS = SMALL / GRAIN + 1 + 32; // then one for each power of two
+constexpr size_t ALL_OF_IT = size_t{64} << 20;   // more than a life needs by far
+constexpr size_t FILLED = 256;                   // with rubbish, from the start of a block
+constexpr uint32_t IN_USE = 0x600dcafe, FREE = 0x0ddba11;
+constexpr uint64_t FENCE = 0xfe4cefe4cefe4ce;
+constexpr size_t LONGEST_TEXT = 16384;
+constexpr int NEW_RUBBISH = 0xa5, OLD_RUBBISH = 0xdd;
+
+struct alignas(GRAIN) t_block {
+    uint32_t size;
+    uint32_t state;
+    t_block *next; // while it is free
+
+    char *memory() { return reinterpret_cast<char *>(this + 1); }
+};
+
+alignas(GRAIN) char place[ALL_OF_IT];
+size_t place_used = 0;
+t_block *free_blocks[LISTS];
+t_memory_use in_use;
+uint64_t allocations, refused_from = UINT64_MAX, refused_to = 0;
+int own_depth = 0;
+
+bool is_refused()
+{
+    if (own_depth > 0 || in_world)
+        return false;
+    allocations++;
+    if (allocations < refused_from || allocations >= refused_to)
+        return false;
+    log_line("memory", "is refused");
+    errno = ENOMEM;
+    return true;
+}
+
+size_t list_of(size_t room)
+{
+    if (room <= SMALL)
+        return room / GRAIN;
+    return SMALL / GRAIN + 1 + static_cast<size_t>(64 - __builtin_clzll((room - 1) / SMALL));
+}
+
+size_t room_for(size_t size)
+{
+    const size_t room = (size + sizeof FENCE + GRAIN - 1) / GRAIN * GRAIN;
+    return room <= SMALL ? room : size_t{1} << (64 - __builtin_clzll(room - 1));
+}
+
+t_block *new_block(size_t room)
+{
+    if (place_used + sizeof(t_block) + room > ALL_OF_IT)
+        fail("the daemon has taken more than %zu MB of memory", ALL_OF_IT >> 20);
+    auto *block = reinterpret_cast<t_block *>(place + place_used);
+    place_used += sizeof(t_block) + room;
+    return block;
+}
+
+void *take_block(size_t size)
+{
+    const size_t room = room_for(size);
+    t_block *&list = free_blocks[list_of(room)];
+    t_block *block = list ? list : new_block(room);
+    if (list)
+        list = list->next;
+    *block = {static_cast<uint32_t>(size), IN_USE, nullptr};
+    memcpy(block->memory() + size, &FENCE, sizeof FENCE);
+    in_use.blocks++;
+    in_use.bytes += static_cast<int64_t>(size);
+    return block->memory();
+}
+
+bool is_ours(const void *memory)
+{
+    return memory >= place && memory < place + ALL_OF_IT;
+}
+
+t_block *block_of(void *memory)
+{
+    t_block *block = static_cast<t_block *>(memory) - 1;
+    if (block->state != IN_USE)
+        fail("memory is given back that %s", block->state == FREE ? "was given back before" : "is no block");
+    if (memcmp(block->memory() + block->size, &FENCE, sizeof FENCE) != 0)
+        fail("a block of %u bytes was written beyond its end", block->size);
+    return block;
+}
+
+void give_back(void *memory)
+{
+    t_block *block = block_of(memory);
+    in_use.blocks--;
+    in_use.bytes -= block->size;
+    memset(memory, OLD_RUBBISH, std::min<size_t>(block->size, FILLED));
+    t_block *&list = free_blocks[list_of(room_for(block->size))];
+    *block = {block->size, FREE, list};
+    list = block;
+}
+
+} // namespace
+
+t_memory_use memory_in_use()
+{
+    return in_use;
+}
+
+void refuse_memory(uint64_t first, uint64_t count)
+{
+    refused_from = allocations + 1 + first;
+    refused_to = refused_from + count;
+}
+
+t_own_memory::t_own_memory()
+{
+    own_depth++;
+}
+
+t_own_memory::~t_own_memory()
+{
+    own_depth--;
+}
+
+} // namespace sim
+
+using namespace sim;
+
+static void *take(size_t size, int filled_with)
+{
+    if (is_refused())
+        return nullptr;
+    void *const memory = IS_THE_SANITIZERS ? __real_malloc(size) : take_block(size);
+    if (!IS_THE_SANITIZERS && filled_with != 0)
+        memset(memory, filled_with, std::min(size, FILLED));
+    return memory;
+}
+
+void *__wrap_malloc(size_t size)
+{
+    return inside ? take(size, NEW_RUBBISH) : __real_malloc(size);
+}
+
+void *__wrap_calloc(size_t count, size_t size)
+{
+    if (!inside)
+        return __real_calloc(count, size);
+    size_t all = 0;
+    if (__builtin_mul_overflow(count, size, &all))
+        fail("calloc is asked for %zu times %zu bytes", count, size);
+    void *const memory = take(all, 0);
+    return memory ? memset(memory, 0, all) : nullptr;
+}
+
+void *__wrap_realloc(void *memory, size_t size)
+{
+    if (!memory)
+        return __wrap_malloc(size);
+    if (!is_ours(memory))
+        return inside && is_refused() ? nullptr : __real_realloc(memory, size);
+    const size_t former = block_of(memory)->size;
+    void *const moved = take(size, NEW_RUBBISH);
+    if (!moved)
+        return nullptr;
+    memcpy(moved, memory, std::min(former, size));
+    give_back(memory);
+    return moved;
+}
+
+void __wrap_free(void *memory)
+{
+    if (is_ours(memory))
+        give_back(memory);
+    else
+        __real_free(memory);
+}
+
+char *__wrap_strdup(const char *text)
+{
+    const size_t size = strlen(text) + 1;
+    auto *copy = static_cast<char *>(__wrap_malloc(size));
+    return copy ? static_cast<char *>(memcpy(copy, text, size)) : nullptr;
+}
+
+static int print_into_new(char **text, const char *format, va_list arguments)
+{
+    char line[LONGEST_TEXT];
+    const int length = vsnprintf(line, sizeof line, format, arguments);
+    if (length >= static_cast<int>(sizeof line))
+        fail("asprintf makes a text of %d bytes, more than the simulation knows", length);
+    *text = length < 0 ? nullptr : __wrap_strdup(line);
+    return *text ? length : -1;
+}
+
+int __wrap_asprintf(char **text, const char *format, ...)
+{
+    va_list arguments;
+    va_start(arguments, format);
+    const int length = print_into_new(text, format, arguments);
+    va_end(arguments);
+    return length;
+}
+
+int __wrap___asprintf_chk(char **text, int, const char *format, ...)
+{
+    va_list arguments;
+    va_start(arguments, format);
+    const int length = print_into_new(text, format, arguments);
+    va_end(arguments);
+    return length;
+}
