@@ -50,6 +50,7 @@ int __wrap___vprintf_chk(int, const char *format, va_list arguments);
 int __wrap_printf(const char *format, ...);
 int __wrap___printf_chk(int, const char *format, ...);
 int __wrap_vfprintf(FILE *stream, const char *format, va_list arguments);
+int __wrap___vfprintf_chk(FILE *stream, int, const char *format, va_list arguments);
 int __wrap_fprintf(FILE *stream, const char *format, ...);
 int __wrap___fprintf_chk(FILE *stream, int, const char *format, ...);
 
@@ -66,6 +67,11 @@ int __wrap___vprintf_chk(int, const char *format, va_list arguments)
 int __wrap_vfprintf(FILE *stream, const char *format, va_list arguments)
 {
     return is_output(stream) ? print_formatted(format, arguments) : __real_vfprintf(stream, format, arguments);
+}
+
+int __wrap___vfprintf_chk(FILE *stream, int, const char *format, va_list arguments)
+{
+    return __wrap_vfprintf(stream, format, arguments);
 }
 
 #define WITH_ARGUMENTS(call)     \

@@ -34,9 +34,21 @@ static int threads_started = 0;
 static t_thread *running = nullptr;
 static thread_local t_thread *own = nullptr;
 
+static uint64_t base_of(uint64_t what)
+{
+    return mix(life_seed ^ mix(what));
+}
+
 uint64_t draw(uint64_t what, uint64_t number)
 {
-    return mix(mix(life_seed ^ mix(what)) + number);
+    return mix(base_of(what) + number);
+}
+
+// draw(0, doors_passed), at every door.
+static bool seed_says_switch()
+{
+    static const uint64_t base = base_of(0);
+    return (mix(base + doors_passed) & 0xffff) < switch_rate;
 }
 
 t_thread &self()
@@ -180,7 +192,7 @@ void door(t_door kind)
     log_number(static_cast<uint64_t>(clock_now) << 8 | static_cast<uint64_t>(kind));
     fire_timers();
     let_world_happen();
-    if (threads_started > 1 && (draw(0, doors_passed) & 0xffff) < switch_rate)
+    if (threads_started > 1 && seed_says_switch())
         go_on();
     deliver_signals();
 }
