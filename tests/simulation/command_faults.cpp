@@ -2,7 +2,8 @@
 // What may be wrong with a command for a time.
 //
 // slow: it takes long; fails: it ends with status 1 and does nothing; hangs: it never ends and does nothing;
-// acts_hangs: it does what it should and never ends; half: of what it prints half comes, and it does nothing; deaf: it
+// acts_hangs: it does what it should and never ends; half: of what it prints half comes, and the swap moves
+// the role but no port; deaf: it
 // hangs, and SIGTERM too; killed: a signal ends it before it acts; acts_killed: after that; lies: status 1 although it
 // has acted; garbage: it prints no JSON; missing: it cannot be started.
 #include <cerrno>
@@ -60,7 +61,7 @@ const t_fault_kind KINDS[] = {
     {"fails", [](t_plan *plan) { do_nothing(plan), end_with(plan, FAILED); }},
     {"hangs", [](t_plan *plan) { do_nothing(plan), hang(plan); }},
     {"acts_hangs", hang},
-    {"half", [](t_plan *plan) { plan->prints.resize(plan->prints.size() / 2), plan->effect = nullptr; }},
+    {"half", [](t_plan *plan) { plan->prints.resize(plan->prints.size() / 2), plan->effect = plan->half; }},
     {"deaf", [](t_plan *plan) { do_nothing(plan), hang(plan), plan->heeds_term = false; }},
     {"killed", [](t_plan *plan) { do_nothing(plan), end_with(plan, SIGSEGV); }},
     {"acts_killed", [](t_plan *plan) { end_with(plan, SIGKILL); }},

@@ -16,6 +16,7 @@ struct t_plan {
     t_time acts_after = 0;        // until its effect
     std::string prints;           // when it acts
     std::function<void()> effect; // may be empty
+    std::function<void()> half;   // of a command that is cut off in the midst of its work
     int status = 0;               // as wait() tells it: an exit status is shifted by 8 bits
     bool heeds_term = true;       // else only SIGKILL ends it
     int start_error = 0;          // it cannot be started at all

@@ -37,7 +37,7 @@ static void begins(t_neighbour &who)
     who.is_known = false;
     if (has_trait(who, "quiet"))
         return;
-    if (now() == 0)
+    if (now() == world.begins_at)
         return is_heard(who);
     const int port = who.port, place = who.place;
     const t_time since = who.since;

@@ -6,6 +6,7 @@
 #include <sstream>
 
 #include "tests/simulation/event_log.h"
+#include "tests/simulation/events.h"
 #include "tests/simulation/scheduler.h"
 
 namespace sim {
@@ -28,26 +29,11 @@ static uint64_t number(uint64_t below)
     return state_of_drawing % below;
 }
 
-static void draw_board(t_life *life)
-{
-    const uint64_t count = 2 + number(7);
-    for (uint64_t i = 1; i <= count; i++) {
-        life->ports.push_back({});
-        life->pool.push_back(static_cast<int>(i));
-    }
-    life->wan = 1 + static_cast<int>(number(count));
-    t_port_plan &upstream = life->ports[number(count)];
-    for (t_port_plan &port : life->ports)
-        if (number(2))
-            port = {.behind = "silent", .link = true};
-    upstream = {.behind = "dhcp", .link = true, .answers_after_ms = 1 + static_cast<int64_t>(number(900))};
-}
-
 t_life draw_life(uint64_t seed)
 {
     t_life life;
     state_of_drawing = life.seed = seed;
-    draw_board(&life);
+    draw_board(&life, number);
     life.settings[SWITCH_RATE] = std::to_string(uint64_t{1} << number(14));
     draw_events(&life, number);
     return life;

@@ -101,6 +101,18 @@ void plug_in(t_port &port, t_side side, const std::string &word)
     note_truth();
 }
 
+void join(t_port &port, const std::string &word)
+{
+    t_cable &cable = port.cable();
+    cable.word += "+" + word;
+    for (t_neighbour &who : read_neighbours(word, port.number)) {
+        who.place = static_cast<int>(cable.neighbours.size());
+        cable.neighbours.push_back(std::move(who));
+        begin_neighbour(cable.neighbours.back());
+    }
+    note_truth();
+}
+
 void use_side(t_port &port, t_side side)
 {
     if (!port.is_combo || port.side == side)
@@ -140,6 +152,8 @@ void rebuild_bridge()
 {
     const int fake = atoi(option_of("network", "auto_wan_detect", "fake_wan_port").c_str());
     const int holder = holder_of_role();
+    if (option_of("switch", "wan", "switch_port").empty())
+        return; // nobody can tell which port stays outside
     for (t_port &port : world.ports) {
         const bool member = !port.in_other_bridge && port.number != holder && port.number != fake;
         const bool changes = member != port.in_bridge;

@@ -69,6 +69,8 @@ void request_is_served(int64_t number)
     if (!request)
         return;
     request->served = now();
+    if (request->is_lost && request->method == "set")
+        world.detection_in_doubt = true;
     saw({.deed = t_deed::request_served, .number = number, .text = request->method.c_str()});
     if (request->method == "ban")
         take_ban(*request);
@@ -97,6 +99,8 @@ void request_is_over(int64_t number, int status)
     t_request *request = request_with(number);
     if (!request)
         return;
+    if (request->is_lost)
+        return;
     request->over = now();
     request->status = status;
     if (request->method != "set")
@@ -104,6 +108,7 @@ void request_is_over(int64_t number, int status)
     world.sets_under_way--;
     if (!request->has_code || request->code != 0)
         return;
+    world.detection_in_doubt = false;
     if (world.detection_on != (request->value != 0))
         world.detection_since = now();
     world.detection_on = request->value != 0;
@@ -112,10 +117,12 @@ void request_is_over(int64_t number, int status)
 void requests_are_lost()
 {
     for (t_request &request : world.requests) {
-        if (request.over != NEVER || request.is_lost || request.method == "ban")
+        const bool is_done = request.method == "ban" ? request.served != NEVER : request.over != NEVER;
+        if (is_done || request.is_lost)
             continue;
         request.is_lost = true;
         world.sets_under_way -= request.method == "set";
+        world.detection_in_doubt = world.detection_in_doubt || (request.method == "set" && request.served != NEVER);
     }
 }
 

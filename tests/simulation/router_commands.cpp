@@ -4,6 +4,7 @@
 #include <iterator>
 
 #include "tests/simulation/commands.h"
+#include "tests/simulation/file_tree.h"
 #include "tests/simulation/router.h"
 #include "tests/simulation/world.h"
 
@@ -75,10 +76,13 @@ static t_plan swap(const std::string &command)
     const bool has_side = to_sfp || command.find(" phy") != std::string::npos;
     plan.acts_after = some_time(50 * MILLISECOND, 800 * MILLISECOND);
     plan.takes = plan.acts_after + some_time(50 * MILLISECOND, SECOND);
-    if (port == 0 || (has_side && !port_at(port).is_combo))
+    const bool is_written = package_is_usable("switch") && (!disk_is_full || holder_of_role() == port);
+    if (!is_written || port == 0 || (has_side && !port_at(port).is_combo))
         plan.status = FAILED;
     else
         plan.effect = [=] { carry_out_swap(port, to_sfp ? SFP : PHY, has_side); };
+    if (plan.effect)
+        plan.half = [=] { move_role(port, true); };
     return plan;
 }
 

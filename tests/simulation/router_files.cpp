@@ -55,6 +55,8 @@ static std::string switch_text(const t_life &life)
                 line("port", std::to_string(port.number)) + line("ifname", port.name) +
                 line("label", "P" + std::to_string(port.number)) + line("wan_port", "phy") +
                 (port.is_combo ? line("type", "combo") : "") + "\n";
+    text += "config switch_port 'port" + std::to_string(FOREIGN_PORT) + "'\n" +
+            line("port", std::to_string(FOREIGN_PORT)) + line("ifname", "eth" + std::to_string(FOREIGN_PORT)) + "\n";
     text += "config wan 'wan'\n" + line("switch_port", "port" + std::to_string(life.wan));
     text += "\nconfig lan_agg 'lan_agg'\n" + line("enable_agg", "0") + line("lanport", labels(life)) +
             line("lacpports", "");

@@ -169,7 +169,8 @@ void note_truth()
 
 bool detection_is_undisturbed()
 {
-    return world.detection_on && world.sets_under_way == 0 && world.is_router && world.health.all();
+    return world.detection_on && !world.detection_in_doubt && world.sets_under_way == 0 && world.is_router &&
+           world.health.all();
 }
 
 t_time undisturbed_since()

@@ -80,7 +80,7 @@ void move_role(int port, bool by_daemon)
         world.role_taken_by_others = now();
     world.swaps += by_daemon;
     note_truth();
-    saw({.deed = t_deed::role_moved, .port = port, .number = by_daemon, .text = ""});
+    saw({.deed = t_deed::role_moved, .port = is_port(port) ? port : 0, .number = by_daemon, .text = ""});
 }
 
 static bool has_static_secondary(const std::string &type)
@@ -150,8 +150,9 @@ void begin_world(const t_life &life)
     world.life = life;
     world.lan_address_be = inet_addr("192.168.1.1");
     world.lan_netmask_be = inet_addr("255.255.255.0");
-    world.quiet_from = quiet_from_ms(life) * MILLISECOND;
-    world.ends_at = end_ms(life) * MILLISECOND;
+    world.begins_at = now();
+    world.quiet_from = now() + quiet_from_ms(life) * MILLISECOND;
+    world.ends_at = now() + end_ms(life) * MILLISECOND;
     begin_ports(life);
     write_router_files(life);
     begin_links();

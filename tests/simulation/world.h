@@ -151,6 +151,7 @@ struct t_world {
     t_time told_to_end = NEVER;
     uint32_t swaps = 0, events_happened = 0, cycles = 0;
 
+    t_time begins_at = 0;  // the start of the daemon; the virtual clock begins earlier
     t_time quiet_from = 0; // the last event is over; note that a server may still need its time to serve (truth_since)
     t_time ends_at = 0;    // when the life ends
 
@@ -163,11 +164,12 @@ struct t_world {
     // what the daemon was told, or finds when it reads the configuration
     std::string connection; // the configured type as it is now, "pppoe" for "pppoeshare"
     t_time connection_since = 0;
-    bool is_router = true;          // by sysmode at the start
-    bool detection_on = true;       // by the configuration at the start, then by each `set` from the reply on
-    t_time detection_since = 0;     //
-    int sets_under_way = 0;         // of `set`, sent and not answered: detection may be on or off
-    std::deque<t_request> requests; // all of the life, in the order of their sending
+    bool is_router = true;           // by sysmode at the start
+    bool detection_on = true;        // by the configuration at the start, then by each `set` from the reply on
+    t_time detection_since = 0;      //
+    bool detection_in_doubt = false; // the bus died behind a `set`; until the next one is answered
+    int sets_under_way = 0;          // of `set`, sent and not answered: detection may be on or off
+    std::deque<t_request> requests;  // all of the life, in the order of their sending
 
     t_health health;
     t_time health_since = 0; // when any of it changed last
@@ -179,6 +181,8 @@ void begin_world(const t_life &life);
 
 // Looks at everything anew: each port's truth, the role, the connection, the health. For whatever changed something.
 void note_truth();
+
+bool package_is_usable(const std::string &package); // neither locked nor broken
 
 // Whether detection can be expected to find a port: on, on a router, told by a manager and commands that are well.
 bool detection_is_undisturbed();
@@ -202,6 +206,7 @@ const uint8_t *mac_of(int port);
 const uint8_t *bridge_mac();
 void set_link(t_port &port, t_side side, bool link);
 void plug_in(t_port &port, t_side side, const std::string &word); // "nothing": the cable is pulled out
+void join(t_port &port, const std::string &word);                 // one more on the cable in use
 void use_side(t_port &port, t_side side);
 void rebuild_bridge(); // every port a member but the WAN port and the fake one
 
@@ -213,7 +218,9 @@ void answer_frame(const t_neighbour &who, const std::string &frame, t_time after
 
 // --- the role, as the configuration has it
 
-int holder_of_role(); // number of the port, 0 for none
+constexpr int FOREIGN_PORT = 99; // a section of the switch package whose interface the daemon does not have
+constexpr int NO_PORT = 77;      // no section at all
+int holder_of_role();            // number of the port, 0 for none
 void move_role(int port, bool by_daemon);
 std::string configured_connection();
 bool upstream_works(); // behind the port that holds the role, for the configured connection
