@@ -8,6 +8,7 @@
 #include "tests/simulation/checks.h"
 #include "tests/simulation/door.h"
 #include "tests/simulation/event_log.h"
+#include "tests/simulation/memory.h"
 
 namespace sim {
 
@@ -88,8 +89,11 @@ static void hand_over(const t_fill &data, ubus_data_handler_t handler, void *con
     if (!data || !handler)
         return;
     blob_buf buffer = {};
-    blob_buf_init(&buffer, 0);
-    data(&buffer);
+    {
+        const t_own_memory own;
+        blob_buf_init(&buffer, 0);
+        data(&buffer);
+    }
     ubus_request request = {};
     request.ctx = bus_context;
     request.priv = context;

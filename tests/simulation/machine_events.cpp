@@ -5,6 +5,7 @@
 #include "tests/simulation/bus.h"
 #include "tests/simulation/events.h"
 #include "tests/simulation/file_tree.h"
+#include "tests/simulation/memory.h"
 #include "tests/simulation/router.h"
 #include "tests/simulation/signals.h"
 
@@ -14,7 +15,7 @@ constexpr unsigned USUAL_DESCRIPTORS = 1024;
 
 bool machine_is_well()
 {
-    return world.descriptor_limit == USUAL_DESCRIPTORS && !disk_is_full;
+    return world.descriptor_limit == USUAL_DESCRIPTORS && !disk_is_full && !memory_will_be_refused();
 }
 
 static int64_t draw_time(t_number number)
@@ -122,6 +123,27 @@ static void disk(const t_event &event)
     until(now() + event.number * MILLISECOND, [] { disk_is_full = false; });
 }
 
+// So many allocations are refused in a row, after as many as the word says; those that nobody asked for are granted
+// later.
+constexpr t_time MEMORY_IS_SHORT_FOR = 20 * SECOND;
+
+static void memory(const t_event &event)
+{
+    refuse_memory(static_cast<uint64_t>(atoll(event.text.c_str())), static_cast<uint64_t>(event.number));
+    until(now() + MEMORY_IS_SHORT_FOR, [] { refuse_memory(0, 0); });
+}
+
+static void draw_memory(const t_life &, t_event *event, t_number number)
+{
+    event->number = one_in(2, number) ? 1 : between(2, 40, number);
+    event->text = std::to_string(number(one_in(2, number) ? 40 : 1000));
+}
+
+static int64_t memory_lasts(const t_event &)
+{
+    return MEMORY_IS_SHORT_FOR / MILLISECOND;
+}
+
 // The wall clock jumps by so many seconds.
 static void jump(const t_event &event)
 {
@@ -142,7 +164,7 @@ static void hang_up(const t_event &)
 static void draw_nothing(const t_life &, t_event *, t_number) {}
 
 extern const t_event_kind command_kind, hang_kind, manager_kind, bus_dies_kind, bus_hangs_kind, bus_deaf_kind,
-    descriptors_kind, disk_kind, jump_kind, hang_up_kind;
+    memory_kind, descriptors_kind, disk_kind, jump_kind, hang_up_kind;
 const t_event_kind command_kind = {
     .name = "command", .happen = command, .draw = draw_command, .weight = 9, .lasts_ms = lasts_its_number};
 const t_event_kind hang_kind = {
@@ -173,6 +195,8 @@ const t_event_kind descriptors_kind = {.name = "descriptors",
                                        .weight = 25,
                                        .is_rare = true,
                                        .lasts_ms = lasts_its_number};
+const t_event_kind memory_kind = {
+    .name = "memory", .happen = memory, .draw = draw_memory, .weight = 60, .is_rare = true, .lasts_ms = memory_lasts};
 const t_event_kind disk_kind = {.name = "disk",
                                 .happen = disk,
                                 .draw = draw_for_a_time,

@@ -17,6 +17,9 @@ t_memory_use memory_in_use();
 // Refuses `count` allocations of the daemon in a row, after `first` more that are granted.
 void refuse_memory(uint64_t first, uint64_t count);
 
+// Whether some of them are still to come.
+bool memory_will_be_refused();
+
 // While one exists, allocations are the simulation's own: they are never refused.
 struct t_own_memory {
     t_own_memory();

@@ -151,6 +151,11 @@ void refuse_memory(uint64_t first, uint64_t count)
     refused_to = refused_from + count;
 }
 
+bool memory_will_be_refused()
+{
+    return refused_from < refused_to && allocations < refused_to;
+}
+
 t_own_memory::t_own_memory()
 {
     own_depth++;
