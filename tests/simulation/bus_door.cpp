@@ -17,6 +17,7 @@
 #include "tests/simulation/checks.h"
 #include "tests/simulation/door.h"
 #include "tests/simulation/event_log.h"
+#include "tests/simulation/memory.h"
 #include "tests/simulation/router.h"
 #include "tests/simulation/world.h"
 
@@ -55,6 +56,7 @@ int calls_under_way()
 
 static std::string bytes_of(const t_fill &fill)
 {
+    const t_own_memory own;
     blob_buf buffer = {};
     blob_buf_init(&buffer, 0);
     if (fill)

@@ -7,9 +7,11 @@
 namespace sim {
 
 extern const t_check ends_with_done;
+extern const t_check clean_between_cycles;
 
 static const t_check *const CHECKS[] = {
     &ends_with_done,
+    &clean_between_cycles,
 };
 
 static const char *word(t_deed deed)

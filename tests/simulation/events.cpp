@@ -22,7 +22,7 @@ extern const t_event_kind ban_kind;                                      // ban_
 extern const t_event_kind option_kind, lock_kind, break_kind, role_kind; // config_events.cpp
 extern const t_event_kind command_kind, hang_kind, manager_kind;         // machine_events.cpp
 extern const t_event_kind bus_dies_kind, bus_hangs_kind, bus_deaf_kind;
-extern const t_event_kind memory_kind, descriptors_kind, disk_kind, jump_kind, hang_up_kind;
+extern const t_event_kind memory_kind, descriptors_kind, disk_kind, jump_kind, hang_up_kind, pipe_kind;
 
 // SIGTERM, with which every life ends.
 static void end(const t_event &)
@@ -39,7 +39,7 @@ static const t_event_kind *const EVENTS[] = {
     &returns_kind, &slowness_kind,    &set_kind,     &detect_kind,   &ask_kind,       &hotplug_kind,  &log_kind,
     &state_kind,   &subscribe_kind,   &ban_kind,     &option_kind,   &lock_kind,      &break_kind,    &role_kind,
     &command_kind, &hang_kind,        &manager_kind, &bus_dies_kind, &bus_hangs_kind, &bus_deaf_kind, &jump_kind,
-    &hang_up_kind, &descriptors_kind, &disk_kind,    &memory_kind,
+    &hang_up_kind, &descriptors_kind, &disk_kind,    &pipe_kind,     &memory_kind,
 };
 
 std::span<const t_event_kind *const> event_kinds()
@@ -107,7 +107,8 @@ void draw_events(t_life *life, t_number number)
         event.kind = kind->name;
         kind->draw(*life, &event, number);
     }
-    life->events.push_back({.at_ms = end_ms, .kind = "end", .text = ""});
+    const bool ends_early = one_in(16, number);
+    life->events.push_back({.at_ms = ends_early ? between(1, end_ms, number) : end_ms, .kind = "end", .text = ""});
     std::stable_sort(life->events.begin(), life->events.end(),
                      [](const t_event &a, const t_event &b) { return a.at_ms < b.at_ms; });
 }

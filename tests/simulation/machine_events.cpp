@@ -161,10 +161,16 @@ static void hang_up(const t_event &)
     send_signal(SIGHUP);
 }
 
+// Somebody who read what the daemon wrote is gone.
+static void reader_goes(const t_event &)
+{
+    send_signal(SIGPIPE);
+}
+
 static void draw_nothing(const t_life &, t_event *, t_number) {}
 
 extern const t_event_kind command_kind, hang_kind, manager_kind, bus_dies_kind, bus_hangs_kind, bus_deaf_kind,
-    memory_kind, descriptors_kind, disk_kind, jump_kind, hang_up_kind;
+    memory_kind, descriptors_kind, disk_kind, jump_kind, hang_up_kind, pipe_kind;
 const t_event_kind command_kind = {
     .name = "command", .happen = command, .draw = draw_command, .weight = 9, .lasts_ms = lasts_its_number};
 const t_event_kind hang_kind = {
@@ -205,5 +211,6 @@ const t_event_kind disk_kind = {.name = "disk",
                                 .lasts_ms = lasts_its_number};
 const t_event_kind jump_kind = {.name = "jump", .happen = jump, .draw = draw_jump, .weight = 3};
 const t_event_kind hang_up_kind = {.name = "hang_up", .happen = hang_up, .draw = draw_nothing, .weight = 3};
+const t_event_kind pipe_kind = {.name = "pipe", .happen = reader_goes, .draw = draw_nothing, .weight = 1};
 
 } // namespace sim

@@ -43,7 +43,7 @@ constexpr size_t GRAIN = 16;
 constexpr size_t SMALL = 1024;                   // up to here a list for each multiple of the grain
 constexpr size_t LISTS = SMALL / GRAIN + 1 + 32; // then one for each power of two
 constexpr size_t ALL_OF_IT = size_t{64} << 20;   // more than a life needs by far
-constexpr size_t FILLED = 256;                   // with rubbish, from the start of a block
+constexpr size_t FILLED = 64;                    // with rubbish, from the start of a block
 constexpr uint32_t IN_USE = 0x600dcafe, FREE = 0x0ddba11;
 constexpr uint64_t FENCE = 0xfe4cefe4cefe4ce;
 constexpr size_t LONGEST_TEXT = 16384;

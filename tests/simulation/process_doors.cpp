@@ -35,9 +35,22 @@ void end_life(t_verdict verdict, const char *text)
     __real__exit(verdict == t_verdict::passed ? 0 : 1);
 }
 
+// Of the address sanitizer, where there is one.
+extern "C" __attribute__((weak)) int __lsan_do_recoverable_leak_check(void);
+
+static void look_for_lost_memory()
+{
+    inside = false;
+    const bool is_lost = __lsan_do_recoverable_leak_check && __lsan_do_recoverable_leak_check() != 0;
+    inside = true;
+    if (is_lost)
+        fail("clean: memory is lost, as the sanitizer has told");
+}
+
 static void leave(int status)
 {
     outcome->exit_status = status;
+    look_for_lost_memory();
     saw({.deed = t_deed::life_ended, .number = status});
     look_at_end();
     end_life(t_verdict::passed, "");

@@ -1,0 +1,126 @@
+// SPDX-License-Identifier: MIT
+// Clean: between two cycles the daemon comes back to what it had between the first two: descriptors of each kind,
+// threads, timers, memory. Scans and requests take more for a moment, so the least of a pause between cycles counts.
+#include <algorithm>
+#include <cstring>
+
+#include "tests/simulation/checks.h"
+#include "tests/simulation/descriptors.h"
+#include "tests/simulation/event_log.h"
+#include "tests/simulation/memory.h"
+#include "tests/simulation/signals.h"
+#include "tests/simulation/ways.h"
+#include "tests/simulation/world.h"
+
+namespace sim {
+
+constexpr t_time LONG_ENOUGH = 30 * SECOND; // for every request that came in meanwhile to be over
+constexpr int64_t MADE_WHEN_NEEDED = 4;     // blocks of memory that the first request, reply and ban leave for the next
+constexpr int64_t RESTING = 0;              // the number of that state
+
+namespace {
+
+enum t_thing {
+    packet_sockets,
+    pipes,
+    ends_of_commands,
+    other_sockets,
+    files_open,
+    others,
+    threads_left,
+    timers_set,
+    blocks,
+    THINGS
+};
+const char *const NAMES[THINGS] = {"packet sockets",    "pipes",   "ends of commands", "sockets",         "files",
+                                   "other descriptors", "threads", "timers",           "blocks of memory"};
+
+struct t_use {
+    int64_t of[THINGS];
+};
+
+t_use first, least;
+bool has_first = false, pauses = false;
+t_time since = 0;
+
+t_thing thing_of(const char *kind)
+{
+    static const struct {
+        const char *kind;
+        t_thing thing;
+    } KINDS[] = {{"packet socket", packet_sockets},
+                 {"pipe", pipes},
+                 {"pidfd", ends_of_commands},
+                 {"socket", other_sockets},
+                 {"file", files_open}};
+    for (const auto &one : KINDS)
+        if (strcmp(kind, one.kind) == 0)
+            return one.thing;
+    return others;
+}
+
+t_use use_now()
+{
+    t_use use = {};
+    int left = count_of_descriptors();
+    for (int fd = 3; left > 0; fd++)
+        if (const char *kind = kind_of_descriptor(fd)) {
+            use.of[thing_of(kind)]++;
+            left--;
+        }
+    use.of[threads_left] = count_of_threads();
+    use.of[timers_set] = count_of_timers();
+    use.of[blocks] = memory_in_use().blocks;
+    return use;
+}
+
+void judge_pause()
+{
+    if (!pauses || now() - since < LONG_ENOUGH)
+        return;
+    if (!has_first)
+        first = least;
+    has_first = true;
+    log_line("clean", "%ld blocks, %ld threads, %ld others", least.of[blocks], least.of[threads_left],
+             least.of[others]);
+    for (int i = 0; i < THINGS; i++)
+        if (least.of[i] > first.of[i] + (i == blocks ? MADE_WHEN_NEEDED : 0))
+            fail("clean: %ld %s are left after a cycle, %ld were before", static_cast<long>(least.of[i]), NAMES[i],
+                 static_cast<long>(first.of[i]));
+}
+
+void begin_pause()
+{
+    pauses = true;
+    since = now();
+    std::fill(std::begin(least.of), std::end(least.of), INT64_MAX);
+}
+
+void note_way(const t_seen &seen)
+{
+    if (seen.deed != t_deed::way_taken)
+        return;
+    const auto states = static_cast<int64_t>(STATES);
+    if (seen.number / states == RESTING)
+        judge_pause();
+    pauses = false;
+    if (seen.number % states == RESTING)
+        begin_pause();
+}
+
+void look()
+{
+    if (!pauses)
+        return;
+    const t_use use = use_now();
+    for (int i = 0; i < THINGS; i++)
+        least.of[i] = std::min(least.of[i], use.of[i]);
+}
+
+} // namespace
+
+extern const t_check clean_between_cycles;
+const t_check clean_between_cycles = {
+    .name = "clean between cycles", .on_deed = note_way, .at_rest = look, .at_end = judge_pause};
+
+} // namespace sim
