@@ -8,10 +8,17 @@ namespace sim {
 
 extern const t_check ends_with_done;
 extern const t_check clean_between_cycles;
+extern const t_check notes_questions; // before those that read them
+extern const t_check never_wrong;
+extern const t_check never_stuck;
+extern const t_check found;
+extern const t_check answers;
+extern const t_check polite;
+extern const t_check state;
 
 static const t_check *const CHECKS[] = {
-    &ends_with_done,
-    &clean_between_cycles,
+    &notes_questions, &never_wrong, &never_stuck,          &found,          &answers,
+    &polite,          &state,       &clean_between_cycles, &ends_with_done,
 };
 
 static const char *word(t_deed deed)

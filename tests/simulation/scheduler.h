@@ -64,6 +64,7 @@ struct t_thread {
     siginfo_t pending_info[NSIG] = {};
     int spins_held = 0; // spin locks: no door that waits may be gone through with one
     int locks_held = 0; // mutexes and read-write locks
+    int tables_held = 0; // read-write locks alone
 };
 
 // --- the clock

@@ -105,6 +105,7 @@ DOOR(int, pthread_rwlock_rdlock, (pthread_rwlock_t * lock), (lock), t_door::lock
         wait_for({.is_over = is_free_for_readers, .of = &wanted, .what = "a read lock"});
     wanted.readers++;
     self().locks_held++;
+    self().tables_held++;
     return 0;
 }
 
@@ -112,6 +113,7 @@ DOOR(int, pthread_rwlock_wrlock, (pthread_rwlock_t * lock), (lock), t_door::lock
 {
     take(lock_at(lock), "a write lock");
     self().locks_held++;
+    self().tables_held++;
     return 0;
 }
 
@@ -119,6 +121,7 @@ DOOR(int, pthread_rwlock_unlock, (pthread_rwlock_t * lock), (lock), t_door::lock
 {
     t_lock &held = lock_at(lock);
     self().locks_held--;
+    self().tables_held--;
     if (held.readers > 0)
         held.readers--;
     else

@@ -1,0 +1,210 @@
+// SPDX-License-Identifier: MIT
+// Found: once the world is quiet, and somebody has given the daemon a reason to look, an upstream behind an eligible
+// port gets the role within a bound. README.md names each term of it.
+#include <algorithm>
+#include <cstdlib>
+
+#include "tests/simulation/checks.h"
+#include "tests/simulation/file_tree.h"
+#include "tests/simulation/stuck.h"
+#include "tests/simulation/world.h"
+
+namespace sim {
+
+// --- the terms of the bound, as docs/operating.md and docs/architecture.md name them, and not as the daemon's headers
+// do: a wrong constant there must not move the bound along
+
+// A link that changed is seen: the scan's pause, once longer behind a swap, and the script.
+constexpr t_time SEEN = SECOND + 20 * SECOND + SECOND;
+// From the loss of the WAN port's link to the first pass; later losses begin it anew.
+constexpr t_time LOSS = 10 * SECOND;
+// All stages of one look: three rounds of 2.5 s, the judgement within 0.1 s, the pauses of a second between them.
+constexpr t_time STAGES = 3 * (2500 + 100 + 1000) * MILLISECOND;
+// A request that holds the stage for its timeout, and the next try of the cycle behind it.
+constexpr t_time REQUEST = (4000 + 500 + 500) * MILLISECOND;
+// The pauses between two looks, and between a swap and its test.
+constexpr int FIRST_PAUSE_S = 30, LONGEST_PAUSE_S = 300, SHORTEST_SETTING_S = 10, LONGEST_SETTING_S = 3600;
+constexpr t_time TEST_PAUSE = 21 * SECOND;
+// The bus method's delays are at most so long.
+constexpr int64_t MOST_DELAY_S = 60;
+// Passes of the cycle come once a second; doors, and threads that wait for their turn.
+constexpr t_time SLACK = 3 * SECOND;
+
+// A link was there, or away, for so long that the scan has seen it.
+constexpr t_time SURELY_SEEN = SEEN + 11 * SECOND;
+
+namespace {
+
+struct t_obligation {
+    t_time since = NEVER;
+    t_time blocked = 0; // the loop's, when it began
+};
+
+// The ports whose win would be right.
+struct t_upstreams {
+    int count = 0;
+    t_found worst = t_found::at_once;
+    t_time since = 0; // all of them have been there
+};
+
+t_obligation owed;
+t_time eased_at = -NEVER;  // a change that begins the pauses with the shortest again
+t_time asked_for = -NEVER; // when a cycle that somebody asked for is due
+bool is_excused = false;
+bool has_given_up = false; // it may have, while the configuration wanted no second look
+bool links[64];
+t_time links_since[64];
+
+// 0 for never. What is no number, or out of its range, counts as nothing.
+t_time read_first_pause()
+{
+    const std::string text = option_of("network", "auto_wan_detect", "retry_interval");
+    if (text == "0")
+        return 0;
+    const int seconds = atoi(text.c_str());
+    return (seconds < SHORTEST_SETTING_S || seconds > LONGEST_SETTING_S ? FIRST_PAUSE_S : seconds) * SECOND;
+}
+
+// Read again when the file was changed, for it is asked for all the time.
+t_time first_pause()
+{
+    static t_node_ref read;
+    static t_time changed = 0, pause = 0;
+    const auto file = files.find("/etc/config/network");
+    if (file != files.end() && (file->second != read || file->second->changed != changed)) {
+        read = file->second;
+        changed = read->changed;
+        pause = read_first_pause();
+    }
+    return pause;
+}
+
+bool may_win(const t_port &port)
+{
+    const t_port_truth &truth = port.truth;
+    return truth.in_pool && !truth.is_reserved && !truth.may_be_banned && truth.link && truth.lan_hosts == 0;
+}
+
+} // namespace
+
+// --- whether the daemon owes anything
+
+// None when a port may win without being right, for then the daemon is led astray.
+static t_upstreams look_for_upstreams()
+{
+    t_upstreams upstreams;
+    for (const t_port &port : world.ports) {
+        if (!may_win(port) || port.truth.found == t_found::never)
+            continue;
+        if (port.truth.found == t_found::doubtful || !port.truth.serves)
+            return {};
+        upstreams.worst = std::max(upstreams.worst, port.truth.found);
+        upstreams.since = std::max(upstreams.since, port.truth_since);
+        upstreams.count++;
+    }
+    return upstreams;
+}
+
+// At rest nobody looks: a WAN port that keeps its link after the manager called it connected, or that somebody else
+// chose while nothing was going on, is not looked at again before its link goes or somebody asks. So only a holder that
+// never had a chance to be taken for good since the last such moment obliges the daemon to look.
+static void note_excuse()
+{
+    if (!is_port(world.role_holder))
+        is_excused = true;
+    else if (const t_port &holder = port_at(world.role_holder); holder.link)
+        is_excused = is_excused || holder.truth.serves || !world.health.all();
+}
+
+static bool holder_is_surely_lost()
+{
+    return is_port(world.role_holder) && !port_at(world.role_holder).link &&
+           now() - port_at(world.role_holder).link_since > SURELY_SEEN;
+}
+
+static bool holder_is_right()
+{
+    if (!is_port(world.role_holder))
+        return false;
+    const t_port &holder = port_at(world.role_holder);
+    return holder.link && holder.truth.serves;
+}
+
+// --- the bound
+
+static t_time bound(t_found worst)
+{
+    const bool is_eased = eased_at >= owed.since - SECOND || owed.since == loop_began();
+    const t_time first = first_pause(), longest = std::max(first, LONGEST_PAUSE_S * SECOND);
+    const t_time pause = is_eased ? std::max(first, TEST_PAUSE) : longest;
+    const t_time second_look = worst == t_found::second_look ? std::min(2 * pause, longest) + STAGES : 0;
+    return SEEN + LOSS + REQUEST + STAGES + pause + STAGES + second_look + SLACK;
+}
+
+static void look_at_obligation()
+{
+    if (holder_is_surely_lost())
+        is_excused = false;
+    const bool is_free = world.told_to_end != NEVER || loop_began() == NEVER || now() < world.quiet_from ||
+                         !detection_is_undisturbed() || is_excused || holder_is_right();
+    const t_upstreams upstreams = is_free ? t_upstreams{} : look_for_upstreams();
+    has_given_up = has_given_up || (upstreams.count > 0 && first_pause() == 0);
+    if (upstreams.count == 0 || has_given_up) {
+        owed.since = NEVER;
+        return;
+    }
+    const t_time since = std::max({undisturbed_since(), loop_began(), asked_for, upstreams.since});
+    if (owed.since == NEVER || since > owed.since)
+        owed = {since, time_loop_was_blocked()};
+    const t_time limit = bound(upstreams.worst) + time_loop_was_blocked() - owed.blocked;
+    if (now() - owed.since > limit)
+        fail("found: %d upstream(s), and port %d has the role for %ld s, where %ld s are the most", upstreams.count,
+             world.role_holder, static_cast<long>((now() - owed.since) / SECOND), static_cast<long>(limit / SECOND));
+}
+
+// --- what happened
+
+static void note_request(int64_t number)
+{
+    const auto one = std::find_if(world.requests.rbegin(), world.requests.rend(),
+                                  [&](const t_request &request) { return request.number == number; });
+    if (number == 0 || one == world.requests.rend())
+        return;
+    if (one->method == "set")
+        is_excused = false;
+    if (one->method != "wan_detect" || one->value < 0 || one->value > MOST_DELAY_S)
+        return;
+    is_excused = false;
+    eased_at = now();
+    asked_for = now() + one->value * SECOND;
+}
+
+static void note_link(const t_port &port)
+{
+    bool &link = links[port.number % std::size(links)];
+    t_time &since = links_since[port.number % std::size(links)];
+    if (link == port.truth.link)
+        return;
+    if (port.truth.in_pool && now() - since > SURELY_SEEN)
+        eased_at = now();
+    link = port.truth.link;
+    since = now();
+}
+
+static void look_at_deed(const t_seen &seen)
+{
+    if (seen.deed == t_deed::request_served)
+        note_request(seen.number);
+    else if (seen.deed == t_deed::truth_changed && is_port(seen.port))
+        note_link(port_at(seen.port));
+    else if (seen.deed == t_deed::role_moved && seen.number == 0)
+        is_excused = true; // at rest nobody judges what somebody chose
+    else if (seen.deed != t_deed::truth_changed)
+        return;
+    note_excuse();
+}
+
+extern const t_check found;
+const t_check found = {.name = "found", .on_deed = look_at_deed, .at_rest = look_at_obligation};
+
+} // namespace sim

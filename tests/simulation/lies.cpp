@@ -1,0 +1,122 @@
+// SPDX-License-Identifier: MIT
+// A daemon that does what it must not, played by the world in its name: for the lives in can_fail/, each of which must
+// make one check fail. Never drawn.
+#include <cstring>
+#include <deque>
+
+#include "tests/simulation/checks.h"
+#include "tests/simulation/file_tree.h"
+#include "tests/simulation/world.h"
+
+namespace sim {
+
+constexpr const char *RESULT = "/tmp/protocol_detect_result";
+
+// "swap": the command is started for this port, whatever holds of it.
+static void swap(const t_event &event)
+{
+    const std::string command = "network_lanwan_swap set port" + std::to_string(event.port);
+    saw({.deed = t_deed::command_started, .text = command.c_str()});
+    saw({.deed = t_deed::command_ended, .text = command.c_str()});
+}
+
+// "run": a script that is asked for the sides of a combo port, and never let go.
+static void run(const t_event &)
+{
+    saw({.deed = t_deed::command_started, .text = "/etc/wan_detect/get_combo_state.sh"});
+}
+
+// "ask": so many questions at once.
+static void ask(const t_event &event)
+{
+    for (int64_t i = 0; i < event.number; i++)
+        saw({.deed = t_deed::frame_sent, .port = event.port, .text = "dhcp"});
+}
+
+// "spin", "table", "mutex": the thread with this number keeps such a lock.
+static void hold(const t_event &event)
+{
+    t_thread *thread = thread_at(event.port);
+    thread->spins_held += event.text == "spin";
+    thread->tables_held += event.text == "table";
+    thread->locks_held += event.text != "spin";
+}
+
+// "sleep": the thread with this number hears nothing for so many milliseconds.
+static void sleep(const t_event &event)
+{
+    t_thread *thread = thread_at(event.port);
+    thread->wait = {.deadline = now() + event.number * MILLISECOND, .what = "a lie"};
+}
+
+// "deaf": whoever is behind this port would answer, and is never heard.
+static void deafen(const t_event &event)
+{
+    static std::deque<t_neighbour_kind> mute;
+    for (t_neighbour &who : port_at(event.port).cable().neighbours) {
+        mute.push_back(*who.kind);
+        mute.back().hears = nullptr;
+        who.kind = &mute.back();
+    }
+}
+
+static t_request &make_request(const char *method, int64_t value)
+{
+    t_request request = {};
+    request.number = 1'000'000 + static_cast<int64_t>(world.requests.size());
+    request.object = "wan_detect";
+    request.method = method;
+    request.value = value;
+    request.sent = request.served = now();
+    world.requests.push_back(request);
+    return world.requests.back();
+}
+
+static void answer(t_request &request, unsigned replies)
+{
+    request.over = now();
+    request.status = 0;
+    request.has_code = true;
+    request.replies = replies;
+    saw({.deed = t_deed::bus_call_over, .number = request.number, .text = request.method.c_str()});
+}
+
+// "unanswered", "code", "twice", "promise": a call without an answer, with a wrong code, with two replies, and one that
+// got 0 and no result.
+static void reply(const t_event &event)
+{
+    remove_file(RESULT);
+    if (event.text == "unanswered")
+        make_request("log", 2);
+    else if (event.text == "code")
+        answer(make_request("wan_detect", 61), 1);
+    else
+        answer(make_request(event.text == "twice" ? "log" : "proto_detect", 2000), event.text == "twice" ? 2 : 1);
+}
+
+// "result": another word than the right one, as soon as there is one.
+static void write_result(const t_event &event)
+{
+    put_file(RESULT, event.number ? "dhcp" : "nothing");
+    saw({.deed = t_deed::file_written, .text = RESULT});
+}
+
+static void lie(const t_event &event)
+{
+    static constexpr struct {
+        const char *word;
+        void (*tell)(const t_event &event);
+    } LIES[] = {{"swap", swap},          {"run", run},    {"ask", ask},     {"spin", hold},
+                {"table", hold},         {"mutex", hold}, {"sleep", sleep}, {"deaf", deafen},
+                {"unanswered", reply},   {"code", reply}, {"twice", reply}, {"promise", reply},
+                {"result", write_result}};
+    for (const auto &[word, tell] : LIES)
+        if (event.text == word)
+            return tell(event);
+    fail("nobody lies so: %s", event.text.c_str());
+}
+
+extern const t_event_kind lie_kind;
+const t_event_kind lie_kind = {.name = "lie", .happen = lie};
+
+} // namespace sim
