@@ -104,7 +104,7 @@ static int64_t draw_slowness(const t_life &life, t_number number)
 
 static void draw_cables(t_life *life, t_number number)
 {
-    static const uint64_t UPSTREAMS[] = {0, 1, 1, 1, 1, 1, 1, 1, 2, 2, 3};
+    static const uint64_t UPSTREAMS[] = {0, 1, 1, 1, 1, 1, 1, 2, 2, 2, 2, 3};
     for (t_port_plan &port : life->ports) {
         port.behind = draw_bystander(*life, number);
         port.answers_after_ms = draw_slowness(*life, number);
@@ -114,7 +114,8 @@ static void draw_cables(t_life *life, t_number number)
         life->ports[static_cast<size_t>(port - 1)].behind = draw_upstream(*life, number);
     }
     if (one_in(7, number)) {
-        t_port_plan &combo = life->ports[static_cast<size_t>(likely_port(*life, number) - 1)];
+        const int port = one_in(2, number) ? life->wan : some_port(*life, number);
+        t_port_plan &combo = life->ports[static_cast<size_t>(port - 1)];
         combo.behind_sfp = one_in(3, number) ? draw_upstream(*life, number) : draw_bystander(*life, number);
     }
     for (t_port_plan &port : life->ports)
@@ -128,10 +129,12 @@ int some_port(const t_life &life, t_number number)
 
 int likely_port(const t_life &life, t_number number)
 {
-    const uint64_t which = number(5);
-    if (which < 2)
+    const uint64_t which = number(8);
+    if (which < 3)
+        return HOLDER_OF_ROLE;
+    if (which == 3)
         return life.wan;
-    for (size_t i = 0; which < 4 && i < life.ports.size(); i++)
+    for (size_t i = 0; which < 7 && i < life.ports.size(); i++)
         if (has_upstream(life, life.ports[i].behind))
             return static_cast<int>(i) + 1;
     return some_port(life, number);

@@ -89,21 +89,44 @@ static int64_t draw_event_count(t_number number)
 static void draw_times(t_life *life, int64_t end_ms, t_number number)
 {
     static const int64_t SHARES_OF_TEN[] = {2, 4, 4, 4, 5, 5, 7, 10};
-    const int64_t last_ms = end_ms * one_of(SHARES_OF_TEN, number) / 10;
+    const int64_t last_ms = std::max(EARLIEST_MS, end_ms * one_of(SHARES_OF_TEN, number) / 10);
     int64_t former_ms = 0;
     for (int64_t left = draw_event_count(number); left > 0; left--) {
         const bool is_soon = former_ms > 0 && one_in(3, number);
         former_ms = is_soon ? former_ms + between(1, 12'000, number) : between(EARLIEST_MS, last_ms, number);
-        life->events.push_back({.at_ms = std::min(former_ms, end_ms - 1), .text = ""});
+        life->events.push_back({.at_ms = std::max<int64_t>(0, std::min(former_ms, end_ms - 1)), .text = ""});
     }
+}
+
+// Some lives are longer than others, and some are cut short in the midst of whatever goes on.
+static int64_t draw_end(t_number number)
+{
+    if (one_in(7, number))
+        return between(0, one_in(3, number) ? 20'000 : USUAL_LIFE_MS, number);
+    return USUAL_LIFE_MS * (one_in(20, number) ? 3 : 1) + between(0, 5000, number);
+}
+
+// What the start itself waits for: at most half a minute, for the bus and for each file.
+static void draw_trouble_at_start(t_life *life, t_number number)
+{
+    static const char *const PACKAGES[] = {"network", "switch", "protocol", "sysmode"};
+    const int64_t lasts_ms = between(1, 20'000, number);
+    if (one_in(2, number))
+        life->events.push_back({.at_ms = 0, .kind = "bus_hangs", .number = lasts_ms, .text = ""});
+    else
+        life->events.push_back({.at_ms = 0, .kind = "lock", .number = lasts_ms, .text = one_of(PACKAGES, number)});
 }
 
 void draw_events(t_life *life, t_number number)
 {
-    const int64_t end_ms = USUAL_LIFE_MS * (one_in(20, number) ? 3 : 1) + between(0, 5000, number);
+    const int64_t end_ms = draw_end(number);
     const bool is_rare_life = one_in(10, number);
     draw_times(life, end_ms, number);
-    for (t_event &event : life->events) {
+    const size_t drawn = life->events.size();
+    if (is_rare_life && end_ms > 0 && one_in(4, number))
+        draw_trouble_at_start(life, number);
+    for (size_t i = 0; i < drawn; i++) {
+        t_event &event = life->events[i];
         const t_event_kind *kind = draw_kind(is_rare_life, number);
         event.kind = kind->name;
         kind->draw(*life, &event, number);

@@ -12,10 +12,12 @@
 
 namespace sim {
 
+constexpr int HOLDER_OF_ROLE = -1;
+
 struct t_event {
     int64_t at_ms = 0; // after the start of the daemon
     std::string kind;
-    int port = 0; // 0: none
+    int port = 0; // 0: none; -1: whoever has the WAN role then
     int64_t number = 0;
     std::string text; // one word, or empty
 };

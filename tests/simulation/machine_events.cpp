@@ -40,6 +40,19 @@ static void command(const t_event &event)
     begin_command_fault(event.text.substr(0, colon), event.text.substr(colon + 1), event.number * MILLISECOND);
 }
 
+// What a command that went wrong takes along: the fault may end before it does.
+static int64_t command_lasts(const t_event &event)
+{
+    constexpr int64_t SLOW_ONES_MS = 10'000;
+    return event.number + SLOW_ONES_MS;
+}
+
+static int64_t hang_lasts(const t_event &event)
+{
+    constexpr int64_t HANGING_ONES_MS = 62'000;
+    return event.number + HANGING_ONES_MS;
+}
+
 static void draw_command_with(const char *fault, t_event *event, t_number number)
 {
     static const char *const NAMES[] = {"swap",  "swap",   "swap",   "port_state", "port_state",
@@ -172,9 +185,9 @@ static void draw_nothing(const t_life &, t_event *, t_number) {}
 extern const t_event_kind command_kind, hang_kind, manager_kind, bus_dies_kind, bus_hangs_kind, bus_deaf_kind,
     memory_kind, descriptors_kind, disk_kind, jump_kind, hang_up_kind, pipe_kind;
 const t_event_kind command_kind = {
-    .name = "command", .happen = command, .draw = draw_command, .weight = 9, .lasts_ms = lasts_its_number};
+    .name = "command", .happen = command, .draw = draw_command, .weight = 9, .lasts_ms = command_lasts};
 const t_event_kind hang_kind = {
-    .name = "hang", .happen = command, .draw = draw_hang, .weight = 60, .is_rare = true, .lasts_ms = lasts_its_number};
+    .name = "hang", .happen = command, .draw = draw_hang, .weight = 60, .is_rare = true, .lasts_ms = hang_lasts};
 const t_event_kind manager_kind = {
     .name = "manager", .happen = manager, .draw = draw_manager, .weight = 9, .lasts_ms = lasts_its_number};
 const t_event_kind bus_dies_kind = {.name = "bus_dies",

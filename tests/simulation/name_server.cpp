@@ -19,8 +19,10 @@ static std::map<std::pair<int, int>, t_dns_query_frame> waiting; // by port and 
 
 static bool is_query(const std::string &bytes, t_dns_query_frame *query)
 {
-    return read_frame(bytes, query) && query->ethernet.ether_type_be == htons(ETHERTYPE_IP) &&
-           query->ipv4.protocol == IPV4_PROTOCOL_UDP && query->udp.destination_port_be == htons(DNS_PORT);
+    if (!read_frame(bytes, query) || query->ipv4.destination_be == 0 || query->ipv4.destination_be == INADDR_NONE)
+        return false;
+    return query->ethernet.ether_type_be == htons(ETHERTYPE_IP) && query->ipv4.protocol == IPV4_PROTOCOL_UDP &&
+           query->udp.destination_port_be == htons(DNS_PORT);
 }
 
 static void answer(const t_neighbour &who, const t_dns_query_frame &query)

@@ -88,18 +88,20 @@ static t_port_truth look_at(const t_port &port)
     truth.link = port.link;
     if (!port.link)
         return truth;
-    bool is_disturbed = false;
+    bool is_disturbed = false, is_bare = false;
     for (const t_neighbour &who : port.cable().neighbours) {
         truth.lan_hosts += port.in_bridge && is_findable_host(who);
         truth.name_server = truth.name_server || resolves_names(who);
         is_disturbed = is_disturbed || (!who.is_dead && is_disturber(who));
         if (who.is_dead)
             continue;
+        is_bare = is_bare || (world.connection == "dhcp" && has_trait(who, "bare"));
         if (who.kind->serves && who.kind->serves(who, world.connection))
             truth.serves = true;
         if (who.kind->found)
             truth.found = std::min(truth.found, who.kind->found(who, world.connection));
     }
+    truth.name_server = truth.name_server && !is_bare;
     if (is_disturbed)
         truth.found = t_found::doubtful;
     return truth;

@@ -58,7 +58,10 @@ static void happen(const t_event &event)
     count_event(event.kind);
     log_line("world", "%s port %d number %ld %s", event.kind.c_str(), event.port, static_cast<long>(event.number),
              event.text.c_str());
-    event_kind(event.kind)->happen(event);
+    t_event meant = event;
+    if (event.port == HOLDER_OF_ROLE)
+        meant.port = is_port(holder_of_role()) ? holder_of_role() : world.life.wan;
+    event_kind(event.kind)->happen(meant);
     note_truth();
 }
 
