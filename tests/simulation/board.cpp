@@ -109,10 +109,14 @@ static void draw_cables(t_life *life, t_number number)
         port.behind = draw_bystander(*life, number);
         port.answers_after_ms = draw_slowness(*life, number);
     }
-    for (uint64_t left = one_of(UPSTREAMS, number); left > 0; left--) {
-        const int port = one_in(3, number) ? life->wan : some_port(*life, number);
+    const uint64_t upstreams = one_of(UPSTREAMS, number);
+    const bool is_at_rest = number(3) < (upstreams > 1 ? 1 : 2); // else the daemon has to look for one
+    for (uint64_t left = upstreams; left > 0; left--) {
+        const int port = is_at_rest && one_in(2, number) ? life->wan : some_port(*life, number);
         life->ports[static_cast<size_t>(port - 1)].behind = draw_upstream(*life, number);
     }
+    if (!is_at_rest)
+        life->ports[static_cast<size_t>(life->wan - 1)].behind = one_in(2, number) ? "nothing" : "silent";
     if (one_in(7, number)) {
         const int port = one_in(2, number) ? life->wan : some_port(*life, number);
         t_port_plan &combo = life->ports[static_cast<size_t>(port - 1)];

@@ -85,6 +85,22 @@ static int64_t draw_event_count(t_number number)
     return kind < 9 ? between(4, 8, number) : between(9, 15, number);
 }
 
+// Some time after an event: at once, or when the daemon is at what follows from it.
+static int64_t draw_pause(t_number number)
+{
+    static const int64_t STEPS_MS[] = {0, 0, 0, 10'000, 21'000, 30'000};
+    return one_of(STEPS_MS, number) + between(1, one_in(2, number) ? 4000 : 12'000, number);
+}
+
+// Some time of the life: any, or when the start has waited in vain for a link, or for what a link brings.
+static int64_t draw_time(int64_t last_ms, t_number number)
+{
+    static const int64_t STEPS_MS[] = {15'000, 75'000, 75'000, 105'000};
+    if (one_in(4, number))
+        return one_of(STEPS_MS, number) + between(0, 6000, number);
+    return between(EARLIEST_MS, last_ms, number);
+}
+
 // What happens comes mostly within the first minutes, so that a quiet world follows; and often in quick succession.
 static void draw_times(t_life *life, int64_t end_ms, t_number number)
 {
@@ -93,7 +109,7 @@ static void draw_times(t_life *life, int64_t end_ms, t_number number)
     int64_t former_ms = 0;
     for (int64_t left = draw_event_count(number); left > 0; left--) {
         const bool is_soon = former_ms > 0 && one_in(3, number);
-        former_ms = is_soon ? former_ms + between(1, 12'000, number) : between(EARLIEST_MS, last_ms, number);
+        former_ms = is_soon ? former_ms + draw_pause(number) : draw_time(last_ms, number);
         life->events.push_back({.at_ms = std::max<int64_t>(0, std::min(former_ms, end_ms - 1)), .text = ""});
     }
 }
