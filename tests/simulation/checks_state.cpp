@@ -36,8 +36,8 @@ static bool is_asked_word(const std::string &why)
 
 static bool is_known(t_time since, t_time after)
 {
-    return loop_began() != NEVER && world.detection_on && world.sets_under_way == 0 && world.is_router &&
-           world.health.all() &&
+    return loop_began() != NEVER && world.detection_on && world.sets_under_way == 0 && !world.detection_in_doubt &&
+           world.is_router && world.health.all() &&
            now() - std::max({since, loop_began(), world.health_since, world.detection_since}) > after;
 }
 
@@ -74,7 +74,7 @@ static void look_at_engine(const t_told &told)
         return;
     if (!cycle["state"].is("resting") && !cycle.has("next"))
         fail("never stuck: the cycle is %s, and nothing is due next", cycle["state"].text.c_str());
-    if (world.sets_under_way == 0 && (told["enabled"].number() != 0) != world.detection_on)
+    if (world.sets_under_way == 0 && !world.detection_in_doubt && (told["enabled"].number() != 0) != world.detection_on)
         fail("state: detection is told to be %s", world.detection_on ? "off" : "on");
     if (is_known(world.role_since, ROLE_KNOWN) && is_port(world.role_holder) &&
         !told["wan"].is(port_at(world.role_holder).name.c_str()))

@@ -199,7 +199,8 @@ static void look_at_commands()
 
 static void look_at_scan()
 {
-    if (!world.detection_on || !world.is_router || world.told_to_end != NEVER || loop_begun == NEVER)
+    if (!world.detection_on || world.sets_under_way > 0 || world.detection_in_doubt || !world.is_router ||
+        world.told_to_end != NEVER || loop_begun == NEVER)
         scanned = now();
     else if (now() - scanned > BETWEEN_SCANS)
         fail("never stuck: nobody has looked at the links for %ld ms",

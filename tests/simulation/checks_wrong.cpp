@@ -118,7 +118,7 @@ static void judge_engine(const t_port &port)
     const char *name = port.name.c_str();
     if (!world.is_router)
         fail("never wrong: %s gets the role outside router mode", name);
-    if (!world.detection_on && world.sets_under_way == 0)
+    if (!world.detection_on && world.sets_under_way == 0 && !world.detection_in_doubt)
         fail("never wrong: %s gets the role while detection is off", name);
 }
 

@@ -106,6 +106,8 @@ void request_is_over(int64_t number, int status)
     if (request->method != "set")
         return;
     world.sets_under_way--;
+    if (!request->has_code)
+        world.detection_in_doubt = true; // it may be done, and the daemon had no memory for its reply
     if (!request->has_code || request->code != 0)
         return;
     world.detection_in_doubt = false;
