@@ -182,7 +182,7 @@ static void look_at_result()
         return;
     promise.is_open = false;
     const bool is_well = world.health.all() && world.health_since < promise.request.served - 45 * SECOND;
-    if (promise.request.is_odd || !is_well || !world.detection_on || loop_began() == NEVER ||
+    if (promise.request.is_odd || !is_well || !world.detection_on || !world.is_router || loop_began() == NEVER ||
         promise.request.served < loop_began() || timeout_of(promise.request) < USUAL_TIMEOUT_MS)
         return;
     const std::string right = right_result();
