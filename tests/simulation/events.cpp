@@ -118,7 +118,7 @@ static void draw_times(t_life *life, int64_t end_ms, t_number number)
 static int64_t draw_end(t_number number)
 {
     if (one_in(7, number))
-        return between(0, one_in(3, number) ? 20'000 : USUAL_LIFE_MS, number);
+        return between(1, one_in(3, number) ? 20'000 : USUAL_LIFE_MS, number);
     return USUAL_LIFE_MS * (one_in(20, number) ? 3 : 1) + between(0, 5000, number);
 }
 
@@ -147,8 +147,7 @@ void draw_events(t_life *life, t_number number)
         event.kind = kind->name;
         kind->draw(*life, &event, number);
     }
-    const bool ends_early = one_in(16, number);
-    life->events.push_back({.at_ms = ends_early ? between(1, end_ms, number) : end_ms, .kind = "end", .text = ""});
+    life->events.push_back({.at_ms = end_ms, .kind = "end", .text = ""});
     std::stable_sort(life->events.begin(), life->events.end(),
                      [](const t_event &a, const t_event &b) { return a.at_ms < b.at_ms; });
 }
