@@ -19,7 +19,7 @@ jobs=$(nproc)
 fixed_seed=1
 
 usage() {
-    sed -n '3,/^set/s/^# \{0,1\}//p' "$0" | sed '$d' >&2
+    sed -n '3,/^set/s/^# \{0,1\}//p' "$0" >&2
     exit 2
 }
 

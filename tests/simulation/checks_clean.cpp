@@ -15,8 +15,9 @@
 namespace sim {
 
 constexpr t_time LONG_ENOUGH = 30 * SECOND; // for every request that came in meanwhile to be over
-constexpr int64_t MADE_WHEN_NEEDED = 4;     // blocks of memory that the first request, reply and ban leave for the next
-constexpr int64_t RESTING = 0;              // the number of that state
+constexpr int LOOKED_AT = 7; // every so manieth moment of rest: enough, and in step with nothing that repeats
+constexpr int64_t MADE_WHEN_NEEDED = 4; // blocks of memory that the first request, reply and ban leave for the next
+constexpr int64_t RESTING = 0;          // the number of that state
 
 namespace {
 
@@ -110,7 +111,8 @@ void note_way(const t_seen &seen)
 
 void look()
 {
-    if (!pauses)
+    static int moments = 0;
+    if (!pauses || ++moments % LOOKED_AT != 0)
         return;
     const t_use use = use_now();
     for (int i = 0; i < THINGS; i++)

@@ -22,10 +22,9 @@ constexpr unsigned long BLOCKS = 1024;
 
 static std::string clean(const char *path)
 {
-    std::string text;
-    for (const char *at = path; *at; at++)
-        if (*at != '/' || text.empty() || text.back() != '/')
-            text += *at;
+    std::string text = path;
+    for (size_t at = text.find("//"); at != std::string::npos; at = text.find("//", at))
+        text.erase(at, 1);
     if (text.size() > 1 && text.back() == '/')
         text.pop_back();
     return text;
