@@ -115,6 +115,8 @@ int ubus_invoke_fd(ubus_context *, uint32_t object, const char *method, blob_att
     }
     const t_service_answer answer = ask_service(service, method, message);
     const int status = wait_for_answer(answer.after, limit);
+    log_line("bus", "the daemon asked %s %s, which ended with status %d", service, method,
+             status ? status : answer.status);
     if (status != 0)
         return status;
     hand_over(answer.data, handler, context);

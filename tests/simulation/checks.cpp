@@ -3,6 +3,7 @@
 #include "tests/simulation/checks.h"
 
 #include "tests/simulation/event_log.h"
+#include "tests/simulation/timeline.h"
 
 namespace sim {
 
@@ -57,6 +58,8 @@ static const char *word(t_deed deed)
 void saw(const t_seen &seen)
 {
     log_line(word(seen.deed), "%s [port %d, number %ld]", seen.text, seen.port, static_cast<long>(seen.number));
+    if (event_log.tells && !event_log.is_raw)
+        tell_deed(seen);
     for (const t_check *check : CHECKS)
         if (check->on_deed)
             check->on_deed(seen);

@@ -7,6 +7,7 @@
 
 #include "tests/simulation/real.h"
 #include "tests/simulation/scheduler.h"
+#include "tests/simulation/timeline.h"
 
 namespace sim {
 
@@ -42,7 +43,9 @@ void log_line(const char *who, const char *format, ...)
     log_number(static_cast<uint64_t>(now()));
     for (const char *at = text; *at; at++)
         log_number(static_cast<unsigned char>(*at));
-    if (event_log.tells) {
+    if (event_log.tells && !event_log.is_raw)
+        tell_entry(who, text);
+    if (event_log.tells && event_log.is_raw) {
         const size_t length = strlen(text);
         const bool ends = length > 0 && text[length - 1] == '\n';
         say("%12.6f s  %-8s %s%s", static_cast<double>(now()) / MICROSECONDS_PER_SECOND_REAL, who, text,

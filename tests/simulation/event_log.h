@@ -10,7 +10,8 @@ namespace sim {
 struct t_event_log {
     uint64_t hash = 0xcbf29ce484222325; // of everything noted so far
     uint64_t entries = 0;
-    bool tells = false; // prints a line for each entry, as the timeline of a failure
+    bool tells = false;  // prints what happens, as a timeline in plain words (timeline.h)
+    bool is_raw = false; // or a line for each entry
 };
 
 extern t_event_log event_log;

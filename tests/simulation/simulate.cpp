@@ -12,6 +12,7 @@
 #include "tests/simulation/event_log.h"
 #include "tests/simulation/many.h"
 #include "tests/simulation/play.h"
+#include "tests/simulation/shrink.h"
 
 using namespace sim;
 
@@ -28,6 +29,10 @@ struct t_wishes {
     bool shows = false; // the life itself, which is not played
     bool twice = false; // each life, whose hashes must be the same
     std::string log_level;
+    bool shrinks = false; // a failing life
+    double shrink_seconds = 60;
+    std::string to;          // the file for a shrunk life
+    std::string regressions; // a folder of lives, all of which are played
 };
 
 [[noreturn]] void show_usage()
@@ -39,6 +44,9 @@ struct t_wishes {
         "--jobs COUNT plays them in so many processes; --until-failure ends with the first failure\n"
         "simulate --life FILE [--timeline]              one that was written down\n"
         "simulate --seed N --show                       prints the life instead of playing it\n"
+        "simulate --seed N --shrink [--to FILE] [--within SECONDS]   cuts a failing life down and tells it\n"
+        "simulate --regressions FOLDER                  each life in it, twice\n"
+        "--raw in the place of --timeline prints every entry of the event log\n"
         "--twice with any of them plays each life twice: it fails when the two differ\n");
     exit(EXIT_FAILURE);
 }
@@ -74,6 +82,16 @@ t_wishes read_wishes(int argc, char **argv)
             wishes.log_level = value();
         else if (word == "--timeline")
             wishes.tells = true;
+        else if (word == "--raw")
+            wishes.tells = event_log.is_raw = true;
+        else if (word == "--shrink")
+            wishes.shrinks = true;
+        else if (word == "--within")
+            wishes.shrink_seconds = strtod(value(), nullptr);
+        else if (word == "--to")
+            wishes.to = value();
+        else if (word == "--regressions")
+            wishes.regressions = value();
         else if (word == "--show")
             wishes.shows = true;
         else if (word == "--twice")
@@ -125,6 +143,27 @@ bool play_several(const t_wishes &wishes)
                       .play = wishes.twice ? play_twice : play_once});
 }
 
+// False also for a life that passes, with which there is nothing to be done.
+bool shrink_one(const t_life &life, const t_wishes &wishes)
+{
+    const t_outcome ended = play(life, false);
+    tell_outcome(life, ended);
+    if (ended.verdict == t_verdict::passed)
+        return false;
+    const t_shrunk shrunk = shrink(life, ended, wishes.shrink_seconds);
+    const std::string path = wishes.to.empty() ? "seed-" + std::to_string(life.seed) + ".life" : wishes.to;
+    std::ofstream file(path);
+    file << file_of_shrunk(shrunk);
+    file.close();
+    play(shrunk.life, true);
+    say("\n%zu of %zu events, %zu of %zu ports, %zu of %zu settings are left after %llu lives%s: %s\n",
+        shrunk.life.events.size(), life.events.size(), shrunk.life.ports.size(), life.ports.size(),
+        shrunk.life.settings.size(), life.settings.size(), static_cast<unsigned long long>(shrunk.played),
+        shrunk.is_done ? "" : " (the time was over)", file ? path.c_str() : "cannot be written");
+    tell_outcome(shrunk.life, shrunk.ended);
+    return static_cast<bool>(file);
+}
+
 bool play_one(const t_wishes &wishes)
 {
     t_life life = wishes.file.empty() ? draw_life(wishes.seed) : life_from_file(wishes.file);
@@ -134,6 +173,8 @@ bool play_one(const t_wishes &wishes)
         say("%s", text_of_life(life).c_str());
         return true;
     }
+    if (wishes.shrinks)
+        return shrink_one(life, wishes);
     const t_outcome ended = wishes.twice ? play_twice(life) : play(life, wishes.tells);
     tell_outcome(life, ended);
     return ended.verdict == t_verdict::passed;
@@ -145,6 +186,8 @@ int main(int argc, char **argv)
 {
     const t_wishes wishes = read_wishes(argc, argv);
     setenv("TZ", "UTC", 1); // no time is read from this machine's files
+    if (!wishes.regressions.empty())
+        return play_regressions(wishes.regressions) ? EXIT_SUCCESS : EXIT_FAILURE;
     const bool good = wishes.lives > 0 || wishes.seconds > 0 ? play_several(wishes) : play_one(wishes);
     return good ? EXIT_SUCCESS : EXIT_FAILURE;
 }

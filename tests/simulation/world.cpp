@@ -151,6 +151,7 @@ static void begin_links()
 void begin_world(const t_life &life)
 {
     world.life = life;
+    world.began_at = now();
     world.lan_address_be = inet_addr("192.168.1.1");
     world.lan_netmask_be = inet_addr("255.255.255.0");
     world.begins_at = now();

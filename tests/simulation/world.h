@@ -148,6 +148,7 @@ struct t_world {
     unsigned descriptor_limit = 1024;
     uint32_t lan_address_be = 0;
     uint32_t lan_netmask_be = 0;
+    t_time began_at = 0;
     t_time told_to_end = NEVER;
     uint32_t swaps = 0, events_happened = 0, cycles = 0;
 
