@@ -13,15 +13,20 @@ namespace sim {
 constexpr t_time LONGEST_END = 5 * SECOND;
 
 static int exit_status = -1;
+static bool is_past_start, was_unwell; // in the start
 
 static void note_status(const t_seen &seen)
 {
+    is_past_start = is_past_start || seen.deed == t_deed::way_taken;
+    was_unwell = was_unwell || (!is_past_start && !world.health.all());
     if (seen.deed == t_deed::life_ended)
         exit_status = static_cast<int>(seen.number);
 }
 
 static void look_at_what_is_left()
 {
+    if (world.told_to_end == NEVER && exit_status == 1 && was_unwell && !is_past_start)
+        return; // a start without memory, configuration or a bus gives up, and leaves the tidying to the kernel
     if (world.told_to_end == NEVER)
         fail("ends with done: the daemon ended by itself, with status %d", exit_status);
     if (now() - world.told_to_end > LONGEST_END)

@@ -33,14 +33,21 @@ static bool is_reached_by(const std::string &connection)
     return connection == "static" || connection == "l2tp-static" || connection == "pptp-static";
 }
 
+// Whether it has the address that the configuration of this connection names.
+static bool is_asked_for(const t_neighbour &who, const std::string &connection)
+{
+    return is_reached_by(connection) &&
+           (connection == "static" ? inet_addr(world.gateway.c_str()) == address_of(who) : !has_trait(who, "other"));
+}
+
 static bool serves(const t_neighbour &who, const std::string &connection)
 {
-    return is_reached_by(connection) && !has_trait(who, "other") && !has_trait(who, "dumb") && !is_late(who);
+    return is_asked_for(who, connection) && !has_trait(who, "dumb") && !is_late(who);
 }
 
 static t_found found(const t_neighbour &who, const std::string &connection)
 {
-    if (!is_reached_by(connection) || has_trait(who, "other") || is_late(who))
+    if (!is_asked_for(who, connection) || is_late(who))
         return t_found::never;
     if (usual_delay(who) >= SURELY_IN_TIME)
         return t_found::doubtful;

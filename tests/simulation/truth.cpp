@@ -148,10 +148,11 @@ static void note_health()
 
 static void note_connection()
 {
-    const std::string connection = configured_connection();
-    if (connection == world.connection)
+    const std::string connection = configured_connection(), gateway = option_of("protocol", "static", "gateway");
+    if (connection == world.connection && gateway == world.gateway)
         return;
     world.connection = connection;
+    world.gateway = gateway;
     world.connection_since = now();
     saw({.deed = t_deed::truth_changed, .text = connection.c_str()});
 }
