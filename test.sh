@@ -52,7 +52,7 @@ after() {
 
 . .ci/packages.sh
 packages=(g++ cmake ninja-build libjson-c-dev uthash-dev libgtest-dev iproute2 dnsmasq-base pppoe udhcpc faketime
-    iputils-arping iputils-ping python3 python3-pytest universal-ctags
+    iputils-arping iputils-ping python3 python3-pytest universal-ctags git
     clang-14 libclang-rt-14-dev lld clang-format-14 clang-tidy-14 cppcheck valgrind mandoc shellcheck busybox reuse)
 
 clang=(-DCMAKE_C_COMPILER=clang-14 -DCMAKE_CXX_COMPILER=clang++-14)
@@ -150,6 +150,7 @@ computing_lane() {
     step "build asan" build asan fuzz "${clang[@]}" "${quickly[@]}" \
         -DWAN_DETECT_FUZZ=ON -DWAN_DETECT_TESTS=ON -DWAN_DETECT_LAB=ON
     step "build tsan" build tsan tsan "${clang_tests[@]}" "${quickly[@]}"
+    step "simulated lives" tests/simulate.sh --short
     quick_checks
     step "cppcheck" cppcheck_all
     step "clang-tidy" tidy

@@ -62,8 +62,8 @@ struct t_thread {
     uint64_t blocked_signals = 0; // a bit for each number
     uint64_t pending_signals = 0; // sent to this thread
     siginfo_t pending_info[NSIG] = {};
-    int spins_held = 0; // spin locks: no door that waits may be gone through with one
-    int locks_held = 0; // mutexes and read-write locks
+    int spins_held = 0;  // spin locks: no door that waits may be gone through with one
+    int locks_held = 0;  // mutexes and read-write locks
     int tables_held = 0; // read-write locks alone
 };
 

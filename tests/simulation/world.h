@@ -164,7 +164,7 @@ struct t_world {
 
     // what the daemon was told, or finds when it reads the configuration
     std::string connection; // the configured type as it is now, "pppoe" for "pppoeshare"
-    std::string gateway; // of a static connection
+    std::string gateway;    // of a static connection
     t_time connection_since = 0;
     bool is_router = true;           // by sysmode at the start
     bool detection_on = true;        // by the configuration at the start, then by each `set` from the reply on
