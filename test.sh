@@ -114,8 +114,8 @@ lab_tests() { # lab_tests PYTEST-ARGUMENTS...
 }
 
 lab() { # lab PYTEST-ARGUMENTS...
-    # Five labs for each processor: one of them computes a sixth of the time.
-    PYTHONPATH=. /usr/bin/python3 -m compileall -q lab && lab_tests "$@" --labs $((5 * jobs))
+    # Three labs for each processor: one of them computes a sixth of the time.
+    PYTHONPATH=. /usr/bin/python3 -m compileall -q lab && lab_tests "$@" --labs $((3 * jobs))
 }
 
 packages_and_users() { # the router package's tests, and how somebody plays who is not root
@@ -162,22 +162,13 @@ computing_lane() {
     return 0
 }
 
-# The virtual router waits most of the time, and so does who plays with its packages. Beside each other and the unit tests they
-# leave a processor idle often enough that the scenarios' clocks hold; what computes has no say (above).
-lab_lane() {
-    [ $built -ne 0 ] || [ "$what" = unit ] || step "lab scenarios" lab tests/lab --ignore tests/lab/test_hostile.py
-    return 0
-}
-packages_lane() {
-    [ $built -ne 0 ] || [ "$what" = unit ] || step "lab packages and users" packages_and_users
-    return 0
-}
-
-# So do unit tests, one build of them after the other.
-unit_lane() {
+# What waits most of the time, one after the other where it would disturb each other's clocks.
+waiting_lane() {
     if [ $built -eq 0 ]; then
         release_checks
+        [ "$what" = unit ] || step "lab scenarios" lab tests/lab --ignore tests/lab/test_hostile.py
         step "unit tests" unit release
+        [ "$what" = unit ] || step "lab packages and users" packages_and_users
     fi
     if after "build asan"; then
         step "unit tests asan" unit fuzz
@@ -246,7 +237,7 @@ quick)
     ;;
 unit | all)
     say "Tests, and beside them what only computes"
-    side_by_side computing_lane lab_lane packages_lane unit_lane cable_lane
+    side_by_side computing_lane waiting_lane cable_lane
     ;;
 lab)
     say "Virtual router"
