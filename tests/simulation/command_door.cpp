@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Children that are none: records of commands under way. spawn_command() here stands in the place of
 // platform/spawn.cpp.
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <map>
@@ -76,9 +77,11 @@ static int start(const char *command, int output, pid_t *pid)
     child->output = output >= 0 ? share_description(output) : nullptr;
     children[child->pid] = child;
     saw({.deed = t_deed::command_started, .text = command});
-    happen_at(now() + child->plan.acts_after, [child] { act(*child); });
-    if (child->plan.takes != NEVER)
-        happen_at(now() + child->plan.takes, [child] { end_child(*child, child->plan.status); });
+    happen_at(now() + child->plan.acts_after, [child, began = now()] {
+        act(*child);
+        if (child->plan.takes != NEVER) // never before it has acted, though both may come at one time
+            happen_at(std::max(now(), began + child->plan.takes), [child] { end_child(*child, child->plan.status); });
+    });
     return 0;
 }
 
