@@ -59,7 +59,7 @@ static void look_at_port(const t_told &told, const t_port &port)
     if (is_known(std::max(port.link_since, port.hotplugged == NEVER ? 0 : port.hotplugged), SURELY_KNOWN) &&
         (told["link"].number() != 0) != port.link)
         fail("state: %s is told to have %s link", name, port.link ? "no" : "a");
-    if (port.truth.is_banned && port.banned_until - now() > 2 * SECOND && !told.has("banned"))
+    if (port.truth.is_banned && port.banned_at_least - now() > 2 * SECOND && !told.has("banned"))
         fail("state: %s is banned, and not told to be", name);
     if (told.has("banned") && !port.truth.may_be_banned && now() > port.banned_until + 2 * SECOND)
         fail("state: %s is told to be banned, and is not", name);

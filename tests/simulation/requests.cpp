@@ -53,10 +53,11 @@ static void take_ban(const t_request &request)
         return;
     t_port &port = port_at(number);
     if (request.value == 0) {
-        port.banned_until = 0;
+        port.banned_until = port.banned_at_least = 0;
         return;
     }
     const t_time end = request.value == -1 ? NEVER : now() + request.value * SECOND;
+    port.banned_at_least = link_was_settled(port) ? std::max(port.banned_at_least, end) : end;
     port.banned_at = now();
     port.banned_until = std::max(port.banned_until, end);
     if (end != NEVER)

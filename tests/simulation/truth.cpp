@@ -71,8 +71,7 @@ static bool is_in_pool(const t_port &port)
     return world.ports.size() <= MOST_PORTS_WITH_POOL && std::find(pool.begin(), pool.end(), port.number) != pool.end();
 }
 
-// The daemon learns of a link late, and lifts a ban then that it took meanwhile.
-static bool link_was_settled(const t_port &port)
+bool link_was_settled(const t_port &port)
 {
     return port.link_since + LINKS_ARE_KNOWN_AFTER <= port.banned_at &&
            (port.hotplugged == NEVER || port.hotplugged + LINKS_ARE_KNOWN_AFTER <= port.banned_at);
@@ -84,7 +83,7 @@ static t_port_truth look_at(const t_port &port)
     truth.in_pool = is_in_pool(port);
     truth.is_reserved = port.is_reserved;
     truth.may_be_banned = port.banned_until > now();
-    truth.is_banned = truth.may_be_banned && link_was_settled(port);
+    truth.is_banned = port.banned_at_least > now() && link_was_settled(port);
     truth.link = port.link;
     if (!port.link)
         return truth;

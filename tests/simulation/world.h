@@ -93,10 +93,11 @@ struct t_port {
     bool in_bridge = true; // a member of the LAN bridge
     bool in_other_bridge = false;
     bool is_reserved = false;
-    uint32_t questions = 0;    // frames that the daemon sent out there
-    t_time banned_at = 0;      // when the daemon took the newest ban from the bus
-    t_time banned_until = 0;   // NEVER for a ban without end; over when it is past
-    t_time hotplugged = NEVER; // when somebody told the daemon of its link last, rightly or not
+    uint32_t questions = 0;     // frames that the daemon sent out there
+    t_time banned_at = 0;       // when the daemon took the newest ban from the bus
+    t_time banned_until = 0;    // NEVER for a ban without end; over when it is past
+    t_time banned_at_least = 0; // the same, without bans that a link may have lifted since
+    t_time hotplugged = NEVER;  // when somebody told the daemon of its link last, rightly or not
 
     t_port_truth truth;
     t_time truth_since = 0;     // when any of it changed last
@@ -183,6 +184,10 @@ void begin_world(const t_life &life);
 
 // Looks at everything anew: each port's truth, the role, the connection, the health. For whatever changed something.
 void note_truth();
+
+// Whether no link can have lifted the newest ban: the daemon learns of one late, and lifts a ban then that it took
+// meanwhile.
+bool link_was_settled(const t_port &port);
 
 bool package_is_usable(const std::string &package); // neither locked nor broken
 
