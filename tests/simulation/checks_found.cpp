@@ -48,8 +48,9 @@ struct t_upstreams {
 };
 
 t_obligation owed;
-t_time eased_at = -NEVER;  // a change that begins the pauses with the shortest again
-t_time asked_for = -NEVER; // when a cycle that somebody asked for is due
+int detection_as_told = -1; // by the last `set` whose handler began; -1 for none yet
+t_time eased_at = -NEVER;   // a change that begins the pauses with the shortest again
+t_time asked_for = -NEVER;  // when a cycle that somebody asked for is due
 bool is_excused = false;
 bool has_given_up = false; // it may have, while the configuration wanted no second look
 bool links[64];
@@ -116,6 +117,17 @@ static void note_excuse()
         is_excused = is_excused || holder.truth.serves || !world.health.all();
 }
 
+// What the daemon swapped to, or was called to look at, and what served until the test behind it, was taken for good.
+static void note_passed_test()
+{
+    if (!is_port(world.role_holder) || loop_began() == NEVER)
+        return;
+    const t_port &holder = port_at(world.role_holder);
+    const t_time since = std::max(
+        {world.role_since, holder.truth_since, holder.link_since, asked_for, world.detection_since, loop_began()});
+    is_excused = is_excused || (holder.link && holder.truth.serves && now() - since >= TEST_PAUSE);
+}
+
 static bool holder_is_surely_lost()
 {
     return is_port(world.role_holder) && !port_at(world.role_holder).link &&
@@ -143,6 +155,7 @@ static t_time bound(t_found worst)
 
 static void look_at_obligation()
 {
+    note_passed_test();
     if (holder_is_surely_lost())
         is_excused = false;
     const bool is_free = world.told_to_end != NEVER || loop_began() == NEVER || now() < world.quiet_from ||
@@ -164,13 +177,23 @@ static void look_at_obligation()
 
 // --- what happened
 
+// True when it opens a cycle: detection was off. An odd one is refused.
+static bool switches_on(const t_request &request)
+{
+    if (request.is_odd)
+        return false;
+    const bool was_on = detection_as_told < 0 ? world.detection_on : detection_as_told > 0;
+    detection_as_told = request.value != 0;
+    return request.value != 0 && !was_on;
+}
+
 static void note_request(int64_t number)
 {
     const auto one = std::find_if(world.requests.rbegin(), world.requests.rend(),
                                   [&](const t_request &request) { return request.number == number; });
     if (number == 0 || one == world.requests.rend())
         return;
-    if (one->method == "set")
+    if (one->method == "set" && switches_on(*one))
         is_excused = false;
     if (one->method != "wan_detect" || one->value < 0 || one->value > MOST_DELAY_S)
         return;
