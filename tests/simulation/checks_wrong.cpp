@@ -132,7 +132,8 @@ static void judge_former_holder(const t_port &port)
     if (world.role_mover == t_mover::somebody && world.role_since > asked && now() - world.role_since > READING_TO_SWAP)
         fail("never wrong: %s takes the role back from %s, where somebody else has put it", port.name.c_str(),
              holder.name.c_str());
-    const t_time since = std::max({holder.truth_since, world.role_since, world.health_since, world.connection_since});
+    const t_time since =
+        std::max({holder.link_since, holder.truth_since, world.role_since, world.health_since, world.connection_since});
     const t_time pass = pass_before_swap_to(port.number);
     if (world.health.all() && holder.link && holder.truth.serves && !holder.truth.may_be_banned &&
         since < pass - WORKING_IS_SEEN)
