@@ -18,6 +18,8 @@ constexpr const char *CYCLE_RESULT = "/tmp/wan_detect_result";
 constexpr int BUSY = -85, NOT_THERE = -96, MISSING = -99, OUT_OF_RANGE = -1;
 constexpr int64_t LEAST_TIMEOUT_MS = 1000, MOST_TIMEOUT_MS = 4000, USUAL_TIMEOUT_MS = 2000, MOST_DELAY_S = 60;
 constexpr int64_t COLLECTED_EVERY_MS = 500;
+// Where there are 16 the reading of the order ends.
+constexpr size_t MOST_PORTS_WITH_ORDER = 15;
 // From the call to the question: links are read, LAN hosts are asked, both while the loop is blocked; and to the file.
 constexpr t_time ACROSS_STEPS = SECOND;
 // A call reads links, asks LAN hosts and reads configuration that may be locked, before its reply.
@@ -150,6 +152,8 @@ static bool was_steady(const t_port &port)
 
 static std::string right_result_of_all()
 {
+    if (world.ports.size() > MOST_PORTS_WITH_ORDER)
+        return "static"; // who has no place in the order is asked, and not told
     std::istringstream order(option_of("network", "auto_wan_detect", "wan_port_priority"));
     for (int number; order >> number;) {
         if (!is_port(number))
