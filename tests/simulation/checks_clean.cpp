@@ -42,6 +42,7 @@ struct t_use {
 
 t_use first, least;
 bool has_first = false, pauses = false;
+bool has_asked = false, first_is_full = false; // the first look makes the tables of reserved ports, which stay
 t_time since = 0;
 
 t_thing thing_of(const char *kind)
@@ -81,7 +82,10 @@ void judge_pause()
         return;
     if (!has_first)
         first = least;
+    else if (has_asked && !first_is_full)
+        first.of[blocks] = least.of[blocks];
     has_first = true;
+    first_is_full = has_asked;
     log_line("clean", "%ld blocks, %ld threads, %ld others", least.of[blocks], least.of[threads_left],
              least.of[others]);
     for (int i = 0; i < THINGS; i++)
@@ -101,6 +105,7 @@ void note_way(const t_seen &seen)
 {
     if (seen.deed != t_deed::way_taken)
         return;
+    has_asked = has_asked || strstr(seen.text, "-> probing") || strstr(seen.text, "-> asking ARP");
     const auto states = static_cast<int64_t>(STATES);
     if (seen.number / states == RESTING)
         judge_pause();
