@@ -18,7 +18,6 @@ constexpr uint8_t BOOT_REPLY = 2;
 constexpr uint8_t MESSAGE_OFFER = 2;
 constexpr t_time SLOW = 3 * SECOND;
 constexpr t_time TEST = 4 * SECOND;
-constexpr t_time SURELY_IN_TIME = 1500 * MILLISECOND;
 
 bool is_discover(const std::string &bytes, t_dhcp_frame *frame)
 {
@@ -103,10 +102,7 @@ static bool serves(const t_neighbour &who, const std::string &connection)
 
 static t_found found(const t_neighbour &who, const std::string &connection)
 {
-    if (!serves(who, connection))
-        return t_found::never;
-    const bool is_sure = !has_trait(who, "slow") && !has_trait(who, "tests") && usual_delay(who) < SURELY_IN_TIME;
-    return is_sure ? t_found::at_once : t_found::doubtful;
+    return serves(who, connection) ? found_as_server(who, "tests") : t_found::never;
 }
 
 extern const t_neighbour_kind dhcp_server;

@@ -146,4 +146,12 @@ void answer_arp(const t_neighbour &who, const t_arp_frame &request)
     answer_frame(who, frame_of(reply), usual_delay(who));
 }
 
+t_found found_as_server(const t_neighbour &who, const char *doubtful_trait)
+{
+    constexpr t_time SURELY_IN_TIME = 1500 * MILLISECOND;
+    const bool is_sure =
+        !has_trait(who, "slow") && !has_trait(who, doubtful_trait) && usual_delay(who) < SURELY_IN_TIME;
+    return is_sure ? t_found::at_once : t_found::doubtful;
+}
+
 } // namespace sim

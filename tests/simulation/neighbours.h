@@ -28,6 +28,9 @@ uint32_t network_of(const t_neighbour &who); // the first address, in host order
 t_time usual_delay(const t_neighbour &who);  // until it answers
 bool is_late(const t_neighbour &who);        // the trait "late": it does not serve yet
 
+// How a server that serves would be found: at once, unless it is slow, or has a trait that makes it doubtful.
+t_found found_as_server(const t_neighbour &who, const char *doubtful_trait);
+
 bool is_disturber(const t_neighbour &who); // what it does may keep right answers away
 
 const char *kind_of_frame(const std::string &frame); // "dhcp", "pppoe", "arp", "arp reply", "dns" or "frame"

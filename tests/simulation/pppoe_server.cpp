@@ -18,7 +18,6 @@ constexpr uint16_t TAG_HOST_UNIQ = 0x0103;
 constexpr uint16_t TAG_VENDOR = 0x0105;
 constexpr int SOME_TAGS = 4;
 constexpr t_time SLOW = 3 * SECOND;
-constexpr t_time SURELY_IN_TIME = 1500 * MILLISECOND;
 
 static void put_tag(std::string *frame, uint16_t type, const std::string &value)
 {
@@ -64,10 +63,7 @@ static bool serves(const t_neighbour &who, const std::string &connection)
 
 static t_found found(const t_neighbour &who, const std::string &connection)
 {
-    if (!serves(who, connection))
-        return t_found::never;
-    const bool is_sure = !has_trait(who, "slow") && !has_trait(who, "bare") && usual_delay(who) < SURELY_IN_TIME;
-    return is_sure ? t_found::at_once : t_found::doubtful;
+    return serves(who, connection) ? found_as_server(who, "bare") : t_found::never;
 }
 
 extern const t_neighbour_kind pppoe_server;
