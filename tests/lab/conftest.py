@@ -13,8 +13,9 @@ from pathlib import Path
 import pytest
 
 ROOT = Path(__file__).resolve().parent.parent.parent
-sys.path.insert(0, str(ROOT))
+sys.path[:0] = [str(ROOT), str(ROOT / "tests")]
 
+import skipped    # noqa: E402  pylint: disable=wrong-import-position
 from lab.front import EXIT_CANNOT_PLAY, find_programs    # noqa: E402  pylint: disable=wrong-import-position
 from lab.sanitizers import built_in    # noqa: E402  pylint: disable=wrong-import-position
 
@@ -224,9 +225,8 @@ def pytest_runtest_makereport(item, call):
 
 
 def pytest_terminal_summary(terminalreporter, config):
-    """What could not be tested here, which ./test.sh counts by these names, and what went wrong: last, where it is seen."""
-    for report in terminalreporter.stats.get("skipped", []):
-        terminalreporter.write_line(f"skipped: {report.nodeid}")
+    """What could not be tested here, and what went wrong: last, where it is seen."""
+    skipped.pytest_terminal_summary(terminalreporter)
     for report in terminalreporter.stats.get("error", []) + terminalreporter.stats.get("failed", []):
         told = str(report.longrepr).strip().splitlines() or [""]
         terminalreporter.write_line(f"failed: {report.nodeid}: {'; '.join(told[-MOST_TOLD_LINES:])}")

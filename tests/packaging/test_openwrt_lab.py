@@ -32,7 +32,7 @@ uci commit network
 install -m 755 {PACKAGE}/manager/wanlan_port_reload /sbin
 mkdir /run/manager && mkfifo /run/manager/ask /run/manager/answer
 sh {HERE}/manager.sh /run/manager </dev/null >/run/manager/log 2>&1 &
-mv /usr/sbin/ubus /usr/bin/ubus.real
+mv /usr/sbin/ubus /usr/sbin/ubus.real
 cat >/usr/sbin/ubus <<'END'
 #!/bin/sh
 case "$*" in

@@ -8,17 +8,30 @@ from pathlib import Path
 
 import pytest
 
+from lab.namespaces import ALL_USERS, users_here
+
 ROOT = Path(__file__).resolve().parent.parent.parent
 NOBODY = 65534
 LIMIT_S = 300    # only ends a wait for something that does not come
-AS_PLAIN_USER = ["setpriv", f"--reuid={NOBODY}", f"--regid={NOBODY}", "--clear-groups"] if os.geteuid() == 0 else []
+IS_ROOT = os.geteuid() == 0 and users_here() == ALL_USERS
 # As a container's root, who has most rights, but not those of an administrator.
 WITHOUT_RIGHTS = ["setpriv", "--bounding-set=-sys_admin,-net_admin"]
 # A machine of one's own, as far as mounts go.
 OWN_MOUNTS = ["unshare", "--mount", "sh", "-euc"]
 OWN_USERS = ["unshare", "--user", "--map-root-user"]
 
-needs_root = pytest.mark.skipif(os.geteuid() != 0, reason="only root makes chroots and containers")
+needs_root = pytest.mark.skipif(not IS_ROOT, reason="only root makes chroots and containers")
+
+
+def as_plain_user():
+    """What starts a command as one."""
+    if IS_ROOT:
+        return ["setpriv", f"--reuid={NOBODY}", f"--regid={NOBODY}", "--clear-groups"]
+    # The root of a plain user's namespace is that user again in one below it.
+    return ["unshare", "--user", "--map-user=1000", "--map-group=1000"] if os.geteuid() == 0 else []
+
+
+AS_PLAIN_USER = as_plain_user()
 
 
 def run(*command, cwd="/", **more):
@@ -39,7 +52,7 @@ def fixture_tree(request):
             if not path.name.endswith("_test") and path.is_file():
                 shutil.copy(path, copy / "programs")
         os.chmod(folder, 0o755)
-        if AS_PLAIN_USER:
+        if IS_ROOT:
             for path in [copy, *copy.rglob("*")]:
                 os.chown(path, NOBODY, NOBODY)
         yield copy
