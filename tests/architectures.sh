@@ -126,11 +126,13 @@ build_release() { # build_release NAME TARGET...: what runs on a machine of that
         cmake --build "$base/$1/release" -j "$jobs" --target "${@:2}" && emulate "$1" "$1/release"
 }
 
+# The others leave the processors to the one that has tests, too, and so takes longest.
 run_stage() {
     local name lanes=() failed=0
     for name in "${processors[@]}"; do
         stage_on "$name" >"$base/logs/stage-$name.log" 2>&1 &
         lanes+=($!)
+        [ "$name" = "$tested" ] || renice -n 10 $! >/dev/null
     done
     for name in "${!lanes[@]}"; do
         wait "${lanes[name]}" || { failed=1; tail -n 40 "$base/logs/stage-${processors[name]}.log"; echo "failed: ${processors[name]}"; }
