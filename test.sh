@@ -150,6 +150,7 @@ computing_lane() {
     step "build asan" build asan fuzz "${clang[@]}" "${quickly[@]}" \
         -DWAN_DETECT_FUZZ=ON -DWAN_DETECT_TESTS=ON -DWAN_DETECT_LAB=ON
     step "build tsan" build tsan tsan "${clang_tests[@]}" "${quickly[@]}"
+    [ "$what" = unit ] || ! after "build asan" || step "fuzz targets" tests/fuzz/replay.sh
     step "simulated lives" tests/simulate.sh --short
     quick_checks
     step "cppcheck" cppcheck_all
@@ -170,10 +171,7 @@ waiting_lane() {
         step "unit tests" unit release
         [ "$what" = unit ] || step "lab packages and users" packages_and_users
     fi
-    if after "build asan"; then
-        step "unit tests asan" unit fuzz
-        [ "$what" = unit ] || step "fuzz targets" tests/fuzz/replay.sh
-    fi
+    after "build asan" && step "unit tests asan" unit fuzz
     if after "build tsan"; then
         step "unit tests tsan" unit tsan
         step "a moved cable tsan" ./run.sh cable-move --build build/tsan
