@@ -177,7 +177,7 @@ uint32_t questions_last_hour(const t_device *dev)
 void note_answer(t_device *dev, const char *protocol, const t_detect_result &learned)
 {
     chronicle.counters.answers++;
-    if (!dev)
+    if (!dev || !dev->link_active) // whoever answered is not there any more
         return;
     dev->notes.answered_s = monotonic_s();
     if (!protocol)

@@ -137,7 +137,8 @@ void note_confirmation(bool agreed);
 void note_question(t_device *dev);
 
 // Somebody behind it answered, and this was learned. `protocol` is borrowed and never freed; null for an answer that
-// confirms an earlier one, which keeps what was learned then.
+// confirms an earlier one, which keeps what was learned then. It is counted, but not this port's, where the link went
+// meanwhile.
 void note_answer(t_device *dev, const char *protocol, const t_detect_result &learned = {});
 
 // Another host of the LAN is behind it; whoever looks for them sets their number to 0 first.

@@ -171,6 +171,7 @@ TEST_F(chronicle_notes, an_answer_that_confirms_keeps_what_was_learned)
 {
     t_detect_result learned = {};
     learned.gateway.ipv4_be = 7;
+    eth0->link_active = 1;
     note_answer(eth0, "dhcp", learned);
     wait_s(2);
     note_answer(eth0, nullptr);
@@ -180,6 +181,16 @@ TEST_F(chronicle_notes, an_answer_that_confirms_keeps_what_was_learned)
     EXPECT_EQ(eth0->notes.learned.gateway.ipv4_be, 7u);
     EXPECT_EQ(eth0->notes.answered_s, 1000u * MINUTE_S + 2);
     EXPECT_EQ(chronicle.counters.answers, 3u);
+}
+
+// holds: chronicle-wire
+TEST_F(chronicle_notes, an_answer_that_a_lost_link_leaves_in_the_socket_is_nobodys)
+{
+    eth0->link_active = 0;
+    note_answer(eth0, "dhcp", {});
+    EXPECT_EQ(eth0->notes.answer, nullptr);
+    EXPECT_EQ(eth0->notes.answered_s, 0u);
+    EXPECT_EQ(chronicle.counters.answers, 1u);
 }
 
 TEST_F(chronicle_notes, every_value_has_a_word_of_its_own)

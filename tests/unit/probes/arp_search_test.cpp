@@ -416,6 +416,7 @@ TEST_F(arp_port_search, finding_leaves_the_one_owner_of_an_address)
 {
     t_port_list ports = {&eth1, &eth2};
     answer_on({"eth2"});
+    eth2.link_active = 1;
     eth2.result.address.ipv4_be = ip("10.9.9.9"); // of an offer
     EXPECT_EQ(find_target_ip_and_device_with_arp(&ports.list, ip(TARGET)), 0);
     EXPECT_EQ(ports.names(), t_names{"eth2"});
