@@ -187,7 +187,9 @@ static bool is_tested_next(const t_cycle_note &cycle)
 static void tell_swap(t_bus_reply &reply, const t_cycle_note &cycle)
 {
     const bool is_there = cycle.swap == t_swap::done;
-    if (cycle.swap_status < 0)
+    if (cycle.swap == t_swap::called_off)
+        reply.element("The swap was called off: the WAN role was moved meanwhile, or it could not be read.");
+    else if (cycle.swap_status < 0)
         reply.element("The swap command did not end by itself.");
     else if (!is_there)
         reply.line("The swap command ended with status %d.", cycle.swap_status);

@@ -246,7 +246,7 @@ static void report_outcome(t_bus_reply &reply, const t_cycle_note &cycle)
     if (const t_device *winner = port_at(cycle.winner))
         reply.text("winner", winner->name);
     reply.text("swap", swap_word(cycle.swap));
-    if (cycle.swap != t_swap::not_needed && cycle.swap_status >= 0)
+    if ((cycle.swap == t_swap::done || cycle.swap == t_swap::failed) && cycle.swap_status >= 0)
         reply.number("swap_status", cycle.swap_status);
     if (cycle.confirmation != t_confirmation::unknown)
         reply.flag("confirmed", cycle.confirmation == t_confirmation::agreed);

@@ -39,10 +39,10 @@ void block_both_threads()
 }
 
 // Both block locks are held. The port was looked at before they were free: a switch that held them has moved the role
-// since, and the command would give it back.
-bool toggle_is_void()
+// since, or has found it moved, and the command would give it back.
+bool toggle_is_void(const t_device *dev)
 {
-    return engine_gate->combo_switch_blocked || !port_model.enable;
+    return engine_gate->combo_switch_blocked || !port_model.enable || !wan_role_is_at(dev->name);
 }
 
 // -1 for a command that was not started, or did not end by itself.
@@ -66,7 +66,7 @@ void toggle_combo_state(t_device *dev)
     {
         t_mutex_guard link_guard(engine_gate->locks.link_block_lock);
         t_mutex_guard combo_guard(engine_gate->locks.combo_block_lock);
-        if (toggle_is_void())
+        if (toggle_is_void(dev))
             return;
         uint8_t side = dev->sub_port;
         const char *old_side = sub_port_word(side);
@@ -117,7 +117,7 @@ void switch_wan_to_dev(t_device *dev, int force)
     {
         t_mutex_guard link_guard(engine_gate->locks.link_block_lock);
         t_mutex_guard combo_guard(engine_gate->locks.combo_block_lock);
-        if (!force && wan_role_left(current)) { // while a script was asked, or the locks were another's
+        if (!force && !wan_role_is_at(current)) { // since a script was asked, or the locks were another's
             LOG(Info, "The wan role is not at %s any more, whoever moved it keeps it!\n", current);
             return;
         }

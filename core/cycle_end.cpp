@@ -37,16 +37,24 @@ static bool may_still_be_given_to(const t_device *winner)
     return look_where_role_is() == t_role::unmoved || winner == port_model.wan_dev;
 }
 
+// Called off when the role was moved while a script was asked, or while the locks were another's.
+static void switch_to(t_device *winner)
+{
+    switch_wan_to_dev(winner, 0);
+    if (!engine.swap.is_new && winner != port_model.wan_dev)
+        look_where_role_is();
+}
+
 // The fake WAN port gives way before another port takes over, but only after it has become the real one itself.
 static void make_wan(t_device *winner)
 {
     if (winner == port_model.fake_wan) {
-        switch_wan_to_dev(winner, 0);
+        switch_to(winner);
         wan_detect_remove_fake_wan();
     } else {
         wan_detect_remove_fake_wan(); // takes its time when the ports are rebuilt
         if (may_still_be_given_to(winner))
-            switch_wan_to_dev(winner, 0);
+            switch_to(winner);
     }
 }
 
@@ -124,7 +132,7 @@ static void carry_out(t_device *winner)
     // Whoever moved the role keeps what he chose, also when it cannot be read just now, or is a port that is none of
     // ours.
     const t_device *now_wan = port_model.wan_dev;
-    if (!now_wan || wan_role_is_at(now_wan))
+    if (!now_wan || wan_role_is_at(now_wan->name))
         switch_wan_to_dev(port_model.wan_dev, 0);
 }
 

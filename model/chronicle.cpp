@@ -111,8 +111,8 @@ void note_cycle_ends(const t_device *winner)
         note->decision = t_decision::nobody;
     note->took_ms = static_cast<uint32_t>(std::max<int64_t>(milliseconds_since(note->begun), 1));
     note->winner = port_place(winner);
-    if (note->swap == t_swap::done && winner && winner != port_model.wan_dev)
-        note->swap = t_swap::failed;
+    if (winner && winner != port_model.wan_dev && note->decision != t_decision::wan_works)
+        note->swap = note->swap == t_swap::done ? t_swap::failed : t_swap::called_off;
     chronicle.counters.verdicts++;
 }
 

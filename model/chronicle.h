@@ -49,7 +49,8 @@ enum class t_decision : uint8_t {
     nobody,          // a step that had nothing to go on with
 };
 
-enum class t_swap : uint8_t { not_needed, done, failed }; // failed: the role is not where it was sent
+// Failed: the role is not where it was sent. Called off: the command was not started, and the role is not there either.
+enum class t_swap : uint8_t { not_needed, done, failed, called_off };
 
 enum class t_confirmation : uint8_t { unknown, agreed, disagreed }; // what the next cycle found after a swap
 

@@ -47,8 +47,9 @@ static_assert(count_of_texts(DECISIONS) == static_cast<size_t>(t_decision::nobod
 
 constexpr char SWAPS[] = "not_needed\0"
                          "done\0"
-                         "failed\0";
-static_assert(count_of_texts(SWAPS) == static_cast<size_t>(t_swap::failed) + 1);
+                         "failed\0"
+                         "called_off\0";
+static_assert(count_of_texts(SWAPS) == static_cast<size_t>(t_swap::called_off) + 1);
 
 constexpr char HINT_WORDS[] = "vlan\0"
                               "only_banned\0"

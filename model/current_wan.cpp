@@ -136,16 +136,10 @@ t_role look_at_role(t_port_model *model)
     return t_role::moved;
 }
 
-bool wan_role_is_at(const t_device *dev)
+bool wan_role_is_at(const char *port_name)
 {
     char name[NAME_SIZE];
-    return find_role_holder(name) && strcmp(name, dev->name) == 0;
-}
-
-bool wan_role_left(const char *port_name)
-{
-    char name[NAME_SIZE];
-    return find_role_holder(name) && strcmp(name, port_name) != 0;
+    return find_role_holder(name) && strcmp(name, port_name) == 0;
 }
 
 void update_wan_ipv4_protocol(t_port_model *model)

@@ -23,10 +23,9 @@ enum class t_role : unsigned char {
 // fails. Loop thread.
 t_role look_at_role(t_port_model *model);
 
-// True when the configuration gives the role to this port, or to another one; both false when it cannot be read. Says
-// nothing unless a read fails. Any thread.
-bool wan_role_is_at(const t_device *dev);
-bool wan_role_left(const char *port_name);
+// True when the configuration gives the role to this port; false also when it cannot be read. Says nothing unless a
+// read fails. Any thread.
+bool wan_role_is_at(const char *port_name);
 
 // Sets the current connection type and refreshes its secondary type and static addresses. A failure leaves all as it
 // was.

@@ -5,16 +5,21 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <climits>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <memory>
 #include <poll.h>
+#include <pthread.h>
 #include <sys/stat.h>
 #include <sys/sysinfo.h>
 #include <unistd.h>
 
 #include "platform/clock.h"
+#include "platform/guards.h"
 #include "platform/text.h"
 
 int log_level = LOG_LEVEL_Error;
@@ -22,6 +27,7 @@ int log_level = LOG_LEVEL_Error;
 constexpr const char *LOG_FILE = "/tmp/wan_detect.log";
 constexpr const char *CONSOLE = "/dev/console";
 constexpr int STANDARD_DESCRIPTORS = 3;
+constexpr size_t PREFIX_SIZE = 128;
 constexpr char LEVEL_WORDS[] = "\0\0Critical\0Error\0Warning\0Notice\0Info\0Debug\0";
 static_assert(count_of_texts(LEVEL_WORDS) == LOG_LEVEL_Debug + 1);
 
@@ -29,51 +35,121 @@ static_assert(count_of_texts(LEVEL_WORDS) == LOG_LEVEL_Debug + 1);
 enum class t_opening : uint8_t { when_asked, with_first_line, never };
 
 static std::atomic<t_opening> opening = t_opening::when_asked;
-static std::atomic<bool> stream_prepared;
-static std::atomic<bool> reader_is_deaf;
 static int console_fd = -1;
 static int saved_fds[STANDARD_DESCRIPTORS] = {-1, -1, -1};
 
-// A file or pipe as standard output would be buffered in blocks, and a reader of the log would see lines late and cut.
-static void prepare_stream()
+namespace {
+
+// Standard output, or standard error; one thread at a time. Whoever speaks is held up by no reader for longer than
+// LOG_WAIT_LIMIT_MS.
+class t_outlet {
+public:
+    explicit constexpr t_outlet(int standard_fd) : standard_fd_(standard_fd) {}
+    void put(const char *text, size_t size);
+    void leave_terminal();
+
+private:
+    int fd_of_line();
+    bool has_room(int fd);
+    size_t write_to(int fd, const char *text, size_t size);
+
+    const int standard_fd_;
+    int terminal_fd_ = -1;
+    dev_t terminal_ = 0;
+    bool reader_is_deaf_ = false;
+    bool line_was_cut_ = false;
+};
+
+constinit t_outlet output(STDOUT_FILENO);
+constinit t_outlet complaints(STDERR_FILENO);
+pthread_mutex_t turn = PTHREAD_MUTEX_INITIALIZER;
+
+void t_outlet::leave_terminal()
 {
-    if (stream_prepared)
-        return;
-    stream_prepared = true;
-    setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
+    if (terminal_fd_ != -1)
+        close(terminal_fd_);
+    terminal_fd_ = -1;
+}
+
+// A pipe with room has it for a whole line, and so has a socket. A terminal may have it for one byte, so there lines go
+// through a descriptor that does not wait; not the one that others share, who would not expect it.
+int t_outlet::fd_of_line()
+{
+    struct stat status = {};
+    if (fstat(standard_fd_, &status) != 0 || !S_ISCHR(status.st_mode))
+        return standard_fd_;
+    if (terminal_fd_ == -1 || status.st_rdev != terminal_) {
+        leave_terminal();
+        terminal_ = status.st_rdev;
+        const char *path = standard_fd_ == STDOUT_FILENO ? "/proc/self/fd/1" : "/proc/self/fd/2";
+        terminal_fd_ = open(path, O_WRONLY | O_NOCTTY | O_CLOEXEC | O_NONBLOCK);
+    }
+    return terminal_fd_ != -1 ? terminal_fd_ : standard_fd_;
 }
 
 // A pipe that a service manager reads no more, or a console that was told to wait, would hold up whoever speaks. Where
-// there is room at all there is room for a line, and where nobody can tell as well.
-static bool there_is_room()
+// nobody can tell there is room.
+bool t_outlet::has_room(int fd)
 {
-    pollfd out = {STDOUT_FILENO, POLLOUT, 0};
+    pollfd out = {fd, POLLOUT, 0};
     const t_time_stamp start = get_time_stamp();
-    int64_t left_ms = reader_is_deaf ? 0 : LOG_WAIT_LIMIT_MS;
+    int64_t left_ms = reader_is_deaf_ ? 0 : LOG_WAIT_LIMIT_MS;
     int ready = 0;
     while ((ready = poll(&out, 1, static_cast<int>(left_ms))) < 0 && errno == EINTR)
         left_ms = std::max<int64_t>(LOG_WAIT_LIMIT_MS - milliseconds_since(start), 0);
-    reader_is_deaf = ready == 0;
-    return !reader_is_deaf;
+    reader_is_deaf_ = ready == 0;
+    return !reader_is_deaf_;
 }
 
-namespace {
-
-// While one exists no other thread speaks.
-struct t_turn {
-    t_turn()
-    {
-        flockfile(stdout);
-        has_room = there_is_room();
+// How much was written; the rest has no room, or no reader ever.
+size_t t_outlet::write_to(int fd, const char *text, size_t size)
+{
+    size_t done = 0;
+    while (done < size && has_room(fd)) {
+        const ssize_t written = write(fd, text + done, std::min<size_t>(size - done, PIPE_BUF));
+        if (written > 0)
+            done += static_cast<size_t>(written);
+        else if (written == 0 || errno != EINTR)
+            break;
     }
-    ~t_turn() { funlockfile(stdout); }
-    t_turn(const t_turn &) = delete;
-    t_turn &operator=(const t_turn &) = delete;
+    return done;
+}
 
-    bool has_room;
+void t_outlet::put(const char *text, size_t size)
+{
+    const int fd = fd_of_line();
+    if (line_was_cut_ && write_to(fd, "\n", 1) == 0)
+        return;
+    const size_t written = write_to(fd, text, size);
+    line_was_cut_ = written > 0 ? written < size : line_was_cut_;
+}
+
+struct t_free {
+    void operator()(char *text) const { free(text); }
 };
 
 } // namespace
+
+// `format` may end the line; without memory for one that is longer than LOG_LINE_SIZE it is cut.
+static void put_line(t_outlet *outlet, const char *prefix, const char *format, va_list arguments)
+{
+    char line[LOG_LINE_SIZE];
+    const size_t start = bounded_copy(line, prefix, sizeof line);
+    va_list again;
+    va_copy(again, arguments);
+    const int wanted = vsnprintf(line + start, sizeof line - start, format, arguments);
+    const size_t size = start + static_cast<size_t>(std::max(wanted, 0));
+    const std::unique_ptr<char, t_free> longer(size < sizeof line ? nullptr : static_cast<char *>(malloc(size + 1)));
+    if (longer) {
+        bounded_copy(longer.get(), prefix, size + 1);
+        vsnprintf(longer.get() + start, size + 1 - start, format, again);
+    } else if (size >= sizeof line) {
+        line[sizeof line - 2] = '\n';
+    }
+    va_end(again);
+    t_mutex_guard speaking(turn);
+    outlet->put(longer ? longer.get() : line, longer ? size : std::min(size, sizeof line - 1));
+}
 
 // Whatever stands at that path: a pipe that nobody reads, or a line without a carrier, does not hold the caller up.
 static int open_for_writing(const char *path, int flags = 0)
@@ -119,15 +195,12 @@ void log_say(t_log_place place, const char *function, const char *format, ...)
         return;
     if (opening == t_opening::with_first_line)
         log_open();
-    prepare_stream();
-    const long uptime = log_uptime();
-    const t_turn turn;
-    if (!turn.has_room)
-        return;
+    char prefix[PREFIX_SIZE];
+    snprintf(prefix, sizeof prefix, "[wan_detect][%s][%ld][%s:%d]: ", text_at(LEVEL_WORDS, place.level), log_uptime(),
+             function, place.line);
     va_list arguments;
     va_start(arguments, format);
-    printf("[wan_detect][%s][%ld][%s:%d]: ", text_at(LEVEL_WORDS, place.level), uptime, function, place.line);
-    vprintf(format, arguments);
+    put_line(&output, prefix, format, arguments);
     va_end(arguments);
 }
 
@@ -138,15 +211,18 @@ void log_enter(uint16_t line, const char *function)
 
 void log_print_always(const char *format, ...)
 {
-    prepare_stream();
-    const t_turn turn;
-    if (!turn.has_room)
-        return;
     va_list arguments;
     va_start(arguments, format);
-    vprintf(format, arguments);
+    put_line(&output, "", format, arguments);
     va_end(arguments);
-    fflush(stdout);
+}
+
+void log_complain(const char *format, ...)
+{
+    va_list arguments;
+    va_start(arguments, format);
+    put_line(&complaints, "", format, arguments);
+    va_end(arguments);
 }
 
 long log_uptime()
@@ -154,7 +230,7 @@ long log_uptime()
     struct sysinfo info = {};
     if (sysinfo(&info) == 0)
         return info.uptime;
-    fprintf(stderr, "Failed to get sysinfo, errno:%u, reason:%s\n", static_cast<unsigned>(errno), strerror(errno));
+    log_complain("Failed to get sysinfo, errno:%u, reason:%s\n", static_cast<unsigned>(errno), strerror(errno));
     return -1;
 }
 
@@ -173,11 +249,9 @@ void log_open()
     if (console_fd != -1 || opening == t_opening::never)
         return;
     opening = t_opening::when_asked;
-    prepare_stream();
     console_fd = above_standard_descriptors(open_destination());
     if (console_fd == -1)
         return;
-    fflush(stdout);
     for (int fd = 0; fd < STANDARD_DESCRIPTORS; fd++) {
         saved_fds[fd] = fcntl(fd, F_DUPFD_CLOEXEC, STANDARD_DESCRIPTORS);
         // dup2 closes the old one itself; closed by hand, its number could go to another thread's socket meanwhile.
@@ -188,7 +262,9 @@ void log_open()
 void log_close()
 {
     log_set_level(LOG_LEVEL_NONE);
-    fflush(stdout);
+    t_mutex_guard speaking(turn);
+    output.leave_terminal();
+    complaints.leave_terminal();
     for (int fd = 0; fd < STANDARD_DESCRIPTORS; fd++) {
         if (saved_fds[fd] == -1)
             continue;

@@ -5,6 +5,7 @@
 #include <cstdint>
 
 constexpr int LOG_WAIT_LIMIT_MS = 1000;
+constexpr int LOG_LINE_SIZE = 512; // longer lines take memory, and are cut where there is none
 
 // Syslog numbering. The enumerator's name is the word in a line's prefix.
 enum t_log_level : int {
@@ -66,8 +67,10 @@ void log_say(t_log_place place, const char *function, const char *format, ...) _
 // The line of a function that announces itself.
 void log_enter(uint16_t line, const char *function);
 
-// Writes to standard output whatever the level, and flushes. For the few lines that bypass it.
+// Writes a line without a prefix to standard output whatever the level, or to standard error. For the few lines that
+// bypass it.
 void log_print_always(const char *format, ...) __attribute__((format(printf, 1, 2)));
+void log_complain(const char *format, ...) __attribute__((format(printf, 1, 2)));
 
 // System uptime in whole seconds; -1 when the kernel does not tell.
 long log_uptime();

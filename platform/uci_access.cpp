@@ -128,6 +128,5 @@ t_uci_package::~t_uci_package()
 
 void t_uci_package::tell_error() const
 {
-    fflush(stdout); // where the line stands to which this belongs
-    fprintf(stderr, "%s: %s\n", name_, error_text(error_));
+    log_complain("%s: %s\n", name_, error_text(error_));
 }

@@ -233,7 +233,7 @@ int _uci_get_state_value(const char *package, const char *section, const char *o
     }
     const t_uci_context_guard context = open_uci_context();
     if (!context || uci_set_savedir(context.get(), STATE_DIR) != UCI_OK) {
-        puts("ntp failed: uci_alloc_context failed.");
+        log_print_always("%s\n", "ntp failed: uci_alloc_context failed.");
         return UCI_ACCESS_FAILED;
     }
     t_target target = {};

@@ -42,6 +42,7 @@ static const char WORDS[] =
     "not_needed\0\0"
     "done\0; swapped\0"
     "failed\0; the swap failed\0"
+    "called_off\0; the swap was called off\0"
     // what to set right
     "vlan\0asked untagged, but the WAN interface is on a VLAN\0"
     "only_banned\0the only port that answered is banned\0"

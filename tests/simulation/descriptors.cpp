@@ -85,7 +85,11 @@ namespace {
 
 struct t_output : t_description {
     ssize_t read(void *, size_t) override { return 0; }
-    ssize_t write(const void *, size_t size) override { return static_cast<ssize_t>(size); }
+    ssize_t write(const void *data, size_t size) override
+    {
+        print(std::string(static_cast<const char *>(data), size).c_str());
+        return static_cast<ssize_t>(size);
+    }
     short readiness() const override { return POLLOUT; }
     const char *kind() const override { return "output"; }
 };

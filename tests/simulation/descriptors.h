@@ -41,6 +41,9 @@ const char *kind_of_descriptor(int fd); // null when it is not open
 // Descriptors 0 to 2, which lead to the event log.
 void open_standard_descriptors();
 
+// What the daemon prints, line by line into the event log; returns its length.
+int print(const char *text);
+
 // What the end of a pipe that belongs to a command does: text to be read, then the end.
 t_description_ref make_pipe_writer_of(int write_fd);
 void write_to_pipe(const t_description_ref &writer, const char *text);

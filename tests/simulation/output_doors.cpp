@@ -5,6 +5,7 @@
 #include <string>
 
 #include "tests/simulation/checks.h"
+#include "tests/simulation/descriptors.h"
 #include "tests/simulation/door.h"
 
 using namespace sim;
@@ -18,7 +19,7 @@ static bool is_output(FILE *stream)
     return inside && (stream == stdout || stream == stderr);
 }
 
-static int print(const char *text)
+int sim::print(const char *text)
 {
     std::string &line = line_of_thread[self().number];
     int length = 0;

@@ -166,6 +166,7 @@ TEST_F(thread_pauses, a_toggle_sleeps_1_ms_before_it_lets_the_threads_go_on)
 {
     expect_short_pauses_under_both_locks();
     dev("eth2")->is_combo = 1;
+    write_switch_config(5, 2);
     toggle_combo_state(dev("eth2"));
     EXPECT_EQ(recorded_pauses.short_ones(), t_pauses{1});
 }

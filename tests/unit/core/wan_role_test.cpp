@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "core/wan_role.h"
 
+#include <chrono>
 #include <filesystem>
 #include <functional>
+#include <thread>
 
 #include "core/background.h"
 #include "core/combo_switch.h"
@@ -400,6 +402,50 @@ TEST_F(wan_role, moved_while_the_sides_of_a_combo_port_were_read_is_not_taken_ba
     t_combo_state state = {};
     wan_combo_auto_switch(&state);
     EXPECT_EQ(swaps(), 0);
+}
+
+// holds: toggle-gives-nothing-back
+TEST_F(wan_role, moved_while_a_toggle_waited_for_the_locks_is_not_taken_back)
+{
+    write_switch_config(5, 0, "", 0);
+    dev("eth0")->is_combo = 1;
+    fake_router.outputs["/etc/wan_detect/get_combo_state.sh port0"] = "{\"phy\":false,\"sfp\":true,\"serdes\":\"phy\"}";
+    pthread_mutex_lock(&engine_gate->locks.combo_block_lock);
+    std::thread switching([] {
+        t_combo_state state = {};
+        wan_combo_auto_switch(&state);
+    });
+    while (pthread_mutex_trylock(&engine_gate->locks.link_block_lock) == 0) {
+        pthread_mutex_unlock(&engine_gate->locks.link_block_lock);
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    move_role(3);
+    pthread_mutex_unlock(&engine_gate->locks.combo_block_lock);
+    switching.join();
+    EXPECT_EQ(swaps(), 0);
+}
+
+// holds: role-moves-before-swap
+TEST_F(wan_role, moved_in_the_middle_of_a_switch_calls_it_off_and_eases_the_pauses)
+{
+    dev("eth2")->is_combo = 1;
+    plug({"eth2", "eth3"});
+    fake_probes.dhcp_ports = {"eth2"};
+    open_cycle();
+    run_until_end();
+    ASSERT_EQ(engine.result_dev, dev("eth2"));
+    engine.retry.next_s = 240;     // after looks in vain
+    engine.swap.dev = dev("eth1"); // that nobody could test
+    fake_router.on_capture = [](const std::string &command) {
+        if (command.find("get_combo_state") != std::string::npos)
+            move_role(3);
+    };
+    fire(engine.end);
+    EXPECT_EQ(swaps(), 0);
+    EXPECT_EQ(port_model.wan_dev, dev("eth3"));
+    EXPECT_EQ(newest_cycle()->swap, t_swap::called_off);
+    EXPECT_EQ(engine.swap.dev, nullptr);
+    EXPECT_EQ(armed(engine.look_again), 30000);
 }
 
 } // namespace

@@ -10,6 +10,8 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <pty.h>
 #include <sys/mman.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
@@ -22,6 +24,7 @@
 #include "platform/clock.h"
 #include "platform/guards.h"
 #include "platform/log.h"
+#include "tests/unit/support/failing_memory.h"
 #include "tests/unit/support/own_place.h"
 #include "tests/unit/support/sandbox.h"
 
@@ -531,18 +534,18 @@ namespace {
 // Standard output as a pipe that nobody reads.
 class t_unread_pipe {
 public:
-    t_unread_pipe() : saved_(dup(STDOUT_FILENO))
+    explicit t_unread_pipe(int place = STDOUT_FILENO) : place_(place), saved_(dup(place))
     {
         fflush(stdout);
         EXPECT_EQ(pipe2(ends_, O_CLOEXEC | O_NONBLOCK), 0);
-        dup2(ends_[1], STDOUT_FILENO);
-        log_print_always("nobody is deaf yet\n");
+        dup2(ends_[1], place_);
+        (place == STDOUT_FILENO ? log_print_always : log_complain)("nobody is deaf yet\n");
         read_all();
     }
     ~t_unread_pipe()
     {
         fflush(stdout);
-        dup2(saved_, STDOUT_FILENO);
+        dup2(saved_, place_);
         for (int fd : {saved_, ends_[0], ends_[1]})
             close(fd);
     }
@@ -567,8 +570,51 @@ public:
     }
 
 private:
+    int place_;
     int saved_;
     int ends_[2] = {-1, -1};
+};
+
+// Standard output as a terminal whose window nobody reads.
+class t_unread_terminal {
+public:
+    t_unread_terminal() : saved_(dup(STDOUT_FILENO))
+    {
+        int inner = -1;
+        EXPECT_EQ(openpty(&window_, &inner, nullptr, nullptr, nullptr), 0);
+        fcntl(window_, F_SETFL, O_RDWR | O_NONBLOCK);
+        fflush(stdout);
+        dup2(inner, STDOUT_FILENO);
+        close(inner);
+    }
+    ~t_unread_terminal()
+    {
+        log_close();
+        dup2(saved_, STDOUT_FILENO);
+        close(saved_);
+        close(window_);
+    }
+    t_unread_terminal(const t_unread_terminal &) = delete;
+    t_unread_terminal &operator=(const t_unread_terminal &) = delete;
+
+    // What was written comes a moment later, through the kernel's own worker.
+    std::string read_all() const
+    {
+        std::string text;
+        char part[4096];
+        pollfd some = {window_, POLLIN, 0};
+        while (poll(&some, 1, 200) > 0) {
+            const ssize_t got = read(window_, part, sizeof part);
+            if (got <= 0)
+                break;
+            text.append(part, static_cast<size_t>(got));
+        }
+        return text;
+    }
+
+private:
+    int saved_;
+    int window_ = -1;
 };
 
 int64_t milliseconds_of(const std::function<void()> &act)
@@ -597,6 +643,66 @@ TEST(log, a_reader_that_reads_no_more_is_waited_for_once_and_then_loses_lines_un
     EXPECT_EQ(pipe.read_all().find("lost"), std::string::npos);
     LOG(Error, "heard again\n");
     EXPECT_NE(pipe.read_all().find("]: heard again\n"), std::string::npos);
+}
+
+// holds: log-reader-deaf
+TEST(log, a_terminal_that_nobody_reads_holds_nobody_up_and_is_written_to_again)
+{
+    log_set_level(LOG_LEVEL_Debug);
+    t_unread_terminal terminal;
+    const std::string body(100, 'x');
+    const int64_t took_ms = milliseconds_of([&body] {
+        for (int i = 0; i < 5000; i++) // no terminal has room for as much
+            LOG(Error, "%s\n", body.c_str());
+    });
+    EXPECT_LT(took_ms, 3 * LOG_WAIT_LIMIT_MS);
+    EXPECT_NE(terminal.read_all().find(body), std::string::npos);
+    LOG(Error, "heard again\n");
+    const std::string heard = terminal.read_all();
+    const size_t line = heard.find("[wan_detect]");
+    ASSERT_NE(line, std::string::npos);
+    EXPECT_TRUE(line == 0 || heard[line - 1] == '\n') << heard;
+    EXPECT_NE(heard.find("]: heard again"), std::string::npos);
+    EXPECT_EQ(fcntl(STDOUT_FILENO, F_GETFL) & O_NONBLOCK, 0) << "others share that descriptor";
+}
+
+// holds: log-reader-deaf
+TEST(log, what_it_complains_of_in_vain_holds_nobody_up)
+{
+    t_unread_pipe pipe(STDERR_FILENO);
+    pipe.fill();
+    const int64_t first_ms = milliseconds_of([] { log_complain("lost\n"); });
+    const int64_t others_ms = milliseconds_of([] {
+        for (int i = 0; i < 100; i++)
+            log_complain("lost, too\n");
+    });
+    EXPECT_GE(first_ms, LOG_WAIT_LIMIT_MS);
+    EXPECT_LT(others_ms, LOG_WAIT_LIMIT_MS);
+    EXPECT_EQ(pipe.read_all().find("lost"), std::string::npos);
+    log_complain("heard again\n");
+    EXPECT_EQ(pipe.read_all(), "heard again\n");
+}
+
+TEST(log, a_long_line_is_said_whole)
+{
+    log_set_level(LOG_LEVEL_Debug);
+    t_unread_pipe pipe;
+    const std::string body(20 * LOG_LINE_SIZE, 'x');
+    LOG(Error, "%s\n", body.c_str());
+    EXPECT_NE(pipe.read_all().find("]: " + body + "\n"), std::string::npos);
+}
+
+TEST(log, a_long_line_that_gets_no_memory_is_cut_and_is_a_line_all_the_same)
+{
+    log_set_level(LOG_LEVEL_Debug);
+    t_unread_pipe pipe;
+    {
+        const t_memory_shortage shortage;
+        log_print_always("%*s\n", 2 * LOG_LINE_SIZE, "");
+    }
+    const std::string line = pipe.read_all();
+    EXPECT_EQ(line.size(), size_t{LOG_LINE_SIZE} - 1);
+    EXPECT_EQ(line.find('\n'), line.size() - 1);
 }
 
 // holds: log-reader-deaf

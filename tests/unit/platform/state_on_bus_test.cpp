@@ -225,6 +225,7 @@ TEST_F(state_on_bus, tells_who_subscribed_what_happens)
     announce_cycle(true);
     note_fate(eth1, t_fate::won);
     note_decision(t_decision::only_answer);
+    port_model.wan_dev = eth1;
     note_cycle_ends(eth1);
     newest_cycle()->took_ms = 2800;
     announce_verdict();

@@ -219,17 +219,30 @@ TEST_F(state_reasons, of_the_wan_port_tell_whether_it_worked)
 TEST_F(state_reasons, of_a_winner_tell_how_it_won)
 {
     int number = 0;
+    port_model.wan_dev = eth1;
     const auto expect = [&](t_decision decision, const std::string &reason) {
         add_cycle(decision, eth1);
         note_fate(eth1, t_fate::won);
-        EXPECT_EQ(explain("eth1"),
-                  "Cycle " + std::to_string(++number) + ", begun 0 s ago: eth1 won, for " + reason + ".");
+        EXPECT_EQ(explain("eth1"), "eth1 is the WAN port.\nCycle " + std::to_string(++number) +
+                                       ", begun 0 s ago: eth1 won, for " + reason + ".");
     };
     expect(t_decision::only_answer, "it was the only port that answered");
     expect(t_decision::only_gateway, "the gateway answered behind it alone");
     expect(t_decision::name_server, "the name server behind it answered first");
     expect(t_decision::priority, "of several that were as good it comes first in the order of the ports");
     expect(t_decision::nobody, "nobody else was left");
+}
+
+// holds: state-reasons
+TEST_F(state_reasons, of_a_winner_tell_that_its_swap_was_called_off)
+{
+    port_model.wan_dev = eth0;
+    add_cycle(t_decision::only_answer, eth1);
+    note_fate(eth1, t_fate::won);
+    EXPECT_EQ(explain("eth1"), "Cycle 1, begun 0 s ago: eth1 won, for it was the only port that answered.\n"
+                               "The swap was called off: the WAN role was moved meanwhile, or it could not be read.\n"
+                               "The WAN role is not there.");
+    EXPECT_EQ(newest_cycle()->swap, t_swap::called_off);
 }
 
 // holds: state-reasons

@@ -27,6 +27,12 @@ protected:
     {
         write_program("/etc/wan_detect/get_combo_state.sh", "#!/bin/sh\necho '" + text + "'\n");
     }
+    // As the combo switch does it, with the port that has the role.
+    void toggle()
+    {
+        configure_wan(combo->name);
+        toggle_combo_state(combo);
+    }
     static std::string swaps() { return calls_of("network_lanwan_swap"); }
 
     bool is_taken(pthread_mutex_t &lock)
@@ -142,6 +148,19 @@ TEST_F(wan_switch, leaves_the_role_where_somebody_put_it_while_a_combo_port_was_
 }
 
 // holds: role-moves-before-swap
+TEST_F(wan_switch, takes_no_role_that_is_no_ports_any_more_or_cannot_be_read)
+{
+    for (const char *what_happens : {"sed -i s/eth0/wwan0/ /etc/config/switch", "rm /etc/config/switch"}) {
+        configure_wan("eth0");
+        write_program("/etc/wan_detect/get_combo_state.sh",
+                      std::string("#!/bin/sh\n") + what_happens +
+                          "\necho '{\"phy\":true,\"sfp\":false,\"serdes\":\"phy\"}'\n");
+        switch_wan_to_dev(combo, 0);
+        EXPECT_EQ(swaps(), "") << what_happens;
+    }
+}
+
+// holds: role-moves-before-swap
 TEST_F(wan_switch, takes_no_role_that_moved_while_it_waited_for_the_locks)
 {
     pthread_mutex_lock(&gate.locks.combo_block_lock);
@@ -247,13 +266,13 @@ TEST_F(wan_switch, takes_the_link_lock_before_the_combo_lock)
 
 TEST_F(wan_switch, a_toggle_takes_the_link_lock_before_the_combo_lock)
 {
-    EXPECT_TRUE(takes_the_link_lock_first([this] { toggle_combo_state(combo); }));
+    EXPECT_TRUE(takes_the_link_lock_first([this] { toggle(); }));
 }
 
 // holds: switch-locks
 TEST_F(wan_switch, a_toggle_holds_both_locks_while_the_command_runs)
 {
-    EXPECT_TRUE(holds_both_locks_while_the_command_runs([this] { toggle_combo_state(combo); }));
+    EXPECT_TRUE(holds_both_locks_while_the_command_runs([this] { toggle(); }));
     EXPECT_TRUE(both_blocked());
     EXPECT_TRUE(none_taken());
 }
@@ -262,7 +281,7 @@ TEST_F(wan_switch, a_toggle_moves_a_combo_port_from_copper_to_sfp)
 {
     combo->phy_link = 1;
     combo_says(R"({"phy":true,"sfp":true,"serdes":"sfp"})");
-    toggle_combo_state(combo);
+    toggle();
     EXPECT_EQ(swaps(), "set port5 sfp\n");
     EXPECT_TRUE(both_blocked());
     EXPECT_TRUE(engine.detections.empty());
@@ -280,7 +299,7 @@ TEST_F(wan_switch, a_toggle_moves_a_combo_port_from_sfp_to_copper)
 {
     combo->sub_port = SUB_PORT_SFP;
     combo->sfp_link = 1;
-    toggle_combo_state(combo);
+    toggle();
     EXPECT_EQ(swaps(), "set port5 phy\n");
     EXPECT_TRUE(log.has("Notice", "toggle_combo_state",
                         "Toggle combo eth5 state, phy down, sfp up, serdes was using sfp, success switch it to phy!"));
@@ -289,7 +308,7 @@ TEST_F(wan_switch, a_toggle_moves_a_combo_port_from_sfp_to_copper)
 TEST_F(wan_switch, a_toggle_reads_the_state_of_the_port_anew_at_its_end)
 {
     combo_says(R"({"phy":false,"sfp":true,"serdes":"sfp"})");
-    toggle_combo_state(combo);
+    toggle();
     EXPECT_EQ(combo->sub_port, SUB_PORT_SFP);
     EXPECT_EQ(combo->sfp_link, 1);
 }
@@ -298,7 +317,7 @@ TEST_F(wan_switch, a_toggle_reads_the_state_of_the_port_anew_at_its_end)
 TEST_F(wan_switch, a_toggle_that_waited_for_the_locks_does_not_undo_the_switch_that_held_them)
 {
     pthread_mutex_lock(&gate.locks.link_block_lock);
-    std::thread toggling([this] { toggle_combo_state(combo); });
+    std::thread toggling([this] { toggle(); });
     std::this_thread::sleep_for(20ms);
     gate.link_trigger_blocked = gate.combo_switch_blocked = 1; // as a switch leaves them
     pthread_mutex_unlock(&gate.locks.link_block_lock);
@@ -311,7 +330,7 @@ TEST_F(wan_switch, a_toggle_that_waited_for_the_locks_does_not_undo_the_switch_t
 TEST_F(wan_switch, a_toggle_that_waited_for_the_locks_does_nothing_once_detection_is_off)
 {
     port_model.enable = 0;
-    toggle_combo_state(combo);
+    toggle();
     EXPECT_EQ(swaps(), "");
     EXPECT_TRUE(none_blocked());
 }
