@@ -154,8 +154,9 @@ int config_parser::read_command()
 {
     size_t start = reader_.byte();
     const char *keyword = reader_.take_keyword();
+    // In full, or its first letter.
     auto is = [keyword](const char *name) {
-        return keyword != nullptr && (strcmp(keyword, name) == 0 || (keyword[0] == name[0] && keyword[1] == '\0'));
+        return keyword != nullptr && keyword[0] == name[0] && (keyword[1] == '\0' || strcmp(keyword, name) == 0);
     };
     if (is("package"))
         return read_package();

@@ -149,8 +149,15 @@ template <typename reader_type> int read_whole(file_text *text, reader_type read
 
 char *join_path(const char *directory, const char *name)
 {
-    char *path = nullptr;
-    return asprintf(&path, "%s/%s", directory, name) < 0 ? nullptr : path;
+    const size_t length = strlen(directory);
+    const size_t size = strlen(name) + 1;
+    auto *path = static_cast<char *>(malloc(length + 1 + size));
+    if (path == nullptr)
+        return nullptr;
+    memcpy(path, directory, length);
+    path[length] = '/';
+    memcpy(path + length + 1, name, size);
+    return path;
 }
 
 int open_shared(const char *path, scoped_fd *fd)

@@ -6,10 +6,41 @@
 
 #include <uci.h>
 
+#include <array>
+#include <climits>
 #include <cstdlib>
 #include <cstring>
 
 namespace uci_impl {
+
+namespace {
+
+// Bytes that mean something in an unquoted word; the final NUL of a line is one of them.
+constexpr std::array<bool, UCHAR_MAX + 1> ends_plain_run = [] {
+    std::array<bool, UCHAR_MAX + 1> ends = {};
+    for (unsigned char c : {'\0', '\n', ' ', '\t', '\r', '\v', '\f', '#', ';', '\'', '"', '\\'})
+        ends[c] = true;
+    return ends;
+}();
+
+size_t plain_run(const char *text)
+{
+    const char *end = text;
+    while (!ends_plain_run[static_cast<unsigned char>(*end)])
+        end++;
+    return static_cast<size_t>(end - text);
+}
+
+// Within quotes only the closing one means something, and in double quotes the backslash.
+size_t quoted_run(const char *text, size_t size, char quote)
+{
+    if (const void *end = memchr(text, quote, size))
+        size = static_cast<size_t>(static_cast<const char *>(end) - text);
+    const void *escape = quote == '"' ? memchr(text, '\\', size) : nullptr;
+    return escape != nullptr ? static_cast<size_t>(static_cast<const char *>(escape) - text) : size;
+}
+
+} // namespace
 
 line_reader::~line_reader()
 {
@@ -127,10 +158,24 @@ int line_reader::read_word(size_t *word)
     return UCI_OK;
 }
 
+// Takes bytes that stand for themselves. A word without quotes and escapes is where it belongs already.
+void line_reader::take_run(size_t size, size_t *out)
+{
+    if (*out != pos_)
+        memmove(line_ + *out, line_ + pos_, size);
+    pos_ += size;
+    *out += size;
+}
+
 int line_reader::read_pieces(size_t *out)
 {
     bool unquoted = false; // the last piece of the word
     while (pos_ < length_) {
+        if (const size_t size = plain_run(line_ + pos_)) {
+            take_run(size, out);
+            unquoted = true;
+            continue;
+        }
         char c = line_[pos_++];
         if (is_blank(c))
             return UCI_OK;
@@ -153,13 +198,9 @@ int line_reader::read_pieces(size_t *out)
             unquoted = false;
             rc = read_quoted(c, out);
             break;
-        case '\\':
+        default: // a backslash
             unquoted = true;
             rc = read_escaped(out);
-            break;
-        default:
-            unquoted = true;
-            line_[(*out)++] = c;
             break;
         }
         if (rc != UCI_OK)
@@ -186,25 +227,21 @@ int line_reader::read_escaped(size_t *out)
 int line_reader::read_quoted(char quote, size_t *out)
 {
     for (;;) {
-        while (pos_ == length_) {
-            int rc = append_line();
+        take_run(quoted_run(line_ + pos_, length_ - pos_, quote), out);
+        int rc = UCI_OK;
+        if (pos_ == length_) {
+            rc = append_line();
             if (rc == UCI_ERR_NOTFOUND) {
                 reason_ = quote == '\'' ? "EOF with unterminated '" : "EOF with unterminated \"";
                 return UCI_ERR_PARSE;
             }
-            if (rc != UCI_OK)
-                return rc;
-        }
-        char c = line_[pos_++];
-        if (c == quote)
+        } else if (line_[pos_++] == quote) {
             return UCI_OK;
-        if (c == '\\' && quote == '"') {
-            int rc = read_escaped(out);
-            if (rc != UCI_OK)
-                return rc;
-            continue;
+        } else {
+            rc = read_escaped(out);
         }
-        line_[(*out)++] = c;
+        if (rc != UCI_OK)
+            return rc;
     }
 }
 

@@ -48,6 +48,7 @@ private:
     enum class end_of_word { none, command, line };
 
     int append_line();
+    void take_run(size_t size, size_t *out);
     int read_quoted(char quote, size_t *out);
     int read_escaped(size_t *out);
     int read_pieces(size_t *out);

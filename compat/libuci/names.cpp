@@ -4,7 +4,8 @@
 
 #include <uci.h>
 
-#include <cstdio>
+#include <array>
+#include <climits>
 #include <cstring>
 
 namespace uci_impl {
@@ -17,10 +18,20 @@ constexpr unsigned char first_printable = 32;
 constexpr uint32_t hash_start = 5381;
 constexpr uint32_t hash_factor = 33;
 constexpr uint32_t hash_mask = 0xffff;
+constexpr int bits_of_digit = 4;
+constexpr int most_hex_digits = 8;
+
+// Every option of every package has its name looked at, so it is looked up.
+constexpr std::array<bool, UCHAR_MAX + 1> name_chars = [] {
+    std::array<bool, UCHAR_MAX + 1> chars = {};
+    for (unsigned c = 0; c < chars.size(); c++)
+        chars[c] = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
+    return chars;
+}();
 
 bool is_name_char(char c)
 {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
+    return name_chars[static_cast<unsigned char>(c)];
 }
 
 bool is_graphic(char c)
@@ -37,6 +48,16 @@ template <typename test_type> bool all_of_text(const char *text, test_type test)
             return false;
     }
     return true;
+}
+
+// In lower case, with leading zeros up to so many digits.
+char *put_hex(char *out, uint32_t value, int digits)
+{
+    while (digits < most_hex_digits && value >> (bits_of_digit * digits) != 0)
+        digits++;
+    while (digits-- > 0)
+        *out++ = "0123456789abcdef"[value >> (bits_of_digit * digits) & 0xf];
+    return out;
 }
 
 } // namespace
@@ -61,17 +82,14 @@ bool is_valid_package_line(const char *text)
     return is_valid_package(text) && strpbrk(text, "./") == nullptr;
 }
 
-bool is_blank(char c)
-{
-    return c == ' ' || c == '\t' || c == '\r' || c == '\v' || c == '\f';
-}
-
 void make_anonymous_name(char (&name)[anonymous_name_size], int number, const char *type)
 {
     uint32_t hash = hash_start;
     for (const char *c = type; *c != '\0'; ++c)
         hash = hash * hash_factor + static_cast<unsigned char>(*c);
-    snprintf(name, sizeof(name), "cfg%02x%04x", static_cast<unsigned>(number), hash & hash_mask);
+    memcpy(name, "cfg", 3);
+    char *end = put_hex(name + 3, static_cast<uint32_t>(number), 2);
+    *put_hex(end, hash & hash_mask, 4) = '\0';
 }
 
 } // namespace uci_impl

@@ -16,7 +16,10 @@ bool is_valid_package(const char *text);
 bool is_valid_package_line(const char *text);
 
 // White space that separates words; the end of a line is not among it.
-bool is_blank(char c);
+inline bool is_blank(char c)
+{
+    return c == ' ' || (c >= '\t' && c <= '\r' && c != '\n');
+}
 
 constexpr size_t anonymous_name_size = 32; // bytes, with the final NUL
 

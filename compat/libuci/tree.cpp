@@ -90,7 +90,7 @@ uci_element *find_element(uci_list *list, const char *name)
     uci_element *e = nullptr;
     uci_foreach_element(list, e)
     {
-        if (strcmp(e->name, name) == 0)
+        if (e->name[0] == name[0] && strcmp(e->name, name) == 0)
             return e;
     }
     return nullptr;
