@@ -4,8 +4,6 @@
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
-#include <linux/futex.h>
-#include <sys/syscall.h>
 
 #include "tests/simulation/checks.h"
 #include "tests/simulation/event_log.h"
@@ -19,7 +17,7 @@ namespace sim {
 constexpr t_time COST_OF_A_DOOR = MICROSECOND;     // so that whoever polls the clock comes to an end
 constexpr int MOST_DOORS_WITHOUT_REST = 1'000'000; // a second in which somebody always wanted to run
 
-thread_local bool inside = false;
+constinit thread_local bool inside = false;
 t_time life_limit = NEVER;
 unsigned switch_rate = 0;
 uint64_t life_seed = 0;
@@ -31,7 +29,6 @@ bool in_world = false;
 static int doors_since_jump = 0;
 static t_thread threads[MOST_THREADS];
 static int threads_started = 0;
-static t_thread *running = nullptr;
 static thread_local t_thread *own = nullptr;
 
 static uint64_t base_of(uint64_t what)
@@ -147,24 +144,6 @@ static t_thread *choose()
     }
 }
 
-static void futex(int *word, int operation, int value)
-{
-    __real_syscall(SYS_futex, word, operation | FUTEX_PRIVATE_FLAG, value, nullptr, nullptr, 0);
-}
-
-static void give_baton_to(t_thread *next)
-{
-    running = next;
-    __atomic_store_n(&next->baton, 1, __ATOMIC_RELEASE);
-    futex(&next->baton, FUTEX_WAKE, 1);
-}
-
-static void take_baton(t_thread &me)
-{
-    while (__atomic_exchange_n(&me.baton, 0, __ATOMIC_ACQUIRE) == 0)
-        futex(&me.baton, FUTEX_WAIT, 0);
-}
-
 // The caller's state says whether and when it may run again.
 static void go_on()
 {
@@ -173,8 +152,7 @@ static void go_on()
     log_number(static_cast<uint64_t>(next->number));
     if (next == &me)
         return;
-    give_baton_to(next);
-    take_baton(me);
+    hand_over(me.baton, next->baton);
 }
 
 static void test_cancel(t_thread &me)
@@ -227,7 +205,8 @@ void pass_time(t_time microseconds)
 
 void begin_threads()
 {
-    own = running = &threads[0];
+    own = &threads[0];
+    begin_baton(own->baton);
     threads[0].handle = pthread_self();
     threads_started = 1;
     inside = true;
@@ -236,7 +215,7 @@ void begin_threads()
 static void *run_thread(void *record)
 {
     own = static_cast<t_thread *>(record);
-    take_baton(*own);
+    park(own->baton);
     inside = true;
     end_thread(own->body(own->argument));
 }
@@ -253,6 +232,7 @@ int start_thread(pthread_t *handle, const pthread_attr_t *attributes, void *(*bo
     const int error = __real_pthread_create(&thread.handle, attributes, run_thread, &thread);
     if (error != 0)
         return error;
+    await_parked(thread.baton);
     *handle = thread.handle;
     threads_started++;
     log_line("thread", "%d starts", thread.number);
@@ -268,8 +248,7 @@ void end_thread(void *result)
     me.result = result;
     me.state = t_thread::ended;
     inside = false;
-    t_thread *next = choose();
-    give_baton_to(next);
+    hand_over_for_good(me.baton, choose()->baton);
     pthread_exit(result);
 }
 

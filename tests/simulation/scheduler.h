@@ -8,6 +8,8 @@
 #include <cstdint>
 #include <pthread.h>
 
+#include "tests/simulation/baton.h"
+
 namespace sim {
 
 using t_time = int64_t; // microseconds of the virtual monotonic clock
@@ -52,7 +54,7 @@ struct t_thread {
     pthread_t handle = {};
     void *(*body)(void *) = nullptr;
     void *argument = nullptr;
-    int baton = 0; // futex: 1 while it may run
+    t_baton baton;
     enum { ready, waiting, ended } state = ready;
     t_wait wait;
     bool detached = false;
@@ -110,7 +112,7 @@ int start_thread(pthread_t *handle, const pthread_attr_t *attributes, void *(*bo
 extern bool in_world;
 
 // True on a thread of the daemon, inside a life: the doors lead into the simulation there, else to the C library.
-extern thread_local bool inside;
+extern constinit thread_local bool inside;
 
 // --- numbers from the seed
 
