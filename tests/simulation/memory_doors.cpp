@@ -47,7 +47,7 @@ constexpr size_t FILLED = 64;                    // with rubbish, from the start
 constexpr uint32_t IN_USE = 0x600dcafe, FREE = 0x0ddba11;
 constexpr uint64_t FENCE = 0xfe4cefe4cefe4ce;
 constexpr size_t LONGEST_TEXT = 16384;
-constexpr int NEW_RUBBISH = 0xa5, OLD_RUBBISH = 0xdd;
+constexpr char NEW_RUBBISH = '\xa5', OLD_RUBBISH = '\xdd';
 
 struct alignas(GRAIN) t_block {
     uint32_t size;
@@ -64,16 +64,19 @@ t_memory_use in_use;
 uint64_t allocations, refused_from = UINT64_MAX, refused_to = 0;
 int own_depth = 0;
 
+__attribute__((noinline, cold)) bool refuse()
+{
+    log_line("memory", "is refused");
+    errno = ENOMEM;
+    return true;
+}
+
 bool is_refused()
 {
     if (own_depth > 0 || in_world)
         return false;
     allocations++;
-    if (allocations < refused_from || allocations >= refused_to)
-        return false;
-    log_line("memory", "is refused");
-    errno = ENOMEM;
-    return true;
+    return allocations >= refused_from && allocations < refused_to && refuse();
 }
 
 size_t list_of(size_t room)
@@ -89,7 +92,7 @@ size_t room_for(size_t size)
     return room <= SMALL ? room : size_t{1} << (64 - __builtin_clzll(room - 1));
 }
 
-t_block *new_block(size_t room)
+__attribute__((noinline)) t_block *new_block(size_t room)
 {
     if (place_used + sizeof(t_block) + room > ALL_OF_IT)
         fail("the daemon has taken more than %zu MB of memory", ALL_OF_IT >> 20);
@@ -98,14 +101,22 @@ t_block *new_block(size_t room)
     return block;
 }
 
+// Grain by grain, for the library's function has more to look at than there is to be filled.
+void fill_with(char rubbish, char *memory, size_t room)
+{
+    for (size_t filled = 0; filled < std::min(room, FILLED); filled += GRAIN)
+        memset(memory + filled, rubbish, GRAIN);
+}
+
 void *take_block(size_t size)
 {
     const size_t room = room_for(size);
     t_block *&list = free_blocks[list_of(room)];
-    t_block *block = list ? list : new_block(room);
+    t_block *const block = list ? list : new_block(room);
     if (list)
         list = list->next;
     *block = {static_cast<uint32_t>(size), IN_USE, nullptr};
+    fill_with(NEW_RUBBISH, block->memory(), room);
     memcpy(block->memory() + size, &FENCE, sizeof FENCE);
     in_use.blocks++;
     in_use.bytes += static_cast<int64_t>(size);
@@ -117,13 +128,18 @@ bool is_ours(const void *memory)
     return memory >= place && memory < place + ALL_OF_IT;
 }
 
+__attribute__((noinline, cold)) void fail_for(const t_block &block)
+{
+    if (block.state != IN_USE)
+        fail("memory is given back that %s", block.state == FREE ? "was given back before" : "is no block");
+    fail("a block of %u bytes was written beyond its end", block.size);
+}
+
 t_block *block_of(void *memory)
 {
     t_block *block = static_cast<t_block *>(memory) - 1;
-    if (block->state != IN_USE)
-        fail("memory is given back that %s", block->state == FREE ? "was given back before" : "is no block");
-    if (memcmp(block->memory() + block->size, &FENCE, sizeof FENCE) != 0)
-        fail("a block of %u bytes was written beyond its end", block->size);
+    if (block->state != IN_USE || memcmp(block->memory() + block->size, &FENCE, sizeof FENCE) != 0)
+        fail_for(*block);
     return block;
 }
 
@@ -132,8 +148,9 @@ void give_back(void *memory)
     t_block *block = block_of(memory);
     in_use.blocks--;
     in_use.bytes -= block->size;
-    memset(memory, OLD_RUBBISH, std::min<size_t>(block->size, FILLED));
-    t_block *&list = free_blocks[list_of(room_for(block->size))];
+    const size_t room = room_for(block->size);
+    fill_with(OLD_RUBBISH, block->memory(), room);
+    t_block *&list = free_blocks[list_of(room)];
     *block = {block->size, FREE, list};
     list = block;
 }
@@ -170,19 +187,16 @@ t_own_memory::~t_own_memory()
 
 using namespace sim;
 
-static void *take(size_t size, int filled_with)
+static void *take(size_t size)
 {
     if (is_refused())
         return nullptr;
-    void *const memory = IS_THE_SANITIZERS ? __real_malloc(size) : take_block(size);
-    if (!IS_THE_SANITIZERS && filled_with != 0)
-        memset(memory, filled_with, std::min(size, FILLED));
-    return memory;
+    return IS_THE_SANITIZERS ? __real_malloc(size) : take_block(size);
 }
 
 void *__wrap_malloc(size_t size)
 {
-    return inside ? take(size, NEW_RUBBISH) : __real_malloc(size);
+    return inside ? take(size) : __real_malloc(size);
 }
 
 void *__wrap_calloc(size_t count, size_t size)
@@ -192,7 +206,7 @@ void *__wrap_calloc(size_t count, size_t size)
     size_t all = 0;
     if (__builtin_mul_overflow(count, size, &all))
         fail("calloc is asked for %zu times %zu bytes", count, size);
-    void *const memory = take(all, 0);
+    void *const memory = take(all);
     return memory ? memset(memory, 0, all) : nullptr;
 }
 
@@ -203,7 +217,7 @@ void *__wrap_realloc(void *memory, size_t size)
     if (!is_ours(memory))
         return inside && is_refused() ? nullptr : __real_realloc(memory, size);
     const size_t former = block_of(memory)->size;
-    void *const moved = take(size, NEW_RUBBISH);
+    void *const moved = take(size);
     if (!moved)
         return nullptr;
     memcpy(moved, memory, std::min(former, size));
