@@ -2,12 +2,11 @@
 // Cuts a text into lines and words: quotes, escapes, comments, separators. Shared by configuration and delta files.
 #include "line_reader.h"
 
-#include "names.h"
-
 #include <uci.h>
 
 #include <array>
 #include <climits>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 
@@ -15,18 +14,30 @@ namespace uci_impl {
 
 namespace {
 
-// Bytes that mean something in an unquoted word; the final NUL of a line is one of them.
-constexpr std::array<bool, UCHAR_MAX + 1> ends_plain_run = [] {
-    std::array<bool, UCHAR_MAX + 1> ends = {};
-    for (unsigned char c : {'\0', '\n', ' ', '\t', '\r', '\v', '\f', '#', ';', '\'', '"', '\\'})
-        ends[c] = true;
-    return ends;
+// What a byte is outside of quotes. The final NUL of a line counts as its end; blanks separate words.
+enum byte_kind : uint8_t { plain = 0, blank = 1, line_end = 2, special = 4 };
+
+constexpr std::array<uint8_t, UCHAR_MAX + 1> byte_kinds = [] {
+    std::array<uint8_t, UCHAR_MAX + 1> kinds = {};
+    for (unsigned char c : {' ', '\t', '\r', '\v', '\f'})
+        kinds[c] = blank;
+    for (unsigned char c : {'\0', '\n'})
+        kinds[c] = line_end;
+    for (unsigned char c : {'#', ';', '\'', '"', '\\'})
+        kinds[c] = special;
+    return kinds;
 }();
 
-size_t plain_run(const char *text)
+bool is_of_kind(char c, int kinds)
+{
+    return (byte_kinds[static_cast<unsigned char>(c)] & kinds) != 0;
+}
+
+// How many bytes there are before the next one of these kinds, among which is the end of the line.
+size_t run_until(const char *text, int kinds)
 {
     const char *end = text;
-    while (!ends_plain_run[static_cast<unsigned char>(*end)])
+    while (!is_of_kind(*end, kinds))
         end++;
     return static_cast<size_t>(end - text);
 }
@@ -56,7 +67,7 @@ int line_reader::append_line()
     size_t whole =
         newline != nullptr ? static_cast<size_t>(static_cast<const char *>(newline) - begin) + 1 : size_ - taken_;
     // A NUL byte hides the rest of its line, the line end included.
-    size_t visible = strnlen(begin, whole);
+    size_t visible = taken_ + whole > hidden_from_ ? strnlen(begin, whole) : whole;
 
     size_t needed = length_ + visible + 1;
     if (needed > capacity_) {
@@ -85,7 +96,7 @@ int line_reader::next_line()
 
 void line_reader::skip_blanks()
 {
-    while (pos_ < length_ && is_blank(line_[pos_]))
+    while (is_of_kind(line_[pos_], blank))
         pos_++;
 }
 
@@ -121,9 +132,7 @@ bool line_reader::next_command()
 
 const char *line_reader::take_keyword()
 {
-    size_t end = pos_;
-    while (end < length_ && !is_blank(line_[end]) && line_[end] != '\n')
-        end++;
+    const size_t end = pos_ + run_until(line_ + pos_, blank | line_end);
     if (end == pos_ || end == length_ || (line_[end] != ' ' && line_[end] != '\t'))
         return nullptr;
     const char *keyword = line_ + pos_;
@@ -140,10 +149,34 @@ bool line_reader::take(char c)
     return true;
 }
 
+// Nearly every word is bare and followed by a blank, or stands in single quotes at the end of its line; so it is left
+// where it is. False, and nothing is taken: it is another one.
+bool line_reader::read_simple_word(size_t *word)
+{
+    skip_blanks();
+    size_t start = pos_;
+    size_t end = start + run_until(line_ + start, blank | line_end | special);
+    if (end > start && is_of_kind(line_[end], blank)) {
+        pos_ = end + 1;
+    } else if (line_[start] == '\'') {
+        start++;
+        end = start + quoted_run(line_ + start, length_ - start, '\'');
+        if (end == length_ || line_[end + 1] != '\n')
+            return false;
+        pos_ = end + 2;
+        end_ = end_of_word::line;
+    } else {
+        return false;
+    }
+    line_[end] = '\0';
+    *word = start;
+    return true;
+}
+
 int line_reader::read_word(size_t *word)
 {
     *word = length_;
-    if (end_ != end_of_word::none)
+    if (end_ != end_of_word::none || read_simple_word(word))
         return UCI_OK;
     int rc = skip_to_word();
     // The word is written over its own source, which is never shorter.
@@ -171,13 +204,13 @@ int line_reader::read_pieces(size_t *out)
 {
     bool unquoted = false; // the last piece of the word
     while (pos_ < length_) {
-        if (const size_t size = plain_run(line_ + pos_)) {
+        if (const size_t size = run_until(line_ + pos_, blank | line_end | special)) {
             take_run(size, out);
             unquoted = true;
             continue;
         }
         char c = line_[pos_++];
-        if (is_blank(c))
+        if (is_of_kind(c, blank))
             return UCI_OK;
         int rc = UCI_OK;
         switch (c) {

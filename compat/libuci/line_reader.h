@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstring>
 
 namespace uci_impl {
 
@@ -11,7 +12,7 @@ namespace uci_impl {
 class line_reader {
 public:
     // The text is borrowed and must outlive the reader.
-    line_reader(const char *text, size_t size) : text_(text), size_(size) {}
+    line_reader(const char *text, size_t size) : text_(text), size_(size), hidden_from_(strnlen(text, size)) {}
     line_reader(const line_reader &) = delete;
     line_reader &operator=(const line_reader &) = delete;
     ~line_reader();
@@ -52,12 +53,14 @@ private:
     int read_quoted(char quote, size_t *out);
     int read_escaped(size_t *out);
     int read_pieces(size_t *out);
+    bool read_simple_word(size_t *word);
     void skip_blanks();
     int skip_to_word();
     void give_up_line();
 
     const char *text_;
     size_t size_;
+    size_t hidden_from_; // offset of the first NUL byte
     size_t taken_ = 0;
 
     char *line_ = nullptr; // owned; always ends with NUL once a line was read

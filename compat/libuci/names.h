@@ -15,12 +15,6 @@ bool is_valid_package(const char *text);
 // A package named inside a text also becomes a file name there: no '.' and no '/'.
 bool is_valid_package_line(const char *text);
 
-// White space that separates words; the end of a line is not among it.
-inline bool is_blank(char c)
-{
-    return c == ' ' || (c >= '\t' && c <= '\r' && c != '\n');
-}
-
 constexpr size_t anonymous_name_size = 32; // bytes, with the final NUL
 
 // Writes the name of an anonymous section: its number in the package (from 1) and a hash of its type.
