@@ -64,14 +64,14 @@ t_memory_use in_use;
 uint64_t allocations, refused_from = UINT64_MAX, refused_to = 0;
 int own_depth = 0;
 
-__attribute__((noinline, cold)) bool refuse()
+[[gnu::noinline, gnu::cold]] bool refuse()
 {
     log_line("memory", "is refused");
     errno = ENOMEM;
     return true;
 }
 
-bool is_refused()
+[[gnu::always_inline]] inline bool is_refused()
 {
     if (own_depth > 0 || in_world)
         return false;
@@ -79,20 +79,21 @@ bool is_refused()
     return allocations >= refused_from && allocations < refused_to && refuse();
 }
 
-size_t list_of(size_t room)
+// Where blocks for so many bytes are.
+size_t list_for(size_t size)
 {
-    if (room <= SMALL)
-        return room / GRAIN;
-    return SMALL / GRAIN + 1 + static_cast<size_t>(64 - __builtin_clzll((room - 1) / SMALL));
+    const size_t grains = (size + sizeof FENCE + GRAIN - 1) / GRAIN;
+    if (grains <= SMALL / GRAIN) [[likely]]
+        return grains;
+    return SMALL / GRAIN + 1 + static_cast<size_t>(64 - __builtin_clzll((grains * GRAIN - 1) / SMALL));
 }
 
-size_t room_for(size_t size)
+size_t room_in(size_t list)
 {
-    const size_t room = (size + sizeof FENCE + GRAIN - 1) / GRAIN * GRAIN;
-    return room <= SMALL ? room : size_t{1} << (64 - __builtin_clzll(room - 1));
+    return list <= SMALL / GRAIN ? list * GRAIN : SMALL << (list - SMALL / GRAIN - 1);
 }
 
-__attribute__((noinline)) t_block *new_block(size_t room)
+[[gnu::noinline]] t_block *new_block(size_t room)
 {
     if (place_used + sizeof(t_block) + room > ALL_OF_IT)
         fail("the daemon has taken more than %zu MB of memory", ALL_OF_IT >> 20);
@@ -101,22 +102,16 @@ __attribute__((noinline)) t_block *new_block(size_t room)
     return block;
 }
 
-// Grain by grain, for the library's function has more to look at than there is to be filled.
-void fill_with(char rubbish, char *memory, size_t room)
+[[gnu::always_inline]] inline void *take_block(size_t size)
 {
-    for (size_t filled = 0; filled < std::min(room, FILLED); filled += GRAIN)
-        memset(memory + filled, rubbish, GRAIN);
-}
-
-void *take_block(size_t size)
-{
-    const size_t room = room_for(size);
-    t_block *&list = free_blocks[list_of(room)];
-    t_block *const block = list ? list : new_block(room);
-    if (list)
-        list = list->next;
-    *block = {static_cast<uint32_t>(size), IN_USE, nullptr};
-    fill_with(NEW_RUBBISH, block->memory(), room);
+    const size_t list = list_for(size);
+    t_block *block = free_blocks[list];
+    if (block) [[likely]]
+        free_blocks[list] = block->next;
+    else
+        block = new_block(room_in(list));
+    block->size = static_cast<uint32_t>(size);
+    block->state = IN_USE;
     memcpy(block->memory() + size, &FENCE, sizeof FENCE);
     in_use.blocks++;
     in_use.bytes += static_cast<int64_t>(size);
@@ -128,7 +123,7 @@ bool is_ours(const void *memory)
     return memory >= place && memory < place + ALL_OF_IT;
 }
 
-__attribute__((noinline, cold)) void fail_for(const t_block &block)
+[[gnu::noinline, gnu::cold]] void fail_for(const t_block &block)
 {
     if (block.state != IN_USE)
         fail("memory is given back that %s", block.state == FREE ? "was given back before" : "is no block");
@@ -138,7 +133,7 @@ __attribute__((noinline, cold)) void fail_for(const t_block &block)
 t_block *block_of(void *memory)
 {
     t_block *block = static_cast<t_block *>(memory) - 1;
-    if (block->state != IN_USE || memcmp(block->memory() + block->size, &FENCE, sizeof FENCE) != 0)
+    if (block->state != IN_USE || memcmp(block->memory() + block->size, &FENCE, sizeof FENCE) != 0) [[unlikely]]
         fail_for(*block);
     return block;
 }
@@ -146,13 +141,15 @@ t_block *block_of(void *memory)
 void give_back(void *memory)
 {
     t_block *block = block_of(memory);
+    const size_t size = block->size, list = list_for(size);
     in_use.blocks--;
-    in_use.bytes -= block->size;
-    const size_t room = room_for(block->size);
-    fill_with(OLD_RUBBISH, block->memory(), room);
-    t_block *&list = free_blocks[list_of(room)];
-    *block = {block->size, FREE, list};
-    list = block;
+    in_use.bytes -= static_cast<int64_t>(size);
+    // Grain by grain: the library's function has more to look at than there is to be filled.
+    for (size_t filled = 0; filled < std::min(size, FILLED); filled += GRAIN)
+        memset(block->memory() + filled, OLD_RUBBISH, GRAIN);
+    block->state = FREE;
+    block->next = free_blocks[list];
+    free_blocks[list] = block;
 }
 
 } // namespace
@@ -187,16 +184,23 @@ t_own_memory::~t_own_memory()
 
 using namespace sim;
 
-static void *take(size_t size)
+// What it holds is up to the caller.
+[[gnu::always_inline]] static inline void *take(size_t size)
 {
     if (is_refused())
         return nullptr;
     return IS_THE_SANITIZERS ? __real_malloc(size) : take_block(size);
 }
 
+static void *take_with_rubbish(size_t size)
+{
+    void *const memory = take(size);
+    return memory && !IS_THE_SANITIZERS ? memset(memory, NEW_RUBBISH, std::min(size, FILLED)) : memory;
+}
+
 void *__wrap_malloc(size_t size)
 {
-    return inside ? take(size) : __real_malloc(size);
+    return inside ? take_with_rubbish(size) : __real_malloc(size);
 }
 
 void *__wrap_calloc(size_t count, size_t size)
@@ -217,7 +221,7 @@ void *__wrap_realloc(void *memory, size_t size)
     if (!is_ours(memory))
         return inside && is_refused() ? nullptr : __real_realloc(memory, size);
     const size_t former = block_of(memory)->size;
-    void *const moved = take(size);
+    void *const moved = take_with_rubbish(size);
     if (!moved)
         return nullptr;
     memcpy(moved, memory, std::min(former, size));
@@ -236,7 +240,7 @@ void __wrap_free(void *memory)
 char *__wrap_strdup(const char *text)
 {
     const size_t size = strlen(text) + 1;
-    auto *copy = static_cast<char *>(__wrap_malloc(size));
+    auto *copy = static_cast<char *>(inside ? take(size) : __real_malloc(size));
     return copy ? static_cast<char *>(memcpy(copy, text, size)) : nullptr;
 }
 
