@@ -20,17 +20,25 @@ using namespace sim;
 constexpr long BLOCK_SIZE = 4096;
 constexpr unsigned long BLOCKS = 1024;
 
+static bool has_double_slash(const char *path)
+{
+    while ((path = strchr(path, '/')) && path[1] != '/')
+        path++;
+    return path;
+}
+
 static std::string clean(const char *path)
 {
     std::string text = path;
-    for (size_t at = text.find("//"); at != std::string::npos; at = text.find("//", at))
-        text.erase(at, 1);
+    if (has_double_slash(path))
+        for (size_t at = text.find("//"); at != std::string::npos; at = text.find("//", at))
+            text.erase(at, 1);
     if (text.size() > 1 && text.back() == '/')
         text.pop_back();
     return text;
 }
 
-static t_node_ref find(const std::string &path)
+static t_node_ref find(std::string_view path)
 {
     const auto found = files.find(path);
     if (found != files.end())
@@ -39,10 +47,19 @@ static t_node_ref find(const std::string &path)
     return nullptr;
 }
 
+// Most paths are clean already.
+static t_node_ref find_path(const char *path)
+{
+    const size_t length = strlen(path);
+    const bool is_clean = !has_double_slash(path) && (length <= 1 || path[length - 1] != '/');
+    return is_clean ? find({path, length}) : find(clean(path));
+}
+
 static bool has_folder_for(const std::string &path)
 {
     const size_t slash = path.rfind('/');
-    const t_node_ref above = find(slash == 0 || slash == std::string::npos ? "/" : path.substr(0, slash));
+    const t_node_ref above = find(slash == 0 || slash == std::string::npos ? std::string_view("/")
+                                                                           : std::string_view(path).substr(0, slash));
     return above && above->type == t_node::folder;
 }
 
@@ -168,7 +185,7 @@ int close_stream(void *cookie)
 
 DOOR(FILE *, fopen, (const char *path, const char *mode), (path, mode), t_door::file)
 {
-    const t_node_ref node = find(clean(path));
+    const t_node_ref node = find_path(path);
     if (!node)
         return nullptr;
     if (mode[0] != 'r' || node->type != t_node::file)
@@ -198,12 +215,12 @@ static int tell(const t_node_ref &node, struct stat *told)
 
 DOOR(int, stat, (const char *path, struct stat *told), (path, told), t_door::file)
 {
-    return tell(find(clean(path)), told);
+    return tell(find_path(path), told);
 }
 
 DOOR(int, lstat, (const char *path, struct stat *told), (path, told), t_door::file)
 {
-    return tell(find(clean(path)), told);
+    return tell(find_path(path), told);
 }
 
 DOOR(int, fstat, (int fd, struct stat *told), (fd, told), t_door::file)
@@ -222,7 +239,7 @@ DOOR(int, fstatat, (int fd, const char *name, struct stat *told, int flags), (fd
 
 DOOR(int, access, (const char *path, int mode), (path, mode), t_door::file)
 {
-    return find(clean(path)) ? 0 : -1;
+    return find_path(path) ? 0 : -1;
 }
 
 DOOR(char *, realpath, (const char *path, char *resolved), (path, resolved), t_door::file)
@@ -240,7 +257,7 @@ DOOR(char *, __realpath_chk, (const char *path, char *resolved, size_t size), (p
 
 DOOR(ssize_t, readlink, (const char *path, char *target, size_t size), (path, target, size), t_door::file)
 {
-    const t_node_ref node = find(clean(path));
+    const t_node_ref node = find_path(path);
     if (!node || node->type != t_node::link)
         return failure(node ? EINVAL : ENOENT);
     const size_t length = std::min(size, node->text.size());

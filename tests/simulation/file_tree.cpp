@@ -14,7 +14,7 @@
 
 namespace sim {
 
-std::map<std::string, t_node_ref> files;
+std::map<std::string, t_node_ref, std::less<>> files;
 bool disk_is_full = false;
 
 static ino_t numbers_given = 1;

@@ -32,7 +32,7 @@ struct t_node {
 using t_node_ref = std::shared_ptr<t_node>;
 
 // By path, without a last slash. An ordered map, so that folders list in the same order in every run.
-extern std::map<std::string, t_node_ref> files;
+extern std::map<std::string, t_node_ref, std::less<>> files;
 
 // For the world: folders above come along.
 t_node_ref put_file(const std::string &path, const std::string &text);

@@ -29,7 +29,7 @@ bool in_world = false;
 static int doors_since_jump = 0;
 static t_thread threads[MOST_THREADS];
 static int threads_started = 0;
-static thread_local t_thread *own = nullptr;
+static constinit thread_local t_thread *own = nullptr;
 
 static uint64_t base_of(uint64_t what)
 {
@@ -123,7 +123,7 @@ static void jump()
     for (int i = 0; i < threads_started; i++)
         if (threads[i].state == t_thread::waiting)
             next = std::min(next, threads[i].wait.deadline);
-    next = std::min(next, next_timer_time());
+    next = std::min(next, next_timer_time);
     if (next == NEVER)
         fail_stuck("no timer, no event and no descriptor is left that could bring the next step");
     if (next > life_limit)
@@ -155,10 +155,22 @@ static void go_on()
     hand_over(me.baton, next->baton);
 }
 
+struct t_cancelled {};
+
+// What the thread holds in this door is given back while it has the baton.
 static void test_cancel(t_thread &me)
 {
     if (me.cancelled && me.cancel_enabled)
-        end_thread(PTHREAD_CANCELED);
+        throw t_cancelled{};
+}
+
+static void *result_of(t_thread &thread)
+{
+    try {
+        return thread.body(thread.argument);
+    } catch (t_cancelled) {
+        return PTHREAD_CANCELED;
+    }
 }
 
 void door(t_door kind)
@@ -168,11 +180,14 @@ void door(t_door kind)
         fail("never stuck: thread %d runs in circles", own->number);
     clock_now += COST_OF_A_DOOR;
     log_number(static_cast<uint64_t>(clock_now) << 8 | static_cast<uint64_t>(kind));
-    fire_timers();
-    let_world_happen();
+    if (next_timer_time <= clock_now)
+        fire_timers();
+    if (world_next_time() <= clock_now)
+        let_world_happen();
     if (threads_started > 1 && seed_says_switch())
         go_on();
-    deliver_signals();
+    if (has_deliverable_signal(*own))
+        deliver_signals();
 }
 
 t_woken wait_for(const t_wait &wait)
@@ -212,12 +227,25 @@ void begin_threads()
     inside = true;
 }
 
+[[noreturn]] static void end_thread(void *result)
+{
+    t_thread &me = *own;
+    log_line("thread", "%d ends", me.number);
+    if (me.spins_held || me.locks_held)
+        fail("thread %d ends with a lock", me.number);
+    me.result = result;
+    me.state = t_thread::ended;
+    inside = false;
+    hand_over_for_good(me.baton, choose()->baton);
+    pthread_exit(result);
+}
+
 static void *run_thread(void *record)
 {
     own = static_cast<t_thread *>(record);
     park(own->baton);
     inside = true;
-    end_thread(own->body(own->argument));
+    end_thread(result_of(*own));
 }
 
 int start_thread(pthread_t *handle, const pthread_attr_t *attributes, void *(*body)(void *), void *argument)
@@ -237,19 +265,6 @@ int start_thread(pthread_t *handle, const pthread_attr_t *attributes, void *(*bo
     threads_started++;
     log_line("thread", "%d starts", thread.number);
     return 0;
-}
-
-void end_thread(void *result)
-{
-    t_thread &me = *own;
-    log_line("thread", "%d ends", me.number);
-    if (me.spins_held || me.locks_held)
-        fail("thread %d ends with a lock", me.number);
-    me.result = result;
-    me.state = t_thread::ended;
-    inside = false;
-    hand_over_for_good(me.baton, choose()->baton);
-    pthread_exit(result);
 }
 
 void fail(const char *format, ...)

@@ -105,9 +105,6 @@ void begin_threads();
 // Starts a thread that has its turn later; the error number of the real pthread_create.
 int start_thread(pthread_t *handle, const pthread_attr_t *attributes, void *(*body)(void *), void *argument);
 
-// Ends the calling thread: the baton goes on, and the real thread with it.
-[[noreturn]] void end_thread(void *result);
-
 // The world's events are happening: no thread of the daemon runs.
 extern bool in_world;
 

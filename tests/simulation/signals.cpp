@@ -16,7 +16,7 @@
 namespace sim {
 
 static struct sigaction actions[NSIG];
-static uint64_t pending_for_process;
+uint64_t pending_for_process;
 static siginfo_t process_info[NSIG];
 
 static constexpr uint64_t bit(int number)
@@ -46,16 +46,6 @@ static bool has_handler(int number)
 static uint64_t deliverable(const t_thread &thread)
 {
     return (thread.pending_signals | pending_for_process) & ~thread.blocked_signals;
-}
-
-bool has_deliverable_signal(const t_thread &thread)
-{
-    return deliverable(thread) != 0;
-}
-
-uint64_t pending_signals_of_process()
-{
-    return pending_for_process;
 }
 
 void take_pending(int number)
@@ -126,18 +116,13 @@ int count_of_timers()
         std::count_if(timers + 1, timers + MOST_TIMERS, [](const t_timer &one) { return one.exists; }));
 }
 
-static t_time next_time = NEVER; // of all timers
+t_time next_timer_time = NEVER;
 
 static void find_next_time()
 {
-    next_time = NEVER;
+    next_timer_time = NEVER;
     for (const t_timer &timer : timers)
-        next_time = std::min(next_time, timer.next);
-}
-
-t_time next_timer_time()
-{
-    return next_time;
+        next_timer_time = std::min(next_timer_time, timer.next);
 }
 
 static void expire(t_timer &timer)
@@ -157,7 +142,7 @@ static void expire(t_timer &timer)
 
 void fire_timers()
 {
-    if (next_time > now())
+    if (next_timer_time > now())
         return;
     for (t_timer &timer : timers)
         if (timer.next <= now())

@@ -12,18 +12,21 @@ constexpr int DAEMON_PID = 4242;
 // To the whole process, as kill() would.
 void send_signal(int number);
 
-bool has_deliverable_signal(const t_thread &thread);
+extern uint64_t pending_for_process; // a bit for each number
+inline bool has_deliverable_signal(const t_thread &thread)
+{
+    return ((thread.pending_signals | pending_for_process) & ~thread.blocked_signals) != 0;
+}
 void deliver_signals(); // to the calling thread
 
 // For signalfd: sets of signals have a bit for each number.
 uint64_t bits_of(const sigset_t *set);
 int first_signal(uint64_t bits); // 0 for none
-uint64_t pending_signals_of_process();
 void take_pending(int number);
 
 // Timers of setitimer and timer_create.
-t_time next_timer_time();
-void fire_timers();    // those that are due
-int count_of_timers(); // created and not deleted
+extern t_time next_timer_time; // of all timers
+void fire_timers();            // those that are due
+int count_of_timers();         // created and not deleted
 
 } // namespace sim

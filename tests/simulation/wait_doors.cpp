@@ -55,7 +55,7 @@ struct t_counter : t_description {
 struct t_signals : t_description {
     uint64_t set = 0; // a bit for each number
 
-    int first() const { return first_signal(set & pending_signals_of_process()); }
+    int first() const { return first_signal(set & pending_for_process); }
     short readiness() const override { return first() ? POLLIN : short{0}; }
     ssize_t read(void *buffer, size_t) override
     {

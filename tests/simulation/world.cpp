@@ -46,7 +46,7 @@ t_time world_next_time()
 
 void world_happen()
 {
-    const std::function<void()> what = due.top().what;
+    const std::function<void()> what = std::move(const_cast<t_due &>(due.top()).what); // its place is told by others
     due.pop();
     what();
     look_after_event();
