@@ -3,6 +3,7 @@
 // threads, timers, memory. Scans and requests take more for a moment, so the least of a pause between cycles counts.
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 #include "tests/simulation/checks.h"
 #include "tests/simulation/descriptors.h"
@@ -42,7 +43,10 @@ struct t_use {
 
 t_use first, least;
 bool has_first = false, pauses = false;
-bool has_asked = false, first_is_full = false; // the first look makes the tables of reserved ports, which stay
+bool has_asked = false, first_is_full = false;      // the first look makes the tables of reserved ports, which stay
+bool was_reserved[64], others_are_reserved = false; // so does the next one when others are reserved than before
+bool tables_have_grown = false;
+bool has_answered[64];
 t_time since = 0;
 
 t_thing thing_of(const char *kind)
@@ -76,20 +80,37 @@ t_use use_now()
     return use;
 }
 
+void note_answers()
+{
+    for (const t_port &port : world.ports)
+        for (const t_cable &cable : port.cables)
+            for (const t_neighbour &who : cable.neighbours)
+                has_answered[port.number % std::size(has_answered)] |= who.heard > 0;
+}
+
+// Of each port that answers a protocol, and of each that is banned, one is kept until the next look.
+int64_t entries_of_lists()
+{
+    return std::count(std::begin(has_answered), std::end(has_answered), true) +
+           std::count_if(world.ports.begin(), world.ports.end(),
+                         [](const t_port &port) { return port.truth.may_be_banned; });
+}
+
 void judge_pause()
 {
     if (!pauses || now() - since < LONG_ENOUGH)
         return;
     if (!has_first)
         first = least;
-    else if (has_asked && !first_is_full)
+    else if ((has_asked && !first_is_full) || tables_have_grown)
         first.of[blocks] = least.of[blocks];
     has_first = true;
+    tables_have_grown = false;
     first_is_full = has_asked;
     log_line("clean", "%ld blocks, %ld threads, %ld others", least.of[blocks], least.of[threads_left],
              least.of[others]);
     for (int i = 0; i < THINGS; i++)
-        if (least.of[i] > first.of[i] + (i == blocks ? MADE_WHEN_NEEDED : 0))
+        if (least.of[i] > first.of[i] + (i == blocks ? MADE_WHEN_NEEDED + entries_of_lists() : 0))
             fail("clean: %ld %s are left after a cycle, %ld were before", static_cast<long>(least.of[i]), NAMES[i],
                  static_cast<long>(first.of[i]));
 }
@@ -101,10 +122,21 @@ void begin_pause()
     std::fill(std::begin(least.of), std::end(least.of), INT64_MAX);
 }
 
-void note_way(const t_seen &seen)
+void note_reservation(const t_port &port)
 {
+    bool &was = was_reserved[port.number % std::size(was_reserved)];
+    others_are_reserved = others_are_reserved || was != port.truth.is_reserved;
+    was = port.truth.is_reserved;
+}
+
+void note_deed(const t_seen &seen)
+{
+    if (seen.deed == t_deed::truth_changed && is_port(seen.port))
+        note_reservation(port_at(seen.port));
     if (seen.deed != t_deed::way_taken)
         return;
+    if (strstr(seen.text, "-> looking"))
+        tables_have_grown |= std::exchange(others_are_reserved, false);
     has_asked = has_asked || strstr(seen.text, "-> probing") || strstr(seen.text, "-> asking ARP");
     const auto states = static_cast<int64_t>(STATES);
     if (seen.number / states == RESTING)
@@ -119,6 +151,7 @@ void look()
     static int moments = 0;
     if (!pauses || ++moments % LOOKED_AT != 0)
         return;
+    note_answers();
     const t_use use = use_now();
     for (int i = 0; i < THINGS; i++)
         least.of[i] = std::min(least.of[i], use.of[i]);
@@ -128,6 +161,6 @@ void look()
 
 extern const t_check clean_between_cycles;
 const t_check clean_between_cycles = {
-    .name = "clean between cycles", .on_deed = note_way, .at_rest = look, .at_end = judge_pause};
+    .name = "clean between cycles", .on_deed = note_deed, .at_rest = look, .at_end = judge_pause};
 
 } // namespace sim

@@ -174,6 +174,11 @@ static t_time allowed_now(const t_thread &loop)
            (other_swaps || swap_over > turn.since ? ACTION_LIMIT : 0);
 }
 
+bool loop_may_still_wait()
+{
+    return now() - turn.since <= allowed_now(*thread_at(0));
+}
+
 static void look_at_loop(const t_thread &loop)
 {
     if (loop.state != t_thread::waiting)

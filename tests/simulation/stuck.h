@@ -9,5 +9,6 @@ namespace sim {
 
 t_time loop_began();            // NEVER before it did
 t_time time_loop_was_blocked(); // in all, so far
+bool loop_may_still_wait();     // for what it did since it came by last
 
 } // namespace sim
