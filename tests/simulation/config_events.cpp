@@ -121,7 +121,8 @@ static void draw_trouble(const t_life &, t_event *event, t_number number)
 // Somebody gives it to a port; without one, to an interface that is none of the daemon's, or to nobody.
 static void role(const t_event &event)
 {
-    if (!package_is_usable("switch"))
+    const bool is_there = is_port(event.port) && holder_of_role() == event.port;
+    if (is_there || !package_is_usable("switch"))
         return;
     move_role(is_port(event.port) ? event.port : event.number ? FOREIGN_PORT : NO_PORT, false);
     rebuild_bridge();

@@ -34,7 +34,7 @@ std::string draw_upstream(const t_life &life, t_number number);  // of the confi
 std::string draw_bystander(const t_life &life, t_number number); // anything else, or nothing
 bool has_upstream(const t_life &life, const std::string &word);
 
-void draw_board(t_life *life, t_number number); // board.cpp
+void draw_board(t_life *life, t_character character, t_number number); // board.cpp
 
 // Of an event whose number is how long it lasts.
 inline int64_t lasts_its_number(const t_event &event)

@@ -31,11 +31,14 @@ static uint64_t number(uint64_t below)
 
 t_life draw_life(uint64_t seed)
 {
+    using enum t_character;
+    static const t_character CHARACTERS[] = {usual, usual, losses, losses, losses, crowded, crowded, stormy};
     t_life life;
     state_of_drawing = life.seed = seed;
-    draw_board(&life, number);
+    const t_character character = one_of(CHARACTERS, number);
+    draw_board(&life, character, number);
     life.settings[SWITCH_RATE] = std::to_string(uint64_t{1} << number(14));
-    draw_events(&life, number);
+    draw_events(&life, character, number);
     return life;
 }
 
@@ -56,7 +59,8 @@ std::string text_of_life(const t_life &life)
         text << "set " << key << " " << value << "\n";
     for (const t_event &event : life.events)
         text << "at " << event.at_ms << " " << event.kind << " " << event.port << " " << event.number << " "
-             << (event.text.empty() ? "-" : event.text) << "\n";
+             << (event.text.empty() ? "-" : event.text)
+             << (event.step.empty() ? "" : " " + event.step + " " + std::to_string(event.after_ms)) << "\n";
     return text.str();
 }
 
@@ -64,10 +68,14 @@ static bool read_event(std::istringstream &words, t_life *life)
 {
     t_event event;
     words >> event.at_ms >> event.kind >> event.port >> event.number >> event.text;
+    if (words.fail() || !event_kind(event.kind))
+        return false;
     if (event.text == "-")
         event.text.clear();
+    if (words >> event.step && !(words >> event.after_ms))
+        return false;
     life->events.push_back(event);
-    return !words.fail() && event_kind(event.kind);
+    return true;
 }
 
 static bool read_line(const std::string &line, t_life *life)

@@ -13,13 +13,17 @@
 namespace sim {
 
 constexpr int HOLDER_OF_ROLE = -1;
+constexpr int HOPEFUL = -2; // a port that has not the role and should be found
 
 struct t_event {
     int64_t at_ms = 0; // after the start of the daemon
     std::string kind;
-    int port = 0; // 0: none; -1: whoever has the WAN role then
+    int port = 0; // 0: none; else one of those above, as it is then
     int64_t number = 0;
     std::string text; // one word, or empty
+    // It waits, from its time on, for the next step of this name (world.h), and so long behind the step's beginning.
+    std::string step = "";
+    int64_t after_ms = 0;
 };
 
 // What a port has: the neighbours on its cable as one word ("nothing", "silent", "dhcp+dns:silent+host"; neighbours.cpp
@@ -53,6 +57,14 @@ constexpr const char *MANAGER = "manager";
 
 t_life draw_life(uint64_t seed);
 
+// What happens in a life that is drawn.
+enum class t_character : uint8_t {
+    usual,   // anything, at any time
+    losses,  // one port after the other gets the role and loses it
+    crowded, // the same, with several upstreams at a time
+    stormy,  // one thing right behind the other
+};
+
 std::string text_of_life(const t_life &life);
 bool read_life(const std::string &text, t_life *life); // false, and a word about the line, when it is none
 
@@ -70,12 +82,9 @@ struct t_event_kind {
     int64_t (*lasts_ms)(const t_event &event) = nullptr;
 };
 std::span<const t_event_kind *const> event_kinds();
-const t_event_kind *event_kind(const std::string &name); // null for none
-void draw_events(t_life *life, t_number number);
+const t_event_kind *event_kind(const std::string &name);                // null for none
+void draw_events(t_life *life, t_character character, t_number number); // scripts.cpp
 
-// From when on nothing happens any more but the end: every event is over. It follows from the events, so that a life
-// of which some were left out is quiet earlier.
-int64_t quiet_from_ms(const t_life &life);
 int64_t end_ms(const t_life &life); // when the daemon is told to end
 
 } // namespace sim

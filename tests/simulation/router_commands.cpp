@@ -83,6 +83,7 @@ static t_plan swap(const std::string &command)
         plan.effect = [=] { carry_out_swap(port, to_sfp ? SFP : PHY, has_side); };
     if (plan.effect)
         plan.half = [=] { move_role(port, true); };
+    begin_step("swap");
     return plan;
 }
 

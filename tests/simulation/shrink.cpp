@@ -72,11 +72,16 @@ static size_t count_events(const t_life &life)
 }
 
 // The end stays: without it the life would not pass once its fault is mended.
+static bool is_the_end(const t_event &event)
+{
+    return event.kind == THE_END && event.step.empty();
+}
+
 static void leave_out_events(t_life *life, size_t from, size_t to)
 {
     std::vector<t_event> left;
     for (size_t i = 0; i < life->events.size(); i++)
-        if (i < from || i >= to || life->events[i].kind == THE_END)
+        if (i < from || i >= to || is_the_end(life->events[i]))
             left.push_back(life->events[i]);
     life->events = left;
 }
@@ -222,7 +227,7 @@ static bool pace_port(t_port_plan *port)
 
 static bool round_event(t_event *event)
 {
-    if (event->kind == THE_END)
+    if (is_the_end(*event))
         return false; // comes as long after the others as the life needs
     for (int64_t unit : ROUND_MS)
         if (const int64_t rounded = event->at_ms / unit * unit; rounded > 0) {
@@ -238,6 +243,14 @@ static bool unnumber_event(t_event *event)
     const bool is_plain = event->number == 0;
     event->number = 0;
     return !is_plain;
+}
+
+static bool round_delay(t_event *event)
+{
+    const int64_t rounded = event->after_ms / ROUND_MS[3] * ROUND_MS[3];
+    const bool is_round = rounded == event->after_ms;
+    event->after_ms = rounded;
+    return !is_round;
 }
 
 static void sort_events(t_life *life)
@@ -266,7 +279,7 @@ static bool end_sooner(t_hunt *hunt)
     bool has_cut = false;
     for (;;) {
         t_life cut = hunt->best.life;
-        if (cut.events.size() < 2 || cut.events.back().kind != THE_END || time_is_over(hunt))
+        if (cut.events.size() < 2 || !is_the_end(cut.events.back()) || time_is_over(hunt))
             return has_cut;
         const int64_t last = cut.events[cut.events.size() - 2].at_ms;
         int64_t &end = cut.events.back().at_ms;
@@ -284,7 +297,7 @@ static bool make_all_plainer(t_hunt *hunt)
     bool has_cut = end_sooner(hunt);
     for (const auto change : {empty_port, hush_port, plain_port, thin_port, pace_port})
         has_cut |= make_plainer(hunt, &t_life::ports, change);
-    for (const auto change : {unnumber_event, thin_event, round_event})
+    for (const auto change : {unnumber_event, thin_event, round_event, round_delay})
         has_cut |= make_plainer(hunt, &t_life::events, change);
     return has_cut;
 }

@@ -57,6 +57,20 @@ static void tell_events(const t_counts &counts)
     say("\n");
 }
 
+// The list of candidates is what leads to the question by DNS, and until it is asked, within the same moment, no step
+// takes a port out of it. The way is for a list that is empty all the same.
+static bool cannot_be_taken(const t_cycle_way &way)
+{
+    return way.from == t_cycle_state::asking_dns && way.to == t_cycle_state::looking;
+}
+
+static const char *remark_on(const t_cycle_way &way, uint64_t taken)
+{
+    if (taken > 0)
+        return "";
+    return cannot_be_taken(way) ? ": no life can" : ": NO LIFE TOOK IT";
+}
+
 static int tell_ways(const t_counts &counts)
 {
     int untaken = 0;
@@ -64,9 +78,8 @@ static int tell_ways(const t_counts &counts)
     for (const t_cycle_way &way : cycle_ways()) {
         const auto from = static_cast<size_t>(way.from), to = static_cast<size_t>(way.to);
         const uint64_t taken = counts.ways[from][to];
-        say("%12llu  %s -> %s%s\n", number(taken), name_of_state(from), name_of_state(to),
-            taken == 0 ? ": NO LIFE TOOK IT" : "");
-        untaken += taken == 0;
+        say("%12llu  %s -> %s%s\n", number(taken), name_of_state(from), name_of_state(to), remark_on(way, taken));
+        untaken += taken == 0 && !cannot_be_taken(way);
     }
     return untaken;
 }

@@ -3,6 +3,7 @@
 #include "core/cycle_ways.h"
 
 #include <cstdio>
+#include <cstring>
 
 #include "tests/simulation/checks.h"
 #include "tests/simulation/outcome.h"
@@ -35,6 +36,8 @@ bool note_cycle_way(t_cycle_state from, t_cycle_state to)
     if (!is_cycle_way(from, to))
         fail("a cycle has no way %s", text);
     outcome->counts.ways[first][second]++;
+    const char *const name = name_of_state(second), *const space = strrchr(name, ' ');
+    begin_step(space ? space + 1 : name);
     world.cycles += from == t_cycle_state::waiting;
     saw({.deed = t_deed::way_taken, .number = static_cast<int64_t>(first * STATES + second), .text = text});
     return true;

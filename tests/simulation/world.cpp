@@ -52,17 +52,50 @@ void world_happen()
     look_after_event();
 }
 
+// --- events
+
+static std::vector<const t_event *> waiting; // for their steps
+
+// The number of a port, where an event names one by what it is.
+static int port_meant(int port)
+{
+    if (port == HOLDER_OF_ROLE && is_port(holder_of_role()))
+        return holder_of_role();
+    for (const t_port &one : world.ports)
+        if (port == HOPEFUL && one.number != holder_of_role() && one.truth.in_pool && one.truth.found != t_found::never)
+            return one.number;
+    return port < 0 ? world.life.wan : port;
+}
+
 static void happen(const t_event &event)
 {
+    const t_event_kind &kind = *event_kind(event.kind);
+    world.quiet_from = std::max(world.quiet_from, now() + (kind.lasts_ms ? kind.lasts_ms(event) : 0) * MILLISECOND);
     world.events_happened++;
     count_event(event.kind);
     log_line("world", "%s port %d number %ld %s", event.kind.c_str(), event.port, static_cast<long>(event.number),
              event.text.c_str());
     t_event meant = event;
-    if (event.port == HOLDER_OF_ROLE)
-        meant.port = is_port(holder_of_role()) ? holder_of_role() : world.life.wan;
-    event_kind(event.kind)->happen(meant);
+    meant.port = port_meant(event.port);
+    kind.happen(meant);
     note_truth();
+}
+
+static void become_due(const t_event &event)
+{
+    if (event.step.empty())
+        happen(event);
+    else
+        waiting.push_back(&event);
+}
+
+void begin_step(const std::string &step)
+{
+    for (const t_event *event : waiting)
+        if (event->step == step)
+            happen_at(now() + event->after_ms * MILLISECOND, [event] { happen(*event); });
+    waiting.erase(std::remove_if(waiting.begin(), waiting.end(), [&](const t_event *one) { return one->step == step; }),
+                  waiting.end());
 }
 
 // --- the role
@@ -155,7 +188,6 @@ void begin_world(const t_life &life)
     world.lan_address_be = inet_addr("192.168.1.1");
     world.lan_netmask_be = inet_addr("255.255.255.0");
     world.begins_at = now();
-    world.quiet_from = now() + quiet_from_ms(life) * MILLISECOND;
     world.ends_at = now() + end_ms(life) * MILLISECOND;
     begin_ports(life);
     write_router_files(life);
@@ -167,7 +199,7 @@ void begin_world(const t_life &life)
     world.is_router = option_of("sysmode", "sysmode", "mode").compare(0, 6, "router") == 0;
     rebuild_bridge();
     for (const t_event &event : world.life.events)
-        happen_at(now() + event.at_ms * MILLISECOND, [&event] { happen(event); });
+        happen_at(now() + event.at_ms * MILLISECOND, [&event] { become_due(event); });
 }
 
 } // namespace sim

@@ -154,7 +154,7 @@ struct t_world {
     uint32_t swaps = 0, events_happened = 0, cycles = 0;
 
     t_time begins_at = 0;  // the start of the daemon; the virtual clock begins earlier
-    t_time quiet_from = 0; // the last event is over; note that a server may still need its time to serve (truth_since)
+    t_time quiet_from = 0; // all events so far are over; note that a server may still need its time (truth_since)
     t_time ends_at = 0;    // when the life ends
 
     // the role, as the configuration has it
@@ -181,6 +181,9 @@ extern t_world world;
 
 // The world as the life has it at its start: files, ports, events.
 void begin_world(const t_life &life);
+
+// A step begins, and with it what waits for that: "swap" for the command, or a state of the cycle.
+void begin_step(const std::string &step);
 
 // Looks at everything anew: each port's truth, the role, the connection, the health. For whatever changed something.
 void note_truth();
