@@ -46,7 +46,6 @@ bool has_first = false, pauses = false;
 bool has_asked = false, first_is_full = false;      // the first look makes the tables of reserved ports, which stay
 bool was_reserved[64], others_are_reserved = false; // so does the next one when others are reserved than before
 bool tables_have_grown = false;
-bool has_answered[64];
 t_time since = 0;
 
 t_thing thing_of(const char *kind)
@@ -80,20 +79,13 @@ t_use use_now()
     return use;
 }
 
-void note_answers()
-{
-    for (const t_port &port : world.ports)
-        for (const t_cable &cable : port.cables)
-            for (const t_neighbour &who : cable.neighbours)
-                has_answered[port.number % std::size(has_answered)] |= who.heard > 0;
-}
-
 // Of each port that answers a protocol, and of each that is banned, one is kept until the next look.
 int64_t entries_of_lists()
 {
-    return std::count(std::begin(has_answered), std::end(has_answered), true) +
-           std::count_if(world.ports.begin(), world.ports.end(),
-                         [](const t_port &port) { return port.truth.may_be_banned; });
+    int64_t entries = 0;
+    for (const t_port &port : world.ports)
+        entries += (port.answers > 0) + port.truth.may_be_banned;
+    return entries;
 }
 
 void judge_pause()
@@ -151,7 +143,6 @@ void look()
     static int moments = 0;
     if (!pauses || ++moments % LOOKED_AT != 0)
         return;
-    note_answers();
     const t_use use = use_now();
     for (int i = 0; i < THINGS; i++)
         least.of[i] = std::min(least.of[i], use.of[i]);

@@ -22,7 +22,25 @@ constexpr uint32_t QUESTIONS_OF_A_TIE = STAGES + 3;
 constexpr uint32_t MOST_OF_A_CHANGE = 5 * QUESTIONS_OF_A_TIE;
 constexpr int SHORTEST_PAUSE_S = 10, FIRST_PAUSE_S = 30, LONGEST_PAUSE_S = 300;
 
+constexpr t_time UP_TO_QUESTIONS = 22 * SECOND + 9 * SECOND; // a link is seen, and settles
+
 static std::deque<t_time> changes; // from outside
+static std::deque<t_time> ups[64]; // of each port's link
+
+static void note_link(const t_port &port)
+{
+    auto &times = ups[port.number % std::size(ups)];
+    if (port.link && (times.empty() || times.back() != port.link_since))
+        times.push_back(port.link_since);
+}
+
+// Each of them brings questions of its own, also when the link went and came since.
+static uint32_t ups_to_be_asked_for(const t_port &port, t_time since)
+{
+    const auto &times = ups[port.number % std::size(ups)];
+    return static_cast<uint32_t>(
+        std::count_if(times.begin(), times.end(), [&](t_time up) { return up + UP_TO_QUESTIONS >= since; }));
+}
 
 static uint32_t changes_since(t_time since)
 {
@@ -43,12 +61,13 @@ static uint32_t looks_within(t_time time)
     return looks;
 }
 
-// While nothing changes, and nobody answers there: the looks since then, one that was under way, and one at once.
+// While nothing changes, and nobody answers there: the looks since then, one that was under way, and one at once; and
+// those for which its link came shortly before.
 static void look_at_silent_port(const t_port &port)
 {
     const t_time since = std::max({changes.empty() ? 0 : changes.back(), world.role_since, port.link_since});
     const uint32_t asked = questions_since(port.number, since);
-    const uint32_t most = STAGES * (2 + looks_within(now() - since));
+    const uint32_t most = STAGES * (2 + looks_within(now() - since) + ups_to_be_asked_for(port, since));
     if (port.truth.found == t_found::never && !port.truth.name_server && world.health.all() &&
         world.health_since <= since && asked > most)
         fail("polite: %s is silent, and was asked %u times in the %ld s since something changed, where %u are the most",
@@ -81,6 +100,8 @@ static bool comes_from_outside(const t_seen &seen)
 
 static void look_at_deed(const t_seen &seen)
 {
+    if (seen.deed == t_deed::truth_changed && is_port(seen.port))
+        note_link(port_at(seen.port));
     if (seen.deed == t_deed::frame_sent && seen.port != 0)
         count_question(seen.port);
     else if (comes_from_outside(seen) && (changes.empty() || changes.back() != now()))

@@ -36,8 +36,18 @@ struct t_past {
 };
 
 t_past pasts[64];
+std::vector<std::pair<t_time, int>> holders; // since when
 
 } // namespace
+
+// The last of the ports that had the role then.
+static int holder_at(t_time time)
+{
+    int holder = world.life.wan;
+    for (const auto &[since, port] : holders)
+        holder = since <= time ? port : holder;
+    return holder;
+}
 
 static void note_truth_of(int number)
 {
@@ -129,7 +139,9 @@ static void judge_former_holder(const t_port &port)
         fail("never wrong: %s takes the role from a port that is none of the daemon's", port.name.c_str());
     const t_port &holder = port_at(world.role_holder);
     const t_time asked = last_asked(port.number, BY_ANYTHING);
-    if (world.role_mover == t_mover::somebody && world.role_since > asked && now() - world.role_since > READING_TO_SWAP)
+    const bool is_back = holder_at(asked) == holder.number; // where the daemon knows it
+    if (world.role_mover == t_mover::somebody && world.role_since > asked && !is_back &&
+        now() - world.role_since > READING_TO_SWAP)
         fail("never wrong: %s takes the role back from %s, where somebody else has put it", port.name.c_str(),
              holder.name.c_str());
     const t_time since =
@@ -157,6 +169,8 @@ static void look_at_deed(const t_seen &seen)
 {
     if (seen.deed == t_deed::truth_changed)
         note_truth_of(seen.port);
+    else if (seen.deed == t_deed::role_moved && is_port(seen.port))
+        holders.emplace_back(now(), seen.port);
     else if (seen.deed == t_deed::command_started && strncmp(seen.text, SWAP_COMMAND, strlen(SWAP_COMMAND)) == 0)
         judge_swap(seen.text);
 }

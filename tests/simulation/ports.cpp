@@ -202,6 +202,7 @@ void answer_frame(const t_neighbour &who, const std::string &frame, t_time after
 {
     const int number = who.port;
     const t_time since = port_at(number).link_since;
+    port_at(number).answers++;
     happen_at(now() + after + who.place * BETWEEN_NEIGHBOURS, [number, since, frame] {
         if (port_at(number).link_since == since)
             frame_comes(number, frame);

@@ -5,6 +5,7 @@
 
 #include "tests/simulation/bus.h"
 #include "tests/simulation/checks.h"
+#include "tests/simulation/memory.h"
 #include "tests/simulation/router.h"
 
 namespace sim {
@@ -57,7 +58,8 @@ static void take_ban(const t_request &request)
         return;
     }
     const t_time end = request.value == -1 ? NEVER : now() + request.value * SECOND;
-    port.banned_at_least = link_was_settled(port) ? std::max(port.banned_at_least, end) : end;
+    if (!memory_will_be_refused()) // else there may be none for it
+        port.banned_at_least = link_was_settled(port) ? std::max(port.banned_at_least, end) : end;
     port.banned_at = now();
     port.banned_until = std::max(port.banned_until, end);
     if (end != NEVER)

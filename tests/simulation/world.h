@@ -94,6 +94,7 @@ struct t_port {
     bool in_other_bridge = false;
     bool is_reserved = false;
     uint32_t questions = 0;     // frames that the daemon sent out there
+    uint32_t answers = 0;       // frames that came back
     t_time banned_at = 0;       // when the daemon took the newest ban from the bus
     t_time banned_until = 0;    // NEVER for a ban without end; over when it is past
     t_time banned_at_least = 0; // the same, without bans that a link may have lifted since
