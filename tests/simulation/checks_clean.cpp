@@ -3,7 +3,6 @@
 // threads, timers, memory. Scans and requests take more for a moment, so the least of a pause between cycles counts.
 #include <algorithm>
 #include <cstring>
-#include <utility>
 
 #include "tests/simulation/checks.h"
 #include "tests/simulation/descriptors.h"
@@ -17,8 +16,9 @@ namespace sim {
 
 constexpr t_time LONG_ENOUGH = 30 * SECOND; // for every request that came in meanwhile to be over
 constexpr int LOOKED_AT = 7; // every so manieth moment of rest: enough, and in step with nothing that repeats
-constexpr int64_t MADE_WHEN_NEEDED = 4; // blocks of memory that the first request, reply and ban leave for the next
-constexpr int64_t RESTING = 0;          // the number of that state
+constexpr int64_t MADE_WHEN_NEEDED = 4;   // blocks of memory that the first request and reply leave for the next
+constexpr int64_t TABLES_OF_RESERVED = 4; // two of two blocks, which stay from the first look at reserved ports on
+constexpr int64_t RESTING = 0;            // the number of that state
 
 namespace {
 
@@ -43,9 +43,7 @@ struct t_use {
 
 t_use first, least;
 bool has_first = false, pauses = false;
-bool has_asked = false, first_is_full = false;      // the first look makes the tables of reserved ports, which stay
-bool was_reserved[64], others_are_reserved = false; // so does the next one when others are reserved than before
-bool tables_have_grown = false;
+bool was_reserved[64];
 t_time since = 0;
 
 t_thing thing_of(const char *kind)
@@ -79,10 +77,11 @@ t_use use_now()
     return use;
 }
 
-// Of each port that answers a protocol, and of each that is banned, one is kept until the next look.
+// Kept of each port: that it is or was reserved, that it is banned, and until the next look that it answered.
 int64_t entries_of_lists()
 {
-    int64_t entries = 0;
+    int64_t entries = std::count(std::begin(was_reserved), std::end(was_reserved), true);
+    entries += entries > 0 ? TABLES_OF_RESERVED : 0;
     for (const t_port &port : world.ports)
         entries += (port.answers > 0) + port.truth.may_be_banned;
     return entries;
@@ -94,11 +93,7 @@ void judge_pause()
         return;
     if (!has_first)
         first = least;
-    else if ((has_asked && !first_is_full) || tables_have_grown)
-        first.of[blocks] = least.of[blocks];
     has_first = true;
-    tables_have_grown = false;
-    first_is_full = has_asked;
     log_line("clean", "%ld blocks, %ld threads, %ld others", least.of[blocks], least.of[threads_left],
              least.of[others]);
     for (int i = 0; i < THINGS; i++)
@@ -114,22 +109,12 @@ void begin_pause()
     std::fill(std::begin(least.of), std::end(least.of), INT64_MAX);
 }
 
-void note_reservation(const t_port &port)
-{
-    bool &was = was_reserved[port.number % std::size(was_reserved)];
-    others_are_reserved = others_are_reserved || was != port.truth.is_reserved;
-    was = port.truth.is_reserved;
-}
-
 void note_deed(const t_seen &seen)
 {
     if (seen.deed == t_deed::truth_changed && is_port(seen.port))
-        note_reservation(port_at(seen.port));
+        was_reserved[seen.port % static_cast<int>(std::size(was_reserved))] |= port_at(seen.port).truth.is_reserved;
     if (seen.deed != t_deed::way_taken)
         return;
-    if (strstr(seen.text, "-> looking"))
-        tables_have_grown |= std::exchange(others_are_reserved, false);
-    has_asked = has_asked || strstr(seen.text, "-> probing") || strstr(seen.text, "-> asking ARP");
     const auto states = static_cast<int64_t>(STATES);
     if (seen.number / states == RESTING)
         judge_pause();
