@@ -19,6 +19,7 @@ struct t_bus_state {
     bool hangs = false;   // and answers nothing, while it does
     bool is_deaf = false; // takes nothing that is written
     t_time latency = 300; // of one exchange with it
+    std::string refused;  // the object that it does not take, for somebody else offers it
 };
 extern t_bus_state bus;
 

@@ -283,7 +283,7 @@ int ubus_add_object(ubus_context *context, ubus_object *object)
     const int status = exchange_with_bus();
     if (status != 0)
         return status;
-    if (object->name && service_is_there(object->name))
+    if (object->name && (service_is_there(object->name) || bus.refused == object->name))
         return UBUS_STATUS_INVALID_ARGUMENT;
     publish(context, object);
     return 0;
@@ -308,7 +308,7 @@ int ubus_lookup_id(ubus_context *context, const char *path, uint32_t *id)
         *id = own->id;
         return 0;
     }
-    if (!service_is_there(path))
+    if (!service_is_there(path) && bus.refused != path)
         return UBUS_STATUS_NOT_FOUND;
     *id = id_of_service(path);
     return 0;

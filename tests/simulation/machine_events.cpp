@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The router's commands, its network manager, the bus and the machine itself do not do what they should for a time.
+#include <algorithm>
 #include <csignal>
 
 #include "tests/simulation/bus.h"
@@ -110,6 +111,22 @@ static void bus_is_deaf(const t_event &event)
     until(now() + event.number * MILLISECOND, [] { bus.is_deaf = false; });
 }
 
+// The bus daemon is started anew, and somebody else is faster to offer the object that the word names, until he goes.
+static void bus_refuses(const t_event &event)
+{
+    constexpr t_time TO_START = 300 * MILLISECOND;
+    bus_dies();
+    bus.refused = event.text;
+    until(now() + std::min(TO_START, event.number * MILLISECOND), bus_returns);
+    until(now() + event.number * MILLISECOND, [] { bus.refused.clear(); });
+}
+
+static void draw_refused(const t_life &, t_event *event, t_number number)
+{
+    event->text = one_in(2, number) ? "wan_detect" : "wan_detect.state";
+    event->number = draw_time(number);
+}
+
 static void draw_for_a_time(const t_life &, t_event *event, t_number number)
 {
     event->number = draw_time(number);
@@ -183,7 +200,7 @@ static void reader_goes(const t_event &)
 static void draw_nothing(const t_life &, t_event *, t_number) {}
 
 extern const t_event_kind command_kind, hang_kind, manager_kind, bus_dies_kind, bus_hangs_kind, bus_deaf_kind,
-    memory_kind, descriptors_kind, disk_kind, jump_kind, hang_up_kind, pipe_kind;
+    bus_refuses_kind, memory_kind, descriptors_kind, disk_kind, jump_kind, hang_up_kind, pipe_kind;
 const t_event_kind command_kind = {
     .name = "command", .happen = command, .draw = draw_command, .weight = 9, .lasts_ms = command_lasts};
 const t_event_kind hang_kind = {
@@ -208,6 +225,12 @@ const t_event_kind bus_deaf_kind = {.name = "bus_deaf",
                                     .weight = 20,
                                     .is_rare = true,
                                     .lasts_ms = lasts_its_number};
+const t_event_kind bus_refuses_kind = {.name = "bus_refuses",
+                                       .happen = bus_refuses,
+                                       .draw = draw_refused,
+                                       .weight = 20,
+                                       .is_rare = true,
+                                       .lasts_ms = lasts_its_number};
 const t_event_kind descriptors_kind = {.name = "descriptors",
                                        .happen = descriptors,
                                        .draw = draw_descriptors,

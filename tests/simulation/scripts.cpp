@@ -73,7 +73,7 @@ static int64_t draw_time(int64_t last_ms, t_number number)
 static int64_t draw_end(t_number number)
 {
     if (one_in(7, number))
-        return between(1, one_in(3, number) ? 20'000 : USUAL_LIFE_MS, number);
+        return between(1, one_in(4, number) ? 20 : one_in(3, number) ? 20'000 : USUAL_LIFE_MS, number);
     return USUAL_LIFE_MS * (one_in(20, number) ? 3 : 1) + between(0, 5000, number);
 }
 
@@ -247,15 +247,38 @@ static int64_t draw_storms(t_life *life, bool is_rare_life, t_number number)
 
 // --- the whole
 
-// What the start itself waits for: at most half a minute, for the bus and for each file.
+// What the start itself waits for, at most half a minute for the bus and for each file; or cannot do without.
 static void draw_trouble_at_start(t_life *life, t_number number)
 {
+    static const char *const KINDS[] = {"bus_hangs", "bus_hangs", "lock",   "lock",
+                                        "break",     "bus_dies",  "memory", "descriptors"};
     static const char *const PACKAGES[] = {"network", "switch", "protocol", "sysmode"};
-    const int64_t lasts_ms = between(1, 20'000, number);
-    if (one_in(2, number))
-        life->events.push_back({.at_ms = 0, .kind = "bus_hangs", .number = lasts_ms, .text = ""});
-    else
-        life->events.push_back({.at_ms = 0, .kind = "lock", .number = lasts_ms, .text = one_of(PACKAGES, number)});
+    t_event event = {.kind = one_of(KINDS, number), .number = between(1, 20'000, number), .text = ""};
+    if (event.kind == "lock" || event.kind == "break")
+        event.text = one_of(PACKAGES, number);
+    else if (event.kind == "memory")
+        event = {.kind = "memory", .number = between(1, 12, number), .text = std::to_string(number(200))};
+    else if (event.kind == "descriptors")
+        event.text = std::to_string(between(3, 16, number));
+    life->events.push_back(event);
+}
+
+// The end within a step, or within a command that hangs then.
+static void draw_early_end(t_life *life, int64_t end_ms, t_number number)
+{
+    const int64_t at_ms = between(0, end_ms, number);
+    const t_step &step = draw_step(*life, number);
+    const bool hangs = one_in(3, number);
+    if (hangs) {
+        t_event event = draw_of_kind(*life, at_ms, "hang", number);
+        event.number = 60'000;
+        life->events.push_back(event);
+    }
+    life->events.push_back({.at_ms = at_ms,
+                            .kind = THE_END,
+                            .text = "",
+                            .step = hangs && one_in(2, number) ? "swap" : step.name,
+                            .after_ms = between(0, step.lasts_ms, number)});
 }
 
 // In the midst of things, after a while in which somebody is found, or after the longest of the pauses.
@@ -285,6 +308,8 @@ void draw_events(t_life *life, t_character character, t_number number)
     }
     if (is_rare_life && one_in(4, number))
         draw_trouble_at_start(life, number);
+    if (one_in(12, number))
+        draw_early_end(life, end_ms, number);
     life->events.push_back({.at_ms = end_ms, .kind = THE_END, .text = ""});
     std::stable_sort(life->events.begin(), life->events.end(),
                      [](const t_event &a, const t_event &b) { return a.at_ms < b.at_ms; });

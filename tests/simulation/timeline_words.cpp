@@ -39,6 +39,7 @@ static const struct {
     {"manager", "the network manager changes for {seconds} s: {text}"},
     {"bus_dies", "the bus daemon is away for {seconds} s"},
     {"bus_hangs", "the bus daemon hangs for {seconds} s"},
+    {"bus_refuses", "the bus daemon starts anew, and for {seconds} s somebody else has the object {text}"},
     {"bus_deaf", "the bus daemon takes nothing for {seconds} s"},
     {"memory", "{number} allocations are refused, after {text} more"},
     {"descriptors", "{text} descriptors must do for {seconds} s"},

@@ -123,7 +123,7 @@ static void note_port(t_port &port)
 static t_health look_at_health()
 {
     return {.commands = commands_are_well(),
-            .bus = bus.is_up && !bus.hangs && !bus.is_deaf,
+            .bus = bus.is_up && !bus.hangs && !bus.is_deaf && bus.refused.empty(),
             .manager = manager_is_well(),
             .configuration = configuration_is_well(),
             .machine = machine_is_well()};
