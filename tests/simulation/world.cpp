@@ -139,8 +139,8 @@ std::string configured_connection()
         type = option_of("network", "wan", "proto");
     if (type == "pppoeshare")
         type = "pppoe";
-    if (!is_known_type(type))
-        return world.connection; // the former one stays
+    if (!is_known_type(type) && world.cycles > 0)
+        return world.connection; // the former one stays, which nobody knows before the first cycle
     return has_static_secondary(type) ? type + "-static" : type;
 }
 
