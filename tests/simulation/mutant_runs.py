@@ -1,0 +1,141 @@
+# SPDX-License-Identifier: MIT
+"""What reaches which mutant, and whether that fails with it."""
+import json
+import os
+import re
+import resource
+import signal
+import subprocess
+import time
+from collections import Counter
+from pathlib import Path
+
+from mutant_build import test_programs
+
+KEPT_LIVES = Path(__file__).resolve().parent / "regressions"
+SHORTEST_LIMIT_S = 20    # of a test program, and of a life
+TIMES_AS_LONG = 10       # as it takes without a mutant
+MOST_LIVES = 150         # that are played with one mutant
+LARGEST_FILE = 1 << 28
+FAILED_TEST = re.compile(r"^\[  FAILED  \] ([\w/.]+\.[\w/.]+)", re.M)
+FAILED_LIFE = re.compile(r"^seed \d+: FAILED: (.*?), hash [0-9a-f]{16}", re.M)
+HASH = re.compile(r", hash ([0-9a-f]{16})")
+
+
+def limit_files():
+    resource.setrlimit(resource.RLIMIT_FSIZE, (LARGEST_FILE, LARGEST_FILE))
+
+
+def end(run):
+    if run.poll() is None:
+        os.killpg(run.pid, signal.SIGKILL)
+    return run.communicate()[0]
+
+
+def output_of(command, limit_s, number=None, reached=None):
+    """Status (None when it took too long) and what was printed."""
+    environment = {name: value for name, value in os.environ.items() if not name.startswith("MUTANT")}
+    if number is not None:
+        environment["MUTANT"] = str(number)
+    if reached:
+        environment["MUTANTS_REACHED"] = str(reached)
+    run = subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, stdin=subprocess.DEVNULL, text=True,
+                           errors="replace", env=environment, start_new_session=True, preexec_fn=limit_files)
+    try:
+        output = run.communicate(timeout=limit_s)[0]
+        return run.returncode, output
+    except subprocess.TimeoutExpired:
+        return None, end(run)
+
+
+class Runs:
+    """Things that are run, by name: how long each takes, and the numbers of the mutants that it reaches."""
+
+    def __init__(self, work, book):
+        self.build_folder = work / "build"
+        self.reach_file = work / "reached"
+        self.book = work / book
+        self.known = json.loads(self.book.read_text()) if self.book.exists() else {}
+        self.catches = Counter()
+
+    def record_one(self, name, count):
+        self.reach_file.write_bytes(bytes(count))
+        start = time.monotonic()
+        status, output = output_of(self.command(name), 600, reached=self.reach_file)
+        reached = [number for number, byte in enumerate(self.reach_file.read_bytes()) if byte]
+        if status == 0 and reached:
+            self.known[name] = {"seconds": round(time.monotonic() - start, 3), "reached": reached,
+                                "hash": (HASH.findall(output) or [""])[0]}
+        elif status != 0:
+            print(f"left out, as it fails anyway: {name}", flush=True)
+
+    def keep(self):
+        self.book.write_text(json.dumps(self.known))
+
+    def that_reach(self, mutation):
+        """Those first that have caught most for their time."""
+        names = [name for name, known in self.known.items() if mutation.number in known["reached"]]
+        return sorted(names, key=lambda name: self.known[name]["seconds"] / (1 + self.catches[name]))
+
+    def limit_of(self, name):
+        return max(SHORTEST_LIMIT_S, TIMES_AS_LONG * self.known[name]["seconds"])
+
+
+class UnitTests(Runs):
+    def __init__(self, work):
+        super().__init__(work, "reached_by_tests.json")
+
+    def command(self, name):
+        return [self.build_folder / "bin" / name, "--gtest_brief=1", "--gtest_fail_fast"]
+
+    def record(self, count):
+        self.known = {}
+        for name in test_programs(self.build_folder):
+            self.record_one(name, count)
+        self.keep()
+
+    def try_mutant(self, mutation):
+        names = self.that_reach(mutation)
+        for name in names:
+            status, output = output_of(self.command(name), self.limit_of(name), mutation.number)
+            if status == 0:
+                continue
+            failed = FAILED_TEST.findall(output)
+            if status is not None and failed and self.passes_alone(name, failed[0], mutation):
+                continue
+            self.catches[name] += 1
+            return {"by": name, "how": failed[0] if failed else "too long" if status is None else f"status {status}"}
+        return {"by": None, "how": f"{len(names)} programs reach it"}
+
+    def passes_alone(self, name, test, mutation):
+        """A test that waits may fail because the machine is busy."""
+        command = [*self.command(name), f"--gtest_filter={test}"]
+        return output_of(command, self.limit_of(name), mutation.number)[0] == 0
+
+
+class Lives(Runs):
+    def __init__(self, work):
+        super().__init__(work, "reached_by_lives.json")
+
+    def command(self, name):
+        return [self.build_folder / "bin" / "simulate", *name.split()]
+
+    def record(self, count, lives):
+        self.known = {}
+        kept = [f"--life {path}" for path in sorted(KEPT_LIVES.glob("*.life"))]
+        for name in kept + [f"--seed {seed}" for seed in range(1, lives + 1)]:
+            self.record_one(name, count)
+        self.keep()
+
+    def try_mutant(self, mutation):
+        moves = False
+        names = sorted(self.that_reach(mutation), key=lambda name: not name.startswith("--life"))[:MOST_LIVES]
+        for played, name in enumerate(names, 1):
+            status, output = output_of(self.command(name), self.limit_of(name), mutation.number)
+            if status != 0:
+                self.catches[name] += 1
+                text = FAILED_LIFE.findall(output)
+                return {"by": Path(name.split()[1]).stem, "how": text[0][:160] if text else f"status {status}", "moves": True,
+                        "lives": played}
+            moves = moves or HASH.findall(output)[:1] != [self.known[name]["hash"]]
+        return {"by": None, "how": f"{len(names)} lives", "moves": moves, "lives": len(names)}
