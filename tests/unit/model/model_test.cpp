@@ -3,6 +3,8 @@
 
 #include <sstream>
 
+#include "tests/unit/support/failing_memory.h"
+
 namespace {
 
 template <typename T> std::vector<std::string> names_of_table(const T *table)
@@ -15,7 +17,7 @@ template <typename T> std::vector<std::string> names_of_table(const T *table)
 
 } // namespace
 
-t_model_test::t_model_test()
+t_model_test::t_model_test() : blocks_before(blocks_in_use())
 {
     for (const char *package : {"network", "switch", "protocol"})
         remove_config(package);
@@ -25,6 +27,7 @@ t_model_test::t_model_test()
 t_model_test::~t_model_test()
 {
     release_port_model(&port_model);
+    EXPECT_EQ(blocks_in_use(), blocks_before);
 }
 
 std::vector<std::string> names_of(const t_device *table)

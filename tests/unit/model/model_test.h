@@ -28,6 +28,9 @@ protected:
     }
 
     t_bound_gate gate;
+
+private:
+    size_t blocks_before; // each test frees what it takes
 };
 
 // Names in the order of the table or list.
