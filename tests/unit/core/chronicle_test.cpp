@@ -189,6 +189,18 @@ TEST_F(chronicle_of_cycles, the_wan_port_works_and_the_others_are_told_as_far_as
 }
 
 // holds: chronicle-fates
+TEST_F(chronicle_of_cycles, a_port_that_was_asked_says_so_also_when_the_wan_port_works_by_then)
+{
+    plug({"eth0", "eth2"});
+    open();
+    run_stage();
+    fake_router.network_state = 0;
+    fire(engine.start_wan_detect);
+    EXPECT_EQ(fate("eth0"), "works");
+    EXPECT_EQ(fate("eth2"), "asked");
+}
+
+// holds: chronicle-fates
 TEST_F(chronicle_of_cycles, a_wan_port_that_is_not_connected_or_banned_says_so)
 {
     plug({"eth0"});

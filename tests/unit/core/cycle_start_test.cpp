@@ -66,6 +66,17 @@ TEST_F(cycle_start, reserved_and_banned_ports_are_no_candidates)
 }
 
 // holds: candidates
+TEST_F(cycle_start, a_ban_that_has_run_out_by_then_keeps_no_candidate_away)
+{
+    plug({"eth1"});
+    engine.possible_wan_dev_list.add(dev("eth1"));
+    add_unique_banned_device_to_list(port_model.dev_hashmap_head, &port_model.banned_list, "eth1", 100);
+    port_model.banned_list.head.next->aging_time = {};
+    EXPECT_TRUE(filter_candidates());
+    EXPECT_EQ(candidates(), "eth1");
+}
+
+// holds: candidates
 TEST_F(cycle_start, a_candidate_that_cannot_be_added_is_told)
 {
     plug({"eth1", "eth2"});

@@ -76,6 +76,33 @@ TEST_F(hints, a_wan_interface_on_a_vlan_is_told_by_a_cycle_that_asked)
 }
 
 // holds: hint-vlan
+TEST_F(hints, a_vlan_is_known_by_the_digit_behind_the_dot)
+{
+    configure_wan("\toption device 'eth0.7'\n");
+    plug({"eth1"});
+    run_silent_cycle();
+    EXPECT_EQ(chronicle.hints, HINT_VLAN);
+}
+
+// holds: hint-vlan
+TEST_F(hints, a_dot_in_a_name_is_no_vlan)
+{
+    configure_wan("\toption device 'eth0.x7'\n");
+    plug({"eth1"});
+    run_silent_cycle();
+    EXPECT_EQ(chronicle.hints, 0);
+}
+
+// holds: hint-vlan
+TEST_F(hints, a_vlan_is_not_told_where_nobody_is_asked)
+{
+    configure_wan("\toption device 'eth0.35'\n");
+    open_cycle();
+    EXPECT_EQ(chronicle.hints, 0);
+    EXPECT_EQ(warnings(), 0);
+}
+
+// holds: hint-vlan
 TEST_F(hints, a_device_section_of_that_kind_tells_it_as_well)
 {
     configure_wan("\toption ifname 'wan0'\nconfig device\n\toption type '8021q'\n\toption name 'wan0'\n");

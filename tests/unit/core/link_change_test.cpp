@@ -392,6 +392,27 @@ static void *sleep_until_stopped(void *)
     return nullptr;
 }
 
+static size_t stack_of_thread;
+
+static void *note_stack(void *)
+{
+    pthread_attr_t attributes;
+    pthread_getattr_np(pthread_self(), &attributes);
+    pthread_attr_getstacksize(&attributes, &stack_of_thread);
+    pthread_attr_destroy(&attributes);
+    leave_background();
+    return nullptr;
+}
+
+TEST_F(link_change, a_background_thread_has_a_quarter_of_a_megabyte_of_stack)
+{
+    pthread_t thread;
+    ASSERT_EQ(start_background_thread(&thread, note_stack, nullptr), 0);
+    ASSERT_EQ(pthread_join(thread, nullptr), 0);
+    EXPECT_LE(stack_of_thread, size_t{256} * 1024);
+    EXPECT_GT(stack_of_thread, size_t{192} * 1024);
+}
+
 // Whoever pulls and plugs cables as fast as he can must not use up the router's memory.
 // holds: link-while-off, settling-fails
 TEST_F(link_change, threads_beyond_the_limit_are_refused_until_others_have_left)

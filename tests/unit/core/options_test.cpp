@@ -84,11 +84,14 @@ TEST_F(options, help_prints_the_usage_and_stops)
 // holds: wrong-options
 TEST_F(options, an_unknown_option_or_a_missing_level_points_to_help_and_stops)
 {
+    opterr = 1;
+    testing::internal::CaptureStderr();
     for (const char *word : {"-x", "--nonsense", "-d"}) {
         SetUp();
         EXPECT_EQ(parse({word}), 0);
         EXPECT_EQ(fake_router.commands, (std::vector<std::string>{TRY}));
     }
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "") << "the console is told, and nobody else";
 }
 
 // holds: wrong-options

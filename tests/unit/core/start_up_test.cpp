@@ -19,6 +19,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "core/background.h"
 #include "core/hangup.h"
 #include "core/retries.h"
 #include "core/shutdown.h"
@@ -235,6 +236,9 @@ TEST_F(start_up, a_wish_to_end_that_comes_just_before_the_fork_reaches_the_daemo
     for (int wish : {SIGTERM, SIGINT}) {
         hold_ending_signals();
         const pid_t daemon = daemon_that_waits_for(wish);
+        sigset_t none;
+        sigemptyset(&none);
+        pthread_sigmask(SIG_SETMASK, &none, nullptr); // it is the program that holds them back
         before_fork = [wish] { kill(getpid(), wish); };
         EXPECT_EQ(start({}, daemon), 0);
         EXPECT_EQ(status_of(daemon), 0);
@@ -278,6 +282,16 @@ TEST_F(start_up, the_version_gives_status_0_and_no_daemon)
 {
     EXPECT_EQ(start({"-V"}), 0);
     EXPECT_EQ(start({"-f", "--version"}), 0);
+    EXPECT_EQ(forks, 0);
+    EXPECT_EQ(bus_inits, 0);
+}
+
+// holds: status-option
+TEST_F(start_up, the_status_is_the_clients_and_no_daemon_is_started)
+{
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(start({"--status"}), 1) << "there is no bus";
+    EXPECT_NE(testing::internal::GetCapturedStderr(), "");
     EXPECT_EQ(forks, 0);
     EXPECT_EQ(bus_inits, 0);
 }
@@ -641,10 +655,64 @@ TEST_F(start_up_death, in_the_foreground_a_start_that_gives_up_gives_status_1)
 // holds: foreground-gives-up
 TEST_F(start_up_death, in_the_foreground_a_start_that_is_told_to_end_gives_status_0_even_if_it_then_fails)
 {
-    on_bus_init = [] { kill(getpid(), SIGTERM); };
-    EXPECT_EXIT(start({"-f"}), testing::ExitedWithCode(0), "");
+    for (int wish : {SIGTERM, SIGINT}) {
+        on_bus_init = [wish] { kill(getpid(), wish); };
+        EXPECT_EXIT(start({"-f"}), testing::ExitedWithCode(0), "");
+    }
     bus_result = -1;
     EXPECT_EXIT(start({"-f"}), testing::ExitedWithCode(0), "");
+}
+
+void *sleep_until_stopped(void *)
+{
+    sleep_unless_stopped(60'000);
+    leave_background();
+    return nullptr;
+}
+
+void leave_room_for(int workers)
+{
+    for (int i = workers; i < MAX_BACKGROUND_THREADS; i++) {
+        pthread_t thread;
+        if (start_background_thread(&thread, sleep_until_stopped, nullptr) == 0)
+            pthread_detach(thread);
+    }
+}
+
+// holds: start-up-fails
+TEST_F(start_up_death, without_one_of_the_two_threads_the_process_ends_with_status_0)
+{
+    constexpr const char *FIRST = "pthread_create wan_combo_auto_switch failed...11";
+    constexpr const char *SECOND = "pthread_create update_eth_link_status_trigger failed...11";
+    on_bus_init = [] { leave_room_for(0); };
+    EXPECT_EXIT(start(), testing::ExitedWithCode(0), "");
+    EXPECT_EQ(said("Critical", FIRST), 1);
+    EXPECT_EQ(said("Critical", SECOND), 0);
+    write_file(LOG_FILE, "");
+    on_bus_init = [] { leave_room_for(1); };
+    EXPECT_EXIT(start(), testing::ExitedWithCode(0), "");
+    EXPECT_EQ(said("Critical", FIRST), 0);
+    EXPECT_EQ(said("Critical", SECOND), 1);
+}
+
+TEST_F(start_up, the_loop_leaves_the_ends_of_commands_to_the_threads_that_run_them)
+{
+    uloop_handle_sigchld = true;
+    on_loop = [](int) { EXPECT_FALSE(uloop_handle_sigchld); };
+    EXPECT_EQ(start(), 0);
+    EXPECT_FALSE(uloop_handle_sigchld);
+}
+
+// holds: shutdown-releases
+TEST_F(start_up, shutdown_closes_every_descriptor)
+{
+    const auto open_descriptors = [] {
+        const std::filesystem::directory_iterator all("/proc/self/fd");
+        return std::distance(begin(all), end(all));
+    };
+    const auto before = open_descriptors();
+    EXPECT_EQ(start(), 0);
+    EXPECT_EQ(open_descriptors(), before);
 }
 
 // holds: shutdown-releases

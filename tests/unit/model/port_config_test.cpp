@@ -484,6 +484,17 @@ TEST_F(port_config, ports_and_attributes_are_loaded_together)
 }
 
 // holds: loader-codes
+TEST_F(port_config, one_port_with_attributes_is_enough)
+{
+    configure(1, "", "");
+    write_config("switch", section("switch_port", "port0", {{"port", "0"}, {"ifname", "eth0"}}));
+    t_log_capture log;
+    EXPECT_EQ(init_all_eth_device(&port_model), 1);
+    EXPECT_FALSE(
+        log.has("Error", "init_all_eth_device", "get_eth_atrribute failed, or no attribute successfully parse!"));
+}
+
+// holds: loader-codes
 TEST_F(port_config, ports_without_any_attribute_are_reported)
 {
     configure(1, "", "");
