@@ -120,14 +120,34 @@ def configure(tree, build_folder):
 
 
 class MutantBuild:
+    """A mutant keeps its number from build to build, so that little is compiled anew."""
+
     def __init__(self, work, jobs, mutations):
-        self.tree, self.build_folder, self.book = work / "tree", work / "build", work / "left_out.json"
+        self.tree, self.build_folder = work / "tree", work / "build"
         self.jobs = jobs
         self.mutations = mutations
-        self.left_out = set(json.loads(self.book.read_text())) if self.book.exists() else set()
+        self.left_out_book, self.numbers_book = work / "left_out.json", work / "numbers.json"
+        self.left_out = set(json.loads(self.left_out_book.read_text())) if self.left_out_book.exists() else set()
+        self.numbers = json.loads(self.numbers_book.read_text()) if self.numbers_book.exists() else {}
+        self.take_numbers()
+
+    def take_numbers(self):
+        for mutation in self.mutations:
+            mutation.number = self.numbers.get(mutation.key)
+
+    def give_numbers(self):
+        drawn = {mutation.key for mutation in self.mutations}
+        self.numbers = {key: number for key, number in self.numbers.items() if key in drawn}
+        free = sorted(set(range(len(drawn))) - set(self.numbers.values()))
+        for mutation in self.mutations:
+            if mutation.key not in self.numbers:
+                self.numbers[mutation.key] = free.pop(0)
+        self.numbers_book.write_text(json.dumps(self.numbers))
+        self.take_numbers()
 
     def kept(self):
-        return [mutation for mutation in self.mutations if mutation.key not in self.left_out]
+        """Those in the build, in the order in which they were drawn."""
+        return [mutation for mutation in self.mutations if mutation.key in self.numbers and mutation.key not in self.left_out]
 
     def dropped(self):
         return [mutation for mutation in self.mutations if mutation.key in self.left_out]
@@ -141,6 +161,7 @@ class MutantBuild:
 
     def build(self):
         """Again and again without those that the compiler does not take."""
+        self.give_numbers()
         self.write_tree()
         configure(self.tree, self.build_folder)
         for targets in (["wan_detect_core", "wan_detect_model"], ["simulate", *test_programs(self.build_folder)]):
@@ -173,5 +194,5 @@ class MutantBuild:
             blamed.update(by_number[number].key for distance, number in near if distance == min(near)[0])
         print(f"{len(blamed)} do not compile", flush=True)
         self.left_out |= blamed
-        self.book.write_text(json.dumps(sorted(self.left_out), indent=0))
+        self.left_out_book.write_text(json.dumps(sorted(self.left_out), indent=0))
         return bool(blamed)

@@ -16,6 +16,8 @@ KEPT_LIVES = Path(__file__).resolve().parent / "regressions"
 SHORTEST_LIMIT_S = 20    # of a test program, and of a life
 TIMES_AS_LONG = 10       # as it takes without a mutant
 MOST_LIVES = 150         # that are played with one mutant
+LIVES_UNMOVED = 60       # after so many that all went on as they do without it, no more are played
+SLOW_S = 1.5             # of a test program whose tests are looked at one by one
 LARGEST_FILE = 1 << 28
 FAILED_TEST = re.compile(r"^\[  FAILED  \] ([\w/.]+\.[\w/.]+)", re.M)
 FAILED_LIFE = re.compile(r"^seed \d+: FAILED: (.*?), hash [0-9a-f]{16}", re.M)
@@ -73,44 +75,74 @@ class Runs:
         self.book.write_text(json.dumps(self.known))
 
     def that_reach(self, mutation):
-        """Those first that have caught most for their time."""
+        """Those first that have caught most of this source, or at all, for their time."""
         names = [name for name, known in self.known.items() if mutation.number in known["reached"]]
-        return sorted(names, key=lambda name: self.known[name]["seconds"] / (1 + self.catches[name]))
+        return sorted(names, key=lambda name: self.known[name]["seconds"] / self.caught(name, mutation))
+
+    def caught(self, name, mutation):
+        return 1 + self.catches[name] + 20 * self.catches[name, mutation.path]
+
+    def note_catch(self, name, mutation):
+        self.catches[name] += 1
+        self.catches[name, mutation.path] += 1
 
     def limit_of(self, name):
         return max(SHORTEST_LIMIT_S, TIMES_AS_LONG * self.known[name]["seconds"])
 
 
 class UnitTests(Runs):
+    """By program; a slow one by each of its tests."""
+
     def __init__(self, work):
         super().__init__(work, "reached_by_tests.json")
 
     def command(self, name):
-        return [self.build_folder / "bin" / name, "--gtest_brief=1", "--gtest_fail_fast"]
+        program, _, test = name.partition(" ")
+        return [self.build_folder / "bin" / program, "--gtest_brief=1", "--gtest_fail_fast"] + ([f"--gtest_filter={test}"] if test else [])
+
+    def tests_of(self, program):
+        suite = ""
+        for line in output_of([self.build_folder / "bin" / program, "--gtest_list_tests"], SHORTEST_LIMIT_S)[1].splitlines():
+            if line[:1].isalpha() and line.split()[0].endswith("."):
+                suite = line.split()[0]
+            elif line.startswith("  "):
+                yield f"{program} {suite}{line.split()[0]}"
 
     def record(self, count):
         self.known = {}
-        for name in test_programs(self.build_folder):
-            self.record_one(name, count)
+        for program in test_programs(self.build_folder):
+            self.record_one(program, count)
+            if self.known.get(program, {}).get("seconds", 0) > SLOW_S:
+                del self.known[program]
+                for name in self.tests_of(program):
+                    self.record_one(name, count)
         self.keep()
 
+    def that_reach_by_program(self, mutation):
+        """As `that_reach`, the tests of one program as one run: its name, and the time that this takes."""
+        runs = {}
+        for name in self.that_reach(mutation):
+            program, _, test = name.partition(" ")
+            tests, seconds = runs.get(program, ([], 0))
+            runs[program] = (tests + [test] if test else [], seconds + self.known[name]["seconds"])
+        found = [(f"{program} {':'.join(tests)}".strip(), seconds) for program, (tests, seconds) in runs.items()]
+        return sorted(found, key=lambda run: run[1] / self.caught(run[0].split()[0], mutation))
+
     def try_mutant(self, mutation):
-        names = self.that_reach(mutation)
-        for name in names:
-            status, output = output_of(self.command(name), self.limit_of(name), mutation.number)
+        runs = self.that_reach_by_program(mutation)
+        for name, seconds in runs:
+            program = name.split()[0]
+            limit = max(SHORTEST_LIMIT_S, TIMES_AS_LONG * seconds)
+            status, output = output_of(self.command(name), limit, mutation.number)
             if status == 0:
                 continue
             failed = FAILED_TEST.findall(output)
-            if status is not None and failed and self.passes_alone(name, failed[0], mutation):
-                continue
-            self.catches[name] += 1
-            return {"by": name, "how": failed[0] if failed else "too long" if status is None else f"status {status}"}
-        return {"by": None, "how": f"{len(names)} programs reach it"}
-
-    def passes_alone(self, name, test, mutation):
-        """A test that waits may fail because the machine is busy."""
-        command = [*self.command(name), f"--gtest_filter={test}"]
-        return output_of(command, self.limit_of(name), mutation.number)[0] == 0
+            again = f"{program} {failed[0]}" if failed else name
+            if status is not None and output_of(self.command(again), limit, mutation.number)[0] == 0:
+                continue    # a test that waits may fail because the machine is busy
+            self.note_catch(program, mutation)
+            return {"by": program, "how": failed[0] if failed else "too long" if status is None else f"status {status}"}
+        return {"by": None, "how": f"{len(runs)} programs reach it"}
 
 
 class Lives(Runs):
@@ -128,14 +160,19 @@ class Lives(Runs):
         self.keep()
 
     def try_mutant(self, mutation):
+        """The kept lives come first."""
         moves = False
-        names = sorted(self.that_reach(mutation), key=lambda name: not name.startswith("--life"))[:MOST_LIVES]
-        for played, name in enumerate(names, 1):
+        names = sorted(self.that_reach(mutation), key=lambda name: not name.startswith("--life"))
+        played = 0
+        for name in names[:MOST_LIVES]:
+            if played == LIVES_UNMOVED and not moves:
+                break
+            played += 1
             status, output = output_of(self.command(name), self.limit_of(name), mutation.number)
             if status != 0:
-                self.catches[name] += 1
+                self.note_catch(name, mutation)
                 text = FAILED_LIFE.findall(output)
                 return {"by": Path(name.split()[1]).stem, "how": text[0][:160] if text else f"status {status}", "moves": True,
                         "lives": played}
             moves = moves or HASH.findall(output)[:1] != [self.known[name]["hash"]]
-        return {"by": None, "how": f"{len(names)} lives", "moves": moves, "lives": len(names)}
+        return {"by": None, "how": f"{played} of {len(names)} lives", "moves": moves, "lives": played}

@@ -42,8 +42,6 @@ def drawn_mutants(seed, count):
     zeros = {f"return {type_}::{first};" for text in texts.values() for type_, first in FIRST_OF_ENUM.findall(text)}
     found = [mutation for mutation in found if mutation.after != "return {};" or mutation.before not in zeros]
     found.sort(key=lambda mutation: hashlib.sha256(f"{seed} {mutation.key}".encode()).digest())
-    for number, mutation in enumerate(found[:count]):
-        mutation.number = number
     return found[:count]
 
 
@@ -80,6 +78,8 @@ def run(options, what):
     mutants = MutantBuild(options.work, options.jobs, drawn_mutants(options.seed, options.count)).kept()
     runs = (UnitTests if what == "tests" else Lives)(options.work)
     book = Book(options.book)
+    if what == "lives":    # those that the tests did not notice come first
+        mutants.sort(key=lambda mutation: bool(book.entries["tests"].get(mutation.key, {}).get("by", True)))
     for mutation in mutants:
         known = book.entries[what].get(mutation.key)
         if known and not (options.survivors and not known["by"]):
@@ -155,7 +155,9 @@ def main():
     if options.what == "record":
         if options.key != "lives":
             UnitTests(options.work).record(len(mutations))
-        return options.key == "tests" or Lives(options.work).record(len(mutations), options.lives)
+        if options.key != "tests":
+            Lives(options.work).record(len(mutations), options.lives)
+        return 0
     if options.what in ("tests", "lives"):
         return run(options, options.what)
     if options.what == "table":
@@ -163,7 +165,7 @@ def main():
     if options.what == "try":
         return try_one(options)
     for mutation in mutations:
-        print(f"{mutation.number:4} {mutation.key}")
+        print(mutation.key)
 
 
 if __name__ == "__main__":
