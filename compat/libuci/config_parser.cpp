@@ -8,6 +8,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <string_view>
 
 namespace uci_impl {
 
@@ -153,10 +154,10 @@ int config_parser::read_option(size_t start, bool is_list)
 int config_parser::read_command()
 {
     size_t start = reader_.byte();
-    const char *keyword = reader_.take_keyword();
+    const std::string_view keyword = reader_.take_keyword();
     // In full, or its first letter.
-    auto is = [keyword](const char *name) {
-        return keyword != nullptr && keyword[0] == name[0] && (keyword[1] == '\0' || strcmp(keyword, name) == 0);
+    auto is = [keyword](std::string_view name) {
+        return keyword == name || (keyword.size() == 1 && keyword[0] == name[0]);
     };
     if (is("package"))
         return read_package();

@@ -130,15 +130,14 @@ bool line_reader::next_command()
     return pos_ < length_ && line_[pos_] != '#' && (must_follow || line_[pos_] != '\n');
 }
 
-const char *line_reader::take_keyword()
+std::string_view line_reader::take_keyword()
 {
-    const size_t end = pos_ + run_until(line_ + pos_, blank | line_end);
-    if (end == pos_ || end == length_ || (line_[end] != ' ' && line_[end] != '\t'))
-        return nullptr;
-    const char *keyword = line_ + pos_;
-    line_[end] = '\0';
+    const size_t size = run_until(line_ + pos_, blank | line_end);
+    const size_t end = pos_ + size;
+    if (size == 0 || (line_[end] != ' ' && line_[end] != '\t'))
+        return {};
     pos_ = end + 1;
-    return keyword;
+    return {line_ + end - size, size};
 }
 
 bool line_reader::take(char c)

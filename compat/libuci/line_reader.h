@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstring>
+#include <string_view>
 
 namespace uci_impl {
 
@@ -25,8 +26,8 @@ public:
     // the bare end of the line stands for a command, which nobody knows.
     bool next_command();
 
-    // Takes the keyword at the current place; it must be followed by a space or a tab. Null: there is none.
-    const char *take_keyword();
+    // Takes the keyword at the current place; it must be followed by a space or a tab. Empty: there is none.
+    std::string_view take_keyword();
 
     // Takes one character if it stands at the current place.
     bool take(char c);
