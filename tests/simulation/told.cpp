@@ -36,7 +36,7 @@ static void read_parts(void *data, size_t size, t_told *into)
     blob_attr *one;
     auto left = static_cast<int>(size);
     __blob_for_each_attr(one, static_cast<blob_attr *>(data), left)
-        into->parts.emplace_back(blobmsg_name(one), read_value(one));
+        into->parts.push_back({blobmsg_name(one), read_value(one)});
 }
 
 static t_told read_value(blob_attr *attribute)

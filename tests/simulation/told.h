@@ -4,22 +4,28 @@
 
 #include <cstdint>
 #include <string>
-#include <utility>
 #include <vector>
 
 struct blob_attr;
 
 namespace sim {
 
+struct t_told_part;
+
 struct t_told {
-    std::string text;                                  // of a word; a number or boolean in decimals
-    std::vector<std::pair<std::string, t_told>> parts; // of a table; in an array without names
+    std::string text;               // of a word; a number or boolean in decimals
+    std::vector<t_told_part> parts; // of a table; in an array without names
 
     bool has(const char *name) const { return find(name) != nullptr; }
     const t_told *find(const char *name) const;
     const t_told &operator[](const char *name) const; // an empty one where there is none
     int64_t number() const;
     bool is(const char *word) const { return text == word; }
+};
+
+struct t_told_part {
+    std::string name;
+    t_told told;
 };
 
 t_told read_told(blob_attr *message);
