@@ -57,7 +57,7 @@ static const char *word(t_deed deed)
 
 void saw(const t_seen &seen)
 {
-    log_line(word(seen.deed), "%s [port %d, number %ld]", seen.text, seen.port, static_cast<long>(seen.number));
+    log_deed(word(seen.deed), seen.text, seen.port, seen.number);
     if (event_log.tells && !event_log.is_raw)
         tell_deed(seen);
     for (const t_check *check : CHECKS)

@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "tests/simulation/event_log.h"
 
+#include <charconv>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 
 #include "tests/simulation/real.h"
 #include "tests/simulation/scheduler.h"
@@ -32,13 +34,8 @@ void say(const char *format, ...)
     write_out(line, length < static_cast<int>(sizeof line) ? length : static_cast<int>(sizeof line) - 1);
 }
 
-void log_line(const char *who, const char *format, ...)
+static void note(const char *who, const char *text)
 {
-    char text[LINE_SIZE];
-    va_list arguments;
-    va_start(arguments, format);
-    vsnprintf(text, sizeof text, format, arguments);
-    va_end(arguments);
     event_log.entries++;
     log_number(static_cast<uint64_t>(now()));
     for (const char *at = text; *at; at++)
@@ -51,6 +48,28 @@ void log_line(const char *who, const char *format, ...)
         say("%12.6f s  %-8s %s%s", static_cast<double>(now()) / MICROSECONDS_PER_SECOND_REAL, who, text,
             ends ? "" : "\n");
     }
+}
+
+void log_line(const char *who, const char *format, ...)
+{
+    char text[LINE_SIZE];
+    va_list arguments;
+    va_start(arguments, format);
+    vsnprintf(text, sizeof text, format, arguments);
+    va_end(arguments);
+    note(who, text);
+}
+
+void log_deed(const char *who, const char *text, int port, int64_t number)
+{
+    char line[LINE_SIZE + 64];
+    const size_t length = strnlen(text, LINE_SIZE - 1);
+    char *end = static_cast<char *>(mempcpy(line, text, length));
+    end = std::to_chars(stpcpy(end, " [port "), std::end(line), port).ptr;
+    end = std::to_chars(stpcpy(end, ", number "), std::end(line), number).ptr;
+    strcpy(end, "]");
+    line[LINE_SIZE - 1] = '\0';
+    note(who, line);
 }
 
 } // namespace sim

@@ -27,6 +27,9 @@ inline void log_number(uint64_t value)
 // One line of the timeline: who ("world", "daemon", "bus", "command", ...) and what. Counts in the hash, too.
 void log_line(const char *who, const char *format, ...) __attribute__((format(printf, 2, 3)));
 
+// The same for "TEXT [port PORT, number NUMBER]", which is told so often that it is not formatted.
+void log_deed(const char *who, const char *text, int port, int64_t number);
+
 // A line to standard output whatever the log does; for the simulation itself.
 void say(const char *format, ...) __attribute__((format(printf, 1, 2)));
 
