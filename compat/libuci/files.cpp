@@ -154,7 +154,7 @@ char *join_path(const char *directory, const char *name)
     auto *path = static_cast<char *>(malloc(length + 1 + size));
     if (path == nullptr)
         return nullptr;
-    memcpy(path, directory, length);
+    memcpy(path, directory, length + 1);
     path[length] = '/';
     memcpy(path + length + 1, name, size);
     return path;

@@ -19,11 +19,11 @@ enum byte_kind : uint8_t { plain = 0, blank = 1, line_end = 2, special = 4 };
 
 constexpr std::array<uint8_t, UCHAR_MAX + 1> byte_kinds = [] {
     std::array<uint8_t, UCHAR_MAX + 1> kinds = {};
-    for (const char c : {' ', '\t', '\r', '\v', '\f'})
+    for (char c : {' ', '\t', '\r', '\v', '\f'})
         kinds[static_cast<unsigned char>(c)] = blank;
-    for (const char c : {'\0', '\n'})
+    for (char c : {'\0', '\n'})
         kinds[static_cast<unsigned char>(c)] = line_end;
-    for (const char c : {'#', ';', '\'', '"', '\\'})
+    for (char c : {'#', ';', '\'', '"', '\\'})
         kinds[static_cast<unsigned char>(c)] = special;
     return kinds;
 }();

@@ -21,13 +21,15 @@ constexpr uint32_t hash_mask = 0xffff;
 constexpr int bits_of_digit = 4;
 constexpr int most_hex_digits = 8;
 
-// Every option of every package has its name looked at, so it is looked up.
-constexpr std::array<bool, UCHAR_MAX + 1> name_chars = [] {
+constexpr std::array<bool, UCHAR_MAX + 1> make_name_chars()
+{
     std::array<bool, UCHAR_MAX + 1> chars = {};
     for (unsigned c = 0; c < chars.size(); c++)
         chars[c] = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
     return chars;
-}();
+}
+
+constexpr std::array<bool, UCHAR_MAX + 1> name_chars = make_name_chars();
 
 bool is_name_char(char c)
 {
