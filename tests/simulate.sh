@@ -14,7 +14,9 @@ set -uo pipefail
 cd "$(dirname "$0")/.." || exit 1
 
 folder=build/simulation
-options=(-DCMAKE_BUILD_TYPE=RelWithDebInfo)
+# As it ships, but without what a debugger reads, and the sources of a room as one: half of the time.
+options=(-DCMAKE_BUILD_TYPE=RelWithDebInfo "-DCMAKE_CXX_FLAGS_RELWITHDEBINFO=-O2 -DNDEBUG" -DCMAKE_UNITY_BUILD=ON
+    -DCMAKE_UNITY_BUILD_BATCH_SIZE=0)
 jobs=$(nproc)
 fixed_seed=1
 
