@@ -87,7 +87,13 @@ static bool can_run(const t_thread &thread)
     return thread.state == t_thread::ready || (thread.state == t_thread::waiting && is_over(thread));
 }
 
-static t_thread *pick_runnable()
+// The same when nothing has happened but that time went by since nobody could run.
+static bool can_run_by_time(const t_thread &thread)
+{
+    return thread.state == t_thread::waiting && thread.wait.deadline <= clock_now;
+}
+
+static t_thread *pick_runnable(bool (*can_run)(const t_thread &thread))
 {
     t_thread *able[MOST_THREADS];
     size_t count = 0;
@@ -134,11 +140,14 @@ static void jump()
 
 static t_thread *choose()
 {
+    auto *who_can_run = can_run;
     for (;;) {
-        if (t_thread *next = pick_runnable())
+        if (t_thread *next = pick_runnable(who_can_run))
             return next;
         look_at_rest();
         jump();
+        const bool happens = next_timer_time <= clock_now || world_next_time() <= clock_now;
+        who_can_run = happens ? can_run : can_run_by_time;
         fire_timers();
         let_world_happen();
     }

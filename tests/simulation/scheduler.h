@@ -35,7 +35,7 @@ enum class t_door : uint8_t {
     memory
 };
 
-// What a thread waits for: any of these ends the wait.
+// What a thread waits for: any of these ends the wait. What comes true by the time alone has that time as the deadline.
 struct t_wait {
     bool (*is_over)(const void *of) = nullptr; // null for nothing but the time and signals
     const void *of = nullptr;
