@@ -25,21 +25,20 @@ constexpr int SHORTEST_PAUSE_S = 10, FIRST_PAUSE_S = 30, LONGEST_PAUSE_S = 300;
 constexpr t_time UP_TO_QUESTIONS = 22 * SECOND + 9 * SECOND; // a link is seen, and settles
 
 static std::deque<t_time> changes; // from outside
-static std::deque<t_time> ups[64]; // of each port's link
+static std::deque<t_time> ups;     // of the ports' links
 
 static void note_link(const t_port &port)
 {
-    auto &times = ups[port.number % std::size(ups)];
-    if (port.link && (times.empty() || times.back() != port.link_since))
-        times.push_back(port.link_since);
+    if (port.link && port.link_since == now())
+        ups.push_back(now());
 }
 
-// Each of them brings questions of its own, also when the link went and came since.
-static uint32_t ups_to_be_asked_for(const t_port &port, t_time since)
+// Each of them brings questions of its own, also when the link went and came since; all ports with a link are asked
+// then.
+static uint32_t ups_to_be_asked_for(t_time since)
 {
-    const auto &times = ups[port.number % std::size(ups)];
     return static_cast<uint32_t>(
-        std::count_if(times.begin(), times.end(), [&](t_time up) { return up + UP_TO_QUESTIONS >= since; }));
+        std::count_if(ups.begin(), ups.end(), [&](t_time up) { return up + UP_TO_QUESTIONS >= since; }));
 }
 
 static uint32_t changes_since(t_time since)
@@ -62,12 +61,12 @@ static uint32_t looks_within(t_time time)
 }
 
 // While nothing changes, and nobody answers there: the looks since then, one that was under way, and one at once; and
-// those for which its link came shortly before.
+// those for which a link came shortly before.
 static void look_at_silent_port(const t_port &port)
 {
     const t_time since = std::max({changes.empty() ? 0 : changes.back(), world.role_since, port.link_since});
     const uint32_t asked = questions_since(port.number, since);
-    const uint32_t most = STAGES * (2 + looks_within(now() - since) + ups_to_be_asked_for(port, since));
+    const uint32_t most = STAGES * (2 + looks_within(now() - since) + ups_to_be_asked_for(since));
     if (port.truth.found == t_found::never && !port.truth.name_server && world.health.all() &&
         world.health_since <= since && asked > most)
         fail("polite: %s is silent, and was asked %u times in the %ld s since something changed, where %u are the most",
