@@ -107,6 +107,8 @@ static void draw_settings(t_life *life, t_character character, t_number number)
         life->settings[std::string(SETTING) + "fake_wan_port"] = std::to_string(some_port(*life, number));
     if (one_in(8, number))
         life->settings[std::string(SETTING) + "wan_combo_first_priority"] = one_in(5, number) ? "fibre" : "sfp";
+    if (one_in(40, number))
+        life->settings[LOG_LEVEL] = std::to_string(number(8)); // what the kernel filters follows it
     if (one_in(30, number))
         life->settings[GUEST_PORTS] = std::to_string(some_port(*life, number));
     if (character == t_character::usual || one_in(8, number))
@@ -149,7 +151,7 @@ static void draw_cables(t_life *life, t_character character, t_number number)
     }
     if (!is_at_rest)
         life->ports[static_cast<size_t>(life->wan - 1)].behind = one_in(2, number) ? "nothing" : "silent";
-    if (one_in(7, number)) {
+    if (one_in(character == t_character::usual ? 7 : 4, number)) {
         const int port = one_in(2, number) ? life->wan : some_port(*life, number);
         t_port_plan &combo = life->ports[static_cast<size_t>(port - 1)];
         combo.behind_sfp = one_in(3, number) ? draw_upstream(*life, number) : draw_bystander(*life, number);

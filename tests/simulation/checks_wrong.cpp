@@ -40,13 +40,18 @@ std::vector<std::pair<t_time, int>> holders; // since when
 
 } // namespace
 
-// The last of the ports that had the role then.
-static int holder_at(t_time time)
+// Whether the port had the role at some time between the two; also while it was at none of the ports since.
+static bool had_role(int port, t_time from, t_time to)
 {
     int holder = world.life.wan;
-    for (const auto &[since, port] : holders)
-        holder = since <= time ? port : holder;
-    return holder;
+    for (const auto &[since, next] : holders) {
+        if (since > from && holder == port)
+            return true;
+        if (since > to)
+            return false;
+        holder = next;
+    }
+    return holder == port;
 }
 
 static void note_truth_of(int number)
@@ -139,7 +144,8 @@ static void judge_former_holder(const t_port &port)
         fail("never wrong: %s takes the role from a port that is none of the daemon's", port.name.c_str());
     const t_port &holder = port_at(world.role_holder);
     const t_time asked = last_asked(port.number, BY_ANYTHING);
-    const bool is_back = holder_at(asked) == holder.number; // where the daemon knows it
+    const bool is_back =
+        had_role(holder.number, pass_before_swap_to(port.number), asked); // where the daemon has read it
     if (world.role_mover == t_mover::somebody && world.role_since > asked && !is_back &&
         now() - world.role_since > READING_TO_SWAP)
         fail("never wrong: %s takes the role back from %s, where somebody else has put it", port.name.c_str(),

@@ -5,7 +5,7 @@
 // acts_hangs: it does what it should and never ends; half: of what it prints half comes, and the swap moves
 // the role but no port; deaf: it
 // hangs, and SIGTERM too; killed: a signal ends it before it acts; acts_killed: after that; lies: status 1 although it
-// has acted; garbage: it prints no JSON; missing: it cannot be started.
+// has acted; garbage: it prints no JSON; odd: words for yes; missing: it cannot be started.
 #include <cerrno>
 #include <csignal>
 #include <map>
@@ -52,6 +52,13 @@ static void hang(t_plan *plan)
     plan->takes = NEVER;
 }
 
+// Of what it prints nothing is yes or no any more.
+static void make_odd(t_plan *plan)
+{
+    for (size_t at = 0; (at = plan->prints.find(":true", at)) != std::string::npos;)
+        plan->prints.replace(at, 5, ":\"up\"");
+}
+
 namespace {
 
 struct t_fault_kind {
@@ -69,6 +76,7 @@ const t_fault_kind KINDS[] = {
     {"killed", [](t_plan *plan) { do_nothing(plan), end_with(plan, SIGSEGV); }},
     {"acts_killed", [](t_plan *plan) { end_with(plan, SIGKILL); }},
     {"lies", [](t_plan *plan) { end_with(plan, FAILED); }},
+    {"odd", make_odd},
     {"garbage", [](t_plan *plan) { plan->prints = "no such driver\n"; }},
     {"missing", [](t_plan *plan) { plan->start_error = ENOMEM; }},
 };

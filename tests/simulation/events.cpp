@@ -20,7 +20,7 @@ extern const t_event_kind ban_kind;                                      // ban_
 extern const t_event_kind option_kind, lock_kind, break_kind, role_kind; // config_events.cpp
 extern const t_event_kind command_kind, hang_kind, manager_kind;         // machine_events.cpp
 extern const t_event_kind bus_dies_kind, bus_hangs_kind, bus_deaf_kind, bus_refuses_kind;
-extern const t_event_kind memory_kind, descriptors_kind, disk_kind, jump_kind, hang_up_kind, pipe_kind;
+extern const t_event_kind memory_kind, descriptors_kind, disk_kind, threads_kind, jump_kind, hang_up_kind, pipe_kind;
 extern const t_event_kind lie_kind; // lies.cpp
 
 // SIGTERM, with which every life ends; one that waits for a step may come first.
@@ -36,11 +36,12 @@ static void end(const t_event &)
 static const t_event_kind end_kind = {.name = "end", .happen = end};
 
 static const t_event_kind *const EVENTS[] = {
-    &end_kind,     &unplug_kind,      &plug_kind,    &move_kind,     &flap_kind,      &host_kind,     &dies_kind,
-    &returns_kind, &slowness_kind,    &set_kind,     &detect_kind,   &ask_kind,       &hotplug_kind,  &log_kind,
-    &state_kind,   &subscribe_kind,   &ban_kind,     &option_kind,   &lock_kind,      &break_kind,    &role_kind,
-    &command_kind, &hang_kind,        &manager_kind, &bus_dies_kind, &bus_hangs_kind, &bus_deaf_kind, &jump_kind,
-    &hang_up_kind, &descriptors_kind, &disk_kind,    &pipe_kind,     &memory_kind,    &lie_kind,      &bus_refuses_kind,
+    &end_kind,      &unplug_kind,    &plug_kind,     &move_kind,      &flap_kind,        &host_kind,
+    &dies_kind,     &returns_kind,   &slowness_kind, &set_kind,       &detect_kind,      &ask_kind,
+    &hotplug_kind,  &log_kind,       &state_kind,    &subscribe_kind, &ban_kind,         &option_kind,
+    &lock_kind,     &break_kind,     &role_kind,     &command_kind,   &hang_kind,        &manager_kind,
+    &bus_dies_kind, &bus_hangs_kind, &bus_deaf_kind, &jump_kind,      &hang_up_kind,     &descriptors_kind,
+    &disk_kind,     &pipe_kind,      &memory_kind,   &lie_kind,       &bus_refuses_kind, &threads_kind,
 };
 
 std::span<const t_event_kind *const> event_kinds()

@@ -14,9 +14,12 @@ namespace sim {
 
 constexpr unsigned USUAL_DESCRIPTORS = 1024;
 
+bool threads_are_refused = false;
+
 bool machine_is_well()
 {
-    return world.descriptor_limit == USUAL_DESCRIPTORS && !disk_is_full && !memory_will_be_refused();
+    return !threads_are_refused && world.descriptor_limit == USUAL_DESCRIPTORS && !disk_is_full &&
+           !memory_will_be_refused();
 }
 
 static int64_t draw_time(t_number number)
@@ -54,25 +57,26 @@ static int64_t hang_lasts(const t_event &event)
     return event.number + HANGING_ONES_MS;
 }
 
-static void draw_command_with(const char *fault, t_event *event, t_number number)
+static void draw_command_with(const t_life &life, const char *fault, t_event *event, t_number number)
 {
     static const char *const NAMES[] = {"swap",  "swap",   "swap",   "port_state", "port_state",
                                         "combo", "online", "reload", "all"};
-    event->text = std::string(one_of(NAMES, number)) + ":" + fault;
+    const bool tests_online = life.connection == "static" && one_in(3, number);
+    event->text = std::string(tests_online ? "online" : one_of(NAMES, number)) + ":" + fault;
     event->number = draw_time(number);
 }
 
-static void draw_command(const t_life &, t_event *event, t_number number)
+static void draw_command(const t_life &life, t_event *event, t_number number)
 {
-    static const char *const FAULTS[] = {"slow",   "slow", "fails",   "fails",      "half",
-                                         "killed", "lies", "garbage", "acts_killed"};
-    draw_command_with(one_of(FAULTS, number), event, number);
+    static const char *const FAULTS[] = {"slow",   "slow", "fails",   "fails",       "half",
+                                         "killed", "lies", "garbage", "acts_killed", "odd"};
+    draw_command_with(life, one_of(FAULTS, number), event, number);
 }
 
-static void draw_hang(const t_life &, t_event *event, t_number number)
+static void draw_hang(const t_life &life, t_event *event, t_number number)
 {
     static const char *const FAULTS[] = {"hangs", "hangs", "acts_hangs", "deaf", "missing"};
-    draw_command_with(one_of(FAULTS, number), event, number);
+    draw_command_with(life, one_of(FAULTS, number), event, number);
 }
 
 // --- the network manager: the word says how it is until the time is over
@@ -111,13 +115,15 @@ static void bus_is_deaf(const t_event &event)
     until(now() + event.number * MILLISECOND, [] { bus.is_deaf = false; });
 }
 
-// The bus daemon is started anew, and somebody else is faster to offer the object that the word names, until he goes.
+// Somebody else offers the object that the word names until he goes; he was faster when the bus daemon started anew.
 static void bus_refuses(const t_event &event)
 {
     constexpr t_time TO_START = 300 * MILLISECOND;
-    bus_dies();
     bus.refused = event.text;
-    until(now() + std::min(TO_START, event.number * MILLISECOND), bus_returns);
+    if (calls_can_be_made()) {
+        bus_dies();
+        until(now() + std::min(TO_START, event.number * MILLISECOND), bus_returns);
+    }
     until(now() + event.number * MILLISECOND, [] { bus.refused.clear(); });
 }
 
@@ -151,6 +157,12 @@ static void disk(const t_event &event)
 {
     disk_is_full = true;
     until(now() + event.number * MILLISECOND, [] { disk_is_full = false; });
+}
+
+static void threads(const t_event &event)
+{
+    threads_are_refused = true;
+    until(now() + event.number * MILLISECOND, [] { threads_are_refused = false; });
 }
 
 // So many allocations are refused in a row, after as many as the word says; those that nobody asked for are granted
@@ -200,7 +212,7 @@ static void reader_goes(const t_event &)
 static void draw_nothing(const t_life &, t_event *, t_number) {}
 
 extern const t_event_kind command_kind, hang_kind, manager_kind, bus_dies_kind, bus_hangs_kind, bus_deaf_kind,
-    bus_refuses_kind, memory_kind, descriptors_kind, disk_kind, jump_kind, hang_up_kind, pipe_kind;
+    bus_refuses_kind, memory_kind, descriptors_kind, threads_kind, disk_kind, jump_kind, hang_up_kind, pipe_kind;
 const t_event_kind command_kind = {
     .name = "command", .happen = command, .draw = draw_command, .weight = 9, .lasts_ms = command_lasts};
 const t_event_kind hang_kind = {
@@ -231,6 +243,12 @@ const t_event_kind bus_refuses_kind = {.name = "bus_refuses",
                                        .weight = 20,
                                        .is_rare = true,
                                        .lasts_ms = lasts_its_number};
+const t_event_kind threads_kind = {.name = "threads",
+                                   .happen = threads,
+                                   .draw = draw_for_a_time,
+                                   .weight = 15,
+                                   .is_rare = true,
+                                   .lasts_ms = lasts_its_number};
 const t_event_kind descriptors_kind = {.name = "descriptors",
                                        .happen = descriptors,
                                        .draw = draw_descriptors,

@@ -42,8 +42,9 @@ bool manager_is_well();
 
 // --- the machine and its files
 
-bool configuration_is_well(); // config_events.cpp
-bool machine_is_well();       // machine_events.cpp
+bool configuration_is_well();    // config_events.cpp
+bool machine_is_well();          // machine_events.cpp
+extern bool threads_are_refused; // likewise; no more can be started
 
 // --- whoever asks over the bus (requests.cpp)
 

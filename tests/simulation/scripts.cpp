@@ -258,6 +258,8 @@ static void draw_trouble_at_start(t_life *life, t_number number)
         event.text = one_of(PACKAGES, number);
     else if (event.kind == "memory")
         event = {.kind = "memory", .number = between(1, 12, number), .text = std::to_string(number(200))};
+    else if (event.kind == "bus_refuses")
+        event.text = one_in(2, number) ? "wan_detect" : "wan_detect.state";
     else if (event.kind == "descriptors")
         event.text = std::to_string(between(3, 16, number));
     life->events.push_back(event);

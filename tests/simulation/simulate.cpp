@@ -170,7 +170,9 @@ bool play_one(const t_wishes &wishes)
     if (!wishes.log_level.empty())
         life.settings[LOG_LEVEL] = wishes.log_level;
     if (wishes.shows) {
-        say("%s", text_of_life(life).c_str());
+        std::istringstream lines(text_of_life(life));
+        for (std::string line; std::getline(lines, line);)
+            say("%s\n", line.c_str()); // a whole life may be too long for one word
         return true;
     }
     if (wishes.shrinks)

@@ -6,6 +6,7 @@
 
 #include "tests/simulation/door.h"
 #include "tests/simulation/real.h"
+#include "tests/simulation/router.h"
 
 using namespace sim;
 
@@ -180,7 +181,7 @@ DOOR(void, funlockfile, (FILE * stream), (stream), t_door::lock)
 DOOR(int, pthread_create, (pthread_t * thread, const pthread_attr_t *attributes, void *(*body)(void *), void *argument),
      (thread, attributes, body, argument), t_door::thread)
 {
-    return start_thread(thread, attributes, body, argument);
+    return threads_are_refused ? EAGAIN : start_thread(thread, attributes, body, argument);
 }
 
 DOOR(int, pthread_detach, (pthread_t thread), (thread), t_door::thread)
