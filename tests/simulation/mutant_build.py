@@ -10,9 +10,9 @@ from pathlib import Path
 from mutations import NAMED_CONSTANT
 
 ROOT = Path(__file__).resolve().parents[2]
-# As it ships, but compiled in half of the time, and without what only a debugger reads.
-OPTIONS = ["-DCMAKE_BUILD_TYPE=RelWithDebInfo", "-DCMAKE_CXX_FLAGS_RELWITHDEBINFO=-O1 -DNDEBUG -w",
-           "-DCMAKE_C_FLAGS_RELWITHDEBINFO=-O1 -DNDEBUG", "-DWAN_DETECT_LIBS=bundled", "-DWAN_DETECT_SIMULATION=ON",
+# As the simulation is built anyway, but without what only a debugger reads.
+OPTIONS = ["-DCMAKE_BUILD_TYPE=RelWithDebInfo", "-DCMAKE_CXX_FLAGS_RELWITHDEBINFO=-O2 -DNDEBUG -w",
+           "-DCMAKE_C_FLAGS_RELWITHDEBINFO=-O2 -DNDEBUG", "-DWAN_DETECT_LIBS=bundled", "-DWAN_DETECT_SIMULATION=ON",
            "-DWAN_DETECT_LAB=OFF", "-DWAN_DETECT_SHARED_HEADERS=ON"]
 HEADER = """#pragma once
 extern int chosen_mutant;

@@ -11,6 +11,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "tests/simulation/changed.h"
 #include "tests/simulation/checks.h"
 #include "tests/simulation/descriptors.h"
 #include "tests/simulation/event_log.h"
@@ -85,6 +86,8 @@ t_outcome play(const t_life &life, bool tells)
     }
     if (ended->verdict == t_verdict::unfinished)
         tell_of_crash(status, ended);
+    if (tells_reached)
+        tell_reached(life.seed, ended->hash);
     return *ended;
 }
 

@@ -9,6 +9,7 @@
 #include <string>
 #include <unistd.h>
 
+#include "tests/simulation/changed.h"
 #include "tests/simulation/event_log.h"
 #include "tests/simulation/many.h"
 #include "tests/simulation/play.h"
@@ -47,6 +48,8 @@ struct t_wishes {
         "simulate --seed N --shrink [--to FILE] [--within SECONDS]   cuts a failing life down and tells it\n"
         "simulate --regressions FOLDER                  each life in it, twice\n"
         "--raw in the place of --timeline prints every entry of the event log\n"
+        "--changed NUMBER has one of the changes in force that are built in; --reached tells for each life which it "
+        "reached\n"
         "--twice with any of them plays each life twice: it fails when the two differ\n");
     exit(EXIT_FAILURE);
 }
@@ -96,6 +99,10 @@ t_wishes read_wishes(int argc, char **argv)
             wishes.shows = true;
         else if (word == "--twice")
             wishes.twice = true;
+        else if (word == "--changed")
+            change_in_force = atoi(value());
+        else if (word == "--reached")
+            tells_reached = true;
         else
             show_usage();
     }
