@@ -3,7 +3,7 @@
 # Plays the daemon's lives in simulated time (tests/simulation/README.md), and builds what that needs.
 #
 #   tests/simulate.sh MINUTES          as many lives as there is time for, on all processors, from a fresh seed
-#   tests/simulate.sh --short          what ./test.sh runs: kept lives, each twice, and the first 300 seeds
+#   tests/simulate.sh --short          what ./test.sh runs: kept lives and lives that must fail, each twice, and the first 300 seeds
 #   tests/simulate.sh --seed N         one life again, with its timeline
 #   tests/simulate.sh --life FILE      the same for one that was written down
 #   tests/simulate.sh OPTIONS...       anything else is for the program
@@ -62,23 +62,10 @@ simulate() { # simulate OPTIONS...: when one of many lives failed, its timeline 
     return 1
 }
 
-kept_lives() {
-    local life failed=0 count=0
-    for life in tests/simulation/regressions/*.life; do
-        [ -e "$life" ] || continue
-        count=$((count + 1))
-        "$folder/bin/simulate" --twice --life "$life" >/dev/null || {
-            printf 'FAILED: %s (tests/simulate.sh --life %s)\n' "${life##*/}" "$life"
-            failed=1
-        }
-    done
-    echo "$count kept lives"
-    return $failed
-}
-
 short() {
     local failed=0
-    kept_lives || failed=1
+    "$folder/bin/simulate" --regressions tests/simulation/regressions || failed=1
+    "$folder/bin/simulate" --regressions tests/simulation/can_fail || failed=1
     simulate --jobs "$jobs" --lives 300 --from $fixed_seed || failed=1
     return $failed
 }

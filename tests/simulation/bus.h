@@ -38,6 +38,9 @@ int64_t send_event(const std::string &name, const t_fill &fields);
 // Whether the daemon is on the bus, so that it gets what is sent to it.
 bool calls_can_be_made();
 
+// And whether callers find its object there, and events that it waits for reach it.
+bool daemon_is_offered();
+
 // The first subscriber of an object comes, or the last one goes.
 void subscribe_to_daemon(const std::string &object, bool subscribed);
 

@@ -68,6 +68,23 @@ int exchange_with_bus()
     return wait_for_answer(bus.latency, NEVER);
 }
 
+bool is_greeted()
+{
+    door(t_door::bus);
+    const std::shared_ptr<t_connection> with = connection;
+    const t_exchange exchange = {with.get(), now() + bus.latency};
+    const auto wait_until = [&](t_time deadline) {
+        return wait_for({.is_over = is_answered,
+                         .of = &exchange,
+                         .deadline = deadline,
+                         .by_signals = true,
+                         .what = "an answer on the bus"});
+    };
+    if (wait_until(exchange.answered_at) == t_woken::signal || is_answered(&exchange))
+        return is_answered(&exchange) && !with->hung_up;
+    return wait_until(NEVER) == t_woken::ready && !with->hung_up;
+}
+
 uint32_t id_of_service(const std::string &object)
 {
     const auto *found = std::find(std::begin(SERVICES), std::end(SERVICES), object);

@@ -48,6 +48,8 @@ void serve_pending(uloop_timeout *timer);
 
 // One question to the bus daemon and its answer: 0, or the library's status for a connection that is gone.
 int exchange_with_bus();
+// The bus daemon's first word, which is read once: a signal ends that.
+bool is_greeted();
 uint32_t id_of_service(const std::string &object);
 
 } // namespace sim

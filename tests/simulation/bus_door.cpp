@@ -122,6 +122,21 @@ void bus_returns()
     bus.is_up = true;
 }
 
+// --- what the daemon writes
+
+static bool has_room(const void *of)
+{
+    return static_cast<const t_connection *>(of)->hung_up || !bus.is_deaf;
+}
+
+// The library writes on until the other side has taken all of it.
+static void wait_for_room()
+{
+    const std::shared_ptr<t_connection> with = connection;
+    while (with && !has_room(with.get()))
+        wait_for({.is_over = has_room, .of = with.get(), .by_signals = true, .what = "room on the bus"});
+}
+
 // --- what comes in
 
 static ubus_object *object_named(ubus_context *context, const std::string &name)
@@ -141,6 +156,11 @@ static const ubus_method *method_named(const ubus_object &object, const std::str
         if (name == object.methods[i].name)
             return &object.methods[i];
     return nullptr;
+}
+
+bool daemon_is_offered()
+{
+    return calls_can_be_made() && object_named(bus_context, "wan_detect") && !connection->patterns.empty();
 }
 
 static void finish_call(int64_t number, int status)
@@ -240,6 +260,7 @@ using namespace sim;
 int ubus_send_reply(ubus_context *, ubus_request_data *, blob_attr *message)
 {
     door(t_door::bus);
+    wait_for_room();
     if (!connection || connection->hung_up || connection->serving.empty())
         return UBUS_STATUS_NO_DATA;
     const int64_t number = connection->serving.back();
@@ -257,6 +278,7 @@ int ubus_send_reply(ubus_context *, ubus_request_data *, blob_attr *message)
 int ubus_notify(ubus_context *, ubus_object *, const char *type, blob_attr *, int)
 {
     door(t_door::bus);
+    wait_for_room();
     if (!connection || connection->hung_up)
         return UBUS_STATUS_INVALID_ARGUMENT;
     saw({.deed = t_deed::notified, .text = type});
@@ -323,7 +345,7 @@ static bool connect_context(ubus_context *context)
     connection = std::make_shared<t_connection>();
     connection->flags = O_NONBLOCK;
     context->sock.fd = install_descriptor(connection);
-    if (context->sock.fd < 0 || exchange_with_bus() != 0) // its greeting
+    if (context->sock.fd < 0 || !is_greeted())
         return false;
     context->sock.cb = serve_socket;
     context->pending_timer.cb = serve_pending;

@@ -79,8 +79,9 @@ static std::string draw_host(t_number number)
 // An upstream that is none: of another kind, or one that does not do what it should.
 static std::string draw_decoy(const t_life &life, t_number number)
 {
-    static const char *const DECOYS[] = {"dhcp",       "dhcp:mute",     "dhcp:xid", "pppoe",  "pppoe:mute",
-                                         "pppoe:uniq", "gateway:other", "dns",      "gateway"};
+    static const char *const DECOYS[] = {"dhcp",          "dhcp:mute", "dhcp:xid",   "dhcp:nowhere",
+                                         "dhcp:nowhere",  "pppoe",     "pppoe:mute", "pppoe:uniq",
+                                         "gateway:other", "dns",       "gateway"};
     const std::string word = one_of(DECOYS, number);
     return has_upstream(life, word) && number(3) ? "silent" : word;
 }

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <sstream>
 
+#include "tests/simulation/bus.h"
 #include "tests/simulation/checks.h"
 #include "tests/simulation/file_tree.h"
 #include "tests/simulation/neighbours.h"
@@ -225,6 +226,43 @@ static void look_for_unanswered(t_time at)
                  request.method.c_str());
 }
 
+// Also during the start calls are taken at once, but for what blocks the loop.
+static void look_for_untaken()
+{
+    constexpr t_time TAKEN_WITHIN = 10 * SECOND;
+    static size_t open = 0; // the first that was not taken yet
+    static t_time since = 0, blocked = 0;
+    const auto is_over = [](const t_request &one) { return one.served != NEVER || one.over != NEVER || one.is_lost; };
+    const size_t before = open;
+    while (open < world.requests.size() && is_over(world.requests[open]))
+        open++;
+    if (open == world.requests.size() || open != before || !world.health.all() || world.told_to_end != NEVER) {
+        since = now();
+        blocked = time_loop_was_blocked();
+        return;
+    }
+    const t_time most = TAKEN_WITHIN + (loop_began() == NEVER ? 0 : time_loop_was_blocked() - blocked);
+    if (now() - std::max(since, world.requests[open].sent) > most)
+        fail("answers: call %ld (%s) was not taken for %ld ms", static_cast<long>(world.requests[open].number),
+             world.requests[open].method.c_str(), static_cast<long>((now() - since) / MILLISECOND));
+}
+
+// Whoever is not on the bus comes back to it once a second, and may call and register for a second.
+static void look_whether_offered()
+{
+    constexpr t_time COMES_BACK = 5 * SECOND;
+    static t_time since = 0, blocked = 0;
+    const bool is_free = world.told_to_end != NEVER || loop_began() == NEVER || !world.health.bus ||
+                         !world.health.machine || daemon_is_offered();
+    if (is_free) {
+        since = now();
+        blocked = time_loop_was_blocked();
+    } else if (now() - since > COMES_BACK + time_loop_was_blocked() - blocked) {
+        fail("answers: the bus is there for %ld ms, and the daemon is not on it with its object and its event",
+             static_cast<long>((now() - since) / MILLISECOND));
+    }
+}
+
 static void look_at_deed(const t_seen &seen)
 {
     if (seen.deed == t_deed::file_written && strcmp(seen.text, RESULT) == 0)
@@ -244,6 +282,8 @@ static void look_at_deed(const t_seen &seen)
 static void look_at_rest_of_calls()
 {
     look_for_late_result();
+    look_for_untaken();
+    look_whether_offered();
     if (world.told_to_end == NEVER)
         look_for_unanswered(now());
 }

@@ -18,6 +18,7 @@ constexpr t_time LONG_ENOUGH = 30 * SECOND; // for every request that came in me
 constexpr int LOOKED_AT = 7; // every so manieth moment of rest: enough, and in step with nothing that repeats
 constexpr int64_t MADE_WHEN_NEEDED = 4;   // blocks of memory that the first request and reply leave for the next
 constexpr int64_t TABLES_OF_RESERVED = 4; // two of two blocks, which stay from the first look at reserved ports on
+constexpr int MOST_THREADS_EVER = 161;    // of the daemon, its first one among them
 constexpr int64_t RESTING = 0;            // the number of that state
 
 namespace {
@@ -126,6 +127,8 @@ void note_deed(const t_seen &seen)
 void look()
 {
     static int moments = 0;
+    if (count_of_threads() > MOST_THREADS_EVER)
+        fail("clean: %d threads at once", count_of_threads());
     if (!pauses || ++moments % LOOKED_AT != 0)
         return;
     const t_use use = use_now();

@@ -7,6 +7,7 @@
 #include "tests/simulation/checks.h"
 #include "tests/simulation/file_tree.h"
 #include "tests/simulation/stuck.h"
+#include "tests/simulation/ways.h"
 #include "tests/simulation/world.h"
 
 namespace sim {
@@ -17,7 +18,7 @@ namespace sim {
 // A link that changed is seen: the scan's pause, once longer behind a swap, and the script.
 constexpr t_time SEEN = SECOND + 20 * SECOND + SECOND;
 // From the loss of the WAN port's link to the first pass; later losses begin it anew.
-constexpr t_time LOSS = 10 * SECOND;
+constexpr t_time LOSS = 10 * SECOND, MOST_PUT_OFF = 60 * SECOND;
 // All stages of one look: three rounds of 2.5 s, the judgement within 0.1 s, the pauses of a second between them.
 constexpr t_time STAGES = 3 * (2500 + 100 + 1000) * MILLISECOND;
 // A request that holds the stage for its timeout, and the next try of the cycle behind it.
@@ -29,6 +30,8 @@ constexpr t_time TEST_PAUSE = 21 * SECOND;
 constexpr int64_t MOST_DELAY_S = 60;
 // Passes of the cycle come once a second; doors, and threads that wait for their turn.
 constexpr t_time SLACK = 3 * SECOND;
+
+constexpr size_t RESTING = 0, ENDING = 7; // the numbers of these states
 
 // A link was there, or away, for so long that the scan has seen it.
 constexpr t_time SURELY_SEEN = SEEN + 11 * SECOND;
@@ -48,11 +51,16 @@ struct t_upstreams {
 };
 
 t_obligation owed;
+t_obligation restless;      // the same while ports of no matter change
+t_obligation worked;        // the WAN port, beside an open cycle
+bool cycle_is_over = true;  // it rests
 int detection_as_told = -1; // by the last `set` whose handler began; -1 for none yet
 t_time eased_at = -NEVER;   // a change that begins the pauses with the shortest again
 t_time asked_for = -NEVER;  // when a cycle that somebody asked for is due
+t_time told_wrongly = 0;    // of a link
 bool is_excused = false;
-bool has_given_up = false; // it may have, while the configuration wanted no second look
+bool was_looked_for = false; // the role, by a pass, while it was at none of the ports
+bool has_given_up = false;   // it may have, while the configuration wanted no second look
 bool links[64];
 t_time links_since[64];
 
@@ -111,10 +119,11 @@ static t_upstreams look_for_upstreams()
 // never had a chance to be taken for good since the last such moment obliges the daemon to look.
 static void note_excuse()
 {
+    const bool told_truly = world.health.manager && world.health.bus && world.health.commands;
     if (!is_port(world.role_holder))
         is_excused = true;
     else if (const t_port &holder = port_at(world.role_holder); holder.link)
-        is_excused = is_excused || holder.truth.serves || !world.health.all();
+        is_excused = is_excused || holder.truth.serves || !told_truly;
 }
 
 // What the daemon swapped to, or was called to look at, and what served until the test behind it, was taken for good.
@@ -144,7 +153,7 @@ static bool holder_is_right()
 
 // --- the bound
 
-static t_time bound(t_found worst)
+static t_time bound_of_owed(t_found worst)
 {
     const bool is_eased = eased_at >= owed.since - SECOND || owed.since == loop_began();
     const t_time first = first_pause(), longest = std::max(first, LONGEST_PAUSE_S * SECOND);
@@ -153,26 +162,65 @@ static t_time bound(t_found worst)
     return SEEN + LOSS + REQUEST + STAGES + pause + STAGES + second_look + SLACK;
 }
 
+// The same while other ports flap and somebody asks: nothing puts a look off for ever.
+static t_time bound_of_restless(t_found worst)
+{
+    const t_time longest = std::max(first_pause(), LONGEST_PAUSE_S * SECOND);
+    const t_time second_look = worst == t_found::second_look ? longest + STAGES : 0;
+    return SEEN + LOSS + MOST_PUT_OFF + 3 * REQUEST + 2 * STAGES + longest + STAGES + second_look + SLACK;
+}
+
+static void judge(t_obligation *one, const t_upstreams &upstreams, t_time since, t_time (*bound)(t_found worst))
+{
+    if (upstreams.count == 0 || has_given_up) {
+        one->since = NEVER;
+        return;
+    }
+    since = std::max({since, loop_began(), asked_for, upstreams.since});
+    if (one->since == NEVER || since > one->since)
+        *one = {since, time_loop_was_blocked()};
+    const t_time limit = bound(upstreams.worst) + time_loop_was_blocked() - one->blocked;
+    if (now() - one->since > limit)
+        fail("found: %d upstream(s), and port %d has the role for %ld s, where %ld s are the most", upstreams.count,
+             world.role_holder, static_cast<long>((now() - one->since) / SECOND), static_cast<long>(limit / SECOND));
+}
+
 static void look_at_obligation()
 {
     note_passed_test();
     if (holder_is_surely_lost())
         is_excused = false;
-    const bool is_free = world.told_to_end != NEVER || loop_began() == NEVER || now() < world.quiet_from ||
-                         !detection_is_undisturbed() || is_excused || holder_is_right();
+    const bool is_free = world.told_to_end != NEVER || loop_began() == NEVER || !detection_is_undisturbed() ||
+                         is_excused || holder_is_right();
     const t_upstreams upstreams = is_free ? t_upstreams{} : look_for_upstreams();
     has_given_up = has_given_up || (upstreams.count > 0 && first_pause() == 0);
-    if (upstreams.count == 0 || has_given_up) {
-        owed.since = NEVER;
+    judge(&restless, upstreams, std::max(unchanged_since(), told_wrongly), bound_of_restless);
+    judge(&owed, now() < world.quiet_from ? t_upstreams{} : upstreams, undisturbed_since(), bound_of_owed);
+}
+
+// --- a WAN port that works ends the cycle: its next pass asks the network manager first
+
+static void look_at_open_cycle()
+{
+    const bool is_free = world.told_to_end != NEVER || loop_began() == NEVER || !detection_is_undisturbed() ||
+                         !holder_is_right() || port_at(world.role_holder).truth.may_be_banned;
+    if (is_free || cycle_is_over) {
+        worked = {now(), time_loop_was_blocked()};
         return;
     }
-    const t_time since = std::max({undisturbed_since(), loop_began(), asked_for, upstreams.since});
-    if (owed.since == NEVER || since > owed.since)
-        owed = {since, time_loop_was_blocked()};
-    const t_time limit = bound(upstreams.worst) + time_loop_was_blocked() - owed.blocked;
-    if (now() - owed.since > limit)
-        fail("found: %d upstream(s), and port %d has the role for %ld s, where %ld s are the most", upstreams.count,
-             world.role_holder, static_cast<long>((now() - owed.since) / SECOND), static_cast<long>(limit / SECOND));
+    const t_port &holder = port_at(world.role_holder);
+    const t_time since =
+        std::max({worked.since, undisturbed_since(), world.role_since, holder.truth_since, asked_for, loop_began()});
+    const t_time limit = SEEN + LOSS + REQUEST + STAGES + SLACK + time_loop_was_blocked() - worked.blocked;
+    if (now() - since > limit)
+        fail("found: port %d works for %ld s, and the cycle goes on, where %ld s are the most", world.role_holder,
+             static_cast<long>((now() - since) / SECOND), static_cast<long>(limit / SECOND));
+}
+
+static void look_at_rest_of_found()
+{
+    look_at_obligation();
+    look_at_open_cycle();
 }
 
 // --- what happened
@@ -193,6 +241,9 @@ static void note_request(int64_t number)
                                   [&](const t_request &request) { return request.number == number; });
     if (number == 0 || one == world.requests.rend())
         return;
+    if (const int port = one->method == "hotplug" ? port_named(one->device) : 0;
+        port != 0 && port_at(port).link != (one->value != 0))
+        told_wrongly = now();
     if (one->method == "set" && switches_on(*one))
         is_excused = false;
     if (one->method != "wan_detect" || one->value < 0 || one->value > MOST_DELAY_S)
@@ -200,6 +251,14 @@ static void note_request(int64_t number)
     is_excused = false;
     eased_at = now();
     asked_for = now() + one->value * SECOND;
+}
+
+// At rest nobody judges what somebody chose; but when the role comes back to a port of the table, and the daemon knows
+// that it was away, it looks.
+static void note_moved_role()
+{
+    is_excused = !(was_looked_for && cycle_is_over && is_port(world.role_holder) && detection_is_undisturbed());
+    was_looked_for = false;
 }
 
 static void note_link(const t_port &port)
@@ -214,6 +273,13 @@ static void note_link(const t_port &port)
     since = now();
 }
 
+static void note_way(size_t to)
+{
+    const bool is_surely_read = world.health.configuration && now() - world.role_since > SECOND;
+    cycle_is_over = to == RESTING;
+    was_looked_for = was_looked_for || (to == ENDING && !is_port(world.role_holder) && is_surely_read);
+}
+
 static void look_at_deed(const t_seen &seen)
 {
     if (seen.deed == t_deed::request_served)
@@ -221,13 +287,15 @@ static void look_at_deed(const t_seen &seen)
     else if (seen.deed == t_deed::truth_changed && is_port(seen.port))
         note_link(port_at(seen.port));
     else if (seen.deed == t_deed::role_moved && seen.number == 0)
-        is_excused = true; // at rest nobody judges what somebody chose
+        note_moved_role();
+    else if (seen.deed == t_deed::way_taken)
+        note_way(static_cast<size_t>(seen.number) % STATES);
     else if (seen.deed != t_deed::truth_changed)
         return;
     note_excuse();
 }
 
 extern const t_check found;
-const t_check found = {.name = "found", .on_deed = look_at_deed, .at_rest = look_at_obligation};
+const t_check found = {.name = "found", .on_deed = look_at_deed, .at_rest = look_at_rest_of_found};
 
 } // namespace sim

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <map>
 
 #include "tests/simulation/bus.h"
 #include "tests/simulation/checks.h"
@@ -49,6 +50,17 @@ static bool has_kept_link(const t_port &port)
 
 // --- status
 
+// A link that comes goes before it comes again: an even number of changes leaves it as it was.
+static void look_at_link_changes(const t_told &told, const t_port &port)
+{
+    static std::map<int, bool> were_odd; // by port: whether an odd number of changes led to a link
+    const bool odd = told["link_changes"].number() % 2 != 0, led_to_link = odd == (told["link"].number() != 0);
+    const auto [former, is_first] = were_odd.emplace(port.number, led_to_link);
+    if (!is_first && former->second != led_to_link)
+        fail("state: %ld changes of the link of %s are told, one of them twice",
+             static_cast<long>(told["link_changes"].number()), port.name.c_str());
+}
+
 static void look_at_port(const t_told &told, const t_port &port)
 {
     const char *name = port.name.c_str();
@@ -69,6 +81,10 @@ static void look_at_port(const t_told &told, const t_port &port)
         fail("state: %s is banned, and not told to be", name);
     if (told.has("banned") && !port.truth.may_be_banned && now() > port.banned_until + 2 * SECOND)
         fail("state: %s is told to be banned, and is not", name);
+    // Counted in whole seconds; one that is collected behind the loss may stay.
+    const t_time answered = now() - (told["answer"]["ago"].number() - 1) * SECOND;
+    if (is_known(port.link_since, SURELY_KNOWN) && !port.link && told.has("answer") && answered < port.link_since)
+        fail("state: %s has no link, and is told to answer", name);
     if (was_well && (told["pool"].number() != 0) != port.truth.in_pool)
         fail("state: the place of %s in the pool is told wrongly", name);
 }
@@ -99,8 +115,11 @@ static void look_at_status(blob_attr *message)
     const t_told told = read_told(message);
     look_at_engine(told);
     for (const auto &[none, one] : told["ports"].parts)
-        if (const int number = port_named(one["name"].text))
+        if (const int number = port_named(one["name"].text)) {
             look_at_port(one, port_at(number));
+            if (told["starting"].number() == 0)
+                look_at_link_changes(one, port_at(number));
+        }
 }
 
 // --- history
@@ -161,6 +180,27 @@ static void look_at_silence(const t_told &cycle)
     }
 }
 
+// Where the order decided, no name server can have answered.
+static void look_at_name_servers(const t_told &cycle)
+{
+    constexpr t_time SURELY_IN_TIME = 300 * MILLISECOND;
+    const t_time begun = now() - (cycle["ago"].number() + 2) * SECOND;
+    const bool has_one = world.connection == "dhcp" || world.connection == "static";
+    if (!has_one || !cycle["decision"].is("priority") || !world.health.all() ||
+        std::max(world.health_since, world.connection_since) > begun)
+        return;
+    for (const auto &[none, one] : cycle["ports"].parts) {
+        const int number = port_named(one["name"].text);
+        if (!number || !(one["why"].is("won") || one["why"].is("lower_priority")))
+            continue;
+        const t_port &port = port_at(number);
+        if (port.link && port.truth.name_server && port.truth.found == t_found::at_once &&
+            port.answers_after <= SURELY_IN_TIME && std::max(port.truth_since, port.link_since) < begun)
+            fail("state: the order decided, and a name server answers behind %s all the while",
+                 one["name"].text.c_str());
+    }
+}
+
 static void look_at_history(blob_attr *message)
 {
     const t_told told = read_told(message);
@@ -173,6 +213,7 @@ static void look_at_history(blob_attr *message)
         look_at_cycle(cycle, is_newest);
         look_at_order(cycle);
         look_at_silence(cycle);
+        look_at_name_servers(cycle);
         before = number;
         is_newest = false;
     }

@@ -20,6 +20,7 @@ constexpr const char *BUS = "an answer on the bus";
 constexpr const char *SWAP = "network_lanwan_swap ";
 constexpr t_time QUERY_LIMIT = 10'800 * MILLISECOND;  // a script that is asked
 constexpr t_time ACTION_LIMIT = 60'800 * MILLISECOND; // the swap, the port set-up, an online test
+constexpr t_time LIMIT_AT_END = 3300 * MILLISECOND;   // 2.5 s, and the time between SIGTERM and SIGKILL
 constexpr t_time ACROSS_DOORS = 100 * MILLISECOND;    // from the end of what was waited for to the next door
 constexpr t_time AFTER_COMMAND = SECOND;              // the locks of a swap are held a moment longer
 constexpr t_time SHORT_PAUSE = 20 * MILLISECOND;
@@ -122,6 +123,10 @@ static void look_at_deed(const t_seen &seen)
         return note_end(seen);
     case t_deed::frame_sent:
         return note_frame(seen);
+    case t_deed::log_line:
+        if (self().spins_held > 0)
+            fail("never stuck: thread %d holds a spin lock while it tells something", self().number);
+        return;
     default:
         return;
     }
@@ -197,7 +202,10 @@ static void look_at_loop(const t_thread &loop)
 static void look_at_commands()
 {
     for (const t_running &one : running)
-        if (now() - one.since > limit_of(one.command) + ACROSS_DOORS)
+        if (world.told_to_end != NEVER && now() - std::max(one.since, world.told_to_end) > LIMIT_AT_END + ACROSS_DOORS)
+            fail("never stuck: %s runs for %ld ms of the end", one.command.c_str(),
+                 static_cast<long>((now() - world.told_to_end) / MILLISECOND));
+        else if (now() - one.since > limit_of(one.command) + ACROSS_DOORS)
             fail("never stuck: %s runs for %ld ms", one.command.c_str(),
                  static_cast<long>((now() - one.since) / MILLISECOND));
 }
@@ -226,15 +234,16 @@ static void look_at_rest_of_all()
     for (int number = 0; const t_thread *thread = thread_at(number); number++)
         if (thread->state == t_thread::waiting)
             look_at_locks(*thread);
+    look_at_commands();
     if (world.told_to_end != NEVER)
         return; // the end has limits of its own
     count_blocked_time(*thread_at(0));
     look_at_loop(*thread_at(0));
-    look_at_commands();
     look_at_scan();
 }
 
 extern const t_check never_stuck;
-const t_check never_stuck = {.name = "never stuck", .on_deed = look_at_deed, .at_rest = look_at_rest_of_all};
+const t_check never_stuck = {
+    .name = "never stuck", .on_deed = look_at_deed, .at_rest = look_at_rest_of_all, .at_end = look_at_commands};
 
 } // namespace sim

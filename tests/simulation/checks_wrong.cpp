@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "tests/simulation/bus.h"
 #include "tests/simulation/checks.h"
 #include "tests/simulation/questions.h"
 #include "tests/simulation/world.h"
@@ -28,7 +29,13 @@ constexpr t_time READING_TO_SWAP = 50 * MILLISECOND;
 // A network manager that finds a connection, and a pass that asks it before it asks the ports.
 constexpr t_time WORKING_IS_SEEN = 15 * SECOND;
 
+// A network manager that is away is asked ten times, a second apart; what it was asked before that may still count.
+constexpr t_time WAITED_FOR = 9 * SECOND, LONG_BEFORE = 35 * SECOND;
+
 namespace {
+
+bool was_well = true; // all surroundings
+t_time well_since = 0, well_until = 0;
 
 struct t_past {
     t_port_truth truth;
@@ -137,6 +144,23 @@ static void judge_engine(const t_port &port)
         fail("never wrong: %s gets the role while detection is off", name);
 }
 
+// A bus or a network manager that is away says nothing, and is waited for.
+static bool nobody_can_tell()
+{
+    const bool is_away = !bus.is_up || !service_is_there("network.interface");
+    return is_away && world.health.commands && world.health.configuration && world.health.machine &&
+           now() - well_until < WAITED_FOR;
+}
+
+static void note_health()
+{
+    if (was_well && !world.health.all())
+        well_until = now();
+    if (!was_well && world.health.all())
+        well_since = now();
+    was_well = world.health.all();
+}
+
 // Whoever moved the role keeps what he chose until the port that he chose was looked at, and others were asked.
 static void judge_former_holder(const t_port &port)
 {
@@ -153,6 +177,11 @@ static void judge_former_holder(const t_port &port)
     const t_time since =
         std::max({holder.link_since, holder.truth_since, world.role_since, world.health_since, world.connection_since});
     const t_time pass = pass_before_swap_to(port.number);
+    const t_time steady = std::max({holder.link_since, holder.truth_since, world.role_since, world.connection_since});
+    if (nobody_can_tell() && holder.link && holder.truth.serves && !holder.truth.may_be_banned &&
+        std::max(steady, well_since) < well_until - LONG_BEFORE)
+        fail("never wrong: %s takes the role from %s, which worked, while nobody can tell", port.name.c_str(),
+             holder.name.c_str());
     if (world.health.all() && holder.link && holder.truth.serves && !holder.truth.may_be_banned &&
         since < pass - WORKING_IS_SEEN)
         fail("never wrong: %s takes the role from %s, which works", port.name.c_str(), holder.name.c_str());
@@ -166,6 +195,8 @@ static void judge_swap(const char *command)
     if (!is_port(number))
         fail("never wrong: the role goes to port %d, which does not exist", number);
     const t_port &port = port_at(number);
+    if (self().number != 0 && now() - world.role_since > READING_TO_SWAP)
+        fail("never wrong: the sides of %s are switched, and it has not got the role", port.name.c_str());
     judge_engine(port);
     judge_port(port);
     judge_former_holder(port);
@@ -174,7 +205,7 @@ static void judge_swap(const char *command)
 static void look_at_deed(const t_seen &seen)
 {
     if (seen.deed == t_deed::truth_changed)
-        note_truth_of(seen.port);
+        seen.port ? note_truth_of(seen.port) : note_health();
     else if (seen.deed == t_deed::role_moved && is_port(seen.port))
         holders.emplace_back(now(), seen.port);
     else if (seen.deed == t_deed::command_started && strncmp(seen.text, SWAP_COMMAND, strlen(SWAP_COMMAND)) == 0)

@@ -95,14 +95,19 @@ static bool is_for_dhcp(const std::string &connection)
     return connection == "dhcp" || connection == "l2tp" || connection == "pptp";
 }
 
-static bool serves(const t_neighbour &who, const std::string &connection)
+static bool answers(const t_neighbour &who, const std::string &connection)
 {
     return is_for_dhcp(connection) && !has_trait(who, "mute") && !has_trait(who, "xid") && !is_late(who);
 }
 
+static bool serves(const t_neighbour &who, const std::string &connection)
+{
+    return answers(who, connection) && !has_trait(who, "nowhere");
+}
+
 static t_found found(const t_neighbour &who, const std::string &connection)
 {
-    return serves(who, connection) ? found_as_server(who, "tests") : t_found::never;
+    return answers(who, connection) ? found_as_server(who, "tests") : t_found::never;
 }
 
 extern const t_neighbour_kind dhcp_server;

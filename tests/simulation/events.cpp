@@ -24,13 +24,22 @@ extern const t_event_kind memory_kind, descriptors_kind, disk_kind, threads_kind
 extern const t_event_kind lie_kind; // lies.cpp
 
 // SIGTERM, with which every life ends; one that waits for a step may come first.
-static void end(const t_event &)
+static void tell_to_end()
 {
     if (world.told_to_end != NEVER)
         return;
     world.told_to_end = now();
     life_limit = now() + END_TAKES_AT_MOST;
     send_signal(SIGTERM);
+}
+
+// So many microseconds later as the number says.
+static void end(const t_event &event)
+{
+    if (event.number == 0)
+        tell_to_end();
+    else
+        happen_at(now() + event.number, tell_to_end);
 }
 
 static const t_event_kind end_kind = {.name = "end", .happen = end};

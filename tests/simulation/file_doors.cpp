@@ -85,9 +85,11 @@ static int open_path(const char *raw_path, int flags, mode_t mode)
         return failure(ELOOP);
     if (!node)
         node = new_node(path, t_node::file, mode & 0777);
-    if ((flags & O_TRUNC) && (flags & O_ACCMODE) != O_RDONLY)
-        node->text.clear();
     auto file = std::make_shared<t_open_file>(path, node);
+    if ((flags & O_TRUNC) && (flags & O_ACCMODE) != O_RDONLY) {
+        node->text.clear();
+        saw({.deed = t_deed::file_written, .text = path.c_str()}); // whoever reads it now
+    }
     file->flags = flags & (O_ACCMODE | O_NONBLOCK | O_APPEND);
     return install_descriptor(std::move(file));
 }

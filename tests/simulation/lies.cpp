@@ -4,8 +4,10 @@
 #include <cstring>
 #include <deque>
 
+#include "tests/simulation/bus_connection.h"
 #include "tests/simulation/checks.h"
 #include "tests/simulation/file_tree.h"
+#include "tests/simulation/told.h"
 #include "tests/simulation/world.h"
 
 namespace sim {
@@ -18,6 +20,22 @@ static void swap(const t_event &event)
     const std::string command = "network_lanwan_swap set port" + std::to_string(event.port);
     saw({.deed = t_deed::command_started, .text = command.c_str()});
     saw({.deed = t_deed::command_ended, .text = command.c_str()});
+}
+
+// "sides": the same for one side of a combo port, by another thread than the loop's.
+static void *switch_sides_of(void *port)
+{
+    const std::string command = "network_lanwan_swap set port" + std::to_string(*static_cast<int *>(port)) + " sfp";
+    saw({.deed = t_deed::command_started, .text = command.c_str()});
+    return nullptr;
+}
+
+static void switch_sides(const t_event &event)
+{
+    static int port;
+    pthread_t thread;
+    port = event.port;
+    start_thread(&thread, nullptr, switch_sides_of, &port);
 }
 
 // "run": a script that is asked for the sides of a combo port, and never let go.
@@ -94,6 +112,46 @@ static void reply(const t_event &event)
         answer(make_request(event.text == "twice" ? "log" : "proto_detect", 2000), event.text == "twice" ? 2 : 1);
 }
 
+// "untaken": a call that nobody takes.
+static void leave_call(const t_event &)
+{
+    make_request("log", 2).served = NEVER;
+}
+
+// "withdraw": nobody hears the events of the bus any more.
+static void withdraw(const t_event &)
+{
+    connection->patterns.clear();
+}
+
+// "way": of a cycle, as t_deed::way_taken has it.
+static void take_way(const t_event &event)
+{
+    saw({.deed = t_deed::way_taken, .number = event.number, .text = "a lie"});
+}
+
+// "line": something is told, by whoever holds what.
+static void tell(const t_event &)
+{
+    self().spins_held++;
+    saw({.deed = t_deed::log_line, .text = "a lie"});
+}
+
+static void *stay(void *)
+{
+    wait_for({.what = "a lie"});
+    return nullptr;
+}
+
+// "threads": so many more.
+static void start_threads(const t_event &event)
+{
+    for (int64_t i = 0; i < event.number; i++) {
+        pthread_t handle;
+        start_thread(&handle, nullptr, stay, nullptr);
+    }
+}
+
 // "result": another word than the right one, as soon as there is one.
 static void write_result(const t_event &event)
 {
@@ -106,14 +164,32 @@ static void lie(const t_event &event)
     static constexpr struct {
         const char *word;
         void (*tell)(const t_event &event);
-    } LIES[] = {{"swap", swap},          {"run", run},    {"ask", ask},     {"spin", hold},
-                {"table", hold},         {"mutex", hold}, {"sleep", sleep}, {"deaf", deafen},
-                {"unanswered", reply},   {"code", reply}, {"twice", reply}, {"promise", reply},
-                {"result", write_result}};
+    } LIES[] = {{"swap", swap},
+                {"run", run},
+                {"ask", ask},
+                {"spin", hold},
+                {"table", hold},
+                {"mutex", hold},
+                {"sleep", sleep},
+                {"deaf", deafen},
+                {"unanswered", reply},
+                {"code", reply},
+                {"twice", reply},
+                {"promise", reply},
+                {"result", write_result},
+                {"untaken", leave_call},
+                {"withdraw", withdraw},
+                {"way", take_way},
+                {"line", tell},
+                {"threads", start_threads},
+                {"sides", switch_sides}};
     for (const auto &[word, tell] : LIES)
         if (event.text == word)
             return tell(event);
-    fail("nobody lies so: %s", event.text.c_str());
+    const size_t equals = event.text.find('=');
+    if (equals == std::string::npos)
+        fail("nobody lies so: %s", event.text.c_str());
+    tell_instead(event.text.substr(0, equals), event.text.substr(equals + 1));
 }
 
 extern const t_event_kind lie_kind;

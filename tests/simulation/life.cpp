@@ -39,6 +39,10 @@ t_life draw_life(uint64_t seed)
     draw_board(&life, character, number);
     life.settings[SWITCH_RATE] = std::to_string(uint64_t{1} << number(14));
     draw_events(&life, character, number);
+    if (one_in(4, number))
+        life.settings[HOTPLUG] = std::to_string(between(1, one_in(2, number) ? 100 : 1500, number));
+    if (one_in(200, number))
+        life.events = {{.kind = "end", .number = between(2, 60, number), .text = ""}}; // in the midst of the start
     return life;
 }
 

@@ -54,6 +54,8 @@ constexpr const char *LOG_LEVEL = "log_level";
 // (manager.cpp).
 constexpr const char *GUEST_PORTS = "guest_ports";
 constexpr const char *MANAGER = "manager";
+// How long after each change of a link a script tells the daemon of it, in milliseconds; 0 for never.
+constexpr const char *HOTPLUG = "hotplug_after";
 
 t_life draw_life(uint64_t seed);
 

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The board's ports, their cables and links, the LAN bridge, and the way frames take.
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -8,6 +9,7 @@
 #include "tests/simulation/file_tree.h"
 #include "tests/simulation/neighbours.h"
 #include "tests/simulation/packets.h"
+#include "tests/simulation/router.h"
 #include "tests/simulation/world.h"
 
 namespace sim {
@@ -65,6 +67,21 @@ static void begin_neighbours(t_port &port)
         begin_neighbour(who);
 }
 
+// The router's hotplug script tells the daemon, a moment later.
+static void tell_of_link(const t_port &port)
+{
+    const int64_t after_ms = world.life.setting(HOTPLUG, 0);
+    if (after_ms == 0 || now() == world.begins_at)
+        return;
+    happen_at(now() + after_ms * MILLISECOND, [name = port.name, up = port.link] {
+        send_request({.object = "wan_detect", .method = "hotplug", .device = name, .value = up},
+                     [=](blob_buf *message) {
+                         blobmsg_add_string(message, "name", name.c_str());
+                         blobmsg_add_u8(message, "status", up);
+                     });
+    });
+}
+
 // The carrier follows the side in use. Whoever is behind it begins anew with the link.
 static void follow_side(t_port &port)
 {
@@ -73,6 +90,7 @@ static void follow_side(t_port &port)
         return;
     port.link = link;
     port.link_since = now();
+    tell_of_link(port);
     if (!link) {
         port.link_lost = now();
         tell_sockets_of_loss(port.number, ENETDOWN);
@@ -142,8 +160,11 @@ static void show_member(const t_port &port)
         remove_file(folder + "/bridge");
         return;
     }
+    const auto is_guest = [](const t_port &one) { return one.in_other_bridge; };
+    const auto guests = std::count_if(world.ports.begin(), world.ports.begin() + port.number, is_guest);
+    const int place = port.in_other_bridge ? static_cast<int>(guests) : port.number; // each bridge counts its own
     char number[16];
-    snprintf(number, sizeof number, "0x%x\n", static_cast<unsigned>(port.number));
+    snprintf(number, sizeof number, "0x%x\n", static_cast<unsigned>(place));
     put_file(folder + "/port_no", number);
     put_link(folder + "/bridge", port.in_bridge ? "../../br-lan" : "../../br-guest");
 }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
-// Lives that failed once.
+// Lives that are kept: those that failed once, and those that must fail, for a check has to be able to.
 #include <algorithm>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -23,17 +24,24 @@ static std::vector<std::filesystem::path> files_in(const std::string &folder)
     return found;
 }
 
+constexpr const char *FAILS = "# fails: "; // and how, in the first line of a life that must
+
 // Empty when all is well.
 static std::string what_fails(const std::filesystem::path &path)
 {
-    std::stringstream text;
-    text << std::ifstream(path).rdbuf();
+    std::stringstream file;
+    file << std::ifstream(path).rdbuf();
+    const std::string text = file.str();
     t_life life;
-    if (!read_life(text.str(), &life))
+    if (!read_life(text, &life))
         return "it is no life";
     const t_outcome once = play(life, false);
-    if (once.verdict != t_verdict::passed)
-        return once.text;
+    const std::string told = once.verdict == t_verdict::passed ? "" : once.text;
+    const size_t length = strlen(FAILS);
+    const std::string wanted = text.compare(0, length, FAILS) == 0 ? text.substr(length, text.find('\n') - length) : "";
+    if (wanted.empty() ? !told.empty() : told.compare(0, wanted.size(), wanted) != 0)
+        return wanted.empty() ? told
+                              : "it must fail by \"" + wanted + "\", and did: " + (told.empty() ? "nothing" : told);
     return play(life, false).hash == once.hash ? "" : "replay: two runs of this life differ";
 }
 

@@ -87,7 +87,7 @@ static int64_t draw_usual(t_life *life, bool is_rare_life, t_number number)
     for (int64_t left = draw_event_count(number); left > 0; left--) {
         const bool is_soon = former_ms > 0 && one_in(3, number);
         former_ms = is_soon ? former_ms + draw_pause(number) : draw_time(last_ms, number);
-        t_event event = {.at_ms = std::max<int64_t>(0, std::min(former_ms, end_ms - 1)), .text = ""};
+        t_event event = {.at_ms = std::max<int64_t>(1, std::min(former_ms, end_ms - 1)), .text = ""};
         draw_what(*life, &event, is_rare_life, number);
         life->events.push_back(event);
     }

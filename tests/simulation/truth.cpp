@@ -177,7 +177,12 @@ bool detection_is_undisturbed()
 
 t_time undisturbed_since()
 {
-    t_time since = std::max({world.health_since, world.detection_since, world.connection_since, world.quiet_from});
+    return std::max(unchanged_since(), world.quiet_from);
+}
+
+t_time unchanged_since()
+{
+    t_time since = std::max({world.health_since, world.detection_since, world.connection_since});
     if (world.role_taken_by_others != NEVER)
         since = std::max(since, world.role_taken_by_others);
     for (const t_port &port : world.ports)

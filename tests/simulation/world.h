@@ -197,6 +197,7 @@ bool package_is_usable(const std::string &package); // neither locked nor broken
 
 // Whether detection can be expected to find a port: on, on a router, told by a manager and commands that are well.
 bool detection_is_undisturbed();
+t_time unchanged_since();   // all of it but what is to come
 t_time undisturbed_since(); // the latest of all changes above but the daemon's own swaps, and of all ports' truth
 
 // --- time
