@@ -49,11 +49,10 @@ int check_request(const t_proto_detect_request *request)
     return 0;
 }
 
-int store_link(t_device *dev, bool up)
+void store_link(t_device *dev, bool up)
 {
     REQUIRE((dev->link_active != 0) != up);
     dev->link_active = up;
-    return 0;
 }
 
 void build_router()

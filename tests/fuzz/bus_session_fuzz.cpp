@@ -143,10 +143,9 @@ int check_request(const t_proto_detect_request *request)
     return 0;
 }
 
-int store_link(t_device *dev, bool up)
+void store_link(t_device *dev, bool up)
 {
     dev->link_active = up;
-    return 0;
 }
 
 void build_router()

@@ -10,12 +10,11 @@
 
 static int changes;
 
-int wan_detect_process_link_change(t_device *dev, bool up)
+void wan_detect_process_link_change(t_device *dev, bool up)
 {
     REQUIRE((dev->link_active != 0) != up);
     dev->link_active = up;
     changes++;
-    return 0;
 }
 
 void prepare()
