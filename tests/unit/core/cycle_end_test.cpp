@@ -98,6 +98,15 @@ TEST_F(cycle_end, the_fake_wan_port_itself_is_switched_to_before_it_is_forgotten
 }
 
 // holds: fake-wan-wins
+TEST_F(cycle_end, the_fake_wan_port_that_has_the_role_already_is_only_forgotten)
+{
+    port_model.fake_wan = dev("eth0");
+    end_with(dev("eth0"));
+    EXPECT_EQ(fake_router.commands, (std::vector<std::string>{"/sbin/wanlan_port_reload"}));
+    EXPECT_EQ(port_model.fake_wan, nullptr);
+}
+
+// holds: fake-wan-wins
 TEST_F(cycle_end, another_winner_is_switched_to_after_the_fake_wan_port_is_forgotten)
 {
     port_model.fake_wan = dev("eth3");

@@ -198,7 +198,7 @@ TEST_F(look_again, requests_begin_with_the_first_pause_again)
     const t_proto_detect_request request = {.timeout_ms = 2000, .dev = dev("eth1"), .protocol = nullptr};
     ASSERT_EQ(engine_handlers.start_proto_detect(&request), 0);
     EXPECT_EQ(pause_s(), 30);
-    uloop_timeout_set(&engine.look_again, 30000);
+    uloop_timeout_set(&engine.look_again, 120000);
     engine.retry.armed_s = 120;
     start_wan_detect_all(60000);
     EXPECT_EQ(pause_s(), 30);
@@ -328,6 +328,22 @@ TEST_F(look_again, every_second_look_asks_in_the_connections_own_name)
     fire(engine.init_wan_detect_all);
     fire(engine.start_wan_detect);
     EXPECT_FALSE(asks_in_own_name());
+}
+
+// holds: every-second-look-arp, look-again-cycle
+TEST_F(look_again, a_look_in_a_cycle_of_its_own_counts_as_well)
+{
+    set_connection("ocn");
+    plug({"eth2"});
+    open_cycle();
+    fire(engine.end);
+    for (bool own : {true, false, true}) {
+        fire(engine.look_again);
+        fire(engine.init_wan_detect_all);
+        fire(engine.start_wan_detect);
+        EXPECT_EQ(asks_in_own_name(), own);
+        fire(engine.end);
+    }
 }
 
 // holds: every-second-look-arp

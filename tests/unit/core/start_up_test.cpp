@@ -622,6 +622,7 @@ TEST_F(start_up_death, without_the_protocols_the_process_ends_with_status_0)
     remove_config("protocol");
     EXPECT_EXIT(start(), testing::ExitedWithCode(0), "");
     EXPECT_EQ(said("Critical", "init_all_protocols failed!"), 1);
+    EXPECT_EQ(read_file(LOG_FILE).find("generate_eth_device"), std::string::npos) << "it ends there";
 }
 
 // holds: start-up-fails
