@@ -34,8 +34,8 @@ struct t_engine_handlers {
     void (*start_wan_detect_all)(int delay_ms);
     // 0 when the request was taken over, ERR_BUSY when a detection is running (then nothing changes).
     int (*start_proto_detect)(const t_proto_detect_request *request);
-    // Stores a port's new link state and lets the engine act on it. Any thread.
-    void (*process_link_change)(t_device *dev, bool up);
+    // Stores a port's new link state and lets the engine act on it. Any thread; always 0.
+    int (*process_link_change)(t_device *dev, bool up);
     // Something changed that makes another look at the ports worth while soon. Any thread.
     void (*begin_retries_anew)();
     // Where the engine is. Loop thread.

@@ -134,15 +134,15 @@ static void act_on_change(t_device *dev, bool up)
     park_later(dev);
 }
 
-void wan_detect_process_link_change(t_device *dev, bool up)
+int wan_detect_process_link_change(t_device *dev, bool up)
 {
     if (!port_model.router_mode) {
         LOG(Debug, "wan_detect in ap/repeater mode, ignore the deivce status change!\n");
-        return;
+        return OK;
     }
     if (!store_link(dev, up)) {
         LOG(Debug, "Device %s status not change!\n", dev->name);
-        return;
+        return OK;
     }
     LOG(Info, "Device %s link status change to %s!\n", dev->name, up_or_down(up));
     if (port_model.enable)
@@ -155,4 +155,5 @@ void wan_detect_process_link_change(t_device *dev, bool up)
         wish_for(t_wish::link_news);
     else
         wish_for(t_wish::fresh_retries); // nobody can be asked there, however often it flaps
+    return OK;
 }

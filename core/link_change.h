@@ -11,8 +11,8 @@ struct t_device;
 constexpr uint32_t PORT_SETTLE_MS = 9000;
 
 // Stores the new state of a port of the device table and starts, delays or feeds a cycle; a link that returns lifts the
-// port's ban. Outside router mode nothing happens, not even the storing.
-void wan_detect_process_link_change(t_device *dev, bool up);
+// port's ban. Always 0. Outside router mode nothing happens, not even the storing.
+int wan_detect_process_link_change(t_device *dev, bool up);
 
 // The loop is about to begin, and no other thread has: what start-up found was no change.
 void count_link_changes_anew();

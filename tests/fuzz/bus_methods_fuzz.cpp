@@ -49,10 +49,11 @@ int check_request(const t_proto_detect_request *request)
     return 0;
 }
 
-void store_link(t_device *dev, bool up)
+int store_link(t_device *dev, bool up)
 {
     REQUIRE((dev->link_active != 0) != up);
     dev->link_active = up;
+    return 0;
 }
 
 void build_router()

@@ -143,9 +143,10 @@ int check_request(const t_proto_detect_request *request)
     return 0;
 }
 
-void store_link(t_device *dev, bool up)
+int store_link(t_device *dev, bool up)
 {
     dev->link_active = up;
+    return 0;
 }
 
 void build_router()

@@ -10,11 +10,12 @@
 
 static int changes;
 
-void wan_detect_process_link_change(t_device *dev, bool up)
+int wan_detect_process_link_change(t_device *dev, bool up)
 {
     REQUIRE((dev->link_active != 0) != up);
     dev->link_active = up;
     changes++;
+    return 0;
 }
 
 void prepare()

@@ -424,7 +424,7 @@ TEST_F(link_change, threads_beyond_the_limit_are_refused_until_others_have_left)
     }
     EXPECT_EQ(start_background_thread(&thread, sleep_until_stopped, nullptr), EAGAIN);
     be_waiting();
-    wan_detect_process_link_change(dev("eth1"), true);
+    EXPECT_EQ(wan_detect_process_link_change(dev("eth1"), true), 0);
     EXPECT_TRUE(log->has("Error", "wan_detect_process_link_change",
                          "pthread_create pid_delay_trigger_thread failed...ret=11, continue whatever!"));
     EXPECT_TRUE(stop_background_threads());

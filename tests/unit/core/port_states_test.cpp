@@ -7,9 +7,9 @@
 #include "tests/unit/platform/adapter_fixture.h"
 #include "tests/unit/support/failing_memory.h"
 
-void wan_detect_process_link_change(t_device *dev, bool up)
+int wan_detect_process_link_change(t_device *dev, bool up)
 {
-    engine_handlers.process_link_change(dev, up);
+    return engine_handlers.process_link_change(dev, up);
 }
 
 namespace {

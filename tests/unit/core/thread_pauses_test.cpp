@@ -118,7 +118,7 @@ TEST_F(thread_pauses, a_settling_delay_that_cannot_be_detached_is_told_and_works
     recorded_pauses.reset(1);
     be_waiting();
     detaching_fails = true;
-    wan_detect_process_link_change(dev("eth1"), true);
+    EXPECT_EQ(wan_detect_process_link_change(dev("eth1"), true), 0);
     detaching_fails = false;
     pthread_join(not_detached, nullptr);
     EXPECT_TRUE(log->has("Error", "wan_detect_process_link_change",

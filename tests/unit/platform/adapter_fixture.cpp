@@ -21,10 +21,11 @@ int record_proto_detection(const t_proto_detect_request *request)
     return recorded->proto_detect_result;
 }
 
-void record_link_change(t_device *dev, bool up)
+int record_link_change(t_device *dev, bool up)
 {
     recorded->link_changes.push_back({dev, up});
     dev->link_active = up;
+    return 0;
 }
 
 std::string call_log(const std::string &name)
