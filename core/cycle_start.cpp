@@ -39,6 +39,7 @@ void uloop_init_wan_detect_all(uloop_timeout *)
         wait_behind_request();
         return open_cycle_over_all_in(CYCLE_RETRY_MS);
     }
+    engine.result_dev = nullptr;
     engine.possible_wan_dev_list.clear();
     refresh_reserved_ports();
     update_eth_link_status(port_model.dev_hashmap_head);
