@@ -160,11 +160,11 @@ static void show_member(const t_port &port)
         remove_file(folder + "/bridge");
         return;
     }
-    const auto is_guest = [](const t_port &one) { return one.in_other_bridge; };
-    const auto guests = std::count_if(world.ports.begin(), world.ports.begin() + port.number, is_guest);
-    const int place = port.in_other_bridge ? static_cast<int>(guests) : port.number; // each bridge counts its own
+    constexpr uint64_t PLACES = 32; // of ports in the other bridge, which counts by itself
+    const uint64_t place = draw(PLACES, static_cast<uint64_t>(port.number)) % world.ports.size() + 1;
     char number[16];
-    snprintf(number, sizeof number, "0x%x\n", static_cast<unsigned>(place));
+    snprintf(number, sizeof number, "0x%x\n",
+             port.in_other_bridge ? static_cast<unsigned>(place) : static_cast<unsigned>(port.number));
     put_file(folder + "/port_no", number);
     put_link(folder + "/bridge", port.in_bridge ? "../../br-lan" : "../../br-guest");
 }

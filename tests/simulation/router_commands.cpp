@@ -32,6 +32,7 @@ static t_plan tell_port_states(const std::string &)
     for (const t_port &port : world.ports)
         plan.prints += (plan.prints.empty() ? "{\"" : ",\"") + port.name + "\":" + word(port.link);
     plan.prints += "}\n";
+    plan.effect = [] { begin_step("scan"); };
     return plan;
 }
 

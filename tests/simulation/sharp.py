@@ -120,11 +120,10 @@ class Player:
                 yield seed
 
     def kept_life(self, undo):
-        """The name of a life in regressions/ that fails when it is undone, and passes in the tree as it is."""
-        for path in sorted(KEPT.glob("*.life")):
-            if "FAILED: " in self.play("--changed", undo.number, "--life", path):
-                return path.stem if "FAILED: " not in self.play("--life", path) else None
-        return None
+        """How the life of its name in regressions/ fails when it is undone, which passes in the tree as it is."""
+        path = KEPT / f"{undo.name}.life"
+        failed = path.exists() and FAILED.search(self.play("--changed", undo.number, "--life", path))
+        return failed[2] if failed and not FAILED.search(self.play("--life", path)) else None
 
     def try_one(self, undo, first, last, likely):
         """The entry of the book. The seeds in `likely` come first."""
@@ -166,23 +165,27 @@ def check_named(text):
 
 
 def write_table(book):
-    """What is known of each: the newest entry that caught it as it is undone now, else the newest of all."""
-    rows, caught = [], 0
+    """What the program that played last has come to."""
+    rows, drawn, shown = [], 0, 0
+    keys = {entry["key"] for entry in book.entries[-1:]}
     for undo in all_undone():
-        entries = [entry for entry in book.entries if entry["name"] == undo.name and entry["text"] == undo.hash]
+        entries = [entry for entry in book.entries if entry["name"] == undo.name and entry["text"] == undo.hash
+                   and entry["key"] in keys]
         hits = [entry for entry in entries if entry["caught"]]
         kept = next((entry["kept"] for entry in reversed(entries) if entry["kept"]), None)
-        caught += bool(hits)
-        how, lives = (check_named(hits[-1]["caught"]), hits[-1]["lives"]) if hits else ("-", "-")
-        rows.append(f"| `{undo.name}` | {' '.join(undo.story)} | {how} | {lives} | {kept or '-'} | {undo.hash} |")
+        drawn += bool(hits)
+        shown += bool(hits or kept)
+        how = check_named(hits[-1]["caught"] if hits else kept or "-")
+        life = min(entry["lives"] for entry in hits) if hits else "-"
+        rows.append(f"| `{undo.name}` | {' '.join(undo.story)} | {how} | {life} | {'yes' if kept else '-'} | {undo.hash} |")
     TABLE.write_text(f"""<!-- SPDX-License-Identifier: MIT -->
 # Which mend is missed by whom
 
-Written by `sharp.sh --table`; `sharp.sh --apply-only` tells when an undone mend is not the one of this table. Of {len(rows)} mends
-{caught} are noticed by lives as they are drawn. The life is the first one that was seen to fail, counted from seed 1; a kept life is one
-in `regressions/` that fails without the mend.
+Written by `sharp.sh --table`; `sharp.sh --apply-only` tells when an undone mend is not the one of this table. Of {len(rows)} mends that are
+undone {drawn} are noticed by lives as they are drawn, {shown} by these or by the kept life of their name in `regressions/`, which
+`./test.sh` plays with the mend in place. The life is the seed of one that fails, so that so many lives are enough.
 
-| undone | what goes wrong then | is caught by | life | kept life | text |
+| undone | what goes wrong then | is noticed by | life | kept | text |
 |---|---|---|---|---|---|
 """ + "\n".join(rows) + "\n")
 

@@ -183,7 +183,8 @@ extern t_world world;
 // The world as the life has it at its start: files, ports, events.
 void begin_world(const t_life &life);
 
-// A step begins, and with it what waits for that: "swap" for the command, or a state of the cycle.
+// A step begins, and with it what waits for that: "swap" for the command, "scan" for the script that tells the links,
+// or a state of the cycle.
 void begin_step(const std::string &step);
 
 // Looks at everything anew: each port's truth, the role, the connection, the health. For whatever changed something.
