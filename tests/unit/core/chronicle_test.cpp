@@ -302,6 +302,17 @@ TEST_F(chronicle_of_cycles, a_gateway_behind_one_port_decides)
     EXPECT_EQ(asked(), "eth1 eth2");
 }
 
+// holds: chronicle-decisions
+TEST_F(chronicle_of_cycles, the_server_of_a_tunnel_behind_one_port_decides)
+{
+    set_connection("pptp", STATIC_TUNNEL);
+    plug({"eth1", "eth2"});
+    fake_probes.gateway_ports = {"eth2"};
+    run_cycle();
+    EXPECT_EQ(fate("eth2"), "won");
+    EXPECT_EQ(last().decision, t_decision::only_gateway);
+}
+
 // holds: chronicle-fates, chronicle-decisions
 TEST_F(chronicle_of_cycles, a_name_server_decides_between_two)
 {

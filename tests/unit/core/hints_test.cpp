@@ -188,6 +188,21 @@ TEST_F(hints, lines_that_answer_beside_each_other_are_told_once_and_stay_while_n
 }
 
 // holds: hint-several
+TEST_F(hints, a_verdict_without_a_port_leaves_them_as_they_are)
+{
+    plug({"eth1", "eth2"});
+    fake_probes.dhcp_ports = {"eth1", "eth2"};
+    run_cycle();
+    ASSERT_EQ(chronicle.hints, HINT_SEVERAL);
+    open_cycle();
+    port_model.enable = 0;
+    run_until_end();
+    fire(engine.end);
+    EXPECT_EQ(newest_cycle()->decision, t_decision::switched_off);
+    EXPECT_EQ(chronicle.hints, HINT_SEVERAL);
+}
+
+// holds: hint-several
 TEST_F(hints, two_gateways_are_several_lines)
 {
     set_connection("static", "config proto 'static'\n\toption ipaddr '10.0.0.2'\n\toption gateway '10.0.0.1'\n");

@@ -255,6 +255,20 @@ TEST_F(look_again, a_cycle_that_ended_without_a_result_looks_again_while_the_wan
 }
 
 // holds: look-again-cycle
+TEST_F(look_again, a_connection_that_nobody_can_ask_for_ends_the_pause_and_the_end_begins_another)
+{
+    open_cycle();
+    uloop_timeout_set(&engine.look_again, 5000);
+    set_connection("ocn");
+    plug({"eth2"});
+    delay_trigger_thread(dev("eth2"), 0);
+    fire(engine.start_wan_detect);
+    EXPECT_EQ(armed(engine.look_again), NOT_ARMED);
+    fire(engine.end);
+    EXPECT_EQ(pause_s(), 30);
+}
+
+// holds: look-again-cycle
 TEST_F(look_again, the_pause_after_such_a_cycle_grows_as_well)
 {
     set_connection("ocn");

@@ -7,6 +7,7 @@
 #include "core/candidates.h"
 #include "core/cycle.h"
 #include "core/cycle_start.h"
+#include "model/banned.h"
 #include "model/current_wan.h"
 #include "model/lists.h"
 #include "model/tables.h"
@@ -76,6 +77,15 @@ TEST_F(one_shot, without_answers_the_default_time_is_over_at_the_fifth_look_and_
     EXPECT_EQ(run_request(dev("eth1")), 5);
     EXPECT_EQ(read_file(PROTO_RESULT_FILE), "static");
     EXPECT_EQ(log->count("Debug", "uloop_proto_detect_end", "dhcp/pppoe discovery packet not fully received"), 4);
+}
+
+TEST_F(one_shot, a_request_lifts_bans_that_ran_out)
+{
+    add_unique_banned_device_to_list(port_model.dev_hashmap_head, &port_model.banned_list, "eth2", 100);
+    port_model.banned_list.head.next->aging_time = {};
+    t_proto_detect_request request = {2000, dev("eth1"), protocol("dhcp")};
+    ASSERT_EQ(start_proto_detect(&request), OK);
+    EXPECT_EQ(port_model.banned_list.count, 0);
 }
 
 // holds: collecting-interval

@@ -45,6 +45,7 @@ int forks;
 int bus_inits;
 int bus_result;
 bool raise_fails;
+int failing_eventfd; // the number of the call, from 1
 std::function<void()> on_bus_init;
 std::function<void(int timeout)> on_loop;
 
@@ -57,6 +58,13 @@ pid_t __wrap_fork();
 int __real_raise(int signal);
 int __wrap_raise(int signal);
 int __wrap_uloop_run_timeout(int timeout);
+int __real_eventfd(unsigned count, int flags);
+int __wrap_eventfd(unsigned count, int flags);
+
+int __wrap_eventfd(unsigned count, int flags)
+{
+    return failing_eventfd > 0 && --failing_eventfd == 0 ? -1 : __real_eventfd(count, flags);
+}
 
 pid_t __wrap_fork()
 {
@@ -677,6 +685,17 @@ void leave_room_for(int workers)
         pthread_t thread;
         if (start_background_thread(&thread, sleep_until_stopped, nullptr) == 0)
             pthread_detach(thread);
+    }
+}
+
+// holds: start-up-fails
+TEST_F(start_up_death, without_a_descriptor_for_the_loop_the_process_ends_with_status_0)
+{
+    for (int failing : {1, 2, 3}) {
+        write_file(LOG_FILE, "");
+        EXPECT_EXIT((failing_eventfd = failing, start()), testing::ExitedWithCode(0), "");
+        EXPECT_EQ(said("Critical", "no descriptors for the event loop"), 1) << failing;
+        EXPECT_EQ(said("Debug", "init over"), 0) << failing;
     }
 }
 

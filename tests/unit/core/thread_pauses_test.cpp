@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // How long the background threads sleep, and where: looked at, not waited for.
 #include <cerrno>
+#include <ctime>
 
 #include "adapters/wan_switch.h"
 #include "core/background.h"
@@ -14,10 +15,18 @@
 
 static pthread_t not_detached;
 static bool detaching_fails;
+static bool creating_fails;
 
 extern "C" {
 int __real_pthread_detach(pthread_t thread);
 int __wrap_pthread_detach(pthread_t thread);
+int __real_pthread_create(pthread_t *thread, const pthread_attr_t *attributes, t_thread_body body, void *argument);
+int __wrap_pthread_create(pthread_t *thread, const pthread_attr_t *attributes, t_thread_body body, void *argument);
+
+int __wrap_pthread_create(pthread_t *thread, const pthread_attr_t *attributes, t_thread_body body, void *argument)
+{
+    return creating_fails ? EAGAIN : __real_pthread_create(thread, attributes, body, argument);
+}
 
 int __wrap_pthread_detach(pthread_t thread)
 {
@@ -113,6 +122,19 @@ TEST_F(thread_pauses, whoever_started_a_settling_delay_sleeps_5_ms)
 }
 
 // holds: settling-fails
+TEST_F(thread_pauses, a_settling_delay_for_which_there_is_no_thread_is_told_and_left_out)
+{
+    be_waiting();
+    creating_fails = true;
+    wan_detect_process_link_change(dev("eth1"), true);
+    creating_fails = false;
+    EXPECT_TRUE(log->has("Error", "wan_detect_process_link_change",
+                         "pthread_create pid_delay_trigger_thread failed...ret=11, continue whatever!"));
+    EXPECT_TRUE(stop_background_threads()) << "it is not waited for";
+    EXPECT_EQ(engine.possible_wan_dev_list_cache.count, 0);
+}
+
+// holds: settling-fails
 TEST_F(thread_pauses, a_settling_delay_that_cannot_be_detached_is_told_and_works_all_the_same)
 {
     recorded_pauses.reset(1);
@@ -144,7 +166,9 @@ TEST_F(thread_pauses, shutdown_waits_3_s_for_a_thread_and_no_longer)
                   nullptr),
               0);
     const auto start = std::chrono::steady_clock::now();
+    const clock_t worked = clock();
     EXPECT_FALSE(stop_background_threads());
+    EXPECT_LT(clock() - worked, CLOCKS_PER_SEC) << "of the processor";
     const auto waited = std::chrono::steady_clock::now() - start;
     EXPECT_GE(waited, std::chrono::milliseconds(2990));
     EXPECT_LT(waited, std::chrono::seconds(4));

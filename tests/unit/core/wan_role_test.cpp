@@ -72,6 +72,18 @@ TEST_F(wan_role, moved_during_a_cycle_goes_to_the_new_port_and_not_back)
 }
 
 // holds: role-moves-in-cycle
+TEST_F(wan_role, moved_in_a_pass_leaves_no_candidate_that_was_listed_as_the_wan_port_only)
+{
+    plug({"eth0"});
+    open_cycle();
+    move_role(3);
+    fire(engine.start_wan_detect);
+    ASSERT_EQ(port_model.wan_dev, dev("eth3"));
+    EXPECT_EQ(candidates(), "");
+    EXPECT_EQ(armed(engine.proto_detect_start), NOT_ARMED);
+}
+
+// holds: role-moves-in-cycle
 TEST_F(wan_role, moved_after_the_pass_judged_the_old_port_good_is_not_taken_back)
 {
     plug({"eth0", "eth3"});

@@ -55,6 +55,13 @@ TEST_F(tables, the_first_device_enters_an_empty_table_with_an_info_line)
     EXPECT_EQ(find_device(port_model.dev_hashmap_head, "eth1"), device);
 }
 
+TEST_F(tables, one_letter_is_a_name)
+{
+    t_device *device = create_new_device("x");
+    ASSERT_TRUE(add_device(&port_model.dev_hashmap_head, device));
+    EXPECT_EQ(find_device(port_model.dev_hashmap_head, "x"), device);
+}
+
 // holds: device-twice
 TEST_F(tables, a_second_device_of_the_same_name_is_refused_and_stays_the_callers)
 {
