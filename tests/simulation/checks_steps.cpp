@@ -88,7 +88,9 @@ static void begin_cycle()
     if (swaps.empty() || swaps.back().was_tested)
         return;
     swaps.back().was_tested = true;
-    swaps.back().is_foreign = world.role_mover == t_mover::somebody && world.role_holder != swaps.back().port;
+    // A role that nobody can read counts as a failed test.
+    swaps.back().is_foreign = world.role_mover == t_mover::somebody && is_port(world.role_holder) &&
+                              world.role_holder != swaps.back().port && world.role_since > swaps.back().ended;
 }
 
 static void note_way(size_t from, size_t to)
