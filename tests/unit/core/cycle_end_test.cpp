@@ -113,6 +113,8 @@ TEST_F(cycle_end, another_winner_is_switched_to_after_the_fake_wan_port_is_forgo
     end_with(dev("eth2"));
     EXPECT_EQ(fake_router.commands,
               (std::vector<std::string>{"/sbin/wanlan_port_reload", "network_lanwan_swap set port2"}));
+    EXPECT_EQ(port_model.wan_dev, dev("eth2"));
+    EXPECT_FALSE(log->has("Info", "look_at_role", "The wan role was moved from eth0 to eth2!")) << "by nobody else";
 }
 
 // holds: winner-banned
