@@ -641,6 +641,23 @@ TEST_F(start_up_death, without_any_port_the_process_ends_with_status_0)
     EXPECT_EQ(said("Critical", "init_all_eth_device failed!"), 1);
 }
 
+TEST_F(start_up_death, standard_descriptors_that_the_starter_closed_lead_nowhere)
+{
+    on_loop = [](int) {
+        for (const char *fd : {"0", "1", "2"})
+            if (std::filesystem::read_symlink(std::string("/proc/self/fd/") + fd) != "/dev/null")
+                _exit(EXIT_FAILURE);
+        _exit(EXIT_SUCCESS);
+    };
+    EXPECT_EXIT(
+        {
+            for (int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+                close(fd);
+            start({"-f"});
+        },
+        testing::ExitedWithCode(EXIT_SUCCESS), "");
+}
+
 // holds: foreground-gives-up
 TEST_F(start_up_death, in_the_foreground_a_start_that_gives_up_gives_status_1)
 {

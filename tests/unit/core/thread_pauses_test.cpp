@@ -159,7 +159,7 @@ TEST_F(thread_pauses, shutdown_waits_3_s_for_a_thread_and_no_longer)
                   &thread,
                   [](void *) -> void * {
                       while (!may_leave)
-                          usleep(1000);
+                          usleep(10'000);
                       leave_background();
                       return nullptr;
                   },
@@ -168,7 +168,7 @@ TEST_F(thread_pauses, shutdown_waits_3_s_for_a_thread_and_no_longer)
     const auto start = std::chrono::steady_clock::now();
     const clock_t worked = clock();
     EXPECT_FALSE(stop_background_threads());
-    EXPECT_LT(clock() - worked, CLOCKS_PER_SEC) << "of the processor";
+    EXPECT_LT(clock() - worked, CLOCKS_PER_SEC / 4) << "of the processor";
     const auto waited = std::chrono::steady_clock::now() - start;
     EXPECT_GE(waited, std::chrono::milliseconds(2990));
     EXPECT_LT(waited, std::chrono::seconds(4));
