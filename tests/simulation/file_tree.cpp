@@ -131,8 +131,10 @@ ssize_t t_open_file::read(void *buffer, size_t size)
 
 ssize_t t_open_file::write(const void *data, size_t size)
 {
-    if (node->type == t_node::device)
+    if (node->type == t_node::device) { // the console
+        print(std::string(static_cast<const char *>(data), size).c_str());
         return static_cast<ssize_t>(size);
+    }
     if (disk_is_full) {
         errno = ENOSPC;
         return -1;
