@@ -104,6 +104,8 @@ TEST_F(switch_attributes, an_interface_that_is_no_ethernet_port_is_reported)
     t_log_capture log;
     EXPECT_EQ(load({{"port", "4"}, {"ifname", "br-lan"}}), 0);
     EXPECT_TRUE(log.has("Error", "get_eth_atrribute", "br-lan not begin with \"eth\""));
+    EXPECT_EQ(load({{"port", "4"}, {"ifname", "x"}}), 0);
+    EXPECT_TRUE(log.has("Error", "get_eth_atrribute", "x not begin with \"eth\""));
 }
 
 TEST_F(switch_attributes, an_interface_that_is_no_device_is_reported)
