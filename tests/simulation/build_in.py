@@ -78,7 +78,7 @@ def build(folder, changes, jobs):
     tree, build_folder = folder / "tree", folder / "build"
     tree.mkdir(parents=True, exist_ok=True)
     copy_tree(tree, {name: build_in((ROOT / name).read_text(), of_source) for name, of_source in changes.items()})
-    configure(tree, build_folder)
+    configure(tree, build_folder, "lives")
     run = subprocess.run(["ninja", "-C", build_folder, "-j", str(jobs), "simulate"], capture_output=True, text=True)
     if run.returncode != 0:
         sys.exit(f"the changes do not build:\n{run.stdout}{run.stderr}")

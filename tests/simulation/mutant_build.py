@@ -10,10 +10,12 @@ from pathlib import Path
 from mutations import NAMED_CONSTANT
 
 ROOT = Path(__file__).resolve().parents[2]
-# As the simulation is built anyway, but without what only a debugger reads.
-OPTIONS = ["-DCMAKE_BUILD_TYPE=RelWithDebInfo", "-DCMAKE_CXX_FLAGS_RELWITHDEBINFO=-O2 -DNDEBUG -w",
-           "-DCMAKE_C_FLAGS_RELWITHDEBINFO=-O2 -DNDEBUG", "-DWAN_DETECT_LIBS=bundled", "-DWAN_DETECT_SIMULATION=ON",
-           "-DWAN_DETECT_LAB=OFF", "-DWAN_DETECT_SHARED_HEADERS=ON"]
+# Without what only a debugger reads.
+OPTIONS = ["-DCMAKE_BUILD_TYPE=RelWithDebInfo", "-DWAN_DETECT_LIBS=bundled", "-DWAN_DETECT_LAB=OFF", "-DWAN_DETECT_SHARED_HEADERS=ON"]
+PARTS = {"tests": ["-DWAN_DETECT_SIMULATION=OFF", "-DCMAKE_CXX_FLAGS_RELWITHDEBINFO=-O1 -DNDEBUG -w",
+                   "-DCMAKE_C_FLAGS_RELWITHDEBINFO=-O1 -DNDEBUG"],
+         "lives": ["-DWAN_DETECT_SIMULATION=ON", "-DWAN_DETECT_TESTS=OFF", "-DCMAKE_CXX_FLAGS_RELWITHDEBINFO=-O2 -DNDEBUG -w",
+                   "-DCMAKE_C_FLAGS_RELWITHDEBINFO=-O2 -DNDEBUG"]}
 HEADER = """#pragma once
 extern int chosen_mutant;
 extern unsigned char *reached_mutants;
@@ -109,13 +111,13 @@ def copy_tree(folder, changed):
             path.unlink()
 
 
-def configure(tree, build_folder):
+def configure(tree, build_folder, part):
     quick = []
     if shutil.which("clang++-14"):
         quick.append("-DWAN_DETECT_TEST_COMPILER=clang++-14")
     if shutil.which("ld.lld"):
         quick += ["-DWAN_DETECT_TEST_LINKER=lld", "-DCMAKE_EXE_LINKER_FLAGS=-fuse-ld=lld"]
-    subprocess.run(["cmake", "-G", "Ninja", "-S", tree, "-B", build_folder, *OPTIONS, *quick], check=True,
+    subprocess.run(["cmake", "-G", "Ninja", "-S", tree, "-B", build_folder, *OPTIONS, *PARTS[part], *quick], check=True,
                    stdout=subprocess.DEVNULL)
 
 
@@ -123,7 +125,7 @@ class MutantBuild:
     """A mutant keeps its number from build to build, so that little is compiled anew."""
 
     def __init__(self, work, jobs, mutations):
-        self.tree, self.build_folder = work / "tree", work / "build"
+        self.folder, self.tree = work, work / "tree"
         self.jobs = jobs
         self.mutations = mutations
         self.left_out_book, self.numbers_book = work / "left_out.json", work / "numbers.json"
@@ -163,24 +165,28 @@ class MutantBuild:
         """Again and again without those that the compiler does not take."""
         self.give_numbers()
         self.write_tree()
-        configure(self.tree, self.build_folder)
-        for targets in (["wan_detect_core", "wan_detect_model"], ["simulate", *test_programs(self.build_folder)]):
-            for _ in range(MOST_ROUNDS):
-                run = subprocess.run(["ninja", "-C", self.build_folder, "-k", "0", "-j", str(self.jobs), *targets],
-                                     capture_output=True, text=True)
-                if run.returncode == 0:
-                    break
-                if not self.drop_blamed(run.stdout):
-                    sys.exit(run.stdout[-6000:])
-                self.write_tree()
+        for part in PARTS:
+            configure(self.tree, self.folder / part, part)
+            self.build_targets(part, "wan_detect_core", "wan_detect_model")
+            self.build_targets(part, *(test_programs(self.folder / part) if part == "tests" else ["simulate"]))
         print(f"{len(self.kept())} mutants, {len(self.dropped())} of those drawn do not compile")
 
-    def drop_blamed(self, output):
+    def build_targets(self, part, *targets):
+        for _ in range(MOST_ROUNDS):
+            run = subprocess.run(["ninja", "-C", self.folder / part, "-k", "0", "-j", str(self.jobs), *targets],
+                                 capture_output=True, text=True)
+            if run.returncode == 0:
+                return
+            if not self.drop_blamed(self.folder / part, run.stdout):
+                sys.exit(run.stdout[-6000:])
+            self.write_tree()
+
+    def drop_blamed(self, build_folder, output):
         """For each line with an error the mutant that stands nearest before its place."""
         blamed = set()
         by_number = {mutation.number: mutation for mutation in self.mutations}
         for found in ERROR.finditer(output):
-            path = (self.build_folder / found.group(1)).resolve()
+            path = (build_folder / found.group(1)).resolve()
             lines = path.read_text().splitlines()
             at, column = int(found.group(2)) - 1, int(found.group(3))
             near = [(column - m.start() if m.start() < column else 1000 + m.start(), int(m.group(1)))

@@ -7,7 +7,7 @@
     mutants.py record             plays and runs everything without any: what reaches which mutant
     mutants.py tests | lives      each mutant with the unit tests, or the lives, that reach it; can be ended and gone on with
     mutants.py table              what is known so far, as Markdown
-    mutants.py try KEY            one mutant with the tests and the lives that reach it; KEY may be a part that one key has
+    mutants.py try KEY            one mutant with the tests and the lives that reach it; KEY may be a part of the words
 
 A mutant's number chooses it in a program of the build: MUTANT=17 build/mutants/build/bin/simulate --seed 1. Which are
 drawn follows from their words and the seed. What a compiler does not take with a choice in it (a condition that
@@ -15,6 +15,7 @@ declares, a table known at compile time) is found by compiling, and is no mutant
 """
 import argparse
 import hashlib
+import itertools
 import json
 import os
 import re
@@ -77,12 +78,12 @@ class Book:
 def run(options, what):
     mutants = MutantBuild(options.work, options.jobs, drawn_mutants(options.seed, options.count)).kept()
     runs = (UnitTests if what == "tests" else Lives)(options.work)
-    book = Book(options.book)
+    book, explained = Book(options.book), reasons()
     if what == "lives":    # those that the tests did not notice come first
         mutants.sort(key=lambda mutation: bool(book.entries["tests"].get(mutation.key, {}).get("by", True)))
     for mutation in mutants:
         known = book.entries[what].get(mutation.key)
-        if known and not (options.survivors and not known["by"]):
+        if known and not (options.survivors and not known["by"] and mutation.key not in explained):
             continue
         entry = runs.try_mutant(mutation)
         book.add(what, mutation, entry)
@@ -107,8 +108,9 @@ def row(name, mutants, tests, lives, same):
     by_lives = {m.key for m in mutants if lives[m.key]["by"]}
     by_tests = {m.key for m in mutants if tests[m.key]["by"]}
     neither = {m.key for m in mutants} - by_lives - by_tests
+    moved = [m for m in mutants if lives[m.key]["moves"]]
     count = len(mutants)
-    return (f"| {name} | {count} | {share(len(by_lives), count)} | {share(len(by_tests), count)} "
+    return (f"| {name} | {count} | {share(len(moved), count)} | {share(len(by_lives), count)} | {share(len(by_tests), count)} "
             f"| {share(len(by_lives | by_tests), count)} | {share(len(neither & same), count)} | {share(len(neither - same), count)} |")
 
 
@@ -116,8 +118,10 @@ def table(options):
     build = MutantBuild(options.work, options.jobs, drawn_mutants(options.seed, options.count))
     book, why = Book(options.book), reasons()
     tests, lives = book.entries["tests"], book.entries["lives"]
-    tried = [mutation for mutation in build.kept() if mutation.key in tests and mutation.key in lives]
-    print("| | mutants | simulation | unit tests | either | nobody could see | neither |\n|---|---|---|---|---|---|---|")
+    # Up to the first that was not tried: those that only one of both tried are no fair sample.
+    tried = list(itertools.takewhile(lambda mutation: mutation.key in tests and mutation.key in lives, build.kept()))
+    print("| | mutants | lives go another way | the simulation fails | unit tests fail | either | nobody could see | neither |")
+    print("|---|---|---|---|---|---|---|---|")
     for room in ROOMS:
         print(row(f"`{room}/`", [m for m in tried if m.path.startswith(room + "/")], tests, lives, set(why)))
     for kind in sorted({mutation.kind for mutation in tried}):
@@ -142,7 +146,7 @@ def main():
     parser.add_argument("--seed", type=int, default=1)
     parser.add_argument("--lives", type=int, default=300, help="whose reach is recorded, beside the kept ones (default: 300)")
     parser.add_argument("--jobs", type=int, default=os.cpu_count() or 1)
-    parser.add_argument("--survivors", action="store_true", help="tries again what nobody noticed so far")
+    parser.add_argument("--survivors", action="store_true", help="tries again what was not noticed, and has no reason yet")
     parser.add_argument("--work", type=Path, default=ROOT / "build" / "mutants", help="folder of the copy and its build")
     parser.add_argument("--book", type=Path, help="what is known so far (default: book.jsonl in that folder)")
     options = parser.parse_args()
