@@ -22,37 +22,23 @@ constexpr uint32_t QUESTIONS_OF_A_TIE = STAGES + 3;
 constexpr uint32_t MOST_OF_A_CHANGE = 5 * QUESTIONS_OF_A_TIE;
 constexpr int SHORTEST_PAUSE_S = 10, FIRST_PAUSE_S = 30, LONGEST_PAUSE_S = 300;
 
-constexpr t_time SURELY_TOO_SHORT = 7 * SECOND;              // for a link to settle, which takes 9 s
 constexpr t_time UP_TO_QUESTIONS = 22 * SECOND + 9 * SECOND; // a link is seen, and settles
 
 static std::deque<t_time> changes; // from outside
-namespace {
-
-struct t_up {
-    int port;
-    t_time came, went = NEVER;
-};
-
-std::deque<t_up> ups;
-
-} // namespace
+static std::deque<t_time> ups;     // of the ports' links
 
 static void note_link(const t_port &port)
 {
-    const auto open = std::find_if(ups.rbegin(), ups.rend(), [&](const t_up &up) { return up.port == port.number; });
-    const bool was_up = open != ups.rend() && open->went == NEVER;
-    if (was_up && open->came != port.link_since)
-        open->went = port.link ? port.link_lost : now();
-    if (port.link && (!was_up || open->came != port.link_since))
-        ups.push_back({.port = port.number, .came = port.link_since});
+    if (port.link && port.link_since == now())
+        ups.push_back(now());
 }
 
-// Links that lasted bring questions of their own, and all ports with a link are asked then.
+// Each of them brings questions of its own, also when the link went and came since; all ports with a link are asked
+// then.
 static uint32_t ups_to_be_asked_for(t_time since)
 {
-    return static_cast<uint32_t>(std::count_if(ups.begin(), ups.end(), [&](const t_up &up) {
-        return up.came + UP_TO_QUESTIONS >= since && (up.went == NEVER || up.went - up.came >= SURELY_TOO_SHORT);
-    }));
+    return static_cast<uint32_t>(
+        std::count_if(ups.begin(), ups.end(), [&](t_time up) { return up + UP_TO_QUESTIONS >= since; }));
 }
 
 static uint32_t changes_since(t_time since)
