@@ -41,10 +41,9 @@ static int park_device(t_device *dev, int *parked)
 
 void delay_trigger_thread(t_device *dev, uint32_t settle_ms)
 {
-    const uint32_t changes = dev->notes.link_changes;
     if (sleep_unless_stopped(settle_ms))
         return;
-    if (!dev->link_active || dev->notes.link_changes != changes) { // one that is back has a thread of its own
+    if (!dev->link_active) {
         LOG(Info, "device %s turned down during %dms delay, skipping add it to possible_wan_dev_list_cache\n",
             dev->name, static_cast<int>(PORT_SETTLE_MS));
         return;

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "core/link_change.h"
 
-#include <atomic>
 #include <cerrno>
 
 #include "core/background.h"
@@ -40,7 +39,6 @@ protected:
 // Long enough for a thread to reach a lock that somebody holds. A test that is too early passes without having seen
 // the race; it never fails for it.
 constexpr uint32_t REACH_LOCK_MS = 50;
-constexpr uint32_t SETTLES_FOR_MS = 100;
 
 // holds: link-outside-router-mode
 TEST_F(link_change, outside_router_mode_not_even_the_state_is_stored)
@@ -210,34 +208,6 @@ TEST_F(link_change, a_port_that_went_down_again_is_not_parked)
 {
     be_waiting();
     delay_trigger_thread(dev("eth1"), 0);
-    EXPECT_EQ(engine.possible_wan_dev_list_cache.count, 0);
-    EXPECT_TRUE(
-        log->has("Info", "delay_trigger_thread",
-                 "device eth1 turned down during 9000ms delay, skipping add it to possible_wan_dev_list_cache"));
-}
-
-// Else a port that flaps would be asked once for each time that its link came.
-// holds: plugged-in-too-late
-TEST_F(link_change, a_port_that_went_down_and_came_back_is_not_parked_for_its_former_link)
-{
-    be_waiting();
-    dev("eth1")->link_active = 1;
-    static std::atomic<bool> is_over;
-    is_over = false;
-    pthread_t thread;
-    ASSERT_EQ(start_background_thread(
-                  &thread,
-                  [](void *port) -> void * {
-                      delay_trigger_thread(static_cast<t_device *>(port), SETTLES_FOR_MS);
-                      is_over = true;
-                      leave_background();
-                      return nullptr;
-                  },
-                  dev("eth1")),
-              0);
-    for (; !is_over; sleep_ms(1))
-        dev("eth1")->notes.link_changes.add(2);
-    pthread_join(thread, nullptr);
     EXPECT_EQ(engine.possible_wan_dev_list_cache.count, 0);
     EXPECT_TRUE(
         log->has("Info", "delay_trigger_thread",
