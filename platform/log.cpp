@@ -38,30 +38,41 @@ static std::atomic<t_opening> opening = t_opening::when_asked;
 static int console_fd = -1;
 static int saved_fds[STANDARD_DESCRIPTORS] = {-1, -1, -1};
 
+// A daemon started with closed standard descriptors would get one of them for the log and then close it itself.
+static int above_standard_descriptors(int fd)
+{
+    if (fd < 0 || fd >= STANDARD_DESCRIPTORS)
+        return fd;
+    int moved = fcntl(fd, F_DUPFD_CLOEXEC, STANDARD_DESCRIPTORS);
+    close(fd);
+    return moved;
+}
+
 namespace {
 
 // Standard output, or standard error; one thread at a time. Whoever speaks is held up by no reader for longer than
 // LOG_WAIT_LIMIT_MS.
 class t_outlet {
 public:
-    explicit constexpr t_outlet(int standard_fd) : standard_fd_(standard_fd) {}
+    constexpr t_outlet(int standard_fd, const char *path) : standard_fd_(standard_fd), path_(path) {}
     void put(const char *text, size_t size);
     void leave_terminal();
 
 private:
     int fd_of_line();
-    bool has_room(int fd);
-    size_t write_to(int fd, const char *text, size_t size);
+    bool has_room(int fd, t_time_stamp start);
+    size_t write_to(int fd, const char *text, size_t size, t_time_stamp start);
 
     const int standard_fd_;
+    const char *const path_;
     int terminal_fd_ = -1;
     dev_t terminal_ = 0;
     bool reader_is_deaf_ = false;
     bool line_was_cut_ = false;
 };
 
-constinit t_outlet output(STDOUT_FILENO);
-constinit t_outlet complaints(STDERR_FILENO);
+constinit t_outlet output(STDOUT_FILENO, "/proc/self/fd/1");
+constinit t_outlet complaints(STDERR_FILENO, "/proc/self/fd/2");
 pthread_mutex_t turn = PTHREAD_MUTEX_INITIALIZER;
 
 void t_outlet::leave_terminal()
@@ -69,43 +80,44 @@ void t_outlet::leave_terminal()
     if (terminal_fd_ != -1)
         close(terminal_fd_);
     terminal_fd_ = -1;
+    line_was_cut_ = false;
 }
 
-// A pipe with room has it for a whole line, and so has a socket. A terminal may have it for one byte, so there lines go
-// through a descriptor that does not wait; not the one that others share, who would not expect it.
+// A pipe with room has it for PIPE_BUF bytes, and so has a socket. A terminal may have it for one byte, so there lines
+// go through a descriptor that does not wait, or nowhere; not the one that others share, who would not expect it.
 int t_outlet::fd_of_line()
 {
     struct stat status = {};
-    if (fstat(standard_fd_, &status) != 0 || !S_ISCHR(status.st_mode))
+    if (!isatty(standard_fd_) || fstat(standard_fd_, &status) != 0)
         return standard_fd_;
     if (terminal_fd_ == -1 || status.st_rdev != terminal_) {
         leave_terminal();
         terminal_ = status.st_rdev;
-        const char *path = standard_fd_ == STDOUT_FILENO ? "/proc/self/fd/1" : "/proc/self/fd/2";
-        terminal_fd_ = open(path, O_WRONLY | O_NOCTTY | O_CLOEXEC | O_NONBLOCK);
+        terminal_fd_ = above_standard_descriptors(open(path_, O_WRONLY | O_NOCTTY | O_CLOEXEC | O_NONBLOCK));
     }
-    return terminal_fd_ != -1 ? terminal_fd_ : standard_fd_;
+    return terminal_fd_;
 }
 
 // A pipe that a service manager reads no more, or a console that was told to wait, would hold up whoever speaks. Where
 // nobody can tell there is room.
-bool t_outlet::has_room(int fd)
+bool t_outlet::has_room(int fd, t_time_stamp start)
 {
     pollfd out = {fd, POLLOUT, 0};
-    const t_time_stamp start = get_time_stamp();
-    int64_t left_ms = reader_is_deaf_ ? 0 : LOG_WAIT_LIMIT_MS;
     int ready = 0;
-    while ((ready = poll(&out, 1, static_cast<int>(left_ms))) < 0 && errno == EINTR)
-        left_ms = std::max<int64_t>(LOG_WAIT_LIMIT_MS - milliseconds_since(start), 0);
+    do {
+        const int64_t left_ms =
+            reader_is_deaf_ ? 0 : std::max<int64_t>(LOG_WAIT_LIMIT_MS - milliseconds_since(start), 0);
+        ready = poll(&out, 1, static_cast<int>(left_ms));
+    } while (ready < 0 && errno == EINTR);
     reader_is_deaf_ = ready == 0;
     return !reader_is_deaf_;
 }
 
-// How much was written; the rest has no room, or no reader ever.
-size_t t_outlet::write_to(int fd, const char *text, size_t size)
+// How much was written; the rest has no room in time, or no reader ever.
+size_t t_outlet::write_to(int fd, const char *text, size_t size, t_time_stamp start)
 {
     size_t done = 0;
-    while (done < size && has_room(fd)) {
+    while (done < size && has_room(fd, start)) {
         const ssize_t written = write(fd, text + done, std::min<size_t>(size - done, PIPE_BUF));
         if (written > 0)
             done += static_cast<size_t>(written);
@@ -117,11 +129,12 @@ size_t t_outlet::write_to(int fd, const char *text, size_t size)
 
 void t_outlet::put(const char *text, size_t size)
 {
+    const t_time_stamp start = get_time_stamp();
     const int fd = fd_of_line();
-    if (line_was_cut_ && write_to(fd, "\n", 1) == 0)
+    if (fd == -1 || (line_was_cut_ && write_to(fd, "\n", 1, start) == 0))
         return;
-    const size_t written = write_to(fd, text, size);
-    line_was_cut_ = written > 0 ? written < size : line_was_cut_;
+    const size_t written = write_to(fd, text, size, start);
+    line_was_cut_ = written > 0 && written < size;
 }
 
 struct t_free {
@@ -177,16 +190,6 @@ static int open_destination()
     if (fd >= 0)
         close(fd);
     return open_for_writing(CONSOLE);
-}
-
-// A daemon started with closed standard descriptors would get one of them for the log and then close it itself.
-static int above_standard_descriptors(int fd)
-{
-    if (fd < 0 || fd >= STANDARD_DESCRIPTORS)
-        return fd;
-    int moved = fcntl(fd, F_DUPFD_CLOEXEC, STANDARD_DESCRIPTORS);
-    close(fd);
-    return moved;
 }
 
 void log_say(t_log_place place, const char *function, const char *format, ...)
@@ -252,6 +255,9 @@ void log_open()
     console_fd = above_standard_descriptors(open_destination());
     if (console_fd == -1)
         return;
+    t_mutex_guard speaking(turn);
+    output.leave_terminal();
+    complaints.leave_terminal();
     for (int fd = 0; fd < STANDARD_DESCRIPTORS; fd++) {
         saved_fds[fd] = fcntl(fd, F_DUPFD_CLOEXEC, STANDARD_DESCRIPTORS);
         // dup2 closes the old one itself; closed by hand, its number could go to another thread's socket meanwhile.

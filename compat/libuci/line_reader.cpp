@@ -45,10 +45,10 @@ size_t run_until(const char *text, int kinds)
 // Within quotes only the closing one means something, and in double quotes the backslash.
 size_t quoted_run(const char *text, size_t size, char quote)
 {
-    if (const void *end = memchr(text, quote, size))
-        size = static_cast<size_t>(static_cast<const char *>(end) - text);
-    const void *escape = quote == '"' ? memchr(text, '\\', size) : nullptr;
-    return escape != nullptr ? static_cast<size_t>(static_cast<const char *>(escape) - text) : size;
+    size_t length = 0;
+    while (length < size && text[length] != quote && (quote != '"' || text[length] != '\\'))
+        length++;
+    return length;
 }
 
 } // namespace

@@ -427,10 +427,14 @@ TEST_F(wan_role, moved_while_a_toggle_waited_for_the_locks_is_not_taken_back)
         t_combo_state state = {};
         wan_combo_auto_switch(&state);
     });
-    while (pthread_mutex_trylock(&engine_gate->locks.link_block_lock) == 0) {
-        pthread_mutex_unlock(&engine_gate->locks.link_block_lock);
+    bool waits = false;
+    for (int i = 0; i < 10000 && !waits; i++) {
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        waits = pthread_mutex_trylock(&engine_gate->locks.link_block_lock) != 0;
+        if (!waits)
+            pthread_mutex_unlock(&engine_gate->locks.link_block_lock);
     }
+    EXPECT_TRUE(waits);
     move_role(3);
     pthread_mutex_unlock(&engine_gate->locks.combo_block_lock);
     switching.join();

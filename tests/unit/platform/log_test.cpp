@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The log printer: levels, the form of a line, and where the lines go.
+#include <atomic>
 #include <chrono>
 #include <csignal>
 #include <filesystem>
@@ -560,6 +561,7 @@ public:
             ;
         fcntl(ends_[1], F_SETFL, O_WRONLY);
     }
+    void read_some(char *part, size_t size) const { EXPECT_GT(read(ends_[0], part, size), 0); }
     std::string read_all() const
     {
         std::string text;
@@ -664,6 +666,24 @@ TEST(log, a_terminal_that_nobody_reads_holds_nobody_up_and_is_written_to_again)
     EXPECT_TRUE(line == 0 || heard[line - 1] == '\n') << heard;
     EXPECT_NE(heard.find("]: heard again"), std::string::npos);
     EXPECT_EQ(fcntl(STDOUT_FILENO, F_GETFL) & O_NONBLOCK, 0) << "others share that descriptor";
+}
+
+// holds: log-reader-deaf
+TEST(log, a_slow_reader_holds_a_long_line_up_no_longer_than_a_short_one)
+{
+    log_set_level(LOG_LEVEL_Debug);
+    t_unread_pipe pipe;
+    pipe.fill();
+    std::atomic<bool> is_over = false;
+    std::thread reader([&pipe, &is_over] {
+        for (char page[4096]; !is_over; std::this_thread::sleep_for(std::chrono::milliseconds(LOG_WAIT_LIMIT_MS / 2)))
+            pipe.read_some(page, sizeof page);
+    });
+    const std::string body(20 * 4096, 'x');
+    const int64_t took_ms = milliseconds_of([&body] { LOG(Error, "%s\n", body.c_str()); });
+    is_over = true;
+    reader.join();
+    EXPECT_LT(took_ms, 3 * LOG_WAIT_LIMIT_MS);
 }
 
 // holds: log-reader-deaf
