@@ -13,6 +13,7 @@
 #include "platform/clock.h"
 #include "platform/command.h"
 #include "platform/ending.h"
+#include "platform/result_codes.h"
 #include "tests/unit/core/engine_fixture.h"
 
 namespace {
@@ -44,12 +45,12 @@ constexpr uint32_t REACH_LOCK_MS = 50;
 TEST_F(link_change, outside_router_mode_not_even_the_state_is_stored)
 {
     port_model.router_mode = 0;
-    wan_detect_process_link_change(dev("eth1"), true);
+    EXPECT_EQ(wan_detect_process_link_change(dev("eth1"), true), OK);
     EXPECT_FALSE(dev("eth1")->link_active);
     EXPECT_TRUE(log->has("Debug", "wan_detect_process_link_change",
                          "wan_detect in ap/repeater mode, ignore the deivce status change!"));
     dev("eth0")->link_active = 1;
-    wan_detect_process_link_change(dev("eth0"), false);
+    EXPECT_EQ(wan_detect_process_link_change(dev("eth0"), false), OK);
     EXPECT_TRUE(dev("eth0")->link_active);
     EXPECT_EQ(armed(engine.start_wan_detect), NOT_ARMED);
 }
