@@ -144,7 +144,8 @@ struct t_free {
 } // namespace
 
 // `format` may end the line; without memory for one that is longer than LOG_LINE_SIZE it is cut.
-static void put_line(t_outlet *outlet, const char *prefix, const char *format, va_list arguments)
+static void __attribute__((format(printf, 3, 0)))
+put_line(t_outlet *outlet, const char *prefix, const char *format, va_list arguments)
 {
     char line[LOG_LINE_SIZE];
     const size_t start = bounded_copy(line, prefix, sizeof line);

@@ -263,8 +263,9 @@ static void note_moved_role()
 
 static void note_link(const t_port &port)
 {
-    bool &link = links[port.number % std::size(links)];
-    t_time &since = links_since[port.number % std::size(links)];
+    const size_t slot = static_cast<size_t>(port.number) % std::size(links);
+    bool &link = links[slot];
+    t_time &since = links_since[slot];
     if (link == port.truth.link)
         return;
     if (port.truth.in_pool && now() - since > SURELY_SEEN)
