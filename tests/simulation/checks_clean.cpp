@@ -72,6 +72,8 @@ t_use use_now()
             use.of[thing_of(kind)]++;
             left--;
         }
+    if (!world.health.bus && use.of[other_sockets] > 0)
+        use.of[other_sockets]--; // it waits for the bus daemon's greeting
     use.of[threads_left] = count_of_threads();
     use.of[timers_set] = count_of_timers();
     use.of[blocks] = memory_in_use().blocks;

@@ -27,7 +27,7 @@ static void note_status(const t_seen &seen)
 
 static void look_at_what_is_left()
 {
-    if (world.told_to_end == NEVER && exit_status == 1 && was_unwell && !is_past_start)
+    if (world.told_to_end == NEVER && (exit_status == 1 || exit_status == -1) && was_unwell && !is_past_start)
         return; // a start without memory, configuration or a bus gives up, and leaves the tidying to the kernel
     if (world.told_to_end == NEVER)
         fail("ends with done: the daemon ended by itself, with status %d", exit_status);

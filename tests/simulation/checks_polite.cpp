@@ -47,6 +47,16 @@ static uint32_t changes_since(t_time since)
         std::count_if(changes.begin(), changes.end(), [&](t_time one) { return one >= since; }));
 }
 
+// A call for a cycle may have named a delay.
+static t_time last_cycle_due()
+{
+    t_time last = 0;
+    for (const t_request &one : world.requests)
+        if (one.method == "wan_detect" && one.served != NEVER && one.served + one.value * SECOND <= now())
+            last = std::max(last, one.served + one.value * SECOND);
+    return last;
+}
+
 // Looks at all ports that the doubling pauses leave room for.
 static uint32_t looks_within(t_time time)
 {
@@ -64,7 +74,8 @@ static uint32_t looks_within(t_time time)
 // those for which a link came shortly before.
 static void look_at_silent_port(const t_port &port)
 {
-    const t_time since = std::max({changes.empty() ? 0 : changes.back(), world.role_since, port.link_since});
+    const t_time since =
+        std::max({changes.empty() ? 0 : changes.back(), world.role_since, port.link_since, last_cycle_due()});
     const uint32_t asked = questions_since(port.number, since);
     const uint32_t most = STAGES * (2 + looks_within(now() - since) + ups_to_be_asked_for(since));
     if (port.truth.found == t_found::never && !port.truth.name_server && world.health.all() &&

@@ -49,6 +49,7 @@ t_time opened = NEVER;                      // the cycle
 bool was_cut = false;                       // its stage, by a loss
 bool is_asked = false, was_put_off = false; // a request is served; the cycle waits behind it
 std::deque<t_swap> swaps;                   // of the daemon's loop, the last one at the end
+int cannot_start = 0;                       // swaps whose command may not have been started, and so are none of these
 t_time changed = 0;                         // anything, from outside
 
 } // namespace
@@ -101,6 +102,8 @@ static void note_way(size_t from, size_t to)
         look_at_cut_stage();
     if (from == resting)
         begin_cycle();
+    if (from == ending && to == resting && !world.health.commands)
+        cannot_start++;
     if (to == looking)
         last_pass = now();
     if (to == judging || (from == looking && to == looking))
@@ -151,8 +154,8 @@ static void note_call(const t_request &request)
 // As often as the pause may have doubled: whoever moves the role spares a swap its test.
 static int most_failures()
 {
-    return static_cast<int>(
-        std::count_if(swaps.begin(), swaps.end() - 1, [](const t_swap &one) { return !one.is_foreign; }));
+    return cannot_start + static_cast<int>(std::count_if(swaps.begin(), swaps.end() - 1,
+                                                         [](const t_swap &one) { return !one.is_foreign; }));
 }
 
 static t_time pause_after(int failures)
@@ -205,11 +208,11 @@ static bool answers_are_steady()
     });
 }
 
-// Swaps that do not help come ever later, while nothing changes.
+// Swaps that do not help come ever later, while nothing changes and all changes are seen.
 static void look_at_pause_before_swap()
 {
     const auto in_vain = static_cast<int>(
-        std::count_if(swaps.begin(), swaps.end(), [](const t_swap &one) { return one.ended > changed; }));
+        std::count_if(swaps.begin(), swaps.end(), [](const t_swap &one) { return one.ended > changed + SEEN; }));
     if (in_vain < 2 || !was_well_since(changed) || !answers_are_steady())
         return;
     const t_time pause = pause_after(in_vain - 1), waited = now() - swaps.back().ended;
@@ -274,11 +277,20 @@ static bool is_detectable()
     return world.connection == "dhcp" || world.connection == "pppoe" || world.connection == "static";
 }
 
+// At the start the network manager alone says whether the upstream works.
+static bool was_deceived_at_start()
+{
+    static t_time told = NEVER; // by the manager, something wrong
+    if (!world.health.manager && now() <= loop_began() + SEEN)
+        told = now();
+    return told != NEVER && opened == NEVER;
+}
+
 // Between cycles its loss opens one, and a loss behind the last pass of a cycle one more.
 static void look_at_lost_port()
 {
-    const bool is_free = step.state != resting || !is_port(world.role_holder) || port_at(world.role_holder).link ||
-                         !detection_is_undisturbed() || !is_detectable() ||
+    const bool is_free = was_deceived_at_start() || step.state != resting || !is_port(world.role_holder) ||
+                         port_at(world.role_holder).link || !detection_is_undisturbed() || !is_detectable() ||
                          std::max(port_at(world.role_holder).link_since, world.role_since) < last_pass ||
                          (!swaps.empty() && !swaps.back().was_tested);
     static t_time blocked = 0, since = 0;

@@ -23,11 +23,16 @@ extern const t_event_kind bus_dies_kind, bus_hangs_kind, bus_deaf_kind, bus_refu
 extern const t_event_kind memory_kind, descriptors_kind, disk_kind, threads_kind, jump_kind, hang_up_kind, pipe_kind;
 extern const t_event_kind lie_kind; // lies.cpp
 
-// SIGTERM, with which every life ends; one that waits for a step may come first.
+// SIGTERM, with which every life ends; one that waits for a step may come first. Before the daemon handles it, it would
+// end the process as it ends any.
 static void tell_to_end()
 {
     if (world.told_to_end != NEVER)
         return;
+    if (!has_handler(SIGTERM)) {
+        happen_at(now() + 1, tell_to_end);
+        return;
+    }
     world.told_to_end = now();
     life_limit = now() + END_TAKES_AT_MOST;
     send_signal(SIGTERM);

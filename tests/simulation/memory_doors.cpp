@@ -12,6 +12,8 @@
 #include "tests/simulation/door.h"
 #include "tests/simulation/event_log.h"
 #include "tests/simulation/memory.h"
+#include "tests/simulation/stuck.h"
+#include "tests/simulation/world.h"
 
 #if defined(__SANITIZE_ADDRESS__)
 constexpr bool IS_THE_SANITIZERS = true;
@@ -67,6 +69,8 @@ int own_depth = 0;
 [[gnu::noinline, gnu::cold]] bool refuse()
 {
     log_line("memory", "is refused");
+    if (loop_began() == NEVER)
+        world.detection_in_doubt = true; // `enable` that cannot be read is off
     errno = ENOMEM;
     return true;
 }

@@ -38,7 +38,7 @@ void send_signal(int number)
     process_info[number].si_code = SI_USER;
 }
 
-static bool has_handler(int number)
+bool has_handler(int number)
 {
     return actions[number].sa_handler != SIG_DFL && actions[number].sa_handler != SIG_IGN;
 }

@@ -11,6 +11,7 @@ constexpr int DAEMON_PID = 4242;
 
 // To the whole process, as kill() would.
 void send_signal(int number);
+bool has_handler(int number);
 
 extern uint64_t pending_for_process; // a bit for each number
 inline bool has_deliverable_signal(const t_thread &thread)
