@@ -27,7 +27,7 @@ F_SETPIPE_SZ = 1031
 SMALL_PIPE = 4096
 PIPE_FILLS_REAL_S = 4.0
 SURROUNDINGS = Path("/tmp/surroundings")
-NOTING_SCRIPT = f"#!/bin/sh\ngrep ^Sig /proc/self/status >{SURROUNDINGS}\necho '{{}}'\n"
+NOTING_SCRIPT = f"#!/bin/sh\ngrep ^Sig /proc/self/status >{SURROUNDINGS}.$$ && mv {SURROUNDINGS}.$$ {SURROUNDINGS}\necho '{{}}'\n"
 CALLS = (("log", {"level": 7}), ("set", {"enable": True}), ("hotplug", {"name": "eth1", "status": True}),
          ("wan_detect", {"delay": 0}), ("proto_detect", {"device": "eth0"}))
 
