@@ -39,7 +39,7 @@ void block_both_threads()
 }
 
 // Both block locks are held. The port was looked at before they were free: a switch that held them has moved the role
-// since, or has found it moved, and the command would give it back.
+// since, or somebody else has, and the command, which makes the port the WAN port as well, would give it back.
 bool toggle_is_void(const t_device *dev)
 {
     return engine_gate->combo_switch_blocked || !port_model.enable || !wan_role_is_at(dev->name);

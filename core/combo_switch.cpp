@@ -30,8 +30,7 @@ static uint8_t wanted_side(const t_device *dev, bool sfp_first)
 static void keep_on_wanted_side(t_device *dev, bool sfp_first)
 {
     update_combo_device_status(dev);
-    // The command makes the port the WAN port as well, and whoever moved the role meanwhile would lose it again.
-    if (wanted_side(dev, sfp_first) != dev->sub_port && wan_role_is_at(dev->name))
+    if (wanted_side(dev, sfp_first) != dev->sub_port)
         toggle_combo_state(dev);
 }
 

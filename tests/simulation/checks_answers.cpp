@@ -10,6 +10,7 @@
 #include "tests/simulation/file_tree.h"
 #include "tests/simulation/neighbours.h"
 #include "tests/simulation/stuck.h"
+#include "tests/simulation/ways.h"
 #include "tests/simulation/world.h"
 
 namespace sim {
@@ -19,6 +20,7 @@ constexpr const char *CYCLE_RESULT = "/tmp/wan_detect_result";
 constexpr int BUSY = -85, NOT_THERE = -96, MISSING = -99, OUT_OF_RANGE = -1;
 constexpr int64_t LEAST_TIMEOUT_MS = 1000, MOST_TIMEOUT_MS = 4000, USUAL_TIMEOUT_MS = 2000, MOST_DELAY_S = 60;
 constexpr int64_t COLLECTED_EVERY_MS = 500;
+constexpr size_t PROBING = 3; // the number of that state
 // Where there are 16 the reading of the order ends.
 constexpr size_t MOST_PORTS_WITH_ORDER = 15;
 // From the call to the question: links are read, LAN hosts are asked, both while the loop is blocked; and to the file.
@@ -184,11 +186,24 @@ static std::string right_result()
     return was_steady(port) ? protocol_behind(port, promise.request.protocol) : "";
 }
 
+// Frames that came back from all ports.
+static uint32_t answers_so_far()
+{
+    uint32_t answers = 0;
+    for (const t_port &port : world.ports)
+        answers += port.answers;
+    return answers;
+}
+
+static uint32_t answers_before_stage = 0; // of a cycle
+
 static void look_at_result()
 {
     const std::string text = text_of_file(RESULT);
     if (text != "dhcp" && text != "pppoe" && text != "static")
         fail("answers: the result is \"%s\"", text.c_str());
+    if (!promise.is_open && text != "static" && answers_so_far() == answers_before_stage)
+        fail("answers: the result of a cycle's stage is %s, and nobody answered since it began", text.c_str());
     if (!promise.is_open)
         return;
     promise.is_open = false;
@@ -242,6 +257,7 @@ static void look_for_untaken()
         return;
     }
     const t_time most = TAKEN_WITHIN + (loop_began() == NEVER ? 0 : time_loop_was_blocked() - blocked);
+    since = std::max(since, world.health_since);
     if (now() - std::max(since, world.requests[open].sent) > most)
         fail("answers: call %ld (%s) was not taken for %ld ms", static_cast<long>(world.requests[open].number),
              world.requests[open].method.c_str(), static_cast<long>((now() - since) / MILLISECOND));
@@ -269,6 +285,8 @@ static void look_at_deed(const t_seen &seen)
         return look_at_result();
     if (seen.deed == t_deed::file_written && strcmp(seen.text, CYCLE_RESULT) == 0)
         return look_at_cycle_result();
+    if (seen.deed == t_deed::way_taken && static_cast<size_t>(seen.number) % STATES == PROBING)
+        answers_before_stage = answers_so_far();
     if (seen.deed != t_deed::bus_call_over)
         return;
     t_request *request = request_with(seen.number);

@@ -63,6 +63,7 @@ bool was_looked_for = false; // the role, by a pass, while it was at none of the
 bool has_given_up = false;   // it may have, while the configuration wanted no second look
 bool links[64];
 t_time links_since[64];
+bool may_ease[64]; // if it lasts, for what was before it did
 
 // 0 for never. What is no number, or out of its range, counts as nothing.
 t_time read_first_pause()
@@ -155,9 +156,10 @@ static bool holder_is_right()
 
 static t_time bound_of_owed(t_found worst)
 {
-    const bool is_eased = eased_at >= owed.since - SECOND || owed.since == loop_began();
     const t_time first = first_pause(), longest = std::max(first, LONGEST_PAUSE_S * SECOND);
-    const t_time pause = is_eased ? std::max(first, TEST_PAUSE) : longest;
+    // A pause that doubled is as long as all before it together, and a first one.
+    const t_time eased = std::max(eased_at, loop_began());
+    const t_time pause = std::min(std::max(first, TEST_PAUSE) + std::max<t_time>(owed.since - eased, 0), longest);
     const t_time second_look = worst == t_found::second_look ? std::min(2 * pause, longest) + STAGES : 0;
     return SEEN + LOSS + REQUEST + STAGES + pause + STAGES + second_look + SLACK;
 }
@@ -168,6 +170,16 @@ static t_time bound_of_restless(t_found worst)
     const t_time longest = std::max(first_pause(), LONGEST_PAUSE_S * SECOND);
     const t_time second_look = worst == t_found::second_look ? longest + STAGES : 0;
     return SEEN + LOSS + MOST_PUT_OFF + 3 * REQUEST + 2 * STAGES + longest + STAGES + second_look + SLACK;
+}
+
+static void note_lasting_links()
+{
+    for (size_t slot = 0; slot < std::size(links); slot++) {
+        if (!may_ease[slot] || now() - links_since[slot] <= SURELY_SEEN)
+            continue;
+        may_ease[slot] = false;
+        eased_at = std::max(eased_at, links_since[slot]);
+    }
 }
 
 static void judge(t_obligation *one, const t_upstreams &upstreams, t_time since, t_time (*bound)(t_found worst))
@@ -188,6 +200,7 @@ static void judge(t_obligation *one, const t_upstreams &upstreams, t_time since,
 static void look_at_obligation()
 {
     note_passed_test();
+    note_lasting_links();
     if (holder_is_surely_lost())
         is_excused = false;
     const bool is_free = world.told_to_end != NEVER || loop_began() == NEVER || !detection_is_undisturbed() ||
@@ -268,8 +281,7 @@ static void note_link(const t_port &port)
     t_time &since = links_since[slot];
     if (link == port.truth.link)
         return;
-    if (port.truth.in_pool && now() - since > SURELY_SEEN)
-        eased_at = now();
+    may_ease[slot] = port.truth.in_pool && now() - since > SURELY_SEEN;
     link = port.truth.link;
     since = now();
 }

@@ -286,12 +286,25 @@ static bool was_deceived_at_start()
     return told != NEVER && opened == NEVER;
 }
 
+// Since when the port has the role that has it now. One that comes back to it from nowhere did not move for the daemon.
+static t_time role_is_there_since()
+{
+    static int holder = 0;
+    static t_time since = 0;
+    if (is_port(world.role_holder) && world.role_holder != holder) {
+        holder = world.role_holder;
+        since = world.role_since;
+    }
+    return since;
+}
+
 // Between cycles its loss opens one, and a loss behind the last pass of a cycle one more.
 static void look_at_lost_port()
 {
+    const t_time has_role_since = role_is_there_since();
     const bool is_free = was_deceived_at_start() || step.state != resting || !is_port(world.role_holder) ||
                          port_at(world.role_holder).link || !detection_is_undisturbed() || !is_detectable() ||
-                         std::max(port_at(world.role_holder).link_since, world.role_since) < last_pass ||
+                         std::max(port_at(world.role_holder).link_since, has_role_since) < last_pass ||
                          (!swaps.empty() && !swaps.back().was_tested);
     static t_time blocked = 0, since = 0;
     if (is_free) {
@@ -300,7 +313,7 @@ static void look_at_lost_port()
         return;
     }
     const t_time unchanged =
-        std::max({since, port_at(world.role_holder).link_since, world.role_since, unchanged_since()});
+        std::max({since, port_at(world.role_holder).link_since, has_role_since, unchanged_since()});
     const t_time limit = SEEN + LOSS + SLACK + time_loop_was_blocked() - blocked;
     if (now() - unchanged > limit)
         fail("steps: port %d has the role and no link for %ld s, and no cycle is open", world.role_holder,

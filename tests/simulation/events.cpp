@@ -4,7 +4,9 @@
 
 #include <algorithm>
 #include <csignal>
+#include <cstring>
 
+#include "tests/simulation/descriptors.h"
 #include "tests/simulation/signals.h"
 #include "tests/simulation/world.h"
 
@@ -23,13 +25,26 @@ extern const t_event_kind bus_dies_kind, bus_hangs_kind, bus_deaf_kind, bus_refu
 extern const t_event_kind memory_kind, descriptors_kind, disk_kind, threads_kind, jump_kind, hang_up_kind, pipe_kind;
 extern const t_event_kind lie_kind; // lies.cpp
 
-// SIGTERM, with which every life ends; one that waits for a step may come first. Before the daemon handles it, it would
-// end the process as it ends any.
+// More than the ends of a command, which the kernel tidies up.
+static bool daemon_holds_something()
+{
+    int left = count_of_descriptors();
+    for (int fd = 3; left > 0; fd++) {
+        const char *kind = kind_of_descriptor(fd);
+        if (kind && strcmp(kind, "pipe") != 0 && strcmp(kind, "pidfd") != 0)
+            return true;
+        left -= kind != nullptr;
+    }
+    return false;
+}
+
+// SIGTERM, with which every life ends; one that waits for a step may come first. It may end the process at once while
+// that has nothing to tidy up, which would be no life.
 static void tell_to_end()
 {
     if (world.told_to_end != NEVER)
         return;
-    if (!has_handler(SIGTERM)) {
+    if (!has_handler(SIGTERM) && !daemon_holds_something()) {
         happen_at(now() + 1, tell_to_end);
         return;
     }

@@ -3,7 +3,8 @@
 
 An .undo file begins with what goes wrong without the mend, in lines with "#". Then for each place: "@@ PATH", lines
 with "-" that the source holds once, whatever their spaces and line ends, and lines with "+" that take their place; a
-line with "?" says when that makes a difference, where it is known before and to be read without a door.
+line with "?" says when that makes a difference, where it is known before and to be read without a door. Lines with "!"
+at the top say why nobody can notice it.
 
 All are built into one program, beside what they take the place of. The lives of the tree as it is are played once: who
 fails there fails anyway, and a life that never comes to the place of a mend goes on as it did when that is undone.
@@ -40,12 +41,15 @@ class Undo:
         self.text = path.read_text()
         self.hash = hashlib.sha256(self.text.encode()).hexdigest()[:8]
         self.story = []
+        self.unseen = []
         self.places = []    # path, what is there, what comes in its place, when that makes a difference
         for line in self.text.splitlines():
             if line.startswith("@@ "):
                 self.places.append((line[3:], [], [], []))
             elif line.startswith("#"):
                 self.story.append(line[1:].strip())
+            elif line.startswith("!"):
+                self.unseen.append(line[1:].strip())
             elif line[:1] in ("-", "+", "?"):
                 self.places[-1][1 + "-+?".index(line[0])].append(line[1:])
             elif line.strip():
@@ -166,7 +170,7 @@ def check_named(text):
 
 def write_table(book):
     """What the program that played last has come to."""
-    rows, drawn, shown = [], 0, 0
+    rows, drawn, shown, unseen = [], 0, 0, 0
     keys = {entry["key"] for entry in book.entries[-1:]}
     for undo in all_undone():
         entries = [entry for entry in book.entries if entry["name"] == undo.name and entry["text"] == undo.hash
@@ -175,7 +179,9 @@ def write_table(book):
         kept = next((entry["kept"] for entry in reversed(entries) if entry["kept"]), None)
         drawn += bool(hits)
         shown += bool(hits or kept)
-        how = check_named(hits[-1]["caught"] if hits else kept or "-")
+        unseen += bool(undo.unseen and not hits and not kept)
+        found = hits[-1]["caught"] if hits else kept
+        how = check_named(found) if found else f"nobody: {' '.join(undo.unseen)}" if undo.unseen else "-"
         life = min(entry["lives"] for entry in hits) if hits else "-"
         rows.append(f"| `{undo.name}` | {' '.join(undo.story)} | {how} | {life} | {'yes' if kept else '-'} | {undo.hash} |")
     TABLE.write_text(f"""<!-- SPDX-License-Identifier: MIT -->
@@ -183,7 +189,8 @@ def write_table(book):
 
 Written by `sharp.sh --table`; `sharp.sh --apply-only` tells when an undone mend is not the one of this table. Of {len(rows)} mends that are
 undone {drawn} are noticed by lives as they are drawn, {shown} by these or by the kept life of their name in `regressions/`, which
-`./test.sh` plays with the mend in place. The life is the seed of one that fails, so that so many lives are enough.
+`./test.sh` plays with the mend in place. The life is the seed of one that fails, so that so many lives are enough. {unseen} can be noticed by
+nobody, since something else does the same by now.
 
 | undone | what goes wrong then | is noticed by | life | kept | text |
 |---|---|---|---|---|---|
