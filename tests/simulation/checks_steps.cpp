@@ -37,7 +37,8 @@ struct t_step {
 };
 
 struct t_swap {
-    t_time ended = NEVER; // its command; NEVER while it runs
+    t_time ended = NEVER;   // its command; NEVER while it runs
+    t_time settled = NEVER; // the cycle that made it is over
     t_time blocked = 0;
     int port = 0;
     bool was_tested = false, is_foreign = false; // somebody moved the role before the test
@@ -89,9 +90,10 @@ static void begin_cycle()
     if (swaps.empty() || swaps.back().was_tested)
         return;
     swaps.back().was_tested = true;
-    // A role that nobody can read counts as a failed test.
+    // A role that nobody can read counts as a failed test, and so does one that is moved before the cycle is over: it
+    // may be the command that failed.
     swaps.back().is_foreign = world.role_mover == t_mover::somebody && is_port(world.role_holder) &&
-                              world.role_holder != swaps.back().port && world.role_since > swaps.back().ended;
+                              world.role_holder != swaps.back().port && world.role_since > swaps.back().settled;
 }
 
 static void note_way(size_t from, size_t to)
@@ -102,6 +104,8 @@ static void note_way(size_t from, size_t to)
         look_at_cut_stage();
     if (from == resting)
         begin_cycle();
+    if (from == ending && to == resting && !swaps.empty() && swaps.back().settled == NEVER)
+        swaps.back().settled = now();
     if (from == ending && to == resting && !world.health.commands)
         cannot_start++;
     if (to == looking)
