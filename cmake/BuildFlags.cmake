@@ -130,6 +130,20 @@ endfunction()
 set(CMAKE_CXX_IMPLICIT_LINK_LIBRARIES "")
 
 # A library of our own code: wan_detect_library(name [libraries...]) takes every source of the current folder.
+# Sources that call something of their own as others of their library do. Where CMAKE_UNITY_BUILD makes one source of a library, they
+# are another one.
+function(wan_detect_apart target)
+  get_target_property(mode ${target} UNITY_BUILD_MODE)
+  if(NOT mode STREQUAL "GROUP")
+    get_target_property(sources ${target} SOURCES)
+    set_source_files_properties(${sources} PROPERTIES UNITY_GROUP together)
+    set_target_properties(${target} PROPERTIES UNITY_BUILD_MODE GROUP)
+  endif()
+  list(GET ARGN 0 first)
+  get_filename_component(group "${first}" NAME_WE)
+  set_source_files_properties(${ARGN} PROPERTIES UNITY_GROUP ${group})
+endfunction()
+
 function(wan_detect_library target)
   file(GLOB sources CONFIGURE_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/*.cpp")
   add_library(${target} STATIC ${sources})
