@@ -19,7 +19,7 @@ static bool is_past_start, was_unwell; // in the start
 
 static void note_status(const t_seen &seen)
 {
-    is_past_start = is_past_start || seen.deed == t_deed::way_taken;
+    is_past_start = loop_began() != NEVER;
     was_unwell = was_unwell || (!is_past_start && !world.health.all());
     if (seen.deed == t_deed::life_ended)
         exit_status = static_cast<int>(seen.number);

@@ -174,7 +174,7 @@ static t_time bound_of_restless(t_found worst)
 
 static void note_lasting_links()
 {
-    for (size_t slot = 0; slot < std::size(links); slot++) {
+    for (size_t slot = 1; slot <= std::min(world.ports.size(), std::size(links) - 1); slot++) {
         if (!may_ease[slot] || now() - links_since[slot] <= SURELY_SEEN)
             continue;
         may_ease[slot] = false;
@@ -204,7 +204,7 @@ static void look_at_obligation()
     if (holder_is_surely_lost())
         is_excused = false;
     const bool is_free = world.told_to_end != NEVER || loop_began() == NEVER || !detection_is_undisturbed() ||
-                         is_excused || holder_is_right();
+                         is_excused || holder_is_right() || start_was_deceived();
     const t_upstreams upstreams = is_free ? t_upstreams{} : look_for_upstreams();
     has_given_up = has_given_up || (upstreams.count > 0 && first_pause() == 0);
     judge(&restless, upstreams, std::max(unchanged_since(), told_wrongly), bound_of_restless);

@@ -281,15 +281,6 @@ static bool is_detectable()
     return world.connection == "dhcp" || world.connection == "pppoe" || world.connection == "static";
 }
 
-// At the start the network manager alone says whether the upstream works.
-static bool was_deceived_at_start()
-{
-    static t_time told = NEVER; // by the manager, something wrong
-    if (!world.health.manager && now() <= loop_began() + SEEN)
-        told = now();
-    return told != NEVER && opened == NEVER;
-}
-
 // Since when the port has the role that has it now. One that comes back to it from nowhere did not move for the daemon.
 static t_time role_is_there_since()
 {
@@ -306,7 +297,7 @@ static t_time role_is_there_since()
 static void look_at_lost_port()
 {
     const t_time has_role_since = role_is_there_since();
-    const bool is_free = was_deceived_at_start() || step.state != resting || !is_port(world.role_holder) ||
+    const bool is_free = start_was_deceived() || step.state != resting || !is_port(world.role_holder) ||
                          port_at(world.role_holder).link || !detection_is_undisturbed() || !is_detectable() ||
                          std::max(port_at(world.role_holder).link_since, has_role_since) < last_pass ||
                          (!swaps.empty() && !swaps.back().was_tested);

@@ -75,13 +75,13 @@ static void note_truth_of(int number)
 }
 
 // By what a verdict for the configured connection is reached. A type that the daemon does not know leaves the former
-// one, and one that has just changed counts from the next pass on.
+// one that was read, and one that has just changed counts from the next pass on.
 static unsigned questions_for_verdict()
 {
     bool is_known = false;
     for (const char *type : {"dhcp", "pppoe", "static", "l2tp", "pptp"})
         is_known = is_known || world.connection == type;
-    if (!is_known || now() - world.connection_since < CONNECTION_IS_KNOWN)
+    if (!is_known || world.connection_in_doubt || now() - world.connection_since < CONNECTION_IS_KNOWN)
         return BY_ANYTHING;
     return is_asked_by_arp() ? unsigned{BY_ARP} : BY_DISCOVERY;
 }

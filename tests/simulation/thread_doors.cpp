@@ -41,7 +41,8 @@ void take(t_lock &lock, const char *what)
     if (lock.owner == &self())
         fail("thread %d takes %s again that it holds", self().number, what);
     while (!is_free(&lock))
-        wait_for({.is_over = is_free, .of = &lock, .what = what});
+        wait_for(
+            {.is_over = is_free, .of = &lock, .by_signals = true, .what = what}); // a handler runs, and it waits on
     lock.owner = &self();
 }
 
@@ -103,7 +104,7 @@ DOOR(int, pthread_rwlock_rdlock, (pthread_rwlock_t * lock), (lock), t_door::lock
     if (wanted.owner == &self())
         fail("thread %d reads under a lock that it holds for writing", self().number);
     while (!is_free_for_readers(&wanted))
-        wait_for({.is_over = is_free_for_readers, .of = &wanted, .what = "a read lock"});
+        wait_for({.is_over = is_free_for_readers, .of = &wanted, .by_signals = true, .what = "a read lock"});
     wanted.readers++;
     self().locks_held++;
     self().tables_held++;
@@ -200,7 +201,7 @@ DOOR(int, pthread_join, (pthread_t thread, void **result), (thread, result), t_d
 {
     const t_thread *joined = thread_of(thread);
     while (joined && !has_ended(joined))
-        wait_for({.is_over = has_ended, .of = joined, .what = "the end of a thread"});
+        wait_for({.is_over = has_ended, .of = joined, .by_signals = true, .what = "the end of a thread"});
     return __real_pthread_join(thread, result);
 }
 

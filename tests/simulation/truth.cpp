@@ -8,6 +8,7 @@
 #include "tests/simulation/file_tree.h"
 #include "tests/simulation/neighbours.h"
 #include "tests/simulation/router.h"
+#include "tests/simulation/stuck.h"
 
 namespace sim {
 
@@ -71,10 +72,18 @@ static bool is_in_pool(const t_port &port)
     return world.ports.size() <= MOST_PORTS_WITH_POOL && std::find(pool.begin(), pool.end(), port.number) != pool.end();
 }
 
+// The daemon has seen by then what was so from `since` on. While detection is off it does not look.
+static bool was_seen(t_time since, t_time then)
+{
+    if (world.detection_on)
+        return std::max(since, world.detection_since) + LINKS_ARE_KNOWN_AFTER <= then;
+    return since + LINKS_ARE_KNOWN_AFTER <= std::min(then, world.detection_since);
+}
+
 bool link_was_settled(const t_port &port)
 {
-    return port.link_since + LINKS_ARE_KNOWN_AFTER <= port.banned_at &&
-           (port.hotplugged == NEVER || port.hotplugged + LINKS_ARE_KNOWN_AFTER <= port.banned_at);
+    return was_seen(port.link_since, port.banned_at) &&
+           (port.hotplugged == NEVER || was_seen(port.hotplugged, port.banned_at));
 }
 
 static t_port_truth look_at(const t_port &port)
@@ -125,7 +134,7 @@ static t_health look_at_health()
     return {.commands = commands_are_well(),
             .bus = bus.is_up && !bus.hangs && !bus.is_deaf && bus.refused.empty(),
             .manager = manager_is_well(),
-            .configuration = configuration_is_well(),
+            .configuration = configuration_is_well() && !world.connection_in_doubt,
             .machine = machine_is_well()};
 }
 
@@ -138,6 +147,8 @@ static bool differ(const t_health &a, const t_health &b)
 static void note_health()
 {
     const t_health health = look_at_health();
+    const bool is_early = loop_began() == NEVER || now() - loop_began() < 60 * SECOND;
+    world.manager_was_ill_early = world.manager_was_ill_early || (is_early && !health.manager);
     if (!differ(health, world.health))
         return;
     world.health = health;
@@ -173,6 +184,11 @@ bool detection_is_undisturbed()
 {
     return world.detection_on && !world.detection_in_doubt && world.sets_under_way == 0 && world.is_router &&
            world.health.all();
+}
+
+bool start_was_deceived()
+{
+    return world.manager_was_ill_early && world.cycles == 0;
 }
 
 t_time undisturbed_since()

@@ -124,6 +124,8 @@ static bool has_static_secondary(const std::string &type)
     return (type == "l2tp" || type == "pptp") && option_of("protocol", type, "snd_conn") == "static";
 }
 
+constexpr t_time CONNECTION_IS_READ = 120 * SECOND; // by a pass
+
 static bool is_known_type(const std::string &type)
 {
     for (const char *known : {"dhcp", "pppoe", "static", "l2tp", "pptp", "v6plus"})
@@ -139,9 +141,14 @@ std::string configured_connection()
         type = option_of("network", "wan", "proto");
     if (type == "pppoeshare")
         type = "pppoe";
-    if (!is_known_type(type) && world.cycles > 0)
+    if (!is_known_type(type) && world.cycles > 0) {
+        world.connection_in_doubt = world.connection_in_doubt || now() - world.connection_since < CONNECTION_IS_READ;
         return world.connection; // the former one stays, which nobody knows before the first cycle
-    return has_static_secondary(type) ? type + "-static" : type;
+    }
+    world.connection_in_doubt = false;
+    if (has_static_secondary(type))
+        type += "-static";
+    return type;
 }
 
 // --- the beginning

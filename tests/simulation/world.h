@@ -168,15 +168,17 @@ struct t_world {
     std::string connection; // the configured type as it is now, "pppoe" for "pppoeshare"
     std::string gateway;    // of a static connection
     t_time connection_since = 0;
-    bool is_router = true;           // by sysmode at the start
-    bool detection_on = true;        // by the configuration at the start, then by each `set` from the reply on
-    t_time detection_since = 0;      //
-    bool detection_in_doubt = false; // the bus died behind a `set`; until the next one is answered
-    int sets_under_way = 0;          // of `set`, sent and not answered: detection may be on or off
-    std::deque<t_request> requests;  // all of the life, in the order of their sending
+    bool connection_in_doubt = false; // it was changed to one that nobody knows, before it was surely read
+    bool is_router = true;            // by sysmode at the start
+    bool detection_on = true;         // by the configuration at the start, then by each `set` from the reply on
+    t_time detection_since = 0;       //
+    bool detection_in_doubt = false;  // the bus died behind a `set`; until the next one is answered
+    int sets_under_way = 0;           // of `set`, sent and not answered: detection may be on or off
+    std::deque<t_request> requests;   // all of the life, in the order of their sending
 
     t_health health;
-    t_time health_since = 0; // when any of it changed last
+    t_time health_since = 0;            // when any of it changed last
+    bool manager_was_ill_early = false; // in the start, or within a minute
 };
 extern t_world world;
 
@@ -198,6 +200,8 @@ bool package_is_usable(const std::string &package); // neither locked nor broken
 
 // Whether detection can be expected to find a port: on, on a router, told by a manager and commands that are well.
 bool detection_is_undisturbed();
+// At the start the network manager alone says whether the upstream works; when it was wrong, no cycle was opened since.
+bool start_was_deceived();
 t_time unchanged_since();   // all of it but what is to come
 t_time undisturbed_since(); // the latest of all changes above but the daemon's own swaps, and of all ports' truth
 

@@ -470,6 +470,18 @@ TEST_F(cycle_order, flapping_puts_the_wait_off_by_60_s_at_most)
     EXPECT_TRUE(log->has("Info", "wan_detect_process_link_change", "Reset start detecting time to 0ms"));
 }
 
+// holds: flapping-wan
+TEST_F(cycle_order, calls_do_not_let_flapping_put_the_wait_off_for_longer)
+{
+    plug({"eth0"});
+    wan_detect_process_link_change(dev("eth0"), false);
+    engine.waiting_since_ms = engine.waiting_since_ms - 69'000;
+    start_wan_detect_all(0);
+    fire(engine.init_wan_detect_all);
+    wan_detect_process_link_change(dev("eth0"), true);
+    EXPECT_EQ(armed(engine.start_wan_detect), 1000);
+}
+
 // holds: dead-request-ends-with-cycle
 TEST_F(cycle_order, the_end_of_a_cycle_frees_a_stage_that_never_ends)
 {
