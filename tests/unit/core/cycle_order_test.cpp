@@ -475,6 +475,7 @@ TEST_F(cycle_order, calls_do_not_let_flapping_put_the_wait_off_for_longer)
 {
     plug({"eth0"});
     wan_detect_process_link_change(dev("eth0"), false);
+    unplug({"eth0"});
     engine.waiting_since_ms = engine.waiting_since_ms - 69'000;
     start_wan_detect_all(0);
     fire(engine.init_wan_detect_all);
