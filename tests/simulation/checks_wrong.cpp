@@ -26,6 +26,7 @@ constexpr t_time LINK_IS_KNOWN = 45 * SECOND; // a scan a second, 20 s of rest a
 constexpr t_time BAN_ROUNDING = 1100 * MILLISECOND;
 // The daemon reads where the role is before the command starts; in between lie a few doors.
 constexpr t_time READING_TO_SWAP = 50 * MILLISECOND;
+constexpr t_time ROLE_IS_READ = 22 * SECOND; // between cycles, by the scan, which rests behind a swap
 // A network manager that finds a connection, and a pass that asks it before it asks the ports.
 constexpr t_time WORKING_IS_SEEN = 15 * SECOND;
 
@@ -43,7 +44,7 @@ struct t_past {
 };
 
 t_past pasts[64];
-std::vector<std::pair<t_time, int>> holders; // since when
+std::vector<std::pair<t_time, int>> holders; // since when; 0 for none of the ports
 
 } // namespace
 
@@ -52,6 +53,8 @@ static bool had_role(int port, t_time from, t_time to)
 {
     int holder = world.life.wan;
     for (const auto &[since, next] : holders) {
+        if (next == 0)
+            continue;
         if (since > from && holder == port)
             return true;
         if (since > to)
@@ -59,6 +62,23 @@ static bool had_role(int port, t_time from, t_time to)
         holder = next;
     }
     return holder == port;
+}
+
+// Whether the port that has the role had it before, and others between too shortly for the daemon to read that.
+static bool is_back_unnoticed()
+{
+    t_time until = world.role_since;
+    for (auto one = holders.rbegin(); one != holders.rend(); ++one) {
+        const auto &[since, holder] = *one;
+        if (since == world.role_since)
+            continue;
+        if (holder == world.role_holder)
+            return true;
+        if (holder != 0 && until - since >= ROLE_IS_READ)
+            return false;
+        until = since;
+    }
+    return world.life.wan == world.role_holder;
 }
 
 static void note_truth_of(int number)
@@ -169,7 +189,8 @@ static void judge_former_holder(const t_port &port)
     const t_port &holder = port_at(world.role_holder);
     const t_time asked = last_asked(port.number, BY_ANYTHING);
     const bool is_back =
-        had_role(holder.number, pass_before_swap_to(port.number), asked); // where the daemon has read it
+        had_role(holder.number, pass_before_swap_to(port.number), asked) || // where the daemon has read it
+        is_back_unnoticed();
     if (world.role_mover == t_mover::somebody && world.role_since > asked && !is_back &&
         now() - world.role_since > READING_TO_SWAP)
         fail("never wrong: %s takes the role back from %s, where somebody else has put it", port.name.c_str(),
@@ -206,8 +227,8 @@ static void look_at_deed(const t_seen &seen)
 {
     if (seen.deed == t_deed::truth_changed)
         seen.port ? note_truth_of(seen.port) : note_health();
-    else if (seen.deed == t_deed::role_moved && is_port(seen.port))
-        holders.emplace_back(now(), seen.port);
+    else if (seen.deed == t_deed::role_moved)
+        holders.emplace_back(now(), is_port(seen.port) ? seen.port : 0);
     else if (seen.deed == t_deed::command_started && strncmp(seen.text, SWAP_COMMAND, strlen(SWAP_COMMAND)) == 0)
         judge_swap(seen.text);
 }
