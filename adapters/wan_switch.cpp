@@ -23,6 +23,7 @@
 
 namespace {
 
+constexpr char ROLE_IS_ELSEWHERE[] = "The wan role is not at %s any more, whoever moved it keeps it!\n";
 constexpr size_t COMMAND_SIZE = 64;
 constexpr uint32_t AFTER_COMMAND_MS = 1;
 
@@ -43,6 +44,12 @@ void block_both_threads()
 bool toggle_is_void(const t_device *dev)
 {
     return engine_gate->combo_switch_blocked || !port_model.enable || !wan_role_is_at(dev->name);
+}
+
+// The role is at another port than when it could be read last, and nobody has judged that.
+bool was_moved_from_known_port(const char *current)
+{
+    return port_model.wan_dev && !port_model.role_is_away && strncmp(current, port_model.wan_dev->name, NAME_SIZE) != 0;
 }
 
 // -1 for a command that was not started, or did not end by itself.
@@ -101,6 +108,10 @@ void switch_wan_to_dev(t_device *dev, int force)
             LOG(Debug, "Same wan device, no need to switch!\n");
             return;
         }
+        if (was_moved_from_known_port(current)) {
+            LOG(Info, ROLE_IS_ELSEWHERE, port_model.wan_dev->name);
+            return;
+        }
     }
     char command[COMMAND_SIZE];
     if (dev->is_combo) {
@@ -118,7 +129,7 @@ void switch_wan_to_dev(t_device *dev, int force)
         t_mutex_guard link_guard(engine_gate->locks.link_block_lock);
         t_mutex_guard combo_guard(engine_gate->locks.combo_block_lock);
         if (!force && !wan_role_is_at(current)) { // since a script was asked, or the locks were another's
-            LOG(Info, "The wan role is not at %s any more, whoever moved it keeps it!\n", current);
+            LOG(Info, ROLE_IS_ELSEWHERE, current);
             return;
         }
         if (engine_handlers.begin_swap)

@@ -115,7 +115,10 @@ bool add_arp_entry(t_arp_entry **arp_table_hashmap_head, t_arp_entry *entry)
         return false;
     }
     HASH_ADD(hh, *arp_table_hashmap_head, mac, sizeof entry->mac, entry);
-    return true;
+    if (entry->hh.tbl)
+        return true;
+    LOG(Error, "No memory to add %02X-%02X-%02X-%02X-%02X-%02X!\n", MAC_ARGS(entry->mac));
+    return false;
 }
 
 t_arp_entry *find_arp_entry(t_arp_entry *arp_table_hashmap_head, const t_mac *mac)

@@ -3,6 +3,7 @@
 // long the loop does not come by. The limits are those of the table in docs/architecture.md ("One cycle"); they add up
 // within one turn of the loop, so a turn may take as long as all that it did may take together.
 #include "tests/simulation/stuck.h"
+#include "tests/simulation/ways.h"
 
 #include <algorithm>
 #include <cstring>
@@ -49,13 +50,13 @@ struct t_turn {
     t_time since = 0;
     t_time allowed = ORDINARY_TURN;
     t_time bus_deadline = 0; // of the answer that it waits for
-    bool asked_hosts = false, asked_dns = false;
+    bool asked_hosts = false, asked_dns = false, may_ask_dns = false;
 };
 
 std::vector<t_running> running;
 t_turn turn;
 t_time swap_over = NOT_YET, scanned = NOT_YET, loop_begun = NEVER, blocked_in_all = 0, seen_at = 0;
-bool was_blocked = false;
+bool was_blocked = false, is_asking_dns = false;
 
 bool is_swap(const t_running &one)
 {
@@ -114,6 +115,14 @@ static void note_frame(const t_seen &seen)
     }
 }
 
+// Name servers that could not be asked are waited for like others.
+static void note_way(size_t to)
+{
+    constexpr size_t ASKING_DNS = 6;
+    is_asking_dns = to == ASKING_DNS;
+    turn.may_ask_dns = turn.may_ask_dns || is_asking_dns;
+}
+
 static void look_at_deed(const t_seen &seen)
 {
     switch (seen.deed) {
@@ -127,6 +136,8 @@ static void look_at_deed(const t_seen &seen)
         if (self().spins_held > 0)
             fail("never stuck: thread %d holds a spin lock while it tells something", self().number);
         return;
+    case t_deed::way_taken:
+        return note_way(static_cast<size_t>(seen.number) % STATES);
     default:
         return;
     }
@@ -161,7 +172,7 @@ static void begin_turn()
 {
     if (loop_begun == NEVER)
         scanned = loop_begun = now();
-    turn = {.since = now()};
+    turn = {.since = now(), .may_ask_dns = is_asking_dns};
 }
 
 static t_time allowed_now(const t_thread &loop)
@@ -175,7 +186,7 @@ static t_time allowed_now(const t_thread &loop)
                                          [](const t_running &one) { return is_swap(one) && one.thread != 0; });
     if (loop_begun == NEVER)
         return WAIT_FOR_LINK + START_UP_PAUSE + turn.allowed + CONFIGURATION_LIMIT;
-    return turn.allowed + (is_well ? 0 : CONFIGURATION_LIMIT) +
+    return turn.allowed + (is_well ? 0 : CONFIGURATION_LIMIT) + (turn.may_ask_dns && !turn.asked_dns ? DNS_LIMIT : 0) +
            (other_swaps || swap_over > turn.since ? ACTION_LIMIT : 0);
 }
 
@@ -213,7 +224,7 @@ static void look_at_commands()
 static void look_at_scan()
 {
     if (!world.detection_on || world.sets_under_way > 0 || world.detection_in_doubt || !world.is_router ||
-        world.told_to_end != NEVER || loop_begun == NEVER)
+        world.told_to_end != NEVER || loop_begun == NEVER || !world.health.machine)
         scanned = now();
     else if (now() - scanned > BETWEEN_SCANS)
         fail("never stuck: nobody has looked at the links for %ld ms",

@@ -148,6 +148,18 @@ TEST_F(wan_switch, leaves_the_role_where_somebody_put_it_while_a_combo_port_was_
 }
 
 // holds: role-moves-before-swap
+TEST_F(wan_switch, leaves_the_role_where_somebody_put_it_while_nobody_could_read_it)
+{
+    port_model.wan_dev = eth3;
+    switch_wan_to_dev(combo, 0);
+    EXPECT_EQ(swaps(), "");
+    EXPECT_TRUE(
+        log.has("Info", "switch_wan_to_dev", "The wan role is not at eth3 any more, whoever moved it keeps it!"));
+    switch_wan_to_dev(combo, 1);
+    EXPECT_EQ(swaps(), "set port5 phy\n");
+}
+
+// holds: role-moves-before-swap
 TEST_F(wan_switch, takes_no_role_that_is_no_ports_any_more_or_cannot_be_read)
 {
     for (const char *what_happens : {"sed -i s/eth0/wwan0/ /etc/config/switch", "rm /etc/config/switch"}) {

@@ -176,6 +176,18 @@ TEST_F(arp_table, a_last_line_without_its_end_and_bytes_of_every_kind_are_surviv
     EXPECT_EQ(addresses(), t_texts{"192.168.1.51"});
 }
 
+TEST_F(arp_table, without_memory_for_the_table_entries_are_left_out)
+{
+    t_arp_entry *entry = create_new_arp_entry(mac("aa:bb:cc:00:00:32"), 1, ip("192.168.1.50"));
+    {
+        const t_memory_shortage shortage;
+        EXPECT_FALSE(add_arp_entry(&head, entry));
+    }
+    EXPECT_EQ(head, nullptr);
+    EXPECT_TRUE(log.has("Error", "add_arp_entry", "No memory to add AA-BB-CC-00-00-32!"));
+    EXPECT_TRUE(add_arp_entry(&head, entry));
+}
+
 TEST_F(arp_table, without_memory_lines_are_passed_over)
 {
     {
