@@ -156,7 +156,9 @@ static std::string protocol_behind(const t_port &port, const std::string &wanted
 
 static bool was_steady(const t_port &port)
 {
-    return port.truth_since < promise.request.served && port.link_since < promise.request.served - 2 * SECOND;
+    const t_time told = port.hotplugged == NEVER ? 0 : port.hotplugged; // of its link, rightly or not
+    return port.truth_since < promise.request.served &&
+           std::max(port.link_since, told) < promise.request.served - 2 * SECOND;
 }
 
 static std::string right_result_of_all()
