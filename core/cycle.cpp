@@ -50,8 +50,8 @@ static void wish_for_pass_in(int delay_ms)
     wish_for(t_wish::pass);
 }
 
-// Nothing happens when the other thread that may open a cycle was faster; and a cycle that waits already waits on, or calls
-// for it would let a WAN port that flaps put it off for ever. Any thread.
+// Nothing happens when the other thread that may open a cycle was faster; and a cycle that waits already waits on, or
+// calls for it would let a WAN port that flaps put it off for ever. Any thread.
 static void begin_waiting()
 {
     if (engine.state != t_cycle_state::waiting)

@@ -176,6 +176,7 @@ TEST_F(arp_table, a_last_line_without_its_end_and_bytes_of_every_kind_are_surviv
     EXPECT_EQ(addresses(), t_texts{"192.168.1.51"});
 }
 
+// holds: hosts-cannot-grow
 TEST_F(arp_table, without_memory_for_the_table_entries_are_left_out)
 {
     t_arp_entry *entry = create_new_arp_entry(mac("aa:bb:cc:00:00:32"), 1, ip("192.168.1.50"));
