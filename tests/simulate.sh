@@ -68,7 +68,7 @@ short() {
     "$folder/bin/simulate" --regressions tests/simulation/can_fail || failed=1
     tests/simulation/both.py --simulate "$folder/bin/simulate" --kept || failed=1
     simulate --jobs "$jobs" --lives 300 --from $fixed_seed || failed=1
-    simulate --jobs "$jobs" --seconds 5 || failed=1
+    simulate --jobs "$jobs" --seconds 3 || failed=1
     return $failed
 }
 

@@ -3,6 +3,7 @@
 // port gets the role within a bound. README.md names each term of it.
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
 
 #include "tests/simulation/checks.h"
 #include "tests/simulation/file_tree.h"
@@ -31,6 +32,8 @@ constexpr int64_t MOST_DELAY_S = 60;
 // Passes of the cycle come once a second; doors, and threads that wait for their turn.
 constexpr t_time SLACK = 3 * SECOND;
 
+constexpr const char *SWAP = "network_lanwan_swap set port";
+
 constexpr size_t RESTING = 0, ENDING = 7; // the numbers of these states
 
 // A link was there, or away, for so long that the scan has seen it.
@@ -55,7 +58,9 @@ t_obligation restless;      // the same while ports of no matter change
 t_obligation worked;        // the WAN port, beside an open cycle
 bool cycle_is_over = true;  // it rests
 int detection_as_told = -1; // by the last `set` whose handler began; -1 for none yet
-t_time eased_at = -NEVER;   // a change that begins the pauses with the shortest again
+t_time eased_at = -NEVER;   // a change that begins the pauses of the looks with the shortest again
+t_time swaps_eased_at = 0;  // one that begins those behind swaps with the shortest, too
+t_time swapped_at = 0;      // last, by the daemon
 t_time asked_for = -NEVER;  // when a cycle that somebody asked for is due
 t_time told_wrongly = 0;    // of a link
 bool is_excused = false;
@@ -158,8 +163,9 @@ static t_time bound_of_owed(t_found worst)
 {
     const t_time first = first_pause(), longest = std::max(first, LONGEST_PAUSE_S * SECOND);
     // A pause that doubled is as long as all before it together, and a first one.
-    const t_time eased = std::max(eased_at, loop_began());
-    const t_time pause = std::min(std::max(first, TEST_PAUSE) + std::max<t_time>(owed.since - eased, 0), longest);
+    const t_time eased = swapped_at > swaps_eased_at ? std::min(eased_at, swaps_eased_at) : eased_at;
+    const t_time gone = std::max<t_time>(owed.since - std::max(eased, loop_began()), 0);
+    const t_time pause = std::min(std::max(first, TEST_PAUSE) + gone, longest);
     const t_time second_look = worst == t_found::second_look ? std::min(2 * pause, longest) + STAGES : 0;
     return SEEN + LOSS + REQUEST + STAGES + pause + STAGES + second_look + SLACK;
 }
@@ -179,6 +185,7 @@ static void note_lasting_links()
             continue;
         may_ease[slot] = false;
         eased_at = std::max(eased_at, links_since[slot]);
+        swaps_eased_at = std::max(swaps_eased_at, links_since[slot]);
     }
 }
 
@@ -301,6 +308,8 @@ static void look_at_deed(const t_seen &seen)
         note_link(port_at(seen.port));
     else if (seen.deed == t_deed::role_moved && seen.number == 0)
         note_moved_role();
+    else if (seen.deed == t_deed::command_started && strncmp(seen.text, SWAP, strlen(SWAP)) == 0)
+        swapped_at = now();
     else if (seen.deed == t_deed::way_taken)
         note_way(static_cast<size_t>(seen.number) % STATES);
     else if (seen.deed != t_deed::truth_changed)
