@@ -46,10 +46,11 @@ bool toggle_is_void(const t_device *dev)
     return engine_gate->combo_switch_blocked || !port_model.enable || !wan_role_is_at(dev->name);
 }
 
-// The role is at another port than when it could be read last, and nobody has judged that.
+// The role is at another port than when it could be read last, and nobody has judged that; or at none of ours.
 bool was_moved_from_known_port(const char *current)
 {
-    return port_model.wan_dev && !port_model.role_is_away && strncmp(current, port_model.wan_dev->name, NAME_SIZE) != 0;
+    return port_model.wan_dev &&
+           (port_model.role_is_away || strncmp(current, port_model.wan_dev->name, NAME_SIZE) != 0);
 }
 
 // -1 for a command that was not started, or did not end by itself.

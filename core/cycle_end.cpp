@@ -34,7 +34,8 @@ static t_role look_where_role_is()
 
 static bool may_still_be_given_to(const t_device *winner)
 {
-    return look_where_role_is() == t_role::unmoved || winner == port_model.wan_dev;
+    const t_role role = look_where_role_is();
+    return role == t_role::unmoved || (role == t_role::moved && winner == port_model.wan_dev);
 }
 
 // Called off when the role was moved while a script was asked, or while the locks were another's.

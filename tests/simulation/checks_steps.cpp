@@ -284,7 +284,7 @@ static bool is_detectable()
 // Since when the port has the role that has it now. One that comes back to it from nowhere did not move for the daemon.
 static t_time role_is_there_since()
 {
-    static int holder = 0;
+    static int holder = world.life.wan;
     static t_time since = 0;
     if (is_port(world.role_holder) && world.role_holder != holder) {
         holder = world.role_holder;

@@ -124,7 +124,8 @@ static unsigned questions_for_verdict()
     bool is_known = false;
     for (const char *type : {"dhcp", "pppoe", "static", "l2tp", "pptp"})
         is_known = is_known || world.connection == type;
-    if (!is_known || world.connection_in_doubt || now() - world.connection_since < CONNECTION_IS_KNOWN)
+    if (!is_known || world.connection_in_doubt || !world.health.configuration ||
+        now() - world.connection_since < CONNECTION_IS_KNOWN)
         return BY_ANYTHING;
     return is_asked_by_arp() ? unsigned{BY_ARP} : BY_DISCOVERY;
 }

@@ -263,6 +263,23 @@ TEST_F(wan_role, given_to_a_foreign_port_while_the_fake_wan_port_was_given_up_le
     EXPECT_FALSE(std::filesystem::exists(WAN_RESULT_FILE));
 }
 
+// holds: role-moves-in-fake-wan-removal
+TEST_F(wan_role, given_to_a_foreign_port_while_a_wan_port_that_works_ended_its_cycle_stays_there)
+{
+    plug({"eth0"});
+    fake_router.network_state = 0;
+    open_cycle();
+    ASSERT_EQ(engine.result_dev, dev("eth0"));
+    port_model.fake_wan = dev("eth4");
+    fake_router.on_command = [](const std::string &command) {
+        if (command == "/sbin/wanlan_port_reload")
+            write_switch_config(8, 7);
+    };
+    fire(engine.end);
+    EXPECT_EQ(swaps(), 0);
+    EXPECT_TRUE(port_model.role_is_away);
+}
+
 // holds: role-moves-at-end
 TEST_F(wan_role, moved_while_a_cycle_without_a_result_ended_counts_as_a_loss_when_its_port_has_no_link)
 {

@@ -155,6 +155,10 @@ TEST_F(wan_switch, leaves_the_role_where_somebody_put_it_while_nobody_could_read
     EXPECT_EQ(swaps(), "");
     EXPECT_TRUE(
         log.has("Info", "switch_wan_to_dev", "The wan role is not at eth3 any more, whoever moved it keeps it!"));
+    port_model.wan_dev = eth0;
+    port_model.role_is_away = true;
+    switch_wan_to_dev(combo, 0);
+    EXPECT_EQ(swaps(), "");
     switch_wan_to_dev(combo, 1);
     EXPECT_EQ(swaps(), "set port5 phy\n");
 }
