@@ -129,9 +129,8 @@ function(wan_detect_router_program target)
 endfunction()
 set(CMAKE_CXX_IMPLICIT_LINK_LIBRARIES "")
 
-# A library of our own code: wan_detect_library(name [libraries...]) takes every source of the current folder.
-# Sources that call something of their own as others of their library do. Where CMAKE_UNITY_BUILD makes one source of a library, they
-# are another one.
+# Sources that define a name which others of their library define, too: where CMAKE_UNITY_BUILD makes one source of a library, they
+# become a second one.
 function(wan_detect_apart target)
   get_target_property(mode ${target} UNITY_BUILD_MODE)
   if(NOT mode STREQUAL "GROUP")
@@ -144,6 +143,7 @@ function(wan_detect_apart target)
   set_source_files_properties(${ARGN} PROPERTIES UNITY_GROUP ${group})
 endfunction()
 
+# A library of our own code: wan_detect_library(name [libraries...]) takes every source of the current folder.
 function(wan_detect_library target)
   file(GLOB sources CONFIGURE_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/*.cpp")
   add_library(${target} STATIC ${sources})

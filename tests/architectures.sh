@@ -97,7 +97,7 @@ build_stage() {
 }
 
 # stage_on NAME: the sources of a library compile as one in a quarter of the time. Where two of them call something the same they
-# do not, and SKIP_UNITY_BUILD_INCLUSION is to keep one of them apart; until then each is compiled for itself.
+# do not, and wan_detect_apart() is to make a second one of them; until then each is compiled for itself.
 stage_on() {
     local qemu=("qemu-$1" -L "/usr/$(target_of "$1")") bin=$base/$1/stage/bin filter
     add_libraries "$1" && { build_stage "$1" ON || build_stage "$1" OFF; } && "${qemu[@]}" "$bin/wan_detect" --version || return 1

@@ -22,6 +22,7 @@ enum class t_deed : uint8_t {
     life_ended,      // number: exit status
     truth_changed,   // port: whose truth (world.h), 0 for that of the whole
     request_served,  // number: the call whose handler begins, text: the method; number 0 for an event
+    command_refused, // it could not be started; text: the command
     way_taken,       // of a cycle; text: from -> to, number: from * STATES + to
 };
 

@@ -178,9 +178,16 @@ static t_time bound_of_restless(t_found worst)
     return SEEN + LOSS + MOST_PUT_OFF + 3 * REQUEST + 2 * STAGES + longest + STAGES + second_look + SLACK;
 }
 
+// The scan looks, and its script tells the truth.
+static bool links_are_told_since(t_time time)
+{
+    return world.detection_on && world.health.all() && std::max(world.health_since, world.detection_since) <= time;
+}
+
 static void note_lasting_links()
 {
     for (size_t slot = 1; slot <= std::min(world.ports.size(), std::size(links) - 1); slot++) {
+        may_ease[slot] = may_ease[slot] && links_are_told_since(links_since[slot]);
         if (!may_ease[slot] || now() - links_since[slot] <= SURELY_SEEN)
             continue;
         may_ease[slot] = false;
@@ -288,7 +295,7 @@ static void note_link(const t_port &port)
     t_time &since = links_since[slot];
     if (link == port.truth.link)
         return;
-    may_ease[slot] = port.truth.in_pool && now() - since > SURELY_SEEN;
+    may_ease[slot] = port.truth.in_pool && now() - since > SURELY_SEEN && links_are_told_since(now() - SURELY_SEEN);
     link = port.truth.link;
     since = now();
 }

@@ -52,7 +52,8 @@ static t_time last_cycle_due()
 {
     t_time last = 0;
     for (const t_request &one : world.requests)
-        if (one.method == "wan_detect" && one.served != NEVER && one.served + one.value * SECOND <= now())
+        if (one.method == "wan_detect" && one.served != NEVER && !one.is_odd && one.value >= 0 && one.value <= 60 &&
+            one.served + one.value * SECOND <= now())
             last = std::max(last, one.served + one.value * SECOND);
     return last;
 }

@@ -50,7 +50,7 @@ t_time opened = NEVER;                      // the cycle
 bool was_cut = false;                       // its stage, by a loss
 bool is_asked = false, was_put_off = false; // a request is served; the cycle waits behind it
 std::deque<t_swap> swaps;                   // of the daemon's loop, the last one at the end
-int cannot_start = 0;                       // swaps whose command may not have been started, and so are none of these
+int cannot_start = 0;                       // swaps whose command could not be started, and so are none of these
 t_time changed = 0;                         // anything, from outside
 
 } // namespace
@@ -106,8 +106,6 @@ static void note_way(size_t from, size_t to)
         begin_cycle();
     if (from == ending && to == resting && !swaps.empty() && swaps.back().settled == NEVER)
         swaps.back().settled = now();
-    if (from == ending && to == resting && !world.health.commands)
-        cannot_start++;
     if (to == looking)
         last_pass = now();
     if (to == judging || (from == looking && to == looking))
@@ -266,6 +264,8 @@ static void look_at_deed(const t_seen &seen)
         note_way(static_cast<size_t>(seen.number) / STATES, static_cast<size_t>(seen.number) % STATES);
     else if (seen.deed == t_deed::command_started && strncmp(seen.text, SWAP, strlen(SWAP)) == 0)
         note_swap(seen.text);
+    else if (seen.deed == t_deed::command_refused && strncmp(seen.text, SWAP, strlen(SWAP)) == 0)
+        cannot_start++;
     else if (seen.deed == t_deed::command_ended)
         note_end_of_command(seen.text);
     else if (seen.deed == t_deed::file_written && strcmp(seen.text, RESULT) == 0)
@@ -285,11 +285,16 @@ static bool is_detectable()
 static t_time role_is_there_since()
 {
     static int holder = world.life.wan;
-    static t_time since = 0;
-    if (is_port(world.role_holder) && world.role_holder != holder) {
-        holder = world.role_holder;
-        since = world.role_since;
+    static t_time since = 0, gone = NEVER; // to a port that is none of the daemon's
+    if (!is_port(world.role_holder)) {
+        if (option_of("switch", "wan", "switch_port") == "port" + std::to_string(FOREIGN_PORT))
+            gone = std::min(gone, world.role_since);
+        return since;
     }
+    if (world.role_holder != holder || (gone != NEVER && world.role_since - gone >= SEEN))
+        since = world.role_since;
+    holder = world.role_holder;
+    gone = NEVER;
     return since;
 }
 

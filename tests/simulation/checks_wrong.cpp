@@ -11,6 +11,7 @@
 #include "tests/simulation/neighbours.h"
 #include "tests/simulation/questions.h"
 #include "tests/simulation/stuck.h"
+#include "tests/simulation/ways.h"
 #include "tests/simulation/world.h"
 
 namespace sim {
@@ -28,6 +29,7 @@ constexpr t_time LINK_IS_KNOWN = 45 * SECOND; // a scan a second, 20 s of rest a
 constexpr t_time BAN_ROUNDING = 1100 * MILLISECOND;
 // The daemon reads where the role is before the command starts; in between lie a few doors.
 constexpr t_time READING_TO_SWAP = 50 * MILLISECOND;
+constexpr size_t LOOKING = 2;                // the number of that state
 constexpr t_time ROLE_IS_READ = 22 * SECOND; // between cycles, by the scan, which rests behind a swap
 // A network manager that finds a connection, and a pass that asks it before it asks the ports.
 constexpr t_time WORKING_IS_SEEN = 15 * SECOND;
@@ -47,6 +49,7 @@ struct t_past {
 
 t_past pasts[64];
 std::vector<std::pair<t_time, int>> holders; // since when; 0 for none of the ports
+std::vector<t_time> passes;
 
 } // namespace
 
@@ -66,6 +69,13 @@ static bool had_role(int port, t_time from, t_time to)
     return holder == port;
 }
 
+// By a pass, while all was well.
+static bool was_role_read(t_time from, t_time to)
+{
+    return world.health.all() && world.health_since < from &&
+           std::any_of(passes.begin(), passes.end(), [&](t_time pass) { return pass >= from && pass + SECOND <= to; });
+}
+
 // Whether the port that has the role had it before, and others between too shortly for the daemon to read that.
 static bool is_back_unnoticed()
 {
@@ -76,7 +86,7 @@ static bool is_back_unnoticed()
             continue;
         if (holder == world.role_holder)
             return true;
-        if (holder != 0 && until - since >= ROLE_IS_READ)
+        if (holder != 0 && (until - since >= ROLE_IS_READ || was_role_read(since, until)))
             return false;
         until = since;
     }
@@ -253,6 +263,8 @@ static void look_at_deed(const t_seen &seen)
 {
     if (seen.deed == t_deed::truth_changed)
         seen.port ? note_truth_of(seen.port) : note_health();
+    else if (seen.deed == t_deed::way_taken && static_cast<size_t>(seen.number) % STATES == LOOKING)
+        passes.push_back(now());
     else if (seen.deed == t_deed::role_moved)
         holders.emplace_back(now(), is_port(seen.port) ? seen.port : 0);
     else if (seen.deed == t_deed::command_started && strncmp(seen.text, SWAP_COMMAND, strlen(SWAP_COMMAND)) == 0)

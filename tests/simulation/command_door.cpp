@@ -71,8 +71,11 @@ static int start(const char *command, int output, pid_t *pid)
     auto child = std::make_shared<t_child>();
     child->command = command;
     child->plan = plan_command(command);
-    if (child->plan.start_error)
+    world.model_is_read = true;
+    if (child->plan.start_error) {
+        saw({.deed = t_deed::command_refused, .text = command});
         return child->plan.start_error;
+    }
     child->pid = *pid = ++last_pid;
     child->output = output >= 0 ? share_description(output) : nullptr;
     children[child->pid] = child;

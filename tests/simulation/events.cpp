@@ -45,7 +45,7 @@ static void tell_to_end()
     if (world.told_to_end != NEVER)
         return;
     if (!has_handler(SIGTERM) && !daemon_holds_something()) {
-        happen_at(now() + 1, tell_to_end);
+        happen_at(now() + 10, tell_to_end);
         return;
     }
     world.told_to_end = now();

@@ -12,7 +12,6 @@
 #include "tests/simulation/door.h"
 #include "tests/simulation/event_log.h"
 #include "tests/simulation/memory.h"
-#include "tests/simulation/stuck.h"
 #include "tests/simulation/world.h"
 
 #if defined(__SANITIZE_ADDRESS__)
@@ -69,7 +68,7 @@ int own_depth = 0;
 [[gnu::noinline, gnu::cold]] bool refuse()
 {
     log_line("memory", "is refused");
-    if (loop_began() == NEVER)
+    if (!world.model_is_read)
         world.detection_in_doubt = true; // `enable` that cannot be read is off
     errno = ENOMEM;
     return true;

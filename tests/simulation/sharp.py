@@ -4,7 +4,7 @@
 An .undo file begins with what goes wrong without the mend, in lines with "#". Then for each place: "@@ PATH", lines
 with "-" that the source holds once, whatever their spaces and line ends, and lines with "+" that take their place; a
 line with "?" says when that makes a difference, where it is known before and to be read without a door. Lines with "!"
-at the top say why nobody can notice it.
+at the top say why no life shows it.
 
 All are built into one program, beside what they take the place of. The lives of the tree as it is are played once: who
 fails there fails anyway, and a life that never comes to the place of a mend goes on as it did when that is undone.
@@ -48,7 +48,7 @@ class Undo:
                 self.places.append((line[3:], [], [], []))
             elif line.startswith("#"):
                 self.story.append(line[1:].strip())
-            elif line.startswith("!"):
+            elif line.startswith("!") and not self.places:
                 self.unseen.append(line[1:].strip())
             elif line[:1] in ("-", "+", "?"):
                 self.places[-1][1 + "-+?".index(line[0])].append(line[1:])
@@ -181,7 +181,7 @@ def write_table(book):
         shown += bool(hits or kept)
         unseen += bool(undo.unseen and not hits and not kept)
         found = hits[-1]["caught"] if hits else kept
-        how = check_named(found) if found else f"nobody: {' '.join(undo.unseen)}" if undo.unseen else "-"
+        how = check_named(found) if found else f"no life: {' '.join(undo.unseen)}" if undo.unseen else "-"
         life = min(entry["lives"] for entry in hits) if hits else "-"
         rows.append(f"| `{undo.name}` | {' '.join(undo.story)} | {how} | {life} | {'yes' if kept else '-'} | {undo.hash} |")
     TABLE.write_text(f"""<!-- SPDX-License-Identifier: MIT -->
@@ -189,8 +189,8 @@ def write_table(book):
 
 Written by `sharp.sh --table`; `sharp.sh --apply-only` tells when an undone mend is not the one of this table. Of {len(rows)} mends that are
 undone {drawn} are noticed by lives as they are drawn, {shown} by these or by the kept life of their name in `regressions/`, which
-`./test.sh` plays with the mend in place. The life is the seed of one that fails, so that so many lives are enough. {unseen} can be noticed by
-nobody, since something else does the same by now.
+`./test.sh` plays with the mend in place. The life is the seed of one that fails, so that so many lives are enough. For {unseen} it is
+told why no life has shown them; unit tests hold most of these.
 
 | undone | what goes wrong then | is noticed by | life | kept | text |
 |---|---|---|---|---|---|

@@ -147,7 +147,7 @@ static bool differ(const t_health &a, const t_health &b)
 static void note_health()
 {
     const t_health health = look_at_health();
-    const bool is_early = loop_began() == NEVER || now() - loop_began() < 60 * SECOND;
+    const bool is_early = loop_began() == NEVER;
     world.manager_was_ill_early = world.manager_was_ill_early || (is_early && !health.manager);
     if (!differ(health, world.health))
         return;
@@ -188,7 +188,11 @@ bool detection_is_undisturbed()
 
 bool start_was_deceived()
 {
-    return world.manager_was_ill_early && world.cycles == 0;
+    if (!world.manager_was_ill_early || world.cycles > 0)
+        return false;
+    if (!is_port(world.role_holder) || port_at(world.role_holder).link)
+        return true;
+    return std::max(port_at(world.role_holder).link_since, world.role_since) <= loop_began();
 }
 
 t_time undisturbed_since()

@@ -124,8 +124,6 @@ static bool has_static_secondary(const std::string &type)
     return (type == "l2tp" || type == "pptp") && option_of("protocol", type, "snd_conn") == "static";
 }
 
-constexpr t_time CONNECTION_IS_READ = 120 * SECOND; // by a pass
-
 static bool is_known_type(const std::string &type)
 {
     for (const char *known : {"dhcp", "pppoe", "static", "l2tp", "pptp", "v6plus"})
@@ -142,7 +140,7 @@ std::string configured_connection()
     if (type == "pppoeshare")
         type = "pppoe";
     if (!is_known_type(type) && world.cycles > 0) {
-        world.connection_in_doubt = world.connection_in_doubt || now() - world.connection_since < CONNECTION_IS_READ;
+        world.connection_in_doubt = world.connection_in_doubt || world.connection_read <= world.connection_since;
         return world.connection; // the former one stays, which nobody knows before the first cycle
     }
     world.connection_in_doubt = false;

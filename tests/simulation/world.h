@@ -168,6 +168,8 @@ struct t_world {
     std::string connection; // the configured type as it is now, "pppoe" for "pppoeshare"
     std::string gateway;    // of a static connection
     t_time connection_since = 0;
+    t_time connection_read = 0;       // by the last pass that could
+    bool model_is_read = false;       // the first command is behind the reading of `enable`
     bool connection_in_doubt = false; // it was changed to one that nobody knows, before it was surely read
     bool is_router = true;            // by sysmode at the start
     bool detection_on = true;         // by the configuration at the start, then by each `set` from the reply on
@@ -178,7 +180,7 @@ struct t_world {
 
     t_health health;
     t_time health_since = 0;            // when any of it changed last
-    bool manager_was_ill_early = false; // in the start, or within a minute
+    bool manager_was_ill_early = false; // in the start
 };
 extern t_world world;
 
