@@ -47,16 +47,20 @@ void simulation_park(t_baton *mine);
 // What a call keeps goes onto the one stack, and comes from the other. A parked thread sits in a call of the kernel
 // that needs no stack, and goes on where its stack stands by then.
 asm(R"(
-    .pushsection .text
-    .globl simulation_go_on_as, simulation_park
-    .hidden simulation_go_on_as, simulation_park
-simulation_go_on_as:
+    .macro keep_registers
     push %rbp
     push %rbx
     push %r12
     push %r13
     push %r14
     push %r15
+    .endm
+
+    .pushsection .text
+    .globl simulation_go_on_as, simulation_park
+    .hidden simulation_go_on_as, simulation_park
+simulation_go_on_as:
+    keep_registers
     mov %rsp, (%rdi)
     mov %rsi, %rsp
     wrfsbase %rdx
@@ -69,12 +73,7 @@ simulation_go_on_as:
     ret
 
 simulation_park:
-    push %rbp
-    push %rbx
-    push %r12
-    push %r13
-    push %r14
-    push %r15
+    keep_registers
     mov %rdi, %rbx
     mov %rsp, (%rbx)
     lea 16(%rbx), %rdi      # is_parked: raise() it
@@ -94,6 +93,7 @@ simulation_park:
     mov (%rbx), %rsp
     jmp 1b
     .popsection
+    .purgem keep_registers
 )");
 static_assert(offsetof(t_baton, stack) == 0 && offsetof(t_baton, is_parked) == 16 && offsetof(t_baton, is_mine) == 20);
 static_assert(SYS_futex == 202 && (FUTEX_WAIT | FUTEX_PRIVATE_FLAG) == 128 && (FUTEX_WAKE | FUTEX_PRIVATE_FLAG) == 129);
