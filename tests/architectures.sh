@@ -5,7 +5,8 @@
 # machine's processor. Cases that cannot hold under the emulation stand in tests/architectures/exceptions.txt; anything else that
 # fails, fails this. Needs Debian and root; installs what is missing. Everything it writes is in build/architectures.
 #
-#   tests/architectures.sh          all of the following but the first
+#   tests/architectures.sh          all of the following but the first two
+#   tests/architectures.sh get      only what the others need from Debian: compilers, the emulator, json-c
 #   tests/architectures.sh stage    builds for each processor; the unit tests of frames, model, configuration and engine on MIPS
 #   tests/architectures.sh unit     all unit tests on each processor
 #   tests/architectures.sh cycle    the virtual router on MIPS: daemon, bus and configuration tools, in real time
@@ -126,17 +127,24 @@ build_release() { # build_release NAME TARGET...: what runs on a machine of that
         cmake --build "$base/$1/release" -j "$jobs" --target "${@:2}" && emulate "$1" "$1/release"
 }
 
-# The others leave the processors to the one that has tests, too, and so takes longest.
+stage_in_order() { # stage_in_order NAME...
+    local name failed=0
+    for name in "$@"; do
+        stage_on "$name" >"$logs/stage-$name.log" 2>&1 || { failed=1; tail -n 40 "$logs/stage-$name.log"; echo "failed: $name"; }
+    done
+    return $failed
+}
+
+# The others come one after the other, and leave the processors to the one that has tests, and so takes as long as all of them.
 run_stage() {
-    local name lanes=() failed=0
+    local name others=() failed=0
     for name in "${processors[@]}"; do
-        stage_on "$name" >"$base/logs/stage-$name.log" 2>&1 &
-        lanes+=($!)
-        [ "$name" = "$tested" ] || renice -n 10 $! >/dev/null
+        [ "$name" = "$tested" ] || others+=("$name")
     done
-    for name in "${!lanes[@]}"; do
-        wait "${lanes[name]}" || { failed=1; tail -n 40 "$base/logs/stage-${processors[name]}.log"; echo "failed: ${processors[name]}"; }
-    done
+    stage_in_order "${others[@]}" &
+    renice -n 10 $! >/dev/null
+    [ ${#others[@]} -eq ${#processors[@]} ] || stage_in_order "$tested" || failed=1
+    wait $! || failed=1
     return $failed
 }
 
@@ -215,10 +223,10 @@ prepare() {
 }
 
 case $what in
-all | stage | unit | cycle | musl | sizes) ;;
-*) echo "architectures.sh: not '$what'; stage, unit, cycle, musl or sizes" >&2; exit 2 ;;
+all | get | stage | unit | cycle | musl | sizes) ;;
+*) echo "architectures.sh: not '$what'; get, stage, unit, cycle, musl or sizes" >&2; exit 2 ;;
 esac
 [ "$(id -u)" -eq 0 ] || fail "needs root (network namespaces, raw sockets)"
 mkdir -p "$logs"
 prepare
-"run_$what"
+[ "$what" = get ] || "run_$what"

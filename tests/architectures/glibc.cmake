@@ -10,3 +10,7 @@ endforeach()
 foreach(name DECL__FINITE DECL__ISNAN DOPRNT XLOCALE_H)
   set(HAVE_${name} "" CACHE INTERNAL "")
 endforeach()
+foreach(answer STDC_HEADERS REENTRANT_WORKS BSYMBOLIC_WORKS VERSION_SCRIPT_WORKS)
+  set(${answer} 1 CACHE INTERNAL "")
+endforeach()
+set(HAS_GNU_WARNING_LONG "" CACHE INTERNAL "") # takes it for an error
