@@ -194,7 +194,7 @@ static void tell_swap(t_bus_reply &reply, const t_cycle_note &cycle)
     else if (!is_there)
         reply.line("The swap command ended with status %d.", cycle.swap_status);
     if (!is_there)
-        reply.element("The WAN role is not there.");
+        reply.element("It did not get the WAN role.");
     else if (cycle.confirmation == t_confirmation::unknown)
         reply.line("The WAN role was moved to it%s.", is_tested_next(cycle) ? "; the next cycle tests that" : "");
     else

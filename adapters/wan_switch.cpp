@@ -23,7 +23,6 @@
 
 namespace {
 
-constexpr char ROLE_IS_ELSEWHERE[] = "The wan role is not at %s any more, whoever moved it keeps it!\n";
 constexpr size_t COMMAND_SIZE = 64;
 constexpr uint32_t AFTER_COMMAND_MS = 1;
 
@@ -40,7 +39,8 @@ void block_both_threads()
 }
 
 // Both block locks are held. The port was looked at before they were free: a switch that held them has moved the role
-// since, or somebody else has, and the command, which makes the port the WAN port as well, would give it back.
+// since, or somebody else has, and the command, which makes the port the WAN port as well, would give it back. Where
+// the role cannot be read nobody knows.
 bool toggle_is_void(const t_device *dev)
 {
     return engine_gate->combo_switch_blocked || !port_model.enable || !wan_role_is_at(dev->name);
@@ -74,8 +74,10 @@ void toggle_combo_state(t_device *dev)
     {
         t_mutex_guard link_guard(engine_gate->locks.link_block_lock);
         t_mutex_guard combo_guard(engine_gate->locks.combo_block_lock);
-        if (toggle_is_void(dev))
+        if (toggle_is_void(dev)) {
+            LOG(Info, "Device %s keeps its side, as it may not be the wan port any more!\n", dev->name);
             return;
+        }
         uint8_t side = dev->sub_port;
         const char *old_side = sub_port_word(side);
         const char *new_side = other_side_name(side);
@@ -110,7 +112,7 @@ void switch_wan_to_dev(t_device *dev, int force)
             return;
         }
         if (was_moved_from_known_port(current)) {
-            LOG(Info, ROLE_IS_ELSEWHERE, port_model.wan_dev->name);
+            LOG(Info, "The wan role is not at %s any more, whoever moved it keeps it!\n", port_model.wan_dev->name);
             return;
         }
     }
@@ -130,7 +132,7 @@ void switch_wan_to_dev(t_device *dev, int force)
         t_mutex_guard link_guard(engine_gate->locks.link_block_lock);
         t_mutex_guard combo_guard(engine_gate->locks.combo_block_lock);
         if (!force && !wan_role_is_at(current)) { // since a script was asked, or the locks were another's
-            LOG(Info, ROLE_IS_ELSEWHERE, current);
+            LOG(Info, "The wan role can't be seen at %s any more, so it stays where it is!\n", current);
             return;
         }
         if (engine_handlers.begin_swap)

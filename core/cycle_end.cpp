@@ -38,7 +38,7 @@ static bool may_still_be_given_to(const t_device *winner)
     return role == t_role::unmoved || (role == t_role::moved && winner == port_model.wan_dev);
 }
 
-// Called off when the role was moved while a script was asked, or while the locks were another's.
+// Called off when the role was moved, or could not be read, while a script was asked or the locks were another's.
 static void switch_to(t_device *winner)
 {
     switch_wan_to_dev(winner, 0);
@@ -46,7 +46,7 @@ static void switch_to(t_device *winner)
         look_where_role_is();
 }
 
-// The fake WAN port gives way before another port takes over, but only after it has become the real one itself.
+// The fake WAN port gives way before another port takes over; for itself only behind the switch, whatever came of it.
 static void make_wan(t_device *winner)
 {
     if (winner == port_model.fake_wan) {

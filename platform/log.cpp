@@ -14,6 +14,7 @@
 #include <memory>
 #include <poll.h>
 #include <pthread.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/sysinfo.h>
 #include <unistd.h>
@@ -56,17 +57,21 @@ class t_outlet {
 public:
     constexpr t_outlet(int standard_fd, const char *path) : standard_fd_(standard_fd), path_(path) {}
     void put(const char *text, size_t size);
-    void leave_terminal();
+    void leave();
 
 private:
     int fd_of_line();
+    ssize_t write_now(int fd, const char *text, size_t size) const;
     bool has_room(int fd, t_time_stamp start);
+    bool may_try_again(t_time_stamp start);
     size_t write_to(int fd, const char *text, size_t size, t_time_stamp start);
 
     const int standard_fd_;
     const char *const path_;
-    int terminal_fd_ = -1;
-    dev_t terminal_ = 0;
+    int own_fd_ = -1;
+    dev_t device_ = 0;
+    ino_t inode_ = 0;
+    bool is_socket_ = false;
     bool reader_is_deaf_ = false;
     bool line_was_cut_ = false;
 };
@@ -75,27 +80,35 @@ constinit t_outlet output(STDOUT_FILENO, "/proc/self/fd/1");
 constinit t_outlet complaints(STDERR_FILENO, "/proc/self/fd/2");
 pthread_mutex_t turn = PTHREAD_MUTEX_INITIALIZER;
 
-void t_outlet::leave_terminal()
+void t_outlet::leave()
 {
-    if (terminal_fd_ != -1)
-        close(terminal_fd_);
-    terminal_fd_ = -1;
+    if (own_fd_ != -1)
+        close(own_fd_);
+    own_fd_ = -1;
     line_was_cut_ = false;
 }
 
-// A pipe with room has it for PIPE_BUF bytes, and so has a socket. A terminal may have it for one byte, so there lines
-// go through a descriptor that does not wait, or nowhere; not the one that others share, who would not expect it.
+// The room that there is may be taken by another program, and a terminal may have it for one byte, so lines go through
+// a descriptor that does not wait; not the one that others share, who would not expect it. Where none can be had the
+// line goes through that one all the same: it may tell why.
 int t_outlet::fd_of_line()
 {
     struct stat status = {};
-    if (!isatty(standard_fd_) || fstat(standard_fd_, &status) != 0)
+    is_socket_ = fstat(standard_fd_, &status) == 0 && S_ISSOCK(status.st_mode);
+    if (!S_ISFIFO(status.st_mode) && !isatty(standard_fd_))
         return standard_fd_;
-    if (terminal_fd_ == -1 || status.st_rdev != terminal_) {
-        leave_terminal();
-        terminal_ = status.st_rdev;
-        terminal_fd_ = above_standard_descriptors(open(path_, O_WRONLY | O_NOCTTY | O_CLOEXEC | O_NONBLOCK));
+    if (own_fd_ == -1 || status.st_dev != device_ || status.st_ino != inode_) {
+        leave();
+        device_ = status.st_dev;
+        inode_ = status.st_ino;
+        own_fd_ = above_standard_descriptors(open(path_, O_WRONLY | O_NOCTTY | O_CLOEXEC | O_NONBLOCK));
     }
-    return terminal_fd_;
+    return own_fd_ == -1 ? standard_fd_ : own_fd_;
+}
+
+ssize_t t_outlet::write_now(int fd, const char *text, size_t size) const
+{
+    return is_socket_ ? sendto(fd, text, size, MSG_DONTWAIT | MSG_NOSIGNAL, nullptr, 0) : write(fd, text, size);
 }
 
 // A pipe that a service manager reads no more, or a console that was told to wait, would hold up whoever speaks. Where
@@ -109,7 +122,22 @@ bool t_outlet::has_room(int fd, t_time_stamp start)
             reader_is_deaf_ ? 0 : std::max<int64_t>(LOG_WAIT_LIMIT_MS - milliseconds_since(start), 0);
         ready = poll(&out, 1, static_cast<int>(left_ms));
     } while (ready < 0 && errno == EINTR);
-    reader_is_deaf_ = ready == 0;
+    if (ready == 0)
+        reader_is_deaf_ = true;
+    return ready != 0;
+}
+
+// Another program took the room, or writes to the same terminal just now.
+bool t_outlet::may_try_again(t_time_stamp start)
+{
+    if (errno == EINTR)
+        return true;
+    if (errno != EAGAIN)
+        return false;
+    if (milliseconds_since(start) >= LOG_WAIT_LIMIT_MS)
+        reader_is_deaf_ = true;
+    if (!reader_is_deaf_)
+        sleep_ms(1);
     return !reader_is_deaf_;
 }
 
@@ -118,11 +146,13 @@ size_t t_outlet::write_to(int fd, const char *text, size_t size, t_time_stamp st
 {
     size_t done = 0;
     while (done < size && has_room(fd, start)) {
-        const ssize_t written = write(fd, text + done, std::min<size_t>(size - done, PIPE_BUF));
-        if (written > 0)
-            done += static_cast<size_t>(written);
-        else if (written == 0 || errno != EINTR)
+        const ssize_t written = write_now(fd, text + done, std::min<size_t>(size - done, PIPE_BUF));
+        if (written == 0 || (written < 0 && !may_try_again(start)))
             break;
+        if (written < 0)
+            continue;
+        reader_is_deaf_ = false;
+        done += static_cast<size_t>(written);
     }
     return done;
 }
@@ -131,7 +161,7 @@ void t_outlet::put(const char *text, size_t size)
 {
     const t_time_stamp start = get_time_stamp();
     const int fd = fd_of_line();
-    if (fd == -1 || (line_was_cut_ && write_to(fd, "\n", 1, start) == 0))
+    if (line_was_cut_ && write_to(fd, "\n", 1, start) == 0)
         return;
     const size_t written = write_to(fd, text, size, start);
     line_was_cut_ = written > 0 && written < size;
@@ -257,8 +287,8 @@ void log_open()
     if (console_fd == -1)
         return;
     t_mutex_guard speaking(turn);
-    output.leave_terminal();
-    complaints.leave_terminal();
+    output.leave();
+    complaints.leave();
     for (int fd = 0; fd < STANDARD_DESCRIPTORS; fd++) {
         saved_fds[fd] = fcntl(fd, F_DUPFD_CLOEXEC, STANDARD_DESCRIPTORS);
         // dup2 closes the old one itself; closed by hand, its number could go to another thread's socket meanwhile.
@@ -270,8 +300,8 @@ void log_close()
 {
     log_set_level(LOG_LEVEL_NONE);
     t_mutex_guard speaking(turn);
-    output.leave_terminal();
-    complaints.leave_terminal();
+    output.leave();
+    complaints.leave();
     for (int fd = 0; fd < STANDARD_DESCRIPTORS; fd++) {
         if (saved_fds[fd] == -1)
             continue;

@@ -200,7 +200,7 @@ class WhySwaps(Why):
         self.outcome(stage, 2, confirmed=False)
         self.outcome(stage, 3, winner="eth3", swap="failed", swap_status=3)
         self.explained(stage, "eth3", "Cycle 3, begun # s ago: eth3 won, for it was the only port that answered.",
-                       "The swap command ended with status 3.", "The WAN role is not there.")
+                       "The swap command ended with status 3.", "It did not get the WAN role.")
         told = self.status(stage)
         self.same(stage, "who has the role, and how many swaps failed in a row",
                   (told["wan"], told["counters"]["swaps"], told["counters"]["swaps_failed_in_a_row"]), ("eth1", 3, 2))

@@ -15,6 +15,8 @@
 #include <pty.h>
 #include <sys/mman.h>
 #include <sys/mount.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/sysinfo.h>
@@ -561,6 +563,16 @@ public:
             ;
         fcntl(ends_[1], F_SETFL, O_WRONLY);
     }
+    void write_page() const
+    {
+        const char page[4096] = {};
+        EXPECT_EQ(write(ends_[1], page, sizeof page), ssize_t{sizeof page});
+    }
+    void read_page() const
+    {
+        char page[4096];
+        read_some(page, sizeof page);
+    }
     void read_some(char *part, size_t size) const { EXPECT_GT(read(ends_[0], part, size), 0); }
     std::string read_all() const
     {
@@ -666,6 +678,98 @@ TEST(log, a_terminal_that_nobody_reads_holds_nobody_up_and_is_written_to_again)
     EXPECT_TRUE(line == 0 || heard[line - 1] == '\n') << heard;
     EXPECT_NE(heard.find("]: heard again"), std::string::npos);
     EXPECT_EQ(fcntl(STDOUT_FILENO, F_GETFL) & O_NONBLOCK, 0) << "others share that descriptor";
+}
+
+// holds: log-shared
+TEST(log, a_terminal_that_is_read_loses_no_line_while_another_program_writes_there)
+{
+    constexpr int LINES = 1000;
+    log_set_level(LOG_LEVEL_Debug);
+    t_unread_terminal terminal;
+    std::atomic<bool> is_over = false;
+    std::string heard;
+    std::thread reader([&] {
+        while (!is_over)
+            heard += terminal.read_all();
+    });
+    std::thread other([&is_over] {
+        const std::string line(200, '.');
+        while (!is_over)
+            EXPECT_GT(write(STDOUT_FILENO, line.data(), line.size()), 0);
+    });
+    for (int i = 0; i < LINES; i++)
+        log_print_always("<%d>\n", i);
+    is_over = true;
+    other.join();
+    reader.join();
+    heard += terminal.read_all();
+    int lost = 0;
+    for (int i = 0; i < LINES; i++)
+        lost += heard.find("<" + std::to_string(i) + ">") == std::string::npos;
+    EXPECT_EQ(lost, 0);
+}
+
+// holds: log-shared
+TEST(log, the_room_of_a_pipe_may_be_taken_by_another_program)
+{
+    constexpr int TIMES = 4; // who comes first is chance
+    log_set_level(LOG_LEVEL_Debug);
+    int waiting_still = 0;
+    for (int i = 0; i < TIMES; i++) {
+        t_unread_pipe pipe; // nothing may fail while this is standard output: who tells it would wait, too
+        pipe.fill();
+        std::thread other([&pipe] { pipe.write_page(); });
+        std::atomic<bool> is_over = false;
+        std::thread speaker([&is_over] {
+            log_print_always("in time or lost\n");
+            is_over = true;
+        });
+        std::this_thread::sleep_for(std::chrono::milliseconds(LOG_WAIT_LIMIT_MS / 5));
+        pipe.read_page();
+        std::this_thread::sleep_for(std::chrono::milliseconds(LOG_WAIT_LIMIT_MS * 3 / 2));
+        waiting_still += !is_over;
+        pipe.read_all();
+        other.join();
+        speaker.join();
+    }
+    EXPECT_EQ(waiting_still, 0);
+}
+
+// holds: log-shared
+TEST(log, a_terminal_hears_why_there_is_no_descriptor_left)
+{
+    log_set_level(LOG_LEVEL_Debug);
+    t_unread_terminal terminal;
+    rlimit former = {};
+    getrlimit(RLIMIT_NOFILE, &former);
+    const rlimit none = {STDERR_FILENO + 1, former.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &none);
+    LOG(Error, "no descriptors\n");
+    setrlimit(RLIMIT_NOFILE, &former);
+    EXPECT_NE(terminal.read_all().find("]: no descriptors"), std::string::npos);
+}
+
+// holds: log-reader-deaf
+TEST(log, a_socket_that_nobody_reads_holds_nobody_up)
+{
+    log_set_level(LOG_LEVEL_Debug);
+    int ends[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+    const int saved = dup(STDOUT_FILENO);
+    fflush(stdout);
+    dup2(ends[1], STDOUT_FILENO);
+    const std::string body(100, 'x');
+    const int64_t took_ms = milliseconds_of([&body] {
+        for (int i = 0; i < 5000; i++) // no socket has room for as much
+            LOG(Error, "%s\n", body.c_str());
+    });
+    dup2(saved, STDOUT_FILENO);
+    char heard[4096] = {};
+    EXPECT_GT(read(ends[0], heard, sizeof heard - 1), 0);
+    EXPECT_LT(took_ms, 3 * LOG_WAIT_LIMIT_MS);
+    EXPECT_NE(std::string(heard).find(body), std::string::npos);
+    for (int fd : {saved, ends[0], ends[1]})
+        close(fd);
 }
 
 // holds: log-reader-deaf

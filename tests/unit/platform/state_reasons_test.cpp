@@ -241,7 +241,7 @@ TEST_F(state_reasons, of_a_winner_tell_that_its_swap_was_called_off)
     note_fate(eth1, t_fate::won);
     EXPECT_EQ(explain("eth1"), "Cycle 1, begun 0 s ago: eth1 won, for it was the only port that answered.\n"
                                "The swap was called off: the WAN role was moved meanwhile, or it could not be read.\n"
-                               "The WAN role is not there.");
+                               "It did not get the WAN role.");
     EXPECT_EQ(newest_cycle()->swap, t_swap::called_off);
 }
 
@@ -253,9 +253,9 @@ TEST_F(state_reasons, of_a_winner_tell_what_became_of_the_swap)
     const std::string won = "Cycle 1, begun 0 s ago: eth1 won, for it was the only port that answered.\n";
     cycle.swap = t_swap::failed;
     cycle.swap_status = 7;
-    EXPECT_EQ(explain("eth1"), won + "The swap command ended with status 7.\nThe WAN role is not there.");
+    EXPECT_EQ(explain("eth1"), won + "The swap command ended with status 7.\nIt did not get the WAN role.");
     cycle.swap_status = -1;
-    EXPECT_EQ(explain("eth1"), won + "The swap command did not end by itself.\nThe WAN role is not there.");
+    EXPECT_EQ(explain("eth1"), won + "The swap command did not end by itself.\nIt did not get the WAN role.");
     cycle.swap = t_swap::done;
     expect_has(explain("eth1"), won + "The swap command did not end by itself.\nThe WAN role was moved to it; ");
     cycle.swap_status = 7;

@@ -144,7 +144,7 @@ TEST_F(wan_switch, leaves_the_role_where_somebody_put_it_while_a_combo_port_was_
     EXPECT_TRUE(none_taken());
     EXPECT_TRUE(engine.detections.empty());
     EXPECT_TRUE(
-        log.has("Info", "switch_wan_to_dev", "The wan role is not at eth0 any more, whoever moved it keeps it!"));
+        log.has("Info", "switch_wan_to_dev", "The wan role can't be seen at eth0 any more, so it stays where it is!"));
 }
 
 // holds: role-moves-before-swap
@@ -173,6 +173,9 @@ TEST_F(wan_switch, takes_no_role_that_is_no_ports_any_more_or_cannot_be_read)
                           "\necho '{\"phy\":true,\"sfp\":false,\"serdes\":\"phy\"}'\n");
         switch_wan_to_dev(combo, 0);
         EXPECT_EQ(swaps(), "") << what_happens;
+        EXPECT_FALSE(
+            log.has("Info", "switch_wan_to_dev", "The wan role is not at eth0 any more, whoever moved it keeps it!"))
+            << "nobody saw it move";
     }
 }
 
@@ -349,6 +352,8 @@ TEST_F(wan_switch, a_toggle_that_waited_for_the_locks_does_nothing_once_detectio
     toggle();
     EXPECT_EQ(swaps(), "");
     EXPECT_TRUE(none_blocked());
+    EXPECT_TRUE(
+        log.has("Info", "toggle_combo_state", "Device eth5 keeps its side, as it may not be the wan port any more!"));
 }
 
 TEST_F(wan_switch, a_toggle_of_nothing_or_of_a_plain_port_is_refused)
