@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The router's configuration and what its kernel shows of it in files.
 #include <string>
+#include <string_view>
 
 #include "tests/simulation/event_log.h"
 #include "tests/simulation/file_tree.h"
@@ -121,18 +122,17 @@ struct t_place {
     size_t section_end = std::string::npos;
 };
 
-t_place find_option(const std::string &text, const std::string &section, const std::string &option)
+t_place find_option(std::string_view text, std::string_view section, std::string_view option)
 {
     t_place place;
-    const std::string key = "\toption " + option + " '";
+    const std::string heading = "'" + std::string(section) + "'", key = "\toption " + std::string(option) + " '";
     bool within = false;
     for (size_t at = 0; at < text.size();) {
         const size_t end = std::min(text.find('\n', at), text.size());
-        const std::string one = text.substr(at, end - at);
-        if (one.compare(0, 7, "config ") == 0)
-            within = one.size() > section.size() + 2 &&
-                     one.compare(one.size() - section.size() - 2, std::string::npos, "'" + section + "'") == 0;
-        else if (within && one.compare(0, key.size(), key) == 0)
+        const std::string_view one = text.substr(at, end - at);
+        if (one.starts_with("config "))
+            within = one.ends_with(heading);
+        else if (within && one.starts_with(key))
             place.start = at + key.size(), place.length = one.size() - key.size() - 1;
         if (within && !one.empty())
             place.section_end = end + 1;
@@ -145,7 +145,10 @@ t_place find_option(const std::string &text, const std::string &section, const s
 
 std::string option_of(const std::string &package, const std::string &section, const std::string &option)
 {
-    const std::string text = text_of_file(path_of(package));
+    const auto file = files.find(path_of(package));
+    if (file == files.end())
+        return "";
+    const std::string &text = file->second->text; // none of these is made anew for who reads it
     const t_place place = find_option(text, section, option);
     return place.start == std::string::npos ? "" : text.substr(place.start, place.length);
 }
