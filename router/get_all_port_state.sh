@@ -1,10 +1,11 @@
 #!/bin/sh
 # SPDX-License-Identifier: MIT
 # Prints the link of every Ethernet port as one JSON object, {"eth0":true,"eth1":false}. A port begins with a word of
-# network.auto_wan_detect.port_prefix; where there is none, it is "eth" and a number.
+# network.auto_wan_detect.port_prefix, which spaces part; where there is none, it is "eth" and a number.
 # It runs once a second, so it waits for no lock as `uci` does. The reader takes 512 bytes at most.
 
 set -f
+IFS=' '
 CONFIG=/etc/config/network
 LIMIT=512
 
@@ -15,7 +16,7 @@ section="^$blank*config${some}[^[:space:]]*$some${quote}auto_wan_detect${quote}$
 prefixes=$(sed -n "/$section/,/^$blank*config$blank/\
 s/^$blank*option$some${quote}port_prefix$quote$some$quote\\([^\"']*\\).*/\\1/p" "$CONFIG" 2>/dev/null)
 case $prefixes in
-*[![:space:]]*) ;;
+*[!' ']*) ;;
 *) prefixes= ;;
 esac
 json=

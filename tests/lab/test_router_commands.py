@@ -65,7 +65,7 @@ def test_ports_are_what_begins_with_the_configured_words(shell, option):
 
 # holds: router-commands-prefix
 @pytest.mark.parametrize("shell", SHELLS)
-@pytest.mark.parametrize("value", ["", " ", "\t "])
+@pytest.mark.parametrize("value", ["", " ", "  "])
 def test_a_blank_prefix_is_none(shell, value):
     told = with_ports(shell, "get_all_port_state.sh", *veth("eth0"), *veth("lan1"),
                       network=PREFIX % f"option port_prefix '{value}'")
@@ -83,7 +83,7 @@ RIGHT = "config wan_detect 'auto_wan_detect'\n\toption port_prefix 'lan'\n"
     f"config wan_detect 'my_auto_wan_detect'\n{OTHER}\n{RIGHT}", f"config auto_wan_detect 'x'\n{OTHER}\n{RIGHT}",
     f"config interface x # auto_wan_detect\n{OTHER}\n{RIGHT}", f"config device\n\toption about 'auto_wan_detect'\n{OTHER}\n{RIGHT}",
     f"{RIGHT}\n  config device\n{OTHER}", f"{RIGHT}\toption port_prefix2 'no'\n",
-    RIGHT.replace("'auto_wan_detect'", "auto_wan_detect  # ours"), RIGHT.replace("config wan_detect", "  config  'wan_detect'")])
+    RIGHT.replace("'lan'", "'no\tlan lan no\t'"), RIGHT.replace("'auto_wan_detect'", "auto_wan_detect  # ours"), RIGHT.replace("config wan_detect", "  config  'wan_detect'")])
 def test_only_the_section_of_that_name_has_the_words(shell, network):
     told = with_ports(shell, "get_all_port_state.sh", *veth("lan1"), *veth("no1"), *veth("eth0"), network=network)
     assert json.loads(told) == {"lan1": False}
