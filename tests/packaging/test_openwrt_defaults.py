@@ -76,6 +76,29 @@ def test_ports_called_eth_need_no_prefix(router, shell):
     assert "network.auto_wan_detect.wan_port_pool='2 1'" in router.shown("network")
 
 
+@pytest.mark.parametrize("lan,wan,prefixes", [(["10g-1", "2g5"], "10g-2", "10g-1 10g-2 2g5"), (["lan1", "lan2"], "2g5", "2g5 lan"),
+                                              (["sfp-a1"], "sfp", "sfp sfp-a")])
+def test_a_name_that_begins_with_a_digit_is_its_own_prefix(router, shell, lan, wan, prefixes):
+    router.write("network", "")
+    play(router, shell, {"network": {"lan": {"ports": lan}, "wan": {"device": wan}}})
+    assert f"network.auto_wan_detect.port_prefix='{prefixes}'" in router.shown("network")
+
+
+@pytest.mark.parametrize("role", ["wanp", "port", "port2a", "2"])
+def test_a_role_section_without_a_number_leaves_the_order_to_the_board(router, shell, role):
+    router.write("network", "")
+    router.write("switch", f"config wan 'wan'\n\toption switch_port '{role}'\n")
+    play(router, shell)
+    assert "network.auto_wan_detect.wan_port_pool='4 1 2 3'" in router.shown("network")
+    assert f"switch.wan.switch_port='{role}'" in router.shown("switch")
+
+
+def test_a_port_without_a_number_is_not_listed(router, shell):
+    router.write("network", "")
+    router.write("switch", "config switch_port 'port'\n\toption ifname 'lan9'\n")
+    assert "lan9" not in play(router, shell)["network"]
+
+
 def test_a_second_run_changes_nothing(router, shell):
     router.write("network", NETWORK)
     once = play(router, shell)
@@ -116,7 +139,8 @@ def test_a_file_made_anew_is_for_root_only_and_an_old_one_keeps_its_mode(router,
 
 
 @pytest.mark.parametrize("board", [{}, {"network": {"lan": {"ports": ["lan1"]}}},
-                                   {"network": {"lan": {"device": "eth0.1"}, "wan": {"device": "eth0.2"}}}])
+                                   {"network": {"lan": {"device": "eth0.1"}, "wan": {"device": "eth0.2"}}},
+                                   {"network": {"lan": {"ports": ["lan1"]}, "wan": {"device": "/dev/cdc-wdm0"}}}])
 def test_a_board_without_ports_that_could_be_wan_gets_nothing(router, shell, board):
     router.write("network", NETWORK)
     assert play(router, shell, board) == {"network": NETWORK}
