@@ -7,7 +7,8 @@
 
 It looks at the keys of the configuration, methods and arguments of the bus, what its state object tells, result codes, options and
 result files; and that every key, path and log line that any paper names is there, and every key of a configuration that is shipped.
-A log line is a code span in double quotes: `"Wan Detection over!"`, in a table followed by its level. mandoc must have nothing to say about the manual page.
+A log line is a code span in double quotes: `"Wan Detection over!"`, in a table followed by its level. Every program of the Debian
+package has a manual page, about which mandoc must have nothing to say, and which names each option and command of the program.
 """
 import re
 import subprocess
@@ -20,6 +21,10 @@ CONFIGURATION, BUS, OPERATING, PORTING, MANUAL, README = PAPERS = (
 ROOMS = ("core", "status", "adapters", "model", "probes", "platform")
 SCRIPTS = ("router",)
 SHIPPED = ("packaging",)    # configurations in folders of the name `config`
+PAGES, PROGRAMS = "packaging/debian/man", "packaging/debian/preinst"
+TOOLS = {"ubus.1": ("compat/libubus/cli/main.cpp",), "ubusd.8": ("compat/libubus/ubusd/main.cpp",),    # who reads their words
+         "uci.1": ("compat/libuci/cli/main.cpp", "compat/libuci/cli/session.cpp")}
+FOREIGN_PAGES = {"arping 8", "ping 8"}
 LEVELS = {"Critical": "2", "Error": "3", "Warning": "4", "Notice": "5", "Info": "6", "Debug": "7"}
 TYPES = {"INT32": "integer", "STRING": "string", "BOOL": "boolean"}
 # What libraries, system and bus daemon bring, and no source of ours spells.
@@ -243,6 +248,46 @@ def lines_named(text):
                 yield line, beside if beside in LEVELS.values() else None
 
 
+# --- the manual pages of the Debian package
+
+
+def pages(tree):
+    """Their texts by their names."""
+    return {Path(path).name: text for path, text in tree.all([PAGES], "*").items()} | {Path(MANUAL).name: tree.text(MANUAL)}
+
+
+def pages_needed(tree):
+    programs = re.search(r"for program in (.*); do", tree.text(PROGRAMS)).group(1).split()
+    return {f"{Path(program).name}.{1 if program.startswith('bin/') else 8}" for program in programs}
+
+
+def words_of_tool(tree, sources):
+    """Its commands, and its options, with a colon where a value follows."""
+    code = "".join(tree.text(source) for source in sources)
+    options = re.findall(r"\w:?", re.search(r'getopt\(argc, argv, "([\w:]+)"', code).group(1))
+    return {f"-{option}" for option in options} | set(re.findall(r'\{"(\w+)", (?:\d, \d, )?\w+\}', code))
+
+
+def words_of_page(text):
+    found = set()
+    for kind, names, value in re.findall(r"^\.It (Fl|Ic) (\w+(?: , \w+)*)( Ar)?", text, re.M):
+        found |= {f"-{name}{':' if value else ''}" if kind == "Fl" else name for name in names.split(" , ")}
+    return found
+
+
+def flaws_of_pages(tree):
+    texts = pages(tree)
+    found = differences("manual page", PAGES, pages_needed(tree), set(texts))
+    for name, sources in TOOLS.items():
+        found += differences("option or command", name, words_of_tool(tree, sources), words_of_page(texts.get(name, "")))
+    for name, text in texts.items():
+        found += [f"{name} refers to {page}, which is not there" for page in re.findall(r"^\.Xr ([\w-]+ \d)", text, re.M)
+                  if page not in FOREIGN_PAGES and page.replace(" ", ".") not in texts]
+        lint = subprocess.run(["mandoc", "-Tlint"], input=text, capture_output=True, text=True, check=False)
+        found += [f"{name}: {line}" for line in lint.stdout.splitlines() if "referenced manual not found" not in line]
+    return found
+
+
 # --- the comparison
 
 
@@ -272,8 +317,7 @@ def flaws(tree):
     for path, text in tree.all(SHIPPED, "config/*").items():
         found += [f"{path} sets {key}, which nobody reads" for key in keys_named(f"# /etc/config/{Path(path).name}\n{text}")
                   if key not in keys]
-    lint = subprocess.run(["mandoc", "-Tlint"], input=tree.text(MANUAL), capture_output=True, text=True, check=False)
-    return found + [f"{MANUAL}: {line}" for line in lint.stdout.splitlines()]
+    return found + flaws_of_pages(tree)
 
 
 # --- does this find what is wrong?
@@ -313,7 +357,15 @@ MISTAKES = (    # where, what stands there, what is written instead, and what is
     ("platform/result_codes.h", "ERR_BUSY = -85", "ERR_BUSY = -86", ["lacks the code ERR_BUSY = -86"]),
     ("core/options.cpp", '{"help",', '{"halt",', ["lacks the option -h --halt"]),
     ("core/proto_stage.h", "/tmp/protocol_detect_result", "/tmp/found", ["lacks the result file /tmp/found"]),
-    (MANUAL, ".Sh FILES", ".Sh FILE", ["possible typo in section name"]),
+    (MANUAL, ".Sh FILES", ".Sh FILE", ["wan_detect.8: mandoc: <stdin>", "possible typo in section name"]),
+    (f"{PAGES}/uci.1", ".Sh FILES", ".Sh FILE", ["uci.1: mandoc: <stdin>", "possible typo in section name"]),
+    (f"{PAGES}/uci.1", ".Xr ubus 1", ".Xr bus 1", ["uci.1 refers to bus 1"]),
+    (f"{PAGES}/uci.1", ".It Ic delete , del", ".It Ic delete", ["uci.1 lacks the option or command del"]),
+    (f"{PAGES}/ubusd.8", ".It Fl s Ar socket", ".It Fl s", ["lacks the option or command -s:", "tells of the option or command -s,"]),
+    ("compat/libuci/cli/session.cpp", '{"revert",', '{"undo",', ["uci.1 lacks the option or command undo"]),
+    ("compat/libubus/cli/main.cpp", '{"send", send}', '{"emit", send}', ["ubus.1 lacks the option or command emit"]),
+    (PROGRAMS, "bin/uci ", "bin/uci bin/uca ", [f"{PAGES} lacks the manual page uca.1"]),
+    (PROGRAMS, "sbin/online-test ", "", [f"{PAGES} tells of the manual page online-test.8"]),
 )
 
 

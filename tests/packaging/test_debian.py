@@ -107,6 +107,14 @@ def test_every_program_of_the_package_is_guarded(package, tmp_path):
     assert shipped == set(guarded.split())
 
 
+def test_every_program_of_the_package_has_a_manual_page(package, tmp_path):
+    subprocess.run(["dpkg-deb", "-x", package, tmp_path], check=True)
+    programs = {f"man{section}/{path.name}.{section}.gz" for folder, section in (("bin", 1), ("sbin", 8))
+                for path in (tmp_path / "usr" / folder).iterdir()}
+    manuals = tmp_path / "usr/share/man"
+    assert programs == {str(path.relative_to(manuals)) for path in manuals.glob("*/*")}
+
+
 def test_an_upgrade_restarts_a_daemon_that_runs(installed, package):
     with machines.Machine(installed) as machine:
         put(package, machine)
