@@ -44,6 +44,23 @@ chmod 755 /usr/sbin/ubus
 """
 
 
+# All that a jail leaves of the environment, but for the lab's clock, and a swap that asks for what the daemon adds to it.
+BARE = ["sh", "-c", r"""
+for name in $(env | sed -n 's/^\([A-Za-z_][A-Za-z_0-9]*\)=.*/\1/p'); do
+    case $name in LD_PRELOAD | FAKETIME*) ;; *) unset "$name" ;; esac
+done
+container=ujail exec "$@" """, "ujail"]
+WITH_FOLDERS = """
+mv /usr/sbin/network_lanwan_swap /usr/sbin/swap
+cat >/usr/sbin/network_lanwan_swap <<'END'
+#!/bin/sh
+case $(/usr/bin/env | sed '/^LD_PRELOAD=/d; /^FAKETIME/d; /^PWD=/d' | sort | tr '\\n' ' ') in
+"PATH=/usr/sbin:/usr/bin:/sbin:/bin container=ujail ") exec swap "$@" ;;
+esac
+END
+chmod 755 /usr/sbin/network_lanwan_swap
+"""
+
 PREPARE = {"bridge": "", "manager": MANAGED}
 # What a right is for. Probes find nothing without theirs; a role is given, but its port stays where it is.
 FAILS_WITHOUT = {"CAP_NET_RAW": "the configuration gives the WAN role to eth2",
@@ -56,7 +73,8 @@ def play_all(request):
     """What became of each play, by its name; they are played some at the same time."""
     build = request.config.getoption("--build")
     with ThreadPoolExecutor(LABS) as pool:
-        plays = {"first boot": pool.submit(play, build, [], "dhcp", FIRST_BOOT)}
+        plays = {"first boot": pool.submit(play, build, [], "dhcp", FIRST_BOOT),
+                 "bare": pool.submit(play, build, [*bounded(SHIPPED["bridge"]["bounding"]), *BARE], prepare=WITH_FOLDERS)}
         for commands, sets in SHIPPED.items():
             plays[commands] = pool.submit(play, build, bounded(sets["bounding"]), prepare=PREPARE[commands])
         for commands, missing in NEEDED:
@@ -84,6 +102,10 @@ def test_the_sets_of_a_capabilities_file_are_one(commands):
 @pytest.mark.parametrize("commands", SHIPPED)
 def test_a_start_a_swap_a_commit_and_an_end_work_with_the_shipped_rights(played, commands):
     assert_held(played(commands))
+
+
+def test_they_work_in_the_environment_of_a_jail_and_the_commands_find_theirs(played):
+    assert_held(played("bare"))
 
 
 @pytest.mark.parametrize("commands,missing", NEEDED)

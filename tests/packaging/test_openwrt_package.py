@@ -76,6 +76,16 @@ def test_the_readme_tells_how_the_archive_is_checked(tmp_path):
     assert makefile.read_text(encoding="ascii") == MAKEFILE.replace("PKG_HASH?=skip", f"PKG_HASH:={'ab' * 32}")
 
 
+def test_the_readme_tells_the_rights_that_each_set_of_commands_ships():
+    """As the kernel shows them."""
+    numbers = {"CAP_NET_ADMIN": 12, "CAP_NET_RAW": 13}
+    told = re.search(r"status`: `(\w+)` with the commands for a plain bridge,\s*`(\w+)` with the manager's",
+                     (PACKAGE / "README.md").read_text(encoding="utf-8")).groups()
+    files = (PACKAGE / "files" / commands / "capabilities.json" for commands in ("bridge", "manager"))
+    shipped = [json.loads(path.read_text(encoding="ascii"))["bounding"] for path in files]
+    assert list(told) == [f"{sum(1 << numbers[name] for name in names):016x}" for names in shipped]
+
+
 def test_shellcheck_is_silent():
     scripts = [path for folder in ("router", "packaging/openwrt", "tests/packaging")
                for path in (ROOT / folder).rglob("*") if path.is_file() and path.read_bytes().startswith(b"#!/bin/sh")]
