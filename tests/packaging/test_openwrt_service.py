@@ -62,7 +62,7 @@ class Service:
         for name in ("told", "said"):
             (self.router.state / name).unlink(missing_ok=True)
         calls = [f"{self.shell} /mnt/state/rc.common {SCRIPT} {action}" for action in actions]
-        done = self.router.run(before, *calls, "cp /run/wan_detect.settings /mnt/state/settings",
+        done = self.router.run(before, *calls, "[ ! -e /run/wan_detect.settings ] || cp /run/wan_detect.settings /mnt/state/settings",
                                "stat -c '%a %u' /tmp/.uci >/mnt/state/folder")
         assert done.returncode == 0
         assert set(done.stderr.splitlines()) <= {"Killed"}    # what shells say of a `uci` that waited too long
@@ -77,7 +77,7 @@ class Service:
 def test_the_daemon_is_started_in_the_foreground_and_kept_alive(router, shell):
     told, said = Service(router, shell, RIGHT).play("start")
     assert told == [["open"], ["command", "/usr/sbin/wan_detect", "--foreground"],
-                    ["file", "/var/run/wan_detect.settings"], ["respawn"], ["stdout", "1"], ["stderr", "1"],
+                    ["file", "/var/run/wan_detect.settings"], ["respawn", "3600", "5", "0"], ["stdout", "1"], ["stderr", "1"],
                     ["term_timeout", "10"], ["close"], ["trigger", "network", "switch", "protocol", "sysmode"]]
     assert said == []
     assert (router.state / "folder").read_text() == "700 0\n"
@@ -116,6 +116,52 @@ def test_a_second_start_says_the_same(router, shell):
     assert service.settings() == settings
 
 
+NO_PORT = "not started: no port has a device section in network, a switch_port section in switch with its number, and a name that " \
+    "a word of network.auto_wan_detect.port_prefix begins"
+BEGINNINGS = [    # what is configured, and what is said where the daemon could not begin
+    ({}, "not started: there is no package network, or it does not parse"),
+    ({**RIGHT, "switch": None}, "not started: there is no package switch, or it does not parse"),
+    ({**RIGHT, "protocol": "config what 'ever\n"}, "not started: there is no package protocol, or it does not parse"),
+    ({**RIGHT, "switch": ""}, NO_PORT),
+    ({**RIGHT, "switch": SWITCH.replace("'lan1'", "'lan9'").replace("'wan'\n\toption label", "'wan9'\n\toption label")}, NO_PORT),
+    ({**RIGHT, "switch": SWITCH.replace("option port '1'", "").replace("option port '2'", "option port 'two'")}, NO_PORT),
+    ({**RIGHT, "switch": SWITCH.replace("switch_port 'port", "port 'port")}, NO_PORT),
+    ({**RIGHT, "network": NETWORK.replace("config device", "config bridge")}, NO_PORT),
+    ({**RIGHT, "network": NETWORK.replace("'lan wan'", "'lan\twan'")}, NO_PORT),
+    ({**RIGHT, "network": NETWORK.replace("\toption port_prefix 'lan wan'\n", "")}, NO_PORT),
+]
+
+
+@pytest.mark.parametrize("packages,expected", BEGINNINGS)
+def test_what_could_not_begin_is_not_started_until_it_can(router, shell, packages, expected):
+    service = Service(router, shell, {package: text for package, text in packages.items() if text is not None})
+    told, said = service.play("start", "reload")
+    assert told == [["trigger", "network", "switch", "protocol", "sysmode"]] * 2
+    assert said == [expected] * 2
+    for package, text in RIGHT.items():
+        router.write(package, text)
+    told, said = service.play("reload")
+    assert ["command", "/usr/sbin/wan_detect", "--foreground"] in told
+    assert said == []
+
+
+@pytest.mark.parametrize("change", [("network", ("'lan wan'", "' xy  wa'")), ("switch", ("'port2'\n\toption port '2'", "\n\toption port '2'")),
+                                    ("switch", ("config wan 'wan'\n\toption switch_port 'port2'\n", "")),
+                                    ("network", ("config wan_detect 'auto_wan_detect'", "config detection 'auto_wan_detect'"))])
+def test_one_port_is_enough_to_begin(router, shell, change):
+    package, (there, instead) = change
+    assert there in RIGHT[package]
+    told, _ = Service(router, shell, {**RIGHT, package: RIGHT[package].replace(there, instead)}).play("start")
+    assert ["open"] in told
+
+
+def test_a_list_of_prefixes_counts_as_none_and_hinders_no_start(router, shell):
+    network = NETWORK.replace("option port_prefix 'lan wan'", "list port_prefix 'lan'").replace("'lan1'", "'eth0'")
+    told, said = Service(router, shell, {**RIGHT, "network": network, "switch": SWITCH.replace("'lan1'", "'eth0'")}).play("start")
+    assert ["open"] in told
+    assert "network: 'list port_prefix' is not read, write 'option port_prefix'" in said
+
+
 @pytest.mark.parametrize("package,change,counts", [
     ("network", ("'1 2'", "'2'"), True), ("network", ("enable 'on'", "enable 'off'"), True),
     ("network", ("option name 'lan1'", "option name 'lan2'"), True), ("switch", ("ifname 'lan1'", "ifname 'lan2'"), True),
@@ -143,7 +189,7 @@ def test_what_waits_for_a_commit_restarts_nothing(router, shell):
 
 
 @pytest.mark.usefixtures("impatient")
-@pytest.mark.parametrize("package", ["network", "switch"])
+@pytest.mark.parametrize("package", ["network", "switch", "protocol"])
 def test_a_lock_stops_no_start(router, shell, package):
     told, said = Service(router, shell, RIGHT).play("start", before=locked(f"/etc/config/{package}"))
     assert ["close"] in told
@@ -173,19 +219,34 @@ WRONG = [
     ("network", ("wan_port_pool '1 2'", "wan_port_pool '1,2'"),
      ["network.auto_wan_detect.wan_port_pool names '1,2', but there is no switch.port1,2.ifname"]),
     ("network", ("wan_port_priority '2 1'", "wan_port_priority '2 3'"),
-     ["network.auto_wan_detect.wan_port_priority names '3', but there is no switch.port3.ifname"]),
+     ["network.auto_wan_detect.wan_port_priority names '3', but there is no switch.port3.ifname",
+      "network.auto_wan_detect.wan_port_priority does not name '1' of the pool, which comes before all others"]),
+    ("network", ("wan_port_pool '1 2'", "wan_port_pool '1\t2'"),
+     ["network.auto_wan_detect.wan_port_pool names '1\t2', but there is no switch.port1\t2.ifname"]),
+    ("network", ("\toption wan_port_pool '1 2'\n", ""), ["network.auto_wan_detect.wan_port_pool is missing: no port may be WAN"]),
+    ("network", ("wan_port_pool '1 2'", "wan_port_pool ' '"),
+     ["network.auto_wan_detect.wan_port_pool is missing: no port may be WAN"]),
+    ("network", ("\toption wan_port_priority '2 1'\n", ""), []),
+    ("switch", ("option port '2'", "option port '3'"), ["switch.port2.port is '3' in a section called port2: write '2'"]),
+    ("switch", ("\toption port '2'\n", ""), ["switch.port2.port is '' in a section called port2: write '2'"]),
+    ("switch", ("option port '2'", "option port '02'"), []),
+    ("switch", ("config wan 'wan'", "config lan_agg 'lan_agg'\n\toption enable_agg '1'\n\tlist lacpports '2'\n\nconfig wan 'wan'"),
+     ["switch: 'list lacpports' is not read, write 'option lacpports'"]),
+    ("switch", ("config wan 'wan'", "config lan_agg 'lan_agg'\n\toption lacpports '2 3'\n\nconfig wan 'wan'"),
+     ["switch.lan_agg.enable_agg is '', which counts as on, so that lacpports '2 3' are never WAN: say '1' or '0'"]),
+    ("switch", ("config wan 'wan'", "config lan_agg 'lan_agg'\n\toption enable_agg 'no'\n\toption lacpports '2'\n\nconfig wan 'wan'"),
+     ["switch.lan_agg.enable_agg is 'no', which counts as on, so that lacpports '2' are never WAN: say '1' or '0'"]),
+    ("switch", ("config wan 'wan'", "config lan_agg 'lan_agg'\n\toption lanport 'LAN1'\n\nconfig wan 'wan'"), []),
+    ("protocol", ("\tlist protos 'dhcp'\n", ""), ["protocol.ipv4.protos is without 'dhcp': no probe goes out"]),
+    ("protocol", ("config family 'ipv4'", "config family 'ipv6'"), ["protocol.ipv4.protos is without 'dhcp': no probe goes out"]),
+    ("network", ("option port_prefix 'lan wan'", "option port_prefix 'wan\tlan lan'"),
+     ["switch.port2.ifname is 'wan': no word of network.auto_wan_detect.port_prefix begins it"]),
     ("network", ("option wan_port_pool '1 2'", "list wan_port_pool '1'\n\tlist wan_port_pool '2'"),
      ["network: 'list wan_port_pool' is not read, write 'option wan_port_pool'"]),
     ("protocol", ("list protos 'dhcp'\n\tlist protos 'pppoe'", "option protos 'dhcp pppoe'"),
      ["protocol: 'option protos' is not read, write 'list protos'"]),
     ("network", ("option port_prefix 'lan wan'", "option port_prefix 'lan'"),
      ["switch.port2.ifname is 'wan': no word of network.auto_wan_detect.port_prefix begins it"]),
-    ("network", ("option port_prefix 'lan wan'", "option port_prefix ' '"),
-     ["switch.port1.ifname is 'lan1': no word of network.auto_wan_detect.port_prefix begins it",
-      "switch.port2.ifname is 'wan': no word of network.auto_wan_detect.port_prefix begins it"]),
-    ("network", ("option port_prefix 'lan wan'\n", ""),
-     ["switch.port1.ifname is 'lan1': no word of network.auto_wan_detect.port_prefix begins it",
-      "switch.port2.ifname is 'wan': no word of network.auto_wan_detect.port_prefix begins it"]),
     ("network", ("option name 'wan'", "option name 'wan0'"),
      ["switch.port2.ifname is 'wan', but no device section of network has that name"]),
     ("switch", ("option switch_port 'port2'", "option switch_port 'wan'"),
@@ -198,6 +259,13 @@ def test_settings_that_look_right_and_are_not_are_named(router, shell, package, 
     assert change[0] in RIGHT[package]
     _, said = Service(router, shell, {**RIGHT, package: RIGHT[package].replace(*change)}).play("start")
     assert said == expected
+
+
+@pytest.mark.parametrize("prefix", ["", "\toption port_prefix ' '\n"], ids=["missing", "blank"])
+def test_without_a_word_names_begin_with_eth(router, shell, prefix):
+    network = NETWORK.replace("\toption port_prefix 'lan wan'\n", prefix).replace("'lan1'", "'eth0'")
+    _, said = Service(router, shell, {**RIGHT, "network": network, "switch": SWITCH.replace("'lan1'", "'eth0'")}).play("start")
+    assert said == ["switch.port2.ifname is 'wan': no word of network.auto_wan_detect.port_prefix begins it"]
 
 
 @pytest.mark.parametrize("value", ["off", "false", "0"])
