@@ -136,7 +136,7 @@ BEGINNINGS = [    # what is configured, and what is said where the daemon could 
 def test_what_could_not_begin_is_not_started_until_it_can(router, shell, packages, expected):
     service = Service(router, shell, {package: text for package, text in packages.items() if text is not None})
     told, said = service.play("start", "reload")
-    assert told == [["trigger", "network", "switch", "protocol", "sysmode"]] * 2
+    assert told == [["trigger", "network", "switch", "protocol", "sysmode"]], "a reload tells procd nothing: what runs goes on"
     assert said == [expected] * 2
     for package, text in RIGHT.items():
         router.write(package, text)
