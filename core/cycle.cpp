@@ -220,7 +220,7 @@ void wait_behind_request()
 static void begin_asking()
 {
     engine.put_off = false;
-    uloop_timeout_cancel(&engine.look_again);
+    cut_pause_short();
     note_candidates_asked();
 }
 

@@ -2,6 +2,7 @@
 #include "core/retries.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "core/engine.h"
 #include "model/config_text.h"
@@ -41,26 +42,46 @@ static int pause_after(int pause_s)
     return std::min(2 * pause_s, std::max(engine.retry.first_s, RETRY_LONGEST_S));
 }
 
-static void arm(int pause_s)
+static void arm(int pause_s, int delay_ms)
 {
     engine.retry.armed_s = pause_s;
-    uloop_timeout_set(&engine.look_again, pause_s * MILLISECONDS_PER_SECOND);
+    engine.retry.due_ms = monotonic_ms() + static_cast<unsigned>(delay_ms);
+    uloop_timeout_set(&engine.look_again, delay_ms);
+}
+
+// What is left of a pause that a stage cut short, or a whole one.
+static int delay_of(int pause_s, bool was_cut)
+{
+    const int pause_ms = pause_s * MILLISECONDS_PER_SECOND;
+    const auto left_ms = static_cast<int>(engine.retry.due_ms - monotonic_ms());
+    return was_cut ? std::clamp(left_ms, 0, pause_ms) : pause_ms;
 }
 
 void look_again_later()
 {
+    const bool was_cut = std::exchange(engine.retry.was_cut, false);
     if (engine.look_again.pending || !port_model.enable || !port_model.router_mode)
         return;
     engine.retry.first_s = first_pause_s();
     if (engine.retry.first_s == NO_RETRIES)
         return;
     const int pause_s = std::max(engine.retry.next_s, engine.retry.first_s);
-    LOG(Info, "No port left to ask, looking at all ports again in %ds!\n", pause_s);
-    arm(pause_s);
+    const int delay_ms = delay_of(pause_s, was_cut);
+    LOG(Info, "No port left to ask, looking at all ports again in %ds!\n",
+        (delay_ms + MILLISECONDS_PER_SECOND - 1) / MILLISECONDS_PER_SECOND);
+    arm(pause_s, delay_ms);
+}
+
+// A port whose link comes and goes all the time begins stages of its own, which must not put the look off for ever.
+void cut_pause_short()
+{
+    engine.retry.was_cut |= engine.look_again.pending;
+    uloop_timeout_cancel(&engine.look_again);
 }
 
 void stop_looking_again()
 {
+    engine.retry.was_cut = false;
     uloop_timeout_cancel(&engine.look_again);
 }
 
@@ -69,7 +90,7 @@ void begin_retries_anew()
 {
     engine.retry.next_s = 0; // a look that comes reckons it anew
     if (engine.look_again.pending && engine.retry.armed_s > engine.retry.first_s)
-        arm(engine.retry.first_s);
+        arm(engine.retry.first_s, engine.retry.first_s * MILLISECONDS_PER_SECOND);
 }
 
 int retry_pause_s()
@@ -94,7 +115,8 @@ void begin_rounds()
 
 void begin_look(bool opens_cycle)
 {
-    engine.retry.next_s = pause_after(engine.retry.armed_s); // a pause that was cut short does not count
+    engine.retry.next_s = pause_after(engine.retry.armed_s); // a pause whose look never came does not count
+    engine.retry.was_cut = false;
     engine.retry.round++;
     engine.retry.opened_cycle = opens_cycle;
     engine.silence_is_expected = true;

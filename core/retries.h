@@ -14,7 +14,10 @@ void read_first_pause();
 // with detection off, outside router mode, or when the configuration wants no retries.
 void look_again_later();
 
-// No look is due any more. A cycle that asks somebody ends the pause itself.
+// A stage begins, behind which look_again_later() is asked for what is left of the pause.
+void cut_pause_short();
+
+// No look is due any more.
 void stop_looking_again();
 
 // Something changed: the pauses begin with the shortest again, also the one that is running.

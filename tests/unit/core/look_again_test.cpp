@@ -8,6 +8,7 @@
 #include "core/retries.h"
 #include "core/wishes.h"
 #include "model/banned.h"
+#include "platform/clock.h"
 #include "tests/unit/core/engine_fixture.h"
 
 namespace {
@@ -26,6 +27,20 @@ protected:
         write_config("network", read_file("/etc/config/network") +
                                     "config auto_wan_detect 'auto_wan_detect'\n\toption retry_interval '" + value +
                                     "'\n");
+    }
+    // eth2 comes up and is asked, alone and in vain, until a pause begins.
+    static void ask_flapping_port()
+    {
+        plug({"eth2"});
+        delay_trigger_thread(dev("eth2"), 0);
+        fire(engine.start_wan_detect);
+        EXPECT_EQ(armed(engine.proto_detect_start), 0);
+        unplug({"eth2"});
+        for (int i = 0; i < 100 && !engine.look_again.pending; i++)
+            fire(engine.proto_detect_start.pending   ? engine.proto_detect_start
+                 : engine.proto_detect_end.pending   ? engine.proto_detect_end
+                 : engine.using_proto_detect.pending ? engine.using_proto_detect
+                                                     : engine.start_wan_detect);
     }
     // The look comes and the pass after it.
     static void look()
@@ -232,6 +247,40 @@ TEST_F(look_again, a_stage_that_begins_ends_the_pause_which_does_not_count_then)
              : engine.proto_detect_end.pending   ? engine.proto_detect_end
              : engine.using_proto_detect.pending ? engine.using_proto_detect
                                                  : engine.start_wan_detect);
+    EXPECT_EQ(pause_s(), 30);
+}
+
+// holds: stage-ends-pause
+TEST_F(look_again, a_port_that_is_asked_again_and_again_does_not_put_it_off)
+{
+    open_cycle();
+    for (int left_s : {25, 12, 1}) {
+        engine.retry.due_ms = monotonic_ms() + static_cast<unsigned>(left_s * MILLISECONDS_PER_SECOND);
+        ask_flapping_port();
+        EXPECT_EQ(pause_s(), left_s);
+    }
+    engine.retry.due_ms = monotonic_ms() - 5 * MILLISECONDS_PER_SECOND;
+    ask_flapping_port();
+    EXPECT_EQ(pause_s(), 0) << "it fell due during the stage";
+    look();
+    EXPECT_EQ(pause_s(), 60) << "and is a look like any other";
+}
+
+// holds: stage-ends-pause
+TEST_F(look_again, a_pause_that_was_cut_before_is_none_of_a_later_one)
+{
+    open_cycle();
+    engine.retry.due_ms = monotonic_ms() - 5 * MILLISECONDS_PER_SECOND;
+    cut_pause_short();
+    stop_looking_again();
+    look_again_later();
+    EXPECT_EQ(pause_s(), 30);
+    cut_pause_short();
+    port_model.enable = 0;
+    look_again_later();
+    port_model.enable = 1;
+    engine.retry.due_ms = monotonic_ms() - 5 * MILLISECONDS_PER_SECOND;
+    look_again_later();
     EXPECT_EQ(pause_s(), 30);
 }
 
