@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Threads and their locks. A lock is known by where it stands; what stands there is never touched.
 #include <cerrno>
-#include <cstdio>
 #include <unordered_map>
 
 #include "tests/simulation/door.h"
@@ -14,7 +13,6 @@ namespace {
 
 struct t_lock {
     const t_thread *owner = nullptr;
-    int depth = 0; // of a lock that its owner may take again
     int readers = 0;
 };
 
@@ -159,22 +157,6 @@ DOOR(int, pthread_spin_unlock, (pthread_spinlock_t * lock), (lock), t_door::lock
 DOOR(int, pthread_spin_destroy, (pthread_spinlock_t * lock), (lock), t_door::lock)
 {
     return destroy(lock, "a spin lock");
-}
-
-// Streams are locked by hand so that no line comes into the midst of another.
-DOOR(void, flockfile, (FILE * stream), (stream), t_door::lock)
-{
-    t_lock &lock = lock_at(stream);
-    if (lock.owner != &self())
-        take(lock, "a stream");
-    lock.depth++;
-}
-
-DOOR(void, funlockfile, (FILE * stream), (stream), t_door::lock)
-{
-    t_lock &lock = lock_at(stream);
-    if (--lock.depth == 0)
-        give_back(lock, "a stream");
 }
 
 // --- threads
