@@ -29,6 +29,7 @@ constexpr t_time LINK_IS_KNOWN = 45 * SECOND; // a scan a second, 20 s of rest a
 constexpr t_time BAN_ROUNDING = 1100 * MILLISECOND;
 // The daemon reads where the role is before the command starts; in between lie a few doors.
 constexpr t_time READING_TO_SWAP = 50 * MILLISECOND;
+constexpr int64_t TELLS_OF_PACKETS = 6;      // the level of the log from which on the kernel leaves none out
 constexpr size_t LOOKING = 2;                // the number of that state
 constexpr t_time ROLE_IS_READ = 22 * SECOND; // between cycles, by the scan, which rests behind a swap
 // A network manager that finds a connection, and a pass that asks it before it asks the ports.
@@ -50,6 +51,7 @@ struct t_past {
 t_past pasts[64];
 std::vector<std::pair<t_time, int>> holders; // since when; 0 for none of the ports
 std::vector<t_time> passes;
+t_time flooded = NOT_YET; // the last search of the LAN's hosts whose answers may have been lost
 
 } // namespace
 
@@ -105,13 +107,24 @@ static bool was_at_a_port_since_start()
     return holder != 0;
 }
 
-// Its answers to the search of the LAN's hosts keep theirs away.
-static bool somebody_floods()
+// Who is told of every packet hears what is for others, too, until there is no room.
+static bool tells_of_packets()
 {
-    return std::any_of(world.ports.begin(), world.ports.end(), [](const t_port &port) {
+    return world.life.setting(LOG_LEVEL, 0) >= TELLS_OF_PACKETS ||
+           std::any_of(world.requests.begin(), world.requests.end(), [](const t_request &one) {
+               return one.method == "log" && one.served != NEVER && (one.is_odd || one.value >= TELLS_OF_PACKETS);
+           });
+}
+
+// The hosts of the LAN are asked: answers of a port of its bridge that floods may keep theirs away.
+static void note_search_of_hosts()
+{
+    const bool is_flooded = std::any_of(world.ports.begin(), world.ports.end(), [](const t_port &port) {
         const auto &who = port.cable().neighbours;
-        return port.link && std::any_of(who.begin(), who.end(), is_disturber);
+        return port.link && port.in_bridge && std::any_of(who.begin(), who.end(), is_disturber);
     });
+    if (is_flooded && tells_of_packets())
+        flooded = now();
 }
 
 static void note_truth_of(int number)
@@ -185,7 +198,7 @@ static void judge_port(const t_port &port)
     const bool was_readable = world.health.all() && world.health_since < pass;
     if (was_readable && port.truth.is_reserved && past.reserved_since < pass)
         fail("never wrong: %s gets the role and is reserved", name);
-    if (was_readable && !somebody_floods() && port.truth.lan_hosts > 0 && port.lan_hosts_since < pass)
+    if (was_readable && flooded < pass && port.truth.lan_hosts > 0 && port.lan_hosts_since < pass)
         fail("never wrong: %s gets the role and has hosts of the LAN behind it", name);
 }
 
@@ -265,6 +278,8 @@ static void look_at_deed(const t_seen &seen)
         seen.port ? note_truth_of(seen.port) : note_health();
     else if (seen.deed == t_deed::way_taken && static_cast<size_t>(seen.number) % STATES == LOOKING)
         passes.push_back(now());
+    else if (seen.deed == t_deed::frame_sent && seen.port == 0)
+        note_search_of_hosts();
     else if (seen.deed == t_deed::role_moved)
         holders.emplace_back(now(), is_port(seen.port) ? seen.port : 0);
     else if (seen.deed == t_deed::command_started && strncmp(seen.text, SWAP_COMMAND, strlen(SWAP_COMMAND)) == 0)
