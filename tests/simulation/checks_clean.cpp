@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "tests/simulation/bus.h"
 #include "tests/simulation/checks.h"
 #include "tests/simulation/descriptors.h"
 #include "tests/simulation/event_log.h"
@@ -20,6 +21,7 @@ constexpr int64_t MADE_WHEN_NEEDED = 4;   // blocks of memory that the first req
 constexpr int64_t TABLES_OF_RESERVED = 4; // two of two blocks, which stay from the first look at reserved ports on
 constexpr int MOST_THREADS_EVER = 161;    // of the daemon, its first one among them
 constexpr int64_t RESTING = 0;            // the number of that state
+constexpr int64_t UNKNOWN = INT64_MAX;
 
 namespace {
 
@@ -42,8 +44,15 @@ struct t_use {
     int64_t of[THINGS];
 };
 
-t_use first, least;
-bool has_first = false, pauses = false;
+t_use nothing_known()
+{
+    t_use use;
+    std::fill(std::begin(use.of), std::end(use.of), UNKNOWN);
+    return use;
+}
+
+t_use first = nothing_known(), least;
+bool pauses = false;
 bool was_reserved[64];
 t_time since = 0;
 
@@ -72,8 +81,6 @@ t_use use_now()
             use.of[thing_of(kind)]++;
             left--;
         }
-    if (!world.health.bus && use.of[other_sockets] > 0)
-        use.of[other_sockets]--; // it waits for the bus daemon's greeting
     use.of[threads_left] = count_of_threads();
     use.of[timers_set] = count_of_timers();
     use.of[blocks] = memory_in_use().blocks;
@@ -94,13 +101,14 @@ void judge_pause()
 {
     if (!pauses || now() - since < LONG_ENOUGH)
         return;
-    if (!has_first)
-        first = least;
-    has_first = true;
+    for (int i = 0; i < THINGS; i++)
+        if (first.of[i] == UNKNOWN)
+            first.of[i] = least.of[i];
     log_line("clean", "%ld blocks, %ld threads, %ld others", least.of[blocks], least.of[threads_left],
              least.of[others]);
     for (int i = 0; i < THINGS; i++)
-        if (least.of[i] > first.of[i] + (i == blocks ? MADE_WHEN_NEEDED + entries_of_lists() : 0))
+        if (least.of[i] != UNKNOWN &&
+            least.of[i] > first.of[i] + (i == blocks ? MADE_WHEN_NEEDED + entries_of_lists() : 0))
             fail("clean: %ld %s are left after a cycle, %ld were before", static_cast<long>(least.of[i]), NAMES[i],
                  static_cast<long>(first.of[i]));
 }
@@ -109,7 +117,7 @@ void begin_pause()
 {
     pauses = true;
     since = now();
-    std::fill(std::begin(least.of), std::end(least.of), INT64_MAX);
+    least = nothing_known();
 }
 
 void note_deed(const t_seen &seen)
@@ -133,7 +141,9 @@ void look()
         fail("clean: %d threads at once", count_of_threads());
     if (!pauses || ++moments % LOOKED_AT != 0)
         return;
-    const t_use use = use_now();
+    t_use use = use_now();
+    if (!daemon_is_offered())
+        use.of[other_sockets] = UNKNOWN; // one may wait for the bus daemon's greeting
     for (int i = 0; i < THINGS; i++)
         least.of[i] = std::min(least.of[i], use.of[i]);
 }

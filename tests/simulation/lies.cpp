@@ -3,9 +3,11 @@
 // make one check fail. Never drawn.
 #include <cstring>
 #include <deque>
+#include <memory>
 
 #include "tests/simulation/bus_connection.h"
 #include "tests/simulation/checks.h"
+#include "tests/simulation/descriptors.h"
 #include "tests/simulation/file_tree.h"
 #include "tests/simulation/told.h"
 #include "tests/simulation/world.h"
@@ -130,6 +132,23 @@ static void take_way(const t_event &event)
     saw({.deed = t_deed::way_taken, .number = event.number, .text = "a lie"});
 }
 
+// "keep": it opens a socket, and closes it never.
+static void keep_socket(const t_event &)
+{
+    struct t_socket : t_description {
+        short readiness() const override { return 0; }
+        const char *kind() const override { return "socket"; }
+    };
+    install_descriptor(std::make_shared<t_socket>());
+}
+
+// "exit": it ends by itself, with this status.
+static void end_by_itself(const t_event &event)
+{
+    saw({.deed = t_deed::life_ended, .number = event.number});
+    look_at_end();
+}
+
 // "line": something is told, by whoever holds what.
 static void tell(const t_event &)
 {
@@ -181,6 +200,8 @@ static void lie(const t_event &event)
                 {"withdraw", withdraw},
                 {"way", take_way},
                 {"line", tell},
+                {"keep", keep_socket},
+                {"exit", end_by_itself},
                 {"threads", start_threads},
                 {"sides", switch_sides}};
     for (const auto &[word, tell] : LIES)
