@@ -50,6 +50,8 @@ static const char *word(t_deed deed)
         return "truth";
     case t_deed::request_served:
         return "served";
+    case t_deed::command_refused:
+        return "refused";
     case t_deed::way_taken:
         return "cycle";
     }

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <cstring>
 #include <map>
 #include <memory>
 #include <sys/wait.h>
@@ -71,7 +72,7 @@ static int start(const char *command, int output, pid_t *pid)
     auto child = std::make_shared<t_child>();
     child->command = command;
     child->plan = plan_command(command);
-    world.model_is_read = true;
+    world.model_is_read = world.model_is_read || strncmp(command, "echo ", 5) != 0; // the log level is told before
     if (child->plan.start_error) {
         saw({.deed = t_deed::command_refused, .text = command});
         return child->plan.start_error;

@@ -20,6 +20,9 @@ void refuse_memory(uint64_t first, uint64_t count);
 // Whether some of them are still to come.
 bool memory_will_be_refused();
 
+// Whether one was.
+bool memory_was_refused();
+
 // While one exists, allocations are the simulation's own: they are never refused.
 struct t_own_memory {
     t_own_memory();

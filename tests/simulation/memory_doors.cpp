@@ -64,10 +64,12 @@ t_block *free_blocks[LISTS];
 t_memory_use in_use;
 uint64_t allocations, refused_from = UINT64_MAX, refused_to = 0;
 int own_depth = 0;
+bool was_refused = false;
 
 [[gnu::noinline, gnu::cold]] bool refuse()
 {
     log_line("memory", "is refused");
+    was_refused = true;
     if (!world.model_is_read)
         world.detection_in_doubt = true; // `enable` that cannot be read is off
     errno = ENOMEM;
@@ -171,6 +173,11 @@ void refuse_memory(uint64_t first, uint64_t count)
 bool memory_will_be_refused()
 {
     return refused_from < refused_to && allocations < refused_to;
+}
+
+bool memory_was_refused()
+{
+    return was_refused;
 }
 
 t_own_memory::t_own_memory()

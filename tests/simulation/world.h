@@ -169,7 +169,7 @@ struct t_world {
     std::string gateway;    // of a static connection
     t_time connection_since = 0;
     t_time connection_read = 0;       // by the last pass that could
-    bool model_is_read = false;       // the first command is behind the reading of `enable`
+    bool model_is_read = false;       // the first script is behind the reading of `enable`
     bool connection_in_doubt = false; // it was changed to one that nobody knows, before it was surely read
     bool is_router = true;            // by sysmode at the start
     bool detection_on = true;         // by the configuration at the start, then by each `set` from the reply on
