@@ -9,6 +9,7 @@
 #include "tests/simulation/file_tree.h"
 #include "tests/simulation/neighbours.h"
 #include "tests/simulation/packets.h"
+#include "tests/simulation/questions.h"
 #include "tests/simulation/router.h"
 #include "tests/simulation/world.h"
 
@@ -223,10 +224,14 @@ void answer_frame(const t_neighbour &who, const std::string &frame, t_time after
 {
     const int number = who.port;
     const t_time since = port_at(number).link_since;
+    const bool fits = !has_trait(who, "xid") && !has_trait(who, "uniq");
     port_at(number).answers++;
-    happen_at(now() + after + who.place * BETWEEN_NEIGHBOURS, [number, since, frame] {
-        if (port_at(number).link_since == since)
-            frame_comes(number, frame);
+    happen_at(now() + after + who.place * BETWEEN_NEIGHBOURS, [number, since, frame, fits, asked = now()] {
+        if (port_at(number).link_since != since)
+            return;
+        frame_comes(number, frame);
+        if (fits)
+            note_answer(frame, asked);
     });
 }
 

@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "tests/simulation/questions.h"
 
+#include <algorithm>
 #include <cstring>
 #include <map>
 
 #include "tests/simulation/checks.h"
+#include "tests/simulation/neighbours.h"
 #include "tests/simulation/world.h"
 
 namespace sim {
@@ -32,6 +34,23 @@ uint32_t questions_since(int port, t_time since)
     for (auto one = all.rbegin(); one != all.rend() && one->when >= since; ++one)
         count++;
     return count;
+}
+
+static t_time answered[] = {NOT_YET, NOT_YET}; // DHCP, PPPoE
+
+t_time last_answered(unsigned kinds)
+{
+    return std::max(kinds & BY_DHCP ? answered[0] : NOT_YET, kinds & BY_PPPOE ? answered[1] : NOT_YET);
+}
+
+void note_answer(const std::string &frame, t_time asked)
+{
+    constexpr uint8_t BOOT_REPLY = 2;
+    t_dhcp_frame dhcp;
+    if (strcmp(kind_of_frame(frame), "pppoe") == 0)
+        answered[1] = std::max(answered[1], asked);
+    else if (strcmp(kind_of_frame(frame), "dhcp") == 0 && read_frame(frame, &dhcp) && dhcp.dhcp.op == BOOT_REPLY)
+        answered[0] = std::max(answered[0], asked);
 }
 
 bool is_asked_by_arp()

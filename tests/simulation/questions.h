@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <deque>
+#include <string>
 
 #include "tests/simulation/scheduler.h"
 
@@ -24,6 +25,10 @@ const std::deque<t_question> &questions_of(int port);
 constexpr t_time NOT_YET = -24 * 3600 * SECOND; // before everything
 t_time last_asked(int port, unsigned kinds);
 uint32_t questions_since(int port, t_time since);
+
+// The newest of these questions, on any port, to which an answer has come that fits it.
+t_time last_answered(unsigned kinds);
+void note_answer(const std::string &frame, t_time asked); // it comes, to a question of that time
 
 // How the configured connection is looked for: by discovery, or by ARP.
 bool is_asked_by_arp();
