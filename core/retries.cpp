@@ -115,7 +115,7 @@ void begin_rounds()
 
 void begin_look(bool opens_cycle)
 {
-    engine.retry.next_s = pause_after(engine.retry.armed_s); // a pause whose look never came does not count
+    engine.retry.next_s = pause_after(engine.retry.armed_s); // a pause that was cut short does not count
     engine.retry.was_cut = false;
     engine.retry.round++;
     engine.retry.opened_cycle = opens_cycle;
