@@ -70,6 +70,7 @@ bool was_refused = false;
 {
     log_line("memory", "is refused");
     was_refused = true;
+    world.connection_read = 0; // perhaps in the midst of it
     if (!world.model_is_read)
         world.detection_in_doubt = true; // `enable` that cannot be read is off
     errno = ENOMEM;

@@ -6,6 +6,7 @@
 #include "tests/simulation/bus.h"
 #include "tests/simulation/checks.h"
 #include "tests/simulation/file_tree.h"
+#include "tests/simulation/memory.h"
 #include "tests/simulation/neighbours.h"
 #include "tests/simulation/router.h"
 #include "tests/simulation/stuck.h"
@@ -169,7 +170,7 @@ static void note_connection()
 
 void note_truth()
 {
-    if (configuration_changed()) {
+    if (configuration_changed() || memory_will_be_refused()) {
         world.role_holder = holder_of_role();
         note_connection();
         for (t_port &port : world.ports)

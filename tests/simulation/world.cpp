@@ -9,6 +9,7 @@
 
 #include "tests/simulation/checks.h"
 #include "tests/simulation/event_log.h"
+#include "tests/simulation/memory.h"
 #include "tests/simulation/neighbours.h"
 #include "tests/simulation/router.h"
 #include "tests/simulation/tally.h"
@@ -140,7 +141,8 @@ std::string configured_connection()
     if (type == "pppoeshare")
         type = "pppoe";
     if (!is_known_type(type) && world.cycles > 0) {
-        world.connection_in_doubt = world.connection_in_doubt || world.connection_read <= world.connection_since;
+        world.connection_in_doubt = world.connection_in_doubt || world.connection_read <= world.connection_since ||
+                                    memory_will_be_refused(); // then it may be taken from the other option
         return world.connection; // the former one stays, which nobody knows before the first cycle
     }
     world.connection_in_doubt = false;
