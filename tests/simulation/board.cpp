@@ -96,11 +96,13 @@ static void draw_odd_surroundings(t_life *life, t_number number)
         life->settings[MANAGER] = one_of(MANAGERS, number);
 }
 
-static void draw_settings(t_life *life, t_character character, t_number number)
+void draw_settings(t_life *life, t_character character, t_number number)
 {
     static const char *const RETRIES[] = {"10", "60", "120", "0", "soon"};
     if (character != t_character::usual && one_in(3, number))
         life->settings[std::string(SETTING) + "retry_interval"] = "10";
+    else if (character == t_character::troubled && one_in(4, number))
+        life->settings[std::string(SETTING) + "retry_interval"] = "0";
     else if (one_in(8, number))
         life->settings[std::string(SETTING) + "retry_interval"] = one_of(RETRIES, number);
     if (one_in(9, number))

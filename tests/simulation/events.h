@@ -34,7 +34,11 @@ std::string draw_upstream(const t_life &life, t_number number);  // of the confi
 std::string draw_bystander(const t_life &life, t_number number); // anything else, or nothing
 bool has_upstream(const t_life &life, const std::string &word);
 
-void draw_board(t_life *life, t_character character, t_number number); // board.cpp
+std::string draw_switch_rate(t_number number);                            // life.cpp
+void draw_board(t_life *life, t_character character, t_number number);    // board.cpp
+void draw_settings(t_life *life, t_character character, t_number number); // some of them
+// One event at that time, or in the midst of what the daemon does then, with what follows from it (scripts.cpp).
+void draw_another(t_life *life, int64_t at_ms, bool is_rare_life, t_number number);
 
 // Of an event whose number is how long it lasts.
 inline int64_t lasts_its_number(const t_event &event)

@@ -7,6 +7,7 @@
 
 #include "tests/simulation/event_log.h"
 #include "tests/simulation/events.h"
+#include "tests/simulation/near.h"
 #include "tests/simulation/scheduler.h"
 
 namespace sim {
@@ -29,15 +30,20 @@ static uint64_t number(uint64_t below)
     return state_of_drawing % below;
 }
 
-t_life draw_life(uint64_t seed)
+std::string draw_switch_rate(t_number number)
+{
+    return std::to_string(uint64_t{1} << number(14));
+}
+
+static t_life draw_anew()
 {
     using enum t_character;
-    static const t_character CHARACTERS[] = {usual, usual, losses, losses, losses, crowded, crowded, stormy};
+    static const t_character CHARACTERS[] = {usual,   usual,   losses, losses,   losses,
+                                             crowded, crowded, stormy, troubled, troubled};
     t_life life;
-    state_of_drawing = life.seed = seed;
     const t_character character = one_of(CHARACTERS, number);
     draw_board(&life, character, number);
-    life.settings[SWITCH_RATE] = std::to_string(uint64_t{1} << number(14));
+    life.settings[SWITCH_RATE] = draw_switch_rate(number);
     draw_events(&life, character, number);
     if (one_in(4, number))
         life.settings[HOTPLUG] = std::to_string(between(1, one_in(2, number) ? 100 : 1500, number));
@@ -46,12 +52,26 @@ t_life draw_life(uint64_t seed)
     return life;
 }
 
+t_life draw_life(uint64_t seed)
+{
+    constexpr uint64_t IS_NEAR = 3; // one in so many
+    t_life life;
+    state_of_drawing = seed;
+    if (mix(~seed) % IS_NEAR == 0)
+        draw_near(kept_life_for(seed), &life, number);
+    else
+        life = draw_anew();
+    life.seed = seed;
+    return life;
+}
+
 // --- writing and reading
 
 std::string text_of_life(const t_life &life)
 {
     std::ostringstream text;
-    text << MAGIC << "\nseed " << life.seed << "\nwan " << life.wan << "\nconnection " << life.connection << "\n";
+    text << MAGIC << (life.near.empty() ? "" : "\n# near ") << life.near << "\nseed " << life.seed << "\nwan "
+         << life.wan << "\nconnection " << life.connection << "\n";
     for (const t_port_plan &port : life.ports)
         text << "port " << port.behind << " " << port.link << " " << port.answers_after_ms
              << (port.behind_sfp.empty() ? "" : " ") << port.behind_sfp << "\n";

@@ -37,6 +37,7 @@ struct t_port_plan {
 
 struct t_life {
     uint64_t seed = 0; // of the scheduling
+    std::string near;  // the kept life near which it was drawn; empty for one that was drawn anew
     int wan = 1;       // the port that holds the role at first
     std::string connection = "dhcp";
     std::vector<t_port_plan> ports;              // the first one is port 1
@@ -61,10 +62,11 @@ t_life draw_life(uint64_t seed);
 
 // What happens in a life that is drawn.
 enum class t_character : uint8_t {
-    usual,   // anything, at any time
-    losses,  // one port after the other gets the role and loses it
-    crowded, // the same, with several upstreams at a time
-    stormy,  // one thing right behind the other
+    usual,    // anything, at any time
+    losses,   // one port after the other gets the role and loses it
+    crowded,  // the same, with several upstreams at a time
+    stormy,   // one thing right behind the other
+    troubled, // one kind of trouble again and again, and others at the same moment
 };
 
 std::string text_of_life(const t_life &life);

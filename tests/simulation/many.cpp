@@ -69,6 +69,8 @@ void stay_on_one_processor(unsigned player)
 void play_next(const t_many &wanted, t_table *table, t_tally *tally, uint64_t place)
 {
     const t_life life = draw_life(wanted.first_seed + place);
+    if (!wanted.near.empty() && life.near != wanted.near)
+        return;
     const t_outcome ended = wanted.play(life);
     add_outcome(tally, ended);
     if (ended.verdict == t_verdict::passed)

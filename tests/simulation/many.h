@@ -15,6 +15,7 @@ struct t_many {
     double seconds; // or until this time is over; 0 for no such end
     unsigned jobs;  // processes that play
     bool ends_at_failure;
+    std::string near; // only those of these seeds that are drawn near this kept life; empty for all
     t_outcome (*play)(const t_life &life);
 };
 

@@ -225,22 +225,81 @@ static int64_t draw_losses(t_life *life, t_character character, bool is_rare_lif
 
 // --- all at once
 
+void draw_another(t_life *life, int64_t at_ms, bool is_rare_life, t_number number)
+{
+    if (one_in(3, number))
+        return draw_mishap(life, at_ms, is_rare_life, number);
+    t_event event = {.at_ms = at_ms, .text = ""};
+    draw_what(*life, &event, is_rare_life, number);
+    life->events.push_back(event);
+}
+
 static int64_t draw_storms(t_life *life, bool is_rare_life, t_number number)
 {
     int64_t at_ms = draw_beginning(number);
     for (int64_t storms = between(1, 3, number); storms > 0; storms--) {
         for (int64_t left = between(6, 14, number); left > 0; left--) {
             at_ms += one_in(3, number) ? draw_pause(number) : between(1, 3000, number);
-            if (one_in(3, number)) {
-                draw_mishap(life, at_ms, is_rare_life, number);
-                continue;
-            }
-            t_event event = {.at_ms = at_ms, .text = ""};
-            draw_what(*life, &event, is_rare_life, number);
-            life->events.push_back(event);
+            draw_another(life, at_ms, is_rare_life, number);
         }
         draw_comers(life, at_ms, t_character::crowded, number);
         at_ms += between(30'000, 130'000, number);
+    }
+    return at_ms;
+}
+
+// --- the same trouble again and again
+
+// With it, or with its end: in the same step if it waits for one.
+static void draw_company(t_life *life, const t_event &trouble, t_number number)
+{
+    static const int64_t REACHES_MS[] = {1, 10, 100, 1000, 5000};
+    int64_t (*const lasts_ms)(const t_event &) = event_kind(trouble.kind)->lasts_ms;
+    t_event event = draw_mishap_kind(*life, one_in(3, number), number);
+    const int64_t reach_ms = one_of(REACHES_MS, number);
+    const int64_t later_ms =
+        (lasts_ms && one_in(3, number) ? lasts_ms(trouble) : 0) + between(-reach_ms, reach_ms, number);
+    event.step = trouble.step;
+    event.after_ms = event.step.empty() ? 0 : std::max<int64_t>(0, trouble.after_ms + later_ms);
+    event.at_ms = event.step.empty() ? std::max(EARLIEST_MS, trouble.at_ms + later_ms) : trouble.at_ms;
+    life->events.push_back(event);
+}
+
+// Somebody cannot stop.
+static void draw_burst(t_life *life, t_event event, t_number number)
+{
+    static const int64_t PAUSES_MS[] = {1, 10, 100, 100, 1000, 5000};
+    const int64_t pause_ms = one_of(PAUSES_MS, number);
+    const bool alternates = event.kind == "set" || event.kind == "hotplug" || event.kind == "role";
+    for (int64_t left = between(3, 30, number); left > 0; left--) {
+        event.at_ms += pause_ms;
+        event.number = alternates ? !event.number : event.number;
+        life->events.push_back(event);
+    }
+}
+
+static int64_t draw_troubles(t_life *life, t_number number)
+{
+    static const char *const KINDS[] = {"bus_dies", "bus_hangs", "bus_deaf",    "bus_refuses", "manager", "command",
+                                        "hang",     "lock",      "descriptors", "memory",      "threads", "disk",
+                                        "role",     "role",      "hotplug",     "set",         "ask",     "flap"};
+    const char *const kind = one_of(KINDS, number);
+    int64_t at_ms = draw_beginning(number);
+    for (int64_t left = between(2, 6, number); left > 0; left--) {
+        t_event trouble = draw_of_kind(*life, at_ms, kind, number);
+        if (one_in(2, number)) {
+            const t_step &step = draw_step(*life, number);
+            trouble.step = step.name;
+            trouble.after_ms = one_in(3, number) ? one_of(step.moments_ms, number) : between(0, step.lasts_ms, number);
+        }
+        life->events.push_back(trouble);
+        for (int64_t others = between(1, 3, number); others > 0; others--)
+            draw_company(life, trouble, number);
+        if (one_in(8, number))
+            draw_burst(life, life->events.back(), number);
+        if (one_in(2, number))
+            draw_loss(life, at_ms + draw_pause(number), number);
+        at_ms += draw_rest(number);
     }
     return at_ms;
 }
@@ -306,6 +365,9 @@ void draw_events(t_life *life, t_character character, t_number number)
         break;
     case t_character::stormy:
         end_ms = draw_storms(life, is_rare_life, number) + draw_last_rest(number);
+        break;
+    case t_character::troubled:
+        end_ms = draw_troubles(life, number) + draw_last_rest(number);
         break;
     }
     if (is_rare_life && one_in(4, number))

@@ -25,6 +25,7 @@ struct t_wishes {
     double seconds = 0; // for as many as there is time for
     unsigned jobs = 1;
     bool ends_at_failure = false;
+    std::string near; // a kept life
     std::string file; // a life to be read
     bool tells = false;
     bool shows = false; // the life itself, which is not played
@@ -43,6 +44,7 @@ struct t_wishes {
         "simulate --minutes TIME | --seconds TIME       as many as there is time for, from a fresh seed or --from "
         "SEED\n"
         "--jobs COUNT plays them in so many processes; --until-failure ends with the first failure\n"
+        "--near NAME leaves out those that are not drawn near this kept life\n"
         "simulate --life FILE [--timeline]              one that was written down\n"
         "simulate --seed N --show                       prints the life instead of playing it\n"
         "simulate --seed N --shrink [--to FILE] [--within SECONDS]   cuts a failing life down and tells it\n"
@@ -79,6 +81,8 @@ t_wishes read_wishes(int argc, char **argv)
             wishes.jobs = std::max(1U, static_cast<unsigned>(strtoul(value(), nullptr, 10)));
         else if (word == "--until-failure")
             wishes.ends_at_failure = true;
+        else if (word == "--near")
+            wishes.near = value();
         else if (word == "--life")
             wishes.file = value();
         else if (word == "--log")
@@ -147,6 +151,7 @@ bool play_several(const t_wishes &wishes)
                       .seconds = wishes.seconds,
                       .jobs = wishes.jobs,
                       .ends_at_failure = wishes.ends_at_failure,
+                      .near = wishes.near,
                       .play = wishes.twice ? play_twice : play_once});
 }
 
