@@ -92,7 +92,8 @@ static void begin_cycle()
     swaps.back().was_tested = true;
     // A role that nobody can read counts as a failed test, and so does one that is moved before the cycle is over: it
     // may be the command that failed.
-    swaps.back().is_foreign = world.role_mover == t_mover::somebody && is_port(world.role_holder) &&
+    swaps.back().is_foreign = world.health.configuration && world.health.machine &&
+                              world.role_mover == t_mover::somebody && is_port(world.role_holder) &&
                               world.role_holder != swaps.back().port && world.role_since > swaps.back().settled;
 }
 
