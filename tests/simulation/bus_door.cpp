@@ -380,6 +380,8 @@ static void drop_socket(ubus_context *context)
         close(context->sock.fd);
     context->sock.fd = -1;
     connection.reset();
+    calls.clear(); // nobody reads those that it had not taken
+    requests_are_lost();
 }
 
 static std::vector<ubus_object *> objects_of(ubus_context *context)
@@ -418,8 +420,6 @@ void ubus_free(ubus_context *context)
     door(t_door::bus);
     uloop_timeout_cancel(&context->pending_timer);
     drop_socket(context);
-    calls.clear();
-    requests_are_lost();
     bus_context = nullptr;
     free(context);
 }
