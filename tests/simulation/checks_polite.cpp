@@ -58,10 +58,20 @@ static t_time last_cycle_due()
     return last;
 }
 
+static std::string configured_pause; // when the last question was asked
+
+static void note_configured_pause()
+{
+    const std::string pause = option_of("network", "auto_wan_detect", "retry_interval");
+    if (pause != configured_pause)
+        changes.push_back(now());
+    configured_pause = pause;
+}
+
 // Looks at all ports that the doubling pauses leave room for.
 static uint32_t looks_within(t_time time)
 {
-    const int set = atoi(option_of("network", "auto_wan_detect", "retry_interval").c_str());
+    const int set = atoi(configured_pause.c_str());
     const int first = set >= SHORTEST_PAUSE_S ? set : FIRST_PAUSE_S;
     uint32_t looks = 0;
     for (t_time pause = first * SECOND; time >= pause; looks++) {
@@ -87,6 +97,7 @@ static void look_at_silent_port(const t_port &port)
 
 static void count_question(int port)
 {
+    note_configured_pause();
     const t_time since = now() - HOUR;
     const uint32_t asked = questions_since(port, since);
     if (asked <= STAGES)
