@@ -30,6 +30,7 @@ KEPT = HERE / "regressions"
 TABLE = HERE / "sharp.md"
 ROW = re.compile(r"^\| `(\w+)` \|.*\| ([0-9a-f]{8}) \|$", re.M)
 FAILED = re.compile(r"^seed (\d+): FAILED: (.*), hash [0-9a-f]{16}, ", re.M)
+NEAR = re.compile(r"^# near (\w+)$", re.M)
 ENDED = re.compile(r"^seed (\d+) with hash ([0-9a-f]{16}) reached((?: \d+)*)$", re.M)
 CHUNK = 50    # lives of the tree as it is that are played at once
 
@@ -116,6 +117,11 @@ class Player:
     def holds_word(self, seed):
         return not self.word or self.word in self.play("--seed", seed, "--show")
 
+    def near(self, seed):
+        """The kept life near which this one is drawn, or None."""
+        found = NEAR.search(self.play("--seed", seed, "--show"))
+        return found[1] if found else None
+
     def lives_of(self, undo, first, last):
         """The seeds of lives that may show that it is undone."""
         for seed in range(first, last + 1):
@@ -138,7 +144,7 @@ class Player:
             entry["played"] += 1
             entry["moved"] += self.usual_life(seed)["hash"] not in output
             if failed := FAILED.search(output):
-                return {**entry, "lives": seed, "caught": failed[2]}
+                return {**entry, "lives": seed, "caught": failed[2], "near": self.near(seed)}
         return {**entry, "lives": last, "caught": None}
 
 
@@ -170,27 +176,30 @@ def check_named(text):
 
 def write_table(book):
     """What the program that played last has come to."""
-    rows, drawn, shown, unseen = [], 0, 0, 0
+    rows, drawn, anew, shown, unseen = [], 0, 0, 0, 0
     keys = {entry["key"] for entry in book.entries[-1:]}
     for undo in all_undone():
         entries = [entry for entry in book.entries if entry["name"] == undo.name and entry["text"] == undo.hash
                    and entry["key"] in keys]
         hits = [entry for entry in entries if entry["caught"]]
         kept = next((entry["kept"] for entry in reversed(entries) if entry["kept"]), None)
+        first = min(hits, key=lambda entry: entry["lives"], default=None)
+        near = first and first["near"]
         drawn += bool(hits)
+        anew += bool(hits and near != undo.name)
         shown += bool(hits or kept)
         unseen += bool(undo.unseen and not hits and not kept)
         found = hits[-1]["caught"] if hits else kept
         how = check_named(found) if found else f"no life: {' '.join(undo.unseen)}" if undo.unseen else "-"
-        life = min(entry["lives"] for entry in hits) if hits else "-"
+        life = f"{first['lives']}{' near its kept one' if near == undo.name else f' near `{near}`' if near else ''}" if first else "-"
         rows.append(f"| `{undo.name}` | {' '.join(undo.story)} | {how} | {life} | {'yes' if kept else '-'} | {undo.hash} |")
     TABLE.write_text(f"""<!-- SPDX-License-Identifier: MIT -->
 # Which mend is missed by whom
 
 Written by `sharp.sh --table`; `sharp.sh --apply-only` tells when an undone mend is not the one of this table. Of {len(rows)} mends that are
-undone {drawn} are noticed by lives as they are drawn, {shown} by these or by the kept life of their name in `regressions/`, which
-`./test.sh` plays with the mend in place. The life is the seed of one that fails, so that so many lives are enough. For {unseen} it is
-told why no life has shown them; unit tests hold most of these.
+undone {drawn} are noticed by lives as they are drawn, {anew} of these first by one that is not drawn near the kept life of their name,
+{shown} by drawn lives or by that kept life itself, which `./test.sh` plays with the mend in place. The life is the seed of one that fails, so
+that so many lives are enough. For {unseen} it is told why no life has shown them; unit tests hold most of these.
 
 | undone | what goes wrong then | is noticed by | life | kept | text |
 |---|---|---|---|---|---|
