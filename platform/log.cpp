@@ -89,21 +89,23 @@ void t_outlet::leave()
 }
 
 // The room that there is may be taken by another program, and a terminal may have it for one byte, so lines go through
-// a descriptor that does not wait; not the one that others share, who would not expect it. Where none can be had the
-// line goes through that one all the same: it may tell why.
+// a descriptor that does not wait; not the one that others share, who would not expect it. Where none can be had a pipe
+// is written to all the same, and a terminal, which may be stopped for hours, is not: -1.
 int t_outlet::fd_of_line()
 {
     struct stat status = {};
     is_socket_ = fstat(standard_fd_, &status) == 0 && S_ISSOCK(status.st_mode);
-    if (!S_ISFIFO(status.st_mode) && !isatty(standard_fd_))
+    const bool is_pipe = S_ISFIFO(status.st_mode);
+    if (!is_pipe && !isatty(standard_fd_))
         return standard_fd_;
-    if (own_fd_ == -1 || status.st_dev != device_ || status.st_ino != inode_) {
+    if (own_fd_ != -1 && (status.st_dev != device_ || status.st_ino != inode_))
         leave();
+    if (own_fd_ == -1) {
         device_ = status.st_dev;
         inode_ = status.st_ino;
         own_fd_ = above_standard_descriptors(open(path_, O_WRONLY | O_NOCTTY | O_CLOEXEC | O_NONBLOCK));
     }
-    return own_fd_ == -1 ? standard_fd_ : own_fd_;
+    return own_fd_ == -1 && is_pipe ? standard_fd_ : own_fd_;
 }
 
 ssize_t t_outlet::write_now(int fd, const char *text, size_t size) const
@@ -161,7 +163,7 @@ void t_outlet::put(const char *text, size_t size)
 {
     const t_time_stamp start = get_time_stamp();
     const int fd = fd_of_line();
-    if (line_was_cut_ && write_to(fd, "\n", 1, start) == 0)
+    if (fd == -1 || (line_was_cut_ && write_to(fd, "\n", 1, start) == 0))
         return;
     const size_t written = write_to(fd, text, size, start);
     line_was_cut_ = written > 0 && written < size;

@@ -141,8 +141,7 @@ run_stage() {
     for name in "${processors[@]}"; do
         [ "$name" = "$tested" ] || others+=("$name")
     done
-    stage_in_order "${others[@]}" &
-    renice -n 10 $! >/dev/null
+    { renice -n 10 "$BASHPID" >/dev/null; stage_in_order "${others[@]}"; } &
     [ ${#others[@]} -eq ${#processors[@]} ] || stage_in_order "$tested" || failed=1
     wait $! || failed=1
     return $failed

@@ -736,17 +736,31 @@ TEST(log, the_room_of_a_pipe_may_be_taken_by_another_program)
 }
 
 // holds: log-shared
-TEST(log, a_terminal_hears_why_there_is_no_descriptor_left)
+TEST(log, a_pipe_hears_why_there_is_no_descriptor_left_and_a_terminal_holds_nobody_up)
 {
     log_set_level(LOG_LEVEL_Debug);
-    t_unread_terminal terminal;
     rlimit former = {};
     getrlimit(RLIMIT_NOFILE, &former);
     const rlimit none = {STDERR_FILENO + 1, former.rlim_max};
+    const auto say_it_often = [] {
+        for (int i = 0; i < 300; i++)
+            LOG(Error, "no descriptors\n");
+    };
+    int64_t took_ms = 0;
+    {
+        t_unread_terminal terminal;
+        setrlimit(RLIMIT_NOFILE, &none);
+        took_ms = milliseconds_of(say_it_often);
+        setrlimit(RLIMIT_NOFILE, &former);
+    }
+    EXPECT_LT(took_ms, 3 * LOG_WAIT_LIMIT_MS);
+    t_unread_pipe pipe;
+    log_close();
+    log_set_level(LOG_LEVEL_Debug);
     setrlimit(RLIMIT_NOFILE, &none);
     LOG(Error, "no descriptors\n");
     setrlimit(RLIMIT_NOFILE, &former);
-    EXPECT_NE(terminal.read_all().find("]: no descriptors"), std::string::npos);
+    EXPECT_NE(pipe.read_all().find("]: no descriptors"), std::string::npos);
 }
 
 // holds: log-reader-deaf
