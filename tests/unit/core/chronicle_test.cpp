@@ -2,6 +2,11 @@
 // What a cycle leaves in the chronicle: who opened it, what became of each port, what decided.
 #include "model/chronicle.h"
 
+#include <algorithm>
+#include <regex>
+#include <string>
+#include <vector>
+
 #include <arpa/inet.h>
 
 #include "core/cycle.h"
@@ -462,15 +467,25 @@ TEST_F(chronicle_of_cycles, a_role_that_did_not_move_is_a_swap_that_failed)
 
 // --- the line
 
+// How often it was said, however long the cycle took.
+static int verdicts_of(t_log_capture *log, const std::string &verdict)
+{
+    const std::regex line("Verdict: " + verdict + ", [0-9]+\\.[0-9] s");
+    const std::vector<t_log_line> lines = log->lines();
+    return static_cast<int>(std::count_if(lines.begin(), lines.end(), [&line](const t_log_line &one) {
+        return one.level == "Notice" && one.function == "tell_verdict" && std::regex_match(one.body, line);
+    }));
+}
+
 // holds: verdict-line
 TEST_F(chronicle_of_cycles, each_verdict_is_one_line)
 {
     plug({"eth1", "eth2"});
     fake_probes.dhcp_ports = {"eth1"};
     run_cycle();
-    EXPECT_EQ(log->count("Notice", "tell_verdict", "Verdict: eth1 by only_answer, 2 asked, 0.0 s"), 1);
+    EXPECT_EQ(verdicts_of(log.get(), "eth1 by only_answer, 2 asked"), 1);
     port_model.enable = 0;
     fire(engine.init_wan_detect_all);
     finish();
-    EXPECT_EQ(log->count("Notice", "tell_verdict", "Verdict: none by switched_off, 0 asked, 0.0 s"), 1);
+    EXPECT_EQ(verdicts_of(log.get(), "none by switched_off, 0 asked"), 1);
 }
