@@ -4,6 +4,7 @@
 // and so brings the questions of one series of short pauses more.
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
 
 #include "tests/simulation/checks.h"
 #include "tests/simulation/questions.h"
@@ -25,11 +26,18 @@ constexpr int SHORTEST_PAUSE_S = 10, FIRST_PAUSE_S = 30, LONGEST_PAUSE_S = 300;
 constexpr t_time UP_TO_QUESTIONS = 22 * SECOND + 9 * SECOND; // a link is seen, and settles
 
 static std::deque<t_time> changes; // from outside
-static std::deque<t_time> ups;     // of the ports' links
+static std::deque<t_time> ups;     // of the ports' links, and what hotplug calls said of them
 
 static void note_link(const t_port &port)
 {
     if (port.link && port.link_since == now())
+        ups.push_back(now());
+}
+
+// Whatever it says of a link, right or not, the daemon takes it for news.
+static void note_hotplug()
+{
+    if (ups.empty() || now() - ups.back() >= SECOND)
         ups.push_back(now());
 }
 
@@ -124,6 +132,8 @@ static void look_at_deed(const t_seen &seen)
 {
     if (seen.deed == t_deed::truth_changed && is_port(seen.port))
         note_link(port_at(seen.port));
+    if (seen.deed == t_deed::request_served && strcmp(seen.text, "hotplug") == 0)
+        note_hotplug();
     if (seen.deed == t_deed::frame_sent && seen.port != 0)
         count_question(seen.port);
     else if (comes_from_outside(seen) && (changes.empty() || changes.back() != now()))
