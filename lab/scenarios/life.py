@@ -252,7 +252,8 @@ class StartUp(LifeScenario):
         return self.up_to_the_loop(router, closed=(0, 1, 2), level=7)
 
     def life_the_bus_restarts_meanwhile(self, router):
-        def restart():
+        def restart(life):
+            life.said("init over")    # one that loses the bus while it comes onto it gives up
             router.bus.kill_broker()
             router.bus.start_broker()
         return self.up_to_the_loop(router, *DEBUG, before=restart)
@@ -264,7 +265,7 @@ class StartUp(LifeScenario):
         life = Life(*arguments, clock=router.clock, closed=closed)
         router.bus.wait_for_object("wan_detect", END_REAL_S)
         if before:
-            before()
+            before(life)
         wait_until(lambda: life.threads() == THREADS)
         answered = wait_until(lambda: router.bus.call("wan_detect", "set", enable=True) == {"err_code": 0})
         if level:
