@@ -8,13 +8,16 @@ set -f
 IFS=' '
 CONFIG=/etc/config/network
 LIMIT=512
+NEWLINE='
+'
 
 quote="[\"']\\{0,1\\}"
 blank='[[:space:]]'
 some=$blank'\{1,\}'
 section="^$blank*config${some}[^[:space:]]*$some${quote}auto_wan_detect${quote}$blank*\\(#.*\\)\\{0,1\\}\$"
 prefixes=$(sed -n "/$section/,/^$blank*config$blank/\
-s/^$blank*option$some${quote}port_prefix$quote$some$quote\\([^\"']*\\).*/\\1/p" "$CONFIG" 2>/dev/null)
+s/^$blank*option$some${quote}port_prefix$quote$some$quote\\([^\"']*\\).*/\\1 /p" "$CONFIG" 2>/dev/null)
+prefixes=${prefixes##*"$NEWLINE"} # of several the last one counts, as for `uci`
 case $prefixes in
 *[!' ']*) ;;
 *) prefixes= ;;

@@ -82,6 +82,7 @@ RIGHT = "config wan_detect 'auto_wan_detect'\n\toption port_prefix 'lan'\n"
     f"config device\n\t# auto_wan_detect follows\n{OTHER}\n{RIGHT}", f"config wan_detect 'auto_wan_detect2'\n{OTHER}\n{RIGHT}",
     f"config wan_detect 'my_auto_wan_detect'\n{OTHER}\n{RIGHT}", f"config auto_wan_detect 'x'\n{OTHER}\n{RIGHT}",
     f"config interface x # auto_wan_detect\n{OTHER}\n{RIGHT}", f"config device\n\toption about 'auto_wan_detect'\n{OTHER}\n{RIGHT}",
+    RIGHT.replace("\toption", f"{OTHER}\toption"),
     f"{RIGHT}\n  config device\n{OTHER}", f"{RIGHT}\toption port_prefix2 'no'\n",
     RIGHT.replace("'lan'", "'no\tlan lan no\t'"), RIGHT.replace("'auto_wan_detect'", "auto_wan_detect  # ours"), RIGHT.replace("config wan_detect", "  config  'wan_detect'")])
 def test_only_the_section_of_that_name_has_the_words(shell, network):
@@ -91,7 +92,7 @@ def test_only_the_section_of_that_name_has_the_words(shell, network):
 
 # holds: router-commands-prefix
 @pytest.mark.parametrize("shell", SHELLS)
-@pytest.mark.parametrize("network", ["", PREFIX % "option enable 'on'"])
+@pytest.mark.parametrize("network", ["", PREFIX % "option enable 'on'", PREFIX % "option port_prefix 'no'\n\toption port_prefix ''"])
 def test_without_configured_words_ports_begin_with_eth(shell, network):
     told = with_ports(shell, "get_all_port_state.sh", *veth("eth3"), *veth("lan1"), *veth("no1"), network=network)
     assert json.loads(told) == {"eth3": False}
