@@ -196,6 +196,31 @@ def test_a_lock_stops_no_start(router, shell, package):
     assert said == [f"{package} is locked: its settings are not checked"]
 
 
+# A `timeout` before the router's own, which does as these lines say first.
+TIMEOUT = """#!/bin/sh
+%s
+exec "$(PATH=${PATH#/mnt/state:}; command -v timeout)" "$@"
+"""
+
+
+def test_a_reload_asks_once_whether_the_daemon_can_begin(router, shell):
+    """A package that is locked at first, and then is gone."""
+    router.program("timeout", TIMEOUT % 'case $* in *"export protocol") mkdir /run/locked 2>/dev/null && exit 137 || exit 1 ;; esac')
+    told, _ = Service(router, shell, RIGHT).play("reload")
+    assert ["close"] in told
+
+
+@pytest.mark.parametrize("action", ["start", "boot", "reload"])
+def test_nothing_that_a_stranger_lets_wait_is_read(router, shell, action):
+    waits = "mkdir /tmp/.uci; echo \"network.auto_wan_detect.port_prefix='no'\" >/tmp/.uci/network; " \
+        "echo \"network.auto_wan_detect.enable='off'\" >>/tmp/.uci/network; chown -R 65534 /tmp/.uci"
+    router.program("wanlan_port_reload", "#!/bin/sh\necho called >>/mnt/state/calls\n")
+    told, said = Service(router, shell, RIGHT).play(action, before=f"mount --bind /mnt/state /sbin; {waits}")
+    assert ["close"] in told
+    assert said == ["/tmp/.uci is somebody else's, it is put aside"]
+    assert (router.state / "calls").exists() == (action == "boot")
+
+
 @pytest.mark.parametrize("strange", ["mkdir -m 755 /tmp/.uci; chown 65534 /tmp/.uci", "mkdir /tmp/x; ln -s x /tmp/.uci",
                                      "ln -s nothing /tmp/.uci", ":>/tmp/.uci"])
 def test_a_strangers_save_folder_is_put_aside(router, shell, strange):
