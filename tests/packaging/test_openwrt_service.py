@@ -63,7 +63,7 @@ class Service:
             (self.router.state / name).unlink(missing_ok=True)
         calls = [f"{self.shell} /mnt/state/rc.common {SCRIPT} {action}" for action in actions]
         done = self.router.run(before, *calls, "[ ! -e /run/wan_detect.settings ] || cp /run/wan_detect.settings /mnt/state/settings",
-                               "stat -c '%a %u' /tmp/.uci >/mnt/state/folder")
+                               "stat -c '%a %u' /tmp/.uci >/mnt/state/folder", "ls -A /tmp >/mnt/state/left")
         assert done.returncode == 0
         assert set(done.stderr.splitlines()) <= {"Killed"}    # what shells say of a `uci` that waited too long
         told, said = self.router.state / "told", self.router.state / "said"
@@ -81,6 +81,7 @@ def test_the_daemon_is_started_in_the_foreground_and_kept_alive(router, shell):
                     ["term_timeout", "10"], ["close"], ["trigger", "network", "switch", "protocol", "sysmode"]]
     assert said == []
     assert (router.state / "folder").read_text() == "700 0\n"
+    assert (router.state / "left").read_text() == ".uci\n"
 
 
 RIGHTS = "/etc/capabilities/wan_detect.json"
@@ -208,6 +209,14 @@ def test_a_reload_asks_once_whether_the_daemon_can_begin(router, shell):
     router.program("timeout", TIMEOUT % 'case $* in *"export protocol") mkdir /run/locked 2>/dev/null && exit 137 || exit 1 ;; esac')
     told, _ = Service(router, shell, RIGHT).play("reload")
     assert ["close"] in told
+
+
+@pytest.mark.parametrize("package", ["network", "switch", "protocol"])
+def test_a_lock_in_the_midst_of_the_checks_hinders_none(router, shell, package):
+    """Each call that waits for it would be ended, and its settings would be missing."""
+    router.program("timeout", TIMEOUT % f"""case $* in *"get "*wan_port_pool) :>/run/locked ;; esac
+[ ! -e /run/locked ] || case $* in *" {package}"*) exit 137 ;; esac""")
+    assert Service(router, shell, RIGHT).play("start")[1] == []
 
 
 @pytest.mark.parametrize("action", ["start", "boot", "reload"])
