@@ -26,6 +26,13 @@ def test_every_file_is_installed_and_every_file_installed_is_there():
     assert commands == {str(path.relative_to(ROOT)) for path in (ROOT / "router").iterdir()}
 
 
+@pytest.mark.parametrize("package", ["wan_detect", "wan_detect-commands/Default"])
+def test_who_waits_with_a_limit_has_the_program_for_it(package):
+    """Without `timeout` a lock is waited for without an end."""
+    needs = re.search(rf"^define Package/{package}$.*?^  DEPENDS:=(.*?)$", MAKEFILE, re.MULTILINE | re.DOTALL).group(1)
+    assert "+coreutils-timeout" in needs.split()
+
+
 def offered_methods():
     """What each of the daemon's two objects offers."""
     acts, tells = ((ROOT / "adapters" / name).read_text(encoding="utf-8") for name in ("bus_object.cpp", "state_object.cpp"))
