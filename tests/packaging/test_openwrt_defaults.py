@@ -4,6 +4,8 @@ import json
 
 import pytest
 
+from conftest import locked
+
 SCRIPT = "packaging/openwrt/files/wan_detect.defaults"
 BOARD = {"network": {"lan": {"ports": ["lan1", "lan2", "lan3"], "protocol": "static"},
                      "wan": {"device": "wan", "protocol": "dhcp"}}}
@@ -152,6 +154,18 @@ def test_a_file_that_cannot_be_read_stops_it(router, shell, package):
     for name, text in files.items():
         router.write(name, text)
     assert play(router, shell) == files
+
+
+@pytest.mark.parametrize("package", ["network", "switch"])
+def test_a_lock_stops_nothing(router, shell, package):
+    for name, text in OWN.items():
+        router.write(name, text)
+    (router.state / "board.json").write_text(json.dumps(BOARD), encoding="ascii")
+    done = router.run("cp /mnt/state/board.json /etc", locked(f"/etc/config/{package}"), f"timeout 30 {shell} {SCRIPT}")
+    assert done.returncode == 0
+    made = router.texts()
+    assert made["switch"] == OWN["switch"]
+    assert made["network"].endswith("option name 'lan1'\n")
 
 
 def test_what_waits_for_a_commit_is_neither_counted_nor_committed(router, shell):
