@@ -129,6 +129,9 @@ BEGINNINGS = [    # what is configured, and what is said where the daemon could 
     ({**RIGHT, "switch": SWITCH.replace("switch_port 'port", "port 'port")}, NO_PORT),
     ({**RIGHT, "network": NETWORK.replace("config device", "config bridge")}, NO_PORT),
     ({**RIGHT, "network": NETWORK.replace("'lan wan'", "'lan\twan'")}, NO_PORT),
+    ({**RIGHT, "network": NETWORK.replace("'lan wan'", "'lan\nwan'")}, NO_PORT),
+    ({**RIGHT, "switch": SWITCH.replace("port '1'", "port '-1'").replace("port '2'", "port '300'")}, NO_PORT),
+    ({**RIGHT, "switch": SWITCH.replace("option label 'LAN1'", "list label 'LAN1'")}, NO_PORT),
     ({**RIGHT, "network": NETWORK.replace("\toption port_prefix 'lan wan'\n", "")}, NO_PORT),
 ]
 
@@ -148,12 +151,23 @@ def test_what_could_not_begin_is_not_started_until_it_can(router, shell, package
 
 @pytest.mark.parametrize("change", [("network", ("'lan wan'", "' xy  wa'")), ("switch", ("'port2'\n\toption port '2'", "\n\toption port '2'")),
                                     ("switch", ("config wan 'wan'\n\toption switch_port 'port2'\n", "")),
+                                    ("switch", ("ifname 'wan'\n", "ifname 'wan9'\n"), ("port '1'", "port ' +1'")),
+                                    ("switch", ("option label 'WAN'", "list label 'WAN'")),
+                                    ("switch", ("option label 'LAN1'", "option label 'it'\\''s\n\tlist label x'")),
                                     ("network", ("config wan_detect 'auto_wan_detect'", "config detection 'auto_wan_detect'"))])
 def test_one_port_is_enough_to_begin(router, shell, change):
-    package, (there, instead) = change
-    assert there in RIGHT[package]
-    told, _ = Service(router, shell, {**RIGHT, package: RIGHT[package].replace(there, instead)}).play("start")
+    package, *changes = change
+    text = RIGHT[package]
+    for there, instead in changes:
+        assert there in text
+        text = text.replace(there, instead)
+    told, _ = Service(router, shell, {**RIGHT, package: text}).play("start")
     assert ["open"] in told
+
+
+def test_what_cannot_be_looked_at_may_begin(router, shell):
+    router.program("awk", "#!/bin/sh\nexit 127\n")
+    assert ["open"] in Service(router, shell, RIGHT).play("start")[0]
 
 
 def test_a_list_of_prefixes_counts_as_none_and_hinders_no_start(router, shell):
