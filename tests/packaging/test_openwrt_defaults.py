@@ -101,6 +101,16 @@ def test_a_port_without_a_number_is_not_listed(router, shell):
     assert "lan9" not in play(router, shell)["network"]
 
 
+def test_of_two_sections_with_one_name_the_first_counts(router, shell):
+    router.write("network", "")
+    router.write("switch", "".join(f"config switch_port 'port{number}'\n\toption ifname '{name}'\n\n"
+                                   for number, name in ((3, "wan"), (1, "lan1"), (2, "wan"))))
+    network = play(router, shell)["network"]
+    assert network.count("option name 'wan'") == 1
+    assert "option wan_port_pool '3 1 2'" in network
+    assert "switch.wan.switch_port='port3'" in router.shown("switch")
+
+
 def test_a_second_run_changes_nothing(router, shell):
     router.write("network", NETWORK)
     once = play(router, shell)

@@ -316,6 +316,11 @@ def test_without_a_word_names_begin_with_eth(router, shell, prefix):
     assert said == ["switch.port2.ifname is 'wan': no word of network.auto_wan_detect.port_prefix begins it"]
 
 
+def test_a_name_with_a_quote_is_found(router, shell):
+    packages = {package: text.replace("'lan1'", "'lan'\\''1'") for package, text in RIGHT.items()}
+    assert Service(router, shell, packages).play("start")[1] == []
+
+
 @pytest.mark.parametrize("value", ["off", "false", "0"])
 def test_who_switched_detection_off_hears_nothing(router, shell, value):
     network = NETWORK.replace("enable 'on'", f"enable '{value}'").replace("'1 2'", "'8'")
