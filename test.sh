@@ -220,7 +220,7 @@ trap 'exit 143' TERM
 say "Packages"
 step "install packages" install_packages "${packages[@]}" || exit 1
 if [ -z "${plain_user:-}" ] && { [ "$what" = all ] || [ "$what" = unit ]; }; then # real root installs them
-    step "get other processors' compilers" tests/architectures.sh get
+    step "get compilers for other processors" tests/architectures.sh get
 fi
 
 say "Release build"

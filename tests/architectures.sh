@@ -6,7 +6,7 @@
 # fails, fails this. Needs Debian and root; installs what is missing. Everything it writes is in build/architectures.
 #
 #   tests/architectures.sh          all of the following but the first two
-#   tests/architectures.sh get      only what the others need from Debian: compilers, the emulator, json-c
+#   tests/architectures.sh get      what the stage needs of others: compilers and the emulator, json-c, GoogleTest
 #   tests/architectures.sh stage    builds for each processor; the unit tests of frames, model, configuration and engine on MIPS
 #   tests/architectures.sh unit     all unit tests on each processor
 #   tests/architectures.sh cycle    the virtual router on MIPS: daemon, bus and configuration tools, in real time
@@ -88,20 +88,30 @@ exceptions() { # exceptions NAME: case, tab, reason
     sed -nE "s/^(all|$1) //p" tests/architectures/exceptions.txt
 }
 
-# build_stage NAME UNITED: compiled for a short wait, the product and those tests.
+# build_stage NAME UNITED TARGET...: compiled for a short wait.
 build_stage() {
-    local wanted=(wan_detect) tests=OFF
-    [ "$1" != "$tested" ] || wanted+=("${stage_tests[@]}") tests=ON
+    local tests=OFF
+    [ "$1" != "$tested" ] || tests=ON
     configure "$1" "$1/stage" -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS_DEBUG="-O0 -fno-exceptions -fno-rtti" -DWAN_DETECT_TESTS=$tests \
         -DWAN_DETECT_SHARED_HEADERS=ON -DWAN_DETECT_TEST_COMPILER=clang++-14 -DCMAKE_UNITY_BUILD="$2" -DCMAKE_UNITY_BUILD_BATCH_SIZE=0 &&
-        cmake --build "$base/$1/stage" -j "$jobs" --target "${wanted[@]}"
+        cmake --build "$base/$1/stage" -j "$jobs" --target "${@:3}"
+}
+
+run_get() {
+    local name
+    for name in "${processors[@]}"; do
+        quietly "libraries-$name" add_libraries "$name"
+    done
+    quietly googletest build_stage "$tested" ON gtest
 }
 
 # stage_on NAME: the sources of a library compile as one in a quarter of the time. Where two of them call something the same they
 # do not, and wan_detect_apart() is to make a second one of them; until then each is compiled for itself.
 stage_on() {
-    local qemu=("qemu-$1" -L "/usr/$(target_of "$1")") bin=$base/$1/stage/bin filter
-    add_libraries "$1" && { build_stage "$1" ON || build_stage "$1" OFF; } && "${qemu[@]}" "$bin/wan_detect" --version || return 1
+    local qemu=("qemu-$1" -L "/usr/$(target_of "$1")") bin=$base/$1/stage/bin wanted=(wan_detect) filter
+    [ "$1" != "$tested" ] || wanted+=("${stage_tests[@]}")
+    add_libraries "$1" && { build_stage "$1" ON "${wanted[@]}" || build_stage "$1" OFF "${wanted[@]}"; } || return 1
+    "${qemu[@]}" "$bin/wan_detect" --version || return 1
     [ "$1" = "$tested" ] || return 0
     filter="level/*:$(exceptions "$1" | cut -f 1 | paste -sd:)" # each of those filters some ten thousand frames
     printf '%s\n' "${stage_tests[@]}" | GTEST_FILTER=-$filter xargs -P "$jobs" -I PROGRAM \
@@ -228,4 +238,4 @@ esac
 [ "$(id -u)" -eq 0 ] || fail "needs root (network namespaces, raw sockets)"
 mkdir -p "$logs"
 prepare
-[ "$what" = get ] || "run_$what"
+"run_$what"
