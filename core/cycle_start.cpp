@@ -46,7 +46,7 @@ void uloop_init_wan_detect_all(uloop_timeout *)
     update_banned_device_list(&port_model.banned_list);
     open_cycle(); // before the list is made: a port that comes up meanwhile is in the one or among the parked ones
     generate_possible_wan_dev_list();
-    count_list_as_look();
+    stop_looking_again(); // this is the look
 }
 
 // Every pass reads the connection type anew, the first one of a cycle the port as well.

@@ -79,11 +79,6 @@ void cut_pause_short()
     uloop_timeout_cancel(&engine.look_again);
 }
 
-void count_list_as_look()
-{
-    engine.retry.due_ms = monotonic_ms() + static_cast<unsigned>(engine.retry.armed_s * MILLISECONDS_PER_SECOND);
-}
-
 void stop_looking_again()
 {
     engine.retry.was_cut = false;

@@ -17,10 +17,7 @@ void look_again_later();
 // A stage begins, behind which look_again_later() is asked for what is left of the pause.
 void cut_pause_short();
 
-// A cycle lists all ports itself: behind the stage that asks them the whole pause is waited.
-void count_list_as_look();
-
-// No look is due any more.
+// No look is due any more, for one that found something, or for a cycle that lists all ports itself.
 void stop_looking_again();
 
 // Something changed: the pauses begin with the shortest again, also the one that is running.

@@ -128,6 +128,7 @@ BEGINNINGS = [    # what is configured, and what is said where the daemon could 
     ({**RIGHT, "switch": SWITCH.replace("option port '1'", "").replace("option port '2'", "option port 'two'")}, NO_PORT),
     ({**RIGHT, "switch": SWITCH.replace("switch_port 'port", "port 'port")}, NO_PORT),
     ({**RIGHT, "network": NETWORK.replace("config device", "config bridge")}, NO_PORT),
+    ({**RIGHT, "network": "config device\n\tlist name 'lan0'\n" + NETWORK}, NO_PORT),
     ({**RIGHT, "network": NETWORK.replace("'lan wan'", "'lan\twan'")}, NO_PORT),
     ({**RIGHT, "network": NETWORK.replace("'lan wan'", "'lan\nwan'")}, NO_PORT),
     ({**RIGHT, "switch": SWITCH.replace("port '1'", "port '-1'").replace("port '2'", "port '300'")}, NO_PORT),
@@ -209,6 +210,16 @@ def test_a_lock_stops_no_start(router, shell, package):
     told, said = Service(router, shell, RIGHT).play("start", before=locked(f"/etc/config/{package}"))
     assert ["close"] in told
     assert said == [f"{package} is locked: its settings are not checked"]
+
+
+@pytest.mark.usefixtures("impatient")
+@pytest.mark.parametrize("package", ["network", "sysmode"])
+def test_a_lock_during_a_reload_restarts_nothing(router, shell, package):
+    service = Service(router, shell, RIGHT)
+    service.play("start")
+    former = service.settings()
+    service.play("reload", before=locked(f"/etc/config/{package}"))
+    assert service.settings() == former
 
 
 # A `timeout` before the router's own, which does as these lines say first.
