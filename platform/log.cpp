@@ -149,12 +149,12 @@ size_t t_outlet::write_to(int fd, const char *text, size_t size, t_time_stamp st
     size_t done = 0;
     while (done < size && has_room(fd, start)) {
         const ssize_t written = write_now(fd, text + done, std::min<size_t>(size - done, PIPE_BUF));
-        if (written == 0 || (written < 0 && !may_try_again(start)))
+        if (written > 0) {
+            reader_is_deaf_ = false;
+            done += static_cast<size_t>(written);
+        } else if (written == 0 || !may_try_again(start)) {
             break;
-        if (written < 0)
-            continue;
-        reader_is_deaf_ = false;
-        done += static_cast<size_t>(written);
+        }
     }
     return done;
 }
