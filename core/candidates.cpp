@@ -56,6 +56,13 @@ void generate_possible_wan_dev_list()
     }
 }
 
+void list_all_candidates()
+{
+    refresh_reserved_ports();
+    update_banned_device_list(&port_model.banned_list);
+    generate_possible_wan_dev_list();
+}
+
 static void adopt_parked_devices()
 {
     t_device_list_head adopted = {};

@@ -19,6 +19,9 @@ void refresh_reserved_ports();
 // Fills the empty list with every linked port of the pool that is neither reserved nor banned.
 void generate_possible_wan_dev_list();
 
+// The same within a cycle, for what is reserved or banned now.
+void list_all_candidates();
+
 // At the head of a pass: the ports that were parked during the cycle join, the WAN port is listed to be looked at
 // first, and the list is set right where it is not. The WAN port if it was not listed before, else null.
 const t_device *gather_candidates();

@@ -191,10 +191,20 @@ static bool wan_port_decides()
     return false;
 }
 
+// Where ports come up in turns, somebody is left at every pass: the look does not wait until nobody is.
+static void list_all_anew()
+{
+    engine.possible_wan_dev_list.clear();
+    list_all_candidates();
+    look_in(0);
+}
+
 static void ask_candidates()
 {
     engine.possible_wan_dev_list.remove(port_model.wan_dev); // it was listed only to be looked at first
     const bool somebody_is_left = filter_candidates();
+    if (somebody_is_left && begin_overdue_look())
+        return list_all_anew();
     note_ports_left_out();
     if (somebody_is_left)
         return confirm_candidates();

@@ -42,19 +42,28 @@ static int pause_after(int pause_s)
     return std::min(2 * pause_s, std::max(engine.retry.first_s, RETRY_LONGEST_S));
 }
 
-static void arm(int pause_s, int delay_ms)
+static void plan(int pause_s, int delay_ms)
 {
     engine.retry.armed_s = pause_s;
     engine.retry.due_ms = monotonic_ms() + static_cast<unsigned>(delay_ms);
+}
+
+static void arm(int pause_s, int delay_ms)
+{
+    plan(pause_s, delay_ms);
     uloop_timeout_set(&engine.look_again, delay_ms);
+}
+
+static int milliseconds_until_due()
+{
+    return static_cast<int>(engine.retry.due_ms - monotonic_ms());
 }
 
 // What is left of a pause that a stage cut short, or a whole one.
 static int delay_of(int pause_s, bool was_cut)
 {
     const int pause_ms = pause_s * MILLISECONDS_PER_SECOND;
-    const auto left_ms = static_cast<int>(engine.retry.due_ms - monotonic_ms());
-    return was_cut ? std::clamp(left_ms, 0, pause_ms) : pause_ms;
+    return was_cut ? std::clamp(milliseconds_until_due(), 0, pause_ms) : pause_ms;
 }
 
 void look_again_later()
@@ -89,8 +98,13 @@ void stop_looking_again()
 void begin_retries_anew()
 {
     engine.retry.next_s = 0; // a look that comes reckons it anew
-    if (engine.look_again.pending && engine.retry.armed_s > engine.retry.first_s)
-        arm(engine.retry.first_s, engine.retry.first_s * MILLISECONDS_PER_SECOND);
+    if (engine.retry.armed_s <= engine.retry.first_s)
+        return;
+    const int first_ms = engine.retry.first_s * MILLISECONDS_PER_SECOND;
+    if (engine.look_again.pending)
+        arm(engine.retry.first_s, first_ms);
+    else if (engine.retry.was_cut)
+        plan(engine.retry.first_s, std::min(milliseconds_until_due(), first_ms));
 }
 
 int retry_pause_s()
@@ -120,4 +134,18 @@ void begin_look(bool opens_cycle)
     engine.retry.round++;
     engine.retry.opened_cycle = opens_cycle;
     engine.silence_is_expected = true;
+}
+
+bool begin_overdue_look()
+{
+    if (!engine.retry.was_cut || milliseconds_until_due() > 0 || !port_model.router_mode)
+        return false;
+    begin_look(false);
+    engine.retry.first_s = first_pause_s();
+    if (engine.retry.first_s != NO_RETRIES) { // the next one may find ports that are asked as well
+        const int pause_s = std::max(engine.retry.next_s, engine.retry.first_s);
+        plan(pause_s, pause_s * MILLISECONDS_PER_SECOND);
+        engine.retry.was_cut = true;
+    }
+    return true;
 }

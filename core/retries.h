@@ -34,3 +34,6 @@ void begin_rounds();
 
 // A look begins; with `opens_cycle` in a cycle of its own.
 void begin_look(bool opens_cycle);
+
+// Begins the look whose pause was cut short and is over by now. False while none is due.
+bool begin_overdue_look();

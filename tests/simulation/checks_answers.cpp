@@ -250,7 +250,7 @@ static void look_for_untaken()
         return;
     }
     const t_time most = TAKEN_WITHIN + (loop_began() == NEVER ? 0 : time_loop_was_blocked() - blocked);
-    const t_time waited = now() - std::max(since, world.requests[open].sent);
+    const t_time waited = now() - std::max({since, world.requests[open].sent, world.health_since});
     if (waited > most)
         fail("answers: call %ld (%s) was not taken for %ld ms", static_cast<long>(world.requests[open].number),
              world.requests[open].method.c_str(), static_cast<long>(waited / MILLISECOND));

@@ -198,7 +198,7 @@ static void look_at_network_package()
     if (file == files.end() || file->second->changed == seen)
         return;
     seen = file->second->changed;
-    if (swaps.empty() || (swaps.back().ended != NEVER && seen > swaps.back().ended + WRITTEN_BY_SWAP))
+    if (swaps.empty() || seen > swaps.back().ended) // NEVER is later than all
         changed = seen;
 }
 

@@ -28,19 +28,29 @@ protected:
                                     "config auto_wan_detect 'auto_wan_detect'\n\toption retry_interval '" + value +
                                     "'\n");
     }
+    // It comes up and is in the next pass.
+    static void join(const char *port)
+    {
+        plug({port});
+        delay_trigger_thread(dev(port), 0);
+        fire(engine.start_wan_detect);
+    }
+    // The next step of a stage, or the pass behind it.
+    static void ask_on()
+    {
+        fire(engine.proto_detect_start.pending   ? engine.proto_detect_start
+             : engine.proto_detect_end.pending   ? engine.proto_detect_end
+             : engine.using_proto_detect.pending ? engine.using_proto_detect
+                                                 : engine.start_wan_detect);
+    }
     // eth2 comes up and is asked, alone and in vain, until a pause begins.
     static void ask_flapping_port()
     {
-        plug({"eth2"});
-        delay_trigger_thread(dev("eth2"), 0);
-        fire(engine.start_wan_detect);
+        join("eth2");
         EXPECT_EQ(armed(engine.proto_detect_start), 0);
         unplug({"eth2"});
         for (int i = 0; i < 100 && !engine.look_again.pending; i++)
-            fire(engine.proto_detect_start.pending   ? engine.proto_detect_start
-                 : engine.proto_detect_end.pending   ? engine.proto_detect_end
-                 : engine.using_proto_detect.pending ? engine.using_proto_detect
-                                                     : engine.start_wan_detect);
+            ask_on();
     }
     // The look comes and the pass after it.
     static void look()
@@ -71,16 +81,8 @@ TEST_F(look_again, a_port_that_was_silent_in_three_stages_is_asked_again_and_win
 {
     plug({"eth2"});
     open_cycle();
-    for (int i = 0; i < 100 && !engine.look_again.pending; i++) {
-        if (engine.proto_detect_start.pending)
-            fire(engine.proto_detect_start);
-        else if (engine.proto_detect_end.pending)
-            fire(engine.proto_detect_end);
-        else if (engine.using_proto_detect.pending)
-            fire(engine.using_proto_detect);
-        else
-            fire(engine.start_wan_detect);
-    }
+    for (int i = 0; i < 100 && !engine.look_again.pending; i++)
+        ask_on();
     ASSERT_EQ(pause_s(), 30);
     EXPECT_EQ(fake_probes.count("dhcp all"), 3);
     fake_probes.dhcp_ports = {"eth2"}; // the modem is up now
@@ -244,10 +246,7 @@ TEST_F(look_again, a_stage_that_begins_ends_the_pause_which_does_not_count_then)
     unplug({"eth2"});
     fire(engine.start_wan_detect.pending ? engine.start_wan_detect : engine.using_proto_detect);
     for (int i = 0; i < 20 && !engine.look_again.pending; i++)
-        fire(engine.proto_detect_start.pending   ? engine.proto_detect_start
-             : engine.proto_detect_end.pending   ? engine.proto_detect_end
-             : engine.using_proto_detect.pending ? engine.using_proto_detect
-                                                 : engine.start_wan_detect);
+        ask_on();
     EXPECT_EQ(pause_s(), 30);
 }
 
@@ -265,6 +264,36 @@ TEST_F(look_again, a_port_that_is_asked_again_and_again_does_not_put_it_off)
     EXPECT_EQ(pause_s(), 0) << "it fell due during the stage";
     look();
     EXPECT_EQ(pause_s(), 60) << "and is a look like any other";
+}
+
+// holds: overdue-look
+TEST_F(look_again, ports_that_are_asked_in_turns_do_not_put_it_off)
+{
+    open_cycle();
+    plug({"eth4"}); // without a word: a look alone finds it
+    for (int next_s : {60, 120, 240}) {
+        join("eth2");
+        ASSERT_EQ(armed(engine.proto_detect_start), 0);
+        EXPECT_EQ(candidates(), "eth2");
+        engine.retry.due_ms = monotonic_ms() - MILLISECONDS_PER_SECOND;
+        while (!engine.start_wan_detect.pending)
+            ask_on();
+        join("eth1"); // before the other one is through
+        EXPECT_EQ(candidates(), "eth1 eth2 eth4");
+        EXPECT_EQ(armed(engine.start_wan_detect), 0);
+        EXPECT_EQ(engine.retry.armed_s, next_s);
+        fire(engine.start_wan_detect);
+        EXPECT_EQ(armed(engine.proto_detect_start), 0) << "they are asked";
+        for (int i = 0; i < 100 && engine.possible_wan_dev_list.count != 0; i++)
+            ask_on();
+    }
+    join("eth2");
+    ASSERT_EQ(armed(engine.look_again), NOT_ARMED);
+    ASSERT_EQ(engine.retry.armed_s, 240);
+    wan_detect_process_link_change(dev("eth1"), false);
+    EXPECT_EQ(engine.retry.armed_s, 30) << "what changes counts here, too";
+    EXPECT_LE(static_cast<int>(engine.retry.due_ms - monotonic_ms()), 30000);
+    EXPECT_TRUE(stop_background_threads());
 }
 
 // holds: stage-ends-pause
@@ -496,10 +525,7 @@ TEST_F(look_again, a_change_before_a_stage_counts_behind_it)
     EXPECT_EQ(armed(engine.proto_detect_start), 0);
     EXPECT_EQ(armed(engine.look_again), NOT_ARMED);
     for (int i = 0; i < 100 && !engine.look_again.pending; i++)
-        fire(engine.proto_detect_start.pending   ? engine.proto_detect_start
-             : engine.proto_detect_end.pending   ? engine.proto_detect_end
-             : engine.using_proto_detect.pending ? engine.using_proto_detect
-                                                 : engine.start_wan_detect);
+        ask_on();
     EXPECT_EQ(pause_s(), 30);
     EXPECT_TRUE(stop_background_threads());
 }
