@@ -22,8 +22,11 @@ void generate_possible_wan_dev_list();
 // The same within a cycle, for what is reserved or banned now.
 void list_all_candidates();
 
-// At the head of a pass: the ports that were parked during the cycle join, the WAN port is listed to be looked at
-// first, and the list is set right where it is not. The WAN port if it was not listed before, else null.
+// The ports that were parked meanwhile join. False when there was none.
+bool adopt_parked_devices();
+
+// At the head of a pass: the WAN port is listed to be looked at first, and the list is set right where it is not. The
+// WAN port if it was not listed before, else null.
 const t_device *gather_candidates();
 
 // Writes every candidate's name, each followed by an ideographic comma, and returns how many candidates there are.

@@ -50,9 +50,11 @@ void uloop_init_wan_detect_all(uloop_timeout *)
 }
 
 // Every pass reads the connection type anew, the first one of a cycle the port as well.
-static void open_pass()
+// True for that one.
+static bool open_pass()
 {
-    if (begin_pass()) {
+    const bool is_first = begin_pass();
+    if (is_first) {
         note_cycle_begins();
         announce_cycle(true);
         begin_rounds();
@@ -63,6 +65,7 @@ static void open_pass()
             drop_swap_of_moved_role();
     }
     update_wan_ipv4_protocol(&port_model);
+    return is_first;
 }
 
 // Why a pass ends its cycle at once; none for one that goes on.
@@ -219,7 +222,7 @@ void uloop_start_wan_detect(uloop_timeout *)
     LOG_ENTER();
     if (pass_yields())
         return;
-    open_pass();
+    const bool is_first = open_pass();
     if (const t_decision end = look_for_an_end(); end != t_decision::none)
         return end_cycle_with(nullptr, end);
     if (request_is_under_way()) {
@@ -228,6 +231,9 @@ void uloop_start_wan_detect(uloop_timeout *)
         wait_behind_request();
         return look_in(CYCLE_RETRY_MS);
     }
+    const bool adopted = adopt_parked_devices();
+    if (adopted && !is_first)
+        begin_pause_while_asking();
     const t_device *listed_as_wan = gather_candidates();
     update_eth_link_status(port_model.dev_hashmap_head);
     if (!follow_role(listed_as_wan))

@@ -26,7 +26,7 @@ struct t_retry {
     int first_s;       // as configured when the running pause began, at first at start-up; 0 for never
     int armed_s;       // the pause that is running
     uint32_t due_ms;   // when that is over, on the clock of monotonic_ms()
-    bool was_cut;      // by a stage, which makes no look later
+    bool runs_on;      // behind the stages, which make no look later
     int next_s;        // the pause after it; 0 for the first again
     unsigned round;    // looks since the cycle opened by itself
     bool opened_cycle; // the next cycle is such a look

@@ -37,6 +37,12 @@ void read_first_pause()
     engine.retry.first_s = first_pause_of(option ? option_text(option) : nullptr);
 }
 
+static int read_next_pause_s()
+{
+    engine.retry.first_s = first_pause_s();
+    return engine.retry.first_s == NO_RETRIES ? NO_RETRIES : std::max(engine.retry.next_s, engine.retry.first_s);
+}
+
 static int pause_after(int pause_s)
 {
     return std::min(2 * pause_s, std::max(engine.retry.first_s, RETRY_LONGEST_S));
@@ -59,23 +65,22 @@ static int milliseconds_until_due()
     return static_cast<int>(engine.retry.due_ms - monotonic_ms());
 }
 
-// What is left of a pause that a stage cut short, or a whole one.
-static int delay_of(int pause_s, bool was_cut)
+// What is left of a pause that ran on behind a stage, or a whole one.
+static int delay_of(int pause_s, bool ran_on)
 {
     const int pause_ms = pause_s * MILLISECONDS_PER_SECOND;
-    return was_cut ? std::clamp(milliseconds_until_due(), 0, pause_ms) : pause_ms;
+    return ran_on ? std::clamp(milliseconds_until_due(), 0, pause_ms) : pause_ms;
 }
 
 void look_again_later()
 {
-    const bool was_cut = std::exchange(engine.retry.was_cut, false);
+    const bool ran_on = std::exchange(engine.retry.runs_on, false);
     if (engine.look_again.pending || !port_model.enable || !port_model.router_mode)
         return;
-    engine.retry.first_s = first_pause_s();
-    if (engine.retry.first_s == NO_RETRIES)
+    const int pause_s = read_next_pause_s();
+    if (pause_s == NO_RETRIES)
         return;
-    const int pause_s = std::max(engine.retry.next_s, engine.retry.first_s);
-    const int delay_ms = delay_of(pause_s, was_cut);
+    const int delay_ms = delay_of(pause_s, ran_on);
     LOG(Info, "No port left to ask, looking at all ports again in %ds!\n",
         (delay_ms + MILLISECONDS_PER_SECOND - 1) / MILLISECONDS_PER_SECOND);
     arm(pause_s, delay_ms);
@@ -84,13 +89,26 @@ void look_again_later()
 // A port whose link comes and goes all the time begins stages of its own, which must not put the look off for ever.
 void cut_pause_short()
 {
-    engine.retry.was_cut |= engine.look_again.pending;
+    engine.retry.runs_on |= engine.look_again.pending;
     uloop_timeout_cancel(&engine.look_again);
+}
+
+static void begin_pause_behind_stages()
+{
+    const int pause_s = read_next_pause_s();
+    plan(pause_s, pause_s * MILLISECONDS_PER_SECOND);
+    engine.retry.runs_on = pause_s != NO_RETRIES;
+}
+
+void begin_pause_while_asking()
+{
+    if (!engine.retry.runs_on && !engine.look_again.pending)
+        begin_pause_behind_stages();
 }
 
 void stop_looking_again()
 {
-    engine.retry.was_cut = false;
+    engine.retry.runs_on = false;
     uloop_timeout_cancel(&engine.look_again);
 }
 
@@ -103,7 +121,7 @@ void begin_retries_anew()
     const int first_ms = engine.retry.first_s * MILLISECONDS_PER_SECOND;
     if (engine.look_again.pending)
         arm(engine.retry.first_s, first_ms);
-    else if (engine.retry.was_cut)
+    else if (engine.retry.runs_on)
         plan(engine.retry.first_s, std::min(milliseconds_until_due(), first_ms));
 }
 
@@ -130,7 +148,7 @@ void begin_rounds()
 void begin_look(bool opens_cycle)
 {
     engine.retry.next_s = pause_after(engine.retry.armed_s); // a pause that was cut short does not count
-    engine.retry.was_cut = false;
+    engine.retry.runs_on = false;
     engine.retry.round++;
     engine.retry.opened_cycle = opens_cycle;
     engine.silence_is_expected = true;
@@ -138,14 +156,9 @@ void begin_look(bool opens_cycle)
 
 bool begin_overdue_look()
 {
-    if (!engine.retry.was_cut || milliseconds_until_due() > 0 || !port_model.router_mode)
+    if (!engine.retry.runs_on || milliseconds_until_due() > 0 || !port_model.router_mode)
         return false;
     begin_look(false);
-    engine.retry.first_s = first_pause_s();
-    if (engine.retry.first_s != NO_RETRIES) { // the next one may find ports that are asked as well
-        const int pause_s = std::max(engine.retry.next_s, engine.retry.first_s);
-        plan(pause_s, pause_s * MILLISECONDS_PER_SECOND);
-        engine.retry.was_cut = true;
-    }
+    begin_pause_behind_stages(); // the next one may find ports that are asked as well
     return true;
 }

@@ -17,6 +17,10 @@ void look_again_later();
 // A stage begins, behind which look_again_later() is asked for what is left of the pause.
 void cut_pause_short();
 
+// A port joins those that are asked, and others may follow, so that nobody ever asks for a look: it is due all the
+// same.
+void begin_pause_while_asking();
+
 // No look is due any more, for one that found something, or for a cycle that lists all ports itself.
 void stop_looking_again();
 
@@ -35,5 +39,5 @@ void begin_rounds();
 // A look begins; with `opens_cycle` in a cycle of its own.
 void begin_look(bool opens_cycle);
 
-// Begins the look whose pause was cut short and is over by now. False while none is due.
+// Begins the look whose pause is over by now although ports are asked still. False while none is due.
 bool begin_overdue_look();

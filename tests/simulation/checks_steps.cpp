@@ -7,6 +7,7 @@
 
 #include "tests/simulation/checks.h"
 #include "tests/simulation/file_tree.h"
+#include "tests/simulation/memory.h"
 #include "tests/simulation/stuck.h"
 #include "tests/simulation/ways.h"
 #include "tests/simulation/world.h"
@@ -90,9 +91,9 @@ static void begin_cycle()
     if (swaps.empty() || swaps.back().was_tested)
         return;
     swaps.back().was_tested = true;
-    // A role that nobody can read counts as a failed test, and so does one that is moved before the cycle is over: it
-    // may be the command that failed.
-    swaps.back().is_foreign = world.health.configuration && world.health.machine &&
+    // A role that nobody can read counts as a failed test, also where the swap was over without a look at it, and so
+    // does one that is moved before the cycle is over: it may be the command that failed.
+    swaps.back().is_foreign = world.health.configuration && world.health.machine && !memory_was_refused() &&
                               world.role_mover == t_mover::somebody && is_port(world.role_holder) &&
                               world.role_holder != swaps.back().port && world.role_since > swaps.back().settled;
 }

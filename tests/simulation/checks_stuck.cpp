@@ -142,6 +142,10 @@ static void look_at_deed(const t_seen &seen)
     switch (seen.deed) {
     case t_deed::command_started:
         return note_start(seen);
+    case t_deed::command_refused:
+        if (is_scan(seen.text))
+            scanned = now();
+        return;
     case t_deed::command_ended:
         return note_end(seen);
     case t_deed::frame_sent:

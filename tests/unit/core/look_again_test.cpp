@@ -296,13 +296,49 @@ TEST_F(look_again, ports_that_are_asked_in_turns_do_not_put_it_off)
     EXPECT_TRUE(stop_background_threads());
 }
 
+// holds: overdue-look
+TEST_F(look_again, ports_that_join_a_cycle_before_its_first_pause_do_not_put_it_off)
+{
+    plug({"eth2"});
+    open_cycle();
+    while (!engine.start_wan_detect.pending)
+        ask_on();
+    EXPECT_FALSE(engine.retry.runs_on);
+    join("eth1");
+    EXPECT_EQ(engine.retry.armed_s, 30);
+    const uint32_t due_ms = engine.retry.due_ms;
+    EXPECT_NEAR(static_cast<int>(due_ms - monotonic_ms()), 30000, 5000);
+    while (!engine.start_wan_detect.pending)
+        ask_on();
+    join("eth3");
+    EXPECT_EQ(engine.retry.due_ms, due_ms) << "it runs already";
+    plug({"eth4"}); // without a word
+    engine.retry.due_ms = monotonic_ms() - MILLISECONDS_PER_SECOND;
+    while (!engine.start_wan_detect.pending)
+        ask_on();
+    fire(engine.start_wan_detect);
+    EXPECT_EQ(candidates(), "eth1 eth2 eth3 eth4");
+}
+
+// holds: overdue-look, retry-interval
+TEST_F(look_again, an_interval_of_0_switches_it_off_for_ports_that_join_too)
+{
+    configure_interval("0");
+    plug({"eth2"});
+    open_cycle();
+    while (!engine.start_wan_detect.pending)
+        ask_on();
+    join("eth1");
+    EXPECT_FALSE(engine.retry.runs_on);
+}
+
 // holds: stage-ends-pause
 TEST_F(look_again, a_cycle_that_asks_all_ports_is_a_look)
 {
     look_again_later();
     cut_pause_short();
     look_again_later(); // both may be: one that runs, and one that was cut
-    engine.retry.was_cut = true;
+    engine.retry.runs_on = true;
     engine.retry.due_ms = monotonic_ms() + MILLISECONDS_PER_SECOND;
     start_wan_detect_all(0);
     fire(engine.init_wan_detect_all);
