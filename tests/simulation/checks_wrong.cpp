@@ -42,6 +42,7 @@ namespace {
 
 bool was_well = true; // all surroundings
 t_time well_since = 0, well_until = 0;
+t_time away_since = NEVER; // who tells of the WAN port
 
 struct t_past {
     t_port_truth truth;
@@ -211,16 +212,19 @@ static void judge_engine(const t_port &port)
         fail("never wrong: %s gets the role while detection is off", name);
 }
 
-// A bus or a network manager that is away says nothing, and is waited for.
-static bool nobody_can_tell()
+// A bus or a network manager that is away when the daemon looks says nothing, and is waited for.
+static bool nobody_can_tell(t_time pass)
 {
-    const bool is_away = !bus.is_up || !service_is_there("network.interface");
-    return is_away && world.health.commands && world.health.configuration && world.health.machine &&
+    return away_since < pass && world.health.commands && world.health.configuration && world.health.machine &&
            now() - well_until < WAITED_FOR;
 }
 
 static void note_health()
 {
+    if (bus.is_up && service_is_there("network.interface"))
+        away_since = NEVER;
+    else
+        away_since = std::min(away_since, now());
     if (was_well && !world.health.all())
         well_until = now();
     if (!was_well && world.health.all())
@@ -248,7 +252,7 @@ static void judge_former_holder(const t_port &port)
         std::max({holder.link_since, holder.truth_since, world.role_since, world.health_since, world.connection_since});
     const t_time pass = pass_before_swap_to(port.number);
     const t_time steady = std::max({holder.link_since, holder.truth_since, world.role_since, world.connection_since});
-    if (nobody_can_tell() && holder.link && holder.truth.serves && !holder.truth.may_be_banned &&
+    if (nobody_can_tell(pass) && holder.link && holder.truth.serves && !holder.truth.may_be_banned &&
         std::max(steady, well_since) < well_until - LONG_BEFORE)
         fail("never wrong: %s takes the role from %s, which worked, while nobody can tell", port.name.c_str(),
              holder.name.c_str());

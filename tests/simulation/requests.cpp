@@ -60,6 +60,8 @@ static void take_ban(const t_request &request)
     const t_time end = request.value == -1 ? NEVER : now() + request.value * SECOND;
     if (!memory_will_be_refused()) // else there may be none for it
         port.banned_at_least = link_was_settled(port) ? std::max(port.banned_at_least, end) : end;
+    else if (!link_was_settled(port))
+        port.banned_at_least = 0; // nor is there one of before
     port.banned_at = now();
     port.banned_until = std::max(port.banned_until, end);
     if (end != NEVER)
