@@ -6,7 +6,7 @@
 # fails, fails this. Needs Debian and root; installs what is missing. Everything it writes is in build/architectures.
 #
 #   tests/architectures.sh          all of the following but the first two
-#   tests/architectures.sh get      what the stage needs of others: compilers and the emulator, json-c, GoogleTest
+#   tests/architectures.sh get      what the stage needs of others: compilers and the emulator, json-c, GoogleTest, headers read once
 #   tests/architectures.sh stage    builds for each processor; the unit tests of frames, model, configuration and engine on MIPS
 #   tests/architectures.sh unit     all unit tests on each processor
 #   tests/architectures.sh cycle    the virtual router on MIPS: daemon, bus and configuration tools, in real time
@@ -104,7 +104,7 @@ run_get() {
     for name in "${processors[@]}"; do
         quietly "libraries-$name" add_libraries "$name"
     done
-    [[ " ${processors[*]} " != *" $tested "* ]] || quietly googletest build_stage "$tested" ON gtest
+    [[ " ${processors[*]} " != *" $tested "* ]] || quietly googletest build_stage "$tested" ON gtest test_headers
 }
 
 # stage_on NAME: the sources of a library compile as one in a quarter of the time. Where two of them call something the same they
