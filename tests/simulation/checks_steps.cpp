@@ -300,13 +300,16 @@ static t_time role_is_there_since()
     return since;
 }
 
-// Between cycles its loss opens one, and a loss behind the last pass of a cycle one more.
+// Between cycles its loss opens one, and a loss behind the last pass of a cycle one more. What connection there is nobody
+// looks for: where none could be found when it was lost, a look does.
 static void look_at_lost_port()
 {
     const t_time has_role_since = role_is_there_since();
+    const t_time lost =
+        is_port(world.role_holder) ? std::max(port_at(world.role_holder).link_since, has_role_since) : NEVER;
     const bool is_free = start_was_deceived() || step.state != resting || !is_port(world.role_holder) ||
                          port_at(world.role_holder).link || !detection_is_undisturbed() || !is_detectable() ||
-                         std::max(port_at(world.role_holder).link_since, has_role_since) < last_pass ||
+                         world.connection_since > lost || lost < last_pass ||
                          (!swaps.empty() && !swaps.back().was_tested);
     static t_time blocked = 0, since = 0;
     if (is_free) {
@@ -314,8 +317,7 @@ static void look_at_lost_port()
         blocked = time_loop_was_blocked();
         return;
     }
-    const t_time unchanged =
-        std::max({since, port_at(world.role_holder).link_since, has_role_since, unchanged_since()});
+    const t_time unchanged = std::max({since, lost, unchanged_since()});
     const t_time limit = SEEN + LOSS + SLACK + time_loop_was_blocked() - blocked;
     if (now() - unchanged > limit)
         fail("steps: port %d has the role and no link for %ld s, and no cycle is open", world.role_holder,
