@@ -47,8 +47,8 @@ void generate_possible_wan_dev_list()
     LOG_ENTER();
     t_read_guard guard(engine.gate.locks.device_lock);
     for (t_device *dev = port_model.dev_hashmap_head; dev; dev = static_cast<t_device *>(dev->hh.next)) {
-        if (!may_be_wan(dev))
-            continue;
+        if (!may_be_wan(dev) || engine.possible_wan_dev_list.find(dev))
+            continue; // who is asked already goes on where it was
         if (engine.possible_wan_dev_list.add(dev) == OK)
             LOG(Debug, "Add device %s to possible wan list!\n", dev->name);
         else

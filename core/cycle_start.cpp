@@ -50,11 +50,9 @@ void uloop_init_wan_detect_all(uloop_timeout *)
 }
 
 // Every pass reads the connection type anew, the first one of a cycle the port as well.
-// True for that one.
-static bool open_pass()
+static void open_pass()
 {
-    const bool is_first = begin_pass();
-    if (is_first) {
+    if (begin_pass()) {
         note_cycle_begins();
         announce_cycle(true);
         begin_rounds();
@@ -65,7 +63,6 @@ static bool open_pass()
             drop_swap_of_moved_role();
     }
     update_wan_ipv4_protocol(&port_model);
-    return is_first;
 }
 
 // Why a pass ends its cycle at once; none for one that goes on.
@@ -194,23 +191,28 @@ static bool wan_port_decides()
     return false;
 }
 
-// Where ports come up in turns, somebody is left at every pass: the look does not wait until nobody is.
-static void list_all_anew()
+// Where ports come up in turns there is always one left to ask, and nobody ever waits for the next look: it comes with
+// one of them.
+static bool looks_in_passing()
 {
-    engine.possible_wan_dev_list.clear();
+    if (engine.possible_wan_dev_list.count == 0 || !begin_overdue_look())
+        return false;
     list_all_candidates();
-    look_in(0);
+    engine.possible_wan_dev_list.remove(port_model.wan_dev);
+    return true;
 }
 
-static void ask_candidates()
+static void ask_candidates(bool some_joined)
 {
     engine.possible_wan_dev_list.remove(port_model.wan_dev); // it was listed only to be looked at first
+    const bool all_are_listed = looks_in_passing();
     const bool somebody_is_left = filter_candidates();
-    if (somebody_is_left && begin_overdue_look())
-        return list_all_anew();
     note_ports_left_out();
-    if (somebody_is_left)
+    if (somebody_is_left) {
+        if (some_joined && !all_are_listed)
+            begin_pause_while_asking();
         return confirm_candidates();
+    }
     LOG_AS(PASS, Debug, "Zero device need to detect after filter! waiting for other devices plug in trigger!\n");
     poll_for_candidates();
     look_for_hints_of_nobody();
@@ -222,7 +224,7 @@ void uloop_start_wan_detect(uloop_timeout *)
     LOG_ENTER();
     if (pass_yields())
         return;
-    const bool is_first = open_pass();
+    open_pass();
     if (const t_decision end = look_for_an_end(); end != t_decision::none)
         return end_cycle_with(nullptr, end);
     if (request_is_under_way()) {
@@ -231,13 +233,11 @@ void uloop_start_wan_detect(uloop_timeout *)
         wait_behind_request();
         return look_in(CYCLE_RETRY_MS);
     }
-    const bool adopted = adopt_parked_devices();
-    if (adopted && !is_first)
-        begin_pause_while_asking();
+    const bool some_joined = adopt_parked_devices();
     const t_device *listed_as_wan = gather_candidates();
     update_eth_link_status(port_model.dev_hashmap_head);
     if (!follow_role(listed_as_wan))
         return end_cycle_with(nullptr, t_decision::role_is_foreign);
     if (!wan_port_decides())
-        ask_candidates();
+        ask_candidates(some_joined);
 }

@@ -21,15 +21,19 @@ enum class t_cycle_state : uint8_t { resting, waiting, looking, probing, judging
 // Who holds the one protocol-probe stage.
 enum class t_stage_owner : uint8_t { nobody, cycle, request };
 
-// The pauses between two looks of a cycle that finds nobody.
+// A pause that goes on while ports are asked: one that their stage cut short, whose rest is waited for behind it, or
+// one that began meanwhile.
+enum class t_running_on : uint8_t { none, cut, begun };
+
+// The pauses between two looks of a cycle that has not found anybody yet.
 struct t_retry {
-    int first_s;       // as configured when the running pause began, at first at start-up; 0 for never
-    int armed_s;       // the pause that is running
-    uint32_t due_ms;   // when that is over, on the clock of monotonic_ms()
-    bool runs_on;      // behind the stages, which make no look later
-    int next_s;        // the pause after it; 0 for the first again
-    unsigned round;    // looks since the cycle opened by itself
-    bool opened_cycle; // the next cycle is such a look
+    int first_s;          // as configured when the running pause began, at first at start-up; 0 for never
+    int armed_s;          // the pause that is running
+    uint32_t due_ms;      // when that is over, on the clock of monotonic_ms()
+    t_running_on runs_on; // while ports are asked
+    int next_s;           // the pause after it; 0 for the first again
+    unsigned round;       // looks since the cycle opened by itself
+    bool opened_cycle;    // the next cycle is such a look
 };
 
 // What tells whether a file was changed meanwhile.

@@ -65,22 +65,22 @@ static int milliseconds_until_due()
     return static_cast<int>(engine.retry.due_ms - monotonic_ms());
 }
 
-// What is left of a pause that ran on behind a stage, or a whole one.
-static int delay_of(int pause_s, bool ran_on)
+// What is left of a pause that a stage cut short, or a whole one.
+static int delay_of(int pause_s, bool was_cut)
 {
     const int pause_ms = pause_s * MILLISECONDS_PER_SECOND;
-    return ran_on ? std::clamp(milliseconds_until_due(), 0, pause_ms) : pause_ms;
+    return was_cut ? std::clamp(milliseconds_until_due(), 0, pause_ms) : pause_ms;
 }
 
 void look_again_later()
 {
-    const bool ran_on = std::exchange(engine.retry.runs_on, false);
+    const bool was_cut = std::exchange(engine.retry.runs_on, t_running_on::none) == t_running_on::cut;
     if (engine.look_again.pending || !port_model.enable || !port_model.router_mode)
         return;
     const int pause_s = read_next_pause_s();
     if (pause_s == NO_RETRIES)
         return;
-    const int delay_ms = delay_of(pause_s, ran_on);
+    const int delay_ms = delay_of(pause_s, was_cut);
     LOG(Info, "No port left to ask, looking at all ports again in %ds!\n",
         (delay_ms + MILLISECONDS_PER_SECOND - 1) / MILLISECONDS_PER_SECOND);
     arm(pause_s, delay_ms);
@@ -89,26 +89,25 @@ void look_again_later()
 // A port whose link comes and goes all the time begins stages of its own, which must not put the look off for ever.
 void cut_pause_short()
 {
-    engine.retry.runs_on |= engine.look_again.pending;
+    if (engine.look_again.pending)
+        engine.retry.runs_on = t_running_on::cut;
     uloop_timeout_cancel(&engine.look_again);
-}
-
-static void begin_pause_behind_stages()
-{
-    const int pause_s = read_next_pause_s();
-    plan(pause_s, pause_s * MILLISECONDS_PER_SECOND);
-    engine.retry.runs_on = pause_s != NO_RETRIES;
 }
 
 void begin_pause_while_asking()
 {
-    if (!engine.retry.runs_on && !engine.look_again.pending)
-        begin_pause_behind_stages();
+    if (engine.retry.runs_on != t_running_on::none || engine.look_again.pending)
+        return;
+    const int pause_s = read_next_pause_s();
+    if (pause_s == NO_RETRIES)
+        return;
+    plan(pause_s, pause_s * MILLISECONDS_PER_SECOND);
+    engine.retry.runs_on = t_running_on::begun;
 }
 
 void stop_looking_again()
 {
-    engine.retry.runs_on = false;
+    engine.retry.runs_on = t_running_on::none;
     uloop_timeout_cancel(&engine.look_again);
 }
 
@@ -121,7 +120,7 @@ void begin_retries_anew()
     const int first_ms = engine.retry.first_s * MILLISECONDS_PER_SECOND;
     if (engine.look_again.pending)
         arm(engine.retry.first_s, first_ms);
-    else if (engine.retry.runs_on)
+    else if (engine.retry.runs_on != t_running_on::none)
         plan(engine.retry.first_s, std::min(milliseconds_until_due(), first_ms));
 }
 
@@ -142,13 +141,14 @@ void begin_rounds()
     if (!engine.retry.opened_cycle)
         engine.retry.round = 0;
     engine.retry.opened_cycle = false;
+    engine.retry.runs_on = t_running_on::none;
     engine.silence_is_expected = true;
 }
 
 void begin_look(bool opens_cycle)
 {
     engine.retry.next_s = pause_after(engine.retry.armed_s); // a pause that was cut short does not count
-    engine.retry.runs_on = false;
+    engine.retry.runs_on = t_running_on::none;
     engine.retry.round++;
     engine.retry.opened_cycle = opens_cycle;
     engine.silence_is_expected = true;
@@ -156,9 +156,12 @@ void begin_look(bool opens_cycle)
 
 bool begin_overdue_look()
 {
-    if (!engine.retry.runs_on || milliseconds_until_due() > 0 || !port_model.router_mode)
+    if (engine.retry.runs_on == t_running_on::none || milliseconds_until_due() > 0 || !port_model.router_mode)
         return false;
+    engine.retry.runs_on = t_running_on::none;
+    if (read_next_pause_s() == NO_RETRIES)
+        return false;
+    LOG(Info, "There is always a port left to ask, looking at all ports now!\n");
     begin_look(false);
-    begin_pause_behind_stages(); // the next one may find ports that are asked as well
     return true;
 }

@@ -38,6 +38,7 @@ struct t_step {
 };
 
 struct t_swap {
+    t_time began = 0;
     t_time ended = NEVER;   // its command; NEVER while it runs
     t_time settled = NEVER; // the cycle that made it is over
     t_time blocked = 0;
@@ -93,9 +94,10 @@ static void begin_cycle()
     swaps.back().was_tested = true;
     // A role that nobody can read counts as a failed test, also where the swap was over without a look at it, and so
     // does one that is moved before the cycle is over: it may be the command that failed.
-    swaps.back().is_foreign = world.health.configuration && world.health.machine && !memory_was_refused() &&
-                              world.role_mover == t_mover::somebody && is_port(world.role_holder) &&
-                              world.role_holder != swaps.back().port && world.role_since > swaps.back().settled;
+    swaps.back().is_foreign = world.health.configuration && world.health.machine &&
+                              !memory_was_refused(swaps.back().began) && world.role_mover == t_mover::somebody &&
+                              is_port(world.role_holder) && world.role_holder != swaps.back().port &&
+                              world.role_since > swaps.back().settled;
 }
 
 static void note_way(size_t from, size_t to)
@@ -230,7 +232,7 @@ static void note_swap(const char *command)
     if (atoi(command + strlen(SWAP)) == world.role_holder)
         return; // the other side of the same port
     look_at_pause_before_swap();
-    swaps.push_back({.port = atoi(command + strlen(SWAP))});
+    swaps.push_back({.began = now(), .port = atoi(command + strlen(SWAP))});
 }
 
 // --- what happened
@@ -300,8 +302,8 @@ static t_time role_is_there_since()
     return since;
 }
 
-// Between cycles its loss opens one, and a loss behind the last pass of a cycle one more. What connection there is nobody
-// looks for: where none could be found when it was lost, a look does.
+// Between cycles its loss opens one, and a loss behind the last pass of a cycle one more. What connection there is
+// nobody looks for: where none could be found when it was lost, a look does.
 static void look_at_lost_port()
 {
     const t_time has_role_since = role_is_there_since();

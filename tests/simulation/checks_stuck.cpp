@@ -143,7 +143,7 @@ static void look_at_deed(const t_seen &seen)
     case t_deed::command_started:
         return note_start(seen);
     case t_deed::command_refused:
-        if (is_scan(seen.text))
+        if (self().number != 0 && is_scan(seen.text))
             scanned = now();
         return;
     case t_deed::command_ended:

@@ -5,6 +5,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "tests/simulation/scheduler.h"
+
 namespace sim {
 
 // What the daemon has got and not given back.
@@ -20,8 +22,8 @@ void refuse_memory(uint64_t first, uint64_t count);
 // Whether some of them are still to come.
 bool memory_will_be_refused();
 
-// Whether one was.
-bool memory_was_refused();
+// Whether one was, at that time or later.
+bool memory_was_refused(t_time since = 0);
 
 // While one exists, allocations are the simulation's own: they are never refused.
 struct t_own_memory {

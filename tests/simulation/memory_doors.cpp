@@ -64,12 +64,12 @@ t_block *free_blocks[LISTS];
 t_memory_use in_use;
 uint64_t allocations, refused_from = UINT64_MAX, refused_to = 0;
 int own_depth = 0;
-bool was_refused = false;
+t_time refused_at = NEVER; // last
 
 [[gnu::noinline, gnu::cold]] bool refuse()
 {
     log_line("memory", "is refused");
-    was_refused = true;
+    refused_at = now();
     world.connection_read = 0; // perhaps in the midst of it
     if (!world.model_is_read)
         world.detection_in_doubt = true; // `enable` that cannot be read is off
@@ -176,9 +176,9 @@ bool memory_will_be_refused()
     return refused_from < refused_to && allocations < refused_to;
 }
 
-bool memory_was_refused()
+bool memory_was_refused(t_time since)
 {
-    return was_refused;
+    return refused_at != NEVER && refused_at >= since;
 }
 
 t_own_memory::t_own_memory()

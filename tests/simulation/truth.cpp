@@ -73,9 +73,15 @@ static bool is_in_pool(const t_port &port)
     return world.ports.size() <= MOST_PORTS_WITH_POOL && std::find(pool.begin(), pool.end(), port.number) != pool.end();
 }
 
-// The daemon has seen by then what was so from `since` on. While detection is off it does not look.
+static t_time commands_were_ill = 0; // last
+
+// The daemon has seen by then what was so from `since` on. While detection is off it does not look, and while commands
+// fail it looks in vain.
 static bool was_seen(t_time since, t_time then)
 {
+    if (!world.health.commands)
+        return false;
+    since = std::max(since, commands_were_ill);
     if (world.detection_on)
         return std::max(since, world.detection_since) + LINKS_ARE_KNOWN_AFTER <= then;
     return since + LINKS_ARE_KNOWN_AFTER <= std::min(then, world.detection_since);
@@ -152,6 +158,8 @@ static void note_health()
     world.manager_was_ill_early = world.manager_was_ill_early || (is_early && !health.manager);
     if (!differ(health, world.health))
         return;
+    if (!world.health.commands)
+        commands_were_ill = now();
     world.health = health;
     world.health_since = now();
     saw({.deed = t_deed::truth_changed, .number = health.all(), .text = "health"});

@@ -43,14 +43,23 @@ protected:
              : engine.using_proto_detect.pending ? engine.using_proto_detect
                                                  : engine.start_wan_detect);
     }
+    static void ask_one_stage()
+    {
+        for (int i = 0; i < 10 && !engine.start_wan_detect.pending; i++)
+            ask_on();
+    }
+    static void ask_until_nobody_is_left()
+    {
+        for (int i = 0; i < 100 && !engine.look_again.pending; i++)
+            ask_on();
+    }
     // eth2 comes up and is asked, alone and in vain, until a pause begins.
     static void ask_flapping_port()
     {
         join("eth2");
         EXPECT_EQ(armed(engine.proto_detect_start), 0);
         unplug({"eth2"});
-        for (int i = 0; i < 100 && !engine.look_again.pending; i++)
-            ask_on();
+        ask_until_nobody_is_left();
     }
     // The look comes and the pass after it.
     static void look()
@@ -81,8 +90,7 @@ TEST_F(look_again, a_port_that_was_silent_in_three_stages_is_asked_again_and_win
 {
     plug({"eth2"});
     open_cycle();
-    for (int i = 0; i < 100 && !engine.look_again.pending; i++)
-        ask_on();
+    ask_until_nobody_is_left();
     ASSERT_EQ(pause_s(), 30);
     EXPECT_EQ(fake_probes.count("dhcp all"), 3);
     fake_probes.dhcp_ports = {"eth2"}; // the modem is up now
@@ -245,8 +253,7 @@ TEST_F(look_again, a_stage_that_begins_ends_the_pause_which_does_not_count_then)
     EXPECT_EQ(armed(engine.look_again), NOT_ARMED);
     unplug({"eth2"});
     fire(engine.start_wan_detect.pending ? engine.start_wan_detect : engine.using_proto_detect);
-    for (int i = 0; i < 20 && !engine.look_again.pending; i++)
-        ask_on();
+    ask_until_nobody_is_left();
     EXPECT_EQ(pause_s(), 30);
 }
 
@@ -271,29 +278,21 @@ TEST_F(look_again, ports_that_are_asked_in_turns_do_not_put_it_off)
 {
     open_cycle();
     plug({"eth4"}); // without a word: a look alone finds it
-    for (int next_s : {60, 120, 240}) {
+    for (int pause_s : {30, 60, 120}) {
+        EXPECT_EQ(engine.retry.armed_s, pause_s);
         join("eth2");
-        ASSERT_EQ(armed(engine.proto_detect_start), 0);
-        EXPECT_EQ(candidates(), "eth2");
-        engine.retry.due_ms = monotonic_ms() - MILLISECONDS_PER_SECOND;
-        while (!engine.start_wan_detect.pending)
-            ask_on();
+        ask_one_stage();
+        engine.retry.due_ms = monotonic_ms() + 5 * MILLISECONDS_PER_SECOND;
         join("eth1"); // before the other one is through
-        EXPECT_EQ(candidates(), "eth1 eth2 eth4");
-        EXPECT_EQ(armed(engine.start_wan_detect), 0);
-        EXPECT_EQ(engine.retry.armed_s, next_s);
+        EXPECT_EQ(candidates(), "eth1 eth2") << "not yet";
+        ask_one_stage();
+        engine.retry.due_ms = monotonic_ms();
         fire(engine.start_wan_detect);
-        EXPECT_EQ(armed(engine.proto_detect_start), 0) << "they are asked";
-        for (int i = 0; i < 100 && engine.possible_wan_dev_list.count != 0; i++)
-            ask_on();
+        EXPECT_EQ(candidates(), "eth1 eth2 eth4");
+        EXPECT_EQ(armed(engine.proto_detect_start), 0) << "they are asked at once";
+        EXPECT_EQ(engine.retry.runs_on, t_running_on::none) << "the next pause begins behind it";
+        ask_until_nobody_is_left();
     }
-    join("eth2");
-    ASSERT_EQ(armed(engine.look_again), NOT_ARMED);
-    ASSERT_EQ(engine.retry.armed_s, 240);
-    wan_detect_process_link_change(dev("eth1"), false);
-    EXPECT_EQ(engine.retry.armed_s, 30) << "what changes counts here, too";
-    EXPECT_LE(static_cast<int>(engine.retry.due_ms - monotonic_ms()), 30000);
-    EXPECT_TRUE(stop_background_threads());
 }
 
 // holds: overdue-look
@@ -301,23 +300,93 @@ TEST_F(look_again, ports_that_join_a_cycle_before_its_first_pause_do_not_put_it_
 {
     plug({"eth2"});
     open_cycle();
-    while (!engine.start_wan_detect.pending)
-        ask_on();
-    EXPECT_FALSE(engine.retry.runs_on);
+    ask_one_stage();
+    EXPECT_EQ(engine.retry.runs_on, t_running_on::none);
     join("eth1");
     EXPECT_EQ(engine.retry.armed_s, 30);
     const uint32_t due_ms = engine.retry.due_ms;
     EXPECT_NEAR(static_cast<int>(due_ms - monotonic_ms()), 30000, 5000);
-    while (!engine.start_wan_detect.pending)
-        ask_on();
+    ask_one_stage();
     join("eth3");
     EXPECT_EQ(engine.retry.due_ms, due_ms) << "it runs already";
+    ask_one_stage();
     plug({"eth4"}); // without a word
     engine.retry.due_ms = monotonic_ms() - MILLISECONDS_PER_SECOND;
-    while (!engine.start_wan_detect.pending)
-        ask_on();
-    fire(engine.start_wan_detect);
+    join("eth2"); // it left after three stages
     EXPECT_EQ(candidates(), "eth1 eth2 eth3 eth4");
+    EXPECT_EQ(engine.retry.runs_on, t_running_on::none);
+    EXPECT_EQ(log->count("Info", "begin_overdue_look", "There is always a port left to ask, looking at all ports now!"),
+              1);
+    ask_one_stage();
+    join("eth0"); // the WAN port
+    EXPECT_EQ(engine.retry.runs_on, t_running_on::begun);
+    EXPECT_EQ(engine.retry.armed_s, 60);
+}
+
+// holds: overdue-look, look-again-list
+TEST_F(look_again, behind_ports_that_joined_a_whole_pause_is_waited_for)
+{
+    plug({"eth2"});
+    open_cycle();
+    ask_one_stage();
+    join("eth1");
+    engine.retry.due_ms = monotonic_ms() + MILLISECONDS_PER_SECOND;
+    ask_until_nobody_is_left();
+    EXPECT_EQ(pause_s(), 30);
+}
+
+// holds: overdue-look
+TEST_F(look_again, who_is_asked_already_goes_on_where_it_was)
+{
+    plug({"eth2"});
+    open_cycle();
+    ask_one_stage();
+    join("eth1");
+    ask_one_stage();
+    engine.retry.due_ms = monotonic_ms();
+    fire(engine.start_wan_detect);
+    EXPECT_EQ(candidates(), "eth1 eth2");
+    EXPECT_EQ(engine.possible_wan_dev_list.find(dev("eth2"))->retry_count, 2);
+    EXPECT_EQ(engine.possible_wan_dev_list.find(dev("eth1"))->retry_count, 1);
+}
+
+// holds: overdue-look
+TEST_F(look_again, what_changes_brings_it_forward_while_ports_are_asked_and_puts_nothing_off)
+{
+    open_cycle();
+    for (int i = 0; i < 3; i++)
+        look();
+    ASSERT_EQ(engine.retry.armed_s, 240);
+    join("eth2");
+    ASSERT_EQ(engine.retry.runs_on, t_running_on::cut);
+    wan_detect_process_link_change(dev("eth3"), true);
+    EXPECT_EQ(engine.retry.armed_s, 30);
+    EXPECT_NEAR(static_cast<int>(engine.retry.due_ms - monotonic_ms()), 30000, 5000);
+    engine.retry.armed_s = 240;
+    engine.retry.due_ms = monotonic_ms() + 5 * MILLISECONDS_PER_SECOND;
+    wan_detect_process_link_change(dev("eth3"), false);
+    EXPECT_LE(static_cast<int>(engine.retry.due_ms - monotonic_ms()), 5000);
+    EXPECT_TRUE(stop_background_threads());
+}
+
+// holds: overdue-look, every-second-look-arp
+TEST_F(look_again, an_overdue_one_asks_in_the_connections_own_name_as_well)
+{
+    set_connection("static", "config static 'static'\n\toption ipaddr '10.0.0.2'\n\toption gateway '10.0.0.1'\n");
+    open_cycle();
+    for (bool own : {true, false}) {
+        join("eth2");
+        EXPECT_EQ(asks_in_own_name(), !own);
+        engine.retry.due_ms = monotonic_ms();
+        fire(engine.using_arp);
+        fake_probes.calls.clear();
+        join("eth1");
+        EXPECT_EQ(asks_in_own_name(), own);
+        EXPECT_EQ(candidates(), "eth1 eth2");
+        fire(engine.using_arp);
+        EXPECT_EQ(fake_probes.calls.at(0), own ? "arp 10.0.0.1 as 10.0.0.2" : "arp 10.0.0.1");
+        fire(engine.start_wan_detect);
+    }
 }
 
 // holds: overdue-look, retry-interval
@@ -326,10 +395,33 @@ TEST_F(look_again, an_interval_of_0_switches_it_off_for_ports_that_join_too)
     configure_interval("0");
     plug({"eth2"});
     open_cycle();
-    while (!engine.start_wan_detect.pending)
-        ask_on();
+    ask_one_stage();
     join("eth1");
-    EXPECT_FALSE(engine.retry.runs_on);
+    EXPECT_EQ(engine.retry.runs_on, t_running_on::none);
+}
+
+// holds: overdue-look, retry-interval
+TEST_F(look_again, with_an_interval_that_became_0_or_outside_router_mode_none_is_overdue)
+{
+    open_cycle();
+    join("eth2");
+    engine.retry.due_ms = monotonic_ms();
+    port_model.router_mode = 0;
+    EXPECT_FALSE(begin_overdue_look());
+    port_model.router_mode = 1;
+    configure_interval("0");
+    EXPECT_FALSE(begin_overdue_look());
+    EXPECT_EQ(engine.retry.runs_on, t_running_on::none);
+}
+
+// holds: overdue-look
+TEST_F(look_again, a_pause_that_ran_on_is_none_of_the_next_cycle)
+{
+    open_cycle();
+    join("eth2");
+    ASSERT_EQ(engine.retry.runs_on, t_running_on::cut);
+    begin_rounds();
+    EXPECT_EQ(engine.retry.runs_on, t_running_on::none);
 }
 
 // holds: stage-ends-pause
@@ -338,7 +430,7 @@ TEST_F(look_again, a_cycle_that_asks_all_ports_is_a_look)
     look_again_later();
     cut_pause_short();
     look_again_later(); // both may be: one that runs, and one that was cut
-    engine.retry.runs_on = true;
+    engine.retry.runs_on = t_running_on::cut;
     engine.retry.due_ms = monotonic_ms() + MILLISECONDS_PER_SECOND;
     start_wan_detect_all(0);
     fire(engine.init_wan_detect_all);
@@ -560,8 +652,7 @@ TEST_F(look_again, a_change_before_a_stage_counts_behind_it)
     fire(engine.start_wan_detect);
     EXPECT_EQ(armed(engine.proto_detect_start), 0);
     EXPECT_EQ(armed(engine.look_again), NOT_ARMED);
-    for (int i = 0; i < 100 && !engine.look_again.pending; i++)
-        ask_on();
+    ask_until_nobody_is_left();
     EXPECT_EQ(pause_s(), 30);
     EXPECT_TRUE(stop_background_threads());
 }
