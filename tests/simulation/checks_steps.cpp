@@ -219,7 +219,8 @@ static void look_at_pause_before_swap()
 {
     const auto in_vain = static_cast<int>(
         std::count_if(swaps.begin(), swaps.end(), [](const t_swap &one) { return one.ended > changed + SEEN; }));
-    if (in_vain < 2 || !was_well_since(changed) || !answers_are_steady())
+    // Where the connection was changed the daemon may ask for another one than the world knows.
+    if (in_vain < 2 || !was_well_since(changed) || world.connection_since > loop_began() || !answers_are_steady())
         return;
     const t_time pause = pause_after(in_vain - 1), waited = now() - swaps.back().ended;
     if (waited < pause - SECOND)
