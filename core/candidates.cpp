@@ -42,13 +42,13 @@ void refresh_reserved_ports()
     update_lan_gaming_port(&port_model.gaming);
 }
 
-void generate_possible_wan_dev_list()
+void generate_possible_wan_dev_list(bool beside_others)
 {
     LOG_ENTER();
     t_read_guard guard(engine.gate.locks.device_lock);
     for (t_device *dev = port_model.dev_hashmap_head; dev; dev = static_cast<t_device *>(dev->hh.next)) {
-        if (!may_be_wan(dev) || engine.possible_wan_dev_list.find(dev))
-            continue; // who is asked already goes on where it was
+        if (!may_be_wan(dev) || (beside_others && engine.possible_wan_dev_list.find(dev)))
+            continue;
         if (engine.possible_wan_dev_list.add(dev) == OK)
             LOG(Debug, "Add device %s to possible wan list!\n", dev->name);
         else
@@ -60,7 +60,7 @@ void list_all_candidates()
 {
     refresh_reserved_ports();
     update_banned_device_list(&port_model.banned_list);
-    generate_possible_wan_dev_list();
+    generate_possible_wan_dev_list(true);
 }
 
 bool adopt_parked_devices()

@@ -16,8 +16,9 @@ t_fate bar_against(const t_device *dev);
 // Reads anew which ports are reserved for LAN aggregation and gaming.
 void refresh_reserved_ports();
 
-// Fills the empty list with every linked port of the pool that is neither reserved nor banned.
-void generate_possible_wan_dev_list();
+// Lists every linked port of the pool that is neither reserved nor banned. The list is empty, or with `beside_others`
+// who is in it goes on where it was.
+void generate_possible_wan_dev_list(bool beside_others = false);
 
 // The same within a cycle, for what is reserved or banned now.
 void list_all_candidates();
