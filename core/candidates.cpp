@@ -56,13 +56,6 @@ void generate_possible_wan_dev_list(bool beside_others)
     }
 }
 
-void list_all_candidates()
-{
-    refresh_reserved_ports();
-    update_banned_device_list(&port_model.banned_list);
-    generate_possible_wan_dev_list(true);
-}
-
 bool adopt_parked_devices()
 {
     t_device_list_head adopted = {};

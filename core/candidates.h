@@ -20,9 +20,6 @@ void refresh_reserved_ports();
 // who is in it goes on where it was.
 void generate_possible_wan_dev_list(bool beside_others = false);
 
-// The same within a cycle, for what is reserved or banned now.
-void list_all_candidates();
-
 // The ports that were parked meanwhile join. False when there was none.
 bool adopt_parked_devices();
 

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "core/cycle_start.h"
 
+#include <utility>
+
 #include "adapters/network_status.h"
 #include "adapters/state_events.h"
 #include "core/candidates.h"
@@ -192,27 +194,26 @@ static bool wan_port_decides()
 }
 
 // Where ports come up in turns there is always one left to ask, and nobody ever waits for the next look: it comes with
-// one of them.
-static bool looks_in_passing()
+// the one that joins now, or its pause begins with it.
+static void look_in_passing()
 {
-    if (engine.possible_wan_dev_list.count == 0 || !begin_overdue_look())
-        return false;
-    list_all_candidates();
-    engine.possible_wan_dev_list.remove(port_model.wan_dev);
-    return true;
+    if (begin_overdue_look()) {
+        generate_possible_wan_dev_list(true);
+        engine.possible_wan_dev_list.remove(port_model.wan_dev);
+    } else {
+        begin_pause_while_asking();
+    }
 }
 
-static void ask_candidates(bool some_joined)
+static void ask_candidates()
 {
     engine.possible_wan_dev_list.remove(port_model.wan_dev); // it was listed only to be looked at first
-    const bool all_are_listed = looks_in_passing();
+    if (std::exchange(engine.retry.some_joined, false) && engine.possible_wan_dev_list.count != 0)
+        look_in_passing();
     const bool somebody_is_left = filter_candidates();
     note_ports_left_out();
-    if (somebody_is_left) {
-        if (some_joined && !all_are_listed)
-            begin_pause_while_asking();
+    if (somebody_is_left)
         return confirm_candidates();
-    }
     LOG_AS(PASS, Debug, "Zero device need to detect after filter! waiting for other devices plug in trigger!\n");
     poll_for_candidates();
     look_for_hints_of_nobody();
@@ -233,11 +234,11 @@ void uloop_start_wan_detect(uloop_timeout *)
         wait_behind_request();
         return look_in(CYCLE_RETRY_MS);
     }
-    const bool some_joined = adopt_parked_devices();
+    engine.retry.some_joined |= adopt_parked_devices();
     const t_device *listed_as_wan = gather_candidates();
     update_eth_link_status(port_model.dev_hashmap_head);
     if (!follow_role(listed_as_wan))
         return end_cycle_with(nullptr, t_decision::role_is_foreign);
     if (!wan_port_decides())
-        ask_candidates(some_joined);
+        ask_candidates();
 }

@@ -5,8 +5,17 @@
 #include "core/cycle.h"
 #include "core/cycle_start.h"
 #include "core/retries.h"
+#include "model/banned.h"
 #include "model/port_model.h"
 #include "platform/log.h"
+
+static void list_anew()
+{
+    refresh_reserved_ports();
+    update_banned_device_list(&port_model.banned_list);
+    generate_possible_wan_dev_list();
+    look_in(0);
+}
 
 void uloop_look_again(uloop_timeout *)
 {
@@ -15,8 +24,7 @@ void uloop_look_again(uloop_timeout *)
         return; // the end plans the next look
     if (cycle_is_running()) {
         begin_look(false);
-        list_all_candidates();
-        return look_in(0);
+        return list_anew();
     }
     // A cycle that is about to open looks itself.
     if (cycle_is_open() || engine.init_wan_detect_all.pending || current_wan_is_good())

@@ -141,7 +141,8 @@ void begin_rounds()
     if (!engine.retry.opened_cycle)
         engine.retry.round = 0;
     engine.retry.opened_cycle = false;
-    engine.retry.runs_on = t_running_on::none;
+    if (engine.retry.runs_on == t_running_on::begun)
+        engine.retry.runs_on = t_running_on::none;
     engine.silence_is_expected = true;
 }
 

@@ -14,13 +14,12 @@ extern const t_check never_wrong;
 extern const t_check never_stuck;
 extern const t_check found;
 extern const t_check answers;
-extern const t_check parked;
 extern const t_check polite;
 extern const t_check state;
 extern const t_check steps;
 
 static const t_check *const CHECKS[] = {
-    &notes_questions, &never_wrong, &never_stuck,          &steps,          &found, &answers, &parked,
+    &notes_questions, &never_wrong, &never_stuck,          &steps,          &found, &answers,
     &polite,          &state,       &clean_between_cycles, &ends_with_done,
 };
 

@@ -38,7 +38,8 @@ bool note_cycle_way(t_cycle_state from, t_cycle_state to)
     outcome->counts.ways[first][second]++;
     const char *const name = name_of_state(second), *const space = strrchr(name, ' ');
     begin_step(space ? space + 1 : name);
-    if (to == t_cycle_state::looking && world.health.configuration && world.health.machine)
+    const bool is_pass = from != t_cycle_state::judging && from != t_cycle_state::ending; // behind these it comes later
+    if (to == t_cycle_state::looking && is_pass && world.health.configuration && world.health.machine)
         world.connection_read = now();
     world.cycles += from == t_cycle_state::waiting;
     saw({.deed = t_deed::way_taken, .number = static_cast<int64_t>(first * STATES + second), .text = text});

@@ -9,6 +9,7 @@
 #include "core/wishes.h"
 #include "model/banned.h"
 #include "platform/clock.h"
+#include "platform/result_codes.h"
 #include "tests/unit/core/engine_fixture.h"
 
 namespace {
@@ -287,12 +288,29 @@ TEST_F(look_again, ports_that_are_asked_in_turns_do_not_put_it_off)
         EXPECT_EQ(candidates(), "eth1 eth2") << "not yet";
         ask_one_stage();
         engine.retry.due_ms = monotonic_ms();
-        fire(engine.start_wan_detect);
-        EXPECT_EQ(candidates(), "eth1 eth2 eth4");
+        join("eth3");
+        EXPECT_EQ(candidates(), "eth1 eth2 eth3 eth4");
         EXPECT_EQ(armed(engine.proto_detect_start), 0) << "they are asked at once";
         EXPECT_EQ(engine.retry.runs_on, t_running_on::none) << "the next pause begins behind it";
         ask_until_nobody_is_left();
+        unplug({"eth3"});
     }
+}
+
+// holds: overdue-look, stage-ends-pause
+TEST_F(look_again, a_port_that_comes_up_alone_is_asked_to_the_end_and_then_all_are)
+{
+    open_cycle();
+    plug({"eth4"}); // without a word
+    join("eth2");
+    engine.retry.due_ms = monotonic_ms();
+    ask_one_stage();
+    fire(engine.start_wan_detect);
+    EXPECT_EQ(candidates(), "eth2");
+    ask_until_nobody_is_left();
+    EXPECT_EQ(pause_s(), 0);
+    look();
+    EXPECT_EQ(candidates(), "eth2 eth4");
 }
 
 // holds: overdue-look
@@ -344,8 +362,8 @@ TEST_F(look_again, who_is_asked_already_goes_on_where_it_was)
     join("eth1");
     ask_one_stage();
     engine.retry.due_ms = monotonic_ms();
-    fire(engine.start_wan_detect);
-    EXPECT_EQ(candidates(), "eth1 eth2");
+    join("eth3");
+    EXPECT_EQ(candidates(), "eth1 eth2 eth3");
     EXPECT_EQ(engine.possible_wan_dev_list.find(dev("eth2"))->retry_count, 2);
     EXPECT_EQ(engine.possible_wan_dev_list.find(dev("eth1"))->retry_count, 1);
 }
@@ -415,13 +433,30 @@ TEST_F(look_again, with_an_interval_that_became_0_or_outside_router_mode_none_is
 }
 
 // holds: overdue-look
-TEST_F(look_again, a_pause_that_ran_on_is_none_of_the_next_cycle)
+TEST_F(look_again, a_pause_that_began_while_ports_were_asked_is_none_of_the_next_cycle)
 {
     open_cycle();
     join("eth2");
     ASSERT_EQ(engine.retry.runs_on, t_running_on::cut);
     begin_rounds();
+    EXPECT_EQ(engine.retry.runs_on, t_running_on::cut) << "what is left of it is waited for";
+    engine.retry.runs_on = t_running_on::begun;
+    begin_rounds();
     EXPECT_EQ(engine.retry.runs_on, t_running_on::none);
+}
+
+// holds: overdue-look
+TEST_F(look_again, a_port_that_joined_while_the_network_manager_was_away_counts_when_it_is_asked)
+{
+    plug({"eth0", "eth2"});
+    open_cycle();
+    ask_one_stage();
+    fake_router.bus_result = ERR_BUS_OBJECT; // nobody offers it
+    join("eth1");
+    EXPECT_EQ(engine.retry.runs_on, t_running_on::none);
+    fake_router.bus_result = 0;
+    fire(engine.start_wan_detect);
+    EXPECT_EQ(engine.retry.runs_on, t_running_on::begun);
 }
 
 // holds: stage-ends-pause
