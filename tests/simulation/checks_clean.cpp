@@ -97,9 +97,19 @@ int64_t entries_of_lists()
     return entries;
 }
 
+// A call may wait for a command as long as a pause lasts.
+t_time longest_call_of_pause()
+{
+    t_time longest = 0;
+    for (const t_request &request : world.requests)
+        if (request.served != NEVER)
+            longest = std::max(longest, std::min(request.over, now()) - std::max(request.served, since));
+    return longest;
+}
+
 void judge_pause()
 {
-    if (!pauses || now() - since < LONG_ENOUGH)
+    if (!pauses || now() - since - longest_call_of_pause() < LONG_ENOUGH)
         return;
     for (int i = 0; i < THINGS; i++)
         if (first.of[i] == UNKNOWN)

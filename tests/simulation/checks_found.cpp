@@ -65,6 +65,7 @@ t_time asked_for = -NEVER;  // when a cycle that somebody asked for is due
 t_time told_wrongly = 0;    // of a link
 bool is_excused = false;
 bool was_looked_for = false; // the role, by a pass, while it was at none of the ports
+t_time excused_until = 0;    // by a holder that was taken for good
 bool has_given_up = false;   // it may have, while the configuration wanted no second look
 bool links[64];
 t_time links_since[64];
@@ -202,7 +203,7 @@ static void judge(t_obligation *one, const t_upstreams &upstreams, t_time since,
         one->since = NEVER;
         return;
     }
-    since = std::max({since, loop_began(), asked_for, upstreams.since});
+    since = std::max({since, loop_began(), asked_for, excused_until, upstreams.since});
     if (one->since == NEVER || since > one->since)
         *one = {since, time_loop_was_blocked()};
     const t_time limit = bound(upstreams.worst) + time_loop_was_blocked() - one->blocked;
@@ -215,8 +216,10 @@ static void look_at_obligation()
 {
     note_passed_test();
     note_lasting_links();
-    if (holder_is_surely_lost())
+    if (is_excused && holder_is_surely_lost()) {
         is_excused = false;
+        excused_until = port_at(world.role_holder).link_since;
+    }
     const bool is_free = world.told_to_end != NEVER || loop_began() == NEVER || !detection_is_undisturbed() ||
                          is_excused || holder_is_right() || start_was_deceived();
     const t_upstreams upstreams = is_free ? t_upstreams{} : look_for_upstreams();
