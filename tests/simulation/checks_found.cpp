@@ -147,7 +147,7 @@ static void note_passed_test()
 static bool holder_is_surely_lost()
 {
     return is_port(world.role_holder) && !port_at(world.role_holder).link &&
-           now() - port_at(world.role_holder).link_since > SURELY_SEEN;
+           now() - std::max(port_at(world.role_holder).link_since, world.role_since) > SURELY_SEEN;
 }
 
 static bool holder_is_right()
@@ -218,7 +218,7 @@ static void look_at_obligation()
     note_lasting_links();
     if (is_excused && holder_is_surely_lost()) {
         is_excused = false;
-        excused_until = port_at(world.role_holder).link_since;
+        excused_until = std::max(port_at(world.role_holder).link_since, world.role_since);
     }
     const bool is_free = world.told_to_end != NEVER || loop_began() == NEVER || !detection_is_undisturbed() ||
                          is_excused || holder_is_right() || start_was_deceived();
