@@ -329,6 +329,7 @@ static void look_at_lost_port()
 
 static void look_at_rest_of_steps()
 {
+    role_is_there_since(); // who had it when the daemon began to look
     if (world.told_to_end != NEVER || loop_began() == NEVER)
         return;
     look_at_network_package();
