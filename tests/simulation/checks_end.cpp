@@ -16,7 +16,7 @@ namespace sim {
 constexpr t_time LONGEST_END = 5 * SECOND;
 constexpr t_time LOOP_HAS = 4 * SECOND; // to come by; then a timer ends the process
 
-constexpr int GIVES_UP = 1, HAS_NO_TABLE = -1; // the statuses of a start that cannot go on
+constexpr int GIVES_UP = 1, HAS_NO_TABLE = -1; // the statuses of a start, or a table, that cannot go on
 
 static int exit_status = 0;
 static bool is_status_told = false;
@@ -53,8 +53,6 @@ static bool start_may_end_with(int status)
 {
     if (loop_began() != NEVER || world.told_to_end != NEVER)
         return false;
-    if (status == HAS_NO_TABLE)
-        return !world.model_is_read && memory_was_refused();
     return status == GIVES_UP && (world.model_is_read ? threads_may_fail : model_may_fail);
 }
 
@@ -72,13 +70,19 @@ static void look_at_what_is_left()
         fail("clean: %d timers and %d commands are left", count_of_timers(), count_of_commands());
 }
 
+// A table of ports or protocols is read at the start, those of reserved ports in each pass.
+static bool table_may_have_ended_it()
+{
+    return exit_status == HAS_NO_TABLE && memory_was_refused(now());
+}
+
 static void judge_end()
 {
     if (!is_status_told)
         fail("ends with done: nobody has told the status");
+    if (table_may_have_ended_it())
+        return; // and leaves the tidying to the kernel
     const bool gave_up = start_may_end_with(exit_status);
-    if (gave_up && exit_status == HAS_NO_TABLE)
-        return; // the table ends the process, and leaves the tidying to the kernel
     if (world.told_to_end == NEVER && !gave_up)
         fail("ends with done: the daemon ended by itself, with status %d", exit_status);
     if (!gave_up && now() - world.told_to_end > LONGEST_END)
