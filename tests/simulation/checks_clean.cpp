@@ -153,7 +153,8 @@ void look()
         return;
     t_use use = use_now();
     if (!daemon_is_offered())
-        use.of[other_sockets] = UNKNOWN; // one may wait for the bus daemon's greeting
+        use.of[other_sockets] = use.of[others] =
+            UNKNOWN; // a socket may wait for the greeting, and the connection is away
     for (int i = 0; i < THINGS; i++)
         least.of[i] = std::min(least.of[i], use.of[i]);
 }
