@@ -80,17 +80,19 @@ std::string text_of_file(const std::string &path)
     return found == files.end() ? "" : found->second->made ? found->second->made() : found->second->text;
 }
 
+// The lock is on the file that stood there then, whoever has put another one in its place meanwhile.
 void lock_by_world(const std::string &path, bool locked)
 {
+    static std::map<std::string, t_node_ref> held;
     const auto found = files.find(path);
-    if (found == files.end())
+    if (const auto before = held.find(path); before != held.end()) {
+        std::erase_if(before->second->locks, [](const t_file_lock &one) { return one.holder == &WORLD_AS_HOLDER; });
+        held.erase(before);
+    }
+    if (!locked || found == files.end())
         return;
-    auto &locks = found->second->locks;
-    locks.erase(std::remove_if(locks.begin(), locks.end(),
-                               [](const t_file_lock &one) { return one.holder == &WORLD_AS_HOLDER; }),
-                locks.end());
-    if (locked)
-        locks.push_back({&WORLD_AS_HOLDER, true});
+    found->second->locks.push_back({&WORLD_AS_HOLDER, true});
+    held[path] = found->second;
 }
 
 t_open_file::t_open_file(std::string opened_path, t_node_ref opened)
