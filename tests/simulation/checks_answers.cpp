@@ -244,7 +244,10 @@ static void look_for_untaken()
     const size_t before = open;
     while (open < world.requests.size() && is_over(world.requests[open]))
         open++;
-    if (open == world.requests.size() || open != before || !world.health.all() || world.told_to_end != NEVER) {
+    const bool is_first_turn =
+        loop_began() == NEVER && world.cycles > 0; // of the loop, which rests behind its first cycle
+    if (open == world.requests.size() || open != before || !world.health.all() || world.told_to_end != NEVER ||
+        is_first_turn) {
         since = now();
         blocked = time_loop_was_blocked();
         return;
