@@ -215,10 +215,11 @@ static void judge_engine(const t_port &port)
 }
 
 // A bus or a network manager that is away when the daemon looks says nothing, and is waited for.
-static bool nobody_can_tell(t_time pass)
+static bool nobody_can_tell(t_time asked)
 {
-    return away_since < pass && world.health.commands && world.health.configuration && world.health.machine &&
-           now() - well_until < WAITED_FOR;
+    const auto behind = std::upper_bound(passes.begin(), passes.end(), asked);
+    return behind != passes.begin() && away_since <= behind[-1] && world.health.commands &&
+           world.health.configuration && world.health.machine && now() - well_until < WAITED_FOR;
 }
 
 static void note_health()
@@ -254,7 +255,7 @@ static void judge_former_holder(const t_port &port)
         std::max({holder.link_since, holder.truth_since, world.role_since, world.health_since, world.connection_since});
     const t_time pass = pass_before_swap_to(port.number);
     const t_time steady = std::max({holder.link_since, holder.truth_since, world.role_since, world.connection_since});
-    if (nobody_can_tell(pass) && holder.link && holder.truth.serves && !holder.truth.may_be_banned &&
+    if (nobody_can_tell(asked) && holder.link && holder.truth.serves && !holder.truth.may_be_banned &&
         std::max(steady, well_since) < well_until - LONG_BEFORE)
         fail("never wrong: %s takes the role from %s, which worked, while nobody can tell", port.name.c_str(),
              holder.name.c_str());
