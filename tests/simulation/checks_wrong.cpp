@@ -222,12 +222,17 @@ static bool nobody_can_tell(t_time asked)
            world.health.configuration && world.health.machine && now() - well_until < WAITED_FOR;
 }
 
-static void note_health()
+static void note_who_is_away()
 {
     if (bus.is_up && service_is_there("network.interface"))
         away_since = NEVER;
     else
         away_since = std::min(away_since, now());
+}
+
+static void note_health()
+{
+    note_who_is_away();
     if (was_well && !world.health.all())
         well_until = now();
     if (!was_well && world.health.all())
@@ -280,8 +285,9 @@ static void judge_swap(const char *command)
 }
 
 // A mode that cannot be read when the daemon starts is that of a router.
-static void look_at_start()
+static void look_at_event()
 {
+    note_who_is_away();
     if (loop_began() == NEVER)
         mode_is_in_doubt = mode_is_in_doubt || !package_is_usable("sysmode") || memory_was_refused();
 }
@@ -301,6 +307,6 @@ static void look_at_deed(const t_seen &seen)
 }
 
 extern const t_check never_wrong;
-const t_check never_wrong = {.name = "never wrong", .on_deed = look_at_deed, .on_event = look_at_start};
+const t_check never_wrong = {.name = "never wrong", .on_deed = look_at_deed, .on_event = look_at_event};
 
 } // namespace sim
