@@ -3,7 +3,7 @@
 # Plays the daemon's lives in simulated time (tests/simulation/README.md), and builds what that needs.
 #
 #   tests/simulate.sh MINUTES          as many lives as there is time for, on all processors, from a fresh seed
-#   tests/simulate.sh --short          what ./test.sh runs: kept lives and lives that must fail, each twice, lives as in the lab, the first 300 seeds and fresh ones
+#   tests/simulate.sh --short          what ./test.sh runs: kept lives and lives that must fail, each twice, lives as in the lab, the first 2,000 seeds and fresh ones
 #   tests/simulate.sh --seed N         one life again, with its timeline
 #   tests/simulate.sh --life FILE      the same for one that was written down
 #   tests/simulate.sh OPTIONS...       anything else is for the program
@@ -67,7 +67,7 @@ short() {
     "$folder/bin/simulate" --regressions tests/simulation/regressions || failed=1
     "$folder/bin/simulate" --regressions tests/simulation/can_fail || failed=1
     tests/simulation/both.py --simulate "$folder/bin/simulate" --kept || failed=1
-    simulate --jobs "$jobs" --lives 300 --from $fixed_seed || failed=1
+    simulate --jobs "$jobs" --lives 2000 --from $fixed_seed || failed=1
     simulate --jobs "$jobs" --seconds 3 || failed=1
     return $failed
 }
