@@ -56,16 +56,15 @@ void generate_possible_wan_dev_list(bool beside_others)
     }
 }
 
-bool adopt_parked_devices()
+static void adopt_parked_devices()
 {
     t_device_list_head adopted = {};
     {
         t_spin_guard guard(engine.gate.locks.cache_lock);
         std::swap(adopted, engine.possible_wan_dev_list_cache);
     }
-    const bool is_any = adopted.count != 0;
+    engine.retry.some_joined |= adopted.count != 0;
     merge_two_list(&engine.possible_wan_dev_list, &adopted); // tells of each, so without the lock
-    return is_any;
 }
 
 // The WAN port if it was not listed before, else null.
@@ -117,6 +116,7 @@ static void audit_candidates()
 
 const t_device *gather_candidates()
 {
+    adopt_parked_devices();
     const t_device *listed_as_wan = list_current_wan();
     audit_candidates();
     return listed_as_wan;

@@ -20,11 +20,8 @@ void refresh_reserved_ports();
 // who is in it goes on where it was.
 void generate_possible_wan_dev_list(bool beside_others = false);
 
-// The ports that were parked meanwhile join. False when there was none.
-bool adopt_parked_devices();
-
-// At the head of a pass: the WAN port is listed to be looked at first, and the list is set right where it is not. The
-// WAN port if it was not listed before, else null.
+// At the head of a pass: the ports that were parked during the cycle join, the WAN port is listed to be looked at
+// first, and the list is set right where it is not. The WAN port if it was not listed before, else null.
 const t_device *gather_candidates();
 
 // Writes every candidate's name, each followed by an ideographic comma, and returns how many candidates there are.

@@ -234,7 +234,6 @@ void uloop_start_wan_detect(uloop_timeout *)
         wait_behind_request();
         return look_in(CYCLE_RETRY_MS);
     }
-    engine.retry.some_joined |= adopt_parked_devices();
     const t_device *listed_as_wan = gather_candidates();
     update_eth_link_status(port_model.dev_hashmap_head);
     if (!follow_role(listed_as_wan))

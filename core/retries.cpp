@@ -37,10 +37,15 @@ void read_first_pause()
     engine.retry.first_s = first_pause_of(option ? option_text(option) : nullptr);
 }
 
+static int next_pause_s()
+{
+    return engine.retry.first_s == NO_RETRIES ? NO_RETRIES : std::max(engine.retry.next_s, engine.retry.first_s);
+}
+
 static int read_next_pause_s()
 {
     engine.retry.first_s = first_pause_s();
-    return engine.retry.first_s == NO_RETRIES ? NO_RETRIES : std::max(engine.retry.next_s, engine.retry.first_s);
+    return next_pause_s();
 }
 
 static int pause_after(int pause_s)
@@ -126,9 +131,7 @@ void begin_retries_anew()
 
 int retry_pause_s()
 {
-    if (engine.look_again.pending)
-        return engine.retry.armed_s;
-    return engine.retry.first_s == NO_RETRIES ? NO_RETRIES : std::max(engine.retry.next_s, engine.retry.first_s);
+    return engine.look_again.pending ? engine.retry.armed_s : next_pause_s();
 }
 
 bool asks_in_own_name()

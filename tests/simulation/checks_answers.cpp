@@ -244,8 +244,8 @@ static void look_for_untaken()
     const size_t before = open;
     while (open < world.requests.size() && is_over(world.requests[open]))
         open++;
-    const bool is_first_turn =
-        loop_began() == NEVER && world.cycles > 0; // of the loop, which rests behind its first cycle
+    // The loop rests for the first time behind the cycle of the start.
+    const bool is_first_turn = loop_began() == NEVER && world.cycles > 0;
     if (open == world.requests.size() || open != before || !world.health.all() || world.told_to_end != NEVER ||
         is_first_turn) {
         since = now();

@@ -152,9 +152,8 @@ void look()
     if (!pauses || ++moments % LOOKED_AT != 0)
         return;
     t_use use = use_now();
-    if (!daemon_is_offered())
-        use.of[other_sockets] = use.of[others] =
-            UNKNOWN; // a socket may wait for the greeting, and the connection is away
+    if (!daemon_is_offered()) // a socket may wait for the greeting, and the connection is away
+        use.of[other_sockets] = use.of[others] = UNKNOWN;
     for (int i = 0; i < THINGS; i++)
         least.of[i] = std::min(least.of[i], use.of[i]);
 }
