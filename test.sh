@@ -52,7 +52,7 @@ after() {
 
 . .ci/packages.sh
 packages=(g++ cmake ninja-build libjson-c-dev uthash-dev libgtest-dev iproute2 dnsmasq-base pppoe udhcpc faketime
-    iputils-arping iputils-ping python3 python3-pytest universal-ctags git
+    iputils-arping iputils-ping python3 python3-pytest python3-pytest-xdist universal-ctags git
     clang-14 libclang-rt-14-dev lld clang-format-14 clang-tidy-14 cppcheck valgrind mandoc shellcheck busybox reuse)
 
 clang=(-DCMAKE_C_COMPILER=clang-14 -DCMAKE_CXX_COMPILER=clang++-14)
@@ -91,9 +91,10 @@ tidy() {
 cppcheck_all() {
     local rooms
     mapfile -t rooms < <(git ls-files '*/*.cpp' ':!tests' ':!bench' ':!cmake' ':!lab' ':!compat' | cut -d / -f 1 | sort -u)
+    mkdir -p build/cppcheck # what it found there holds for what is as it was
     cppcheck --enable=warning,performance,portability --error-exitcode=1 --inline-suppr --std=c++20 --language=c++ -q \
-        -j "$jobs" --suppress=missingInclude -D_GNU_SOURCE -I. -Icompat/libubox/include -Icompat/libubus/include \
-        -Icompat/libuci/include "${rooms[@]}" compat/libubox compat/libubus compat/libuci
+        -j "$jobs" --cppcheck-build-dir=build/cppcheck --suppress=missingInclude -D_GNU_SOURCE -I. -Icompat/libubox/include \
+        -Icompat/libubus/include -Icompat/libuci/include "${rooms[@]}" compat/libubox compat/libubus compat/libuci
 }
 
 # The program that ships asks for the C library and the router's libraries only, and is hardened.
@@ -114,12 +115,14 @@ lab_tests() { # lab_tests PYTEST-ARGUMENTS...
 }
 
 lab() { # lab PYTEST-ARGUMENTS...
-    # Three labs for each processor: one of them computes a sixth of the time.
-    PYTHONPATH=. /usr/bin/python3 -m compileall -q lab && lab_tests "$@" --labs $((3 * jobs))
+    # Four labs for each processor: one of them computes a sixth of the time.
+    PYTHONPATH=. /usr/bin/python3 -m compileall -q lab && lab_tests "$@" --labs $((4 * jobs))
 }
 
 packages_and_users() { # the router package's tests, and how somebody plays who is not root
-    lab_tests tests/packaging --ignore-glob '*test_debian*' --ignore-glob '*test_reproducible*' && lab_tests tests/unprivileged
+    local side_by_side=(-n $((2 * jobs)) --dist loadgroup)
+    lab_tests tests/packaging --ignore-glob '*test_debian*' --ignore-glob '*test_reproducible*' "${side_by_side[@]}" &&
+        lab_tests tests/unprivileged "${side_by_side[@]}"
 }
 
 papers() {
@@ -163,13 +166,18 @@ computing_lane() {
     return 0
 }
 
-# What waits most of the time, one after the other where it would disturb each other's clocks.
-waiting_lane() {
+scenarios_lane() {
+    [ "$what" = unit ] || [ $built -ne 0 ] || step "lab scenarios" lab tests/lab --ignore tests/lab/test_hostile.py
+    return 0
+}
+
+# What has less haste than the scenarios, whose clocks run ten times as fast as its own.
+units_lane() {
+    renice -n 5 -p $BASHPID >/dev/null 2>&1
     if [ $built -eq 0 ]; then
         release_checks
-        [ "$what" = unit ] || step "lab scenarios" lab tests/lab --ignore tests/lab/test_hostile.py
-        step "unit tests" unit release
         [ "$what" = unit ] || step "lab packages and users" packages_and_users
+        step "unit tests" unit release
     fi
     after "build asan" && step "unit tests asan" unit fuzz
     if after "build tsan"; then
@@ -238,7 +246,7 @@ quick)
     ;;
 unit | all)
     say "Tests, and beside them what only computes"
-    side_by_side computing_lane waiting_lane cable_lane
+    side_by_side computing_lane scenarios_lane units_lane cable_lane
     ;;
 lab)
     say "Virtual router"
