@@ -120,7 +120,7 @@ lab() { # lab PYTEST-ARGUMENTS...
 }
 
 packages_and_users() { # the router package's tests, and how somebody plays who is not root
-    local side_by_side=(-n $((2 * jobs)) --dist loadgroup)
+    local side_by_side=(-n "$jobs" --dist loadgroup)
     lab_tests tests/packaging --ignore-glob '*test_debian*' --ignore-glob '*test_reproducible*' "${side_by_side[@]}" &&
         lab_tests tests/unprivileged "${side_by_side[@]}"
 }
@@ -171,12 +171,11 @@ scenarios_lane() {
     return 0
 }
 
-# What has less haste than the scenarios, whose clocks run ten times as fast as its own.
 units_lane() {
-    renice -n 5 -p $BASHPID >/dev/null 2>&1
     if [ $built -eq 0 ]; then
         release_checks
         [ "$what" = unit ] || step "lab packages and users" packages_and_users
+        renice -n 10 -p $BASHPID >/dev/null 2>&1 # less haste than the scenarios, whose clocks run ten times as fast
         step "unit tests" unit release
     fi
     after "build asan" && step "unit tests asan" unit fuzz

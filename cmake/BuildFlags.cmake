@@ -36,10 +36,11 @@ foreach(flag ${wanted_flags})
   endif()
 endforeach()
 
-# For a router's flash. Calls into libraries are bound at start anyway, so they need no stubs. Nothing unwinds: nothing is
-# thrown, and a thread is cancelled where it has no destructors to run. But the virtual router, which refuses memory at
-# each place of a program, tells the places by their callers, and so does a debugger.
-set(size_flags -Oz -fno-plt)
+# For a router's flash. Calls into libraries are bound at start anyway, so they need no stubs. Tables and texts need not
+# begin with a line of the cache. Nothing unwinds: nothing is thrown, and a thread is cancelled where it has no
+# destructors to run. But the virtual router, which refuses memory at each place of a program, tells the places by their
+# callers, and so does a debugger.
+set(size_flags -Oz -fno-plt -malign-data=abi)
 if(NOT WAN_DETECT_LAB)
   list(APPEND size_flags -fno-asynchronous-unwind-tables)
 endif()

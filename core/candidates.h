@@ -32,7 +32,7 @@ int join_candidate_names(char (&names)[JOINED_NAMES_SIZE]);
 // anew, unless the list is empty. False when nobody is left.
 bool filter_candidates();
 
-// Forgets the cycle's findings on every device of a list.
+// Forgets the cycle's findings on every device of a list. Nobody calls it in this program.
 void clear_dev_list_volatile_attribute(t_device_list_head *list);
 
 // Candidates leave the list while the device lock is held, but removing the fake WAN port runs a command. So a walk

@@ -62,10 +62,22 @@ static void begin_waiting()
     }
 }
 
+static void arm_cycle_over_all(int delay_ms)
+{
+    uloop_timeout_set(&engine.init_wan_detect_all, delay_ms);
+}
+
 void open_cycle_over_all_in(int delay_ms)
 {
     engine.swap.pause_runs = false; // whoever swaps says so afterwards
-    uloop_timeout_set(&engine.init_wan_detect_all, delay_ms);
+    arm_cycle_over_all(delay_ms);
+}
+
+void bring_cycle_over_all_forward(int longest_ms)
+{
+    uloop_timeout &start = engine.init_wan_detect_all;
+    if (start.pending && uloop_timeout_remaining64(&start) > longest_ms)
+        arm_cycle_over_all(longest_ms);
 }
 
 void start_wan_detect_all(int delay_ms)

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The states of a detection cycle and all ways between them. Nobody else arms the cycle's timers, or writes the flags
-// by which others know the state; proto_stage.cpp arms the two timers of the stage, which requests take as well.
+// by which others know the state; proto_stage.cpp arms the two timers of the stage, which requests take as well, and
+// retries.cpp that of a look, which begins a cycle only where the WAN port does not work.
 // docs/architecture.md draws the picture.
 #pragma once
 
@@ -34,6 +35,9 @@ void interrupt_cycle();
 
 // Asks for a cycle over all linked ports of the pool; the last request wins.
 void open_cycle_over_all_in(int delay_ms);
+
+// One that is asked for already comes within `longest_ms`.
+void bring_cycle_over_all_forward(int longest_ms);
 
 // The same for who asks from outside: says so, and counts as a change that makes another look worth while.
 void start_wan_detect_all(int delay_ms);

@@ -13,6 +13,7 @@
 #include "platform/text.h"
 
 constexpr uint32_t AFTER_THREAD_START_MS = 5;
+static_assert(PORT_SETTLE_MS < WAN_DOWN_DELAY_MS); // the first pass finds the port that the cable was moved to
 constexpr const char *CHANGE = "wan_detect_process_link_change"; // its parts speak in its name
 
 // Adds the port to the parked ones and gives their number. ERR_NOTHING_DONE when the cycle is over: its end

@@ -6,8 +6,7 @@
 
 struct t_device;
 
-// From a port's link to its place among the parked ports: shorter than WAN_DOWN_DELAY_MS, so that the first pass after
-// a cable moved finds its new port.
+// From a port's link to its place among the parked ports, where the first pass after a cable moved finds it.
 constexpr uint32_t PORT_SETTLE_MS = 9000;
 
 // Stores the new state of a port of the device table and starts, delays or feeds a cycle; a link that returns lifts the

@@ -10,8 +10,8 @@ constexpr int RETRY_LONGEST_FIRST_S = 3600;
 // At start-up, so that the first pause is known before it is needed.
 void read_first_pause();
 
-// Asks for the next look unless one is due already, and lengthens the pause before the one after it. Nothing happens
-// with detection off, outside router mode, or when the configuration wants no retries.
+// Asks for the next look unless one is due already; the look itself doubles the pause before the one after it. Nothing
+// happens with detection off, outside router mode, or when the configuration wants no retries.
 void look_again_later();
 
 // A stage begins, behind which look_again_later() is asked for what is left of the pause.

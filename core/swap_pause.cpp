@@ -6,7 +6,7 @@
 #include <sys/stat.h>
 
 #include "adapters/wan_switch.h"
-#include "core/engine.h"
+#include "core/cycle.h"
 #include "model/chronicle.h"
 #include "model/port_model.h"
 #include "platform/clock.h"
@@ -120,8 +120,7 @@ void settle_swap()
 void begin_swap_pauses_anew()
 {
     constexpr int first_ms = SWAP_PAUSE_FIRST_S * MILLISECONDS_PER_SECOND;
-    uloop_timeout &test = engine.init_wan_detect_all;
     engine.swap.failures = 0;
-    if (engine.swap.pause_runs && test.pending && uloop_timeout_remaining64(&test) > first_ms)
-        uloop_timeout_set(&test, first_ms);
+    if (engine.swap.pause_runs)
+        bring_cycle_over_all_forward(first_ms);
 }

@@ -19,17 +19,24 @@ enum t_log_level : int {
 };
 
 // LOG(Error, "body\n", args...) writes "[wan_detect][Error][uptime][function:line]: body" when the level lets it
-// through. LOG_AS(name, ...) speaks in the name of the step that a function is a part of. Arguments are made only for a
-// line that is written; where there are none, the printer alone looks at the level, which takes less of the program.
+// through. LOG_AS(name, ...) speaks in the name of the step that a function is a part of. Arguments that call
+// something are made only for a line that is written; where they are but read, the printer alone looks at the level,
+// which takes less of the program.
 #define LOG(level, format, ...) LOG_AS(__func__, level, format, ##__VA_ARGS__)
-#define LOG_AS(function, level, format, ...)                                         \
-    do {                                                                             \
-        if (LOG_HAS_NOTHING(#__VA_ARGS__) || LOG_LETS_THROUGH(level))                \
-            log_say({LOG_LEVEL_##level, __LINE__}, function, format, ##__VA_ARGS__); \
+#define LOG_AS(function, level, format, ...)                                                           \
+    do {                                                                                               \
+        if (constexpr bool at_hand = log_reads_only(#__VA_ARGS__); at_hand || LOG_LETS_THROUGH(level)) \
+            log_say({LOG_LEVEL_##level, __LINE__}, function, format, ##__VA_ARGS__);                   \
     } while (0)
 
-// Of arguments as they stand in the source.
-#define LOG_HAS_NOTHING(arguments) (sizeof(arguments) == sizeof "")
+// Of arguments as they stand in the source: they call nothing and change nothing.
+constexpr bool log_reads_only(const char *arguments)
+{
+    for (; *arguments != '\0'; arguments++)
+        if (*arguments == '(' || *arguments == '=' || *arguments == '+' || (*arguments == '-' && arguments[1] == '-'))
+            return false;
+    return true;
+}
 
 // First statement of the functions that announce themselves.
 #define LOG_ENTER() log_enter(__LINE__, __func__)

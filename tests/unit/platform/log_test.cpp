@@ -223,7 +223,14 @@ TEST(log, a_line_above_the_level_does_not_evaluate_its_arguments)
     int evaluated = 0;
     LOG(Debug, "%d\n", ++evaluated);
     EXPECT_EQ(evaluated, 0);
+    const auto evaluate = [&] { return ++evaluated; };
+    LOG(Debug, "%d\n", evaluate());
+    EXPECT_EQ(evaluated, 0);
 }
+
+static_assert(log_reads_only("") && log_reads_only("dev->name, count - 1, names[i]"));
+static_assert(!log_reads_only("name(dev)") && !log_reads_only("i++") && !log_reads_only("i--") &&
+              !log_reads_only("i = 1"));
 
 TEST(log, a_line_is_written_out_at_once_even_into_a_file)
 {
