@@ -56,6 +56,16 @@ void generate_possible_wan_dev_list(bool beside_others)
     }
 }
 
+// Any port that comes up is parked: one that may not be WAN leaves again, and the WAN port is looked at first.
+static bool some_will_be_asked(const t_device_list_head &list)
+{
+    t_read_guard guard(engine.gate.locks.device_lock);
+    for (const t_device_list *node = list.head.next; node; node = node->next)
+        if (node->dev != port_model.wan_dev && may_be_wan(node->dev))
+            return true;
+    return false;
+}
+
 static void adopt_parked_devices()
 {
     t_device_list_head adopted = {};
@@ -63,7 +73,7 @@ static void adopt_parked_devices()
         t_spin_guard guard(engine.gate.locks.cache_lock);
         std::swap(adopted, engine.possible_wan_dev_list_cache);
     }
-    engine.retry.some_joined |= adopted.count != 0;
+    engine.retry.some_joined |= some_will_be_asked(adopted);
     merge_two_list(&engine.possible_wan_dev_list, &adopted); // tells of each, so without the lock
 }
 

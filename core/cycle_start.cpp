@@ -198,6 +198,7 @@ static bool wan_port_decides()
 static void look_in_passing()
 {
     if (begin_overdue_look()) {
+        refresh_reserved_ports();
         generate_possible_wan_dev_list(true);
         engine.possible_wan_dev_list.remove(port_model.wan_dev);
     } else {

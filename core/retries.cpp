@@ -144,8 +144,8 @@ void begin_rounds()
     if (!engine.retry.opened_cycle)
         engine.retry.round = 0;
     engine.retry.opened_cycle = false;
-    if (engine.retry.runs_on == t_running_on::begun)
-        engine.retry.runs_on = t_running_on::none;
+    engine.retry.runs_on = t_running_on::none;
+    engine.retry.some_joined = false;
     engine.silence_is_expected = true;
 }
 

@@ -62,6 +62,16 @@ protected:
         unplug({"eth2"});
         ask_until_nobody_is_left();
     }
+    // Of a cycle in which eth4 waits for a look that is overdue.
+    static void ask_eth2_until_joined_by(const char *port)
+    {
+        open_cycle();
+        plug({"eth4"}); // without a word
+        join("eth2");
+        engine.retry.due_ms = monotonic_ms();
+        ask_one_stage();
+        join(port);
+    }
     // The look comes and the pass after it.
     static void look()
     {
@@ -336,7 +346,7 @@ TEST_F(look_again, ports_that_join_a_cycle_before_its_first_pause_do_not_put_it_
     EXPECT_EQ(log->count("Info", "begin_overdue_look", "There is always a port left to ask, looking at all ports now!"),
               1);
     ask_one_stage();
-    join("eth0"); // the WAN port
+    join("eth4");
     EXPECT_EQ(engine.retry.runs_on, t_running_on::begun);
     EXPECT_EQ(engine.retry.armed_s, 60);
 }
@@ -433,16 +443,67 @@ TEST_F(look_again, with_an_interval_that_became_0_or_outside_router_mode_none_is
 }
 
 // holds: overdue-look
-TEST_F(look_again, a_pause_that_began_while_ports_were_asked_is_none_of_the_next_cycle)
+TEST_F(look_again, a_pause_that_ran_while_ports_were_asked_is_none_of_the_next_cycle)
 {
     open_cycle();
     join("eth2");
-    ASSERT_EQ(engine.retry.runs_on, t_running_on::cut);
-    begin_rounds();
-    EXPECT_EQ(engine.retry.runs_on, t_running_on::cut) << "what is left of it is waited for";
-    engine.retry.runs_on = t_running_on::begun;
-    begin_rounds();
-    EXPECT_EQ(engine.retry.runs_on, t_running_on::none);
+    for (t_running_on how : {t_running_on::cut, t_running_on::begun}) {
+        engine.retry.runs_on = how;
+        engine.retry.some_joined = true;
+        begin_rounds();
+        EXPECT_EQ(engine.retry.runs_on, t_running_on::none);
+        EXPECT_FALSE(engine.retry.some_joined);
+    }
+}
+
+// holds: overdue-look
+TEST_F(look_again, a_cycle_after_a_loss_asks_who_came_up_first_also_behind_a_swap_in_vain)
+{
+    open_cycle();
+    fake_probes.dhcp_ports = {"eth2"};
+    fake_router.swap_works = false;
+    join("eth2");
+    engine.retry.due_ms = monotonic_ms();
+    run_until_end();
+    ASSERT_EQ(engine.result_dev, dev("eth2"));
+    fire(engine.end);
+    ASSERT_TRUE(engine.init_wan_detect_all.pending) << "a swap is tested, whatever became of it";
+    plug({"eth4"}); // without a word
+    open_cycle_after_loss();
+    join("eth3");
+    EXPECT_EQ(candidates(), "eth3");
+}
+
+// holds: overdue-look
+TEST_F(look_again, a_port_outside_the_pool_that_joins_brings_none)
+{
+    load("dhcp", "0 1 2 3 4", "0 2 3 4");
+    ask_eth2_until_joined_by("eth1");
+    EXPECT_EQ(candidates(), "eth2");
+    EXPECT_EQ(engine.retry.runs_on, t_running_on::cut);
+}
+
+// holds: overdue-look
+TEST_F(look_again, the_wan_port_that_joins_brings_none)
+{
+    ask_eth2_until_joined_by("eth0");
+    EXPECT_EQ(candidates(), "eth2");
+    EXPECT_EQ(engine.retry.runs_on, t_running_on::cut);
+}
+
+// holds: overdue-look
+TEST_F(look_again, an_overdue_one_knows_what_is_reserved_by_then)
+{
+    plug({"eth1"});
+    write_switch_config(5, 0, "config gaming 'gaming'\n\toption switch_port 'port1'\n");
+    open_cycle();
+    join("eth2");
+    ASSERT_EQ(candidates(), "eth2");
+    ask_one_stage();
+    write_switch_config(5, 0);
+    engine.retry.due_ms = monotonic_ms();
+    join("eth3");
+    EXPECT_EQ(candidates(), "eth1 eth2 eth3");
 }
 
 // holds: overdue-look
