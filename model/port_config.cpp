@@ -77,7 +77,7 @@ static void read_port_prefixes(uci_package *package)
 {
     const uci_option *option = find_config_option(find_config_section(package, "auto_wan_detect"), "port_prefix");
     const char *words = option ? option_text(option) : nullptr;
-    set_port_prefixes(words ? words : DEFAULT_PORT_PREFIX);
+    set_port_prefixes(words ? words : "");
 }
 
 // Adds the port that a section declares and counts it. False when the loading ends here.

@@ -2,7 +2,8 @@
 # SPDX-License-Identifier: MIT
 # Prints the link of every Ethernet port as one JSON object, {"eth0":true,"eth1":false}. A port begins with a word of
 # network.auto_wan_detect.port_prefix, which spaces part; where there is none, it is "eth" and a number.
-# It runs once a second, so it waits for no lock as `uci` does. The reader takes 512 bytes at most.
+# It runs once a second: the daemon tells it the words, and nothing but the shell itself is started. By hand they are looked
+# up, without waiting for a lock as `uci` does. The reader takes 512 bytes at most.
 
 set -f
 IFS=' '
@@ -11,13 +12,21 @@ LIMIT=512
 NEWLINE='
 '
 
-quote="[\"']\\{0,1\\}"
-blank='[[:space:]]'
-some=$blank'\{1,\}'
-section="^$blank*config${some}[^[:space:]]*$some${quote}auto_wan_detect${quote}$blank*\\(#.*\\)\\{0,1\\}\$"
-prefixes=$(sed -n "/$section/,/^$blank*config$blank/\
+look_up_prefixes() {
+    quote="[\"']\\{0,1\\}"
+    blank='[[:space:]]'
+    some=$blank'\{1,\}'
+    section="^$blank*config${some}[^[:space:]]*$some${quote}auto_wan_detect${quote}$blank*\\(#.*\\)\\{0,1\\}\$"
+    prefixes=$(sed -n "/$section/,/^$blank*config$blank/\
 s/^$blank*option$some${quote}port_prefix$quote$some$quote\\([^\"']*\\).*/\\1 /p" "$CONFIG" 2>/dev/null)
-prefixes=${prefixes##*"$NEWLINE"} # of several the last one counts, as for `uci`
+    prefixes=${prefixes##*"$NEWLINE"} # of several the last one counts, as for `uci`
+}
+
+if [ "${WAN_DETECT_PORT_PREFIX+told}" ]; then
+    prefixes=$WAN_DETECT_PORT_PREFIX
+else
+    look_up_prefixes
+fi
 case $prefixes in
 *[!' ']*) ;;
 *) prefixes= ;;

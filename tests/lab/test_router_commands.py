@@ -16,6 +16,7 @@ pytestmark = real_root
 
 ROUTER = Path(__file__).resolve().parent.parent.parent / "router"
 READER_LIMIT = 512
+TOLD = "WAN_DETECT_PORT_PREFIX"
 SHELLS = [["sh"]] + ([["busybox", "ash"]] if shutil.which("busybox") else [])
 
 
@@ -24,10 +25,14 @@ OWN_ETC = ["mount -t tmpfs tmpfs /mnt", "mkdir /mnt/upper /mnt/work",
            "rm -rf /etc/config", "mkdir /etc/config"]
 
 
-def with_ports(shell, script, *preparation, network=""):
-    """Output of a router command in a fresh namespace after the preparing `ip` commands, with this configuration."""
+def with_ports(shell, script, *preparation, network="", told=None):
+    """Output of a router command in a fresh namespace after the preparing `ip` commands, with this configuration; with what
+    the daemon tells of the ports' names, and then without any program in the path."""
+    start = [shutil.which(shell[0]), *shell[1:], str(ROUTER / script)]
+    if told is not None:
+        start = ["PATH=/nowhere", f"{TOLD}='{told}'", *start]
     lines = ["mount -t sysfs sysfs /sys", *OWN_ETC, 'printf %s "$NETWORK" >/etc/config/network',
-             *(f"ip {command}" for command in preparation), " ".join([*shell, str(ROUTER / script)])]
+             *(f"ip {command}" for command in preparation), " ".join(start)]
     done = subprocess.run(["unshare", "--mount", "--net", "sh", "-ec", "\n".join(lines)], capture_output=True,
                           text=True, check=True, env={**os.environ, "NETWORK": network})
     return done.stdout
@@ -61,6 +66,16 @@ def test_ports_are_what_begins_with_the_configured_words(shell, option):
     preparation = [command for name in names for command in veth(name)] + ["link set wan up", "link set far-wan up"]
     told = with_ports(shell, "get_all_port_state.sh", *preparation, network=PREFIX % option)
     assert json.loads(told) == {"lan1": False, "lan2": False, "wan": True, "sfp0": False}
+
+
+# holds: router-commands-prefix-told
+@pytest.mark.parametrize("shell", SHELLS)
+@pytest.mark.parametrize("told, ports", [("lan  wan ", ["lan1", "wan"]), ("eth", ["eth0", "ethx"]), ("", ["eth0"]), (" ", ["eth0"])])
+def test_the_words_that_the_daemon_tells_are_taken_and_nothing_is_started(shell, told, ports):
+    preparation = [command for name in ("eth0", "ethx", "lan1", "no1", "wan") for command in veth(name)]
+    network = PREFIX % "option port_prefix 'no'"
+    found = with_ports(shell, "get_all_port_state.sh", *preparation, network=network, told=told)
+    assert json.loads(found) == dict.fromkeys(ports, False)
 
 
 # holds: router-commands-prefix

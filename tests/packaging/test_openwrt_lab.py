@@ -57,7 +57,7 @@ mv /usr/sbin/network_lanwan_swap /usr/sbin/swap
 cat >/usr/sbin/network_lanwan_swap <<'END'
 #!/bin/sh
 case $(/usr/bin/env | sed '/^LD_PRELOAD=/d; /^FAKETIME/d; /^PWD=/d' | sort | tr '\\n' ' ') in
-"PATH=/usr/sbin:/usr/bin:/sbin:/bin container=ujail ") exec swap "$@" ;;
+"PATH=/usr/sbin:/usr/bin:/sbin:/bin WAN_DETECT_PORT_PREFIX= container=ujail ") exec swap "$@" ;;
 esac
 END
 chmod 755 /usr/sbin/network_lanwan_swap

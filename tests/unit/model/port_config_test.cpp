@@ -214,6 +214,22 @@ TEST_F(port_config, the_prefixes_say_which_names_are_ports)
     EXPECT_TRUE(is_port_name("eth0"));
 }
 
+// holds: router-commands-prefix-told
+TEST_F(port_config, commands_find_the_prefixes_in_their_environment)
+{
+    write_config("network", section("wan_detect", "auto_wan_detect", {{"port_prefix", "lan  wan"}}));
+    generate_eth_device(&port_model);
+    EXPECT_STREQ(getenv("WAN_DETECT_PORT_PREFIX"), "lan  wan");
+    for (const char *none : {" ", "eth"}) {
+        write_config("network", section("wan_detect", "auto_wan_detect", {{"port_prefix", none}}));
+        generate_eth_device(&port_model);
+        EXPECT_STREQ(getenv("WAN_DETECT_PORT_PREFIX"), none[0] == ' ' ? "" : "eth");
+    }
+    write_config("network", devices(1));
+    generate_eth_device(&port_model);
+    EXPECT_STREQ(getenv("WAN_DETECT_PORT_PREFIX"), "") << "eth and a number, not whatever begins with it";
+}
+
 // holds: port-prefix
 TEST_F(port_config, ports_of_another_name_get_attributes_the_wan_role_and_the_place_of_the_fake_wan_port)
 {
