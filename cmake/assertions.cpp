@@ -10,9 +10,11 @@ namespace std {
 __attribute__((noreturn)) void __glibcxx_assert_fail(const char *file, int line, const char *function,
                                                      const char *condition) noexcept;
 
-void __glibcxx_assert_fail(const char *file, int line, const char *function, const char *condition) noexcept
+// The function's name, with all that its template was made with, would take half a kilobyte of the program, and the
+// line tells it too.
+void __glibcxx_assert_fail(const char *file, int line, const char *, const char *condition) noexcept
 {
-    fprintf(stderr, "%s:%d: %s: %s does not hold\n", file, line, function, condition);
+    fprintf(stderr, "%s:%d: %s does not hold\n", file, line, condition);
     abort();
 }
 
