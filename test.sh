@@ -91,7 +91,8 @@ tidy() {
 cppcheck_all() {
     local rooms
     mapfile -t rooms < <(git ls-files '*/*.cpp' ':!tests' ':!bench' ':!cmake' ':!lab' ':!compat' | cut -d / -f 1 | sort -u)
-    mkdir -p build/cppcheck # what it found there holds for what is as it was
+    [ build/cppcheck -nt test.sh ] || rm -rf build/cppcheck
+    mkdir -p build/cppcheck # what it found there holds for sources and options that are as they were
     cppcheck --enable=warning,performance,portability --error-exitcode=1 --inline-suppr --std=c++20 --language=c++ -q \
         -j "$jobs" --cppcheck-build-dir=build/cppcheck --suppress=missingInclude -D_GNU_SOURCE -I. -Icompat/libubox/include \
         -Icompat/libubus/include -Icompat/libuci/include "${rooms[@]}" compat/libubox compat/libubus compat/libuci
@@ -111,7 +112,7 @@ program_checks() {
 }
 
 lab_tests() { # lab_tests PYTEST-ARGUMENTS...
-    /usr/bin/python3 -m pytest -q -p no:cacheprovider "$@" --build build/release
+    timeout --foreground 2400 /usr/bin/python3 -m pytest -q -p no:cacheprovider "$@" --build build/release
 }
 
 lab() { # lab PYTEST-ARGUMENTS...
@@ -120,9 +121,9 @@ lab() { # lab PYTEST-ARGUMENTS...
 }
 
 packages_and_users() { # the router package's tests, and how somebody plays who is not root
-    local side_by_side=(-n "$jobs" --dist loadgroup)
-    lab_tests tests/packaging --ignore-glob '*test_debian*' --ignore-glob '*test_reproducible*' "${side_by_side[@]}" &&
-        lab_tests tests/unprivileged "${side_by_side[@]}"
+    local labs=tests/packaging/test_openwrt_lab.py # which plays side by side by itself
+    lab_tests tests/packaging --ignore "$labs" --ignore-glob '*test_debian*' --ignore-glob '*test_reproducible*' -n "$jobs" &&
+        lab_tests "$labs" && lab_tests tests/unprivileged -n "$jobs"
 }
 
 papers() {

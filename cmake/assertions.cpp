@@ -10,8 +10,8 @@ namespace std {
 __attribute__((noreturn)) void __glibcxx_assert_fail(const char *file, int line, const char *function,
                                                      const char *condition) noexcept;
 
-// The function's name, with all that its template was made with, would take half a kilobyte of the program, and the
-// line tells it too.
+// File and line are the library's own. The names of its functions, with all that their templates were made with, would
+// take half a kilobyte of the program.
 void __glibcxx_assert_fail(const char *file, int line, const char *, const char *condition) noexcept
 {
     fprintf(stderr, "%s:%d: %s does not hold\n", file, line, condition);

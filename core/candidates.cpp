@@ -47,23 +47,13 @@ void generate_possible_wan_dev_list(bool beside_others)
     LOG_ENTER();
     t_read_guard guard(engine.gate.locks.device_lock);
     for (t_device *dev = port_model.dev_hashmap_head; dev; dev = static_cast<t_device *>(dev->hh.next)) {
-        if (!may_be_wan(dev) || (beside_others && engine.possible_wan_dev_list.find(dev)))
+        if (!may_be_wan(dev) || (beside_others && (dev->is_brlan_dev || engine.possible_wan_dev_list.find(dev))))
             continue;
         if (engine.possible_wan_dev_list.add(dev) == OK)
             LOG(Debug, "Add device %s to possible wan list!\n", dev->name);
         else
             LOG(Info, "Failed to add device %s to possible wan list!\n", dev->name);
     }
-}
-
-// Any port that comes up is parked: one that may not be WAN leaves again, and the WAN port is looked at first.
-static bool some_will_be_asked(const t_device_list_head &list)
-{
-    t_read_guard guard(engine.gate.locks.device_lock);
-    for (const t_device_list *node = list.head.next; node; node = node->next)
-        if (node->dev != port_model.wan_dev && may_be_wan(node->dev))
-            return true;
-    return false;
 }
 
 static void adopt_parked_devices()
@@ -73,7 +63,8 @@ static void adopt_parked_devices()
         t_spin_guard guard(engine.gate.locks.cache_lock);
         std::swap(adopted, engine.possible_wan_dev_list_cache);
     }
-    engine.retry.some_joined |= some_will_be_asked(adopted);
+    for (const t_device_list *node = adopted.head.next; node; node = node->next)
+        node->dev->has_joined = true;
     merge_two_list(&engine.possible_wan_dev_list, &adopted); // tells of each, so without the lock
 }
 
@@ -176,6 +167,21 @@ static void remove_brlan_dev_from_list()
     }
     if (fake_wan.remove(true))
         LOG(Error, "Impossibe! fake_wan has a br-lan device?\n");
+}
+
+void forget_who_joined()
+{
+    for (t_device *dev = port_model.dev_hashmap_head; dev; dev = static_cast<t_device *>(dev->hh.next))
+        dev->has_joined = false;
+}
+
+bool somebody_joined()
+{
+    bool found = false;
+    for (const t_device_list *node = engine.possible_wan_dev_list.head.next; node; node = node->next)
+        found = found || node->dev->has_joined;
+    forget_who_joined();
+    return found;
 }
 
 bool filter_candidates()

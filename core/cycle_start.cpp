@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "core/cycle_start.h"
 
-#include <utility>
-
 #include "adapters/network_status.h"
 #include "adapters/state_events.h"
 #include "core/candidates.h"
@@ -58,6 +56,7 @@ static void open_pass()
         note_cycle_begins();
         announce_cycle(true);
         begin_rounds();
+        forget_who_joined();
         delete_file(WAN_RESULT_FILE);
         const t_device *former_wan = port_model.wan_dev;
         update_wan_device(&port_model);
@@ -198,7 +197,6 @@ static bool wan_port_decides()
 static void look_in_passing()
 {
     if (begin_overdue_look()) {
-        refresh_reserved_ports();
         generate_possible_wan_dev_list(true);
         engine.possible_wan_dev_list.remove(port_model.wan_dev);
     } else {
@@ -209,9 +207,9 @@ static void look_in_passing()
 static void ask_candidates()
 {
     engine.possible_wan_dev_list.remove(port_model.wan_dev); // it was listed only to be looked at first
-    if (std::exchange(engine.retry.some_joined, false) && engine.possible_wan_dev_list.count != 0)
-        look_in_passing();
     const bool somebody_is_left = filter_candidates();
+    if (somebody_joined())
+        look_in_passing();
     note_ports_left_out();
     if (somebody_is_left)
         return confirm_candidates();

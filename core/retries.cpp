@@ -145,7 +145,6 @@ void begin_rounds()
         engine.retry.round = 0;
     engine.retry.opened_cycle = false;
     engine.retry.runs_on = t_running_on::none;
-    engine.retry.some_joined = false;
     engine.silence_is_expected = true;
 }
 

@@ -33,8 +33,8 @@ int retry_pause_s();
 // True in every second look: gateways that answer no stranger are asked in the connection's own name then.
 bool asks_in_own_name();
 
-// A cycle begins, with no pause of the one before it; unless it was opened by a look, its first search is asked in the
-// bridge's name again.
+// A cycle begins, and no pause of the one before it runs on beside its stages; unless it was opened by a look, its
+// first search is asked in the bridge's name again.
 void begin_rounds();
 
 // A look begins; with `opens_cycle` in a cycle of its own.

@@ -13,7 +13,8 @@ void set_port_prefixes(const char *words)
 {
     const bool is_empty = words[strspn(words, " ")] == '\0';
     bounded_copy(prefixes, is_empty ? DEFAULT_PORT_PREFIX : words, sizeof prefixes);
-    setenv(PORT_PREFIX_VARIABLE, is_empty ? "" : prefixes, 1); // without memory the script looks itself
+    if (setenv(PORT_PREFIX_VARIABLE, is_empty ? "" : prefixes, 1) != 0)
+        unsetenv(PORT_PREFIX_VARIABLE); // the script looks itself
 }
 
 bool is_port_name(const char *name)

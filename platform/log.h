@@ -29,12 +29,15 @@ enum t_log_level : int {
             log_say({LOG_LEVEL_##level, __LINE__}, function, format, ##__VA_ARGS__);                   \
     } while (0)
 
-// Of arguments as they stand in the source: they call nothing and change nothing.
+// Of arguments as they stand in the source: no call, no temporary, no subscript and no change can be seen in them. What
+// stands behind a macro or an operator is not seen.
 constexpr bool log_reads_only(const char *arguments)
 {
+    constexpr char does_more[] = "({[=+";
     for (; *arguments != '\0'; arguments++)
-        if (*arguments == '(' || *arguments == '=' || *arguments == '+' || (*arguments == '-' && arguments[1] == '-'))
-            return false;
+        for (const char *sign = does_more; *sign != '\0'; sign++)
+            if (*arguments == *sign || (*arguments == '-' && arguments[1] == '-'))
+                return false;
     return true;
 }
 

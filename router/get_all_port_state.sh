@@ -48,8 +48,11 @@ for prefix in ${prefixes:-eth}; do
     set +f
     for dir in "/sys/class/net/$prefix"*; do
         name=${dir##*/}
+        case $name in
+        *.*) continue ;; # a VLAN on a port
+        esac
         case $prefixes:$name in
-        *.* | :eth*[!0-9]*) continue ;; # a VLAN on a port, or no port at all
+        :eth*[!0-9]*) continue ;; # no port at all
         esac
         [ ! -d "$dir" ] || add "$name" || break 2
     done

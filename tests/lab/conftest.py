@@ -129,7 +129,7 @@ class Player:
         return self.played[arguments]
 
     def result(self, arguments, may_fail):
-        """Of the scenario; one that failed is played once more, when nothing else plays, and that is told at the end."""
+        """Of the scenario; one that failed is played once more, when no other one plays, and that is told at the end."""
         failures = [] if may_fail else self.failures(arguments)
         if failures and arguments not in self.again and len(self.again) < MOST_PLAYED_AGAIN:
             wait(self.played.values())

@@ -8,8 +8,6 @@ import pytest
 
 from rights import ROOT, bounded, play
 
-pytestmark = pytest.mark.xdist_group("labs")    # one process has all of them played
-
 LABS = 3
 PACKAGE = ROOT / "packaging" / "openwrt" / "files"
 HERE = ROOT / "tests" / "packaging"

@@ -63,13 +63,17 @@ protected:
         ask_until_nobody_is_left();
     }
     // Of a cycle in which eth4 waits for a look that is overdue.
-    static void ask_eth2_until_joined_by(const char *port)
+    static void ask_eth2()
     {
         open_cycle();
         plug({"eth4"}); // without a word
         join("eth2");
         engine.retry.due_ms = monotonic_ms();
         ask_one_stage();
+    }
+    static void ask_eth2_until_joined_by(const char *port)
+    {
+        ask_eth2();
         join(port);
     }
     // The look comes and the pass after it.
@@ -449,10 +453,8 @@ TEST_F(look_again, a_pause_that_ran_while_ports_were_asked_is_none_of_the_next_c
     join("eth2");
     for (t_running_on how : {t_running_on::cut, t_running_on::begun}) {
         engine.retry.runs_on = how;
-        engine.retry.some_joined = true;
         begin_rounds();
         EXPECT_EQ(engine.retry.runs_on, t_running_on::none);
-        EXPECT_FALSE(engine.retry.some_joined);
     }
 }
 
@@ -489,6 +491,49 @@ TEST_F(look_again, the_wan_port_that_joins_brings_none)
     ask_eth2_until_joined_by("eth0");
     EXPECT_EQ(candidates(), "eth2");
     EXPECT_EQ(engine.retry.runs_on, t_running_on::cut);
+}
+
+// holds: overdue-look
+TEST_F(look_again, a_port_with_lan_hosts_behind_it_that_joins_brings_none)
+{
+    fake_probes.lan_ports = {"eth3"};
+    ask_eth2_until_joined_by("eth3");
+    EXPECT_EQ(candidates(), "eth2");
+    EXPECT_EQ(engine.retry.runs_on, t_running_on::cut);
+}
+
+// holds: overdue-look
+TEST_F(look_again, an_overdue_one_lists_no_port_with_lan_hosts_behind_it)
+{
+    fake_probes.lan_ports = {"eth4"};
+    ask_eth2_until_joined_by("eth3");
+    EXPECT_EQ(candidates(), "eth2 eth3");
+    EXPECT_EQ(engine.retry.runs_on, t_running_on::none);
+}
+
+// holds: overdue-look
+TEST_F(look_again, a_port_that_became_reserved_brings_none_and_one_that_became_free_does)
+{
+    ask_eth2();
+    write_switch_config(5, 0, "config gaming 'gaming'\n\toption switch_port 'port1'\n");
+    join("eth1");
+    EXPECT_EQ(candidates(), "eth2");
+    ask_one_stage();
+    write_switch_config(5, 0);
+    join("eth1");
+    EXPECT_EQ(candidates(), "eth1 eth2 eth4");
+}
+
+// holds: overdue-look
+TEST_F(look_again, who_joined_at_the_end_of_a_cycle_is_forgotten_with_the_next)
+{
+    open_cycle();
+    dev("eth2")->has_joined = true;
+    plug({"eth2"});
+    be_in(t_cycle_state::resting);
+    open_cycle();
+    EXPECT_EQ(candidates(), "eth2");
+    EXPECT_EQ(engine.retry.runs_on, t_running_on::none);
 }
 
 // holds: overdue-look

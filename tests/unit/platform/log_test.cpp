@@ -228,9 +228,9 @@ TEST(log, a_line_above_the_level_does_not_evaluate_its_arguments)
     EXPECT_EQ(evaluated, 0);
 }
 
-static_assert(log_reads_only("") && log_reads_only("dev->name, count - 1, names[i]"));
-static_assert(!log_reads_only("name(dev)") && !log_reads_only("i++") && !log_reads_only("i--") &&
-              !log_reads_only("i = 1"));
+static_assert(log_reads_only("") && log_reads_only("dev->name, count - 1, a < b ? -a : b"));
+static_assert(!log_reads_only("name(dev)") && !log_reads_only("t_text{1}.text") && !log_reads_only("names[i]") &&
+              !log_reads_only("i++") && !log_reads_only("i--") && !log_reads_only("i = 1"));
 
 TEST(log, a_line_is_written_out_at_once_even_into_a_file)
 {
