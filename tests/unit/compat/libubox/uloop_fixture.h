@@ -109,11 +109,12 @@ struct socket_pair : fd_pair {
     socket_pair() { EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, fds), 0); }
 };
 
-// Runs the loop for this long, or until something else ends it.
+// Runs the loop for this long on a machine that has nothing else to do, or until something else ends it.
 inline int run_for(int ms)
 {
+    constexpr int PATIENCE = 10;
     timer end([] { uloop_end(); });
-    uloop_timeout_set(&end, ms);
+    uloop_timeout_set(&end, ms * PATIENCE);
     return uloop_run();
 }
 
