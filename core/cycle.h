@@ -36,11 +36,11 @@ void interrupt_cycle();
 // Asks for a cycle over all linked ports of the pool; the last request wins.
 void open_cycle_over_all_in(int delay_ms);
 
-// One that is asked for already comes within `longest_ms`.
-void bring_cycle_over_all_forward(int longest_ms);
-
 // The same for who asks from outside: says so, and counts as a change that makes another look worth while.
 void start_wan_detect_all(int delay_ms);
+
+// A cycle over all ports that is asked for already comes within `longest_ms`.
+void bring_cycle_over_all_forward(int longest_ms);
 
 // resting -> waiting, the first pass at once: the list is about to be made, and ports that come up meanwhile are
 // parked.
