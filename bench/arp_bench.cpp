@@ -23,7 +23,7 @@
 #include "probes/arp/arp_probe.h"
 #include "probes/lan/arp_table.h"
 #include "probes/lan/lan_hosts.h"
-#include "probes/wire/interface_query.h"
+#include "probes/wire/packet_socket.h"
 
 namespace {
 

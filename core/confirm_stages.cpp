@@ -4,11 +4,11 @@
 #include <cstring>
 #include <netinet/in.h>
 
-#include "core/connection.h"
 #include "core/cycle.h"
 #include "core/fates.h"
 #include "core/hints.h"
 #include "core/retries.h"
+#include "model/current_wan.h"
 #include "model/port_model.h"
 #include "platform/ipv4_text.h"
 #include "platform/log.h"

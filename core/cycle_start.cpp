@@ -4,7 +4,6 @@
 #include "adapters/network_status.h"
 #include "adapters/state_events.h"
 #include "core/candidates.h"
-#include "core/connection.h"
 #include "core/cycle.h"
 #include "core/fates.h"
 #include "core/hints.h"

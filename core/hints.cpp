@@ -5,10 +5,10 @@
 #include <cstring>
 
 #include "core/candidates.h"
-#include "core/connection.h"
 #include "core/engine.h"
 #include "model/chronicle.h"
 #include "model/config_text.h"
+#include "model/current_wan.h"
 #include "model/port_model.h"
 #include "platform/log.h"
 

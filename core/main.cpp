@@ -14,7 +14,6 @@
 #include "adapters/wan_switch.h"
 #include "core/background.h"
 #include "core/combo_switch.h"
-#include "core/connection.h"
 #include "core/cycle.h"
 #include "core/engine.h"
 #include "core/engine_life.h"

@@ -2,7 +2,6 @@
 #include "core/proto_stage.h"
 
 #include "core/candidates.h"
-#include "core/connection.h"
 #include "core/cycle.h"
 #include "core/hints.h"
 #include "core/link_scan.h"

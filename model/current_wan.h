@@ -2,7 +2,6 @@
 // The current WAN port and its connection type.
 #pragma once
 
-#include "model/device_protocol.h"
 #include "model/port_model.h"
 
 // Interface name of the current WAN port, zero-filled and cut to `size`. 0; the failed read's code; ERR_CONFIG_VALUE.
@@ -30,3 +29,17 @@ bool wan_role_is_at(const char *port_name);
 // Sets the current connection type and refreshes its secondary type and static addresses. A failure leaves all as it
 // was.
 void update_wan_ipv4_protocol(t_port_model *model);
+
+// The kind of the current connection, as the steps of a cycle tell it apart. Told by the beginning of the type's name;
+// tunnels are L2TP and PPTP, over a secondary connection with a dynamic or a fixed address. Other: none of these, or no
+// type at all.
+enum class t_connection : uint8_t { dhcp, pppoe, fixed, tunnel_dynamic, tunnel_fixed, other };
+
+t_connection connection_kind();
+
+// True for the kinds whose servers answer a probe: DHCP, PPPoE, and DHCP below a tunnel.
+bool is_probed(t_connection kind);
+
+// What a port has to be served by: the connection type itself, DHCP below a tunnel over a dynamic address. Null when
+// there is no record of it.
+t_protocol *wanted_protocol();

@@ -9,7 +9,7 @@
 #include "platform/log.h"
 #include "platform/result_codes.h"
 #include "probes/arp/arp_search.h"
-#include "probes/wire/interface_query.h"
+#include "probes/wire/packet_socket.h"
 
 // A search learns the MAC; the rest of a port's record is of another probe, or configured.
 static void note_owners(const t_device_list_head *list)

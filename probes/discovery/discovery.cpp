@@ -13,7 +13,6 @@
 #include "platform/guards.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
-#include "probes/wire/interface_query.h"
 #include "probes/wire/new_contexts.h"
 #include "probes/wire/packet_socket.h"
 

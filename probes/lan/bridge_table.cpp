@@ -20,7 +20,7 @@
 #include "platform/log.h"
 #include "platform/result_codes.h"
 #include "platform/text.h"
-#include "probes/wire/interface_query.h"
+#include "probes/wire/packet_socket.h"
 
 constexpr size_t SYSFS_DIR_SIZE = 128;
 constexpr size_t SYSFS_PATH_SIZE = 256;

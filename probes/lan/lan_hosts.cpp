@@ -15,7 +15,7 @@
 #include "probes/arp/arp_batch.h"
 #include "probes/lan/bridge_table.h"
 #include "probes/wire/frame_lines.h"
-#include "probes/wire/interface_query.h"
+#include "probes/wire/packet_socket.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The only place that touches packet sockets, so that tests can replace the wire: the functions here are all that
-// stands on it. A probe holds its socket as a t_port_socket. Loop thread only.
+// The only place that touches packet sockets and asks the kernel for interfaces, so that tests can replace the wire:
+// the functions here are all that stands on it. A probe holds its socket as a t_port_socket. Loop thread only.
 #pragma once
 
 #include <arpa/inet.h>
@@ -13,7 +13,6 @@
 #include <sys/types.h>
 
 #include "probes/wire/frame_filter.h"
-#include "probes/wire/interface_query.h"
 #include "probes/wire/mac.h"
 
 extern "C" {
@@ -61,6 +60,24 @@ void packet_socket_settle_error(uloop_fd *watcher);
 
 // Takes the descriptor out of the loop, closes it if it is open and sets it to -1.
 void packet_socket_close(uloop_fd *watcher);
+
+// --- what the kernel says of an interface
+
+constexpr const char *LAN_BRIDGE = "br-lan";
+
+struct t_interface_info {
+    uint32_t address_be;
+    uint32_t netmask_be;
+    t_mac mac;
+};
+
+// IPv4 address, netmask and MAC of an interface, by name. 0, or -1 when any of them cannot be read.
+int query_interface(const char *name, t_interface_info *info);
+
+// Index and MAC of a port, asked through an open socket. 0, or -1; what could not be read is 0 then.
+int query_port(int fd, const char *name, int *ifindex, t_mac *mac);
+
+// --- addresses, and a probe's own socket
 
 // A link-layer address of AF_PACKET. Without a destination (`mac` null) its length is 0.
 inline sockaddr_ll packet_address(uint16_t ether_type, int ifindex, const t_mac *mac)

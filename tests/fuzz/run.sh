@@ -90,7 +90,7 @@ decoders_of() {
     port_state) echo core/link_scan.cpp ;;
     combo_state) echo adapters/link_status.cpp ;;
     config_files | config_values) echo model/{port_config,protocol_config,static_config,switch_attributes}.cpp \
-        model/{reserved_ports,current_wan,fake_wan,config_text,device_protocol}.cpp platform/uci_access.cpp ;;
+        model/{reserved_ports,current_wan,fake_wan,config_text}.cpp platform/uci_access.cpp ;;
     network_status) echo adapters/network_status.cpp ;;
     options) echo core/options.cpp ;;
     bus_methods) echo adapters/{bus_object,state_object,state_report,state_reasons}.cpp model/banned.cpp ;;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "model/device_protocol.h"
+#include "model/port_model.h"
 
 #include "platform/result_codes.h"
 #include "tests/unit/model/model_test.h"

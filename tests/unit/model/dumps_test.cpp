@@ -7,7 +7,7 @@
 #include <pthread.h>
 #include <unistd.h>
 
-#include "model/device_protocol.h"
+#include "model/port_model.h"
 #include "platform/clock.h"
 #include "platform/log.h"
 #include "tests/unit/model/model_test.h"

@@ -12,7 +12,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "platform/child_process.h"
 #include "platform/clock.h"
 #include "platform/command.h"
 #include "platform/ending.h"

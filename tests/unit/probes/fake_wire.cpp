@@ -9,7 +9,6 @@
 #include <poll.h>
 
 #include "probes/wire/frame_filter.h"
-#include "probes/wire/interface_query.h"
 #include "probes/wire/packet_socket.h"
 
 extern "C" {

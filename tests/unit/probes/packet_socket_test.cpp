@@ -18,7 +18,6 @@
 
 #include "platform/clock.h"
 #include "probes/wire/frame_filter.h"
-#include "probes/wire/interface_query.h"
 #include "tests/unit/probes/veth_net.h"
 
 namespace {
