@@ -214,13 +214,20 @@ static bool answers_are_steady()
     });
 }
 
+// A port may have been one of these until it got the role, which makes its link anew.
+static void note_doubtful_answers()
+{
+    if (!answers_are_steady())
+        changed = now();
+}
+
 // Swaps that do not help come ever later, while nothing changes and all changes are seen.
 static void look_at_pause_before_swap()
 {
     const auto in_vain = static_cast<int>(
         std::count_if(swaps.begin(), swaps.end(), [](const t_swap &one) { return one.ended > changed + SEEN; }));
     // Where the connection was changed the daemon may ask for another one than the world knows.
-    if (in_vain < 2 || !was_well_since(changed) || world.connection_since > loop_began() || !answers_are_steady())
+    if (in_vain < 2 || !was_well_since(changed) || world.connection_since > loop_began())
         return;
     const t_time pause = pause_after(in_vain - 1), waited = now() - swaps.back().ended;
     if (waited < pause - SECOND)
@@ -265,6 +272,7 @@ static void look_at_deed(const t_seen &seen)
 {
     if (comes_from_outside(seen))
         changed = now();
+    note_doubtful_answers();
     if (seen.deed == t_deed::way_taken)
         note_way(static_cast<size_t>(seen.number) / STATES, static_cast<size_t>(seen.number) % STATES);
     else if (seen.deed == t_deed::command_started && strncmp(seen.text, SWAP, strlen(SWAP)) == 0)
@@ -333,6 +341,7 @@ static void look_at_rest_of_steps()
     if (world.told_to_end != NEVER || loop_began() == NEVER)
         return;
     look_at_network_package();
+    note_doubtful_answers();
     look_at_step();
     look_at_lost_port();
     look_at_untested_swap();
