@@ -169,21 +169,6 @@ static void remove_brlan_dev_from_list()
         LOG(Error, "Impossibe! fake_wan has a br-lan device?\n");
 }
 
-void forget_who_joined()
-{
-    for (t_device *dev = port_model.dev_hashmap_head; dev; dev = static_cast<t_device *>(dev->hh.next))
-        dev->has_joined = false;
-}
-
-bool somebody_joined()
-{
-    bool found = false;
-    for (const t_device_list *node = engine.possible_wan_dev_list.head.next; node; node = node->next)
-        found = found || node->dev->has_joined;
-    forget_who_joined();
-    return found;
-}
-
 bool filter_candidates()
 {
     if (engine.possible_wan_dev_list.count == 0)

@@ -32,10 +32,6 @@ int join_candidate_names(char (&names)[JOINED_NAMES_SIZE]);
 // anew, unless the list is empty. False when nobody is left.
 bool filter_candidates();
 
-// True when one of the candidates was parked before, and joined them since this was asked last.
-bool somebody_joined();
-void forget_who_joined();
-
 // Forgets the cycle's findings on every device of a list. Nobody calls it in this program.
 void clear_dev_list_volatile_attribute(t_device_list_head *list);
 

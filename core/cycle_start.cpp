@@ -55,7 +55,6 @@ static void open_pass()
         note_cycle_begins();
         announce_cycle(true);
         begin_rounds();
-        forget_who_joined();
         delete_file(WAN_RESULT_FILE);
         const t_device *former_wan = port_model.wan_dev;
         update_wan_device(&port_model);
@@ -195,20 +194,17 @@ static bool wan_port_decides()
 // the one that joins now, or its pause begins with it.
 static void look_in_passing()
 {
-    if (begin_overdue_look()) {
-        generate_possible_wan_dev_list(true);
-        engine.possible_wan_dev_list.remove(port_model.wan_dev);
-    } else {
-        begin_pause_while_asking();
-    }
+    if (!begin_look_in_passing())
+        return;
+    generate_possible_wan_dev_list(true);
+    engine.possible_wan_dev_list.remove(port_model.wan_dev);
 }
 
 static void ask_candidates()
 {
     engine.possible_wan_dev_list.remove(port_model.wan_dev); // it was listed only to be looked at first
     const bool somebody_is_left = filter_candidates();
-    if (somebody_joined())
-        look_in_passing();
+    look_in_passing();
     note_ports_left_out();
     if (somebody_is_left)
         return confirm_candidates();

@@ -99,17 +99,6 @@ void cut_pause_short()
     uloop_timeout_cancel(&engine.look_again);
 }
 
-void begin_pause_while_asking()
-{
-    if (engine.retry.runs_on != t_running_on::none || engine.look_again.pending)
-        return;
-    const int pause_s = read_next_pause_s();
-    if (pause_s == NO_RETRIES)
-        return;
-    plan(pause_s, pause_s * MILLISECONDS_PER_SECOND);
-    engine.retry.runs_on = t_running_on::begun;
-}
-
 void stop_looking_again()
 {
     engine.retry.runs_on = t_running_on::none;
@@ -139,6 +128,22 @@ bool asks_in_own_name()
     return engine.retry.round % 2 != 0;
 }
 
+static void forget_who_joined()
+{
+    for (t_device *dev = port_model.dev_hashmap_head; dev; dev = static_cast<t_device *>(dev->hh.next))
+        dev->has_joined = false;
+}
+
+// Since this was asked last; who joined and may not be asked has left the list by now.
+static bool somebody_joined()
+{
+    bool found = false;
+    for (const t_device_list *node = engine.possible_wan_dev_list.head.next; node; node = node->next)
+        found = found || node->dev->has_joined;
+    forget_who_joined();
+    return found;
+}
+
 void begin_rounds()
 {
     if (!engine.retry.opened_cycle)
@@ -146,6 +151,7 @@ void begin_rounds()
     engine.retry.opened_cycle = false;
     engine.retry.runs_on = t_running_on::none;
     engine.silence_is_expected = true;
+    forget_who_joined();
 }
 
 void begin_look(bool opens_cycle)
@@ -157,7 +163,19 @@ void begin_look(bool opens_cycle)
     engine.silence_is_expected = true;
 }
 
-bool begin_overdue_look()
+static void begin_pause_while_asking()
+{
+    if (engine.retry.runs_on != t_running_on::none || engine.look_again.pending)
+        return;
+    const int pause_s = read_next_pause_s();
+    if (pause_s == NO_RETRIES)
+        return;
+    plan(pause_s, pause_s * MILLISECONDS_PER_SECOND);
+    engine.retry.runs_on = t_running_on::begun;
+}
+
+// The look whose pause is over by now although ports are asked still. False while none is due.
+static bool begin_overdue_look()
 {
     if (engine.retry.runs_on == t_running_on::none || milliseconds_until_due() > 0 || !port_model.router_mode)
         return false;
@@ -167,4 +185,14 @@ bool begin_overdue_look()
     LOG(Info, "There is always a port left to ask, looking at all ports now!\n");
     begin_look(false);
     return true;
+}
+
+bool begin_look_in_passing()
+{
+    if (!somebody_joined())
+        return false;
+    if (begin_overdue_look())
+        return true;
+    begin_pause_while_asking();
+    return false;
 }

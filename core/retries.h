@@ -17,10 +17,6 @@ void look_again_later();
 // A stage begins, behind which look_again_later() is asked for what is left of the pause.
 void cut_pause_short();
 
-// A port joins those that are asked, and others may follow, so that nobody ever asks for a look: it is due all the
-// same.
-void begin_pause_while_asking();
-
 // No look is due any more, for one that found something, or for a cycle that lists all ports itself.
 void stop_looking_again();
 
@@ -40,5 +36,6 @@ void begin_rounds();
 // A look begins; with `opens_cycle` in a cycle of its own.
 void begin_look(bool opens_cycle);
 
-// Begins the look whose pause is over by now although ports are asked still. False while none is due.
-bool begin_overdue_look();
+// Whoever may be asked is listed. When one of them has joined since the last pass, others may follow, so that nobody
+// ever asks for a look: its pause begins now, or is over and the look begins. True for a look that begins.
+bool begin_look_in_passing();

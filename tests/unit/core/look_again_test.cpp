@@ -438,11 +438,13 @@ TEST_F(look_again, with_an_interval_that_became_0_or_outside_router_mode_none_is
     open_cycle();
     join("eth2");
     engine.retry.due_ms = monotonic_ms();
+    dev("eth2")->has_joined = true;
     port_model.router_mode = 0;
-    EXPECT_FALSE(begin_overdue_look());
+    EXPECT_FALSE(begin_look_in_passing());
     port_model.router_mode = 1;
     configure_interval("0");
-    EXPECT_FALSE(begin_overdue_look());
+    dev("eth2")->has_joined = true;
+    EXPECT_FALSE(begin_look_in_passing());
     EXPECT_EQ(engine.retry.runs_on, t_running_on::none);
 }
 
