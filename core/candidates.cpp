@@ -47,7 +47,7 @@ void generate_possible_wan_dev_list(bool beside_others)
     LOG_ENTER();
     t_read_guard guard(engine.gate.locks.device_lock);
     for (t_device *dev = port_model.dev_hashmap_head; dev; dev = static_cast<t_device *>(dev->hh.next)) {
-        if (!may_be_wan(dev) || (beside_others && (dev->is_brlan_dev || engine.possible_wan_dev_list.find(dev))))
+        if (!may_be_wan(dev) || (beside_others && engine.possible_wan_dev_list.find(dev)))
             continue;
         if (engine.possible_wan_dev_list.add(dev) == OK)
             LOG(Debug, "Add device %s to possible wan list!\n", dev->name);
@@ -151,7 +151,7 @@ static void remove_impossble_wan_dev_from_list()
     fake_wan.remove(true);
 }
 
-static void remove_brlan_dev_from_list()
+void remove_brlan_dev_from_list()
 {
     t_leaving_fake_wan fake_wan;
     {

@@ -17,7 +17,7 @@ t_fate bar_against(const t_device *dev);
 void refresh_reserved_ports();
 
 // Lists every linked port of the pool that is neither reserved nor banned. The list is empty; or with `beside_others`
-// it was filtered just now, and who is in it goes on where it was.
+// who is in it goes on where it was.
 void generate_possible_wan_dev_list(bool beside_others = false);
 
 // At the head of a pass: the ports that were parked during the cycle join, the WAN port is listed to be looked at
@@ -31,6 +31,9 @@ int join_candidate_names(char (&names)[JOINED_NAMES_SIZE]);
 // Of those listed the ports leave that may not be WAN, have no link, or LAN hosts behind them; all of that is looked at
 // anew, unless the list is empty. False when nobody is left.
 bool filter_candidates();
+
+// A part of it: ports with LAN hosts behind them leave, as far as that was looked at before.
+void remove_brlan_dev_from_list();
 
 // Forgets the cycle's findings on every device of a list. Nobody calls it in this program.
 void clear_dev_list_volatile_attribute(t_device_list_head *list);

@@ -177,6 +177,7 @@ static bool wan_port_decides()
         return true;
     case t_wan_state::unknown:
         LOG_AS(PASS, Info, "The network manager is away, asking again in %dms!\n", CYCLE_POLL_MS);
+        engine.possible_wan_dev_list.remove(port_model.wan_dev); // the role may have moved by the next pass
         look_in(CYCLE_POLL_MS);
         return true;
     case t_wan_state::bad:
@@ -198,6 +199,7 @@ static void look_in_passing()
         return;
     generate_possible_wan_dev_list(true);
     engine.possible_wan_dev_list.remove(port_model.wan_dev);
+    remove_brlan_dev_from_list();
 }
 
 static void ask_candidates()

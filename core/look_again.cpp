@@ -13,7 +13,7 @@ static void list_anew()
 {
     refresh_reserved_ports();
     update_banned_device_list(&port_model.banned_list);
-    generate_possible_wan_dev_list();
+    generate_possible_wan_dev_list(true); // some wait where the network manager is away
     look_in(0);
 }
 

@@ -29,13 +29,13 @@ int retry_pause_s();
 // True in every second look: gateways that answer no stranger are asked in the connection's own name then.
 bool asks_in_own_name();
 
-// A cycle begins, and no pause of the one before it runs on beside its stages; unless it was opened by a look, its
-// first search is asked in the bridge's name again.
+// A cycle begins: a pause that ran on beside stages of the one before is over, one that is still waited for goes on.
+// Unless a look opened the cycle, its first search is asked in the bridge's name again.
 void begin_rounds();
 
 // A look begins; with `opens_cycle` in a cycle of its own.
 void begin_look(bool opens_cycle);
 
-// Whoever may be asked is listed. When one of them has joined since the last pass, others may follow, so that nobody
-// ever asks for a look: its pause begins now, or is over and the look begins. True for a look that begins.
+// Whoever may be asked is listed. When one of them has joined since this was asked last, others may follow, so that
+// nobody ever asks for a look: its pause begins now, or is over and the look begins. True for a look that begins.
 bool begin_look_in_passing();

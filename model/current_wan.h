@@ -32,7 +32,7 @@ void update_wan_ipv4_protocol(t_port_model *model);
 
 // The kind of the current connection, as the steps of a cycle tell it apart. Told by the beginning of the type's name;
 // tunnels are L2TP and PPTP, over a secondary connection with a dynamic or a fixed address. Other: none of these, or no
-// type at all.
+// type at all. Loop thread, as the two functions below.
 enum class t_connection : uint8_t { dhcp, pppoe, fixed, tunnel_dynamic, tunnel_fixed, other };
 
 t_connection connection_kind();

@@ -73,7 +73,7 @@ struct t_device {
     char label[NAME_SIZE];  // on the front panel
     UT_hash_handle hh;
     t_port_notes notes; // in the main table only
-    bool has_joined;    // the candidates of this cycle, since the last pass that asked; loop thread only
+    bool has_joined;    // the candidates, since a pass has looked for such ports; loop thread only
 };
 static_assert(offsetof(t_device, active) == 0 && offsetof(t_device, link_active) == 1);
 static_assert(offsetof(t_device, is_brlan_dev) == 2 && offsetof(t_device, port_num) == 3);

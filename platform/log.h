@@ -33,11 +33,12 @@ enum t_log_level : int {
 // stands behind a macro or an operator is not seen.
 constexpr bool log_reads_only(const char *arguments)
 {
-    constexpr char does_more[] = "({[=+";
-    for (; *arguments != '\0'; arguments++)
-        for (const char *sign = does_more; *sign != '\0'; sign++)
-            if (*arguments == *sign || (*arguments == '-' && arguments[1] == '-'))
-                return false;
+    for (const char *at = arguments; *at != '\0'; at++) {
+        const bool makes_something = *at == '(' || *at == '{' || *at == '[';
+        const bool changes_something = *at == '=' || *at == '+' || (at[0] == '-' && at[1] == '-');
+        if (makes_something || changes_something)
+            return false;
+    }
     return true;
 }
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
-// The only place that touches packet sockets and asks the kernel for interfaces, so that tests can replace the wire:
-// the functions here are all that stands on it. A probe holds its socket as a t_port_socket. Loop thread only.
+// The only place that touches packet sockets, and asks the kernel for a port's index and addresses, so that tests can
+// replace the wire: the functions here are all that stands on it. A probe holds its socket as a t_port_socket. Loop
+// thread only.
 #pragma once
 
 #include <arpa/inet.h>

@@ -449,7 +449,7 @@ TEST_F(look_again, with_an_interval_that_became_0_or_outside_router_mode_none_is
 }
 
 // holds: overdue-look
-TEST_F(look_again, a_pause_that_ran_while_ports_were_asked_is_none_of_the_next_cycle)
+TEST_F(look_again, a_pause_that_ran_on_while_ports_were_asked_is_over_with_its_cycle)
 {
     open_cycle();
     join("eth2");
@@ -524,6 +524,44 @@ TEST_F(look_again, a_port_that_became_reserved_brings_none_and_one_that_became_f
     write_switch_config(5, 0);
     join("eth1");
     EXPECT_EQ(candidates(), "eth1 eth2 eth4");
+}
+
+// holds: overdue-look
+TEST_F(look_again, an_overdue_one_leaves_out_ports_with_lan_hosts_and_says_why)
+{
+    fake_probes.lan_ports = {"eth4"};
+    ask_eth2_until_joined_by("eth3");
+    EXPECT_EQ(candidates(), "eth2 eth3");
+    EXPECT_TRUE(log->has("Debug", "remove_brlan_dev_from_list",
+                         "Remove eth4 out of pssible wan list due to link down or has br-lan device(s)!"));
+}
+
+// holds: overdue-look
+TEST_F(look_again, an_overdue_one_gives_up_a_fake_wan_port_with_lan_hosts)
+{
+    fake_probes.lan_ports = {"eth4"};
+    port_model.fake_wan = dev("eth4");
+    ask_eth2();
+    ASSERT_EQ(port_model.fake_wan, dev("eth4")) << "nobody has listed it so far";
+    join("eth3");
+    EXPECT_EQ(port_model.fake_wan, nullptr);
+}
+
+// holds: look-again-list
+TEST_F(look_again, while_the_network_manager_is_away_leaves_those_that_are_listed_where_they_were)
+{
+    open_cycle();
+    ASSERT_TRUE(engine.look_again.pending);
+    plug({"eth0"});
+    fake_router.bus_result = ERR_BUS_OBJECT;
+    join("eth2");
+    ASSERT_EQ(candidates(), "eth2");
+    engine.possible_wan_dev_list.find(dev("eth2"))->retry_count = 1;
+    plug({"eth4"});
+    fire(engine.look_again);
+    EXPECT_EQ(candidates(), "eth0 eth2 eth4");
+    EXPECT_EQ(engine.possible_wan_dev_list.find(dev("eth2"))->retry_count, 1u);
+    EXPECT_FALSE(log->has("Info", "generate_possible_wan_dev_list", "Failed to add device eth2 to possible wan list!"));
 }
 
 // holds: overdue-look

@@ -12,6 +12,7 @@
 #include "core/cycle_start.h"
 #include "core/wishes.h"
 #include "model/current_wan.h"
+#include "platform/result_codes.h"
 #include "tests/unit/core/engine_fixture.h"
 
 namespace {
@@ -81,6 +82,30 @@ TEST_F(wan_role, moved_in_a_pass_leaves_no_candidate_that_was_listed_as_the_wan_
     ASSERT_EQ(port_model.wan_dev, dev("eth3"));
     EXPECT_EQ(candidates(), "");
     EXPECT_EQ(armed(engine.proto_detect_start), NOT_ARMED);
+}
+
+// holds: role-moves-in-cycle
+TEST_F(wan_role, moved_while_the_network_manager_was_away_is_not_taken_back)
+{
+    for (bool manager_is_away : {false, true}) {
+        SCOPED_TRACE(manager_is_away);
+        plug({"eth0", "eth1"});
+        fake_probes.dhcp_ports = {"eth0"};
+        fake_router.network_state = -1;
+        open_cycle_after_loss();
+        serve_wished_pass();
+        fake_router.bus_result = manager_is_away ? ERR_BUS_OBJECT : 0;
+        fire(engine.start_wan_detect);
+        move_role(1); // whose port is connecting still
+        fake_router.bus_result = 0;
+        fire(engine.start_wan_detect);
+        EXPECT_EQ(port_model.wan_dev, dev("eth1"));
+        EXPECT_EQ(candidates(), "");
+        EXPECT_EQ(armed(engine.proto_detect_start), NOT_ARMED);
+        move_role(0);
+        be_in(t_cycle_state::resting);
+        update_wan_device(&port_model);
+    }
 }
 
 // holds: role-moves-in-cycle

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// A wire made of byte arrays: replaces probes/wire/packet_socket.cpp and probes/wire/interface_query.cpp in a test
-// program that names fake_wire.cpp among its sources.
+// A wire made of byte arrays: replaces probes/wire/packet_socket.cpp in a test program that names fake_wire.cpp among
+// its sources.
 #pragma once
 
 #include <cstdint>
