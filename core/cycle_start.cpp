@@ -54,7 +54,7 @@ static void open_pass()
     if (begin_pass()) {
         note_cycle_begins();
         announce_cycle(true);
-        begin_rounds();
+        count_looks_anew();
         delete_file(WAN_RESULT_FILE);
         const t_device *former_wan = port_model.wan_dev;
         update_wan_device(&port_model);

@@ -125,7 +125,7 @@ int retry_pause_s()
 
 bool asks_in_own_name()
 {
-    return engine.retry.round % 2 != 0;
+    return engine.retry.looks % 2 != 0;
 }
 
 static void forget_who_joined()
@@ -144,10 +144,10 @@ static bool somebody_joined()
     return found;
 }
 
-void begin_rounds()
+void count_looks_anew()
 {
     if (!engine.retry.opened_cycle)
-        engine.retry.round = 0;
+        engine.retry.looks = 0;
     engine.retry.opened_cycle = false;
     engine.retry.runs_on = t_running_on::none;
     engine.silence_is_expected = true;
@@ -158,7 +158,7 @@ void begin_look(bool opens_cycle)
 {
     engine.retry.next_s = pause_after(engine.retry.armed_s); // a pause that was cut short does not count
     engine.retry.runs_on = t_running_on::none;
-    engine.retry.round++;
+    engine.retry.looks++;
     engine.retry.opened_cycle = opens_cycle;
     engine.silence_is_expected = true;
 }

@@ -31,7 +31,7 @@ bool asks_in_own_name();
 
 // A cycle begins: a pause that ran on beside stages of the one before is over, one that is still waited for goes on.
 // Unless a look opened the cycle, its first search is asked in the bridge's name again.
-void begin_rounds();
+void count_looks_anew();
 
 // A look begins; with `opens_cycle` in a cycle of its own.
 void begin_look(bool opens_cycle);

@@ -10,7 +10,7 @@ from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
 ROOT = Path(__file__).resolve().parent.parent
-ROOMS = ("core", "status", "model", "probes", "platform")
+ROOMS = ("core", "status", "adapters", "model", "probes", "platform")
 LEAST_PERCENT = 90.0
 
 

@@ -455,7 +455,7 @@ TEST_F(look_again, a_pause_that_ran_on_while_ports_were_asked_is_over_with_its_c
     join("eth2");
     for (t_running_on how : {t_running_on::cut, t_running_on::begun}) {
         engine.retry.runs_on = how;
-        begin_rounds();
+        count_looks_anew();
         EXPECT_EQ(engine.retry.runs_on, t_running_on::none);
     }
 }
