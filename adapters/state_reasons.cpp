@@ -86,23 +86,24 @@ static void tell_obstacle(t_bus_reply &reply, const t_device &dev, t_fate obstac
 // --- what became of it in a cycle
 
 // What became of it, behind its name and without the full stop; empty for what is told in another way.
-constexpr char SENTENCES[] = "\0"
-                             "worked as the WAN port\0"
-                             "did not work as the WAN port\0"
-                             "had no link. It has one now\0"
-                             "was not in the pool. It is now\0"
-                             "was reserved. It is free now\0"
-                             "was banned. It is free now\0"
-                             "was not asked, for hosts of the LAN were behind it\0"
-                             "was not asked, for its link came too late, or was there before the loss that opened it\0"
-                             "is asked, and has not answered so far\0"
-                             "was asked and stayed silent\0"
-                             "was asked and stayed silent, while another port answered\0"
-                             "was not chosen, for the gateway did not answer behind it\0"
-                             "was not chosen, for the name server behind another port answered first\0"
-                             "was not chosen, for another port was as good, and comes first in "
-                             "network.auto_wan_detect.wan_port_priority\0"
-                             "\0";
+constexpr char SENTENCES[] =
+    "\0"
+    "worked as the WAN port\0"
+    "did not work as the WAN port\0"
+    "had no link. It has one now\0"
+    "was not in the pool. It is now\0"
+    "was reserved. It is free now\0"
+    "was banned. It is free now\0"
+    "was not asked, for hosts of the LAN were behind it\0"
+    "was no candidate, for its link came too late, or was there before the loss that opened it\0"
+    "is asked, and has not answered so far\0"
+    "was asked and stayed silent\0"
+    "was asked and stayed silent, while another port answered\0"
+    "was not chosen, for the gateway did not answer behind it\0"
+    "was not chosen, for the name server behind another port answered first\0"
+    "was not chosen, for another port was as good, and comes first in "
+    "network.auto_wan_detect.wan_port_priority\0"
+    "\0";
 static_assert(count_of_texts(SENTENCES) == static_cast<size_t>(t_fate::won) + 1);
 
 // Why a cycle with this end did not look at a port; or how it came to name one.

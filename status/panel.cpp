@@ -67,7 +67,7 @@ bool is_good(blob_attr *port)
 bool is_silent(blob_attr *port)
 {
     const char *why = field_text(port, "why");
-    return strcmp(why, "silent") == 0 || strcmp(why, "other_answered") == 0;
+    return strcmp(why, "silent") == 0 || strcmp(why, "other_answered") == 0 || strcmp(why, "no_gateway") == 0;
 }
 
 void draw_cell(const t_panel &panel, t_line *line, int number, const char *form, blob_attr *port)

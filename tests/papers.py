@@ -43,6 +43,8 @@ WALKS = (
     ("model/protocol_config.cpp", r'find_config_option\(section, "(protos)"\)', ["protocol.ipv4", "protocol.ipv6"]),
     ("model/static_config.cpp", r"PLAIN_STATIC = \{([^}]*)\}", ["protocol.static"]),
     ("model/static_config.cpp", r"PPPOE_SECONDARY = \{([^}]*)\}", ["protocol.pppoe"]),
+    ("core/hints.cpp", r'text_of\(wan, "(\w+)"\)', ["network.wan"]),
+    ("core/hints.cpp", r'text_of\(section, "(\w+)"\)', ["network.@device[N]"]),
     ("model/static_config.cpp", r"TUNNEL_SECONDARY = \{([^}]*)\}", ["protocol.l2tp", "protocol.pptp"]),
 )
 # What the functions are that choose a word.
@@ -342,6 +344,7 @@ MISTAKES = (    # where, what stands there, what is written instead, and what is
     ("model/current_wan.cpp", '"network.wan.carrier"', '"network.wan.courier"', ["lacks the key network.wan.courier"]),
     ("model/reserved_ports.cpp", '"lanport"', '"lanports"', ["lacks the key switch.lan_agg.lanports"]),
     ("model/static_config.cpp", '"static_gateway"', '"static_router"', ["lacks the key protocol.pptp.static_router"]),
+    ("core/hints.cpp", 'text_of(wan, "ifname")', 'text_of(wan, "netdev")', ["lacks the key network.wan.netdev"]),
     ("router/online-test", "protocol.static.gateway", "protocol.static.hop", ["lacks the key protocol.static.hop"]),
     (BUS, "| `lan_hosts`, `lan_seen` |", "| `lan_hosts` |", ["lacks the state's field lan_seen"]),
     (BUS, "| `silent`, `other_answered` |", "| `quiet`, `other_answered` |", ["lacks the state's why silent",

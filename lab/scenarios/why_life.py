@@ -115,7 +115,7 @@ class WhyLoss(Why):
         self.until(stage, "a cycle opens", lambda: self.cycle(stage, 2), FIRST_CYCLE_S)
         self.until_why(stage, "eth3", "not_listed_yet")
         self.reasons(stage, 2, eth0="no_link", eth1="no_link", eth2="not_listed_yet", eth3="not_listed_yet")
-        self.explained(stage, "eth3", "Cycle 2, begun # s ago: eth3 was not asked, for its link came too late, or was there "
+        self.explained(stage, "eth3", "Cycle 2, begun # s ago: eth3 was no candidate, for its link came too late, or was there "
                        "before the loss that opened it.", "The next look at all ports takes it along.")
 
     def after_the_swap(self, stage):

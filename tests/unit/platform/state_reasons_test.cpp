@@ -138,7 +138,7 @@ TEST_F(state_reasons, of_a_port_that_was_asked_tell_what_came_of_it)
               "Cycle 7" + cycle + "is asked, and has not answered so far.");
     EXPECT_EQ(explain_fate(t_fate::not_listed_yet),
               "Cycle 8" + cycle +
-                  "was not asked, for its link came too late, or was there before the loss that opened it.");
+                  "was no candidate, for its link came too late, or was there before the loss that opened it.");
 }
 
 // holds: state-reasons
