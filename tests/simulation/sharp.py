@@ -40,7 +40,9 @@ class Undo:
         self.name = path.stem
         self.number = number    # in the program, from 1
         self.text = path.read_text()
-        self.hash = hashlib.sha256(self.text.encode()).hexdigest()[:8]
+        # Of what is said and changed, wherever that stands by now.
+        words = [word for line in self.text.splitlines() if not line.startswith("@@ ") for word in line.split()]
+        self.hash = hashlib.sha256(" ".join(words).encode()).hexdigest()[:8]
         self.story = []
         self.unseen = []
         self.places = []    # path, what is there, what comes in its place, when that makes a difference
