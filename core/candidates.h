@@ -13,7 +13,7 @@ constexpr size_t JOINED_NAMES_SIZE = 512;
 // held.
 t_fate bar_against(const t_device *dev);
 
-// Reads anew which ports are reserved for LAN aggregation and gaming.
+// Reads anew which ports are reserved for LAN aggregation and gaming, as far as the configuration can be read.
 void refresh_reserved_ports();
 
 // Lists every linked port of the pool that is neither reserved nor banned. The list is empty; or with `beside_others`

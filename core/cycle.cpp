@@ -85,6 +85,7 @@ void start_wan_detect_all(int delay_ms)
     LOG(Notice, "Will begin to detect all device after %dms!\n", delay_ms);
     note_opener(t_opener::bus_call); // any other caller says more
     begin_retries_anew();
+    engine.retry.opened_cycle = false; // this call takes the place of a look
     if (delay_ms > CYCLE_RETRY_MS && !cycle_is_running())
         engine.put_off = false; // whoever put it off so far does not wait for a request any more
     open_cycle_over_all_in(delay_ms);

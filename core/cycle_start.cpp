@@ -55,11 +55,15 @@ static void open_pass()
         note_cycle_begins();
         announce_cycle(true);
         count_looks_anew();
+        if (!engine.swap.dev)
+            engine.bus_waits = 0; // another absence than the one that a cycle before has waited for
         delete_file(WAN_RESULT_FILE);
         const t_device *former_wan = port_model.wan_dev;
         update_wan_device(&port_model);
-        if (port_model.wan_dev != former_wan)
+        if (port_model.wan_dev != former_wan) {
             drop_swap_of_moved_role();
+            begin_retries_anew();
+        }
     }
     update_wan_ipv4_protocol(&port_model);
 }
@@ -76,6 +80,7 @@ static t_decision look_for_an_end()
         return t_decision::gave_up;
     }
     if (port_model.role_is_away) {
+        drop_swap_of_moved_role();
         LOG_AS(PASS, Info, "The wan role is at %s, none of the ports, and stays there!\n", port_model.wan_role);
         return t_decision::role_is_foreign;
     }
@@ -95,7 +100,12 @@ bool current_wan_is_good()
 {
     update_banned_device_list(&port_model.banned_list); // nobody else does while there is no candidate
     const bool is_fixed = connection_kind() == t_connection::fixed;
-    return may_be_good(port_model.wan_dev) && get_network_status(0, is_fixed) == NETWORK_CONNECTED;
+    if (!may_be_good(port_model.wan_dev))
+        return false;
+    const bool good = get_network_status(0, is_fixed) == NETWORK_CONNECTED;
+    if (!network_manager_is_away())
+        engine.bus_waits = 0;
+    return good;
 }
 
 // A bus or a network manager that is away says nothing about the network; for a while it is waited for.
@@ -104,10 +114,8 @@ static t_wan_state look_at_current_wan()
     const bool good = current_wan_is_good();
     if (!may_be_good(port_model.wan_dev))
         return t_wan_state::bad; // nobody was asked
-    if (!network_manager_is_away()) {
-        engine.bus_waits = 0;
+    if (!network_manager_is_away())
         return good ? t_wan_state::good : t_wan_state::bad;
-    }
     if (engine.bus_waits >= MAX_BUS_WAITS)
         return t_wan_state::waited_for_in_vain;
     engine.bus_waits++;
@@ -169,7 +177,10 @@ static bool follow_role(const t_device *listed_as_wan)
 // True when the pass is through with what the WAN port says: it works, or nobody can tell.
 static bool wan_port_decides()
 {
-    switch (look_at_current_wan()) {
+    const t_wan_state state = look_at_current_wan();
+    engine.possible_wan_dev_list.remove(
+        port_model.wan_dev); // listed to be looked at first; the role may move from now on
+    switch (state) {
     case t_wan_state::good:
         note_wan_port(true);
         test_swap(true);
@@ -177,7 +188,6 @@ static bool wan_port_decides()
         return true;
     case t_wan_state::unknown:
         LOG_AS(PASS, Info, "The network manager is away, asking again in %dms!\n", CYCLE_POLL_MS);
-        engine.possible_wan_dev_list.remove(port_model.wan_dev); // the role may have moved by the next pass
         look_in(CYCLE_POLL_MS);
         return true;
     case t_wan_state::bad:
@@ -186,6 +196,7 @@ static bool wan_port_decides()
         break;
     case t_wan_state::waited_for_in_vain:
         note_wan_port(false);
+        put_next_test_off();
         break;
     }
     return false;
@@ -204,7 +215,6 @@ static void look_in_passing()
 
 static void ask_candidates()
 {
-    engine.possible_wan_dev_list.remove(port_model.wan_dev); // it was listed only to be looked at first
     const bool somebody_is_left = filter_candidates();
     look_in_passing();
     note_ports_left_out();

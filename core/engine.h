@@ -50,6 +50,7 @@ struct t_swap_trial {
     uint8_t failures;     // in a row, and nothing has changed since
     bool is_new;          // made by the cycle that is about to end
     bool failed;          // says the cycle that tests it
+    bool is_doubtful;     // that cycle could not tell, and the pause is longer for it
     bool pause_runs;      // the cycle over all ports that is asked for is its test
 };
 

@@ -23,16 +23,12 @@ static int first_pause_of(const char *value)
     return seconds;
 }
 
-static int first_pause_s()
-{
-    char value[UCI_VALUE_SIZE] = "";
-    return first_pause_of(_uci_get_value("network.auto_wan_detect.retry_interval", value) == OK ? value : nullptr);
-}
-
 void read_first_pause()
 {
     t_uci_package network("network");
-    uci_section *section = network.package ? find_config_section(network.package, "auto_wan_detect") : nullptr;
+    if (!network.package)
+        return; // what was read before still holds
+    uci_section *section = find_config_section(network.package, "auto_wan_detect");
     const uci_option *option = section ? find_config_option(section, "retry_interval") : nullptr;
     engine.retry.first_s = first_pause_of(option ? option_text(option) : nullptr);
 }
@@ -44,7 +40,7 @@ static int next_pause_s()
 
 static int read_next_pause_s()
 {
-    engine.retry.first_s = first_pause_s();
+    read_first_pause();
     return next_pause_s();
 }
 

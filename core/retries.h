@@ -7,7 +7,7 @@ constexpr int RETRY_LONGEST_S = 300;
 constexpr int RETRY_SHORTEST_FIRST_S = 10;
 constexpr int RETRY_LONGEST_FIRST_S = 3600;
 
-// At start-up, so that the first pause is known before it is needed.
+// At start-up, so that the first pause is known before it is needed, and before each pause.
 void read_first_pause();
 
 // Asks for the next look unless one is due already; the look itself doubles the pause before the one after it. Nothing

@@ -37,7 +37,7 @@ int begin_swap(t_device *dev)
         engine.swap.failures = 0;
     engine.swap.dev = dev;
     engine.swap.is_new = true;
-    engine.swap.failed = false;
+    engine.swap.failed = engine.swap.is_doubtful = false;
     return swap_pause_s();
 }
 
@@ -51,6 +51,11 @@ static void forget_failures()
 {
     engine.swap.failures = 0;
     chronicle.counters.swaps_failed_in_a_row = 0;
+}
+
+static void lengthen_pause()
+{
+    engine.swap.failures = std::min<uint8_t>(engine.swap.failures + 1, COUNTED_FAILURES);
 }
 
 void test_swap(bool wan_works)
@@ -67,17 +72,26 @@ void test_swap(bool wan_works)
         note_confirmation(true);
     } else if (!swap.failed) {
         swap.failed = true;
-        swap.failures = std::min<uint8_t>(swap.failures + 1, COUNTED_FAILURES);
+        if (!swap.is_doubtful)
+            lengthen_pause();
         note_confirmation(false);
     }
 }
 
+void put_next_test_off()
+{
+    t_swap_trial &swap = engine.swap;
+    if (swap.dev && !swap.failed && !swap.is_doubtful)
+        lengthen_pause();
+    swap.is_doubtful = swap.dev != nullptr;
+}
+
 void drop_swap_of_moved_role()
 {
-    if (port_model.wan_dev == engine.swap.dev)
+    if (has_role(engine.swap.dev))
         return; // the swap itself, later than its command was through
     engine.swap.dev = nullptr;
-    engine.swap.failed = false;
+    engine.swap.failed = engine.swap.is_doubtful = false;
 }
 
 void look_for_new_answers()

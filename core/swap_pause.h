@@ -17,6 +17,10 @@ int begin_swap(t_device *dev);
 // A pass looked at the WAN port.
 void test_swap(bool wan_works);
 
+// Nobody could tell whether the swap helped: nothing failed, but the pause behind the next one is longer, or ports
+// would take the role from each other every 21 s for as long as nobody can tell.
+void put_next_test_off();
+
 // The role was found at another port than before. Unless that is where the swap sent it, somebody else has moved it,
 // and no cycle can test the swap any more.
 void drop_swap_of_moved_role();

@@ -43,6 +43,7 @@ WALKS = (
     ("model/protocol_config.cpp", r'find_config_option\(section, "(protos)"\)', ["protocol.ipv4", "protocol.ipv6"]),
     ("model/static_config.cpp", r"PLAIN_STATIC = \{([^}]*)\}", ["protocol.static"]),
     ("model/static_config.cpp", r"PPPOE_SECONDARY = \{([^}]*)\}", ["protocol.pppoe"]),
+    ("core/retries.cpp", r'find_config_option\(section, "(\w+)"\)', ["network.auto_wan_detect"]),
     ("core/hints.cpp", r'text_of\(wan, "(\w+)"\)', ["network.wan"]),
     ("core/hints.cpp", r'text_of\(section, "(\w+)"\)', ["network.@device[N]"]),
     ("model/static_config.cpp", r"TUNNEL_SECONDARY = \{([^}]*)\}", ["protocol.l2tp", "protocol.pptp"]),

@@ -99,6 +99,37 @@ TEST_F(cycle_order, an_absence_is_waited_for_once_and_the_next_one_again)
 }
 
 // holds: absent-manager
+TEST_F(cycle_order, the_next_absence_is_waited_for_although_nobody_saw_the_last_one_end)
+{
+    plug({"eth0", "eth2"});
+    fake_router.bus_result = BUS_WITHOUT_MANAGER;
+    open_cycle();
+    for (int i = 0; i < 10; i++)
+        fire(engine.start_wan_detect);
+    port_model.enable = 0;
+    run_until_end();
+    fire(engine.end);
+    port_model.enable = 1; // a week later
+    open_cycle();
+    EXPECT_EQ(armed(engine.proto_detect_start), NOT_ARMED);
+    EXPECT_EQ(armed(engine.start_wan_detect), 1000);
+}
+
+// holds: absent-manager
+TEST_F(cycle_order, the_next_absence_is_waited_for_when_a_look_at_rest_saw_the_last_one_end)
+{
+    plug({"eth0"});
+    fake_router.bus_result = BUS_WITHOUT_MANAGER;
+    open_cycle();
+    for (int i = 0; i < 10; i++)
+        fire(engine.start_wan_detect);
+    ASSERT_EQ(engine.bus_waits, 10);
+    fake_router.bus_result = 0;
+    EXPECT_FALSE(current_wan_is_good());
+    EXPECT_EQ(engine.bus_waits, 0);
+}
+
+// holds: absent-manager
 TEST_F(cycle_order, a_wan_port_without_a_link_is_judged_at_once)
 {
     plug({"eth2"});

@@ -167,6 +167,16 @@ TEST_F(look_again, an_interval_of_0_switches_it_off)
 }
 
 // holds: retry-interval
+TEST_F(look_again, an_interval_holds_while_the_configuration_cannot_be_read)
+{
+    configure_interval("0");
+    open_cycle();
+    remove_config("network");
+    fire(engine.start_wan_detect);
+    EXPECT_EQ(armed(engine.look_again), NOT_ARMED);
+}
+
+// holds: retry-interval
 TEST_F(look_again, a_wrong_interval_means_30_s)
 {
     for (const char *wrong : {"9", "3601", "-1", "often", "30s", ""}) {

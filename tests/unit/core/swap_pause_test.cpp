@@ -324,3 +324,33 @@ TEST_F(swap_pause, a_network_manager_that_stays_away_is_no_failure_of_the_swap)
     EXPECT_EQ(chronicle.counters.swaps_failed_in_a_row, 0u);
     EXPECT_EQ(engine.swap.dev, dev("eth1"));
 }
+
+// holds: swap-pause-doubtful
+TEST_F(swap_pause, two_lines_do_not_take_turns_while_the_network_manager_is_away)
+{
+    fake_router.bus_result = ERR_BUS_OBJECT;
+    start_wan_detect_all(0);
+    run_for_an_hour();
+    EXPECT_LE(fake_probes.count("dhcp all"), 60);
+    EXPECT_LE(std::count_if(fake_router.commands.begin(), fake_router.commands.end(),
+                            [](const std::string &command) { return command.rfind("network_lanwan_swap", 0) == 0; }),
+              20);
+    EXPECT_EQ(chronicle.counters.swaps_failed_in_a_row, 0u);
+    EXPECT_EQ(swap_pause_s(), SWAP_PAUSE_LONGEST_S);
+}
+
+// holds: swap-pause-foreign
+TEST_F(swap_pause, one_whose_role_went_abroad_and_came_back_is_no_failure)
+{
+    fake_probes.dhcp_ports = {"eth1"};
+    EXPECT_EQ(run_cycle(), 21);
+    write_switch_config(8, 7); // none of the ports
+    open_test();
+    fire(engine.end);
+    write_switch_config(5, 1);
+    follow_moved_role();
+    start_wan_detect_all(0);
+    open_test();
+    EXPECT_EQ(chronicle.counters.swaps_failed_in_a_row, 0u);
+    EXPECT_EQ(swap_pause_s(), 21);
+}

@@ -6,6 +6,7 @@
 #include <functional>
 #include <thread>
 
+#include "adapters/network_status.h"
 #include "core/background.h"
 #include "core/combo_switch.h"
 #include "core/cycle.h"
@@ -106,6 +107,46 @@ TEST_F(wan_role, moved_while_the_network_manager_was_away_is_not_taken_back)
         be_in(t_cycle_state::resting);
         update_wan_device(&port_model);
     }
+}
+
+// holds: role-moves-in-cycle
+TEST_F(wan_role, moved_to_a_port_that_is_connecting_still_after_the_old_one_was_judged_good_is_not_taken_back)
+{
+    plug({"eth0", "eth3"});
+    fake_probes.dhcp_ports = {"eth0"};
+    fake_router.network_state = NETWORK_CONNECTED;
+    open_cycle_after_loss(); // its link is back within the 10 s
+    serve_wished_pass();
+    fire(engine.start_wan_detect);
+    ASSERT_EQ(engine.result_dev, dev("eth0"));
+    move_role(3);
+    fake_router.network_state = NETWORK_CONNECTING;
+    fire(engine.end);
+    EXPECT_EQ(candidates(), "");
+    fire(engine.start_wan_detect);
+    EXPECT_EQ(armed(engine.proto_detect_start), NOT_ARMED);
+    EXPECT_EQ(port_model.wan_dev, dev("eth3"));
+}
+
+// holds: role-moves-in-cycle
+TEST_F(wan_role, moved_before_the_first_pass_begins_with_the_first_pause_again)
+{
+    plug({"eth0"});
+    open_cycle();
+    for (int i = 0; i < 3; i++) {
+        fire(engine.look_again);
+        fire(engine.start_wan_detect);
+    }
+    end_cycle_with(nullptr, t_decision::nobody);
+    fire(engine.end);
+    move_role(3);
+    fire(engine.look_again);
+    fire(engine.init_wan_detect_all);
+    fire(engine.start_wan_detect);
+    constexpr int BEHIND_ALL_STAGES_MS = 20'000;
+    while (passed_ms() + armed(*next_timer()) < BEHIND_ALL_STAGES_MS)
+        fire_after_its_time(*next_timer());
+    EXPECT_EQ(engine.retry.armed_s, 30);
 }
 
 // holds: role-moves-in-cycle
