@@ -114,6 +114,7 @@ void initialise(ubus_context *ctx)
     memset(ctx, 0, sizeof(*ctx));
     INIT_LIST_HEAD(&ctx->requests);
     INIT_LIST_HEAD(&ctx->pending);
+    INIT_LIST_HEAD(&ctx->internal.state.lost);
     initialise_objects(ctx);
     ctx->sock.fd = -1;
     ctx->sock.cb = handle_socket;
@@ -135,6 +136,7 @@ void forget_type_ids(list_head *objects)
 }
 
 // 0, or the status of the first object the bus refused; that one stays listed and is tried again at the next reconnect.
+// With the context gone, the objects may be, too.
 int publish_again(ubus_context *ctx)
 {
     LIST_HEAD(objects);
@@ -142,11 +144,15 @@ int publish_again(ubus_context *ctx)
     initialise_objects(ctx);
     forget_type_ids(&objects);
     int result = UBUS_STATUS_OK;
+    callback_guard guard(ctx);
     while (!list_empty(&objects)) {
         ubus_object *obj = container_of(container_of(objects.next, avl_node, list), ubus_object, avl);
         list_del(&obj->avl.list);
         obj->id = 0;
         int status = publish(ctx, obj);
+        if (guard.context_is_gone()) {
+            return status;
+        }
         if (status != UBUS_STATUS_OK) {
             list_object(ctx, obj);
             result = result == UBUS_STATUS_OK ? status : result;

@@ -62,10 +62,10 @@ void take_ids(ubus_request *req, int, blob_attr *answer)
 
 void take_removal(ubus_request *req, int, blob_attr *answer)
 {
-    auto *obj = static_cast<ubus_object *>(req->priv);
+    auto *type = static_cast<ubus_object_type *>(req->priv);
     ubus_frame::attributes attributes = ubus_frame::parse(answer);
-    if (attributes[UBUS_ATTR_OBJTYPE] && obj->type) {
-        obj->type->id = 0;
+    if (attributes[UBUS_ATTR_OBJTYPE] && type) {
+        type->id = 0;
     }
 }
 
@@ -105,6 +105,7 @@ int publish(ubus_context *ctx, ubus_object *obj)
 {
     message request;
     describe(request, *obj);
+    // Anything but success may mean that a callback freed the context, and the object with it.
     int status = run_request(ctx, request, UBUS_MSG_ADD_OBJECT, 0, take_ids, obj);
     if (status == UBUS_STATUS_OK && obj->id == 0) {
         status = UBUS_STATUS_NO_DATA;
@@ -131,15 +132,15 @@ int ubus_add_object(ubus_context *ctx, ubus_object *obj)
     return publish(ctx, obj);
 }
 
-// Whatever the bus says, the object is the caller's again: it may be about to free it.
+// Whatever the bus says, the object is the caller's again: it may be about to free it. A callback may even free the
+// context and the object while the bus is asked, so neither is touched after that.
 int ubus_remove_object(ubus_context *ctx, ubus_object *obj)
 {
     message request;
     request.add(UBUS_ATTR_OBJID, obj->id);
-    int status = run_request(ctx, request, UBUS_MSG_REMOVE_OBJECT, 0, take_removal, obj);
     if (is_listed(ctx, obj)) {
         avl_delete(&ctx->objects, &obj->avl);
     }
     obj->id = 0;
-    return status;
+    return run_request(ctx, request, UBUS_MSG_REMOVE_OBJECT, 0, take_removal, obj->type);
 }

@@ -224,23 +224,20 @@ void handle_answer(ubus_context *ctx, const received_frame &frame)
     }
 }
 
+// Apart from those that a callback begins on a new connection.
 void fail_requests(ubus_context *ctx)
 {
-    LIST_HEAD(lost);
-    list_splice_init(&ctx->requests, &lost);
+    list_head *lost = &ctx->internal.state.lost;
+    list_splice_tail_init(&ctx->requests, lost);
     callback_guard guard(ctx);
-    while (!list_empty(&lost)) {
-        ubus_request *req = list_first_entry(&lost, ubus_request, list);
-        if (guard.context_is_gone()) {
-            leave(req);
-        } else {
-            complete(ctx, req, UBUS_STATUS_TIMEOUT);
-        }
+    while (!guard.context_is_gone() && !list_empty(lost)) {
+        complete(ctx, list_first_entry(lost, ubus_request, list), UBUS_STATUS_TIMEOUT);
     }
 }
 
 void forget_requests(ubus_context *ctx)
 {
+    list_splice_tail_init(&ctx->internal.state.lost, &ctx->requests);
     while (!list_empty(&ctx->requests)) {
         ubus_request *req = list_first_entry(&ctx->requests, ubus_request, list);
         leave(req);

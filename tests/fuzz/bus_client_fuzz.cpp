@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstring>
 #include <libubus.h>
+#include <memory>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/uio.h>
@@ -55,12 +56,23 @@ ssize_t arrive(void *buffer, size_t size)
     return static_cast<ssize_t>(taken);
 }
 
-// User code may free the context in any callback. True when it did.
+// What the library holds by pointers as long as the context lives.
+struct t_lent {
+    ubus_object object = {};
+    ubus_event_handler listener = {};
+    ubus_subscriber subscriber = {};
+    ubus_request later = {};
+};
+
+std::unique_ptr<t_lent> lent;
+
+// User code may free the context in any callback, and then all that it lent. True when it did.
 bool free_if_wanted(ubus_context *ctx)
 {
     if (free_in_handler) {
         ubus_free(ctx);
         context_gone = true;
+        lent.reset();
     }
     return free_in_handler;
 }
@@ -135,30 +147,27 @@ const ubus_method METHODS[] = {
 struct t_client {
     ubus_context *ctx;
     ubus_object_type type = {.name = "demo", .id = 0, .methods = METHODS, .n_methods = 2};
-    ubus_object object = {};
-    ubus_event_handler listener = {};
-    ubus_subscriber subscriber = {};
-    ubus_request later = {};
 
     explicit t_client(ubus_context *connected) : ctx(connected)
     {
-        object.name = "demo";
-        object.type = &type;
-        object.methods = METHODS;
-        object.n_methods = 2;
-        object.subscribe_cb = see_subscribers;
-        subscriber.cb = hear_notification;
-        subscriber.remove_cb = see_removal;
-        listener.cb = hear_event;
+        lent = std::make_unique<t_lent>();
+        lent->object.name = "demo";
+        lent->object.type = &type;
+        lent->object.methods = METHODS;
+        lent->object.n_methods = 2;
+        lent->object.subscribe_cb = see_subscribers;
+        lent->subscriber.cb = hear_notification;
+        lent->subscriber.remove_cb = see_removal;
+        lent->listener.cb = hear_event;
     }
 
     void act(uint8_t actions)
     {
         uint32_t id = 1;
         if (actions & ADD_OBJECT)
-            ubus_add_object(ctx, &object);
+            ubus_add_object(ctx, &lent->object);
         if (actions & LISTEN)
-            ubus_register_event_handler(ctx, &listener, "demo.*");
+            ubus_register_event_handler(ctx, &lent->listener, "demo.*");
         if (actions & LOOK_UP)
             ubus_lookup(ctx, nullptr, see_object, nullptr);
         if (actions & LOOK_UP)
@@ -166,9 +175,9 @@ struct t_client {
         if (actions & CALL)
             ubus_invoke(ctx, id, "echo", nullptr, take_answer, nullptr, CALL_TIMEOUT_MS);
         if (!context_gone && (actions & CALL_LATER) &&
-            ubus_invoke_async(ctx, id, "echo", nullptr, &later) == UBUS_STATUS_OK) {
-            later.data_cb = take_answer;
-            ubus_complete_request_async(ctx, &later);
+            ubus_invoke_async(ctx, id, "echo", nullptr, &lent->later) == UBUS_STATUS_OK) {
+            lent->later.data_cb = take_answer;
+            ubus_complete_request_async(ctx, &lent->later);
         }
     }
 
@@ -176,15 +185,15 @@ struct t_client {
     {
         constexpr uint32_t TARGET = 1;
         if (!context_gone && (actions & SUBSCRIBE))
-            ubus_register_subscriber(ctx, &subscriber);
+            ubus_register_subscriber(ctx, &lent->subscriber);
         if (!context_gone && (actions & SUBSCRIBE))
-            ubus_subscribe(ctx, &subscriber, TARGET);
+            ubus_subscribe(ctx, &lent->subscriber, TARGET);
         if (!context_gone && (actions & NOTIFY))
-            ubus_notify(ctx, &object, "news", nullptr, -1);
+            ubus_notify(ctx, &lent->object, "news", nullptr, -1);
         if (!context_gone && (actions & NOTIFY_AND_WAIT))
-            ubus_notify(ctx, &object, "news", nullptr, CALL_TIMEOUT_MS);
+            ubus_notify(ctx, &lent->object, "news", nullptr, CALL_TIMEOUT_MS);
         if (!context_gone && (actions & SUBSCRIBE_NO_MORE))
-            ubus_unsubscribe(ctx, &subscriber, TARGET);
+            ubus_unsubscribe(ctx, &lent->subscriber, TARGET);
     }
 
     void serve()
@@ -203,12 +212,12 @@ struct t_client {
     {
         if (!context_gone && (actions & SEND_EVENT))
             ubus_send_event(ctx, "demo.x", nullptr);
-        if (!context_gone && (actions & ABORT) && later.ctx)
-            ubus_abort_request(ctx, &later);
+        if (!context_gone && (actions & ABORT) && lent->later.ctx)
+            ubus_abort_request(ctx, &lent->later);
         if (!context_gone && (actions & REMOVE_OBJECT))
-            ubus_remove_object(ctx, &object);
+            ubus_remove_object(ctx, &lent->object);
         if (!context_gone && (actions & LISTEN_NO_MORE))
-            ubus_unregister_event_handler(ctx, &listener);
+            ubus_unregister_event_handler(ctx, &lent->listener);
     }
 };
 

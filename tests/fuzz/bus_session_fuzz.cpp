@@ -158,6 +158,15 @@ void build_router()
         add_protocol_to(port_model, name);
 }
 
+// The lowest one, so it is another as soon as one was left open.
+int next_descriptor()
+{
+    const int fd = eventfd(0, EFD_CLOEXEC);
+    REQUIRE(fd >= 0);
+    close(fd);
+    return fd;
+}
+
 void forget_connection()
 {
     arriving.clear();
@@ -169,10 +178,15 @@ void forget_connection()
 
 } // namespace
 
+// A connected one from the start: the daemon asks the kernel whether the library still has a socket of the bus.
 extern "C" int __wrap_socket(int, int, int)
 {
     hung_up = false;
-    return eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    int ends[2];
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, ends) != 0)
+        return -1;
+    close(ends[1]);
+    return ends[0];
 }
 
 extern "C" int __wrap_connect(int, const sockaddr *, socklen_t)
@@ -310,6 +324,7 @@ void prepare()
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     t_input input(data, size);
+    const int first_descriptor = next_descriptor();
     forget_connection();
     build_router();
     arriving = text_of(input.block());
@@ -323,5 +338,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     release_port_model(&port_model);
     log_close(); // the method "log" may have opened it
     log_set_level(LOG_LEVEL_Debug);
+    REQUIRE(next_descriptor() == first_descriptor);
     return 0;
 }

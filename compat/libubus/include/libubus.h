@@ -126,9 +126,10 @@ struct ubus_context {
     int msgbuf_reduction_counter;
     union {
         struct {
-            size_t received;   /* bytes of the frame that is being read */
-            void *first_guard; /* callbacks now running */
-            size_t waiting;    /* bytes of the calls in pending */
+            size_t received;       /* bytes of the frame that is being read */
+            void *first_guard;     /* callbacks now running */
+            size_t waiting;        /* bytes of the calls in pending */
+            struct list_head lost; /* requests of a lost connection that are still to be completed */
         } state;
         uint64_t reserved[18];
     } internal;

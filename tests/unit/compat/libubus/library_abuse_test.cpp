@@ -140,6 +140,24 @@ TEST_F(library_callbacks, the_context_may_be_freed_by_the_data_of_a_call)
     EXPECT_EQ(ubus_invoke(own, id, "two", nullptr, free_it, nullptr, 0), UBUS_STATUS_CONNECTION_FAILED);
 }
 
+// The bus answers in the order in which it was asked, so the call ends before the removal.
+TEST_F(library_callbacks, the_context_and_the_object_may_be_freed_while_the_object_is_removed)
+{
+    ubus_context *own = ubus_connect(socket_.c_str());
+    ASSERT_NE(own, nullptr);
+    auto *object = new ubus_object();
+    ASSERT_EQ(ubus_add_object(own, object), 0);
+    ubus_request req;
+    ASSERT_EQ(ubus_invoke_async(own, UBUS_SYSTEM_OBJECT_EVENT, "none", nullptr, &req), 0);
+    req.priv = object;
+    req.complete_cb = [](ubus_request *done, int) {
+        ubus_free(done->ctx);
+        delete static_cast<ubus_object *>(done->priv);
+    };
+    ubus_complete_request_async(own, &req);
+    EXPECT_EQ(ubus_remove_object(own, object), UBUS_STATUS_CONNECTION_FAILED);
+}
+
 TEST_F(library_callbacks, outstanding_requests_are_dropped_with_the_context)
 {
     t_service service(socket_, publish_x);

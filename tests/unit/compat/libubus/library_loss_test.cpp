@@ -97,6 +97,29 @@ TEST_F(library_loss, the_context_may_be_freed_when_the_connection_is_lost)
     daemon_.reset();
 }
 
+TEST_F(library_loss, the_context_and_other_requests_may_be_freed_by_the_first_that_is_completed)
+{
+    t_service service(socket_, publish_x);
+    ubus_context *own = ubus_connect(socket_.c_str());
+    ASSERT_NE(own, nullptr);
+    static std::vector<std::unique_ptr<ubus_request>> requests;
+    for (uint32_t id = id_of("x"); requests.size() < 2;) {
+        ubus_request *req = requests.emplace_back(std::make_unique<ubus_request>()).get();
+        ASSERT_EQ(ubus_invoke_async(own, id, "hang", nullptr, req), 0);
+        req->complete_cb = [](ubus_request *first, int) {
+            ubus_free(first->ctx);
+            requests.clear();
+        };
+        ubus_complete_request_async(own, req);
+    }
+    own->connection_lost = [](ubus_context *) { ADD_FAILURE(); };
+    ubus_add_uloop(own);
+    daemon_->kill();
+    run_for(4 * SHORT_MS);
+    EXPECT_TRUE(requests.empty());
+    daemon_.reset();
+}
+
 TEST_F(library_loss, reconnecting_publishes_every_object_once_the_daemon_is_back)
 {
     t_connection keeps_descriptors_apart = connect();
