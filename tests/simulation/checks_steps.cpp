@@ -221,13 +221,21 @@ static void note_doubtful_answers()
         changed = now();
 }
 
+// Whatever the network manager says, or does not say.
+static bool was_steady_since(t_time time)
+{
+    t_health health = world.health;
+    health.manager = true;
+    return health.all() && world.health_since < time;
+}
+
 // Swaps that do not help come ever later, while nothing changes and all changes are seen.
 static void look_at_pause_before_swap()
 {
     const auto in_vain = static_cast<int>(
         std::count_if(swaps.begin(), swaps.end(), [](const t_swap &one) { return one.ended > changed + SEEN; }));
     // Where the connection was changed the daemon may ask for another one than the world knows.
-    if (in_vain < 2 || !was_well_since(changed) || world.connection_since > loop_began())
+    if (in_vain < 2 || !was_steady_since(changed) || world.connection_since > loop_began())
         return;
     const t_time pause = pause_after(in_vain - 1), waited = now() - swaps.back().ended;
     if (waited < pause - SECOND)
