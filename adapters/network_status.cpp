@@ -107,9 +107,9 @@ constexpr int ONLINE_TEST_OFFLINE = 1;
 
 // What the questions so far tell of the network manager itself, whatever its answers were.
 struct t_network_manager {
-    bool has_answered; // ever
-    bool out_of_reach; // at the last question
-    bool bus_was_lost; // then
+    bool has_answered;  // ever
+    bool out_of_reach;  // at the last question
+    bool was_not_asked; // then, for the bus was lost or memory short
 };
 
 t_network_manager network_manager;
@@ -118,7 +118,8 @@ void remember_manager(int status)
 {
     network_manager.out_of_reach =
         status == ERR_BUS_OBJECT || status == UBUS_STATUS_CONNECTION_FAILED || status == UBUS_STATUS_NO_MEMORY;
-    network_manager.bus_was_lost = network_manager.out_of_reach && wan_detect_ubus_is_lost();
+    network_manager.was_not_asked =
+        network_manager.out_of_reach && (wan_detect_ubus_is_lost() || status == UBUS_STATUS_NO_MEMORY);
     if (!network_manager.out_of_reach && status != UBUS_STATUS_TIMEOUT)
         network_manager.has_answered = true;
 }
@@ -197,7 +198,7 @@ int get_network_status(int ipv6, int check)
 
 bool network_manager_is_away()
 {
-    return network_manager.out_of_reach && (network_manager.has_answered || network_manager.bus_was_lost);
+    return network_manager.out_of_reach && (network_manager.has_answered || network_manager.was_not_asked);
 }
 
 void forget_network_manager()

@@ -14,7 +14,6 @@
 #include "model/tables.h"
 #include "platform/log.h"
 #include "platform/result_codes.h"
-#include "platform/uci_access.h"
 #include "probes/lan/lan_hosts.h"
 
 constexpr const char *PASS = "uloop_start_wan_detect"; // which gathers them here
@@ -37,24 +36,10 @@ static bool may_be_wan(const t_device *dev)
     return bar_against(dev) == t_fate::not_looked_at;
 }
 
-static bool switch_package_can_be_read()
-{
-    return t_uci_package("switch").package;
-}
-
-// While the configuration cannot be read, who was reserved still is.
 void refresh_reserved_ports()
 {
-    t_device *former_agg = std::exchange(port_model.lan_agg[0], nullptr);
-    t_device *former_gaming = std::exchange(port_model.gaming, nullptr);
-    const int result = update_lan_agg_port(port_model.dev_hashmap_head, &port_model.lan_agg[0]);
+    update_lan_agg_port(port_model.dev_hashmap_head, &port_model.lan_agg[0]);
     update_lan_gaming_port(&port_model.gaming);
-    if (result == ERR_CONFIG_PACKAGE && !switch_package_can_be_read()) { // an entry may be unusable as well
-        std::swap(former_agg, port_model.lan_agg[0]);
-        std::swap(former_gaming, port_model.gaming);
-    }
-    release_any_device(&former_agg);
-    release_any_device(&former_gaming);
 }
 
 void generate_possible_wan_dev_list(bool beside_others)
@@ -184,16 +169,15 @@ void remove_brlan_dev_from_list()
         LOG(Error, "Impossibe! fake_wan has a br-lan device?\n");
 }
 
-bool filter_candidates()
+void filter_candidates()
 {
     if (engine.possible_wan_dev_list.count == 0)
-        return false;
+        return;
     refresh_reserved_ports();
     update_banned_device_list(&port_model.banned_list);
     update_brlan_dev(&port_model);
     remove_impossble_wan_dev_from_list();
     remove_brlan_dev_from_list();
-    return engine.possible_wan_dev_list.count != 0;
 }
 
 void clear_dev_list_volatile_attribute(t_device_list_head *list)

@@ -13,7 +13,7 @@ constexpr size_t JOINED_NAMES_SIZE = 512;
 // held.
 t_fate bar_against(const t_device *dev);
 
-// Reads anew which ports are reserved for LAN aggregation and gaming, as far as the configuration can be read.
+// Reads anew which ports are reserved for LAN aggregation and gaming.
 void refresh_reserved_ports();
 
 // Lists every linked port of the pool that is neither reserved nor banned. The list is empty; or with `beside_others`
@@ -29,8 +29,8 @@ const t_device *gather_candidates();
 int join_candidate_names(char (&names)[JOINED_NAMES_SIZE]);
 
 // Of those listed the ports leave that may not be WAN, have no link, or LAN hosts behind them; all of that is looked at
-// anew, unless the list is empty. False when nobody is left.
-bool filter_candidates();
+// anew, unless the list is empty.
+void filter_candidates();
 
 // A part of it: ports with LAN hosts behind them leave, as far as that was looked at before.
 void remove_brlan_dev_from_list();

@@ -11,6 +11,7 @@
 #include "core/hints.h"
 #include "core/retries.h"
 #include "core/swap_pause.h"
+#include "core/wan_role.h"
 #include "model/banned.h"
 #include "model/chronicle_words.h"
 #include "model/current_wan.h"
@@ -21,16 +22,6 @@
 #include "platform/result_codes.h"
 
 constexpr const char *END = "uloop_wan_detect_end"; // its parts speak in its name
-
-static t_role look_where_role_is()
-{
-    const t_role role = look_at_role(&port_model);
-    if (role == t_role::moved) {
-        drop_swap_of_moved_role();
-        begin_retries_anew();
-    }
-    return role;
-}
 
 static bool may_still_be_given_to(const t_device *winner)
 {

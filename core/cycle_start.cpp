@@ -11,14 +11,17 @@
 #include "core/proto_stage.h"
 #include "core/retries.h"
 #include "core/swap_pause.h"
+#include "core/wan_role.h"
 #include "model/banned.h"
 #include "model/current_wan.h"
 #include "model/port_model.h"
+#include "platform/clock.h"
 #include "platform/files.h"
 #include "platform/log.h"
 
 constexpr const char *PASS = "uloop_start_wan_detect"; // its parts speak in its name
 constexpr int MAX_BUS_WAITS = 10;
+constexpr uint32_t ANOTHER_ABSENCE_MS = 20'000; // when nobody has looked for so long
 
 // What a look at the current WAN port says; unknown while nobody can tell, and waited for in vain when that has lasted
 // too long: then it counts as bad, but nobody has said so.
@@ -55,8 +58,6 @@ static void open_pass()
         note_cycle_begins();
         announce_cycle(true);
         count_looks_anew();
-        if (!engine.swap.dev)
-            engine.bus_waits = 0; // another absence than the one that a cycle before has waited for
         delete_file(WAN_RESULT_FILE);
         const t_device *former_wan = port_model.wan_dev;
         update_wan_device(&port_model);
@@ -100,12 +101,20 @@ bool current_wan_is_good()
 {
     update_banned_device_list(&port_model.banned_list); // nobody else does while there is no candidate
     const bool is_fixed = connection_kind() == t_connection::fixed;
-    if (!may_be_good(port_model.wan_dev))
+    return may_be_good(port_model.wan_dev) && get_network_status(0, is_fixed) == NETWORK_CONNECTED;
+}
+
+// One wait for each pass. An absence that goes on from cycle to cycle is the same one.
+static bool may_wait_for_manager()
+{
+    const uint32_t now = monotonic_ms();
+    if (now - engine.manager_missed_ms > ANOTHER_ABSENCE_MS)
+        engine.bus_waits = 0; // it may have been back meanwhile
+    engine.manager_missed_ms = now;
+    if (engine.bus_waits >= MAX_BUS_WAITS)
         return false;
-    const bool good = get_network_status(0, is_fixed) == NETWORK_CONNECTED;
-    if (!network_manager_is_away())
-        engine.bus_waits = 0;
-    return good;
+    engine.bus_waits++;
+    return true;
 }
 
 // A bus or a network manager that is away says nothing about the network; for a while it is waited for.
@@ -114,12 +123,11 @@ static t_wan_state look_at_current_wan()
     const bool good = current_wan_is_good();
     if (!may_be_good(port_model.wan_dev))
         return t_wan_state::bad; // nobody was asked
-    if (!network_manager_is_away())
+    if (!network_manager_is_away()) {
+        engine.bus_waits = 0;
         return good ? t_wan_state::good : t_wan_state::bad;
-    if (engine.bus_waits >= MAX_BUS_WAITS)
-        return t_wan_state::waited_for_in_vain;
-    engine.bus_waits++;
-    return t_wan_state::unknown;
+    }
+    return may_wait_for_manager() ? t_wan_state::unknown : t_wan_state::waited_for_in_vain;
 }
 
 static void confirm_by_probes()
@@ -160,12 +168,10 @@ static void confirm_candidates()
 // when the role is at a port that is none of the table.
 static bool follow_role(const t_device *listed_as_wan)
 {
-    switch (look_at_role(&port_model)) {
+    switch (look_where_role_is()) {
     case t_role::unmoved:
         break;
     case t_role::moved:
-        drop_swap_of_moved_role();
-        begin_retries_anew();
         engine.possible_wan_dev_list.remove(listed_as_wan);
         break;
     case t_role::foreign:
@@ -174,20 +180,25 @@ static bool follow_role(const t_device *listed_as_wan)
     return true;
 }
 
-// True when the pass is through with what the WAN port says: it works, or nobody can tell.
-static bool wan_port_decides()
+// The port that was listed to be looked at only, without a word: the role may have moved by the next pass.
+static void unlist(const t_device *listed_as_wan)
 {
-    const t_wan_state state = look_at_current_wan();
-    engine.possible_wan_dev_list.remove(
-        port_model.wan_dev); // listed to be looked at first; the role may move from now on
-    switch (state) {
+    engine.possible_wan_dev_list.drop_if([=](const t_device_list &node) { return node.dev == listed_as_wan; });
+}
+
+// True when the pass is through with what the WAN port says: it works, or nobody can tell.
+static bool wan_port_decides(const t_device *listed_as_wan)
+{
+    switch (look_at_current_wan()) {
     case t_wan_state::good:
+        unlist(listed_as_wan);
         note_wan_port(true);
         test_swap(true);
         end_cycle_with(port_model.wan_dev, t_decision::wan_works);
         return true;
     case t_wan_state::unknown:
         LOG_AS(PASS, Info, "The network manager is away, asking again in %dms!\n", CYCLE_POLL_MS);
+        unlist(listed_as_wan);
         look_in(CYCLE_POLL_MS);
         return true;
     case t_wan_state::bad:
@@ -215,10 +226,11 @@ static void look_in_passing()
 
 static void ask_candidates()
 {
-    const bool somebody_is_left = filter_candidates();
+    engine.possible_wan_dev_list.remove(port_model.wan_dev); // it does not work
+    filter_candidates();
     look_in_passing();
     note_ports_left_out();
-    if (somebody_is_left)
+    if (engine.possible_wan_dev_list.count > 0)
         return confirm_candidates();
     LOG_AS(PASS, Debug, "Zero device need to detect after filter! waiting for other devices plug in trigger!\n");
     poll_for_candidates();
@@ -244,6 +256,6 @@ void uloop_start_wan_detect(uloop_timeout *)
     update_eth_link_status(port_model.dev_hashmap_head);
     if (!follow_role(listed_as_wan))
         return end_cycle_with(nullptr, t_decision::role_is_foreign);
-    if (!wan_port_decides())
+    if (!wan_port_decides(listed_as_wan))
         ask_candidates();
 }

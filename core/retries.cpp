@@ -107,11 +107,11 @@ void begin_retries_anew()
     engine.retry.next_s = 0; // a look that comes reckons it anew
     if (engine.retry.armed_s <= engine.retry.first_s)
         return;
-    const int first_ms = engine.retry.first_s * MILLISECONDS_PER_SECOND;
+    const int delay_ms = std::min(milliseconds_until_due(), engine.retry.first_s * MILLISECONDS_PER_SECOND);
     if (engine.look_again.pending)
-        arm(engine.retry.first_s, first_ms);
+        arm(engine.retry.first_s, std::max(delay_ms, 0));
     else if (engine.retry.runs_on != t_running_on::none)
-        plan(engine.retry.first_s, std::min(milliseconds_until_due(), first_ms));
+        plan(engine.retry.first_s, delay_ms);
 }
 
 int retry_pause_s()

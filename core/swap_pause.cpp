@@ -13,8 +13,8 @@
 #include "platform/uci_limits.h"
 
 constexpr int SWAP_PAUSE_FIRST_S = REDETECT_AFTER_SWITCH_SECONDS;
-constexpr uint8_t COUNTED_FAILURES = 4; // more lengthen the pause no further
-static_assert(SWAP_PAUSE_FIRST_S << COUNTED_FAILURES >= SWAP_PAUSE_LONGEST_S);
+constexpr uint8_t MOST_DOUBLINGS = 4; // more lengthen the pause no further
+static_assert(SWAP_PAUSE_FIRST_S << MOST_DOUBLINGS >= SWAP_PAUSE_LONGEST_S);
 
 static t_file_stamp stamp_of_network_package()
 {
@@ -26,15 +26,30 @@ static t_file_stamp stamp_of_network_package()
     return {file.st_ino, file.st_size, file.st_mtim.tv_sec, file.st_mtim.tv_nsec};
 }
 
+static int doublings()
+{
+    return std::min<int>(engine.swap.failures + engine.swap.doubts, MOST_DOUBLINGS);
+}
+
 int swap_pause_s()
 {
-    return std::min(SWAP_PAUSE_FIRST_S << engine.swap.failures, SWAP_PAUSE_LONGEST_S);
+    return std::min(SWAP_PAUSE_FIRST_S << doublings(), SWAP_PAUSE_LONGEST_S);
+}
+
+static void double_pause(uint8_t &count)
+{
+    count = std::min<uint8_t>(count + 1, MOST_DOUBLINGS);
+}
+
+static void begin_with_first_pause()
+{
+    engine.swap.failures = engine.swap.doubts = 0;
 }
 
 int begin_swap(t_device *dev)
 {
-    if (engine.swap.failures && stamp_of_network_package() != engine.swap.network)
-        engine.swap.failures = 0;
+    if (doublings() && stamp_of_network_package() != engine.swap.network)
+        begin_with_first_pause();
     engine.swap.dev = dev;
     engine.swap.is_new = true;
     engine.swap.failed = engine.swap.is_doubtful = false;
@@ -53,14 +68,10 @@ static void forget_failures()
     chronicle.counters.swaps_failed_in_a_row = 0;
 }
 
-static void lengthen_pause()
-{
-    engine.swap.failures = std::min<uint8_t>(engine.swap.failures + 1, COUNTED_FAILURES);
-}
-
 void test_swap(bool wan_works)
 {
     t_swap_trial &swap = engine.swap;
+    swap.doubts = 0;
     if (!swap.dev) {
         if (wan_works)
             forget_failures();
@@ -72,8 +83,7 @@ void test_swap(bool wan_works)
         note_confirmation(true);
     } else if (!swap.failed) {
         swap.failed = true;
-        if (!swap.is_doubtful)
-            lengthen_pause();
+        double_pause(swap.failures);
         note_confirmation(false);
     }
 }
@@ -82,7 +92,7 @@ void put_next_test_off()
 {
     t_swap_trial &swap = engine.swap;
     if (swap.dev && !swap.failed && !swap.is_doubtful)
-        lengthen_pause();
+        double_pause(swap.doubts);
     swap.is_doubtful = swap.dev != nullptr;
 }
 
@@ -104,7 +114,7 @@ void look_for_new_answers()
 // Only a pause that is longer than the first one can be cut short.
 static void watch_network_package()
 {
-    if (engine.swap.failures)
+    if (doublings())
         uloop_timeout_set(&engine.network_watch, SWAP_PAUSE_FIRST_S * MILLISECONDS_PER_SECOND);
 }
 
@@ -134,7 +144,8 @@ void settle_swap()
 void begin_swap_pauses_anew()
 {
     constexpr int first_ms = SWAP_PAUSE_FIRST_S * MILLISECONDS_PER_SECOND;
-    engine.swap.failures = 0;
+    begin_with_first_pause();
+    engine.swap.is_doubtful = false;
     if (engine.swap.pause_runs)
         bring_cycle_over_all_forward(first_ms);
 }

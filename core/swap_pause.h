@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
 // The pause between a swap and the cycle that tests it. A swap is tested in vain when that cycle finds the role
 // elsewhere or the WAN port not connected; then the next pause is twice as long, until something changes: the link of a
-// port, the network package, or a port answers that did not in the cycle before. Loop thread only.
+// port, the network package, or a port answers that did not in the cycle before. While the network manager is away the
+// pauses grow as well, until it answers. Loop thread only.
 #pragma once
 
 struct t_device;
@@ -17,12 +18,12 @@ int begin_swap(t_device *dev);
 // A pass looked at the WAN port.
 void test_swap(bool wan_works);
 
-// Nobody could tell whether the swap helped: nothing failed, but the pause behind the next one is longer, or ports
+// A pass could not tell whether the swap helped: nothing failed, but the pause behind the next one is longer, or ports
 // would take the role from each other every 21 s for as long as nobody can tell.
 void put_next_test_off();
 
-// The role was found at another port than before. Unless that is where the swap sent it, somebody else has moved it,
-// and no cycle can test the swap any more.
+// The role was found elsewhere than before, at another port or at none of the table. Unless that is where the swap sent
+// it, somebody else has moved it, and no cycle can test the swap any more.
 void drop_swap_of_moved_role();
 
 // The verdict is about to be carried out: who of those that answered was silent in the cycle before?

@@ -4,17 +4,25 @@
 #include "core/cycle.h"
 #include "core/retries.h"
 #include "core/swap_pause.h"
-#include "model/current_wan.h"
+#include "model/port_model.h"
+
+t_role look_where_role_is()
+{
+    const t_role role = look_at_role(&port_model);
+    if (role != t_role::unmoved)
+        drop_swap_of_moved_role();
+    if (role == t_role::moved)
+        begin_retries_anew();
+    return role;
+}
 
 void follow_moved_role()
 {
     if (cycle_is_open())
         return;
     const bool was_away = port_model.role_is_away;
-    if (look_at_role(&port_model) != t_role::moved)
+    if (look_where_role_is() != t_role::moved)
         return;
-    drop_swap_of_moved_role();
-    begin_retries_anew();
     if (!port_model.enable || !port_model.router_mode)
         return;
     reopen_after_wan_loss();

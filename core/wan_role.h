@@ -3,6 +3,11 @@
 // a cycle looks itself. Loop thread only.
 #pragma once
 
+#include "model/current_wan.h"
+
+// Where the role is now. One that somebody else has moved cannot test a swap any more, and begins the pauses anew.
+t_role look_where_role_is();
+
 // Takes over where somebody else has moved the role, unless a cycle is open. A port that holds it without a link counts
 // as a WAN loss seen now.
 void follow_moved_role();

@@ -43,6 +43,6 @@ void draw_picture(FILE *out, blob_attr *status, blob_attr *history, t_look look,
                "[, status {swap_status:d}][{confirmed:1}, confirmed][{confirmed:0}, not confirmed]",
                find_field(history, "cycles"), "decision", most_verdicts);
     print_paragraph(out, "failed",
-                    "[{counters.swaps_failed_in_a_row:d} swap(s), so the next check waits {swap_pause:t}]", status);
+                    "[{counters.swaps_failed_in_a_row:d} swap(s); the next check waits {swap_pause:t}]", status);
     print_list(out, "notes", "{:x}", find_field(status, "hints"), "", MOST_HINTS);
 }

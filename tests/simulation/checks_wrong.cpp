@@ -49,7 +49,6 @@ bool mode_is_in_doubt = false;
 struct t_past {
     t_port_truth truth;
     t_time reserved_since = 0, banned_since = 0;
-    t_time read_as_reserved = NEVER; // by a pass, which went undisturbed to its end
 };
 
 t_past pasts[64];
@@ -137,10 +136,8 @@ static void note_truth_of(int number)
         return;
     t_past &past = pasts[number];
     const t_port_truth &truth = port_at(number).truth;
-    if (truth.is_reserved != past.truth.is_reserved) {
+    if (truth.is_reserved != past.truth.is_reserved)
         past.reserved_since = now();
-        past.read_as_reserved = NEVER;
-    }
     if (truth.is_banned != past.truth.is_banned)
         past.banned_since = now();
     past.truth = truth;
@@ -165,24 +162,6 @@ static t_time pass_before_swap_to(int port)
     const unsigned kinds = questions_for_verdict();
     const t_time spread = kinds == BY_DISCOVERY ? 0 : SEARCH_TO_LAST_ARP;
     return last_asked(port, kinds) - spread - FILTER_TO_QUESTION;
-}
-
-static void note_pass()
-{
-    const t_time former = passes.empty() ? NOT_YET : passes.back();
-    passes.push_back(now());
-    if (!world.health.all() || world.health_since > former)
-        return;
-    for (t_past &past : pasts)
-        if (past.truth.is_reserved && past.reserved_since < former)
-            past.read_as_reserved = std::min(past.read_as_reserved, former);
-}
-
-// Read so before the pass, or long ago while nobody could read otherwise since.
-static bool was_surely_reserved(const t_past &past, t_time pass)
-{
-    const bool is_read = world.health.all() && world.health_since < pass && past.reserved_since < pass;
-    return is_read || (past.read_as_reserved < pass && !memory_was_refused(past.read_as_reserved));
 }
 
 // A ban that was taken when the link was known, and that no link which came since can have lifted, rightly told or not.
@@ -218,9 +197,10 @@ static void judge_port(const t_port &port)
     // Without a link nobody can have answered. A link that went later is not looked at again: see the verdict's end.
     if (!port.link && port.link_since < pass)
         fail("never wrong: %s gets the role and has had no link since before it was asked", name);
-    if (port.truth.is_reserved && was_surely_reserved(past, pass))
+    // An unreadable configuration reserves nobody, and an unreadable table has no hosts.
+    const bool was_readable = world.health.all() && world.health_since < pass;
+    if (was_readable && port.truth.is_reserved && past.reserved_since < pass)
         fail("never wrong: %s gets the role and is reserved", name);
-    const bool was_readable = world.health.all() && world.health_since < pass; // an unreadable table has no hosts
     if (was_readable && flooded < pass && port.truth.lan_hosts > 0 && port.lan_hosts_since < pass)
         fail("never wrong: %s gets the role and has hosts of the LAN behind it", name);
 }
@@ -317,7 +297,7 @@ static void look_at_deed(const t_seen &seen)
     if (seen.deed == t_deed::truth_changed)
         seen.port ? note_truth_of(seen.port) : note_health();
     else if (seen.deed == t_deed::way_taken && static_cast<size_t>(seen.number) % STATES == LOOKING)
-        note_pass();
+        passes.push_back(now());
     else if (seen.deed == t_deed::frame_sent && seen.port == 0)
         note_search_of_hosts();
     else if (seen.deed == t_deed::role_moved)

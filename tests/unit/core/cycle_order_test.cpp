@@ -46,6 +46,7 @@ protected:
     {
         add_unique_banned_device_to_list(port_model.dev_hashmap_head, &port_model.banned_list, port, seconds);
     }
+    static void let_nobody_look_for_20_s() { engine.manager_missed_ms -= 20'001; }
     static int network_questions() { return static_cast<int>(fake_router.bus_calls.size()); }
 };
 
@@ -109,24 +110,43 @@ TEST_F(cycle_order, the_next_absence_is_waited_for_although_nobody_saw_the_last_
     port_model.enable = 0;
     run_until_end();
     fire(engine.end);
-    port_model.enable = 1; // a week later
+    port_model.enable = 1;
+    let_nobody_look_for_20_s();
     open_cycle();
     EXPECT_EQ(armed(engine.proto_detect_start), NOT_ARMED);
     EXPECT_EQ(armed(engine.start_wan_detect), 1000);
 }
 
 // holds: absent-manager
-TEST_F(cycle_order, the_next_absence_is_waited_for_when_a_look_at_rest_saw_the_last_one_end)
+TEST_F(cycle_order, the_next_absence_in_a_cycle_is_waited_for_although_nobody_was_asked_in_between)
 {
     plug({"eth0"});
     fake_router.bus_result = BUS_WITHOUT_MANAGER;
     open_cycle();
     for (int i = 0; i < 10; i++)
         fire(engine.start_wan_detect);
-    ASSERT_EQ(engine.bus_waits, 10);
-    fake_router.bus_result = 0;
-    EXPECT_FALSE(current_wan_is_good());
-    EXPECT_EQ(engine.bus_waits, 0);
+    unplug({"eth0"}); // the modem is off for the night: nobody is asked
+    for (int i = 0; i < 100; i++)
+        fire(engine.start_wan_detect);
+    let_nobody_look_for_20_s();
+    plug({"eth0"}); // and the manager restarts with the link
+    fire(engine.start_wan_detect);
+    EXPECT_EQ(log->count("Info", "uloop_start_wan_detect", AWAY), 11);
+}
+
+// holds: absent-manager
+TEST_F(cycle_order, who_calls_all_the_time_does_not_put_the_judgement_off)
+{
+    plug({"eth0", "eth2"});
+    fake_probes.dhcp_ports = {"eth2"};
+    fake_router.bus_result = BUS_WITHOUT_MANAGER;
+    for (int call_ms = 0; call_ms <= 60'000; call_ms += 8'000) {
+        start_wan_detect_all(0);
+        while (passed_ms() + armed(*next_timer()) < call_ms + 8'000)
+            fire_after_its_time(*next_timer());
+    }
+    EXPECT_EQ(log->count("Info", "uloop_start_wan_detect", AWAY), 10);
+    EXPECT_GE(fake_probes.count("dhcp all"), 1);
 }
 
 // holds: absent-manager

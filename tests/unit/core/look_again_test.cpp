@@ -1,6 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "core/look_again.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/syscall.h>
+#include <thread>
+#include <unistd.h>
+
 #include "core/background.h"
 #include "core/cycle.h"
 #include "core/cycle_start.h"
@@ -13,6 +19,8 @@
 #include "tests/unit/core/engine_fixture.h"
 
 namespace {
+
+constexpr uint32_t BEHIND_THE_FILTER_MS = 50;
 
 class look_again : public t_engine_test {
 protected:
@@ -202,6 +210,18 @@ TEST_F(look_again, a_link_change_of_any_port_begins_with_the_first_pause_again)
     EXPECT_EQ(pause_s(), 30);
     look();
     EXPECT_EQ(pause_s(), 60);
+    EXPECT_TRUE(stop_background_threads());
+}
+
+// holds: pause-begins-anew
+TEST_F(look_again, a_change_puts_no_longer_pause_off_that_is_about_to_be_over)
+{
+    open_cycle();
+    look();
+    ASSERT_EQ(pause_s(), 60);
+    engine.retry.due_ms = monotonic_ms() + 5 * MILLISECONDS_PER_SECOND;
+    wan_detect_process_link_change(dev("eth4"), true);
+    EXPECT_EQ(pause_s(), 5);
     EXPECT_TRUE(stop_background_threads());
 }
 
@@ -846,6 +866,31 @@ TEST_F(look_again, a_change_before_a_stage_counts_behind_it)
     ask_until_nobody_is_left();
     EXPECT_EQ(pause_s(), 30);
     EXPECT_TRUE(stop_background_threads());
+}
+
+// holds: overdue-look
+TEST_F(look_again, an_overdue_one_whose_ports_have_lost_their_links_meanwhile_asks_nobody)
+{
+    open_cycle();
+    join("eth2");
+    engine.retry.due_ms = monotonic_ms();
+    ask_one_stage();
+    std::thread writer; // of a configuration that the look waits for, while the links go
+    fake_router.on_capture = [&writer](const std::string &) {
+        fake_router.on_capture = nullptr;
+        const int file = open("/etc/config/network", O_RDWR | O_CLOEXEC);
+        ASSERT_EQ(syscall(SYS_flock, file, LOCK_EX), 0);
+        writer = std::thread([file] {
+            sleep_ms(BEHIND_THE_FILTER_MS);
+            unplug({"eth2", "eth3"});
+            close(file);
+        });
+    };
+    join("eth3");
+    writer.join();
+    EXPECT_EQ(candidates(), "");
+    EXPECT_FALSE(log->has("Info", "uloop_start_wan_detect", "Start to detect in 0 device(s) using protocol detect"));
+    EXPECT_EQ(armed(engine.proto_detect_start), NOT_ARMED);
 }
 
 } // namespace

@@ -354,3 +354,87 @@ TEST_F(swap_pause, one_whose_role_went_abroad_and_came_back_is_no_failure)
     EXPECT_EQ(chronicle.counters.swaps_failed_in_a_row, 0u);
     EXPECT_EQ(swap_pause_s(), 21);
 }
+
+// holds: swap-pause-foreign
+TEST_F(swap_pause, nor_is_one_whose_role_went_abroad_and_came_back_within_its_pause)
+{
+    fake_probes.dhcp_ports = {"eth1"};
+    EXPECT_EQ(run_cycle(), 21);
+    write_switch_config(8, 7);
+    follow_moved_role();
+    ASSERT_TRUE(port_model.role_is_away);
+    write_switch_config(5, 1);
+    follow_moved_role();
+    open_test();
+    EXPECT_EQ(chronicle.counters.swaps_failed_in_a_row, 0u);
+    EXPECT_EQ(swap_pause_s(), 21);
+}
+
+// holds: swap-pause-foreign
+TEST_F(swap_pause, nor_is_one_whose_role_went_abroad_in_a_pass_and_came_back)
+{
+    fake_probes.dhcp_ports = {"eth1"};
+    EXPECT_EQ(run_cycle(), 21);
+    fire(engine.init_wan_detect_all);
+    fake_router.on_capture = [](const std::string &) { write_switch_config(8, 7); }; // behind the head of the pass
+    fire(engine.start_wan_detect);
+    fake_router.on_capture = nullptr;
+    fire(engine.end);
+    write_switch_config(5, 1);
+    follow_moved_role();
+    start_wan_detect_all(0);
+    open_test();
+    EXPECT_EQ(chronicle.counters.swaps_failed_in_a_row, 0u);
+    EXPECT_EQ(swap_pause_s(), 21);
+}
+
+// holds: absent-manager
+TEST_F(swap_pause, an_absence_at_the_test_is_waited_for_when_the_manager_was_back_in_the_pause)
+{
+    plug({"eth0"});
+    fake_router.bus_result = ERR_BUS_OBJECT;
+    EXPECT_EQ(run_cycle(), 21);
+    ASSERT_EQ(engine.swap.dev, dev("eth1"));
+    engine.manager_missed_ms -= 20'001; // nobody looks in the pause
+    const int asked_before = fake_probes.count("dhcp all");
+    open_test();
+    EXPECT_EQ(armed(engine.start_wan_detect), 1000);
+    fake_router.bus_result = 0;
+    fake_router.network_state = 0;
+    run_until_end();
+    fire(engine.end);
+    EXPECT_EQ(fake_probes.count("dhcp all"), asked_before);
+    EXPECT_EQ(port_model.wan_dev, dev("eth1")) << "it works";
+}
+
+// holds: swap-pause-doubtful
+TEST_F(swap_pause, what_nobody_could_tell_is_forgotten_as_soon_as_somebody_can)
+{
+    fake_router.bus_result = ERR_BUS_OBJECT;
+    start_wan_detect_all(0);
+    run_for_an_hour();
+    ASSERT_EQ(swap_pause_s(), SWAP_PAUSE_LONGEST_S);
+    fake_router.bus_result = 0;
+    fake_router.network_state = -1;
+    while (!engine.init_wan_detect_all.pending)
+        fire_after_its_time(*next_timer());
+    EXPECT_EQ(run_cycle(), 42) << "behind one that failed";
+}
+
+// holds: swap-pause-doubtful
+TEST_F(swap_pause, a_test_that_could_not_tell_at_first_fails_as_any_other)
+{
+    fake_probes.dhcp_ports = {"eth1"};
+    EXPECT_EQ(run_cycle(), 21);
+    fake_router.bus_result = ERR_BUS_OBJECT;
+    open_test();
+    for (int i = 0; i < 10; i++)
+        fire(engine.start_wan_detect);
+    EXPECT_EQ(swap_pause_s(), 42);
+    begin_swap_pauses_anew(); // a link changes
+    EXPECT_EQ(swap_pause_s(), 21);
+    fake_router.bus_result = 0;
+    test_swap(false);
+    EXPECT_EQ(chronicle.counters.swaps_failed_in_a_row, 1u);
+    EXPECT_EQ(swap_pause_s(), 42);
+}

@@ -129,6 +129,22 @@ TEST_F(wan_role, moved_to_a_port_that_is_connecting_still_after_the_old_one_was_
 }
 
 // holds: role-moves-in-cycle
+TEST_F(wan_role, moved_while_the_network_manager_is_away_leaves_the_old_port_listed_when_it_was_before)
+{
+    plug({"eth0", "eth1"});
+    fake_router.network_state = NETWORK_CONNECTING;
+    fake_router.bus_result = ERR_BUS_OBJECT;
+    start_wan_detect_all(0);
+    fire(engine.init_wan_detect_all); // which lists all ports
+    fire(engine.start_wan_detect);
+    move_role(1);
+    fake_router.bus_result = 0;
+    fire(engine.start_wan_detect);
+    EXPECT_EQ(candidates(), "eth0");
+    EXPECT_EQ(armed(engine.proto_detect_start), 0);
+}
+
+// holds: role-moves-in-cycle
 TEST_F(wan_role, moved_before_the_first_pass_begins_with_the_first_pause_again)
 {
     plug({"eth0"});

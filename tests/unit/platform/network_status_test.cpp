@@ -268,6 +268,15 @@ TEST_F(network_status, without_memory_for_the_question_nothing_is_known_of_the_n
     EXPECT_FALSE(network_manager_is_away());
 }
 
+// holds: question-without-memory
+TEST_F(network_status, without_memory_for_the_first_question_ever_nothing_is_known_either)
+{
+    answer(INTERNET, "connected");
+    t_message_shortage shortage(t_refusal::of_buffers);
+    EXPECT_EQ(get_network_status(0, 0), NETWORK_DISCONNECTED);
+    EXPECT_TRUE(network_manager_is_away());
+}
+
 // holds: manager-away
 TEST_F(network_status, a_manager_that_never_was_there_is_not_away)
 {
