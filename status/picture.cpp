@@ -42,7 +42,7 @@ void draw_picture(FILE *out, blob_attr *status, blob_attr *history, t_look look,
                "{ago:t} ago: [{winner}, ]{decision:x} ({opener:x}, {asked:n} asked[, {took_ms:w}]){swap:x}"
                "[, status {swap_status:d}][{confirmed:1}, confirmed][{confirmed:0}, not confirmed]",
                find_field(history, "cycles"), "decision", most_verdicts);
-    print_paragraph(out, "failed",
-                    "[{counters.swaps_failed_in_a_row:d} swap(s); the next check waits {swap_pause:t}]", status);
+    print_paragraph(out, "failed", "[{counters.swaps_failed_in_a_row:d} swap(s); the next check waits {swap_pause:t}]",
+                    status);
     print_list(out, "notes", "{:x}", find_field(status, "hints"), "", MOST_HINTS);
 }
