@@ -16,9 +16,9 @@ constexpr int NETWORK_POOR_CONNECTED = 2;
 // connected state is confirmed by the online test. One of the NETWORK_ values.
 int get_network_status(int ipv6, int check);
 
-// True when the last question learned nothing of the network because there is no connection to the bus, or because the
-// network manager is gone although it answered an earlier one in the life of this process. Asks nobody. Loop thread
-// only.
+// True when the last question learned nothing of the network because there is no connection to the bus or no memory for
+// the question, or because the network manager is gone although it answered an earlier one in the life of this process.
+// Asks nobody. Loop thread only.
 bool network_manager_is_away();
 
 // For tests: as if no question had been asked yet.

@@ -42,12 +42,14 @@ static void look_at_wan_port(bool sfp_first)
         return;
     }
     t_device *dev = find_device(port_model.dev_hashmap_head, name);
+    const t_device *now_wan = port_model.wan_dev;
+    const bool has_moved = dev ? dev != now_wan || port_model.role_is_away : now_wan && !port_model.role_is_away;
+    if (has_moved)
+        wish_for(t_wish::role_look);
     if (!dev) {
         LOG_AS(PASS, Error, "Can't find the device:%s in hash list!\n", name);
         return;
     }
-    if (dev != port_model.wan_dev || port_model.role_is_away)
-        wish_for(t_wish::role_look);
     if (dev->is_combo)
         keep_on_wanted_side(dev, sfp_first);
     else

@@ -186,7 +186,7 @@ void uloop_wan_detect_end(uloop_timeout *)
     t_device *winner = engine.result_dev;
     note_answers(winner);
     carry_out(winner);
-    update_wan_device(&port_model);
+    read_role_anew();
     settle_swap();
     tell_verdict(winner);
     dump_all_device(port_model.dev_hashmap_head);

@@ -3,6 +3,7 @@
 
 #include "adapters/network_status.h"
 #include "adapters/state_events.h"
+#include "adapters/wan_switch.h"
 #include "core/candidates.h"
 #include "core/cycle.h"
 #include "core/fates.h"
@@ -21,7 +22,9 @@
 
 constexpr const char *PASS = "uloop_start_wan_detect"; // its parts speak in its name
 constexpr int MAX_BUS_WAITS = 10;
-constexpr uint32_t ANOTHER_ABSENCE_MS = 20'000; // when nobody has looked for so long
+// When nobody has looked for so long: longer than from pass to pass, and less than the pause before a swap is tested.
+constexpr uint32_t ANOTHER_ABSENCE_MS = 20'000;
+static_assert(ANOTHER_ABSENCE_MS < REDETECT_AFTER_SWITCH_SECONDS * MILLISECONDS_PER_SECOND);
 
 // What a look at the current WAN port says; unknown while nobody can tell, and waited for in vain when that has lasted
 // too long: then it counts as bad, but nobody has said so.
@@ -60,7 +63,7 @@ static void open_pass()
         count_looks_anew();
         delete_file(WAN_RESULT_FILE);
         const t_device *former_wan = port_model.wan_dev;
-        update_wan_device(&port_model);
+        read_role_anew();
         if (port_model.wan_dev != former_wan) {
             drop_swap_of_moved_role();
             begin_retries_anew();
@@ -81,7 +84,6 @@ static t_decision look_for_an_end()
         return t_decision::gave_up;
     }
     if (port_model.role_is_away) {
-        drop_swap_of_moved_role();
         LOG_AS(PASS, Info, "The wan role is at %s, none of the ports, and stays there!\n", port_model.wan_role);
         return t_decision::role_is_foreign;
     }
@@ -97,14 +99,21 @@ static bool may_be_good(const t_device *now_wan)
     return now_wan && now_wan->link_active && !is_banned_device(&port_model.banned_list, now_wan);
 }
 
-bool current_wan_is_good()
+bool ask_whether_wan_works()
 {
     update_banned_device_list(&port_model.banned_list); // nobody else does while there is no candidate
     const bool is_fixed = connection_kind() == t_connection::fixed;
-    return may_be_good(port_model.wan_dev) && get_network_status(0, is_fixed) == NETWORK_CONNECTED;
+    if (!may_be_good(port_model.wan_dev))
+        return false;
+    const bool works = get_network_status(0, is_fixed) == NETWORK_CONNECTED;
+    if (!network_manager_is_away()) {
+        engine.bus_waits = 0;
+        forget_doubts();
+    }
+    return works;
 }
 
-// One wait for each pass. An absence that goes on from cycle to cycle is the same one.
+// One wait for each pass. An absence that passes keep seeing is the same one, also from cycle to cycle.
 static bool may_wait_for_manager()
 {
     const uint32_t now = monotonic_ms();
@@ -120,13 +129,11 @@ static bool may_wait_for_manager()
 // A bus or a network manager that is away says nothing about the network; for a while it is waited for.
 static t_wan_state look_at_current_wan()
 {
-    const bool good = current_wan_is_good();
+    const bool works = ask_whether_wan_works();
     if (!may_be_good(port_model.wan_dev))
         return t_wan_state::bad; // nobody was asked
-    if (!network_manager_is_away()) {
-        engine.bus_waits = 0;
-        return good ? t_wan_state::good : t_wan_state::bad;
-    }
+    if (!network_manager_is_away())
+        return works ? t_wan_state::good : t_wan_state::bad;
     return may_wait_for_manager() ? t_wan_state::unknown : t_wan_state::waited_for_in_vain;
 }
 

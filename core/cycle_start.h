@@ -8,8 +8,9 @@ extern "C" {
 
 constexpr const char *WAN_RESULT_FILE = "/tmp/wan_detect_result";
 
-// True when the current WAN port has a link, is not banned, and the network manager says that it is connected.
-bool current_wan_is_good();
+// True when the current WAN port has a link, is not banned, and the network manager, which is asked, says that it is
+// connected.
+bool ask_whether_wan_works();
 
 // Gathers every possible port; waits in steps of 500 ms while another cycle or a protocol detection runs.
 void uloop_init_wan_detect_all(uloop_timeout *timer);

@@ -51,7 +51,7 @@ struct t_swap_trial {
     uint8_t doubts;       // the same of tests that could not tell, until one can
     bool is_new;          // made by the cycle that is about to end
     bool failed;          // says the cycle that tests it
-    bool is_doubtful;     // that cycle could not tell so far
+    bool is_doubtful;     // some cycle could not tell so far
     bool pause_runs;      // the cycle over all ports that is asked for is its test
 };
 
@@ -92,7 +92,7 @@ struct t_wan_detect_engine {
 
     t_shared<uint32_t> waiting_since_ms; // when the cycle was opened, on the clock of monotonic_ms
     int bus_waits;                       // passes that waited for a network manager that is away
-    uint32_t manager_missed_ms;          // when it was last, on the same clock
+    uint32_t manager_missed_ms;          // when a pass found it away last, on the same clock
     uloop_timeout look_again;
     t_retry retry;
     bool silence_is_expected; // in this look nobody has told the hints of silence so far

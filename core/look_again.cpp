@@ -5,6 +5,7 @@
 #include "core/cycle.h"
 #include "core/cycle_start.h"
 #include "core/retries.h"
+#include "core/swap_pause.h"
 #include "model/banned.h"
 #include "model/port_model.h"
 #include "platform/log.h"
@@ -27,8 +28,10 @@ void uloop_look_again(uloop_timeout *)
         return list_anew();
     }
     // A cycle that is about to open looks itself.
-    if (cycle_is_open() || engine.init_wan_detect_all.pending || current_wan_is_good())
+    if (cycle_is_open() || engine.init_wan_detect_all.pending)
         return;
+    if (ask_whether_wan_works())
+        return test_swap(true);
     begin_look(true);
     note_opener(t_opener::look_again);
     open_cycle_over_all_in(0);

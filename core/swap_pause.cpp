@@ -71,7 +71,6 @@ static void forget_failures()
 void test_swap(bool wan_works)
 {
     t_swap_trial &swap = engine.swap;
-    swap.doubts = 0;
     if (!swap.dev) {
         if (wan_works)
             forget_failures();
@@ -94,6 +93,11 @@ void put_next_test_off()
     if (swap.dev && !swap.failed && !swap.is_doubtful)
         double_pause(swap.doubts);
     swap.is_doubtful = swap.dev != nullptr;
+}
+
+void forget_doubts()
+{
+    engine.swap.doubts = 0;
 }
 
 void drop_swap_of_moved_role()
@@ -145,7 +149,6 @@ void begin_swap_pauses_anew()
 {
     constexpr int first_ms = SWAP_PAUSE_FIRST_S * MILLISECONDS_PER_SECOND;
     begin_with_first_pause();
-    engine.swap.is_doubtful = false;
     if (engine.swap.pause_runs)
         bring_cycle_over_all_forward(first_ms);
 }

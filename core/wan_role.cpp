@@ -6,6 +6,13 @@
 #include "core/swap_pause.h"
 #include "model/port_model.h"
 
+void read_role_anew()
+{
+    update_wan_device(&port_model);
+    if (port_model.role_is_away)
+        drop_swap_of_moved_role();
+}
+
 t_role look_where_role_is()
 {
     const t_role role = look_at_role(&port_model);

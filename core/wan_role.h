@@ -5,7 +5,11 @@
 
 #include "model/current_wan.h"
 
-// Where the role is now. One that somebody else has moved cannot test a swap any more, and begins the pauses anew.
+// Reads anew who has the role, and tells that. A port that is none of the table tests no swap.
+void read_role_anew();
+
+// Where the role is now, told when it has moved only. One that somebody else has moved cannot test a swap any more, and
+// begins the pauses anew.
 t_role look_where_role_is();
 
 // Takes over where somebody else has moved the role, unless a cycle is open. A port that holds it without a link counts

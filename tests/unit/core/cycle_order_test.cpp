@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Who goes first when a pass, a stage, a request, a ban and a bus that is away meet.
+// Who goes first when a pass, a stage, a request and a ban meet.
 #include "core/background.h"
 #include "core/cycle.h"
 #include "core/cycle_start.h"
@@ -15,12 +15,10 @@ namespace {
 
 constexpr const char *BUSY_PROBE =
     "Aleady has a instace is running protocol detection! Multi instance not allowed, auto retry in 500ms!";
-constexpr const char *AWAY = "The network manager is away, asking again in 1000ms!";
 constexpr const char *BANNED_AFTER_DETECTION =
     "About to change eth0 as wan, however it's banned after detection and before switch wan. So treat the detecion as "
     "failure! If more than one server is plugged in the same time, it's very likely that another server is missed!!";
 constexpr uint32_t REACH_LOCK_MS = 50; // long enough for a thread to reach a lock that somebody holds
-constexpr int BUS_WITHOUT_MANAGER = ERR_BUS_OBJECT;
 
 class cycle_order : public t_engine_test {
 protected:
@@ -46,118 +44,8 @@ protected:
     {
         add_unique_banned_device_to_list(port_model.dev_hashmap_head, &port_model.banned_list, port, seconds);
     }
-    static void let_nobody_look_for_20_s() { engine.manager_missed_ms -= 20'001; }
     static int network_questions() { return static_cast<int>(fake_router.bus_calls.size()); }
 };
-
-// --- a bus that is away
-
-// holds: absent-manager
-TEST_F(cycle_order, a_working_wan_port_is_not_dropped_while_the_bus_is_away)
-{
-    plug({"eth0", "eth2"});
-    fake_probes.dhcp_ports = {"eth2"};
-    fake_router.bus_result = BUS_WITHOUT_MANAGER;
-    open_cycle();
-    EXPECT_TRUE(log->has("Info", "uloop_start_wan_detect", AWAY));
-    EXPECT_EQ(armed(engine.start_wan_detect), 1000);
-    EXPECT_EQ(fake_probes.count("dhcp all"), 0);
-    fake_router.bus_result = 0;
-    fake_router.network_state = 0;
-    fire(engine.start_wan_detect);
-    EXPECT_EQ(engine.result_dev, dev("eth0"));
-}
-
-// holds: absent-manager
-TEST_F(cycle_order, after_ten_waits_the_port_is_judged_all_the_same)
-{
-    plug({"eth0", "eth2"});
-    fake_router.bus_result = BUS_WITHOUT_MANAGER;
-    open_cycle();
-    for (int i = 1; i < 10; i++) {
-        ASSERT_EQ(armed(engine.start_wan_detect), 1000) << i;
-        fire(engine.start_wan_detect);
-    }
-    EXPECT_EQ(log->count("Info", "uloop_start_wan_detect", AWAY), 10);
-    fire(engine.start_wan_detect);
-    EXPECT_EQ(armed(engine.proto_detect_start), 0);
-}
-
-// holds: absent-manager
-TEST_F(cycle_order, an_absence_is_waited_for_once_and_the_next_one_again)
-{
-    plug({"eth0"});
-    fake_router.bus_result = BUS_WITHOUT_MANAGER;
-    open_cycle();
-    for (int i = 0; i < 20; i++)
-        fire(engine.start_wan_detect);
-    EXPECT_EQ(log->count("Info", "uloop_start_wan_detect", AWAY), 10);
-    fake_router.bus_result = 0;
-    fire(engine.start_wan_detect);
-    fake_router.bus_result = BUS_WITHOUT_MANAGER;
-    fire(engine.start_wan_detect);
-    EXPECT_EQ(log->count("Info", "uloop_start_wan_detect", AWAY), 11);
-}
-
-// holds: absent-manager
-TEST_F(cycle_order, the_next_absence_is_waited_for_although_nobody_saw_the_last_one_end)
-{
-    plug({"eth0", "eth2"});
-    fake_router.bus_result = BUS_WITHOUT_MANAGER;
-    open_cycle();
-    for (int i = 0; i < 10; i++)
-        fire(engine.start_wan_detect);
-    port_model.enable = 0;
-    run_until_end();
-    fire(engine.end);
-    port_model.enable = 1;
-    let_nobody_look_for_20_s();
-    open_cycle();
-    EXPECT_EQ(armed(engine.proto_detect_start), NOT_ARMED);
-    EXPECT_EQ(armed(engine.start_wan_detect), 1000);
-}
-
-// holds: absent-manager
-TEST_F(cycle_order, the_next_absence_in_a_cycle_is_waited_for_although_nobody_was_asked_in_between)
-{
-    plug({"eth0"});
-    fake_router.bus_result = BUS_WITHOUT_MANAGER;
-    open_cycle();
-    for (int i = 0; i < 10; i++)
-        fire(engine.start_wan_detect);
-    unplug({"eth0"}); // the modem is off for the night: nobody is asked
-    for (int i = 0; i < 100; i++)
-        fire(engine.start_wan_detect);
-    let_nobody_look_for_20_s();
-    plug({"eth0"}); // and the manager restarts with the link
-    fire(engine.start_wan_detect);
-    EXPECT_EQ(log->count("Info", "uloop_start_wan_detect", AWAY), 11);
-}
-
-// holds: absent-manager
-TEST_F(cycle_order, who_calls_all_the_time_does_not_put_the_judgement_off)
-{
-    plug({"eth0", "eth2"});
-    fake_probes.dhcp_ports = {"eth2"};
-    fake_router.bus_result = BUS_WITHOUT_MANAGER;
-    for (int call_ms = 0; call_ms <= 60'000; call_ms += 8'000) {
-        start_wan_detect_all(0);
-        while (passed_ms() + armed(*next_timer()) < call_ms + 8'000)
-            fire_after_its_time(*next_timer());
-    }
-    EXPECT_EQ(log->count("Info", "uloop_start_wan_detect", AWAY), 10);
-    EXPECT_GE(fake_probes.count("dhcp all"), 1);
-}
-
-// holds: absent-manager
-TEST_F(cycle_order, a_wan_port_without_a_link_is_judged_at_once)
-{
-    plug({"eth2"});
-    fake_router.bus_result = BUS_WITHOUT_MANAGER;
-    open_cycle();
-    EXPECT_EQ(network_questions(), 0);
-    EXPECT_EQ(armed(engine.proto_detect_start), 0);
-}
 
 // --- a verdict and a pass
 

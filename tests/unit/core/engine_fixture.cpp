@@ -157,7 +157,10 @@ int t_engine_test::passed_ms()
 
 void t_engine_test::fire_after_its_time(uloop_timeout &next)
 {
-    now_ms += armed(next);
+    const int ms = armed(next);
+    now_ms += ms;
+    if (while_time_passes)
+        while_time_passes(ms);
     fire(next);
 }
 

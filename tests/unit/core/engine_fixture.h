@@ -47,6 +47,8 @@ protected:
     static int passed_ms();
     // Its callback runs once the time until then has passed.
     static void fire_after_its_time(uloop_timeout &next);
+    // Called with these milliseconds, where a test has a clock of its own.
+    static inline void (*while_time_passes)(int ms) = nullptr;
     // Fires the engine's earliest timer again and again, until the end of the cycle is next or nothing is armed.
     static void run_until_end();
 

@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include "core/swap_pause.h"
 
+#include "core/combo_switch.h"
 #include "core/cycle.h"
 #include "core/link_change.h"
 #include "core/wan_role.h"
 #include "model/chronicle.h"
 #include "platform/result_codes.h"
 #include "tests/unit/core/engine_fixture.h"
+#include "tests/unit/support/fake_clock.h"
 
 namespace {
 
@@ -16,6 +18,7 @@ protected:
     void SetUp() override
     {
         t_engine_test::SetUp();
+        while_time_passes = [](int ms) { fake_clock.advance_ms(ms); };
         plug({"eth1", "eth2"});
         fake_probes.dhcp_ports = {"eth1", "eth2"};
         fake_probes.dns_ports = {"eth1", "eth2"};
@@ -360,11 +363,50 @@ TEST_F(swap_pause, nor_is_one_whose_role_went_abroad_and_came_back_within_its_pa
 {
     fake_probes.dhcp_ports = {"eth1"};
     EXPECT_EQ(run_cycle(), 21);
+    t_combo_state thread = {}; // that reads every 2 s who has the role
     write_switch_config(8, 7);
-    follow_moved_role();
-    ASSERT_TRUE(port_model.role_is_away);
+    for (int seconds = 0; seconds < 3; seconds++)
+        wan_combo_auto_switch(&thread);
+    EXPECT_TRUE(port_model.role_is_away);
+    write_switch_config(5, 1);
+    for (int seconds = 0; seconds < 3; seconds++)
+        wan_combo_auto_switch(&thread);
+    open_test();
+    EXPECT_EQ(chronicle.counters.swaps_failed_in_a_row, 0u);
+    EXPECT_EQ(swap_pause_s(), 21);
+}
+
+// holds: swap-pause-foreign
+TEST_F(swap_pause, nor_is_one_whose_role_went_abroad_while_it_was_made_and_came_back)
+{
+    fake_probes.dhcp_ports = {"eth1"};
+    fake_router.swap_works = false;
+    fake_router.on_command = [](const std::string &command) {
+        if (command.rfind("network_lanwan_swap", 0) == 0)
+            write_switch_config(8, 7);
+    };
+    EXPECT_EQ(run_cycle(), 21);
+    fake_router.on_command = nullptr;
     write_switch_config(5, 1);
     follow_moved_role();
+    open_test();
+    EXPECT_EQ(chronicle.counters.swaps_failed_in_a_row, 0u);
+    EXPECT_EQ(swap_pause_s(), 21);
+}
+
+// holds: swap-pause-foreign
+TEST_F(swap_pause, nor_is_one_whose_role_went_abroad_while_detection_was_off_and_came_back)
+{
+    fake_probes.dhcp_ports = {"eth1"};
+    EXPECT_EQ(run_cycle(), 21);
+    port_model.enable = 0;
+    write_switch_config(8, 7);
+    open_test();
+    fire(engine.end);
+    write_switch_config(5, 1);
+    follow_moved_role();
+    port_model.enable = 1;
+    start_wan_detect_all(0);
     open_test();
     EXPECT_EQ(chronicle.counters.swaps_failed_in_a_row, 0u);
     EXPECT_EQ(swap_pause_s(), 21);
@@ -395,9 +437,9 @@ TEST_F(swap_pause, an_absence_at_the_test_is_waited_for_when_the_manager_was_bac
     fake_router.bus_result = ERR_BUS_OBJECT;
     EXPECT_EQ(run_cycle(), 21);
     ASSERT_EQ(engine.swap.dev, dev("eth1"));
-    engine.manager_missed_ms -= 20'001; // nobody looks in the pause
     const int asked_before = fake_probes.count("dhcp all");
-    open_test();
+    fire_after_its_time(engine.init_wan_detect_all); // nobody has looked in the pause
+    fire(engine.start_wan_detect);
     EXPECT_EQ(armed(engine.start_wan_detect), 1000);
     fake_router.bus_result = 0;
     fake_router.network_state = 0;
@@ -424,6 +466,7 @@ TEST_F(swap_pause, what_nobody_could_tell_is_forgotten_as_soon_as_somebody_can)
 // holds: swap-pause-doubtful
 TEST_F(swap_pause, a_test_that_could_not_tell_at_first_fails_as_any_other)
 {
+    unplug({"eth2"});
     fake_probes.dhcp_ports = {"eth1"};
     EXPECT_EQ(run_cycle(), 21);
     fake_router.bus_result = ERR_BUS_OBJECT;
@@ -432,9 +475,45 @@ TEST_F(swap_pause, a_test_that_could_not_tell_at_first_fails_as_any_other)
         fire(engine.start_wan_detect);
     EXPECT_EQ(swap_pause_s(), 42);
     begin_swap_pauses_anew(); // a link changes
+    fire(engine.start_wan_detect);
     EXPECT_EQ(swap_pause_s(), 21);
     fake_router.bus_result = 0;
     test_swap(false);
     EXPECT_EQ(chronicle.counters.swaps_failed_in_a_row, 1u);
     EXPECT_EQ(swap_pause_s(), 42);
+}
+
+// holds: swap-pause-doubtful
+TEST_F(swap_pause, what_nobody_could_tell_is_forgotten_when_a_look_at_rest_can)
+{
+    fake_probes.dhcp_ports = {"eth1"};
+    EXPECT_EQ(run_cycle(), 21);
+    fake_router.bus_result = ERR_BUS_OBJECT;
+    open_test();
+    for (int i = 0; i < 10; i++)
+        fire(engine.start_wan_detect);
+    EXPECT_EQ(swap_pause_s(), 42);
+    end_cycle_with(nullptr, t_decision::nobody);
+    fire(engine.end);
+    fake_router.bus_result = 0;
+    fake_router.network_state = 0;
+    fire(engine.look_again);
+    EXPECT_EQ(swap_pause_s(), 21);
+    EXPECT_EQ(chronicle.counters.swaps_confirmed, 1u);
+    EXPECT_EQ(engine.swap.dev, nullptr);
+}
+
+// holds: swap-pause-anew
+TEST_F(swap_pause, begins_anew_with_a_changed_network_package_where_nobody_could_tell)
+{
+    fake_router.bus_result = ERR_BUS_OBJECT;
+    start_wan_detect_all(0);
+    run_for_an_hour();
+    ASSERT_EQ(swap_pause_s(), SWAP_PAUSE_LONGEST_S);
+    while (!engine.init_wan_detect_all.pending || !engine.network_watch.pending)
+        fire_after_its_time(*next_timer());
+    write_network();
+    fire(engine.network_watch);
+    EXPECT_LE(armed(engine.init_wan_detect_all), 21'000);
+    EXPECT_EQ(swap_pause_s(), 21);
 }
