@@ -31,7 +31,7 @@ void uloop_look_again(uloop_timeout *)
     if (cycle_is_open() || engine.init_wan_detect_all.pending)
         return;
     if (ask_whether_wan_works())
-        return test_swap(true);
+        return leave_swap_untested(); // no cycle follows soon
     begin_look(true);
     note_opener(t_opener::look_again);
     open_cycle_over_all_in(0);

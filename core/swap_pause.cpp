@@ -98,14 +98,19 @@ void put_next_test_off()
 void forget_doubts()
 {
     engine.swap.doubts = 0;
+    engine.swap.is_doubtful = false;
+}
+
+void leave_swap_untested()
+{
+    engine.swap.dev = nullptr;
+    engine.swap.failed = engine.swap.is_doubtful = false;
 }
 
 void drop_swap_of_moved_role()
 {
-    if (has_role(engine.swap.dev))
-        return; // the swap itself, later than its command was through
-    engine.swap.dev = nullptr;
-    engine.swap.failed = engine.swap.is_doubtful = false;
+    if (!has_role(engine.swap.dev)) // else it is the swap itself, later than its command was through
+        leave_swap_untested();
 }
 
 void look_for_new_answers()

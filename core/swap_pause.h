@@ -15,19 +15,22 @@ int swap_pause_s();
 // The role is about to be given to this port. The pause behind this swap.
 int begin_swap(t_device *dev);
 
-// A pass, or a look at rest, found out whether the WAN port works.
+// A pass found out whether the WAN port works.
 void test_swap(bool wan_works);
 
 // A pass could not tell whether the swap helped: nothing failed, but the pause behind the next one is longer, or ports
 // would take the role from each other every 21 s for as long as nobody can tell.
 void put_next_test_off();
 
-// The network manager has answered: no pause is longer any more for that nobody could tell.
+// The network manager is not away any more: no pause is longer for that nobody could tell.
 void forget_doubts();
 
 // The role was found elsewhere than before, at another port or at none of the table. Unless that is where the swap sent
 // it, somebody else has moved it, and no cycle can test the swap any more.
 void drop_swap_of_moved_role();
+
+// Nothing is on trial any more, and nothing failed.
+void leave_swap_untested();
 
 // The verdict is about to be carried out: who of those that answered was silent in the cycle before?
 void look_for_new_answers();

@@ -28,7 +28,10 @@ void follow_moved_role()
     if (cycle_is_open())
         return;
     const bool was_away = port_model.role_is_away;
-    if (look_where_role_is() != t_role::moved)
+    const t_role role = look_where_role_is();
+    if (role == t_role::foreign)
+        stop_looking_again(); // until it comes back
+    if (role != t_role::moved)
         return;
     if (!port_model.enable || !port_model.router_mode)
         return;

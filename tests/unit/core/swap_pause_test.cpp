@@ -499,8 +499,31 @@ TEST_F(swap_pause, what_nobody_could_tell_is_forgotten_when_a_look_at_rest_can)
     fake_router.network_state = 0;
     fire(engine.look_again);
     EXPECT_EQ(swap_pause_s(), 21);
-    EXPECT_EQ(chronicle.counters.swaps_confirmed, 1u);
-    EXPECT_EQ(engine.swap.dev, nullptr);
+    EXPECT_EQ(chronicle.counters.swaps_confirmed, 0u) << "it may have been moved since";
+    fake_router.network_state = -1; // weeks later
+    start_wan_detect_all(0);
+    open_test();
+    EXPECT_EQ(chronicle.counters.swaps_failed_in_a_row, 0u);
+}
+
+// holds: role-returns, role-at-foreign-port
+TEST_F(swap_pause, a_network_behind_a_port_of_nobody_ends_no_row_of_failures)
+{
+    plug({"eth0"});
+    run_cycles(4);
+    ASSERT_EQ(swap_pause_s(), 168);
+    uloop_timeout_cancel(&engine.init_wan_detect_all);
+    uloop_timeout_set(&engine.look_again, 30'000);
+    t_combo_state thread = {};
+    write_switch_config(8, 7);
+    for (int seconds = 0; seconds < 3; seconds++)
+        wan_combo_auto_switch(&thread);
+    EXPECT_EQ(armed(engine.look_again), NOT_ARMED) << "nobody is asked while the role is abroad";
+    EXPECT_EQ(swap_pause_s(), 168);
+    write_switch_config(5, 1);
+    for (int seconds = 0; seconds < 3; seconds++)
+        wan_combo_auto_switch(&thread);
+    EXPECT_EQ(armed(engine.look_again), 30'000);
 }
 
 // holds: swap-pause-anew
