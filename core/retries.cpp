@@ -101,12 +101,10 @@ void stop_looking_again()
     uloop_timeout_cancel(&engine.look_again);
 }
 
-// A pause that is already a first one runs on: who changes all the time does not put the look off for ever.
+// Never later than it is due already: who changes all the time does not put the look off for ever.
 void begin_retries_anew()
 {
     engine.retry.next_s = 0; // a look that comes reckons it anew
-    if (engine.retry.armed_s <= engine.retry.first_s)
-        return;
     const int delay_ms = std::min(milliseconds_until_due(), engine.retry.first_s * MILLISECONDS_PER_SECOND);
     if (engine.look_again.pending)
         arm(engine.retry.first_s, std::max(delay_ms, 0));
