@@ -229,7 +229,7 @@ TEST_F(look_again, a_change_puts_no_longer_pause_off_that_is_about_to_be_over)
 TEST_F(look_again, a_link_that_changes_all_the_time_does_not_put_it_off)
 {
     open_cycle();
-    uloop_timeout_set(&engine.look_again, 5000);
+    engine.retry.due_ms = monotonic_ms() + 5 * MILLISECONDS_PER_SECOND;
     for (bool up : {true, false, true, false})
         wan_detect_process_link_change(dev("eth4"), up);
     EXPECT_EQ(pause_s(), 5);
