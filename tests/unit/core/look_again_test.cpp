@@ -882,7 +882,10 @@ TEST_F(look_again, an_overdue_one_whose_ports_have_lost_their_links_meanwhile_as
         ASSERT_EQ(syscall(SYS_flock, file, LOCK_EX), 0);
         writer = std::thread([file] {
             sleep_ms(BEHIND_THE_FILTER_MS);
-            unplug({"eth2", "eth3"});
+            {
+                t_write_guard guard(engine.gate.locks.device_lock); // as the scan does
+                dev("eth2")->link_active = dev("eth3")->link_active = 0;
+            }
             close(file);
         });
     };
