@@ -116,10 +116,8 @@ t_network_manager network_manager;
 
 void remember_manager(int status)
 {
-    network_manager.out_of_reach =
-        status == ERR_BUS_OBJECT || status == UBUS_STATUS_CONNECTION_FAILED || status == UBUS_STATUS_NO_MEMORY;
-    network_manager.was_not_asked =
-        network_manager.out_of_reach && (wan_detect_ubus_is_lost() || status == UBUS_STATUS_NO_MEMORY);
+    network_manager.out_of_reach = status == ERR_BUS_OBJECT || status == UBUS_STATUS_CONNECTION_FAILED;
+    network_manager.was_not_asked = network_manager.out_of_reach && wan_detect_ubus_is_lost();
     if (!network_manager.out_of_reach && status != UBUS_STATUS_TIMEOUT)
         network_manager.has_answered = true;
 }
@@ -127,9 +125,11 @@ void remember_manager(int status)
 // Status of the call, other than 0 without one; the answer goes to `state`.
 int call_network_manager(blob_buf *question, const char *interface, int *state)
 {
-    int status = UBUS_STATUS_NO_MEMORY;
-    if (blob_buf_init(question, 0) == 0 && blobmsg_add_string(question, "interface", interface) == 0)
-        status = ubus_call_method("network.interface", "status", question, ubus_call_network_interface_cb, state);
+    if (blob_buf_init(question, 0) != 0 || blobmsg_add_string(question, "interface", interface) != 0) {
+        network_manager.out_of_reach = network_manager.was_not_asked = true;
+        return UBUS_STATUS_NO_MEMORY;
+    }
+    const int status = ubus_call_method("network.interface", "status", question, ubus_call_network_interface_cb, state);
     remember_manager(status);
     return status;
 }

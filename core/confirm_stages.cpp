@@ -83,6 +83,7 @@ void uloop_wan_detect_using_arp(uloop_timeout *)
         return;
     t_device_list_head &list = engine.possible_wan_dev_list;
     const t_ipv4_text target(target_address());
+    note_search();
     if (find_target_ip_and_device_with_arp(&list, target_address(), asking_address()) != OK) {
         LOG(Error, "find_target_ip_and_device_with_arp failed with ip:%s, return null!\n", target.text);
         return end_cycle_with(nullptr, t_decision::nobody);

@@ -129,11 +129,10 @@ static bool may_wait_for_manager()
 // A bus or a network manager that is away says nothing about the network; for a while it is waited for.
 static t_wan_state look_at_current_wan()
 {
-    const bool works = ask_whether_wan_works();
-    if (!may_be_good(port_model.wan_dev))
-        return t_wan_state::bad; // nobody was asked
-    if (!network_manager_is_away())
-        return works ? t_wan_state::good : t_wan_state::bad;
+    if (ask_whether_wan_works())
+        return t_wan_state::good;
+    if (!may_be_good(port_model.wan_dev) || !network_manager_is_away())
+        return t_wan_state::bad; // also when nobody was asked
     return may_wait_for_manager() ? t_wan_state::unknown : t_wan_state::waited_for_in_vain;
 }
 

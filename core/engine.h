@@ -32,7 +32,8 @@ struct t_retry {
     uint32_t due_ms;      // when that is over, on the clock of monotonic_ms()
     t_running_on runs_on; // while ports are asked
     int next_s;           // the pause after it; 0 for the first again
-    unsigned looks;       // since the cycle opened by itself
+    unsigned looks;       // behind a search by ARP, since the cycle opened by itself
+    bool has_searched;    // by ARP, since the last look
     bool opened_cycle;    // the next cycle is such a look
 };
 

@@ -28,10 +28,10 @@ void uloop_look_again(uloop_timeout *)
         return list_anew();
     }
     // A cycle that is about to open looks itself.
-    if (cycle_is_open() || engine.init_wan_detect_all.pending)
+    if (cycle_is_open() || (engine.init_wan_detect_all.pending && !pause_tests_nothing()))
         return;
     if (ask_whether_wan_works())
-        return leave_swap_untested(); // no cycle follows soon
+        return end_trial_at_rest(); // no cycle follows soon
     begin_look(true);
     note_opener(t_opener::look_again);
     open_cycle_over_all_in(0);

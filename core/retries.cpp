@@ -142,17 +142,24 @@ void count_looks_anew()
 {
     if (!engine.retry.opened_cycle)
         engine.retry.looks = 0;
+    engine.retry.has_searched = false;
     engine.retry.opened_cycle = false;
     engine.retry.runs_on = t_running_on::none;
     engine.silence_is_expected = true;
     forget_who_joined();
 }
 
+void note_search()
+{
+    engine.retry.has_searched = true;
+}
+
 void begin_look(bool opens_cycle)
 {
     engine.retry.next_s = pause_after(engine.retry.armed_s); // a pause that was cut short does not count
     engine.retry.runs_on = t_running_on::none;
-    engine.retry.looks++;
+    if (std::exchange(engine.retry.has_searched, false))
+        engine.retry.looks++;
     engine.retry.opened_cycle = opens_cycle;
     engine.silence_is_expected = true;
 }

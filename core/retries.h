@@ -26,8 +26,12 @@ void begin_retries_anew();
 // The pause that is running, or would be next, as far as is known; 0 for never.
 int retry_pause_s();
 
-// True in every second look: gateways that answer no stranger are asked in the connection's own name then.
+// True in every second look, of those behind a search: gateways that answer no stranger are asked in the connection's
+// own name then.
 bool asks_in_own_name();
+
+// The candidates are asked by ARP: the look that comes next asks in the other name.
+void note_search();
 
 // A cycle begins: a pause that ran on beside stages of the one before is over, one that is still waited for goes on.
 // Unless a look opened the cycle, its first search is asked in the bridge's name again.

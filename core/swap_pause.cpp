@@ -101,10 +101,21 @@ void forget_doubts()
     engine.swap.is_doubtful = false;
 }
 
-void leave_swap_untested()
+static void leave_swap_untested()
 {
     engine.swap.dev = nullptr;
     engine.swap.failed = engine.swap.is_doubtful = false;
+}
+
+void end_trial_at_rest()
+{
+    leave_swap_untested();
+    forget_failures();
+}
+
+bool pause_tests_nothing()
+{
+    return engine.swap.pause_runs && !engine.swap.dev;
 }
 
 void drop_swap_of_moved_role()

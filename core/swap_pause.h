@@ -29,8 +29,12 @@ void forget_doubts();
 // it, somebody else has moved it, and no cycle can test the swap any more.
 void drop_swap_of_moved_role();
 
-// Nothing is on trial any more, and nothing failed.
-void leave_swap_untested();
+// The WAN port works, and no cycle is open that could say so of a swap: none is on trial any more, and what failed
+// before is over.
+void end_trial_at_rest();
+
+// The pause that runs is one whose swap is not on trial any more.
+bool pause_tests_nothing();
 
 // The verdict is about to be carried out: who of those that answered was silent in the cycle before?
 void look_for_new_answers();

@@ -214,10 +214,13 @@ int ubus_reconnect(ubus_context *ctx, const char *path)
     close_connection(ctx);
     callback_guard guard(ctx);
     fail_requests(ctx);
-    if (guard.context_is_gone() || !open_connection(ctx, path)) {
+    if (guard.context_is_gone()) {
         return UBUS_STATUS_CONNECTION_FAILED;
     }
-    return publish_again(ctx);
+    if (ctx->sock.fd >= 0) { // a callback connected anew already
+        return UBUS_STATUS_OK;
+    }
+    return open_connection(ctx, path) ? publish_again(ctx) : UBUS_STATUS_CONNECTION_FAILED;
 }
 
 void ubus_shutdown(ubus_context *ctx)

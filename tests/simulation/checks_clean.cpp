@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: MIT
 // Clean: between two cycles the daemon comes back to what it had between the first two: descriptors of each kind,
-// threads, timers, memory. Scans and requests take more for a moment, so the least of a pause between cycles counts.
+// threads, timers, memory. Scans and requests take more for a moment, so the least of a pause between cycles counts,
+// and pipes while no command runs.
 #include <algorithm>
 #include <cstring>
 
 #include "tests/simulation/bus.h"
 #include "tests/simulation/checks.h"
+#include "tests/simulation/commands.h"
 #include "tests/simulation/descriptors.h"
 #include "tests/simulation/event_log.h"
 #include "tests/simulation/memory.h"
@@ -152,6 +154,8 @@ void look()
     if (!pauses || ++moments % LOOKED_AT != 0)
         return;
     t_use use = use_now();
+    if (count_of_commands() > 0) // one that hangs may last for the whole pause, or the next one follows it at once
+        use.of[pipes] = use.of[ends_of_commands] = UNKNOWN;
     if (!daemon_is_offered()) // a socket may wait for the greeting, and the connection is away
         use.of[other_sockets] = use.of[others] = UNKNOWN;
     for (int i = 0; i < THINGS; i++)

@@ -247,6 +247,21 @@ TEST_F(cycle_start, a_static_connection_is_good_only_when_the_online_test_says_s
 }
 
 // holds: working-wan-ends-cycle
+TEST_F(cycle_start, a_connection_that_works_ends_the_cycle_although_its_link_goes_meanwhile)
+{
+    set_connection("static");
+    plug({"eth0", "eth1"});
+    fake_router.network_state = 0;
+    fake_router.on_command = [](const std::string &command) {
+        if (command == "online-test")
+            dev("eth0")->link_active = 0;
+    };
+    open_cycle();
+    EXPECT_EQ(engine.result_dev, dev("eth0"));
+    EXPECT_EQ(armed(engine.end), 0);
+}
+
+// holds: working-wan-ends-cycle
 TEST_F(cycle_start, the_network_is_not_asked_when_the_current_port_has_no_link)
 {
     plug({"eth1"});

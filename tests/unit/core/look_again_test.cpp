@@ -762,12 +762,17 @@ TEST_F(look_again, a_cycle_that_another_one_follows_plans_no_look)
 // holds: every-second-look-arp
 TEST_F(look_again, every_second_look_asks_in_the_connections_own_name)
 {
+    set_connection("static", "config static 'static'\n\toption ipaddr '10.0.0.2'\n\toption gateway '10.0.0.1'\n");
+    plug({"eth2"});
     open_cycle();
     EXPECT_FALSE(asks_in_own_name());
     for (bool own : {true, false, true}) {
+        fire(engine.using_arp);
+        fire(engine.start_wan_detect);
         look();
         EXPECT_EQ(asks_in_own_name(), own);
     }
+    fire(engine.using_arp);
     start_wan_detect_all(0);
     fire(engine.init_wan_detect_all); // the open cycle gives up
     fire(engine.start_wan_detect);
@@ -780,17 +785,32 @@ TEST_F(look_again, every_second_look_asks_in_the_connections_own_name)
 // holds: every-second-look-arp, look-again-cycle
 TEST_F(look_again, a_look_in_a_cycle_of_its_own_counts_as_well)
 {
-    set_connection("ocn");
+    set_connection("static", "config static 'static'\n\toption ipaddr '10.0.0.2'\n\toption gateway '10.0.0.1'\n");
     plug({"eth2"});
+    fake_probes.bridge_readable = false; // which ends the cycle
     open_cycle();
+    fire(engine.using_arp);
     fire(engine.end);
     for (bool own : {true, false, true}) {
         fire(engine.look_again);
         fire(engine.init_wan_detect_all);
         fire(engine.start_wan_detect);
         EXPECT_EQ(asks_in_own_name(), own);
+        fire(engine.using_arp);
         fire(engine.end);
     }
+}
+
+// holds: every-second-look-arp
+TEST_F(look_again, one_that_finds_nobody_to_ask_leaves_the_first_search_to_the_bridges_name)
+{
+    set_connection("static", "config static 'static'\n\toption ipaddr '10.0.0.2'\n\toption gateway '10.0.0.1'\n");
+    open_cycle();
+    look();
+    EXPECT_TRUE(fake_probes.calls.empty());
+    join("eth2");
+    fire(engine.using_arp);
+    EXPECT_EQ(fake_probes.calls, (std::vector<std::string>{"arp 10.0.0.1"}));
 }
 
 // holds: every-second-look-arp

@@ -540,3 +540,45 @@ TEST_F(swap_pause, begins_anew_with_a_changed_network_package_where_nobody_could
     EXPECT_LE(armed(engine.init_wan_detect_all), 21'000);
     EXPECT_EQ(swap_pause_s(), 21);
 }
+
+// holds: swap-pause-anew
+TEST_F(swap_pause, begins_anew_when_a_look_at_rest_finds_the_wan_port_working)
+{
+    run_cycles(3);
+    fake_router.bus_result = ERR_BUS_OBJECT;
+    open_test();
+    for (int i = 0; i < 10; i++)
+        fire(engine.start_wan_detect);
+    end_cycle_with(nullptr, t_decision::nobody);
+    fire(engine.end);
+    EXPECT_GT(swap_pause_s(), 42);
+    fake_router.bus_result = 0;
+    fake_router.network_state = 0;
+    fire(engine.look_again);
+    EXPECT_EQ(swap_pause_s(), 21);
+    EXPECT_EQ(chronicle.counters.swaps_failed_in_a_row, 0U);
+}
+
+// holds: role-returns
+TEST_F(swap_pause, that_tests_nothing_any_more_does_not_keep_a_look_from_coming)
+{
+    plug({"eth3"});
+    run_cycles(5);
+    ASSERT_EQ(armed(engine.init_wan_detect_all), 300'000);
+    write_switch_config(8, 7); // none of the table
+    follow_moved_role();
+    write_switch_config(5, 3);
+    follow_moved_role();
+    EXPECT_EQ(armed(engine.look_again), 30'000);
+    fire_after_its_time(engine.look_again);
+    EXPECT_EQ(armed(engine.init_wan_detect_all), 0);
+}
+
+// holds: look-again-cycle
+TEST_F(swap_pause, that_tests_a_swap_is_waited_for_by_a_look)
+{
+    run_cycles(5);
+    uloop_timeout_set(&engine.look_again, 30'000);
+    fire_after_its_time(engine.look_again);
+    EXPECT_EQ(armed(engine.init_wan_detect_all), 270'000);
+}

@@ -278,6 +278,17 @@ TEST_F(network_status, without_memory_for_the_first_question_ever_nothing_is_kno
 }
 
 // holds: manager-away
+TEST_F(network_status, a_manager_that_lacks_memory_itself_is_not_away)
+{
+    answer_all(UBUS_STATUS_NO_MEMORY);
+    EXPECT_EQ(get_network_status(0, 0), NETWORK_DISCONNECTED);
+    EXPECT_FALSE(network_manager_is_away());
+    answer_all(ERR_BUS_OBJECT); // it has answered before
+    EXPECT_EQ(get_network_status(0, 0), NETWORK_DISCONNECTED);
+    EXPECT_TRUE(network_manager_is_away());
+}
+
+// holds: manager-away
 TEST_F(network_status, a_manager_that_never_was_there_is_not_away)
 {
     EXPECT_FALSE(network_manager_is_away());

@@ -146,6 +146,30 @@ TEST_F(library_loss, reconnecting_publishes_every_object_once_the_daemon_is_back
     EXPECT_EQ(caller.output(), "{\"msg\":\"hi\"}\n");
 }
 
+TEST_F(library_loss, a_callback_of_a_lost_request_may_reconnect_first)
+{
+    t_service service(socket_, publish_x);
+    uint32_t id = id_of("x");
+    publish_demo(*client_);
+    static std::string path;
+    static int socket_of_callback;
+    path = socket_;
+    socket_of_callback = -1;
+    ubus_request req;
+    ASSERT_EQ(ubus_invoke_async(ctx(), id, "hang", nullptr, &req), 0);
+    req.complete_cb = [](ubus_request *lost, int) {
+        EXPECT_EQ(ubus_reconnect(lost->ctx, path.c_str()), 0);
+        socket_of_callback = lost->ctx->sock.fd;
+    };
+    ubus_complete_request_async(ctx(), &req);
+    daemon_->kill();
+    daemon_.emplace(socket_);
+    EXPECT_EQ(ubus_reconnect(ctx(), socket_.c_str()), 0);
+    EXPECT_GE(socket_of_callback, 0);
+    EXPECT_EQ(ctx()->sock.fd, socket_of_callback);
+    EXPECT_GE(id_of("demo"), 1024U);
+}
+
 TEST_F(library_loss, reconnecting_tells_of_a_name_that_is_taken_and_tries_again_later)
 {
     ctx();
