@@ -28,7 +28,7 @@ void uloop_look_again(uloop_timeout *)
         return list_anew();
     }
     // A cycle that is about to open looks itself.
-    if (cycle_is_open() || (engine.init_wan_detect_all.pending && !pause_tests_nothing()))
+    if (cycle_is_open() || engine.init_wan_detect_all.pending)
         return;
     if (ask_whether_wan_works())
         return end_trial_at_rest(); // no cycle follows soon

@@ -113,11 +113,6 @@ void end_trial_at_rest()
     forget_failures();
 }
 
-bool pause_tests_nothing()
-{
-    return engine.swap.pause_runs && !engine.swap.dev;
-}
-
 void drop_swap_of_moved_role()
 {
     if (!has_role(engine.swap.dev)) // else it is the swap itself, later than its command was through
@@ -161,10 +156,14 @@ void settle_swap()
     swap.is_new = false;
 }
 
+void cut_pause_to_first()
+{
+    if (engine.swap.pause_runs)
+        bring_cycle_over_all_forward(SWAP_PAUSE_FIRST_S * MILLISECONDS_PER_SECOND);
+}
+
 void begin_swap_pauses_anew()
 {
-    constexpr int first_ms = SWAP_PAUSE_FIRST_S * MILLISECONDS_PER_SECOND;
     begin_with_first_pause();
-    if (engine.swap.pause_runs)
-        bring_cycle_over_all_forward(first_ms);
+    cut_pause_to_first();
 }

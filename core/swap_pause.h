@@ -33,9 +33,6 @@ void drop_swap_of_moved_role();
 // before is over.
 void end_trial_at_rest();
 
-// The pause that runs is one whose swap is not on trial any more.
-bool pause_tests_nothing();
-
 // The verdict is about to be carried out: who of those that answered was silent in the cycle before?
 void look_for_new_answers();
 
@@ -46,6 +43,9 @@ void settle_swap();
 // Timer callback: while a longer pause runs, looks every 21 s whether the network package was changed.
 struct uloop_timeout;
 void uloop_watch_network_package(uloop_timeout *timer);
+
+// A longer pause that is running ends like a first one; for what has no swap to test any more.
+void cut_pause_to_first();
 
 // Something changed: the first pause again, also instead of a longer one that is running.
 void begin_swap_pauses_anew();

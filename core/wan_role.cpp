@@ -36,6 +36,8 @@ void follow_moved_role()
     if (!port_model.enable || !port_model.router_mode)
         return;
     reopen_after_wan_loss();
-    if (was_away)
-        look_again_later(); // nobody looked meanwhile
+    if (was_away) { // nobody looked meanwhile
+        cut_pause_to_first();
+        look_again_later();
+    }
 }

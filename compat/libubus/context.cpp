@@ -161,6 +161,22 @@ int publish_again(ubus_context *ctx)
     return result;
 }
 
+// As publish_again() tells it.
+int state_of_connection(ubus_context *ctx)
+{
+    if (ctx->sock.eof) {
+        return UBUS_STATUS_CONNECTION_FAILED;
+    }
+    ubus_object *obj;
+    avl_for_each_element(&ctx->objects, obj, avl)
+    {
+        if (obj->id == 0) {
+            return UBUS_STATUS_INVALID_ARGUMENT;
+        }
+    }
+    return UBUS_STATUS_OK;
+}
+
 } // namespace
 
 bool handle_arrivals(ubus_context *ctx, const bool *enough)
@@ -218,7 +234,7 @@ int ubus_reconnect(ubus_context *ctx, const char *path)
         return UBUS_STATUS_CONNECTION_FAILED;
     }
     if (ctx->sock.fd >= 0) { // a callback connected anew already
-        return UBUS_STATUS_OK;
+        return state_of_connection(ctx);
     }
     return open_connection(ctx, path) ? publish_again(ctx) : UBUS_STATUS_CONNECTION_FAILED;
 }

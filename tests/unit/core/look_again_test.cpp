@@ -802,6 +802,24 @@ TEST_F(look_again, a_look_in_a_cycle_of_its_own_counts_as_well)
 }
 
 // holds: every-second-look-arp
+TEST_F(look_again, a_search_of_the_cycle_before_does_not_count)
+{
+    set_connection("static", "config static 'static'\n\toption ipaddr '10.0.0.2'\n\toption gateway '10.0.0.1'\n");
+    plug({"eth2"});
+    open_cycle();
+    fire(engine.using_arp);
+    start_wan_detect_all(0);
+    fire(engine.init_wan_detect_all); // the open cycle gives up
+    fire(engine.start_wan_detect);
+    fire(engine.end);
+    unplug({"eth2"});
+    fire(engine.init_wan_detect_all);
+    fire(engine.start_wan_detect);
+    look();
+    EXPECT_FALSE(asks_in_own_name());
+}
+
+// holds: every-second-look-arp
 TEST_F(look_again, one_that_finds_nobody_to_ask_leaves_the_first_search_to_the_bridges_name)
 {
     set_connection("static", "config static 'static'\n\toption ipaddr '10.0.0.2'\n\toption gateway '10.0.0.1'\n");

@@ -560,25 +560,28 @@ TEST_F(swap_pause, begins_anew_when_a_look_at_rest_finds_the_wan_port_working)
 }
 
 // holds: role-returns
-TEST_F(swap_pause, that_tests_nothing_any_more_does_not_keep_a_look_from_coming)
+TEST_F(swap_pause, ends_like_a_first_one_when_the_role_comes_back_from_a_port_of_nobody)
 {
     plug({"eth3"});
     run_cycles(5);
     ASSERT_EQ(armed(engine.init_wan_detect_all), 300'000);
-    write_switch_config(8, 7); // none of the table
+    write_switch_config(8, 7);
     follow_moved_role();
+    EXPECT_EQ(armed(engine.init_wan_detect_all), 300'000);
     write_switch_config(5, 3);
     follow_moved_role();
-    EXPECT_EQ(armed(engine.look_again), 30'000);
-    fire_after_its_time(engine.look_again);
-    EXPECT_EQ(armed(engine.init_wan_detect_all), 0);
+    EXPECT_EQ(armed(engine.init_wan_detect_all), 21'000);
+    EXPECT_EQ(swap_pause_s(), SWAP_PAUSE_LONGEST_S);
 }
 
-// holds: look-again-cycle
-TEST_F(swap_pause, that_tests_a_swap_is_waited_for_by_a_look)
+// holds: role-returns
+TEST_F(swap_pause, is_not_what_a_call_waits_for_and_a_role_that_comes_back_leaves_that_alone)
 {
-    run_cycles(5);
-    uloop_timeout_set(&engine.look_again, 30'000);
-    fire_after_its_time(engine.look_again);
-    EXPECT_EQ(armed(engine.init_wan_detect_all), 270'000);
+    run_cycles(2);
+    write_switch_config(8, 7);
+    follow_moved_role();
+    start_wan_detect_all(60'000);
+    write_switch_config(5, 3);
+    follow_moved_role();
+    EXPECT_EQ(armed(engine.init_wan_detect_all), 60'000);
 }

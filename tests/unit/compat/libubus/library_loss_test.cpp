@@ -170,6 +170,25 @@ TEST_F(library_loss, a_callback_of_a_lost_request_may_reconnect_first)
     EXPECT_GE(id_of("demo"), 1024U);
 }
 
+TEST_F(library_loss, whoever_reconnects_around_a_callback_that_did_hears_what_became_of_the_objects)
+{
+    t_service service(socket_, publish_x);
+    uint32_t id = id_of("x");
+    publish_demo(*client_);
+    static std::string path;
+    path = socket_;
+    ubus_request req;
+    ASSERT_EQ(ubus_invoke_async(ctx(), id, "hang", nullptr, &req), 0);
+    req.complete_cb = [](ubus_request *lost, int) {
+        EXPECT_EQ(ubus_reconnect(lost->ctx, path.c_str()), UBUS_STATUS_INVALID_ARGUMENT);
+    };
+    ubus_complete_request_async(ctx(), &req);
+    daemon_->kill();
+    daemon_.emplace(socket_);
+    t_service usurper(socket_, publish_demo);
+    EXPECT_EQ(ubus_reconnect(ctx(), socket_.c_str()), UBUS_STATUS_INVALID_ARGUMENT);
+}
+
 TEST_F(library_loss, reconnecting_tells_of_a_name_that_is_taken_and_tries_again_later)
 {
     ctx();
