@@ -197,6 +197,20 @@ TEST_F(cycle_order, a_cycle_that_was_put_off_is_next)
 }
 
 // holds: put-off-is-next
+TEST_F(cycle_order, a_pass_that_was_put_off_is_next)
+{
+    plug({"eth2"});
+    start_wan_detect_all(0);
+    fire(engine.init_wan_detect_all);
+    ASSERT_EQ(ask_for("eth3"), OK);
+    fire(engine.start_wan_detect);
+    finish_request();
+    EXPECT_EQ(ask_for("eth3"), ERR_BUSY);
+    fire(engine.start_wan_detect);
+    EXPECT_EQ(armed(engine.proto_detect_start), 0);
+}
+
+// holds: put-off-is-next
 TEST_F(cycle_order, a_cycle_that_was_put_off_and_finds_nobody_lets_requests_in_again)
 {
     ASSERT_EQ(ask_for("eth3"), OK);

@@ -78,6 +78,18 @@ TEST_F(cycle_start, a_ban_that_has_run_out_by_then_keeps_no_candidate_away)
 }
 
 // holds: candidates
+TEST_F(cycle_start, the_list_is_made_anew_and_without_bans_that_are_over)
+{
+    plug({"eth1"});
+    add_unique_banned_device_to_list(port_model.dev_hashmap_head, &port_model.banned_list, "eth1", 100);
+    port_model.banned_list.head.next->aging_time = {};
+    engine.possible_wan_dev_list.add(dev("eth3"));
+    start_wan_detect_all(0);
+    fire(engine.init_wan_detect_all);
+    EXPECT_EQ(candidates(), "eth1");
+}
+
+// holds: candidates
 TEST_F(cycle_start, a_candidate_that_cannot_be_added_is_told)
 {
     plug({"eth1", "eth2"});
@@ -178,7 +190,7 @@ TEST_F(cycle_start, later_passes_keep_the_current_port_but_read_the_connection_t
     open_cycle();
     log.reset();
     log = std::make_unique<t_log_capture>();
-    set_connection("static");
+    write_router_config("static");
     uloop_timeout_set(&engine.start_wan_detect, 0);
     fire(engine.start_wan_detect);
     EXPECT_EQ(log->count("Debug", "update_wan_device", "Entering function: update_wan_device!"), 0);

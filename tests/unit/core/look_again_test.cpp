@@ -341,6 +341,45 @@ TEST_F(look_again, ports_that_are_asked_in_turns_do_not_put_it_off)
     }
 }
 
+// holds: overdue-look
+TEST_F(look_again, an_overdue_one_leaves_out_the_wan_port_that_does_not_work)
+{
+    open_cycle();
+    plug({"eth0", "eth4"}); // without a word
+    join("eth2");
+    ask_one_stage();
+    engine.retry.due_ms = monotonic_ms();
+    join("eth1");
+    EXPECT_EQ(candidates(), "eth1 eth2 eth4");
+}
+
+// holds: look-again-list
+TEST_F(look_again, reads_who_is_reserved_and_which_bans_are_over)
+{
+    write_switch_config(5, 0, "config gaming 'gaming'\n\toption switch_port 'port1'\n");
+    open_cycle();
+    plug({"eth1", "eth2"});
+    add_unique_banned_device_to_list(port_model.dev_hashmap_head, &port_model.banned_list, "eth2", 100);
+    port_model.banned_list.head.next->aging_time = {};
+    write_switch_config(5, 0);
+    fire(engine.look_again);
+    EXPECT_EQ(candidates(), "eth1 eth2");
+}
+
+// holds: look-again-cycle
+TEST_F(look_again, leaves_it_to_a_cycle_that_is_about_to_open)
+{
+    start_wan_detect_all(60'000);
+    uloop_timeout_set(&engine.look_again, 30'000);
+    fire(engine.look_again);
+    EXPECT_EQ(armed(engine.init_wan_detect_all), 60'000);
+    uloop_timeout_cancel(&engine.init_wan_detect_all);
+    be_waiting();
+    uloop_timeout_set(&engine.look_again, 30'000);
+    fire(engine.look_again);
+    EXPECT_EQ(armed(engine.init_wan_detect_all), NOT_ARMED);
+}
+
 // holds: overdue-look, stage-ends-pause
 TEST_F(look_again, a_port_that_comes_up_alone_is_asked_to_the_end_and_then_all_are)
 {
@@ -798,6 +837,73 @@ TEST_F(look_again, a_look_in_a_cycle_of_its_own_counts_as_well)
         EXPECT_EQ(asks_in_own_name(), own);
         fire(engine.using_arp);
         fire(engine.end);
+    }
+}
+
+// holds: every-second-look-arp
+TEST_F(look_again, looks_that_find_nobody_to_ask_keep_the_name)
+{
+    set_connection("static", "config static 'static'\n\toption ipaddr '10.0.0.2'\n\toption gateway '10.0.0.1'\n");
+    plug({"eth2"});
+    open_cycle();
+    fire(engine.using_arp);
+    fire(engine.start_wan_detect);
+    unplug({"eth2"});
+    for (int i = 0; i < 3; i++) {
+        look();
+        EXPECT_TRUE(asks_in_own_name());
+    }
+}
+
+// holds: every-second-look-arp
+TEST_F(look_again, a_cycle_after_a_loss_begins_in_the_bridges_name_again)
+{
+    set_connection("static", "config static 'static'\n\toption ipaddr '10.0.0.2'\n\toption gateway '10.0.0.1'\n");
+    fake_probes.bridge_readable = false; // which ends the cycle
+    plug({"eth0", "eth2"});
+    open_cycle();
+    fire(engine.using_arp);
+    fire(engine.end);
+    fire(engine.look_again); // a cycle of its own
+    fire(engine.init_wan_detect_all);
+    fire(engine.start_wan_detect);
+    EXPECT_TRUE(asks_in_own_name());
+    fire(engine.using_arp);
+    fire(engine.end);
+    stop_looking_again();
+    wan_detect_process_link_change(dev("eth0"), false);
+    fire(engine.start_wan_detect);
+    EXPECT_FALSE(asks_in_own_name());
+}
+
+// holds: every-second-look-arp
+TEST_F(look_again, a_cycle_behind_one_that_looked_again_begins_in_the_bridges_name)
+{
+    set_connection("static", "config static 'static'\n\toption ipaddr '10.0.0.2'\n\toption gateway '10.0.0.1'\n");
+    for (bool in_passing : {false, true}) {
+        plug({"eth0", "eth2"});
+        open_cycle();
+        fire(engine.using_arp);
+        fire(engine.start_wan_detect);
+        if (in_passing) {
+            stop_looking_again();
+            join("eth2");
+            fire(engine.using_arp);
+            engine.retry.due_ms = monotonic_ms();
+            join("eth1");
+        } else {
+            look();
+        }
+        EXPECT_TRUE(asks_in_own_name());
+        end_cycle_with(nullptr, t_decision::nobody);
+        fire(engine.end);
+        stop_looking_again();
+        wan_detect_process_link_change(dev("eth0"), false);
+        fire(engine.start_wan_detect);
+        EXPECT_FALSE(asks_in_own_name()) << in_passing;
+        end_cycle_with(nullptr, t_decision::nobody);
+        fire(engine.end);
+        stop_looking_again();
     }
 }
 

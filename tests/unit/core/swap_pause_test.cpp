@@ -585,3 +585,35 @@ TEST_F(swap_pause, is_not_what_a_call_waits_for_and_a_role_that_comes_back_leave
     follow_moved_role();
     EXPECT_EQ(armed(engine.init_wan_detect_all), 60'000);
 }
+
+// holds: role-returns
+TEST_F(swap_pause, is_left_alone_by_a_role_that_comes_back_with_detection_off)
+{
+    run_cycles(5);
+    write_switch_config(8, 7);
+    follow_moved_role();
+    port_model.enable = 0;
+    write_switch_config(5, 3);
+    follow_moved_role();
+    EXPECT_EQ(armed(engine.init_wan_detect_all), 300'000);
+}
+
+// holds: swap-pause-doubtful
+TEST_F(swap_pause, doubles_for_nobody_when_no_swap_is_on_trial)
+{
+    put_next_test_off();
+    EXPECT_EQ(swap_pause_s(), 21);
+}
+
+// holds: swap-pause-doubtful
+TEST_F(swap_pause, doubles_once_for_an_absence_and_again_for_the_next_one)
+{
+    begin_swap(dev("eth1"));
+    put_next_test_off();
+    put_next_test_off();
+    EXPECT_EQ(swap_pause_s(), 42);
+    forget_doubts();
+    EXPECT_EQ(swap_pause_s(), 21);
+    put_next_test_off();
+    EXPECT_EQ(swap_pause_s(), 42);
+}

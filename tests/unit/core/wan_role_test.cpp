@@ -74,6 +74,17 @@ TEST_F(wan_role, moved_during_a_cycle_goes_to_the_new_port_and_not_back)
 }
 
 // holds: role-moves-in-cycle
+TEST_F(wan_role, moved_while_a_cycle_is_open_is_left_to_its_next_pass)
+{
+    open_cycle();
+    move_role(3);
+    follow_moved_role();
+    EXPECT_EQ(port_model.wan_dev, dev("eth0"));
+    fire(engine.start_wan_detect);
+    EXPECT_EQ(port_model.wan_dev, dev("eth3"));
+}
+
+// holds: role-moves-in-cycle
 TEST_F(wan_role, moved_in_a_pass_leaves_no_candidate_that_was_listed_as_the_wan_port_only)
 {
     plug({"eth0"});
