@@ -908,6 +908,21 @@ TEST_F(look_again, a_cycle_behind_one_that_looked_again_begins_in_the_bridges_na
 }
 
 // holds: every-second-look-arp
+TEST_F(look_again, a_call_takes_the_place_of_a_look_and_begins_in_the_bridges_name)
+{
+    set_connection("static", "config static 'static'\n\toption ipaddr '10.0.0.2'\n\toption gateway '10.0.0.1'\n");
+    fake_probes.bridge_readable = false; // which ends the cycle
+    plug({"eth2"});
+    open_cycle();
+    fire(engine.using_arp);
+    fire(engine.end);
+    fire(engine.look_again);
+    EXPECT_TRUE(asks_in_own_name());
+    open_cycle();
+    EXPECT_FALSE(asks_in_own_name());
+}
+
+// holds: every-second-look-arp
 TEST_F(look_again, a_search_of_the_cycle_before_does_not_count)
 {
     set_connection("static", "config static 'static'\n\toption ipaddr '10.0.0.2'\n\toption gateway '10.0.0.1'\n");
@@ -977,6 +992,19 @@ TEST_F(look_again, an_own_address_that_is_none_is_not_asked_in)
     look();
     fire(engine.using_arp);
     EXPECT_EQ(fake_probes.count("arp 10.0.0.1"), 2);
+}
+
+// holds: look-again-over
+TEST_F(look_again, ends_with_a_verdict_that_was_carried_out)
+{
+    plug({"eth0"});
+    be_running();
+    engine.retry.next_s = 120;
+    uloop_timeout_set(&engine.look_again, 5000);
+    end_cycle_with(dev("eth0"), t_decision::wan_works);
+    fire(engine.end);
+    EXPECT_EQ(armed(engine.look_again), NOT_ARMED);
+    EXPECT_EQ(retry_pause_s(), 30);
 }
 
 // holds: winner-lost

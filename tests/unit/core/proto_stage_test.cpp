@@ -408,6 +408,37 @@ TEST_F(verdict, a_port_that_lost_its_link_leaves)
                          "Remove eth1 out of possible wan list due to eth1 down!"));
 }
 
+TEST_F(verdict, a_port_that_answered_and_lost_its_link_does_not_win)
+{
+    fake_probes.dhcp_ports = {"eth1"};
+    open_cycle({"eth1"});
+    fire(engine.proto_detect_start);
+    while (engine.proto_detect_end.pending)
+        fire(engine.proto_detect_end);
+    dev("eth1")->link_active = 0;
+    fire(engine.using_proto_detect);
+    EXPECT_EQ(engine.result_dev, nullptr);
+    EXPECT_EQ(candidates(), "");
+}
+
+TEST_F(verdict, a_fake_wan_port_is_forgotten_also_when_it_leaves_without_a_link_or_beside_nobody)
+{
+    for (bool has_link : {false, true}) {
+        open_cycle({"eth1"});
+        port_model.fake_wan = dev("eth1");
+        dev("eth1")->link_active = has_link;
+        for (int i = 0; i < 3 && candidates() == "eth1"; i++) {
+            run_stage();
+            if (engine.start_wan_detect.pending && candidates() == "eth1")
+                fire(engine.start_wan_detect);
+        }
+        EXPECT_EQ(candidates(), "");
+        EXPECT_EQ(port_model.fake_wan, nullptr) << has_link;
+        end_cycle_with(nullptr, t_decision::nobody);
+        fire(engine.end);
+    }
+}
+
 TEST_F(verdict, a_dropped_fake_wan_port_is_forgotten_without_a_lock_held)
 {
     fake_probes.dhcp_ports = {"eth2"};

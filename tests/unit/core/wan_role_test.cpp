@@ -409,6 +409,29 @@ TEST_F(wan_role, moved_while_the_fake_wan_port_was_given_up_is_not_taken)
     EXPECT_EQ(port_model.wan_dev, dev("eth3"));
 }
 
+// holds: role-moves-in-fake-wan-removal
+TEST_F(wan_role, moved_to_the_winner_while_the_fake_wan_port_was_given_up_needs_no_swap)
+{
+    end_while_the_fake_wan_port_is_given_up([] { move_role(2); });
+    EXPECT_EQ(swaps(), 0);
+    EXPECT_EQ(port_model.wan_dev, dev("eth2"));
+    EXPECT_TRUE(log->has("Debug", "switch_wan_to_dev", "Same wan device, no need to switch!"));
+}
+
+// holds: role-at-foreign-port
+TEST_F(wan_role, that_goes_to_a_foreign_port_behind_a_verdict_makes_it_none)
+{
+    plug({"eth2"});
+    fake_probes.dhcp_ports = {"eth2"};
+    open_cycle();
+    run_until_end();
+    write_switch_config(8, 7);
+    fire(engine.end);
+    EXPECT_EQ(swaps(), 0);
+    EXPECT_NE(log->text().find("Verdict: none by role_is_foreign"), std::string::npos);
+    EXPECT_FALSE(file_exists("/tmp/wan_detect_result"));
+}
+
 // holds: role-unreadable
 TEST_F(wan_role, that_cannot_be_read_is_not_given_back_by_an_end_without_a_result)
 {
