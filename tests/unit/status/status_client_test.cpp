@@ -286,8 +286,10 @@ TEST_F(status_client, of_a_daemon_that_refuses_or_says_nothing_gives_1)
 TEST_F(status_client, with_an_output_that_takes_nothing_gives_1)
 {
     t_stand_in daemon;
+    daemon.freeze(); // or it is told all before its output is closed
     t_program program({"--status"});
     program.close_output();
+    daemon.go_on();
     EXPECT_EQ(program.end(), 1);
 }
 
