@@ -120,8 +120,7 @@ TEST_F(cycle_end, another_winner_is_switched_to_after_the_fake_wan_port_is_forgo
 // holds: winner-banned
 TEST_F(cycle_end, a_ban_that_is_over_by_then_keeps_no_winner_away)
 {
-    add_unique_banned_device_to_list(port_model.dev_hashmap_head, &port_model.banned_list, "eth2", 100);
-    port_model.banned_list.head.next->aging_time = {};
+    add_ban_that_is_over("eth2");
     end_with(dev("eth2"));
     EXPECT_EQ(port_model.wan_dev, dev("eth2"));
 }

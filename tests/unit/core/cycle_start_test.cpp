@@ -71,8 +71,7 @@ TEST_F(cycle_start, a_ban_that_has_run_out_by_then_keeps_no_candidate_away)
 {
     plug({"eth1"});
     engine.possible_wan_dev_list.add(dev("eth1"));
-    add_unique_banned_device_to_list(port_model.dev_hashmap_head, &port_model.banned_list, "eth1", 100);
-    port_model.banned_list.head.next->aging_time = {};
+    add_ban_that_is_over("eth1");
     filter_candidates();
     EXPECT_EQ(candidates(), "eth1");
 }
@@ -81,8 +80,7 @@ TEST_F(cycle_start, a_ban_that_has_run_out_by_then_keeps_no_candidate_away)
 TEST_F(cycle_start, the_list_is_made_anew_and_without_bans_that_are_over)
 {
     plug({"eth1"});
-    add_unique_banned_device_to_list(port_model.dev_hashmap_head, &port_model.banned_list, "eth1", 100);
-    port_model.banned_list.head.next->aging_time = {};
+    add_ban_that_is_over("eth1");
     engine.possible_wan_dev_list.add(dev("eth3"));
     start_wan_detect_all(0);
     fire(engine.init_wan_detect_all);

@@ -11,6 +11,7 @@
 #include "core/engine_life.h"
 #include "core/proto_stage.h"
 #include "core/wishes.h"
+#include "model/banned.h"
 #include "model/current_wan.h"
 #include "model/fake_wan.h"
 #include "model/port_config.h"
@@ -124,6 +125,13 @@ void t_engine_test::unplug(std::initializer_list<const char *> ports)
         fake_router.links[port] = false;
         dev(port)->link_active = 0;
     }
+}
+
+void t_engine_test::add_ban_that_is_over(const char *port)
+{
+    constexpr int SECONDS = 100;
+    add_unique_banned_device_to_list(port_model.dev_hashmap_head, &port_model.banned_list, port, SECONDS);
+    port_model.banned_list.find(dev(port))->aging_time = {};
 }
 
 int t_engine_test::armed(uloop_timeout &timer)

@@ -35,6 +35,8 @@ protected:
     static t_protocol *protocol(const std::string &name);
     static void plug(std::initializer_list<const char *> ports);
     static void unplug(std::initializer_list<const char *> ports);
+    // Listed still, though its time has run out.
+    static void add_ban_that_is_over(const char *port);
 
     // Milliseconds until a timer fires, in tenths of a second, when no time passes but by fire_after_its_time;
     // NOT_ARMED.

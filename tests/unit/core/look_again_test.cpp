@@ -37,6 +37,11 @@ protected:
                                     "config auto_wan_detect 'auto_wan_detect'\n\toption retry_interval '" + value +
                                     "'\n");
     }
+    // With a gateway and an address of its own.
+    void use_static_line()
+    {
+        set_connection("static", "config static 'static'\n\toption ipaddr '10.0.0.2'\n\toption gateway '10.0.0.1'\n");
+    }
     // It comes up and is in the next pass.
     static void join(const char *port)
     {
@@ -359,8 +364,7 @@ TEST_F(look_again, reads_who_is_reserved_and_which_bans_are_over)
     write_switch_config(5, 0, "config gaming 'gaming'\n\toption switch_port 'port1'\n");
     open_cycle();
     plug({"eth1", "eth2"});
-    add_unique_banned_device_to_list(port_model.dev_hashmap_head, &port_model.banned_list, "eth2", 100);
-    port_model.banned_list.head.next->aging_time = {};
+    add_ban_that_is_over("eth2");
     write_switch_config(5, 0);
     fire(engine.look_again);
     EXPECT_EQ(candidates(), "eth1 eth2");
@@ -473,7 +477,7 @@ TEST_F(look_again, what_changes_brings_it_forward_while_ports_are_asked_and_puts
 // holds: overdue-look, every-second-look-arp
 TEST_F(look_again, an_overdue_one_asks_in_the_connections_own_name_as_well)
 {
-    set_connection("static", "config static 'static'\n\toption ipaddr '10.0.0.2'\n\toption gateway '10.0.0.1'\n");
+    use_static_line();
     open_cycle();
     for (bool own : {true, false}) {
         join("eth2");
@@ -801,7 +805,7 @@ TEST_F(look_again, a_cycle_that_another_one_follows_plans_no_look)
 // holds: every-second-look-arp
 TEST_F(look_again, every_second_look_asks_in_the_connections_own_name)
 {
-    set_connection("static", "config static 'static'\n\toption ipaddr '10.0.0.2'\n\toption gateway '10.0.0.1'\n");
+    use_static_line();
     plug({"eth2"});
     open_cycle();
     EXPECT_FALSE(asks_in_own_name());
@@ -824,7 +828,7 @@ TEST_F(look_again, every_second_look_asks_in_the_connections_own_name)
 // holds: every-second-look-arp, look-again-cycle
 TEST_F(look_again, a_look_in_a_cycle_of_its_own_counts_as_well)
 {
-    set_connection("static", "config static 'static'\n\toption ipaddr '10.0.0.2'\n\toption gateway '10.0.0.1'\n");
+    use_static_line();
     plug({"eth2"});
     fake_probes.bridge_readable = false; // which ends the cycle
     open_cycle();
@@ -843,7 +847,7 @@ TEST_F(look_again, a_look_in_a_cycle_of_its_own_counts_as_well)
 // holds: every-second-look-arp
 TEST_F(look_again, looks_that_find_nobody_to_ask_keep_the_name)
 {
-    set_connection("static", "config static 'static'\n\toption ipaddr '10.0.0.2'\n\toption gateway '10.0.0.1'\n");
+    use_static_line();
     plug({"eth2"});
     open_cycle();
     fire(engine.using_arp);
@@ -858,7 +862,7 @@ TEST_F(look_again, looks_that_find_nobody_to_ask_keep_the_name)
 // holds: every-second-look-arp
 TEST_F(look_again, a_cycle_after_a_loss_begins_in_the_bridges_name_again)
 {
-    set_connection("static", "config static 'static'\n\toption ipaddr '10.0.0.2'\n\toption gateway '10.0.0.1'\n");
+    use_static_line();
     fake_probes.bridge_readable = false; // which ends the cycle
     plug({"eth0", "eth2"});
     open_cycle();
@@ -879,7 +883,7 @@ TEST_F(look_again, a_cycle_after_a_loss_begins_in_the_bridges_name_again)
 // holds: every-second-look-arp
 TEST_F(look_again, a_cycle_behind_one_that_looked_again_begins_in_the_bridges_name)
 {
-    set_connection("static", "config static 'static'\n\toption ipaddr '10.0.0.2'\n\toption gateway '10.0.0.1'\n");
+    use_static_line();
     for (bool in_passing : {false, true}) {
         plug({"eth0", "eth2"});
         open_cycle();
@@ -910,7 +914,7 @@ TEST_F(look_again, a_cycle_behind_one_that_looked_again_begins_in_the_bridges_na
 // holds: every-second-look-arp
 TEST_F(look_again, a_call_takes_the_place_of_a_look_and_begins_in_the_bridges_name)
 {
-    set_connection("static", "config static 'static'\n\toption ipaddr '10.0.0.2'\n\toption gateway '10.0.0.1'\n");
+    use_static_line();
     fake_probes.bridge_readable = false; // which ends the cycle
     plug({"eth2"});
     open_cycle();
@@ -925,7 +929,7 @@ TEST_F(look_again, a_call_takes_the_place_of_a_look_and_begins_in_the_bridges_na
 // holds: every-second-look-arp
 TEST_F(look_again, a_search_of_the_cycle_before_does_not_count)
 {
-    set_connection("static", "config static 'static'\n\toption ipaddr '10.0.0.2'\n\toption gateway '10.0.0.1'\n");
+    use_static_line();
     plug({"eth2"});
     open_cycle();
     fire(engine.using_arp);
@@ -943,7 +947,7 @@ TEST_F(look_again, a_search_of_the_cycle_before_does_not_count)
 // holds: every-second-look-arp
 TEST_F(look_again, one_that_finds_nobody_to_ask_leaves_the_first_search_to_the_bridges_name)
 {
-    set_connection("static", "config static 'static'\n\toption ipaddr '10.0.0.2'\n\toption gateway '10.0.0.1'\n");
+    use_static_line();
     open_cycle();
     look();
     EXPECT_TRUE(fake_probes.calls.empty());
@@ -955,7 +959,7 @@ TEST_F(look_again, one_that_finds_nobody_to_ask_leaves_the_first_search_to_the_b
 // holds: every-second-look-arp
 TEST_F(look_again, a_gateway_is_searched_for_in_the_bridges_name_first_and_in_the_connections_own_every_second_time)
 {
-    set_connection("static", "config static 'static'\n\toption ipaddr '10.0.0.2'\n\toption gateway '10.0.0.1'\n");
+    use_static_line();
     plug({"eth2"});
     open_cycle();
     for (int i = 0; i < 3; i++) {

@@ -81,8 +81,7 @@ TEST_F(one_shot, without_answers_the_default_time_is_over_at_the_fifth_look_and_
 
 TEST_F(one_shot, a_request_lifts_bans_that_ran_out)
 {
-    add_unique_banned_device_to_list(port_model.dev_hashmap_head, &port_model.banned_list, "eth2", 100);
-    port_model.banned_list.head.next->aging_time = {};
+    add_ban_that_is_over("eth2");
     t_proto_detect_request request = {2000, dev("eth1"), protocol("dhcp")};
     ASSERT_EQ(start_proto_detect(&request), OK);
     EXPECT_EQ(port_model.banned_list.count, 0);

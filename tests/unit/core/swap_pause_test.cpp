@@ -46,6 +46,13 @@ protected:
         fire(engine.init_wan_detect_all);
         fire(engine.start_wan_detect);
     }
+    // At rest, where somebody else has put it; ABROAD is none of the table.
+    static constexpr int ABROAD = 7;
+    static void find_role_at(int port)
+    {
+        write_switch_config(port == ABROAD ? ABROAD + 1 : 5, port);
+        follow_moved_role();
+    }
     static void run_for_an_hour()
     {
         constexpr int HOUR_MS = 3'600'000;
@@ -265,8 +272,7 @@ TEST_F(swap_pause, a_role_that_somebody_else_moved_is_no_failure_of_the_swap)
 {
     fake_probes.dhcp_ports = {"eth1"};
     EXPECT_EQ(run_cycle(), 21);
-    write_switch_config(5, 3);
-    follow_moved_role();
+    find_role_at(3);
     EXPECT_EQ(engine.swap.dev, nullptr);
     run_cycle();
     EXPECT_EQ(remembered_cycle(1)->confirmation, t_confirmation::unknown);
@@ -305,8 +311,7 @@ TEST_F(swap_pause, a_swap_that_is_seen_late_stays_on_trial)
     fake_router.swap_works = false;
     fake_probes.dhcp_ports = {"eth1"};
     EXPECT_EQ(run_cycle(), 21);
-    write_switch_config(5, 1);
-    follow_moved_role();
+    find_role_at(1);
     EXPECT_EQ(engine.swap.dev, dev("eth1"));
     fake_router.network_state = 0;
     run_cycle();
@@ -350,8 +355,7 @@ TEST_F(swap_pause, one_whose_role_went_abroad_and_came_back_is_no_failure)
     write_switch_config(8, 7); // none of the ports
     open_test();
     fire(engine.end);
-    write_switch_config(5, 1);
-    follow_moved_role();
+    find_role_at(1);
     start_wan_detect_all(0);
     open_test();
     EXPECT_EQ(chronicle.counters.swaps_failed_in_a_row, 0u);
@@ -387,8 +391,7 @@ TEST_F(swap_pause, nor_is_one_whose_role_went_abroad_while_it_was_made_and_came_
     };
     EXPECT_EQ(run_cycle(), 21);
     fake_router.on_command = nullptr;
-    write_switch_config(5, 1);
-    follow_moved_role();
+    find_role_at(1);
     open_test();
     EXPECT_EQ(chronicle.counters.swaps_failed_in_a_row, 0u);
     EXPECT_EQ(swap_pause_s(), 21);
@@ -403,8 +406,7 @@ TEST_F(swap_pause, nor_is_one_whose_role_went_abroad_while_detection_was_off_and
     write_switch_config(8, 7);
     open_test();
     fire(engine.end);
-    write_switch_config(5, 1);
-    follow_moved_role();
+    find_role_at(1);
     port_model.enable = 1;
     start_wan_detect_all(0);
     open_test();
@@ -422,8 +424,7 @@ TEST_F(swap_pause, nor_is_one_whose_role_went_abroad_in_a_pass_and_came_back)
     fire(engine.start_wan_detect);
     fake_router.on_capture = nullptr;
     fire(engine.end);
-    write_switch_config(5, 1);
-    follow_moved_role();
+    find_role_at(1);
     start_wan_detect_all(0);
     open_test();
     EXPECT_EQ(chronicle.counters.swaps_failed_in_a_row, 0u);
@@ -565,11 +566,9 @@ TEST_F(swap_pause, ends_like_a_first_one_when_the_role_comes_back_from_a_port_of
     plug({"eth3"});
     run_cycles(5);
     ASSERT_EQ(armed(engine.init_wan_detect_all), 300'000);
-    write_switch_config(8, 7);
-    follow_moved_role();
+    find_role_at(ABROAD);
     EXPECT_EQ(armed(engine.init_wan_detect_all), 300'000);
-    write_switch_config(5, 3);
-    follow_moved_role();
+    find_role_at(3);
     EXPECT_EQ(armed(engine.init_wan_detect_all), 21'000);
     EXPECT_EQ(swap_pause_s(), SWAP_PAUSE_LONGEST_S);
 }
@@ -578,11 +577,9 @@ TEST_F(swap_pause, ends_like_a_first_one_when_the_role_comes_back_from_a_port_of
 TEST_F(swap_pause, is_not_what_a_call_waits_for_and_a_role_that_comes_back_leaves_that_alone)
 {
     run_cycles(2);
-    write_switch_config(8, 7);
-    follow_moved_role();
+    find_role_at(ABROAD);
     start_wan_detect_all(60'000);
-    write_switch_config(5, 3);
-    follow_moved_role();
+    find_role_at(3);
     EXPECT_EQ(armed(engine.init_wan_detect_all), 60'000);
 }
 
@@ -590,11 +587,9 @@ TEST_F(swap_pause, is_not_what_a_call_waits_for_and_a_role_that_comes_back_leave
 TEST_F(swap_pause, is_left_alone_by_a_role_that_comes_back_with_detection_off)
 {
     run_cycles(5);
-    write_switch_config(8, 7);
-    follow_moved_role();
+    find_role_at(ABROAD);
     port_model.enable = 0;
-    write_switch_config(5, 3);
-    follow_moved_role();
+    find_role_at(3);
     EXPECT_EQ(armed(engine.init_wan_detect_all), 300'000);
 }
 

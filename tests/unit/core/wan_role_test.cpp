@@ -33,13 +33,18 @@ protected:
         fire(engine.init_wan_detect_all);
         fire(engine.start_wan_detect);
     }
-    // A cycle won by eth2 ends; `meanwhile` happens while the ports are rebuilt without the fake WAN port.
-    void end_while_the_fake_wan_port_is_given_up(const std::function<void()> &meanwhile)
+    // A cycle, up to the verdict.
+    static void let_eth2_win()
     {
         plug({"eth2"});
         fake_probes.dhcp_ports = {"eth2"};
         open_cycle();
         run_until_end();
+    }
+    // A cycle won by eth2 ends; `meanwhile` happens while the ports are rebuilt without the fake WAN port.
+    void end_while_the_fake_wan_port_is_given_up(const std::function<void()> &meanwhile)
+    {
+        let_eth2_win();
         port_model.fake_wan = dev("eth4");
         fake_router.on_command = [meanwhile](const std::string &command) {
             if (command == "/sbin/wanlan_port_reload")
@@ -197,10 +202,7 @@ TEST_F(wan_role, moved_after_the_pass_judged_the_old_port_good_is_not_taken_back
 // holds: role-moves-in-cycle
 TEST_F(wan_role, moved_between_the_verdict_and_the_end_sends_the_cycle_back_to_look_at_the_new_port)
 {
-    plug({"eth2"});
-    fake_probes.dhcp_ports = {"eth2"};
-    open_cycle();
-    run_until_end();
+    let_eth2_win();
     ASSERT_EQ(engine.result_dev, dev("eth2"));
     move_role(3);
     plug({"eth3"});
@@ -214,10 +216,7 @@ TEST_F(wan_role, moved_between_the_verdict_and_the_end_sends_the_cycle_back_to_l
 // holds: role-moves-in-cycle
 TEST_F(wan_role, moved_to_a_port_that_does_not_work_yields_to_the_port_that_answers)
 {
-    plug({"eth2"});
-    fake_probes.dhcp_ports = {"eth2"};
-    open_cycle();
-    run_until_end();
+    let_eth2_win();
     move_role(3);
     fire(engine.end);
     run_until_end();
@@ -229,10 +228,7 @@ TEST_F(wan_role, moved_to_a_port_that_does_not_work_yields_to_the_port_that_answ
 // holds: role-moves-in-cycle
 TEST_F(wan_role, moved_to_the_winner_itself_ends_the_cycle_without_a_switch)
 {
-    plug({"eth2"});
-    fake_probes.dhcp_ports = {"eth2"};
-    open_cycle();
-    run_until_end();
+    let_eth2_win();
     move_role(2);
     fire(engine.end);
     EXPECT_EQ(swaps(), 0);
@@ -243,10 +239,7 @@ TEST_F(wan_role, moved_to_the_winner_itself_ends_the_cycle_without_a_switch)
 // holds: role-at-foreign-port
 TEST_F(wan_role, moved_during_a_cycle_to_a_port_that_is_none_of_ours_stays_there)
 {
-    plug({"eth2"});
-    fake_probes.dhcp_ports = {"eth2"};
-    open_cycle();
-    run_until_end();
+    let_eth2_win();
     write_switch_config(8, 7);
     fire(engine.end);
     EXPECT_EQ(swaps(), 0);
@@ -259,10 +252,7 @@ TEST_F(wan_role, that_was_at_a_foreign_port_all_the_time_may_be_taken)
 {
     port_model.wan_dev = nullptr;
     write_switch_config(8, 7);
-    plug({"eth2"});
-    fake_probes.dhcp_ports = {"eth2"};
-    open_cycle();
-    run_until_end();
+    let_eth2_win();
     fire(engine.end);
     EXPECT_EQ(fake_router.count(TO_ETH2), 1);
 }
@@ -270,10 +260,7 @@ TEST_F(wan_role, that_was_at_a_foreign_port_all_the_time_may_be_taken)
 // holds: live-role-at-foreign-port
 TEST_F(wan_role, that_went_to_a_foreign_port_during_a_cycle_is_not_taken_by_a_later_one)
 {
-    plug({"eth2"});
-    fake_probes.dhcp_ports = {"eth2"};
-    open_cycle();
-    run_until_end();
+    let_eth2_win();
     write_switch_config(8, 7);
     fire(engine.end);
     EXPECT_EQ(armed(engine.look_again), NOT_ARMED);
@@ -390,10 +377,7 @@ TEST_F(wan_role, moved_while_a_cycle_without_a_result_ended_counts_as_a_loss_whe
 // holds: winner-lost
 TEST_F(wan_role, moved_to_a_winner_that_lost_its_link_meanwhile_is_no_success)
 {
-    plug({"eth2"});
-    fake_probes.dhcp_ports = {"eth2"};
-    open_cycle();
-    run_until_end();
+    let_eth2_win();
     ASSERT_EQ(engine.result_dev, dev("eth2"));
     unplug({"eth2"});
     move_role(2);
@@ -421,10 +405,7 @@ TEST_F(wan_role, moved_to_the_winner_while_the_fake_wan_port_was_given_up_needs_
 // holds: role-at-foreign-port
 TEST_F(wan_role, that_goes_to_a_foreign_port_behind_a_verdict_makes_it_none)
 {
-    plug({"eth2"});
-    fake_probes.dhcp_ports = {"eth2"};
-    open_cycle();
-    run_until_end();
+    let_eth2_win();
     write_switch_config(8, 7);
     fire(engine.end);
     EXPECT_EQ(swaps(), 0);

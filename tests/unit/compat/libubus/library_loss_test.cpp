@@ -6,6 +6,25 @@ namespace {
 
 class library_loss : public library_test {};
 
+// A request that nobody answers; its callback connects anew when the connection is lost.
+struct t_reconnecting_request {
+    t_reconnecting_request(ubus_context *ctx, uint32_t id, const std::string &path) : path(path)
+    {
+        EXPECT_EQ(ubus_invoke_async(ctx, id, "hang", nullptr, &request), 0);
+        request.priv = this;
+        request.complete_cb = [](ubus_request *lost, int) {
+            auto *self = static_cast<t_reconnecting_request *>(lost->priv);
+            self->status = ubus_reconnect(lost->ctx, self->path.c_str());
+            self->socket = lost->ctx->sock.fd;
+        };
+        ubus_complete_request_async(ctx, &request);
+    }
+    ubus_request request;
+    std::string path;
+    int status = -1; // of the connection that it made
+    int socket = -1;
+};
+
 TEST_F(library_loss, a_connection_lost_while_waiting_is_told)
 {
     t_service service(socket_, publish_x);
@@ -149,44 +168,26 @@ TEST_F(library_loss, reconnecting_publishes_every_object_once_the_daemon_is_back
 TEST_F(library_loss, a_callback_of_a_lost_request_may_reconnect_first)
 {
     t_service service(socket_, publish_x);
-    uint32_t id = id_of("x");
+    t_reconnecting_request request(ctx(), id_of("x"), socket_);
     publish_demo(*client_);
-    static std::string path;
-    static int socket_of_callback;
-    path = socket_;
-    socket_of_callback = -1;
-    ubus_request req;
-    ASSERT_EQ(ubus_invoke_async(ctx(), id, "hang", nullptr, &req), 0);
-    req.complete_cb = [](ubus_request *lost, int) {
-        EXPECT_EQ(ubus_reconnect(lost->ctx, path.c_str()), 0);
-        socket_of_callback = lost->ctx->sock.fd;
-    };
-    ubus_complete_request_async(ctx(), &req);
     daemon_->kill();
     daemon_.emplace(socket_);
     EXPECT_EQ(ubus_reconnect(ctx(), socket_.c_str()), 0);
-    EXPECT_GE(socket_of_callback, 0);
-    EXPECT_EQ(ctx()->sock.fd, socket_of_callback);
+    EXPECT_EQ(request.status, 0);
+    EXPECT_EQ(ctx()->sock.fd, request.socket);
     EXPECT_GE(id_of("demo"), 1024U);
 }
 
 TEST_F(library_loss, whoever_reconnects_around_a_callback_that_did_hears_what_became_of_the_objects)
 {
     t_service service(socket_, publish_x);
-    uint32_t id = id_of("x");
+    t_reconnecting_request request(ctx(), id_of("x"), socket_);
     publish_demo(*client_);
-    static std::string path;
-    path = socket_;
-    ubus_request req;
-    ASSERT_EQ(ubus_invoke_async(ctx(), id, "hang", nullptr, &req), 0);
-    req.complete_cb = [](ubus_request *lost, int) {
-        EXPECT_EQ(ubus_reconnect(lost->ctx, path.c_str()), UBUS_STATUS_INVALID_ARGUMENT);
-    };
-    ubus_complete_request_async(ctx(), &req);
     daemon_->kill();
     daemon_.emplace(socket_);
     t_service usurper(socket_, publish_demo);
     EXPECT_EQ(ubus_reconnect(ctx(), socket_.c_str()), UBUS_STATUS_INVALID_ARGUMENT);
+    EXPECT_EQ(request.status, UBUS_STATUS_INVALID_ARGUMENT);
 }
 
 TEST_F(library_loss, reconnecting_tells_of_a_name_that_is_taken_and_tries_again_later)
